@@ -1,0 +1,29 @@
+// The image creation step: from a header to a record with its DIB block.
+#pragma once
+
+#include "core/image_record.h"
+
+namespace tq {
+
+// What the new image is to look like; `header` describes the source as its decoder delivers it.
+struct ImageShape {
+  std::int32_t width = 0, height = 0, bits = 0;
+  std::uint32_t compression = 0;
+  bool in_runs = false;
+  const Rgb* palette = nullptr;  // of the stored depth; null: the source's
+};
+
+// Gives `image` a DIB block of this shape (out_of_memory, bad_image) and its defaults. The pixels
+// are NOT cleared: who creates fills them or calls clear_rows. Run lists start all white.
+Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape);
+
+// Sets stored rows first .. last - 1, counted from the top, to 0.
+void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last);
+
+// The `shell` image: this header's geometry, plain pixels, all 0.
+Status create_shell(ImageRecord& image, const void* header);
+
+// Registers a caller's packed DIB; bad_image leaves the record empty.
+Status adopt_dib(ImageRecord& image, void* packed_dib);
+
+}  // namespace tq

@@ -1,0 +1,60 @@
+// One image: its DIB block and everything that is remembered about it.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "core/dib.h"
+
+namespace tq {
+
+enum class ImageHandle : std::int32_t {};
+
+struct Rect {
+  std::int32_t x = 0, y = 0, width = 0, height = 0;
+};
+struct Size {
+  std::int32_t width = 0, height = 0;
+};
+
+// Geometry is kept here as well as in the DIB's header, because callers may write into the header
+// through the address they were given: rows are found by these values alone.
+struct ImageRecord {
+  std::uint64_t serial = 0;  // tells a reused handle from the image it named before
+  Rect display;              // where it was last drawn, device units
+  Rect crop;
+  std::int32_t raster_operation = 0x00CC0020;  // SRCCOPY
+  std::uint8_t* dib = nullptr;                 // owned, unless caller_owned
+  bool caller_owned = false;                   // the DIB came from a caller and stays with him
+  std::int32_t width = 0, height = 0, bits = 0;
+  std::int32_t bytes_per_row = 0;
+  std::int32_t gamma = 0;
+  std::int32_t dib_size = 0;  // bytes of the DIB block in use; with runs: its capacity
+  bool in_runs = false;       // rows are run lists
+  std::uint32_t* run_table =
+      nullptr;                  // owned; per row the offset of its list in the DIB block, 0: white
+  std::uint32_t runs_end = 0;   // where the next list goes in the DIB block
+  std::uint32_t runs_dead = 0;  // bytes of lists that were replaced
+  std::int32_t display_angle = 0;
+  bool has_transparent = false;
+  std::int32_t transparent_colour = 0;
+};
+
+// The header may lie at any address, so it is copied.
+BitmapInfoHeader header_of(const ImageRecord& image);
+void set_header(ImageRecord& image, const BitmapInfoHeader& header);
+
+std::span<Rgb> palette_of(const ImageRecord& image);
+
+// Where the rows begin.
+inline std::uint8_t* pixels_of(const ImageRecord& image) {
+  return image.dib + kDibHeaderBytes + palette_bytes(image.bits);
+}
+
+// A row of an image with plain pixels. y = 0 is the top row, stored last.
+inline std::span<std::uint8_t> plain_row(const ImageRecord& image, std::int32_t y) {
+  const auto stride = static_cast<std::size_t>(image.bytes_per_row);
+  return {pixels_of(image) + static_cast<std::size_t>(image.height - y - 1) * stride, stride};
+}
+
+}  // namespace tq

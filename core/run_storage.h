@@ -1,0 +1,53 @@
+// Run lists: how 1-bit rows are held. A list is a 16-bit length in bytes (itself included), then
+// ascending 16-bit positions where the colour changes, starting from white (a first position of 0
+// says that the row starts black), then the width three times and the width + 2 three times. Bit 1
+// is white. A row whose list would be longer than its bits is kept as bits behind a length of 0.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "core/image_record.h"
+
+namespace tq {
+
+inline constexpr std::int32_t kWidestRuns = 65533;  // positions are 16 bits, closers width + 2
+
+// Positions of colour changes of one row, without length and closers.
+using Transitions = std::span<const std::uint16_t>;
+
+// The most transitions that a row of this width can have, for sizing buffers.
+constexpr std::int64_t most_transitions(std::int64_t width) {
+  return width + 1;
+}
+
+// Transitions of the first `width` pixels of a row of bits. `out` has room for most_transitions.
+// Returns how many.
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::uint16_t> out);
+
+// Draws pixels `first` .. `first` + `width` - 1 of the row, taking what lies beyond the last
+// transition as the last colour; the rest of `bits` is set to 1.
+void transitions_to_bits(Transitions row, std::int32_t first, std::int32_t width,
+                         std::span<std::uint8_t> bits);
+
+// Reads a run list as decoders deliver it (length word, positions, closers): positions below
+// `width` as long as they ascend. `out` has room for most_transitions. Returns how many.
+std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,
+                           std::span<std::uint16_t> out);
+
+// A row of an image in run lists. Store takes any row at any time; on failure (out_of_memory) the
+// row keeps its value. The row's bits may be asked for instead of transitions, whatever its form.
+Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row);
+Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits);
+void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> bits);
+
+// Transitions of a stored row; `out` has room for most_transitions. Returns how many.
+std::int32_t row_transitions(const ImageRecord& image, std::int32_t y,
+                             std::span<std::uint16_t> out);
+
+// The whole image. On failure it is unchanged.
+Status runs_to_dib(ImageRecord& image);
+Status dib_to_runs(ImageRecord& image);
+
+}  // namespace tq

@@ -1,0 +1,444 @@
+/* Tarnquill: reads, converts, processes and writes raster images. This header is the manual.
+ *
+ * An image is a device-independent bitmap (a 40-byte BITMAPINFOHEADER, a palette of blue, green,
+ * red, reserved entries, and rows of pixels stored from the bottom up, each padded to a multiple
+ * of 4 bytes) that the library holds under a small integer, the image handle. 1-bit images that
+ * were decoded are held as run lists (biCompression 99) until somebody asks for plain pixels.
+ *
+ *   - Every function returns a 32-bit integer: 0 or above is success (0, a handle, a count, a
+ *     code), below 0 is one of the status codes here, or what a callback of yours answered.
+ *   - biXPelsPerMeter and biYPelsPerMeter of an image hold dots per inch; codecs convert.
+ *   - biCompression 200 marks a 32-bit image of blue, green, red, unused bytes; a 32-bit image
+ *     with biCompression 0 holds cyan, magenta, yellow, black.
+ *   - The settings are process-wide and the library locks nothing: use it from one thread at a
+ *     time. Callbacks may call the library; deleting the image at work ends that work with
+ *     IMG_BAD_HANDLE.
+ *   - Input may come from strangers: damaged or hostile bytes give a status code or the rows that
+ *     could be read, undelivered pixels being 0 (white in run lists).
+ *   - Out pointers may be null: that value is skipped.
+ *
+ * Plain C99 and C++. Functions use the stdcall convention on 32-bit Windows. */
+#ifndef TARNQUILL_H
+#define TARNQUILL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32) && defined(__i386__)
+#define IMG_CALL __attribute__((stdcall))
+#define IMG_CB_STD __attribute__((stdcall))
+#define IMG_CB_C __attribute__((cdecl))
+#elif defined(_WIN32) && defined(_M_IX86)
+#define IMG_CALL __stdcall
+#define IMG_CB_STD __stdcall
+#define IMG_CB_C __cdecl
+#else
+#define IMG_CALL
+#define IMG_CB_STD
+#define IMG_CB_C
+#endif
+
+#if defined(__GNUC__) && !defined(_WIN32)
+#define IMG_API __attribute__((visibility("default")))
+#else
+#define IMG_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Status codes ------------------------------------------------------------------------ */
+
+enum {
+  IMG_OK = 0,
+  IMG_OUT_OF_MEMORY = -1,       /* an allocation failed, or the image has no pixels */
+  IMG_CANNOT_OPEN = -2,         /* the named input file could not be opened */
+  IMG_BAD_IMAGE = -3,           /* invalid image data: a side or depth below 1, a wrong signature */
+  IMG_CANNOT_CREATE = -6,       /* the output file could not be opened or created */
+  IMG_UNSUPPORTED = -7,         /* unknown format or code, depth not handled, bad parameter */
+  IMG_NO_DEVICE_BITMAP = -8,    /* a device-dependent bitmap could not be queried */
+  IMG_WRITE_FAILED = -9,        /* fewer bytes written than asked */
+  IMG_EMPTY_DISPLAY_RECT = -10, /* the display rectangle has a side below 1 */
+  IMG_NO_SUCH_PAGE = -11,       /* a page of a container is absent or cannot be read */
+  IMG_READ_FAILED = -12,        /* fewer bytes read than asked */
+  IMG_BAD_HANDLE = -13,         /* no image has this handle */
+  IMG_NO_SCANNER_SESSION = -16, /* the scanner session could not be opened */
+  IMG_NO_SCANNER_LIBRARY = -17, /* the scanner support library could not be loaded */
+  IMG_STOP_AFTER_HEADER = -18,  /* answer of a header callback that wants no rows */
+  IMG_REFUSED_BY_LICENCE = -19, /* the licence check refused */
+  IMG_WRONG_DEPTH = -21,        /* the operation needs another bit depth */
+  IMG_NOT_GREY = -22,           /* an 8-bit image that is not grey-scale */
+  IMG_NO_LZW_MODULE = -23,      /* the LZW module could not be loaded */
+  IMG_NO_TRANSPARENCY = -26,    /* no transparent colour has been set */
+  IMG_SCANNER_REQUEST = -28,    /* a scanner capability request failed */
+  IMG_NO_ANIMATION_DELAY = -30, /* a GIF file without the expected extension block */
+  IMG_PAGE_PAST_END = -31,      /* the page number is beyond the last page */
+  IMG_NOT_TILED = -32,          /* the file is not tiled */
+  IMG_NO_PDF_MODULE = -36       /* the PDF module could not be loaded */
+};
+
+/* ---- File type codes: a format and its compression ---------------------------------------- */
+
+enum {
+  IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */
+  IMG_TYPE_TIFF = 0,
+  IMG_TYPE_BMP = 1,
+  IMG_TYPE_PCX = 2,
+  IMG_TYPE_TARGA = 3,
+  IMG_TYPE_GIF = 4,
+  IMG_TYPE_WPG = 5,
+  IMG_TYPE_WMF = 6,
+  IMG_TYPE_TIFF_HUFFMAN = 7,
+  IMG_TYPE_TIFF_G3 = 8,
+  IMG_TYPE_TIFF_LZW = 9,
+  IMG_TYPE_TIFF_G4 = 10,
+  IMG_TYPE_DCX = 11,
+  IMG_TYPE_BMP_RLE = 12, /* RLE8, or RLE4 for 4-bit images */
+  IMG_TYPE_JPEG = 13,
+  IMG_TYPE_EPS = 14,
+  IMG_TYPE_PICT = 15,
+  IMG_TYPE_TIFF_PACKBITS = 16,
+  IMG_TYPE_TIFF_45 = 17,
+  IMG_TYPE_CALS = 18,
+  IMG_TYPE_LSD = 19,
+  IMG_TYPE_XBM = 20,
+  IMG_TYPE_MACPAINT = 21,
+  IMG_TYPE_GX2 = 22,
+  IMG_TYPE_KFX = 23,
+  IMG_TYPE_ICA = 24,
+  IMG_TYPE_ICON = 25,
+  IMG_TYPE_IFF = 26,
+  IMG_TYPE_CLIPBOARD = 27,
+  IMG_TYPE_GEM = 28,
+  IMG_TYPE_BTR = 29,
+  IMG_TYPE_MSP = 30,
+  IMG_TYPE_CUT = 31,
+  IMG_TYPE_XPM = 35,
+  IMG_TYPE_XWD = 36,
+  IMG_TYPE_SUN = 37,
+  IMG_TYPE_TEXT = 38,
+  IMG_TYPE_PHOTO_CD = 39,
+  IMG_TYPE_TIFF_JPEG = 40,
+  IMG_TYPE_PHOTOSHOP = 41,
+  IMG_TYPE_IMT = 42,
+  IMG_TYPE_PNG = 43,
+  IMG_TYPE_GIF_INTERLACED = 44,
+  IMG_TYPE_TIFF_32010 = 46,
+  IMG_TYPE_TIFF_32008 = 47,
+  IMG_TYPE_DIB = 48, /* a BMP without its file header; saving only */
+  IMG_TYPE_MCA = 49,
+  IMG_TYPE_FLASHPIX = 54,
+  IMG_TYPE_DICOM = 55,
+  IMG_TYPE_JED = 56,
+  IMG_TYPE_PCL = 57,
+  IMG_TYPE_FXS = 58,
+  IMG_TYPE_PDF = 59,
+  IMG_TYPE_SCT = 60,
+  IMG_TYPE_MAG = 61,
+  IMG_TYPE_POSTSCRIPT = 62,
+  IMG_TYPE_NCR = 65
+};
+
+/* ---- Callbacks --------------------------------------------------------------------------- */
+
+/* Progress: called while an operation runs, once per row, `value` being the number of rows to
+ * expect. A negative answer aborts the operation, which returns that answer. */
+typedef int32_t(IMG_CB_STD* img_progress_fn)(intptr_t context, int32_t value);
+
+/* Input and output of your own, see IMGLOW_set_fileio. Each returns the count of bytes read or
+ * written, or the new position. The write function may modify `buffer`. */
+typedef int32_t(IMG_CB_C* img_read_fn)(int32_t stream, void* buffer, int32_t count);
+typedef int32_t(IMG_CB_C* img_write_fn)(int32_t stream, void* buffer, int32_t count);
+typedef int32_t(IMG_CB_C* img_seek_fn)(int32_t stream, int32_t offset, int32_t origin);
+
+/* Row sink. The header callback is called once, before any row, with a header block of
+ * IMG_HEADER_BLOCK_BYTES (40-byte header, 256 palette entries) that is valid until the decode
+ * returns. The row callback is called once per row in the order of the file; y = 0 is the top row.
+ * `bytes` is the row size of the header's width and depth; a 1-bit row of any other size is a run
+ * list (a 16-bit length word, then 16-bit positions where the colour changes, white first). The
+ * row belongs to the library: read it during the call only. A negative answer ends the decode and
+ * is its result. */
+typedef int32_t(IMG_CB_C* img_header_fn)(void* header, void* sink_context);
+typedef int32_t(IMG_CB_C* img_row_fn)(void* row, void* sink_context, int32_t y, int32_t bytes);
+
+/* Row supplier: fills `dest` with `bytes` bytes of row y (0 = top). Returns 0, or a negative value
+ * that ends the save and is its result. */
+typedef int32_t(IMG_CB_C* img_supply_fn)(void* save_context, void* dest, int32_t y, int32_t bytes);
+
+#define IMG_HEADER_BLOCK_BYTES 1064
+#define IMG_MEMORY_STREAM 32767 /* the stream handle of the one memory stream */
+
+/* ---- Creating and deleting images -------------------------------------------------------- */
+
+/* Makes an image from a packed DIB, or any image file, that lies in memory; a copy is taken.
+ *
+ *   packed_dib  header, palette and rows in one piece
+ *
+ * The size of the memory is not known: well-formed data are never read past their end, for data
+ * from strangers use IMG_decompress_bitmap_block.
+ * Returns the image handle, IMG_UNSUPPORTED (null, or nothing that is recognised),
+ * IMG_OUT_OF_MEMORY, or the decoder's status. */
+IMG_API int32_t IMG_CALL IMG_create_handle(void* packed_dib);
+
+/* Registers the caller's packed DIB as an image without copying it.
+ *
+ *   packed_dib  BITMAPINFOHEADER, palette of the library's size (2, 16 or 256 entries; 256 for
+ *               16 bits; none for 24 and 32), bottom-up rows. It must stay valid for as long as the
+ *               image lives. May be unaligned.
+ *
+ * The palette of a 1-bit DIB whose entry 0 has no zero byte becomes black, white in the caller's
+ * memory; the pixels are not touched.
+ * Returns the image handle, IMG_BAD_IMAGE (null, a side or depth below 1, depth above 32, or a
+ * memory block that is too small; a handle without pixels stays allocated then),
+ * IMG_OUT_OF_MEMORY (table full, or sizes beyond the library's limit). */
+IMG_API int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib);
+
+/* Makes an image of the given geometry with all pixels 0.
+ *
+ *   header      BITMAPINFOHEADER and its palette (2, 16 or 256 entries below 24 bits). A
+ *               biClrUsed of 0x1000 | index makes that index transparent.
+ *
+ * Decode size, rectangle and reduction settings do not apply.
+ * Returns the image handle, IMG_BAD_IMAGE (null, a side below 1, a depth outside 1..32),
+ * IMG_OUT_OF_MEMORY, IMG_REFUSED_BY_LICENCE. */
+IMG_API int32_t IMG_CALL IMG_create_handle_shell(const void* header);
+
+/* Makes an image from a device-dependent bitmap (an HBITMAP): 1-bit if that is monochrome, else
+ * 24-bit.
+ * Returns the image handle, IMG_NO_DEVICE_BITMAP (not a bitmap; always, except on Windows),
+ * IMG_OUT_OF_MEMORY. */
+IMG_API int32_t IMG_CALL IMG_create_handle_ddb(void* bitmap);
+
+/* Frees an image and everything it owns; a DIB registered by IMG_create_handle_keep is freed only
+ * if it is a global memory block. The lowest free handle is the next one given out.
+ * Returns 0 or IMG_BAD_HANDLE. */
+IMG_API int32_t IMG_CALL IMG_delete_bitmap(int32_t image);
+
+/* Frees an image but not its DIB, which belongs to the caller from then on. Returns 0 or
+ * IMG_BAD_HANDLE. */
+IMG_API int32_t IMG_CALL IMG_delete_bitmap_keep(int32_t image);
+
+/* ---- Asking about images ----------------------------------------------------------------- */
+
+/* Gives width and height in pixels and the bit count.
+ *
+ * Returns the address of the image's BITMAPINFOHEADER; for an image in run lists (biCompression
+ * 99) only header and palette may be read there, call IMG_runs_to_dib first to reach pixels. The
+ * address changes when the image is processed. On failure the result is IMG_BAD_HANDLE or
+ * IMG_OUT_OF_MEMORY (no pixels): compare with these two, because an address may be negative. */
+IMG_API intptr_t IMG_CALL IMG_bitmap_info(int32_t image, int32_t* width, int32_t* height,
+                                          int32_t* bits);
+
+/* Copies header and palette, 40 to 1064 bytes, to `out`. Returns 0, IMG_BAD_HANDLE,
+ * IMG_OUT_OF_MEMORY (no pixels). */
+IMG_API int32_t IMG_CALL IMGLOW_get_bitmap_header(int32_t image, void* out);
+
+/* The crop rectangle in pixels, which saving writes; the whole image at first. Setting clamps: x, y
+ * outside the image become 0, sides below 1 become 1. A rectangle that reaches the right or bottom
+ * edge is cut one pixel before it; callers rely on this. An empty result is refused when saving.
+ * Return 0 or IMG_BAD_HANDLE. */
+IMG_API int32_t IMG_CALL IMG_get_croprect(int32_t image, int32_t* x, int32_t* y, int32_t* width,
+                                          int32_t* height);
+IMG_API int32_t IMG_CALL IMG_set_croprect(int32_t image, int32_t x, int32_t y, int32_t width,
+                                          int32_t height);
+
+/* Where the image was last displayed, in device units. Returns 0 or IMG_BAD_HANDLE. */
+IMG_API int32_t IMG_CALL IMGLOW_get_display_rect(int32_t image, int32_t* x, int32_t* y,
+                                                 int32_t* width, int32_t* height);
+
+/* Per-image display values: gamma (150 for images registered with _keep, else 0), the ternary
+ * raster operation (SRCCOPY at first), and the angle: 0, 90, 180 or 270 degrees.
+ * Return 0, IMG_BAD_HANDLE, IMG_UNSUPPORTED (another angle). */
+IMG_API int32_t IMG_CALL IMG_set_gamma(int32_t image, int32_t value);
+IMG_API int32_t IMG_CALL IMGLOW_set_rop(int32_t image, int32_t rop);
+IMG_API int32_t IMG_CALL IMG_set_display_angle(int32_t image, int32_t degrees);
+
+/* The transparent palette index. Encoders that can write it do. Getting returns the low 8 bits.
+ * Return 0 or the index, IMG_BAD_HANDLE, IMG_NO_TRANSPARENCY (none has been set). */
+IMG_API int32_t IMG_CALL IMGLOW_set_transp_color(int32_t image, int32_t index);
+IMG_API int32_t IMG_CALL IMGLOW_get_transp_color(int32_t image);
+
+/* ---- Pixels and palettes ----------------------------------------------------------------- */
+
+/* Copies one row of pixels out of or into the image.
+ *
+ *   row         0 (top) to height - 1
+ *   bytes       how many to copy; 0, or more than a row has, means the whole row (its padded size).
+ *               The rest of the caller's buffer, or of the row, keeps its value.
+ *
+ * Works on run lists too; their padding bits read as 1.
+ * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (also: no pixels), IMG_UNSUPPORTED (row or count out
+ * of range, null buffer; nothing is copied). */
+IMG_API int32_t IMG_CALL IMGLOW_get_raster(int32_t image, void* out, int32_t row, int32_t bytes);
+IMG_API int32_t IMG_CALL IMGLOW_put_raster(int32_t image, const void* in, int32_t row,
+                                           int32_t bytes);
+
+/* Copy the whole palette, 4 bytes an entry: 2, 16 or 256 entries, 256 for 16 bits, none for 24
+ * and 32. Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (no pixels). */
+IMG_API int32_t IMG_CALL IMGLOW_get_palette(int32_t image, void* out);
+IMG_API int32_t IMG_CALL IMGLOW_put_palette(int32_t image, const void* in);
+
+/* The number of palette entries: 2, 16, 256, or 0 for 24 and 32 bits; the second also copies the
+ * entries to `out`. Return the number, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (no pixels). */
+IMG_API int32_t IMG_CALL IMG_bitmap_palette(int32_t image);
+IMG_API int32_t IMG_CALL IMG_get_bitmap_palette(int32_t image, void* out);
+
+/* Change a 1-bit image from run lists to plain pixels and back; bit 1 is white in both. Calls in
+ * the wanted form already change nothing. Images wider than 65533 pixels stay plain. The address
+ * given by IMG_bitmap_info changes.
+ * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_WRONG_DEPTH (IMG_dib_to_runs, not 1 bit). On
+ * failure the image is unchanged. */
+IMG_API int32_t IMG_CALL IMG_runs_to_dib(int32_t image);
+IMG_API int32_t IMG_CALL IMG_dib_to_runs(int32_t image);
+
+/* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
+
+/* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves
+ * reporting off) or off. */
+IMG_API int32_t IMG_CALL IMG_set_statusbar(intptr_t context, img_progress_fn callback,
+                                           int32_t enable);
+
+/* Two values kept for the display layer. */
+IMG_API int32_t IMG_CALL IMGLOW_set_dispfunc(intptr_t a, intptr_t b);
+
+/* Reduces images while they are decoded: 8 (from 24 bits and above), 4 (from 8 and above) or 1
+ * (from 4 and above) bits per pixel against fixed palettes; any other value, or a source below
+ * that, leaves the depth alone. Default 0. */
+IMG_API int32_t IMG_CALL IMGLOW_set_decomp_reduction(int32_t bits);
+
+/* Scales images down while they are decoded, by nearest neighbour, to exactly width x height
+ * pixels, if the source is larger in both directions. A value below 1 switches it off. Default
+ * off. */
+IMG_API int32_t IMG_CALL IMGLOW_set_decompsize(int32_t width, int32_t height);
+
+/* Decodes only a rectangle of the image, in pixels; it counts while no decode size is set. A
+ * direction is cut when width - x (height - y) is below the source's side, and the result then has
+ * exactly the given width (height); pixels beyond the source are 0, white for 1 bit. x and y below
+ * 0 are stored as 0. All four 0 (default): the whole image. */
+IMG_API int32_t IMG_CALL IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width,
+                                                int32_t height);
+
+/* How colours are reduced: 2 takes the nearest colour or a fixed threshold, any other value an
+ * ordered dither. Default 1. */
+IMG_API int32_t IMG_CALL IMGLOW_set_dithermode(int32_t mode);
+
+/* Kept for the display layer: treat palette images as colour; anti-aliasing and its quality; delay
+ * of the wipe effect. */
+IMG_API int32_t IMG_CALL IMGLOW_autocolor(int32_t flag);
+IMG_API int32_t IMG_CALL IMGLOW_set_alias(int32_t value);
+IMG_API int32_t IMG_CALL IMGLOW_set_alias_quality(int32_t value);
+IMG_API int32_t IMG_CALL IMGLOW_set_wipedelay(int32_t delay);
+
+/* Whether detection may report a format, one switch per file type code. The TIFF variants 7, 8, 9,
+ * 10, 16, 17 and 40 share the switch of 0, 12 that of 1. All are on except 38 (plain text) and 66.
+ * Return the switch's previous (get: present) value, 0 or 1; IMG_UNSUPPORTED outside 0..66. */
+IMG_API int32_t IMG_CALL IMGLOW_set_auto_detect(int32_t code);
+IMG_API int32_t IMG_CALL IMGLOW_unset_auto_detect(int32_t code);
+IMG_API int32_t IMG_CALL IMGLOW_get_auto_detect(int32_t code);
+
+/* The version of this interface: 8 and 3. */
+IMG_API int32_t IMG_CALL IMG_ifl_version(int32_t* major, int32_t* minor);
+
+/* Replaces reading, writing and seeking of ALL streams, the memory stream included, by functions
+ * of the caller; a null pointer brings the library's own back. `origin` is 0 (start), 1 (current)
+ * or 2 (end); seek(stream, 0, 1) asks for the position. */
+IMG_API int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write, img_seek_fn seek);
+
+/* Scrambles what the library's own functions write and read: each byte XOR the sum of the key's
+ * four bytes (0xAA if that is 0). Not encryption. `on`: its low byte 0 switches it off. */
+IMG_API int32_t IMG_CALL IMG_set_encrypt(int32_t on, int32_t key);
+
+/* ---- What a file is ----------------------------------------------------------------------- */
+
+/* The file type code of a file, an open stream (at its current position, which is restored), or a
+ * memory block. The stream handle of an open file is an OS handle on Windows (the low 32 bits of a
+ * HANDLE), a file descriptor elsewhere; a descriptor 32767 of yours would be taken as the memory
+ * stream.
+ * Return the code, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised), IMG_BAD_IMAGE (a GIF that
+ * ends early). */
+IMG_API int32_t IMG_CALL IMGLOW_get_filetype(const char* name);
+IMG_API int32_t IMG_CALL IMGLOW_get_filetype_fd(int32_t stream);
+IMG_API int32_t IMG_CALL IMGLOW_get_filetype_mem(void* block);
+IMG_API int32_t IMG_CALL IMGLOW_get_filetype_block(const void* block, size_t size);
+
+/* The number of pages in a file; 1 for every format that has no pages, also when nothing is
+ * recognised. Return the number, IMG_CANNOT_OPEN, IMG_NO_LZW_MODULE (any GIF), IMG_UNSUPPORTED (a
+ * multi-page format whose pages cannot be counted). */
+IMG_API int32_t IMG_CALL IMGLOW_get_pages(const char* name);
+IMG_API int32_t IMG_CALL IMGLOW_get_pages_fd(int32_t stream);
+IMG_API int32_t IMG_CALL IMGLOW_get_pages_mem(void* block);
+IMG_API int32_t IMG_CALL IMGLOW_get_pages_block(const void* block, size_t size);
+
+/* ---- Reading ------------------------------------------------------------------------------ */
+
+/* Decode an image, with the decode settings applied.
+ *
+ *   name        file name (ANSI code page on Windows, bytes elsewhere)
+ *   stream      an open stream, see IMGLOW_get_filetype_fd
+ *   offset      where the image begins in the stream, in bytes
+ *   page        0, or the number of a page of a multi-page file
+ *   block       the encoded image in memory. Without a size the block is trusted: unless it is a
+ *               global memory block, whose size the system knows, a damaged header can send the
+ *               decoder past its end. Use _block for data you did not make.
+ *   size        bytes in the block; nothing beyond is ever read
+ *
+ * Return the image handle, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder),
+ * IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY, or a progress callback's answer. A file that ends early gives
+ * the rows it has. */
+IMG_API int32_t IMG_CALL IMG_decompress_bitmap(const char* name);
+IMG_API int32_t IMG_CALL IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
+IMG_API int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, int32_t page);
+IMG_API int32_t IMG_CALL IMG_decompress_bitmap_block(const void* block, size_t size, int32_t page);
+
+/* Decode into callbacks of your own instead of an image; no decode setting applies. A header
+ * callback that answers IMG_STOP_AFTER_HEADER makes this a query of the header.
+ * Return 0 or a status as above. */
+IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap(int32_t stream, int32_t offset, int32_t page,
+                                                  img_row_fn row, void* sink_context,
+                                                  img_header_fn header);
+IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_mem(void* block, int32_t page, img_row_fn row,
+                                                      void* sink_context, img_header_fn header);
+IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_t size,
+                                                        int32_t page, img_row_fn row,
+                                                        void* sink_context, img_header_fn header);
+
+/* ---- Writing ------------------------------------------------------------------------------ */
+
+/* Save the crop rectangle of an image.
+ *
+ *   name        file name; a multi-page code appends a page to an existing file, every other code
+ *               replaces it. A file whose save failed half way is removed.
+ *   code        file type code; IMG_TYPE_BY_NAME takes the last three characters of the name
+ *   block       memory that the file is written to; a global memory block bounds itself, any
+ *               other must be large enough
+ *   size        bytes in the block; a file that does not fit is IMG_WRITE_FAILED
+ *
+ * A crop rectangle starting inside a byte (1- and 4-bit images) starts at the next whole byte.
+ * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
+ * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, or no code for the name; an
+ * existing file is left alone), IMG_BAD_IMAGE (empty crop rectangle), IMG_WRONG_DEPTH (the format
+ * cannot hold this depth), IMG_WRITE_FAILED, IMG_NO_LZW_MODULE, IMG_OUT_OF_MEMORY, or a progress
+ * callback's answer. */
+IMG_API int32_t IMG_CALL IMG_save_bitmap(int32_t image, const char* name, int32_t code);
+IMG_API int32_t IMG_CALL IMG_save_bitmap_fd(int32_t image, int32_t stream, int32_t code);
+IMG_API int32_t IMG_CALL IMG_save_bitmap_mem(int32_t image, void* block, int32_t code);
+IMG_API int32_t IMG_CALL IMG_save_bitmap_block(int32_t image, void* block, size_t size,
+                                               int32_t code);
+
+/* Encode rows of your own.
+ *
+ *   header      IMG_HEADER_BLOCK_BYTES: geometry and palette of the rows
+ *   supply      called for each row in the order that the format stores them
+ *
+ * Return the encoder's result (memory: the number of bytes written) or a status as above. */
+IMG_API int32_t IMG_CALL IMGLOW_save_bitmap(int32_t stream, void* header, int32_t code,
+                                            img_supply_fn supply, void* save_context);
+IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32_t code,
+                                                img_supply_fn supply, void* save_context);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TARNQUILL_H */

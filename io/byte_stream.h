@@ -1,0 +1,58 @@
+// Byte streams: files, the one memory stream, and the caller's own input and output, all behind a
+// 32-bit handle.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "core/status.h"
+#include "include/tarnquill.h"
+
+namespace tq {
+
+enum class StreamHandle : std::int32_t {};
+inline constexpr StreamHandle kMemoryStream{IMG_MEMORY_STREAM};
+
+enum class Origin : std::int32_t { start = 0, current = 1, end = 2 };
+enum class OpenMode : std::int32_t { read = 0, update = 1, create = 2, exists = 3 };
+
+// The new position; negative on failure. Positions of the memory stream are stored unchecked.
+std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin);
+std::int32_t position(StreamHandle stream);
+
+// Bytes read, fewer than asked only at the end or on an error; never negative.
+std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes);
+
+// Bytes written. While scrambling is on, `bytes` is changed during the call, and what could not be
+// written stays changed: never pass constant data.
+std::int32_t write(StreamHandle stream, std::span<std::uint8_t> bytes);
+
+// The file's size; of the memory stream its position, callers rely on this.
+std::int32_t stream_size(StreamHandle stream);
+
+// The handle, or a negative value; OpenMode::exists answers 0 or negative and opens nothing. A mode
+// outside the four is answered by itself.
+std::int32_t open_file(const char* name, OpenMode mode);
+void close_file(StreamHandle stream);
+bool remove_file(const char* name);
+
+// Makes the memory stream read and write `block` from its start. Its limit is the block's size if
+// it is a global memory block, else 0x70000000: as much as the data say.
+void open_memory_stream(void* block);
+void open_memory_stream(void* block, std::size_t size);
+std::int32_t memory_position();
+
+void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek);
+bool caller_io_installed();  // any of the three
+void set_scrambling(bool on, std::uint32_t key);
+
+// The rest of the memory stream as it lies in memory, for readers that take it without a copy.
+// Empty unless `stream` is the memory stream read by the library itself without scrambling. The
+// span may be longer than what the caller owns: touch only what the format says is there.
+std::span<const std::uint8_t> memory_rest(StreamHandle stream);
+
+// Whether bytes come from memory whose end is not known to be beyond what the format needs.
+bool reads_memory(StreamHandle stream);
+
+}  // namespace tq

@@ -1,0 +1,57 @@
+// Sequential reading: in chunks from files and callers, in place from memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "core/memory.h"
+#include "io/byte_stream.h"
+
+namespace tq {
+
+// How many bytes to read at a time so that whole rows arrive: as many rows as the read budget
+// holds, one if a row is larger.
+std::int64_t read_chunk_bytes(std::int64_t file_row_bytes);
+
+// Reads on from the stream's current position. Memory is consumed where it lies and never touched
+// beyond what is asked for, so a block that ends with its last pixel is enough.
+class ChunkReader {
+ public:
+  ChunkReader() = default;
+  ChunkReader(const ChunkReader&) = delete;
+  ChunkReader& operator=(const ChunkReader&) = delete;
+  ~ChunkReader();  // leaves the memory stream behind the last byte taken
+
+  Status open(StreamHandle stream, std::int64_t chunk_bytes);  // out_of_memory
+
+  // The next byte, or -1 at the end.
+  int next() {
+    if (available_ == 0 && !refill(1)) return -1;
+    --available_;
+    return *cursor_++;
+  }
+
+  // The next `wanted` bytes, at most the chunk size, without taking them; fewer only at the end.
+  // Valid until the next call.
+  std::span<const std::uint8_t> peek(std::size_t wanted) {
+    if (available_ < wanted) refill(wanted);
+    return {cursor_, available_ < wanted ? available_ : wanted};
+  }
+  void skip(std::size_t bytes);  // of what was peeked
+
+  // Takes the next bytes.size() bytes, however many; returns how many there were.
+  std::size_t read(std::span<std::uint8_t> bytes);
+
+ private:
+  bool refill(std::size_t wanted);  // whether there is a byte
+
+  StreamHandle stream_{-1};
+  GlobalBlock chunk_;
+  const std::uint8_t* cursor_ = nullptr;
+  std::size_t available_ = 0;
+  std::size_t in_place_ = 0;  // bytes of the memory stream that were there at first
+  bool exact_ = false;        // fetch only what is asked for: memory behind scrambling
+};
+
+}  // namespace tq
