@@ -21,6 +21,9 @@ ImageRecord& image_record(ImageHandle handle);  // of a validated handle
 // work during which a callback may delete images.
 ImageRecord* find_image(ImageHandle handle, std::uint64_t serial);
 
+// Makes a caller's packed DIB the pixels of an image that has none.
+void adopt_block(ImageRecord& image, std::uint8_t* dib);
+
 // Gives the image other pixels: a DIB block that the record then owns. The old block is freed
 // unless it came from a caller; run lists are dropped.
 void replace_dib(ImageRecord& image, std::uint8_t* dib);

@@ -1,0 +1,133 @@
+// Images come into being: decoded, made empty, or registered from a caller's memory.
+#include "core/image_create.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/image_table.h"
+#include "core/licence.h"
+#include "platform/memory.h"
+
+namespace tq {
+namespace {
+
+constexpr std::uint64_t kSlack = 8192;  // kept behind the rows; callers rely on it
+constexpr std::int32_t kDefaultGamma = 150;
+
+void set_geometry(ImageRecord& image, std::int32_t width, std::int32_t height, int bits) {
+  image.width = width;
+  image.height = height;
+  image.bits = bits;
+  image.bytes_per_row = static_cast<std::int32_t>(row_bytes(width, bits));
+  image.crop = {0, 0, width, height};
+}
+
+// Fewer rows of runs than of bits are the rule; the block grows when they are not.
+std::uint64_t first_run_capacity(std::uint64_t plain_bytes, std::int32_t width) {
+  return plain_bytes / (width < 10000 ? 8 : 50);
+}
+
+void write_palette(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
+  const std::span<Rgb> palette = palette_of(image);
+  std::fill(palette.begin(), palette.end(), Rgb{});
+  const Rgb* from = shape.palette != nullptr ? shape.palette : source.palette.data();
+  std::copy_n(from, palette.size(), palette.begin());
+}
+
+void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
+  BitmapInfoHeader header = source.header;
+  header.biSize = kDibHeaderBytes;
+  header.biPlanes = 1;
+  header.biWidth = shape.width;
+  header.biHeight = shape.height;
+  header.biBitCount = static_cast<std::uint16_t>(shape.bits);
+  header.biSizeImage =
+      static_cast<std::uint32_t>(image.bytes_per_row) * static_cast<std::uint32_t>(shape.height);
+  header.biCompression = shape.in_runs ? kInRuns : shape.compression;
+  header.biClrUsed = 0;  // the transparent index lives in the record
+  set_header(image, header);
+}
+
+}  // namespace
+
+Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
+  TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
+  const std::uint64_t plain_bytes = dib_bytes(shape.width, shape.height, shape.bits);
+  const std::uint64_t front_bytes =
+      kDibHeaderBytes + static_cast<std::uint64_t>(palette_bytes(shape.bits));
+  const std::uint64_t bytes =
+      shape.in_runs ? front_bytes + first_run_capacity(plain_bytes, shape.width) : plain_bytes;
+
+  GlobalBlock dib, run_table;
+  TQ_TRY(dib.allocate(bytes + kSlack));
+  if (shape.in_runs) {
+    TQ_TRY(run_table.allocate(std::uint64_t{4} * static_cast<std::uint32_t>(shape.height)));
+    std::memset(run_table.data(), 0, run_table.size());
+  }
+  const std::size_t capacity = dib.size();
+
+  replace_dib(image, dib.release());
+  set_geometry(image, shape.width, shape.height, shape.bits);
+  image.dib_size = static_cast<std::int32_t>(shape.in_runs ? capacity : bytes);
+  image.in_runs = shape.in_runs;
+  image.run_table = reinterpret_cast<std::uint32_t*>(run_table.release());
+  image.runs_end = static_cast<std::uint32_t>(front_bytes);
+  image.gamma = 0;
+  if ((source.header.biClrUsed & kTransparent) != 0) {
+    image.has_transparent = true;
+    image.transparent_colour = static_cast<std::int32_t>(source.header.biClrUsed);
+  }
+  write_header(image, source, shape);
+  write_palette(image, source, shape);
+  if (!shape.in_runs) {
+    // The slack is readable through the address that callers get.
+    std::memset(image.dib + bytes, 0, static_cast<std::size_t>(kSlack));
+  }
+  return kOk;
+}
+
+void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last) {
+  if (first >= last) return;
+  // Rows lie bottom-up, so the lowest of them comes first.
+  std::memset(
+      plain_row(image, last - 1).data(), 0,
+      static_cast<std::size_t>(last - first) * static_cast<std::size_t>(image.bytes_per_row));
+}
+
+Status create_shell(ImageRecord& image, const void* header) {
+  TQ_TRY(check_licence());
+  HeaderBlock source;
+  std::memcpy(&source.header, header, sizeof source.header);
+  TQ_TRY(check_geometry(source.header));
+  const int bits = source.header.biBitCount;
+  if (bits < 24) {
+    std::memcpy(source.palette.data(), static_cast<const std::uint8_t*>(header) + kDibHeaderBytes,
+                static_cast<std::size_t>(palette_bytes(bits)));
+  }
+  if (bits == 1) normalise_mono_palette(source.palette.data());
+  TQ_TRY(create_image(
+      image, source,
+      {.width = source.header.biWidth, .height = source.header.biHeight, .bits = bits}));
+  clear_rows(image, 0, image.height);
+  return kOk;
+}
+
+Status adopt_dib(ImageRecord& image, void* packed_dib) {
+  BitmapInfoHeader header;
+  std::memcpy(&header, packed_dib, sizeof header);
+  TQ_TRY(check_geometry(header));
+  const int bits = header.biBitCount;
+  // Only a global block tells its size; any other memory is the caller's word.
+  const std::size_t known_size = platform::block_size(packed_dib);
+  if (known_size != 0 && known_size < dib_bytes(header.biWidth, header.biHeight, bits)) {
+    return StatusCode::bad_image;
+  }
+  adopt_block(image, static_cast<std::uint8_t*>(packed_dib));
+  set_geometry(image, header.biWidth, header.biHeight, bits);
+  image.dib_size = static_cast<std::int32_t>(dib_bytes(image.width, image.height, bits));
+  image.gamma = kDefaultGamma;
+  if (bits == 1) normalise_mono_palette(palette_of(image).data());
+  return kOk;
+}
+
+}  // namespace tq

@@ -1,0 +1,150 @@
+// The image table: one block of record pointers while at least one image exists.
+#include "core/image_table.h"
+
+#include <cstring>
+#include <new>
+#include <span>
+
+#include "core/display_cache.h"
+
+namespace tq {
+namespace {
+
+struct ImageTable {
+  ImageRecord** records = nullptr;
+  std::int32_t in_use = 0;  // one past the highest handle that is given out
+  std::uint64_t next_serial = 1;
+  std::int32_t adopted = 0;  // images whose pixels came from a caller
+};
+constinit ImageTable table;
+
+ImageRecord*& entry(ImageHandle handle) {
+  return table.records[static_cast<std::int32_t>(handle)];
+}
+
+bool names_image(ImageHandle handle) {
+  const auto index = static_cast<std::int32_t>(handle);
+  return index >= 0 && index < table.in_use && table.records[index] != nullptr;
+}
+
+Status allocate_table() {
+  constexpr std::size_t kBytes = kMostImages * sizeof(ImageRecord*);
+  std::uint8_t* block = alloc_block(kBytes);
+  if (block == nullptr) return StatusCode::out_of_memory;
+  std::memset(block, 0, kBytes);
+  table.records = reinterpret_cast<ImageRecord**>(block);
+  return kOk;
+}
+
+// Gives trailing free entries back, and the table with the last image.
+void trim_table() {
+  while (table.in_use > 0 && table.records[table.in_use - 1] == nullptr) --table.in_use;
+  if (table.in_use > 0) return;
+  free_block(table.records);
+  table.records = nullptr;
+}
+
+void free_record(ImageHandle handle) {
+  ImageRecord& image = *entry(handle);
+  release_display_cache(image);
+  if (image.caller_owned) --table.adopted;
+  free_block(image.run_table);
+  free_block(&image);
+  entry(handle) = nullptr;
+  trim_table();
+}
+
+// A caller may have registered the pixels of another image; they go with the last of the two.
+bool pixels_of_another(const ImageRecord& image) {
+  if (table.adopted == 0) return false;
+  for (const ImageRecord* other : std::span(table.records, table.in_use)) {
+    if (other != nullptr && other != &image && other->dib == image.dib) return true;
+  }
+  return false;
+}
+
+void free_pixels(const ImageRecord& image) {
+  if (!pixels_of_another(image)) free_block(image.dib);
+}
+
+}  // namespace
+
+Status allocate_image_slot() {
+  if (table.records == nullptr) TQ_TRY(allocate_table());
+  std::int32_t index = 0;
+  while (index < table.in_use && table.records[index] != nullptr) ++index;
+  std::uint8_t* block = index < kMostImages ? alloc_block(sizeof(ImageRecord)) : nullptr;
+  if (block == nullptr) {
+    trim_table();
+    return StatusCode::out_of_memory;
+  }
+  table.records[index] = new (block) ImageRecord{.serial = table.next_serial++};
+  if (index == table.in_use) ++table.in_use;
+  return Status::from_raw(index);
+}
+
+Status validate_image_handle(ImageHandle handle) {
+  return names_image(handle) ? kOk : Status(StatusCode::bad_handle);
+}
+
+Status free_image_slot(ImageHandle handle) {
+  TQ_TRY(validate_image_handle(handle));
+  free_pixels(*entry(handle));
+  free_record(handle);
+  return kOk;
+}
+
+Status free_image_slot_keep(ImageHandle handle) {
+  TQ_TRY(validate_image_handle(handle));
+  free_record(handle);
+  return kOk;
+}
+
+ImageRecord& image_record(ImageHandle handle) {
+  return *entry(handle);
+}
+
+ImageRecord* find_image(ImageHandle handle, std::uint64_t serial) {
+  if (!names_image(handle) || entry(handle)->serial != serial) return nullptr;
+  return entry(handle);
+}
+
+void adopt_block(ImageRecord& image, std::uint8_t* dib) {
+  image.dib = dib;
+  image.caller_owned = true;
+  ++table.adopted;
+}
+
+void replace_dib(ImageRecord& image, std::uint8_t* dib) {
+  if (image.caller_owned) {
+    --table.adopted;
+  } else {
+    free_pixels(image);
+  }
+  free_block(image.run_table);
+  image.dib = dib;
+  image.caller_owned = false;
+  image.in_runs = false;
+  image.run_table = nullptr;
+  image.runs_end = image.runs_dead = 0;
+}
+
+ImageSlot::~ImageSlot() {
+  if (still_there()) (void)free_image_slot(handle_);
+}
+
+Status ImageSlot::allocate() {
+  const Status slot = allocate_image_slot();
+  TQ_TRY(slot);
+  handle_ = ImageHandle{slot.raw()};
+  serial_ = record().serial;
+  return kOk;
+}
+
+Status ImageSlot::keep() {
+  if (!still_there()) return StatusCode::bad_handle;
+  serial_ = 0;
+  return Status::from_raw(static_cast<std::int32_t>(handle_));
+}
+
+}  // namespace tq
