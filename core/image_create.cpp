@@ -19,7 +19,6 @@ void set_geometry(ImageRecord& image, std::int32_t width, std::int32_t height, i
   image.height = height;
   image.bits = bits;
   image.bytes_per_row = static_cast<std::int32_t>(row_bytes(width, bits));
-  image.crop = {0, 0, width, height};
 }
 
 // Fewer rows of runs than of bits are the rule; the block grows when they are not.
@@ -50,7 +49,7 @@ void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShap
 
 }  // namespace
 
-Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
+Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
   TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
   const std::uint64_t plain_bytes = dib_bytes(shape.width, shape.height, shape.bits);
   const std::uint64_t front_bytes =
@@ -72,16 +71,22 @@ Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageSh
   image.in_runs = shape.in_runs;
   image.run_table = reinterpret_cast<std::uint32_t*>(run_table.release());
   image.runs_end = static_cast<std::uint32_t>(front_bytes);
-  image.gamma = 0;
-  if ((source.header.biClrUsed & kTransparent) != 0) {
-    image.has_transparent = true;
-    image.transparent_colour = static_cast<std::int32_t>(source.header.biClrUsed);
-  }
   write_header(image, source, shape);
   write_palette(image, source, shape);
   if (!shape.in_runs) {
     // The slack is readable through the address that callers get.
     std::memset(image.dib + bytes, 0, static_cast<std::size_t>(kSlack));
+  }
+  return kOk;
+}
+
+Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
+  TQ_TRY(create_pixels(image, source, shape));
+  image.crop = {0, 0, image.width, image.height};
+  image.gamma = 0;
+  image.has_transparent = (source.header.biClrUsed & kTransparent) != 0;
+  if (image.has_transparent) {
+    image.transparent_colour = static_cast<std::int32_t>(source.header.biClrUsed);
   }
   return kOk;
 }
@@ -113,17 +118,19 @@ Status create_shell(ImageRecord& image, const void* header) {
 }
 
 Status adopt_dib(ImageRecord& image, void* packed_dib) {
+  // Only a global block tells its size; any other memory is the caller's word.
+  const std::size_t known_size = platform::block_size(packed_dib);
   BitmapInfoHeader header;
+  if (known_size != 0 && known_size < sizeof header) return StatusCode::bad_image;
   std::memcpy(&header, packed_dib, sizeof header);
   TQ_TRY(check_geometry(header));
   const int bits = header.biBitCount;
-  // Only a global block tells its size; any other memory is the caller's word.
-  const std::size_t known_size = platform::block_size(packed_dib);
   if (known_size != 0 && known_size < dib_bytes(header.biWidth, header.biHeight, bits)) {
     return StatusCode::bad_image;
   }
   adopt_block(image, static_cast<std::uint8_t*>(packed_dib));
   set_geometry(image, header.biWidth, header.biHeight, bits);
+  image.crop = {0, 0, image.width, image.height};
   image.dib_size = static_cast<std::int32_t>(dib_bytes(image.width, image.height, bits));
   image.gamma = kDefaultGamma;
   if (bits == 1) normalise_mono_palette(palette_of(image).data());

@@ -13,9 +13,14 @@ struct ImageShape {
   const Rgb* palette = nullptr;  // of the stored depth; null: the source's
 };
 
-// Gives `image` a DIB block of this shape (out_of_memory, bad_image) and its defaults. The pixels
-// are NOT cleared: who creates fills them or calls clear_rows. Run lists start all white.
+// Gives `image` a DIB block of this shape (out_of_memory, bad_image) in place of what it had, and
+// the geometry, crop rectangle, gamma and transparency of a new image. The pixels are NOT cleared:
+// who creates fills them or calls clear_rows. Run lists start all white.
 Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape);
+
+// The part of it that concerns pixels alone: DIB block, run table, header and palette. For another
+// set of pixels beside an image that exists.
+Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape);
 
 // Sets stored rows first .. last - 1, counted from the top, to 0.
 void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last);

@@ -78,7 +78,8 @@ Status allocate_image_slot() {
     trim_table();
     return StatusCode::out_of_memory;
   }
-  table.records[index] = new (block) ImageRecord{.serial = table.next_serial++};
+  table.records[index] = new (block) ImageRecord;
+  table.records[index]->serial = table.next_serial++;
   if (index == table.in_use) ++table.in_use;
   return Status::from_raw(index);
 }

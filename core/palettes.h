@@ -2,15 +2,10 @@
 #pragma once
 
 #include <array>
-#include <string_view>
 
 #include "core/dib.h"
 
 namespace tq {
-
-// The palette of a kind of file at a depth: "tiff" black and white or a grey ramp, "pcx" black and
-// white, the 16 fixed colours or a grey ramp. Fills palette_bytes(bits) / 4 entries.
-void standard_palette(std::string_view kind, int bits, std::array<Rgb, 256>& palette);
 
 // Entry i is i, i, i.
 const std::array<Rgb, 256>& grey_ramp();

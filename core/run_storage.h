@@ -13,16 +13,17 @@ namespace tq {
 
 inline constexpr std::int32_t kWidestRuns = 65533;  // positions are 16 bits, closers width + 2
 
-// Positions of colour changes of one row, without length and closers.
+// Positions of colour changes of one row, ascending and below the width, without length and
+// closers.
 using Transitions = std::span<const std::uint16_t>;
 
 // The most transitions that a row of this width can have, for sizing buffers.
 constexpr std::int64_t most_transitions(std::int64_t width) {
-  return width + 1;
+  return width;
 }
 
-// Transitions of the first `width` pixels of a row of bits. `out` has room for most_transitions.
-// Returns how many.
+// Finds the transitions of the first `width` pixels of a row of bits. Returns how many, or -1 when
+// `out` is too small to hold them.
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                                  std::span<std::uint16_t> out);
 
@@ -32,7 +33,7 @@ void transitions_to_bits(Transitions row, std::int32_t first, std::int32_t width
                          std::span<std::uint8_t> bits);
 
 // Reads a run list as decoders deliver it (length word, positions, closers): positions below
-// `width` as long as they ascend. `out` has room for most_transitions. Returns how many.
+// `width` as long as they ascend, until the list or `out` ends. Returns how many.
 std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,
                            std::span<std::uint16_t> out);
 

@@ -1,0 +1,225 @@
+// Exports on images: deletion, queries, crop rectangle, display values, pixels, palettes.
+#include <cstring>
+
+#include "core/abi.h"
+#include "core/image_create.h"
+#include "core/rows.h"
+#include "core/run_storage.h"
+#include "include/tarnquill.h"
+#include "platform/device_bitmap.h"
+
+using tq::ImageRecord;
+using tq::kOk;
+using tq::Status;
+using tq::StatusCode;
+using tq::with_image;
+using tq::with_pixels;
+
+namespace {
+
+void store_rect(const tq::Rect& rect, std::int32_t* x, std::int32_t* y, std::int32_t* width,
+                std::int32_t* height) {
+  tq::store(x, rect.x);
+  tq::store(y, rect.y);
+  tq::store(width, rect.width);
+  tq::store(height, rect.height);
+}
+
+// Reaching the right or bottom edge costs the last column or row; callers rely on it.
+tq::Rect clamp_crop(const ImageRecord& image, tq::Rect crop) {
+  if (crop.x < 0 || crop.x >= image.width) crop.x = 0;
+  if (crop.y < 0 || crop.y >= image.height) crop.y = 0;
+  if (crop.width < 1) crop.width = 1;
+  if (crop.height < 1) crop.height = 1;
+  if (std::int64_t{crop.y} + crop.height >= image.height) crop.height = image.height - crop.y - 1;
+  if (std::int64_t{crop.x} + crop.width >= image.width) crop.width = image.width - crop.x - 1;
+  return crop;
+}
+
+std::size_t palette_size(const ImageRecord& image) {
+  return tq::palette_of(image).size_bytes();
+}
+
+std::int32_t palette_entries(const ImageRecord& image) {
+  return static_cast<std::int32_t>(tq::palette_of(image).size());
+}
+
+Status create_from_device(tq::ImageSlot& slot, void* bitmap) {
+  tq::platform::DeviceBitmap found;
+  if (!tq::platform::query_device_bitmap(bitmap, found)) return StatusCode::no_device_bitmap;
+  const tq::HeaderBlock header =
+      tq::dib_header(found.width, found.height, found.monochrome ? 1 : 24);
+  TQ_TRY(slot.allocate());
+  TQ_TRY(tq::create_shell(slot.record(), &header));
+  ImageRecord& image = slot.record();
+  if (!tq::platform::read_device_bitmap(bitmap, image.height, image.dib, tq::pixels_of(image))) {
+    return StatusCode::no_device_bitmap;
+  }
+  return slot.keep();
+}
+
+}  // namespace
+
+std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
+  if (packed_dib == nullptr) return IMG_BAD_IMAGE;
+  const Status slot = tq::allocate_image_slot();
+  if (slot.failed()) return slot.raw();
+  const tq::ImageHandle handle{slot.raw()};
+  const Status adopted = tq::adopt_dib(tq::image_record(handle), packed_dib);
+  // After bad_image the handle stays allocated, without pixels; callers may delete it.
+  if (adopted == StatusCode::out_of_memory) (void)tq::free_image_slot(handle);
+  return adopted.failed() ? adopted.raw() : slot.raw();
+}
+
+std::int32_t IMG_CALL IMG_create_handle_shell(const void* header) {
+  if (header == nullptr) return IMG_BAD_IMAGE;
+  tq::ImageSlot slot;
+  Status result = slot.allocate();
+  if (result.ok()) result = tq::create_shell(slot.record(), header);
+  return result.failed() ? result.raw() : slot.keep().raw();
+}
+
+std::int32_t IMG_CALL IMG_create_handle_ddb(void* bitmap) {
+  tq::ImageSlot slot;
+  return create_from_device(slot, bitmap).raw();
+}
+
+std::int32_t IMG_CALL IMG_delete_bitmap(std::int32_t image) {
+  return tq::free_image_slot(tq::ImageHandle{image}).raw();
+}
+
+std::int32_t IMG_CALL IMG_delete_bitmap_keep(std::int32_t image) {
+  return tq::free_image_slot_keep(tq::ImageHandle{image}).raw();
+}
+
+std::intptr_t IMG_CALL IMG_bitmap_info(std::int32_t image, std::int32_t* width,
+                                       std::int32_t* height, std::int32_t* bits) {
+  std::intptr_t address = 0;
+  const std::int32_t result = with_pixels(image, [&](ImageRecord& record) {
+    const tq::BitmapInfoHeader header = tq::header_of(record);
+    tq::store(width, header.biWidth);
+    tq::store(height, header.biHeight);
+    tq::store(bits, std::int32_t{header.biBitCount});
+    address = reinterpret_cast<std::intptr_t>(record.dib);
+    return kOk;
+  });
+  return result < 0 ? result : address;
+}
+
+std::int32_t IMG_CALL IMGLOW_get_bitmap_header(std::int32_t image, void* out) {
+  return with_pixels(image, [&](ImageRecord& record) {
+    if (out != nullptr) std::memcpy(out, record.dib, tq::kDibHeaderBytes + palette_size(record));
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_get_croprect(std::int32_t image, std::int32_t* x, std::int32_t* y,
+                                       std::int32_t* width, std::int32_t* height) {
+  return with_image(image, [&](ImageRecord& record) {
+    store_rect(record.crop, x, y, width, height);
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_set_croprect(std::int32_t image, std::int32_t x, std::int32_t y,
+                                       std::int32_t width, std::int32_t height) {
+  return with_image(image, [&](ImageRecord& record) {
+    record.crop = clamp_crop(record, {x, y, width, height});
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_get_display_rect(std::int32_t image, std::int32_t* x, std::int32_t* y,
+                                              std::int32_t* width, std::int32_t* height) {
+  return with_image(image, [&](ImageRecord& record) {
+    store_rect(record.display, x, y, width, height);
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_set_gamma(std::int32_t image, std::int32_t value) {
+  return with_image(image, [&](ImageRecord& record) {
+    record.gamma = value;
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_set_rop(std::int32_t image, std::int32_t rop) {
+  return with_image(image, [&](ImageRecord& record) {
+    record.raster_operation = rop;
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_set_display_angle(std::int32_t image, std::int32_t degrees) {
+  return with_image(image, [&](ImageRecord& record) -> Status {
+    if (degrees != 0 && degrees != 90 && degrees != 180 && degrees != 270) {
+      return StatusCode::unsupported;
+    }
+    record.display_angle = degrees;
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_set_transp_color(std::int32_t image, std::int32_t index) {
+  return with_image(image, [&](ImageRecord& record) {
+    record.transparent_colour = index;
+    record.has_transparent = true;
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_get_transp_color(std::int32_t image) {
+  return with_image(image, [](ImageRecord& record) -> Status {
+    if (!record.has_transparent) return StatusCode::no_transparency;
+    return Status::from_raw(record.transparent_colour & 255);
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_get_raster(std::int32_t image, void* out, std::int32_t row,
+                                        std::int32_t bytes) {
+  return with_pixels(image, [&](ImageRecord& record) -> Status {
+    if (out == nullptr) return StatusCode::unsupported;
+    return tq::get_raster(record, static_cast<std::uint8_t*>(out), row, bytes);
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_put_raster(std::int32_t image, const void* in, std::int32_t row,
+                                        std::int32_t bytes) {
+  return with_pixels(image, [&](ImageRecord& record) -> Status {
+    if (in == nullptr) return StatusCode::unsupported;
+    return tq::put_raster(record, static_cast<const std::uint8_t*>(in), row, bytes);
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_get_palette(std::int32_t image, void* out) {
+  return with_pixels(image, [&](ImageRecord& record) {
+    if (out != nullptr) std::memcpy(out, tq::palette_of(record).data(), palette_size(record));
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMGLOW_put_palette(std::int32_t image, const void* in) {
+  return with_pixels(image, [&](ImageRecord& record) {
+    if (in != nullptr) std::memcpy(tq::palette_of(record).data(), in, palette_size(record));
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_bitmap_palette(std::int32_t image) {
+  return with_pixels(image,
+                     [](ImageRecord& record) { return Status::from_raw(palette_entries(record)); });
+}
+
+std::int32_t IMG_CALL IMG_get_bitmap_palette(std::int32_t image, void* out) {
+  const std::int32_t copied = IMGLOW_get_palette(image, out);
+  return copied < 0 ? copied : IMG_bitmap_palette(image);
+}
+
+std::int32_t IMG_CALL IMG_runs_to_dib(std::int32_t image) {
+  return with_pixels(image, tq::runs_to_dib);
+}
+
+std::int32_t IMG_CALL IMG_dib_to_runs(std::int32_t image) {
+  return with_pixels(image, tq::dib_to_runs);
+}

@@ -1,0 +1,280 @@
+// Run lists: bits to transitions and back, and the lists of an image inside its DIB block.
+#include "core/run_storage.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "core/image_table.h"
+
+namespace tq {
+namespace {
+
+constexpr int kClosers = 6;           // the width and the width + 2, three times each
+constexpr std::uint16_t kAsBits = 0;  // in place of a length: the row follows as bits
+constexpr std::uint64_t kGrowth = 64000;
+
+constexpr std::size_t list_bytes(std::size_t transitions) {
+  return 2 * (1 + transitions + kClosers);
+}
+
+// The next 64 pixels, the leftmost in the top bit; what the row does not have is white.
+std::uint64_t load_pixels(std::span<const std::uint8_t> bits, std::size_t at) {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t pixels = ~std::uint64_t{0};
+  const std::size_t left = bits.size() - at;
+  std::memcpy(&pixels, bits.data() + at, left < sizeof pixels ? left : sizeof pixels);
+  return __builtin_bswap64(pixels);
+}
+
+// Clears bits first .. last - 1.
+void clear_bits(std::span<std::uint8_t> bits, std::int64_t first, std::int64_t last) {
+  if (first >= last) return;
+  const auto first_byte = static_cast<std::size_t>(first / 8);
+  const auto last_byte = static_cast<std::size_t>(last / 8);
+  const auto before = static_cast<std::uint8_t>(~(0xFF >> (first & 7)));  // bits that stay
+  const auto after = static_cast<std::uint8_t>(0xFF >> (last & 7));
+  if (first_byte == last_byte) {
+    bits[first_byte] &= static_cast<std::uint8_t>(before | after);
+    return;
+  }
+  bits[first_byte] &= before;
+  std::fill(bits.begin() + first_byte + 1, bits.begin() + last_byte, std::uint8_t{0});
+  if ((last & 7) != 0) bits[last_byte] &= after;
+}
+
+void whiten_padding(std::span<std::uint8_t> bits, std::int32_t width) {
+  const auto whole = static_cast<std::size_t>(width / 8);
+  if ((width & 7) != 0) bits[whole] |= static_cast<std::uint8_t>(0xFF >> (width & 7));
+  std::fill(bits.begin() + (width + 7) / 8, bits.end(), std::uint8_t{0xFF});
+}
+
+// A stored row: the list at `at` in the DIB block.
+struct StoredRow {
+  const std::uint8_t* list;
+  std::size_t stride;
+
+  std::uint16_t length() const {
+    std::uint16_t word;
+    std::memcpy(&word, list, sizeof word);
+    return word;
+  }
+  bool as_bits() const { return length() == kAsBits; }
+  std::size_t bytes() const { return as_bits() ? 2 + stride : length(); }
+  std::span<const std::uint8_t> bits() const { return {list + 2, stride}; }
+  Transitions transitions() const {
+    // Lists start at even offsets of an aligned block.
+    return {reinterpret_cast<const std::uint16_t*>(list + 2),
+            static_cast<std::size_t>(length()) / 2 - 1 - kClosers};
+  }
+};
+
+std::size_t stride_of(const ImageRecord& image) {
+  return static_cast<std::size_t>(image.bytes_per_row);
+}
+
+bool is_white(const ImageRecord& image, std::int32_t y) {
+  return image.run_table[y] == 0;
+}
+
+StoredRow stored_row(const ImageRecord& image, std::int32_t y) {
+  return {image.dib + image.run_table[y], stride_of(image)};
+}
+
+std::uint32_t front_bytes(const ImageRecord& image) {
+  return static_cast<std::uint32_t>(kDibHeaderBytes + palette_bytes(image.bits));
+}
+
+// Moves the lists that are in use to a new block, in row order, leaving `spare` bytes behind them.
+Status compact(ImageRecord& image, std::uint64_t spare) {
+  const std::uint32_t live = image.runs_end - image.runs_dead;
+  GlobalBlock block;
+  TQ_TRY(block.allocate(live + spare));
+  std::uint32_t end = front_bytes(image);
+  std::memcpy(block.data(), image.dib, end);
+  for (std::int32_t y = 0; y < image.height; ++y) {
+    if (is_white(image, y)) continue;
+    const StoredRow row = stored_row(image, y);
+    const std::size_t bytes = row.bytes();
+    std::memcpy(block.data() + end, row.list, bytes);
+    image.run_table[y] = end;
+    end += static_cast<std::uint32_t>(bytes);
+  }
+  free_block(image.dib);
+  image.dib_size = static_cast<std::int32_t>(block.size());
+  image.dib = block.release();
+  image.runs_end = end;
+  image.runs_dead = 0;
+  return kOk;
+}
+
+// Makes room for one more list of at most `bytes` at the end of the lists.
+Status reserve(ImageRecord& image, std::size_t bytes) {
+  const std::uint64_t needed = std::uint64_t{image.runs_end} + bytes;
+  const auto capacity = static_cast<std::uint64_t>(image.dib_size);
+  if (needed <= capacity) return kOk;
+  if (image.runs_dead > image.runs_end / 2) return compact(image, bytes + kGrowth);
+  const std::uint64_t wanted = std::min(needed + needed / 2 + kGrowth, kLargestBlock);
+  if (wanted < needed) return StatusCode::out_of_memory;
+  std::uint8_t* moved = resize_block(image.dib, wanted);
+  if (moved == nullptr) return StatusCode::out_of_memory;
+  image.dib = moved;
+  image.dib_size = static_cast<std::int32_t>(wanted);
+  return kOk;
+}
+
+// Makes the list of `bytes` bytes that was written at the end of the lists row y's own.
+void commit(ImageRecord& image, std::int32_t y, std::size_t bytes) {
+  const std::uint32_t added = image.runs_end;
+  if (!is_white(image, y)) {
+    const StoredRow old = stored_row(image, y);
+    const std::size_t old_bytes = old.bytes();
+    if (bytes <= old_bytes) {
+      std::memcpy(image.dib + image.run_table[y], image.dib + added, bytes);
+      image.runs_dead += static_cast<std::uint32_t>(old_bytes - bytes);
+      return;
+    }
+    image.runs_dead += static_cast<std::uint32_t>(old_bytes);
+  }
+  image.run_table[y] = added;
+  image.runs_end = added + static_cast<std::uint32_t>(bytes);
+}
+
+void commit_white(ImageRecord& image, std::int32_t y) {
+  if (is_white(image, y)) return;
+  image.runs_dead += static_cast<std::uint32_t>(stored_row(image, y).bytes());
+  image.run_table[y] = 0;
+}
+
+// Where the next list goes: room for the longer of the two forms of a row.
+std::uint16_t* list_place(const ImageRecord& image) {
+  return reinterpret_cast<std::uint16_t*>(image.dib + image.runs_end);
+}
+
+// Transitions that a list may have before its row is kept as bits.
+std::size_t list_limit(const ImageRecord& image) {
+  const std::size_t stride = stride_of(image);
+  return stride < list_bytes(0) ? 0 : (stride - list_bytes(0)) / 2;
+}
+
+// Completes a list whose transitions stand in place.
+std::size_t close_list(std::uint16_t* list, std::size_t count, std::int32_t width) {
+  list[0] = static_cast<std::uint16_t>(list_bytes(count));
+  std::fill_n(list + 1 + count, 3, static_cast<std::uint16_t>(width));
+  std::fill_n(list + 4 + count, 3, static_cast<std::uint16_t>(width + 2));
+  return list_bytes(count);
+}
+
+// Lists are never longer than a row, so the longer form is bits behind their length word; the
+// shortest list of a narrow image is longer still.
+std::size_t most_bytes(const ImageRecord& image) {
+  return std::max(2 + stride_of(image), list_bytes(0));
+}
+
+}  // namespace
+
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::uint16_t> out) {
+  std::size_t count = 0;
+  std::uint64_t last = 1;  // the pixel before, white at first
+  const std::int32_t bytes = (width + 7) / 8;
+  const auto row = bits.first(static_cast<std::size_t>(bytes));
+  for (std::int32_t x = 0; x < width; x += 64) {
+    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
+    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
+    while (changes != 0) {
+      const int at = std::countl_zero(changes);
+      if (count == out.size()) return -1;
+      out[count++] = static_cast<std::uint16_t>(x + at);
+      changes &= ~(std::uint64_t{1} << (63 - at));
+    }
+    last = pixels & 1;
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+void transitions_to_bits(Transitions row, std::int32_t first, std::int32_t width,
+                         std::span<std::uint8_t> bits) {
+  std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
+  const std::int64_t end = std::int64_t{first} + width;
+  for (std::size_t i = 0; i < row.size() && row[i] < end; i += 2) {
+    const std::int64_t black = std::max<std::int64_t>(row[i], first);
+    const std::int64_t white = i + 1 < row.size() ? std::min<std::int64_t>(row[i + 1], end) : end;
+    clear_bits(bits, black - first, white - first);
+  }
+}
+
+std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,
+                           std::span<std::uint16_t> out) {
+  std::size_t count = 0;
+  std::int32_t last = -1;
+  for (std::size_t at = 2; at + 2 <= list.size() && count < out.size(); at += 2) {
+    const std::int32_t position = list[at] | list[at + 1] << 8;
+    if (position <= last || position >= width) break;
+    out[count++] = static_cast<std::uint16_t>(position);
+    last = position;
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row) {
+  if (row.empty()) {
+    commit_white(image, y);
+    return kOk;
+  }
+  TQ_TRY(reserve(image, most_bytes(image)));
+  std::uint16_t* list = list_place(image);
+  if (row.size() <= list_limit(image)) {
+    std::copy(row.begin(), row.end(), list + 1);
+    commit(image, y, close_list(list, row.size(), image.width));
+    return kOk;
+  }
+  list[0] = kAsBits;
+  transitions_to_bits(row, 0, image.width,
+                      {reinterpret_cast<std::uint8_t*>(list + 1), stride_of(image)});
+  commit(image, y, 2 + stride_of(image));
+  return kOk;
+}
+
+Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits) {
+  TQ_TRY(reserve(image, most_bytes(image)));
+  std::uint16_t* list = list_place(image);
+  const std::int32_t count = bits_to_transitions(
+      bits, image.width, {list + 1, std::max<std::size_t>(list_limit(image), 1)});
+  if (count == 0) {
+    commit_white(image, y);
+  } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {
+    commit(image, y, close_list(list, static_cast<std::size_t>(count), image.width));
+  } else {
+    list[0] = kAsBits;
+    const std::span<std::uint8_t> place{reinterpret_cast<std::uint8_t*>(list + 1),
+                                        stride_of(image)};
+    std::copy_n(bits.begin(), place.size(), place.begin());
+    whiten_padding(place, image.width);
+    commit(image, y, 2 + stride_of(image));
+  }
+  return kOk;
+}
+
+void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> bits) {
+  if (is_white(image, y)) {
+    std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
+  } else if (const StoredRow row = stored_row(image, y); row.as_bits()) {
+    std::copy_n(row.bits().begin(), bits.size(), bits.begin());
+  } else {
+    transitions_to_bits(row.transitions(), 0, image.width, bits);
+  }
+}
+
+std::int32_t row_transitions(const ImageRecord& image, std::int32_t y,
+                             std::span<std::uint16_t> out) {
+  if (is_white(image, y)) return 0;
+  const StoredRow row = stored_row(image, y);
+  if (row.as_bits()) return bits_to_transitions(row.bits(), image.width, out);
+  const Transitions transitions = row.transitions();
+  std::copy(transitions.begin(), transitions.end(), out.begin());
+  return static_cast<std::int32_t>(transitions.size());
+}
+
+}  // namespace tq

@@ -1,0 +1,102 @@
+// Exports that change the process-wide settings.
+#include "core/abi.h"
+#include "core/settings.h"
+#include "include/tarnquill.h"
+
+using tq::settings;
+
+namespace {
+
+// The switch of a file type code, or null.
+bool* detect_switch(std::int32_t code) {
+  const std::int32_t base = tq::base_code(code);
+  if (base < 0 || base >= tq::kSwitches) return nullptr;
+  return &settings().auto_detect[static_cast<std::size_t>(base)];
+}
+
+std::int32_t change_switch(std::int32_t code, bool on) {
+  bool* detect = detect_switch(code);
+  if (detect == nullptr) return IMG_UNSUPPORTED;
+  const bool previous = *detect;
+  *detect = on;
+  return previous ? 1 : 0;
+}
+
+}  // namespace
+
+std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn callback,
+                                        std::int32_t enable) {
+  auto& progress = settings().progress;
+  progress.on = enable != 0 && callback != nullptr;
+  if (progress.on) {
+    progress.call = callback;
+    progress.context = context;
+  }
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_dispfunc(std::intptr_t a, std::intptr_t b) {
+  settings().display_functions = {a, b};
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_decomp_reduction(std::int32_t bits) {
+  settings().decomp_reduction = bits;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_decompsize(std::int32_t width, std::int32_t height) {
+  settings().decomp_size = {width, height};
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_decomp_rect(std::int32_t x, std::int32_t y, std::int32_t width,
+                                             std::int32_t height) {
+  settings().decomp_rect = {x < 0 ? 0 : x, y < 0 ? 0 : y, width, height};
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_dithermode(std::int32_t mode) {
+  settings().dither_mode = mode;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_autocolor(std::int32_t flag) {
+  settings().auto_color = flag;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_alias(std::int32_t value) {
+  settings().alias = value;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_alias_quality(std::int32_t value) {
+  settings().alias_quality = value;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_wipedelay(std::int32_t delay) {
+  settings().wipe_delay = delay;
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_auto_detect(std::int32_t code) {
+  return change_switch(code, true);
+}
+
+std::int32_t IMG_CALL IMGLOW_unset_auto_detect(std::int32_t code) {
+  return change_switch(code, false);
+}
+
+std::int32_t IMG_CALL IMGLOW_get_auto_detect(std::int32_t code) {
+  const bool* detect = detect_switch(code);
+  if (detect == nullptr) return IMG_UNSUPPORTED;
+  return *detect ? 1 : 0;
+}
+
+std::int32_t IMG_CALL IMG_ifl_version(std::int32_t* major, std::int32_t* minor) {
+  tq::store(major, std::int32_t{8});
+  tq::store(minor, std::int32_t{3});
+  return IMG_OK;
+}
