@@ -42,14 +42,17 @@ bool remove_file(const char* name);
 void open_memory_stream(void* block);
 void open_memory_stream(void* block, std::size_t size);
 std::int32_t memory_position();
+void set_memory_position(std::int32_t position);
+std::uint32_t memory_openings();  // how often the stream was opened: whether it still is the same
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek);
 bool caller_io_installed();  // any of the three
 void set_scrambling(bool on, std::uint32_t key);
 
 // The rest of the memory stream as it lies in memory, for readers that take it without a copy.
-// Empty unless `stream` is the memory stream read by the library itself without scrambling. The
-// span may be longer than what the caller owns: touch only what the format says is there.
+// Empty unless `stream` is the memory stream, read and positioned by the library itself without
+// scrambling. The span may be longer than what the caller owns, even longer than the address space
+// behind its start: touch only what the format says is there and never form its end.
 std::span<const std::uint8_t> memory_rest(StreamHandle stream);
 
 // Whether bytes come from memory whose end is not known to be beyond what the format needs.

@@ -21,9 +21,13 @@ class ChunkReader {
   ChunkReader() = default;
   ChunkReader(const ChunkReader&) = delete;
   ChunkReader& operator=(const ChunkReader&) = delete;
-  ~ChunkReader();  // leaves the memory stream behind the last byte taken
+  ~ChunkReader() { close(); }
 
   Status open(StreamHandle stream, std::int64_t chunk_bytes);  // out_of_memory
+
+  // Leaves the memory stream behind the last byte taken, unless a callback has opened another one
+  // meanwhile. Other streams stay wherever the last chunk ended.
+  void close();
 
   // The next byte, or -1 at the end.
   int next() {
@@ -46,12 +50,16 @@ class ChunkReader {
  private:
   bool refill(std::size_t wanted);  // whether there is a byte
 
+  // In place: the cursor runs over the memory stream itself. Copied: over the chunk.
+  enum class Mode : std::uint8_t { closed, in_place, copied };
+
   StreamHandle stream_{-1};
+  Mode mode_ = Mode::closed;
   GlobalBlock chunk_;
   const std::uint8_t* cursor_ = nullptr;
-  std::size_t available_ = 0;
-  std::size_t in_place_ = 0;  // bytes of the memory stream that were there at first
-  bool exact_ = false;        // fetch only what is asked for: memory behind scrambling
+  std::size_t available_ = 0;      // bytes at the cursor; counted, as their end may have no address
+  std::int32_t end_position_ = 0;  // in place: of the memory stream behind those bytes
+  std::uint32_t openings_ = 0;     // of the memory stream, when reading began
 };
 
 }  // namespace tq

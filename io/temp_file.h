@@ -23,6 +23,8 @@ class TempFile {
   std::int32_t write(std::span<const std::uint8_t> bytes);
 
  private:
+  void remove();
+
   std::int32_t file_ = -1;
   char name_[platform::kTempNameBytes] = {};
 };

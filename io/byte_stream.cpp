@@ -1,0 +1,212 @@
+// Reading, writing and seeking: the caller's functions first, then memory or a file.
+#include "io/byte_stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/file.h"
+#include "platform/memory.h"
+
+namespace tq {
+namespace {
+
+constexpr std::int32_t kUnknownLimit = 0x70000000;
+
+struct Streams {
+  img_read_fn read = nullptr;
+  img_write_fn write = nullptr;
+  img_seek_fn seek = nullptr;
+  struct {
+    std::uint8_t* block = nullptr;
+    std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
+    std::int32_t limit = 0;
+    std::uint32_t openings = 0;
+  } memory;
+  bool scrambled = false;
+  std::uint8_t key = 0;
+};
+
+Streams& streams() {
+  static constinit Streams state;
+  return state;
+}
+
+std::int32_t count_of(std::span<const std::uint8_t> bytes) {
+  return static_cast<std::int32_t>(std::min<std::size_t>(bytes.size(), INT32_MAX));
+}
+
+// Functions of the system answer -1 on an error, those of a caller may answer anything.
+std::int32_t trusted(std::int32_t answer, std::int32_t count) {
+  return std::clamp(answer, 0, count);
+}
+
+void scramble(std::uint8_t* bytes, std::int32_t count) {
+  const std::uint8_t key = streams().key;
+  for (std::int32_t i = 0; i < count; ++i) bytes[i] ^= key;
+}
+
+// How many bytes there are from the memory stream's position to its limit.
+std::int32_t memory_left() {
+  const auto& memory = streams().memory;
+  if (memory.position < 0 || memory.position >= memory.limit) return 0;
+  return memory.limit - memory.position;
+}
+
+std::int32_t seek_memory(std::int32_t offset, Origin origin) {
+  auto& memory = streams().memory;
+  std::int64_t position = memory.position;
+  if (origin == Origin::start) position = offset;
+  if (origin == Origin::current) position += offset;
+  if (origin == Origin::end) position = std::int64_t{memory.limit} + offset;
+  memory.position = static_cast<std::int32_t>(position);  // wraps, as 32-bit sums do
+  return memory.position;
+}
+
+std::int32_t read_memory(std::uint8_t* bytes, std::int32_t count) {
+  auto& memory = streams().memory;
+  const std::int32_t taken = std::min(count, memory_left());
+  if (taken == 0) return 0;
+  std::memmove(bytes, memory.block + memory.position, static_cast<std::size_t>(taken));
+  memory.position += taken;
+  return taken;
+}
+
+std::int32_t write_memory(const std::uint8_t* bytes, std::int32_t count) {
+  auto& memory = streams().memory;
+  const std::int32_t put = std::min(count, memory_left());
+  if (put == 0) return 0;
+  std::memmove(memory.block + memory.position, bytes, static_cast<std::size_t>(put));
+  memory.position += put;
+  return put;
+}
+
+void open_memory(void* block, std::uint64_t limit) {
+  auto& memory = streams().memory;
+  memory.block = static_cast<std::uint8_t*>(block);
+  memory.position = 0;
+  memory.limit =
+      block == nullptr ? 0 : static_cast<std::int32_t>(std::min<std::uint64_t>(limit, INT32_MAX));
+  ++memory.openings;
+}
+
+}  // namespace
+
+std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin) {
+  const auto handle = static_cast<std::int32_t>(stream);
+  if (const auto caller = streams().seek; caller != nullptr) {
+    return caller(handle, offset, static_cast<std::int32_t>(origin));
+  }
+  if (stream == kMemoryStream) return seek_memory(offset, origin);
+  return platform::file_seek(handle, offset, static_cast<std::int32_t>(origin));
+}
+
+std::int32_t position(StreamHandle stream) {
+  return seek(stream, 0, Origin::current);
+}
+
+std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  const auto handle = static_cast<std::int32_t>(stream);
+  const std::int32_t count = count_of(bytes);
+  if (count == 0) return 0;
+  if (const auto caller = streams().read; caller != nullptr) {
+    return trusted(caller(handle, bytes.data(), count), count);
+  }
+  const std::int32_t taken = stream == kMemoryStream
+                                 ? read_memory(bytes.data(), count)
+                                 : trusted(platform::file_read(handle, bytes.data(), count), count);
+  if (streams().scrambled) scramble(bytes.data(), taken);
+  return taken;
+}
+
+std::int32_t write(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  const auto handle = static_cast<std::int32_t>(stream);
+  const std::int32_t count = count_of(bytes);
+  if (count == 0) return 0;  // a file would be cut off here on some systems
+  if (const auto caller = streams().write; caller != nullptr) {
+    return trusted(caller(handle, bytes.data(), count), count);
+  }
+  const bool scrambled = streams().scrambled;
+  if (scrambled) scramble(bytes.data(), count);
+  const std::int32_t put = stream == kMemoryStream
+                               ? write_memory(bytes.data(), count)
+                               : trusted(platform::file_write(handle, bytes.data(), count), count);
+  if (scrambled) scramble(bytes.data(), put);
+  return put;
+}
+
+std::int32_t stream_size(StreamHandle stream) {
+  if (stream == kMemoryStream) return streams().memory.position;
+  const std::int32_t before = position(stream);
+  const std::int32_t size = seek(stream, 0, Origin::end);
+  seek(stream, before, Origin::start);
+  return size;
+}
+
+std::int32_t open_file(const char* name, OpenMode mode) {
+  const auto raw = static_cast<std::int32_t>(mode);
+  if (raw < 0 || raw > static_cast<std::int32_t>(OpenMode::exists)) return raw;
+  if (name == nullptr) return -1;
+  if (mode == OpenMode::exists) return platform::file_exists(name) ? 0 : -1;
+  return platform::file_open(name, static_cast<platform::FileMode>(raw));
+}
+
+void close_file(StreamHandle stream) {
+  platform::file_close(static_cast<std::int32_t>(stream));
+}
+
+bool remove_file(const char* name) {
+  return name != nullptr && platform::file_remove(name);
+}
+
+void open_memory_stream(void* block) {
+  const std::size_t size = platform::block_size(block);
+  open_memory(block, size == 0 ? kUnknownLimit : size);
+}
+
+void open_memory_stream(void* block, std::size_t size) {
+  open_memory(block, size);
+}
+
+std::int32_t memory_position() {
+  return streams().memory.position;
+}
+
+void set_memory_position(std::int32_t position) {
+  streams().memory.position = position;
+}
+
+std::uint32_t memory_openings() {
+  return streams().memory.openings;
+}
+
+void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek) {
+  Streams& state = streams();
+  state.read = read;
+  state.write = write;
+  state.seek = seek;
+}
+
+bool caller_io_installed() {
+  const Streams& state = streams();
+  return state.read != nullptr || state.write != nullptr || state.seek != nullptr;
+}
+
+void set_scrambling(bool on, std::uint32_t key) {
+  const auto sum = static_cast<std::uint8_t>(key + (key >> 8) + (key >> 16) + (key >> 24));
+  streams().scrambled = on;
+  streams().key = sum == 0 ? std::uint8_t{0xAA} : sum;  // 0 would leave the bytes as they are
+}
+
+std::span<const std::uint8_t> memory_rest(StreamHandle stream) {
+  const Streams& state = streams();
+  const bool as_it_lies = reads_memory(stream) && state.seek == nullptr && !state.scrambled;
+  const std::int32_t left = as_it_lies ? memory_left() : 0;
+  if (left == 0) return {};
+  return {state.memory.block + state.memory.position, static_cast<std::size_t>(left)};
+}
+
+bool reads_memory(StreamHandle stream) {
+  return stream == kMemoryStream && streams().read == nullptr;
+}
+
+}  // namespace tq

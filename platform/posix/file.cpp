@@ -1,0 +1,113 @@
+// Files by descriptor.
+#define _FILE_OFFSET_BITS 64  // files beyond 2 GiB open on 32-bit systems too
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace tq::platform {
+namespace {
+
+static_assert(sizeof(off_t) == 8);
+constexpr int kReserved = 32767;  // names the memory stream
+
+// A descriptor that happens to be the reserved number gets another one.
+int clear_of_reserved(int file) {
+  if (file != kReserved) return file;
+  const int other = fcntl(file, F_DUPFD_CLOEXEC, kReserved + 1);
+  close(file);
+  return other;
+}
+
+// Opening a directory for reading succeeds here, but nothing can be read from one.
+bool is_directory(int file) {
+  struct stat status;
+  return fstat(file, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+int create_in(const char* folder, char* name) {
+  constexpr char kPattern[] = "/imgXXXXXX";
+  const std::size_t length = std::strlen(folder);
+  if (length == 0 || length + sizeof(kPattern) > kTempNameBytes) return -1;
+  std::memcpy(name, folder, length);
+  std::memcpy(name + length, kPattern, sizeof(kPattern));
+  return mkostemp(name, O_CLOEXEC);
+}
+
+}  // namespace
+
+std::int32_t file_open(const char* name, FileMode mode) {
+  int flags = O_RDONLY;
+  if (mode == FileMode::update) flags = O_RDWR;
+  if (mode == FileMode::create) flags = O_RDWR | O_CREAT | O_TRUNC;
+  int file = -1;
+  do {
+    file = open(name, flags | O_CLOEXEC, 0666);
+  } while (file < 0 && errno == EINTR);
+  if (file >= 0 && is_directory(file)) {
+    close(file);
+    return -1;
+  }
+  return clear_of_reserved(file);
+}
+
+bool file_exists(const char* name) {
+  return access(name, F_OK) == 0;
+}
+
+void file_close(std::int32_t file) {
+  close(file);
+}
+
+bool file_remove(const char* name) {
+  return unlink(name) == 0;
+}
+
+std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
+  std::int32_t done = 0;
+  while (done < count) {
+    const ssize_t got =
+        ::read(file, static_cast<char*>(buffer) + done, static_cast<std::size_t>(count - done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && done == 0) return -1;
+    if (got <= 0) break;
+    done += static_cast<std::int32_t>(got);
+  }
+  return done;
+}
+
+std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t count) {
+  std::int32_t done = 0;
+  while (done < count) {
+    const ssize_t put = ::write(file, static_cast<const char*>(buffer) + done,
+                                static_cast<std::size_t>(count - done));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0 && done == 0) return -1;
+    if (put <= 0) break;
+    done += static_cast<std::int32_t>(put);
+  }
+  return done;
+}
+
+std::int32_t file_seek(std::int32_t file, std::int32_t offset, std::int32_t origin) {
+  constexpr int kOrigins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+  if (origin < 0 || origin > 2) return -1;
+  const off_t position = lseek(file, offset, kOrigins[origin]);
+  return position > INT32_MAX ? -1 : static_cast<std::int32_t>(position);
+}
+
+std::int32_t file_create_temporary(char* name) {
+  const char* const folder = std::getenv("TMPDIR");
+  int file = folder == nullptr ? -1 : create_in(folder, name);
+  if (file < 0) file = create_in("/tmp", name);
+  const int kept = clear_of_reserved(file);
+  if (file >= 0 && kept < 0) unlink(name);
+  return kept;
+}
+
+}  // namespace tq::platform

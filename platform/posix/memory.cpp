@@ -1,0 +1,158 @@
+// Memory blocks from malloc, and a register of the live ones: it tells the start of a block of
+// ours from any other address that a caller may hand in.
+#include "platform/memory.h"
+
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace tq::platform {
+namespace {
+
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+constexpr std::size_t kLargeBlock = 2 * kHugePage;  // from here on an aligned huge page fits in
+
+struct Entry {
+  std::uintptr_t address;  // 0: free place
+  std::size_t size;        // bytes, as requested
+};
+
+// Hash table with linear probing, at most half full. The first places are static, so that small
+// programs need no table of their own and an unloaded library that has freed its blocks leaves
+// nothing behind.
+class Register {
+ public:
+  Entry* find(const void* block) {
+    const auto address = reinterpret_cast<std::uintptr_t>(block);
+    if (address == 0) return nullptr;
+    Entry& entry = entries_[place_of(address)];
+    return entry.address == address ? &entry : nullptr;
+  }
+
+  // Makes room for one more block.
+  bool reserve() {
+    if (2 * (count_ + 1) <= places_) return true;
+    if (places_ > SIZE_MAX / (2 * sizeof(Entry))) return false;
+    auto* larger = static_cast<Entry*>(std::calloc(2 * places_, sizeof(Entry)));
+    if (larger == nullptr) return false;
+    const Entry* const old = entries_;
+    const std::size_t old_places = places_;
+    entries_ = larger;
+    places_ = 2 * old_places;
+    for (std::size_t i = 0; i < old_places; ++i) {
+      if (old[i].address != 0) entries_[place_of(old[i].address)] = old[i];
+    }
+    if (old != first_) std::free(const_cast<Entry*>(old));
+    return true;
+  }
+
+  void insert(const void* block, std::size_t size) {
+    const auto address = reinterpret_cast<std::uintptr_t>(block);
+    entries_[place_of(address)] = {address, size};
+    ++count_;
+  }
+
+  // Entries behind the gap move up where their probing passes it, so that no search stops early.
+  void remove(Entry* entry) {
+    auto gap = static_cast<std::size_t>(entry - entries_);
+    for (std::size_t i = next(gap); entries_[i].address != 0; i = next(i)) {
+      const std::size_t way = (i - home_of(entries_[i].address)) & (places_ - 1);
+      if (way >= ((i - gap) & (places_ - 1))) {
+        entries_[gap] = entries_[i];
+        gap = i;
+      }
+    }
+    entries_[gap] = {};
+    --count_;
+    if (count_ == 0 && entries_ != first_) {
+      std::free(entries_);
+      entries_ = first_;
+      places_ = kFirstPlaces;
+    }
+  }
+
+ private:
+  static constexpr std::size_t kFirstPlaces = 64;
+
+  std::size_t next(std::size_t place) const { return (place + 1) & (places_ - 1); }
+  std::size_t home_of(std::uintptr_t address) const {
+    // Fibonacci hashing: blocks are 16 bytes apart, the product's high half depends on all bits.
+    const std::uint64_t product = std::uint64_t{address} * 0x9E3779B97F4A7C15u;
+    return static_cast<std::size_t>(product >> 32) & (places_ - 1);
+  }
+  // Where this address is, or would be put.
+  std::size_t place_of(std::uintptr_t address) const {
+    std::size_t place = home_of(address);
+    while (entries_[place].address != 0 && entries_[place].address != address) place = next(place);
+    return place;
+  }
+
+  Entry first_[kFirstPlaces] = {};
+  Entry* entries_ = first_;
+  std::size_t places_ = kFirstPlaces;  // a power of two
+  std::size_t count_ = 0;
+};
+
+Register& live_blocks() {
+  static constinit Register blocks;
+  return blocks;
+}
+
+// Fewer and cheaper page faults on first touch; a system that refuses changes nothing.
+void prefer_huge_pages(void* block, std::size_t size) {
+#ifdef MADV_HUGEPAGE
+  if (size < kLargeBlock) return;
+  const auto start = reinterpret_cast<std::uintptr_t>(block);
+  const std::size_t lead = (kHugePage - start % kHugePage) % kHugePage;
+  const std::size_t whole = (size - lead) / kHugePage * kHugePage;
+  madvise(static_cast<std::uint8_t*>(block) + lead, whole, MADV_HUGEPAGE);
+#else
+  static_cast<void>(block);
+  static_cast<void>(size);
+#endif
+}
+
+constexpr std::size_t at_least_one(std::size_t size) {
+  return size == 0 ? 1 : size;
+}
+
+}  // namespace
+
+void* block_alloc(std::size_t size) {
+  if (!live_blocks().reserve()) return nullptr;
+  void* const block = std::malloc(at_least_one(size));
+  if (block == nullptr) return nullptr;
+  prefer_huge_pages(block, size);
+  live_blocks().insert(block, at_least_one(size));
+  return block;
+}
+
+void* block_resize(void* block, std::size_t size) {
+  Entry* const entry = live_blocks().find(block);
+  if (entry == nullptr) return nullptr;
+  void* const moved = std::realloc(block, at_least_one(size));
+  if (moved == nullptr) return nullptr;
+  if (moved == block) {
+    entry->size = at_least_one(size);
+  } else {
+    live_blocks().remove(entry);
+    live_blocks().insert(moved, at_least_one(size));
+  }
+  prefer_huge_pages(moved, size);
+  return moved;
+}
+
+void block_free(void* block) {
+  Entry* const entry = live_blocks().find(block);
+  if (entry == nullptr) return;
+  live_blocks().remove(entry);
+  std::free(block);
+}
+
+std::size_t block_size(const void* address) {
+  const Entry* const entry = live_blocks().find(address);
+  return entry == nullptr ? 0 : entry->size;
+}
+
+}  // namespace tq::platform
