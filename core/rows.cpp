@@ -54,6 +54,22 @@ Status put_raster(ImageRecord& image, const std::uint8_t* in, std::int32_t y, st
   return store_bits(image, y, row.pixels());
 }
 
+void copy_bits(std::span<const std::uint8_t> bits, std::int32_t first, std::int32_t width,
+               std::span<std::uint8_t> out) {
+  const auto from = bits.subspan(static_cast<std::size_t>(first / 8));
+  const int shift = first & 7;
+  const auto byte_at = [&](std::size_t i) {
+    const int next = shift != 0 && i + 1 < from.size() ? from[i + 1] >> (8 - shift) : 0;
+    return static_cast<std::uint8_t>(from[i] << shift | next);
+  };
+  const auto whole = static_cast<std::size_t>(width / 8);
+  for (std::size_t i = 0; i < whole; ++i) out[i] = byte_at(i);
+  if (const int rest = width & 7; rest != 0) {
+    const auto stay = static_cast<std::uint8_t>(0xFF >> rest);
+    out[whole] = static_cast<std::uint8_t>((out[whole] & stay) | (byte_at(whole) & ~stay));
+  }
+}
+
 void row_to_colours(std::span<const std::uint8_t> row, const RowFormat& format,
                     std::span<Rgb> colours) {
   const auto width = static_cast<std::size_t>(format.width);

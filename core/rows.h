@@ -13,6 +13,11 @@ namespace tq {
 Status get_raster(const ImageRecord& image, std::uint8_t* out, std::int32_t y, std::int32_t bytes);
 Status put_raster(ImageRecord& image, const std::uint8_t* in, std::int32_t y, std::int32_t bytes);
 
+// Copies pixels `first` .. `first` + `width` - 1 of a row of 1-bit pixels to the start of `out`,
+// whose other bits keep their value.
+void copy_bits(std::span<const std::uint8_t> bits, std::int32_t first, std::int32_t width,
+               std::span<std::uint8_t> out);
+
 // How the pixels of a row are to be understood.
 struct RowFormat {
   std::int32_t width = 0;

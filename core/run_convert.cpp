@@ -1,5 +1,5 @@
 // A whole 1-bit image from run lists to plain pixels and back.
-#include <cstring>
+#include <algorithm>
 
 #include "core/image_create.h"
 #include "core/image_table.h"

@@ -28,7 +28,7 @@ std::uint64_t load_pixels(std::span<const std::uint8_t> bits, std::size_t at) {
 }
 
 // Clears bits first .. last - 1.
-void clear_bits(std::span<std::uint8_t> bits, std::int64_t first, std::int64_t last) {
+void clear_bits(std::span<std::uint8_t> bits, std::int32_t first, std::int32_t last) {
   if (first >= last) return;
   const auto first_byte = static_cast<std::size_t>(first / 8);
   const auto last_byte = static_cast<std::size_t>(last / 8);
@@ -194,14 +194,10 @@ std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_
   return static_cast<std::int32_t>(count);
 }
 
-void transitions_to_bits(Transitions row, std::int32_t first, std::int32_t width,
-                         std::span<std::uint8_t> bits) {
+void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits) {
   std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
-  const std::int64_t end = std::int64_t{first} + width;
-  for (std::size_t i = 0; i < row.size() && row[i] < end; i += 2) {
-    const std::int64_t black = std::max<std::int64_t>(row[i], first);
-    const std::int64_t white = i + 1 < row.size() ? std::min<std::int64_t>(row[i + 1], end) : end;
-    clear_bits(bits, black - first, white - first);
+  for (std::size_t i = 0; i < row.size(); i += 2) {
+    clear_bits(bits, row[i], i + 1 < row.size() ? row[i + 1] : width);
   }
 }
 
@@ -231,7 +227,7 @@ Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row) {
     return kOk;
   }
   list[0] = kAsBits;
-  transitions_to_bits(row, 0, image.width,
+  transitions_to_bits(row, image.width,
                       {reinterpret_cast<std::uint8_t*>(list + 1), stride_of(image)});
   commit(image, y, 2 + stride_of(image));
   return kOk;
@@ -263,7 +259,7 @@ void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t
   } else if (const StoredRow row = stored_row(image, y); row.as_bits()) {
     std::copy_n(row.bits().begin(), bits.size(), bits.begin());
   } else {
-    transitions_to_bits(row.transitions(), 0, image.width, bits);
+    transitions_to_bits(row.transitions(), image.width, bits);
   }
 }
 

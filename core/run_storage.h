@@ -27,10 +27,8 @@ constexpr std::int64_t most_transitions(std::int64_t width) {
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                                  std::span<std::uint16_t> out);
 
-// Draws pixels `first` .. `first` + `width` - 1 of the row, taking what lies beyond the last
-// transition as the last colour; the rest of `bits` is set to 1.
-void transitions_to_bits(Transitions row, std::int32_t first, std::int32_t width,
-                         std::span<std::uint8_t> bits);
+// Draws a row of `width` pixels; the rest of `bits` is set to 1.
+void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits);
 
 // Reads a run list as decoders deliver it (length word, positions, closers): positions below
 // `width` as long as they ascend, until the list or `out` ends. Returns how many.

@@ -1,0 +1,75 @@
+// Exports that decode: into images, or into a caller's callbacks.
+#include "dispatch/decode.h"
+#include "include/tarnquill.h"
+#include "io/open_file.h"
+
+using tq::kMemoryStream;
+using tq::Status;
+using tq::StreamHandle;
+using tq::dispatch::decode_image;
+using tq::dispatch::dispatch_decode;
+
+namespace {
+
+// Memory that only says how large it is when it is a global block.
+constexpr std::size_t kUnknown = static_cast<std::size_t>(-1);
+
+bool open_block(const void* block, std::size_t size) {
+  if (block == nullptr) return false;
+  if (size == kUnknown) {
+    tq::open_memory_stream(const_cast<void*>(block));
+  } else {
+    tq::open_memory_stream(const_cast<void*>(block), size);
+  }
+  return true;
+}
+
+std::int32_t decode_block(const void* block, std::size_t size, std::int32_t page) {
+  if (!open_block(block, size)) return IMG_UNSUPPORTED;
+  return decode_image(kMemoryStream, 0, page).raw();
+}
+
+}  // namespace
+
+std::int32_t IMG_CALL IMG_create_handle(void* packed_dib) {
+  return decode_block(packed_dib, kUnknown, 0);
+}
+
+std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
+  tq::OpenFile file;
+  const Status opened = file.open(name, tq::OpenMode::read);
+  return opened.failed() ? opened.raw() : decode_image(file.handle(), 0, 0).raw();
+}
+
+std::int32_t IMG_CALL IMG_decompress_bitmap_fd(std::int32_t stream, std::int32_t offset,
+                                               std::int32_t page) {
+  return decode_image(StreamHandle{stream}, offset, page).raw();
+}
+
+std::int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, std::int32_t page) {
+  return decode_block(block, kUnknown, page);
+}
+
+std::int32_t IMG_CALL IMG_decompress_bitmap_block(const void* block, std::size_t size,
+                                                  std::int32_t page) {
+  return decode_block(block, size, page);
+}
+
+std::int32_t IMG_CALL IMGLOW_decompress_bitmap(std::int32_t stream, std::int32_t offset,
+                                               std::int32_t page, img_row_fn row,
+                                               void* sink_context, img_header_fn header) {
+  return dispatch_decode(StreamHandle{stream}, offset, page, {header, row, sink_context}).raw();
+}
+
+std::int32_t IMG_CALL IMGLOW_decompress_bitmap_mem(void* block, std::int32_t page, img_row_fn row,
+                                                   void* sink_context, img_header_fn header) {
+  if (!open_block(block, kUnknown)) return IMG_UNSUPPORTED;
+  return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, 0, page, row, sink_context, header);
+}
+
+std::int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, std::size_t size,
+                                                     std::int32_t page, img_row_fn row,
+                                                     void* sink_context, img_header_fn header) {
+  if (!open_block(block, size)) return IMG_UNSUPPORTED;
+  return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, 0, page, row, sink_context, header);
+}

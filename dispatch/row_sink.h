@@ -1,0 +1,76 @@
+// The library's own row sink: makes the image from a decoder's header and stores its rows, reduced,
+// scaled or cut on the way as the settings say.
+#pragma once
+
+#include "core/image_create.h"
+#include "core/image_record.h"
+#include "dispatch/row_reduce.h"
+#include "formats/codec.h"
+
+namespace tq::dispatch {
+
+// Which rows have been stored, so that only the others need clearing: a new block's rows hold
+// whatever was in memory.
+class DeliveredRows {
+ public:
+  void start(bool all_clear) {
+    first_ = last_ = 0;
+    all_clear_ = all_clear;
+  }
+  void add(ImageRecord& image, std::int32_t y);  // before the row is stored
+  void clear_others(ImageRecord& image);
+
+ private:
+  std::int32_t first_ = 0, last_ = 0;  // rows first_ .. last_ - 1 have been stored
+  bool all_clear_ = false;             // the others are clear
+};
+
+class ImageSink {
+ public:
+  ImageSink(ImageHandle handle, const ImageRecord& image)
+      : handle_(handle), serial_(image.serial) {}
+  ImageSink(const ImageSink&) = delete;
+  ImageSink& operator=(const ImageSink&) = delete;
+
+  formats::RowSink callbacks() { return {on_header, on_row, this}; }
+
+  // After a decode that succeeded: clears what was not delivered. bad_image when there was no
+  // header.
+  Status finish();
+
+ private:
+  enum class Fit { whole, scaled, cut };
+
+  static std::int32_t IMG_CB_C on_header(void* block, void* sink);
+  static std::int32_t IMG_CB_C on_row(void* row, void* sink, std::int32_t y, std::int32_t bytes);
+
+  Status header(const HeaderBlock& block);
+  Status row(std::span<const std::uint8_t> bytes, std::int32_t y);
+
+  ImageRecord* image() const;
+  ImageShape choose_shape();
+  Status allocate_buffers(const ImageShape& shape);
+  bool place_row(std::int32_t& y);
+  std::span<const std::uint8_t> whole_row(std::span<const std::uint8_t> bytes);
+  std::span<const std::uint8_t> fit_row(std::span<const std::uint8_t> pixels);
+  Status store(ImageRecord& image, std::span<const std::uint8_t> bytes, std::int32_t y);
+
+  ImageHandle handle_;
+  std::uint64_t serial_;
+
+  HeaderBlock source_;          // as the decoder delivers it
+  std::size_t source_row_ = 0;  // bytes of a row of pixels from the decoder
+  Fit fit_ = Fit::whole;
+  std::int32_t left_ = 0, top_ = 0;  // of the decode rectangle, in source pixels
+  std::int32_t last_scaled_row_ = -1;
+  RowReducer reducer_;
+  bool has_header_ = false;
+  std::int32_t width_ = 0, height_ = 0, bits_ = 0;  // of the image that was made
+  DeliveredRows delivered_;
+
+  RowBuffer<std::uint8_t> whole_;         // a row from the decoder, padded to its full size
+  RowBuffer<std::uint8_t> fitted_;        // a row of the image
+  RowBuffer<std::uint16_t> transitions_;  // of a run list from the decoder
+};
+
+}  // namespace tq::dispatch
