@@ -18,8 +18,10 @@ root=$cache/wine32
 suite=bookworm
 
 # A clone has a Wine prefix, and so a Wine server, of its own: the server opens files by their path
-# in the namespace that it was started in, where only this clone can be seen.
-clone=$(printf %s "$repo" | sha256sum | cut -c1-12)
+# in the namespace that it was started in, where only this clone can be seen. The folder's number is
+# part of its name: a new clone in the old place is another one.
+identity="$(stat -c %d:%i -- "$repo") $repo"
+clone=$(sha256sum <<< "$identity" | cut -c1-12)
 inside=/clones/$clone
 
 fail() {
@@ -57,7 +59,7 @@ build() {  # DIR MIRROR, in a namespace of its own
   chmod +x "$dir/usr/sbin/policy-rc.d"
   apt-config dump Acquire::http::Proxy Acquire::https::Proxy > "$dir/etc/apt/apt.conf.d/50host"
   DEBIAN_FRONTEND=noninteractive LC_ALL=C chroot "$dir" \
-    apt-get install -y --no-install-recommends wine wine32
+    apt-get -o Acquire::Retries=3 install -y --no-install-recommends wine wine32
   chroot "$dir" apt-get clean
   mkdir "$dir/clones"
   # The prefix that the clones' prefixes are copied from.
@@ -94,10 +96,12 @@ setup() {
 # --- run --------------------------------------------------------------------------------------
 
 prune() {  # prefixes of clones that are gone
-  local note
+  local note number folder
   for note in "$root"/clones/*/of; do
     [ -e "$note" ] || continue
-    [ -d "$(cat "$note")" ] || rm -rf --one-file-system "$(dirname "$note")"
+    read -r number folder < "$note"
+    [ "$(stat -c %d:%i -- "$folder" 2> /dev/null)" = "$number" ] ||
+      rm -rf --one-file-system "$(dirname "$note")"
   done
 }
 
@@ -111,7 +115,7 @@ start_server() {  # makes the clone's prefix and starts its server, unless that 
       # Linked, for its half a gigabyte of system files; the registry is what gets written.
       cp -al "$root/clones/template" "$root$inside/prefix"
       cp -a --remove-destination "$root/clones/template"/*.reg "$root$inside/prefix"
-      echo "$repo" > "$root$inside/of"
+      echo "$identity" > "$root$inside/of"
     fi
     in_namespace _serve 9>&-
   ) 9> "$root/clones/lock" < /dev/null > /dev/null 2>&1
@@ -166,6 +170,6 @@ case ${1:-} in
   _build) build "$2" "$3" ;;
   _serve) serve ;;
   _run) shift; run_inside "$@" ;;
-  _stop) mount_system "$root"; wine_env WINEPREFIX="$inside/prefix" chroot "$root" wineserver --kill ;;
+  _stop) mount_system "$root"; wine_env WINEPREFIX="$inside/prefix" chroot "$root" wineserver --kill || true ;;
   *) sed -n '2,6s/^# \{0,1\}//p' "$self" >&2; exit 2 ;;
 esac
