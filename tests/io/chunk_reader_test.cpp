@@ -153,6 +153,28 @@ TEST(ChunkReader, AnyPatternOfRequestsGivesTheStreamsBytes) {
   }
 }
 
+TEST(ChunkReader, WhatWasOnlyPeekedAtStaysInTheMemoryStream) {
+  for (const Source source :
+       {Source::memory, Source::scrambled_memory, Source::memory_with_callers_seek}) {
+    const Stream stream(source, {1, 2, 3, 4});
+    ChunkReader reader;
+    ASSERT_TRUE(reader.open(stream.handle(), 100).ok());
+    EXPECT_EQ(reader.next(), 1);
+    EXPECT_EQ(reader.peek(3).size(), 3u);
+    reader.skip(1);
+    reader.close();
+    EXPECT_EQ(memory_position(), 2) << "source " << static_cast<int>(source);
+  }
+}
+
+TEST(ChunkReader, CallersAreAskedForWholeChunks) {
+  MemoryFile caller(Bytes(1000, 1));
+  ChunkReader reader;
+  ASSERT_TRUE(reader.open(MemoryFile::kHandle, 100).ok());
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(reader.next(), 1);
+  EXPECT_EQ(caller.counts, std::vector<std::int32_t>(10, 100));
+}
+
 TEST(ChunkReader, EndOfASizedBlockIsTheEnd) {
   const GuardedBlock block(Bytes{1, 2, 3});
   open_memory_stream(block.data(), block.size());

@@ -94,8 +94,12 @@ TEST(PlatformMemory, BlocksComeAndGoInAnyOrder) {
         live.pop_back();
         continue;
       }
+      const std::uint8_t* const before = known.block;
       known.block = static_cast<std::uint8_t*>(block_resize(known.block, size));
       ASSERT_NE(known.block, nullptr);
+      if (known.block != before) {
+        ASSERT_EQ(block_size(before), 0u);
+      }
       ASSERT_EQ(known.block[0], known.fill);
       if (size >= known.size) {
         ASSERT_EQ(known.block[known.size - 1], known.fill);

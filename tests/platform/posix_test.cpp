@@ -30,6 +30,8 @@ TEST(PosixFile, PositionsBeyond31BitsAreFailures) {
   EXPECT_LT(file_seek(file, 0, 2), 0);
   EXPECT_EQ(file_seek(file, -3, 2), INT32_MAX) << "back within 31 bits";
   EXPECT_LT(file_seek(file, 0, 3), 0) << "no such origin";
+  EXPECT_LT(file_seek(file, INT32_MAX, 1), 0);
+  EXPECT_LT(file_seek(file, INT32_MAX, 1), 0) << "the low 32 bits alone would be positive";
   file_close(file);
 
   const std::int32_t again = file_open(name.c_str(), FileMode::read);
