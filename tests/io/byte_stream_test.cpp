@@ -30,7 +30,7 @@ class Streams : public testing::Test {
     set_caller_io(nullptr, nullptr, nullptr);
     open_memory_stream(nullptr);
   }
-  test::ScratchFolder folder_;
+  test::ScratchFolder folder;
 };
 using ByteStream = Streams;
 using MemoryStream = Streams;
@@ -46,13 +46,13 @@ Bytes read_some(StreamHandle stream, std::size_t count) {
 }
 
 TEST_F(ByteStream, OpenModesKeepTruncateTestAndRefuse) {
-  const std::string name = folder_.file("a"), missing = folder_.file("missing");
+  const std::string name = folder.file("a"), missing = folder.file("missing");
   test::write_file(name, {1, 2, 3});
   EXPECT_LT(open_file(missing.c_str(), OpenMode::read), 0);
   EXPECT_LT(open_file(missing.c_str(), OpenMode::update), 0);
   EXPECT_LT(open_file(missing.c_str(), OpenMode::exists), 0);
   EXPECT_LT(open_file(nullptr, OpenMode::create), 0);
-  EXPECT_LT(open_file(folder_.path().string().c_str(), OpenMode::read), 0) << "a folder";
+  EXPECT_LT(open_file(folder.path().string().c_str(), OpenMode::read), 0) << "a folder";
   EXPECT_EQ(open_file(name.c_str(), OpenMode::exists), 0);
   EXPECT_EQ(open_file(name.c_str(), OpenMode{17}), 17);
   EXPECT_EQ(open_file(name.c_str(), OpenMode{-5}), -5);
@@ -74,7 +74,7 @@ TEST_F(ByteStream, OpenModesKeepTruncateTestAndRefuse) {
 }
 
 TEST_F(ByteStream, LongNamesExist) {
-  std::filesystem::path deep = folder_.path();
+  std::filesystem::path deep = folder.path();
   while (deep.string().size() < 180) deep /= "a folder with a fairly long name";
   std::filesystem::create_directories(deep);
   const std::string name = (deep / "file").string();
@@ -83,7 +83,7 @@ TEST_F(ByteStream, LongNamesExist) {
 }
 
 TEST_F(ByteStream, FileSizeLeavesThePosition) {
-  const std::string name = folder_.file("a");
+  const std::string name = folder.file("a");
   test::write_file(name, Bytes(1000));
   OpenFile file;
   ASSERT_TRUE(file.open(name.c_str(), OpenMode::read).ok());
@@ -96,7 +96,7 @@ TEST_F(ByteStream, FileSizeLeavesThePosition) {
 }
 
 TEST_F(ByteStream, WritingNothingDoesNotCutTheFile) {
-  const std::string name = folder_.file("a");
+  const std::string name = folder.file("a");
   test::write_file(name, {1, 2, 3});
   OpenFile file;
   ASSERT_TRUE(file.open(name.c_str(), OpenMode::update).ok());
@@ -107,7 +107,7 @@ TEST_F(ByteStream, WritingNothingDoesNotCutTheFile) {
 }
 
 TEST_F(ByteStream, ErrorsOfTheSystemAreShortCounts) {
-  const std::string name = folder_.file("a");
+  const std::string name = folder.file("a");
   test::write_file(name, {1, 2, 3});
   Bytes bytes{4, 5};
   OpenFile file;
@@ -219,7 +219,7 @@ TEST_F(Scrambling, KeyByteIsTheSumOfTheKeysBytes) {
 }
 
 TEST_F(Scrambling, FilesAreScrambledAndReadBack) {
-  const std::string name = folder_.file("a");
+  const std::string name = folder.file("a");
   Bytes bytes{1, 2, 3};
   IMG_set_encrypt(1, 0x10);
   OpenFile file;
@@ -243,7 +243,7 @@ TEST_F(Scrambling, TailThatCouldNotBeWrittenStaysScrambled) {
   EXPECT_EQ(write(kMemoryStream, bytes), 0);
   EXPECT_THAT(bytes, ElementsAre(0x11, 0x12, 3, 4)) << "nothing written, nothing restored";
 
-  const std::string name = folder_.file("a");
+  const std::string name = folder.file("a");
   test::write_file(name, {});
   OpenFile read_only;
   ASSERT_TRUE(read_only.open(name.c_str(), OpenMode::read).ok());

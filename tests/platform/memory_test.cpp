@@ -9,7 +9,7 @@
 #include <vector>
 
 // With the address sanitizer, requests that are too large get a null pointer, as they do without.
-extern "C" const char* __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
+extern "C" const char* __asan_default_options() {  // NOLINT(*-reserved-identifier,*-naming)
   return "allocator_may_return_null=1";
 }
 

@@ -98,6 +98,7 @@ TEST(PosixFile, TemporaryFilesNeedNoUsableFolderInTheEnvironment) {
     char name[kTempNameBytes];
     const std::int32_t file = file_create_temporary(name);
     ASSERT_GE(file, 0) << folder;
+    EXPECT_EQ(std::string(name).substr(0, 8), "/tmp/img");
     file_close(file);
     EXPECT_TRUE(file_remove(name));
   }
