@@ -32,6 +32,8 @@ struct MemoryState {
   std::int64_t live = 0, tracked = 0;
   std::int64_t refuse_after = -1;
   bool refused = false;
+  std::uint64_t largest = kLargestBlock;
+  int fill = -1;
 };
 constinit MemoryState state;
 
@@ -39,6 +41,12 @@ bool refuse_this_one() {
   if (state.refuse_after < 0 || state.refuse_after-- > 0) return false;
   state.refused = true;
   return true;
+}
+
+// Bytes `from` to `size` are fresh.
+void fill_fresh_bytes(void* block, std::size_t from, std::size_t size) {
+  if (state.fill < 0 || from >= size) return;
+  std::memset(static_cast<std::uint8_t*>(block) + from, state.fill, size - from);
 }
 
 bool keep_block(void* block, std::size_t size) {
@@ -78,7 +86,7 @@ __attribute__((destructor)) void release_at_unload() {
 }  // namespace
 
 std::uint8_t* alloc_block(std::uint64_t size) {
-  if (size > kLargestBlock || refuse_this_one()) return nullptr;
+  if (size > state.largest || refuse_this_one()) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
   void* block = bytes >= kSmallestKept ? take_kept_block(bytes) : nullptr;
   if (block == nullptr) block = platform::block_alloc(bytes);
@@ -86,13 +94,19 @@ std::uint8_t* alloc_block(std::uint64_t size) {
     release_kept_blocks();
     block = platform::block_alloc(bytes);
   }
-  if (block != nullptr) ++state.live;
+  if (block == nullptr) return nullptr;
+  ++state.live;
+  fill_fresh_bytes(block, 0, bytes);
   return static_cast<std::uint8_t*>(block);
 }
 
 std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
-  if (size > kLargestBlock || refuse_this_one()) return nullptr;
-  return static_cast<std::uint8_t*>(platform::block_resize(block, static_cast<std::size_t>(size)));
+  if (size > state.largest || refuse_this_one()) return nullptr;
+  const auto bytes = static_cast<std::size_t>(size);
+  const std::size_t before = state.fill < 0 ? bytes : platform::block_size(block);
+  void* moved = platform::block_resize(block, bytes);
+  if (moved != nullptr) fill_fresh_bytes(moved, before, bytes);
+  return static_cast<std::uint8_t*>(moved);
 }
 
 void free_block(void* block) {
@@ -159,6 +173,12 @@ void refuse_after(std::int64_t count) {
 }
 bool refused() {
   return state.refused;
+}
+void refuse_above(std::uint64_t bytes) {
+  state.largest = std::min(bytes, kLargestBlock);
+}
+void fill_fresh(int byte) {
+  state.fill = byte;
 }
 std::int64_t live_blocks() {
   return state.live;

@@ -81,12 +81,19 @@ class RowBuffer {
   std::size_t width_ = 0;
 };
 
-// What the tests of failure paths need: every allocation can be refused, every block is counted.
+// What the tests of failure paths need: every allocation can be refused, every block is counted,
+// and fresh blocks can hold what would give stale bytes away.
 namespace memory_probe {
 
 // Refuses the allocation after `count` more have succeeded, once; a negative count: none.
 void refuse_after(std::int64_t count);
-bool refused();                 // whether that has happened
+bool refused();  // whether that has happened
+// Refuses larger blocks, as a small machine does; kLargestBlock at first.
+void refuse_above(std::uint64_t bytes);
+
+// Fills fresh memory with this byte; a negative value leaves it as the system hands it out.
+void fill_fresh(int byte);
+
 std::int64_t live_blocks();     // blocks handed out and not freed
 std::int64_t tracked_blocks();  // of them, those that a GlobalBlock owns: 0 between calls
 
