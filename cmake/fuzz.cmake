@@ -1,0 +1,45 @@
+# Fuzz targets. With TQ_LIBFUZZER (preset fuzz) they are libFuzzer programs; otherwise a small main
+# replays files through them, and a test runs the seed corpus that make_seeds writes.
+
+option(TQ_LIBFUZZER "Link the fuzz targets with libFuzzer" OFF)
+
+if(NOT CMAKE_CROSSCOMPILING)
+  if(TQ_FUZZ_SEED_SOURCES)
+    add_executable(make_seeds ${TQ_FUZZ_SEED_SOURCES})
+    target_link_libraries(make_seeds PRIVATE ${TQ_LAYERS} tq_warnings)
+    if(TARGET tq_test_support)
+      target_link_libraries(make_seeds PRIVATE tq_test_support)
+    endif()
+    set(TQ_SEEDS ${PROJECT_BINARY_DIR}/seeds)
+    add_custom_command(OUTPUT ${TQ_SEEDS}.stamp
+      COMMAND ${CMAKE_COMMAND} -E rm -rf ${TQ_SEEDS}
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${TQ_SEEDS}
+      COMMAND make_seeds ${TQ_SEEDS}
+      COMMAND ${CMAKE_COMMAND} -E touch ${TQ_SEEDS}.stamp
+      DEPENDS make_seeds
+      COMMENT "Writing the seed corpus"
+      VERBATIM)
+    add_custom_target(seeds ALL DEPENDS ${TQ_SEEDS}.stamp)
+  endif()
+
+  foreach(name ${TQ_FUZZERS})
+    add_executable(${name} fuzz/${name}.cpp)
+    target_link_libraries(${name} PRIVATE ${TQ_LAYERS} tq_warnings)
+    if(TARGET tq_test_support)
+      target_link_libraries(${name} PRIVATE tq_test_support)
+    endif()
+    if(TQ_LIBFUZZER)
+      target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    else()
+      target_sources(${name} PRIVATE fuzz/replay_main.cpp)
+    endif()
+    if(TQ_FUZZ_SEED_SOURCES)
+      if(TQ_LIBFUZZER)
+        add_test(NAME fuzz.${name}.seeds COMMAND ${name} -runs=0 ${TQ_SEEDS})
+      else()
+        add_test(NAME fuzz.${name}.seeds COMMAND ${name} ${TQ_SEEDS})
+      endif()
+      set_tests_properties(fuzz.${name}.seeds PROPERTIES LABELS fuzz TIMEOUT 300)
+    endif()
+  endforeach()
+endif()

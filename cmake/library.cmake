@@ -1,0 +1,62 @@
+# One object library per folder, one shared library from them.
+
+function(tq_add_layer name)
+  add_library(tq_${name} OBJECT ${ARGN})
+  target_include_directories(tq_${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_compile_definitions(tq_${name} PUBLIC TARNQUILL_BUILD)
+  target_link_libraries(tq_${name} PRIVATE tq_options)
+  set_target_properties(tq_${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+endfunction()
+
+if(WIN32)
+  tq_add_layer(platform ${TQ_PLATFORM_SOURCES} ${TQ_PLATFORM_WIN32_SOURCES})
+else()
+  tq_add_layer(platform ${TQ_PLATFORM_SOURCES} ${TQ_PLATFORM_POSIX_SOURCES})
+endif()
+set(TQ_LAYERS tq_platform)
+foreach(layer core io formats process dispatch)
+  string(TOUPPER ${layer} upper)
+  if(TQ_${upper}_SOURCES)
+    tq_add_layer(${layer} ${TQ_${upper}_SOURCES})
+    list(APPEND TQ_LAYERS tq_${layer})
+  endif()
+endforeach()
+
+add_library(tarnquill SHARED)
+add_library(tarnquill::tarnquill ALIAS tarnquill)
+foreach(layer ${TQ_LAYERS})
+  target_sources(tarnquill PRIVATE $<TARGET_OBJECTS:${layer}>)
+endforeach()
+target_include_directories(tarnquill INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
+set_target_properties(tarnquill PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINKER_LANGUAGE CXX)
+if(NOT TQ_INSTRUMENTED)
+  # Linked by the C driver and without what CMake would add for C++ objects, so that code which needs
+  # the C++ run-time library does not link.
+  set_target_properties(tarnquill PROPERTIES LINKER_LANGUAGE C)
+  set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+endif()
+
+if(WIN32)
+  set(TQ_DEF ${PROJECT_SOURCE_DIR}/tarnquill.def)
+  target_sources(tarnquill PRIVATE ${TQ_DEF})
+  set_target_properties(tarnquill PROPERTIES PREFIX "" LINK_DEPENDS ${TQ_DEF})
+  # The list names decorated symbols (name@bytes); the DLL's name table holds the bare names.
+  target_link_options(tarnquill PRIVATE -static -static-libgcc -Wl,--kill-at)
+  # The linker's own import library would lose the decoration that callers refer to.
+  add_custom_command(TARGET tarnquill POST_BUILD
+    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${TQ_DEF} --dllname $<TARGET_FILE_NAME:tarnquill>
+            --output-lib $<TARGET_LINKER_FILE:tarnquill>
+    VERBATIM)
+else()
+  set(TQ_MAP ${PROJECT_SOURCE_DIR}/exports.map)
+  set_target_properties(tarnquill PROPERTIES LINK_DEPENDS ${TQ_MAP})
+  target_link_options(tarnquill PRIVATE -Wl,--version-script,${TQ_MAP} -Wl,--as-needed)
+  if(NOT TQ_INSTRUMENTED)
+    target_link_options(tarnquill PRIVATE -Wl,-z,defs -static-libgcc)
+  endif()
+  target_link_libraries(tarnquill PRIVATE m)
+endif()

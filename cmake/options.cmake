@@ -1,0 +1,38 @@
+# Compiler options, as targets that others link. What differs between presets (sanitizers, -m32)
+# stands in CMakePresets.json, because GoogleTest has to be built with it as well.
+
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+# For all C++ code here, tests and tools included.
+add_library(tq_warnings INTERFACE)
+target_compile_features(tq_warnings INTERFACE cxx_std_20)
+target_compile_options(tq_warnings INTERFACE
+  -Werror -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion -Wshadow
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>)
+
+# For the code of the library.
+add_library(tq_options INTERFACE)
+target_link_libraries(tq_options INTERFACE tq_warnings)
+target_compile_options(tq_options INTERFACE
+  -fno-exceptions -fno-rtti -fvisibility=hidden
+  -ffp-contract=off)  # the same floating-point results on every processor
+
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86|AMD64")
+  # x87 registers would round differently from the 64-bit build.
+  target_compile_options(tq_warnings INTERFACE -msse2 -mfpmath=sse)
+endif()
+if(WIN32)
+  # 32-bit callers align the stack to 4 bytes only; SSE spills need 16.
+  target_compile_options(tq_options INTERFACE -mstackrealign)
+endif()
+
+# Sanitizers and checked containers bring a run-time library of their own.
+if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=|_GLIBCXX_ASSERTIONS|--coverage")
+  set(TQ_INSTRUMENTED ON)
+else()
+  set(TQ_INSTRUMENTED OFF)
+endif()

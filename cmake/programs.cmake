@@ -1,0 +1,25 @@
+# Programs beside the library: the command line tool (the public header only) and the benchmarks.
+
+add_custom_target(programs)  # what is installed beside the library
+
+if(TQ_TOOL_SOURCES)
+  add_executable(tarnquill_tool ${TQ_TOOL_SOURCES})
+  target_link_libraries(tarnquill_tool PRIVATE tarnquill tq_warnings)
+  set_target_properties(tarnquill_tool PROPERTIES
+    OUTPUT_NAME tarnquill INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  if(WIN32)
+    target_link_options(tarnquill_tool PRIVATE -static)
+  endif()
+  install(TARGETS tarnquill_tool)
+  add_dependencies(programs tarnquill_tool)
+endif()
+
+# Timings of an instrumented or foreign build say nothing.
+if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  find_package(benchmark QUIET)
+  if(benchmark_FOUND)
+    add_executable(tarnquill_bench ${TQ_BENCH_SOURCES})
+    target_link_libraries(tarnquill_bench PRIVATE
+      ${TQ_LAYERS} tq_warnings benchmark::benchmark_main)
+  endif()
+endif()
