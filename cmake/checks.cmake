@@ -1,0 +1,33 @@
+# Checks of the sources and of the built library, as tests.
+
+set(TQ_PYTHON /usr/bin/python3 CACHE FILEPATH "Python for the checks")
+option(TQ_STATIC_CHECKS "Register the checks that look at sources only" OFF)
+
+if(TQ_STATIC_CHECKS)
+  add_test(NAME static.layers COMMAND ${TQ_PYTHON} tools/check_layers.py)
+  add_test(NAME static.size COMMAND ${TQ_PYTHON} tools/check_size.py)
+  add_test(NAME static.format COMMAND tools/check_format.sh)
+  set_tests_properties(static.layers static.size static.format PROPERTIES
+    LABELS static WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+endif()
+
+# Header, export list and built library name the same functions.
+set(tq_plain --plain)  # imports and initialisers of an instrumented build are not the library's own
+if(TQ_INSTRUMENTED)
+  set(tq_plain)
+endif()
+string(REGEX REPLACE "objdump$" "" tq_tools "${CMAKE_OBJDUMP}")
+add_test(NAME package.exports
+  COMMAND ${TQ_PYTHON} tools/check_exports.py --library $<TARGET_FILE:tarnquill>
+          --tools "${tq_tools}" ${tq_plain}
+  WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(package.exports PROPERTIES LABELS "static;package")
+
+# A program in C against the installed package.
+if(NOT TQ_INSTRUMENTED)
+  add_test(NAME package.consumer
+    COMMAND ${PROJECT_SOURCE_DIR}/tests/package/run.sh ${PROJECT_BINARY_DIR}
+            "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPILER}" "${CMAKE_TOOLCHAIN_FILE}"
+            ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(package.consumer PROPERTIES LABELS package TIMEOUT 300)
+endif()

@@ -34,8 +34,10 @@ set_target_properties(tarnquill PROPERTIES
   SOVERSION ${PROJECT_VERSION_MAJOR}
   LINKER_LANGUAGE CXX)
 if(NOT TQ_INSTRUMENTED)
-  # Linked by the C driver, so that code which needs the C++ run-time library does not link.
+  # Linked by the C driver and without what CMake would add for C++ objects, so that code which needs
+  # the C++ run-time library does not link.
   set_target_properties(tarnquill PROPERTIES LINKER_LANGUAGE C)
+  set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
 endif()
 
 if(WIN32)

@@ -1,5 +1,7 @@
 # Programs beside the library: the command line tool (the public header only) and the benchmarks.
 
+add_custom_target(programs)  # what is installed beside the library
+
 if(TQ_TOOL_SOURCES)
   add_executable(tarnquill_tool ${TQ_TOOL_SOURCES})
   target_link_libraries(tarnquill_tool PRIVATE tarnquill tq_warnings)
@@ -9,6 +11,7 @@ if(TQ_TOOL_SOURCES)
     target_link_options(tarnquill_tool PRIVATE -static)
   endif()
   install(TARGETS tarnquill_tool)
+  add_dependencies(programs tarnquill_tool)
 endif()
 
 # Timings of an instrumented or foreign build say nothing.

@@ -1,0 +1,149 @@
+#!/usr/bin/env python3
+"""Compares the public header, the export list of the DLL and what a built library exports.
+
+    check_exports.py                               the header against tarnquill.def
+    check_exports.py --library FILE [--tools PREFIX] [--plain]
+                                                   also against a .so or .dll; with --plain its
+                                                   imports and static initialisers are checked too
+    check_exports.py --write-def                   write tarnquill.def from the header
+
+Every name in tarnquill.def carries the bytes of its arguments on 32-bit Windows (name@bytes), here
+computed from the header's C declarations. Prints one line per difference; exit code 1 if there is any.
+"""
+import argparse
+import pathlib
+import re
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+HEADER = ROOT / "include" / "tarnquill.h"
+DEF = ROOT / "tarnquill.def"
+
+# Sizes on 32-bit Windows. Every argument takes a multiple of 4 bytes on the stack.
+SIZES = {
+    "char": 1, "int8_t": 1, "uint8_t": 1, "short": 2, "int16_t": 2, "uint16_t": 2,
+    "int": 4, "unsigned": 4, "long": 4, "int32_t": 4, "uint32_t": 4, "float": 4,
+    "size_t": 4, "intptr_t": 4, "uintptr_t": 4, "ptrdiff_t": 4,
+    "int64_t": 8, "uint64_t": 8, "double": 8,
+}
+
+# What the library may need from the system.
+ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6", re.IGNORECASE)
+
+
+def without_comments(text):
+    text = re.sub(r"/\*.*?\*/", " ", text, flags=re.DOTALL)
+    return re.sub(r"//[^\n]*", " ", text)
+
+
+def argument_bytes(argument, callbacks):
+    """Stack bytes of one parameter declaration, or None for a type that is not known here."""
+    if "*" in argument or "[" in argument:
+        return 4
+    words = [word for word in re.findall(r"\w+", argument) if word not in ("const", "struct")]
+    if words and words[0] in callbacks:
+        return 4
+    if words[:2] == ["long", "long"]:
+        return 8
+    size = SIZES.get(words[0]) if words else None
+    return None if size is None else (size + 3) // 4 * 4
+
+
+def read_header(path):
+    """{name: argument bytes} of all exports, and complaints."""
+    text = without_comments(path.read_text())
+    callbacks = set(re.findall(r"\btypedef\b[^;(]*\([^)]*\*\s*(\w+)\s*\)\s*\(", text))
+    exports, complaints = {}, []
+    for name, parameters in re.findall(r"\bIMG_API\b[^;()]*?\bIMG_CALL\s+(\w+)\s*\(([^()]*)\)\s*;", text):
+        total = 0
+        if parameters.strip() not in ("", "void"):
+            for argument in parameters.split(","):
+                size = argument_bytes(argument, callbacks)
+                if size is None:
+                    complaints.append(f"{path.name}: {name}: size of '{argument.strip()}' is not known")
+                total += size or 0
+        if name in exports:
+            complaints.append(f"{path.name}: {name} is declared twice")
+        exports[name] = total
+    # A declaration that the expression above does not understand must not slip through.
+    declared = len(re.findall(r"^\s*IMG_API\b", text, flags=re.MULTILINE))
+    if declared != len(exports):
+        complaints.append(f"{path.name}: {declared} uses of IMG_API, but {len(exports)} exports understood")
+    return exports, complaints
+
+
+def read_def(path):
+    lines = [line.split(";")[0].strip() for line in path.read_text().splitlines()]
+    names = lines[lines.index("EXPORTS") + 1:]
+    return [name for name in names if name]
+
+
+def run(command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def exported(library, tools):
+    if library.suffix == ".dll":
+        text = run([f"{tools}objdump", "-p", library])
+        table = text.split("[Ordinal/Name Pointer] Table", 1)[1].split("\n\n", 1)[0]
+        return re.findall(r"^\s*\[\s*\d+\]\s+(?:\+base\[\s*\d+\]\s+\w+\s+)?(\S+)$", table, re.MULTILINE)
+    return [line.split()[-1].split("@")[0]
+            for line in run([f"{tools}nm", "-D", "--defined-only", library]).splitlines()]
+
+
+def system_complaints(library, tools):
+    if library.suffix == ".dll":
+        imports = re.findall(r"DLL Name: (\S+)", run([f"{tools}objdump", "-p", library]))
+    else:
+        imports = re.findall(r"\(NEEDED\).*\[(.*)\]", run([f"{tools}readelf", "-dW", library]))
+    for name in imports:
+        if not ALLOWED_IMPORTS.fullmatch(name):
+            yield f"{library.name}: needs {name}"
+    if library.suffix != ".dll":
+        # The compiler's own start-up file brings one entry.
+        sections = run([f"{tools}readelf", "-SW", library])
+        array = re.search(r"\.init_array\s+\w+\s+\w+\s+\w+\s+(\w+)\s+(\w+)", sections)
+        pointer = 8 if "ELF64" in run([f"{tools}readelf", "-hW", library]) else 4
+        if array and int(array[1], 16) > pointer:
+            yield f"{library.name}: has static initialisers ({int(array[1], 16) // pointer - 1} objects)"
+
+
+def differences(left, left_name, right, right_name):
+    for name in sorted(set(left) - set(right)):
+        yield f"{name}: in {left_name}, not in {right_name}"
+    for name in sorted(set(right) - set(left)):
+        yield f"{name}: in {right_name}, not in {left_name}"
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--header", type=pathlib.Path, default=HEADER)
+    parser.add_argument("--def", dest="list", type=pathlib.Path, default=DEF)
+    parser.add_argument("--library", type=pathlib.Path)
+    parser.add_argument("--tools", default="", help="prefix of objdump, nm and readelf")
+    parser.add_argument("--plain", action="store_true")
+    parser.add_argument("--write-def", action="store_true")
+    options = parser.parse_args()
+
+    exports, complaints = read_header(options.header)
+    decorated = [f"{name}@{size}" for name, size in exports.items()]
+    if options.write_def:
+        options.list.write_text("LIBRARY tarnquill.dll\nEXPORTS\n"
+                                + "".join(f"  {name}\n" for name in decorated))
+    complaints += differences(decorated, options.header.name, read_def(options.list), options.list.name)
+    if options.library:
+        complaints += differences(exports, options.header.name,
+                                  exported(options.library, options.tools), options.library.name)
+        if options.plain:
+            complaints += system_complaints(options.library, options.tools)
+    for complaint in complaints:
+        print(complaint)
+    if not exports:
+        print(f"{options.header}: declares nothing")
+    print(f"{len(exports)} exports, {len(complaints)} differences")
+    return 1 if complaints or not exports else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,65 @@
+#!/bin/bash
+# Installs what is missing of the Debian packages that the groups named need; all groups without a
+# name. A call with nothing missing takes no time and no network. Needs root only to install.
+#
+#   tools/install_dependencies.sh [build] [linux32] [win32] [bench] [peers]
+set -euo pipefail
+
+declare -A packages=(
+  [build]="g++ cmake ninja-build googletest git python3 pkg-config clang libclang-rt-14-dev
+    clang-format clang-tidy"
+  [linux32]="g++-multilib"
+  [win32]="g++-mingw-w64-i686-posix debootstrap"
+  [bench]="libbenchmark-dev"
+  # Other programs that read and write the same formats; what uses them does without if it must.
+  [peers]="netpbm imagemagick python3-pil"
+)
+
+missing() {  # GROUP...: the packages of these groups that are not installed
+  local group wanted=()
+  for group in "$@"; do
+    [ -n "${packages[$group]:-}" ] || { echo "no such group: $group" >&2; exit 2; }
+    read -rd '' -a more <<< "${packages[$group]}" || true
+    wanted+=("${more[@]}")
+  done
+  local installed
+  installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "${wanted[@]}" 2> /dev/null || true)
+  local name
+  for name in "${wanted[@]}"; do
+    grep -qx "$name installed" <<< "$installed" || echo "$name"
+  done
+}
+
+updated=
+install() {
+  if [ "$(id -u)" != 0 ]; then
+    echo "missing, to be installed as root: apt-get install $*" >&2
+    return 1
+  fi
+  echo "Installing $*"
+  export DEBIAN_FRONTEND=noninteractive
+  if [ -z "$updated" ]; then
+    # A source that cannot be reached matters only if the packages then cannot be found.
+    apt-get -qq -o DPkg::Lock::Timeout=300 update < /dev/null || true
+    updated=yes
+  fi
+  apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@" \
+    < /dev/null > /dev/null
+}
+
+[ $# -gt 0 ] || set -- build linux32 win32 bench peers
+needed=() optional=()
+for group in "$@"; do
+  if [ "$group" = peers ]; then optional+=("$group"); else needed+=("$group"); fi
+done
+
+if [ ${#needed[@]} -gt 0 ]; then
+  list=$(missing "${needed[@]}")
+  # shellcheck disable=SC2086  # a list of names
+  [ -z "$list" ] || install $list
+fi
+if [ ${#optional[@]} -gt 0 ]; then
+  list=$(missing "${optional[@]}")
+  # shellcheck disable=SC2086
+  [ -z "$list" ] || install $list || echo "warning: not installed: $list" >&2
+fi
