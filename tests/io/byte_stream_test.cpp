@@ -30,11 +30,7 @@ class Streams : public testing::Test {
     set_caller_io(nullptr, nullptr, nullptr);
     open_memory_stream(nullptr);
   }
-<<<<<<< HEAD
   test::ScratchFolder folder;
-=======
-  test::ScratchFolder folder_;
->>>>>>> bmp
 };
 using ByteStream = Streams;
 using MemoryStream = Streams;
@@ -50,21 +46,13 @@ Bytes read_some(StreamHandle stream, std::size_t count) {
 }
 
 TEST_F(ByteStream, OpenModesKeepTruncateTestAndRefuse) {
-<<<<<<< HEAD
   const std::string name = folder.file("a"), missing = folder.file("missing");
-=======
-  const std::string name = folder_.file("a"), missing = folder_.file("missing");
->>>>>>> bmp
   test::write_file(name, {1, 2, 3});
   EXPECT_LT(open_file(missing.c_str(), OpenMode::read), 0);
   EXPECT_LT(open_file(missing.c_str(), OpenMode::update), 0);
   EXPECT_LT(open_file(missing.c_str(), OpenMode::exists), 0);
   EXPECT_LT(open_file(nullptr, OpenMode::create), 0);
-<<<<<<< HEAD
   EXPECT_LT(open_file(folder.path().string().c_str(), OpenMode::read), 0) << "a folder";
-=======
-  EXPECT_LT(open_file(folder_.path().string().c_str(), OpenMode::read), 0) << "a folder";
->>>>>>> bmp
   EXPECT_EQ(open_file(name.c_str(), OpenMode::exists), 0);
   EXPECT_EQ(open_file(name.c_str(), OpenMode{17}), 17);
   EXPECT_EQ(open_file(name.c_str(), OpenMode{-5}), -5);
@@ -86,11 +74,7 @@ TEST_F(ByteStream, OpenModesKeepTruncateTestAndRefuse) {
 }
 
 TEST_F(ByteStream, LongNamesExist) {
-<<<<<<< HEAD
   std::filesystem::path deep = folder.path();
-=======
-  std::filesystem::path deep = folder_.path();
->>>>>>> bmp
   while (deep.string().size() < 180) deep /= "a folder with a fairly long name";
   std::filesystem::create_directories(deep);
   const std::string name = (deep / "file").string();
@@ -99,11 +83,7 @@ TEST_F(ByteStream, LongNamesExist) {
 }
 
 TEST_F(ByteStream, FileSizeLeavesThePosition) {
-<<<<<<< HEAD
   const std::string name = folder.file("a");
-=======
-  const std::string name = folder_.file("a");
->>>>>>> bmp
   test::write_file(name, Bytes(1000));
   OpenFile file;
   ASSERT_TRUE(file.open(name.c_str(), OpenMode::read).ok());
@@ -116,11 +96,7 @@ TEST_F(ByteStream, FileSizeLeavesThePosition) {
 }
 
 TEST_F(ByteStream, WritingNothingDoesNotCutTheFile) {
-<<<<<<< HEAD
   const std::string name = folder.file("a");
-=======
-  const std::string name = folder_.file("a");
->>>>>>> bmp
   test::write_file(name, {1, 2, 3});
   OpenFile file;
   ASSERT_TRUE(file.open(name.c_str(), OpenMode::update).ok());
@@ -131,11 +107,7 @@ TEST_F(ByteStream, WritingNothingDoesNotCutTheFile) {
 }
 
 TEST_F(ByteStream, ErrorsOfTheSystemAreShortCounts) {
-<<<<<<< HEAD
   const std::string name = folder.file("a");
-=======
-  const std::string name = folder_.file("a");
->>>>>>> bmp
   test::write_file(name, {1, 2, 3});
   Bytes bytes{4, 5};
   OpenFile file;
@@ -247,24 +219,16 @@ TEST_F(Scrambling, KeyByteIsTheSumOfTheKeysBytes) {
 }
 
 TEST_F(Scrambling, FilesAreScrambledAndReadBack) {
-<<<<<<< HEAD
   const std::string name = folder.file("a");
-=======
-  const std::string name = folder_.file("a");
->>>>>>> bmp
   Bytes bytes{1, 2, 3};
   IMG_set_encrypt(1, 0x10);
   OpenFile file;
   ASSERT_TRUE(file.open(name.c_str(), OpenMode::create).ok());
   EXPECT_EQ(write(file.handle(), bytes), 3);
   seek(file.handle(), 1, Origin::start);
-<<<<<<< HEAD
   Bytes back(4, 0);
   EXPECT_EQ(read(file.handle(), back), 2);
   EXPECT_THAT(back, ElementsAre(2, 3, 0, 0)) << "beyond the end nothing changes";
-=======
-  EXPECT_THAT(read_some(file.handle(), 9), ElementsAre(2, 3));
->>>>>>> bmp
   file.close();
   EXPECT_EQ(test::file_content(name), (Bytes{0x11, 0x12, 0x13}));
 }
@@ -279,11 +243,7 @@ TEST_F(Scrambling, TailThatCouldNotBeWrittenStaysScrambled) {
   EXPECT_EQ(write(kMemoryStream, bytes), 0);
   EXPECT_THAT(bytes, ElementsAre(0x11, 0x12, 3, 4)) << "nothing written, nothing restored";
 
-<<<<<<< HEAD
   const std::string name = folder.file("a");
-=======
-  const std::string name = folder_.file("a");
->>>>>>> bmp
   test::write_file(name, {});
   OpenFile read_only;
   ASSERT_TRUE(read_only.open(name.c_str(), OpenMode::read).ok());
@@ -343,10 +303,7 @@ TEST_F(CallerIo, CountsBeyondWhatWasAskedAreNotBelieved) {
   }
   caller.counts.clear();
   EXPECT_EQ(read(MemoryFile::kHandle, {}), 0);
-<<<<<<< HEAD
   EXPECT_EQ(write(MemoryFile::kHandle, {}), 0);
-=======
->>>>>>> bmp
   EXPECT_THAT(caller.counts, ElementsAre()) << "nothing was asked for";
 }
 

@@ -133,13 +133,8 @@ TEST(ChunkReader, AnyPatternOfRequestsGivesTheStreamsBytes) {
                                       << ", chunk " << chunk << ", start " << start);
       const Bytes content = random_bytes(random, size);
       Stream stream(source, content);
-<<<<<<< HEAD
       Bytes one(1);
       for (std::size_t i = 0; i < start; ++i) ASSERT_EQ(read(stream.handle(), one), 1);
-=======
-      Bytes before(start);
-      ASSERT_EQ(read(stream.handle(), before), static_cast<std::int32_t>(start));
->>>>>>> bmp
 
       // Memory: often stop before the end, and see where the stream stands then.
       std::size_t end = size;
@@ -158,7 +153,6 @@ TEST(ChunkReader, AnyPatternOfRequestsGivesTheStreamsBytes) {
   }
 }
 
-<<<<<<< HEAD
 TEST(ChunkReader, WhatWasOnlyPeekedAtStaysInTheMemoryStream) {
   for (const Source source :
        {Source::memory, Source::scrambled_memory, Source::memory_with_callers_seek}) {
@@ -181,8 +175,6 @@ TEST(ChunkReader, CallersAreAskedForWholeChunks) {
   EXPECT_EQ(caller.counts, std::vector<std::int32_t>(10, 100));
 }
 
-=======
->>>>>>> bmp
 TEST(ChunkReader, EndOfASizedBlockIsTheEnd) {
   const GuardedBlock block(Bytes{1, 2, 3});
   open_memory_stream(block.data(), block.size());

@@ -8,14 +8,11 @@
 #include <utility>
 #include <vector>
 
-<<<<<<< HEAD
 // With the address sanitizer, requests that are too large get a null pointer, as they do without.
 extern "C" const char* __asan_default_options() {  // NOLINT(*-reserved-identifier,*-naming)
   return "allocator_may_return_null=1";
 }
 
-=======
->>>>>>> bmp
 namespace tq::platform {
 namespace {
 
@@ -97,7 +94,6 @@ TEST(PlatformMemory, BlocksComeAndGoInAnyOrder) {
         live.pop_back();
         continue;
       }
-<<<<<<< HEAD
       const std::uint8_t* const before = known.block;
       known.block = static_cast<std::uint8_t*>(block_resize(known.block, size));
       ASSERT_NE(known.block, nullptr);
@@ -108,12 +104,6 @@ TEST(PlatformMemory, BlocksComeAndGoInAnyOrder) {
       if (size >= known.size) {
         ASSERT_EQ(known.block[known.size - 1], known.fill);
       }
-=======
-      known.block = static_cast<std::uint8_t*>(block_resize(known.block, size));
-      ASSERT_NE(known.block, nullptr);
-      ASSERT_EQ(known.block[0], known.fill);
-      if (size >= known.size) ASSERT_EQ(known.block[known.size - 1], known.fill);
->>>>>>> bmp
       known = {known.block, size, fill};
     }
     live.back().block[0] = live.back().block[size - 1] = fill;
