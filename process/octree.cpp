@@ -1,0 +1,151 @@
+// Octree of colours: eight levels, one bit of blue, green and red each.
+#include "process/octree.h"
+
+#include <algorithm>
+
+namespace tq::process {
+
+Status Octree::allocate(std::int32_t most_colours) {
+  most_colours_ = most_colours;
+  TQ_TRY(nodes_.allocate(kNodes));
+  node(kRoot).level = -1;
+  for (int i = kNodes - 1; i > 0; --i) release(static_cast<NodeIndex>(i));
+  return kOk;
+}
+
+int Octree::child_of(Rgb colour, int level) {
+  const int bit = kLevels - 1 - level;
+  return (colour.blue >> bit & 1) << 2 | (colour.green >> bit & 1) << 1 | (colour.red >> bit & 1);
+}
+
+void Octree::add(Node& leaf, Rgb colour) {
+  ++leaf.count;
+  leaf.blue += colour.blue;
+  leaf.green += colour.green;
+  leaf.red += colour.red;
+}
+
+Octree::NodeIndex Octree::create(NodeIndex parent, int child, int level) {
+  const NodeIndex made = free_;
+  free_ = node(made).parent;
+  node(made) = {};
+  node(made).parent = parent;
+  node(made).level = static_cast<std::int8_t>(level);
+  node(parent).children[child] = made;
+  if (level < leaf_level_) {
+    const NodeIndex first = reducible_[level];
+    node(made).next = first;
+    if (first != kNone) node(first).previous = made;
+    reducible_[level] = made;
+  }
+  return made;
+}
+
+void Octree::release(NodeIndex index) {
+  node(index).parent = free_;
+  free_ = index;
+}
+
+void Octree::unlink(NodeIndex index) {
+  const Node& gone = node(index);
+  if (gone.next != kNone) node(gone.next).previous = gone.previous;
+  if (gone.previous != kNone) {
+    node(gone.previous).next = gone.next;
+  } else {
+    reducible_[gone.level] = gone.next;
+  }
+}
+
+// Merges the children of the node that has the fewest pixels below it, on the deepest level that
+// has such nodes: there all children are leaves. Of equal ones the latest goes.
+bool Octree::reduce() {
+  int level = kLevels - 2;
+  while (level >= 0 && reducible_[level] == kNone) --level;
+  if (level < 0) return false;
+  NodeIndex chosen = kNone;
+  std::uint64_t least = UINT64_MAX;
+  for (NodeIndex i = reducible_[level]; i != kNone; i = node(i).next) {
+    std::uint64_t pixels = 0;
+    for (const NodeIndex child : node(i).children) {
+      if (child != kNone) pixels += node(child).count;
+    }
+    if (pixels < least) {
+      least = pixels;
+      chosen = i;
+    }
+  }
+  unlink(chosen);
+  leaf_level_ = level;
+  Node& merged = node(chosen);
+  if (merged.count == 0) ++leaves_;
+  for (NodeIndex& child : merged.children) {
+    if (child == kNone) continue;
+    const Node& leaf = node(child);
+    merged.count += leaf.count;
+    merged.blue += leaf.blue;
+    merged.green += leaf.green;
+    merged.red += leaf.red;
+    release(child);
+    child = kNone;
+    --leaves_;
+  }
+  return true;
+}
+
+void Octree::insert(Rgb colour) {
+  for (;;) {
+    NodeIndex at = kRoot;
+    NodeIndex last_allowed = kRoot;  // the node on the path at the leaf level, if it goes that far
+    int level = 0;
+    for (; level < kLevels; ++level) {
+      const NodeIndex child = node(at).children[child_of(colour, level)];
+      if (child == kNone) break;
+      at = child;
+      if (level == leaf_level_) last_allowed = at;
+      if (node(at).count != 0) return add(node(at), colour);
+    }
+    if (leaves_ >= most_colours_ && reduce()) continue;
+    if (level > leaf_level_) {
+      // Older branches reach deeper than leaves may be by now: the node there becomes a leaf that
+      // still has children.
+      at = last_allowed;
+    } else {
+      for (; level <= leaf_level_; ++level) at = create(at, child_of(colour, level), level);
+    }
+    ++leaves_;
+    return add(node(at), colour);
+  }
+}
+
+void Octree::number(NodeIndex index, std::span<Rgb> palette) {
+  if (written_ == most_colours_) return;
+  Node& here = node(index);
+  if (here.count != 0) {
+    const auto mean = [&](std::uint64_t sum) {
+      return static_cast<std::uint8_t>(std::min<std::uint64_t>(sum / here.count, 255));
+    };
+    here.index = written_;
+    palette[written_++] = {mean(here.blue), mean(here.green), mean(here.red), 0};
+  }
+  for (const NodeIndex child : here.children) {
+    if (child != kNone) number(child, palette);
+  }
+}
+
+std::int32_t Octree::write_palette(std::span<Rgb> palette) {
+  written_ = 0;
+  number(kRoot, palette);
+  return written_;
+}
+
+std::int32_t Octree::find(Rgb colour) const {
+  NodeIndex at = kRoot;
+  for (int level = 0; level < kLevels; ++level) {
+    at = node(at).children[child_of(colour, level)];
+    if (at == kNone) return -1;
+    if (node(at).count != 0) return node(at).index;
+  }
+  return -1;
+}
+
+}  // namespace tq::process

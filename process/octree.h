@@ -1,0 +1,60 @@
+// The tree that chooses a palette: colours go in one by one, leaves are merged when there are too
+// many.
+#pragma once
+
+#include <array>
+#include <span>
+
+#include "core/dib.h"
+
+namespace tq::process {
+
+class Octree {
+ public:
+  // `most_colours` is 8 to 256.
+  Status allocate(std::int32_t most_colours);
+
+  void insert(Rgb colour);
+
+  // Numbers the leaves and writes their mean colours. Returns how many; no insertion after it.
+  std::int32_t write_palette(std::span<Rgb> palette);
+
+  // The index of the leaf on the colour's path, or -1 when the path ends before one.
+  std::int32_t find(Rgb colour) const;
+
+ private:
+  static constexpr int kLevels = 8;
+  // 256 leaves and the one that is being added have at most 8 + 64 + 6 * 257 nodes on their paths.
+  static constexpr int kNodes = 2048;
+
+  using NodeIndex = std::uint16_t;
+  static constexpr NodeIndex kNone = 0;  // the root is nobody's child
+  static constexpr NodeIndex kRoot = 0;
+
+  struct Node {
+    std::uint64_t blue, green, red;  // sums of `count` colours
+    std::uint32_t count;             // above 0: a leaf
+    std::int32_t index;              // in the palette
+    NodeIndex children[8];
+    NodeIndex next, previous;  // reducible nodes of the same level, the latest first
+    NodeIndex parent;          // of a free node: the next free one
+    std::int8_t level;
+  };
+
+  static int child_of(Rgb colour, int level);
+  Node& node(NodeIndex index) const { return nodes_.data()[index]; }
+  static void add(Node& leaf, Rgb colour);
+  NodeIndex create(NodeIndex parent, int child, int level);
+  void release(NodeIndex index);
+  void unlink(NodeIndex index);
+  bool reduce();
+  void number(NodeIndex index, std::span<Rgb> palette);
+
+  RowBuffer<Node> nodes_;
+  NodeIndex free_ = kNone;
+  NodeIndex reducible_[kLevels] = {};
+  std::int32_t most_colours_ = 0, leaves_ = 0, written_ = 0;
+  int leaf_level_ = kLevels - 1;
+};
+
+}  // namespace tq::process
