@@ -12,13 +12,10 @@ Status diffusion_mono(ImageSource& image) {
   if (!image.is_deep()) return StatusCode::unsupported;
   GreyRows grey(image, GreyKind::luma);
   TQ_TRY(grey.allocate());
-  RowBuffer<std::uint8_t> levels;
-  TQ_TRY(levels.allocate(image.width()));
   StuckiRows rows;
   TQ_TRY(rows.allocate(image.width()));
   return replace_by_mono(image, [&](std::int32_t y, std::span<std::uint8_t> bits) {
-    grey.read(y, levels.data());
-    rows.diffuse(levels.data(), y % 2 == 0, bits);
+    rows.diffuse(grey.read(y), y % 2 == 0, bits);
   });
 }
 

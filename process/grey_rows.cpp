@@ -12,15 +12,24 @@ int grey_of(Rgb colour, GreyKind kind, int bits) {
 
 }  // namespace
 
-GreyRows::GreyRows(const ImageSource& image, GreyKind kind) : image_(image), kind_(kind), table_{} {
+GreyRows::GreyRows(const ImageSource& image, GreyKind kind)
+    : image_(image), kind_(kind), table_{}, bytes_are_greys_(image.bits() == 8) {
   for (std::size_t i = 0; i < image.palette().size(); ++i) {
     table_[i] = static_cast<std::uint8_t>(grey_of(image.palette()[i], kind, image.bits()));
+    if (table_[i] != i) bytes_are_greys_ = false;
   }
 }
 
 Status GreyRows::allocate() {
   if (image_.bits() == 32) TQ_TRY(colours_.allocate(image_.width()));
-  return kOk;
+  return bytes_are_greys_ ? kOk : levels_.allocate(image_.width());
+}
+
+std::span<const std::uint8_t> GreyRows::read(std::int32_t y) {
+  const auto width = static_cast<std::size_t>(image_.width());
+  if (bytes_are_greys_) return image_.row(y).first(width);
+  read(y, levels_.data());
+  return levels_.pixels();
 }
 
 void GreyRows::read(std::int32_t y, std::uint8_t* out) const {

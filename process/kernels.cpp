@@ -1,7 +1,9 @@
 // The portable row kernels.
 #include "process/kernels.h"
 
+#include "platform/cpu.h"
 #include "process/grey.h"
+#include "process/x86/kernels_x86.h"
 
 namespace tq::process {
 namespace {
@@ -38,25 +40,56 @@ void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* b
   }
 }
 
-// By weight: the neighbour's largest share, its half, its quarter, its eighth.
-void add_stucki_rows(const std::uint8_t* levels, const std::int8_t* above,
-                     const std::int8_t* second_above, std::int16_t* values, std::int32_t width) {
-  for (std::int32_t x = 0; x < width; ++x) {
-    const std::int8_t* a = above + x;
-    const std::int8_t* b = second_above + x;
-    const int from_above = a[-2] / 4 + a[-1] / 2 + a[0] + a[1] / 2 + a[2] / 4;
-    const int from_second = b[-2] / 8 + b[-1] / 4 + b[0] / 2 + b[1] / 4 + b[2] / 8;
-    values[x] = static_cast<std::int16_t>(levels[x] + from_above + from_second);
-  }
+constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>, widen_24,
+                            widen_24_reversed,    at_least,       diffuse_to_cells,
+                            diffuse_to_sixteen};
+
+#if defined(__i386__) || defined(__x86_64__)
+
+// The faster kernels, with the rest of the row done by the portable ones.
+namespace with_ssse3 {
+
+void brightness_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
+  const std::int32_t done = x86::brightness_24(bgr, grey, width);
+  weigh_24<brightness>(bgr + 3 * done, grey + done, width - done);
 }
 
-constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>,    widen_24,
-                            widen_24_reversed,    at_least,          add_stucki_rows,
-                            diffuse_to_cells,     diffuse_to_sixteen};
+void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
+  const std::int32_t done = x86::luma_24(bgr, grey, width);
+  weigh_24<luma>(bgr + 3 * done, grey + done, width - done);
+}
+
+void widen_24(const std::uint8_t* bgr, Rgb* colours, std::int32_t width) {
+  const std::int32_t done = x86::widen_24(bgr, reinterpret_cast<std::uint8_t*>(colours), width);
+  process::widen_24(bgr + 3 * done, colours + done, width - done);
+}
+
+void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
+  const std::int32_t done = x86::widen_24_reversed(bgr, out, width);
+  process::widen_24_reversed(bgr + 3 * done, out + 4 * done, width - done);
+}
+
+void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
+              std::int32_t width) {
+  const std::int32_t done = x86::at_least(grey, least.grey, bits, width);
+  process::at_least(grey + done, least, bits + done / 8, width - done);
+}
+
+}  // namespace with_ssse3
+
+constexpr Kernels kSsse3{with_ssse3::brightness_24, with_ssse3::luma_24,
+                         with_ssse3::widen_24,      with_ssse3::widen_24_reversed,
+                         with_ssse3::at_least,      diffuse_to_cells,
+                         diffuse_to_sixteen};
+
+#endif
 
 }  // namespace
 
 const Kernels& kernels() {
+#if defined(__i386__) || defined(__x86_64__)
+  if (platform::cpu_features().ssse3) return kSsse3;
+#endif
   return kPortable;
 }
 

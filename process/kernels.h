@@ -32,12 +32,6 @@ struct Kernels {
   void (*at_least)(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
                    std::int32_t width);
 
-  // Grey levels plus what the rows above give, of which the largest shares are known; these have
-  // two zeros at either end. See stucki.h.
-  void (*add_stucki_rows)(const std::uint8_t* levels, const std::int8_t* above,
-                          const std::int8_t* second_above, std::int16_t* values,
-                          std::int32_t width);
-
   // One row of error diffusion against the colours of `cells`; both rows have two pixels of margin.
   void (*diffuse_to_cells)(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                            std::int32_t width);

@@ -5,24 +5,47 @@
 
 namespace tq::process {
 
+namespace {
+
+// Bits of a channel with two zeros between them.
+constexpr std::array<std::uint32_t, 256> kSpread = [] {
+  std::array<std::uint32_t, 256> spread{};
+  for (int value = 0; value < 256; ++value) {
+    for (int bit = 0; bit < 8; ++bit) {
+      spread[value] |= static_cast<std::uint32_t>(value >> bit & 1) << (3 * bit);
+    }
+  }
+  return spread;
+}();
+
+}  // namespace
+
 Status Octree::allocate(std::int32_t most_colours) {
   most_colours_ = most_colours;
   TQ_TRY(nodes_.allocate(kNodes));
+  TQ_TRY(leaf_of_cell_.allocate(1 << kCellBits));
   node(kRoot).level = -1;
   for (int i = kNodes - 1; i > 0; --i) release(static_cast<NodeIndex>(i));
   return kOk;
 }
 
-int Octree::child_of(Rgb colour, int level) {
-  const int bit = kLevels - 1 - level;
-  return (colour.blue >> bit & 1) << 2 | (colour.green >> bit & 1) << 1 | (colour.red >> bit & 1);
+std::uint32_t Octree::path_of(Rgb colour) {
+  return kSpread[colour.blue] << 2 | kSpread[colour.green] << 1 | kSpread[colour.red];
 }
 
-void Octree::add(Node& leaf, Rgb colour) {
-  ++leaf.count;
-  leaf.blue += colour.blue;
-  leaf.green += colour.green;
-  leaf.red += colour.red;
+void Octree::add(Node& leaf, Rgb colour, std::uint32_t count) {
+  leaf.count += count;
+  leaf.blue += std::uint64_t{colour.blue} * count;
+  leaf.green += std::uint64_t{colour.green} * count;
+  leaf.red += std::uint64_t{colour.red} * count;
+}
+
+// In the order of their paths the cells below a node lie together.
+void Octree::becomes_leaf(NodeIndex index) {
+  const Node& leaf = node(index);
+  if (leaf.level > kCellLevel) return;
+  const int shift = 3 * (kCellLevel - leaf.level);
+  std::fill_n(leaf_of_cell_.data() + (leaf.path << shift), std::size_t{1} << shift, index);
 }
 
 Octree::NodeIndex Octree::create(NodeIndex parent, int child, int level) {
@@ -31,6 +54,7 @@ Octree::NodeIndex Octree::create(NodeIndex parent, int child, int level) {
   node(made) = {};
   node(made).parent = parent;
   node(made).level = static_cast<std::int8_t>(level);
+  node(made).path = node(parent).path << 3 | static_cast<std::uint32_t>(child);
   node(parent).children[child] = made;
   if (level < leaf_level_) {
     const NodeIndex first = reducible_[level];
@@ -89,20 +113,29 @@ bool Octree::reduce() {
     child = kNone;
     --leaves_;
   }
+  becomes_leaf(chosen);
   return true;
 }
 
-void Octree::insert(Rgb colour) {
+void Octree::insert(Rgb colour, std::uint32_t count) {
+  const std::uint32_t path = path_of(colour);
+  NodeIndex leaf = leaf_of_cell_.data()[path >> (3 * kLevels - kCellBits)];
+  if (leaf == kNone) leaf = make_room(path);
+  add(node(leaf), colour, count);
+}
+
+// The leaf on the path, made if need be.
+Octree::NodeIndex Octree::make_room(std::uint32_t path) {
   for (;;) {
     NodeIndex at = kRoot;
     NodeIndex last_allowed = kRoot;  // the node on the path at the leaf level, if it goes that far
     int level = 0;
     for (; level < kLevels; ++level) {
-      const NodeIndex child = node(at).children[child_of(colour, level)];
+      const NodeIndex child = node(at).children[child_at(path, level)];
       if (child == kNone) break;
       at = child;
       if (level == leaf_level_) last_allowed = at;
-      if (node(at).count != 0) return add(node(at), colour);
+      if (node(at).count != 0) return at;
     }
     if (leaves_ >= most_colours_ && reduce()) continue;
     if (level > leaf_level_) {
@@ -110,10 +143,11 @@ void Octree::insert(Rgb colour) {
       // still has children.
       at = last_allowed;
     } else {
-      for (; level <= leaf_level_; ++level) at = create(at, child_of(colour, level), level);
+      for (; level <= leaf_level_; ++level) at = create(at, child_at(path, level), level);
     }
     ++leaves_;
-    return add(node(at), colour);
+    becomes_leaf(at);
+    return at;
   }
 }
 
@@ -138,14 +172,15 @@ std::int32_t Octree::write_palette(std::span<Rgb> palette) {
   return written_;
 }
 
-std::int32_t Octree::find(Rgb colour) const {
+Octree::Place Octree::find(Rgb colour) const {
+  const std::uint32_t path = path_of(colour);
   NodeIndex at = kRoot;
   for (int level = 0; level < kLevels; ++level) {
-    at = node(at).children[child_of(colour, level)];
-    if (at == kNone) return -1;
-    if (node(at).count != 0) return node(at).index;
+    at = node(at).children[child_at(path, level)];
+    if (at == kNone) return {-1, level};
+    if (node(at).count != 0) return {node(at).index, level};
   }
-  return -1;
+  return {-1, kLevels - 1};
 }
 
 }  // namespace tq::process

@@ -14,13 +14,18 @@ class Octree {
   // `most_colours` is 8 to 256.
   Status allocate(std::int32_t most_colours);
 
-  void insert(Rgb colour);
+  // `count` pixels of this colour, one after the other.
+  void insert(Rgb colour, std::uint32_t count = 1);
 
   // Numbers the leaves and writes their mean colours. Returns how many; no insertion after it.
   std::int32_t write_palette(std::span<Rgb> palette);
 
-  // The index of the leaf on the colour's path, or -1 when the path ends before one.
-  std::int32_t find(Rgb colour) const;
+  // Where a colour's path leads in the finished tree.
+  struct Place {
+    std::int32_t index;  // the leaf's, or -1: the path ends before one
+    int level;           // of the leaf or of the missing node
+  };
+  Place find(Rgb colour) const;
 
  private:
   static constexpr int kLevels = 8;
@@ -28,6 +33,8 @@ class Octree {
   static constexpr int kNodes = 2048;
 
   using NodeIndex = std::uint16_t;
+  static constexpr int kCellBits = 15;  // 5 bits a channel: what lies below one node of level 4
+  static constexpr int kCellLevel = 4;
   static constexpr NodeIndex kNone = 0;  // the root is nobody's child
   static constexpr NodeIndex kRoot = 0;
 
@@ -35,15 +42,21 @@ class Octree {
     std::uint64_t blue, green, red;  // sums of `count` colours
     std::uint32_t count;             // above 0: a leaf
     std::int32_t index;              // in the palette
+    std::uint32_t path;              // the children's numbers from the root, 3 bits each
     NodeIndex children[8];
     NodeIndex next, previous;  // reducible nodes of the same level, the latest first
     NodeIndex parent;          // of a free node: the next free one
     std::int8_t level;
   };
 
-  static int child_of(Rgb colour, int level);
+  static std::uint32_t path_of(Rgb colour);
+  static int child_at(std::uint32_t path, int level) {
+    return static_cast<int>(path >> (3 * (kLevels - 1 - level))) & 7;
+  }
   Node& node(NodeIndex index) const { return nodes_.data()[index]; }
-  static void add(Node& leaf, Rgb colour);
+  static void add(Node& leaf, Rgb colour, std::uint32_t count);
+  NodeIndex make_room(std::uint32_t path);
+  void becomes_leaf(NodeIndex index);
   NodeIndex create(NodeIndex parent, int child, int level);
   void release(NodeIndex index);
   void unlink(NodeIndex index);
@@ -51,6 +64,7 @@ class Octree {
   void number(NodeIndex index, std::span<Rgb> palette);
 
   RowBuffer<Node> nodes_;
+  RowBuffer<NodeIndex> leaf_of_cell_;  // the leaf that all colours of a cell meet, if there is one
   NodeIndex free_ = kNone;
   NodeIndex reducible_[kLevels] = {};
   std::int32_t most_colours_ = 0, leaves_ = 0, written_ = 0;

@@ -22,13 +22,10 @@ Status dither(ImageSource& image, const ThresholdMatrix& matrix) {
   if (!image.is_deep()) return StatusCode::unsupported;
   GreyRows grey(image, GreyKind::luma);
   TQ_TRY(grey.allocate());
-  RowBuffer<std::uint8_t> levels;
-  TQ_TRY(levels.allocate(image.width()));
   return replace_by_mono(image, [&](std::int32_t y, std::span<std::uint8_t> bits) {
-    grey.read(y, levels.data());
     LeastWhite least;
     for (int x = 0; x < 8; ++x) least.grey[x] = static_cast<std::uint8_t>(matrix[x][y & 7] + 1);
-    kernels().at_least(levels.data(), least, bits.data(), image.width());
+    kernels().at_least(grey.read(y).data(), least, bits.data(), image.width());
   });
 }
 

@@ -31,15 +31,12 @@ Status thresh_mono(ImageSource& image, std::int32_t threshold) {
   if (!image.is_deep()) return StatusCode::unsupported;
   GreyRows grey(image, GreyKind::luma);
   TQ_TRY(grey.allocate());
-  RowBuffer<std::uint8_t> levels;
-  TQ_TRY(levels.allocate(image.width()));
 
   int least = kNoWhite;
   if (threshold == kAutomatic) {
     std::uint32_t counts[256] = {};
     for (std::int32_t y = 0; y < image.height(); ++y) {
-      grey.read(y, levels.data());
-      count_levels(levels.pixels(), counts);
+      count_levels(grey.read(y), counts);
     }
     least = least_equalised(counts, image.width(), image.height());
   } else if (threshold < 255) {
@@ -51,10 +48,9 @@ Status thresh_mono(ImageSource& image, std::int32_t threshold) {
       std::fill(bits.begin(), bits.end(), std::uint8_t{0});
       return;
     }
-    grey.read(y, levels.data());
     LeastWhite white;
     std::fill(white.grey, white.grey + 8, static_cast<std::uint8_t>(least));
-    kernels().at_least(levels.data(), white, bits.data(), image.width());
+    kernels().at_least(grey.read(y).data(), white, bits.data(), image.width());
   });
 }
 
