@@ -1,9 +1,11 @@
 // The current and the next row of a diffusion that reads its image from the top.
 #pragma once
 
+#include <type_traits>
 #include <utility>
 
 #include "process/image_source.h"
+#include "process/kernels.h"
 
 namespace tq::process {
 
@@ -23,7 +25,7 @@ class ColourWindow {
   explicit ColourWindow(const ImageSource& image) : image_(image) {}
 
   Status allocate() {
-    TQ_TRY(colours_.allocate(image_.width()));
+    if constexpr (!std::is_same_v<Pixel, Rgb>) TQ_TRY(colours_.allocate(image_.width()));
     TQ_TRY(rows_[0].allocate(image_.width()));
     return rows_[1].allocate(image_.width());
   }
@@ -41,9 +43,12 @@ class ColourWindow {
 
  private:
   void load(std::int32_t y) {
-    image_.read_colours(y, colours_.pixels());
-    Pixel* row = rows_[1].data();
-    for (std::int32_t x = 0; x < image_.width(); ++x) row[x] = Pixel(colours_.data()[x]);
+    if constexpr (std::is_same_v<Pixel, Rgb>) {
+      image_.read_colours(y, rows_[1].pixels());
+    } else {
+      image_.read_colours(y, colours_.pixels());
+      kernels().widen_channels(colours_.data(), rows_[1].data(), image_.width());
+    }
   }
 
   const ImageSource& image_;

@@ -3,6 +3,7 @@
 
 #include "platform/cpu.h"
 #include "process/grey.h"
+#include "process/x86/diffuse_sse2.h"
 #include "process/x86/kernels_x86.h"
 
 namespace tq::process {
@@ -40,11 +41,15 @@ void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* b
   }
 }
 
-constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>, widen_24,
-                            widen_24_reversed,    at_least,       diffuse_to_cells,
-                            diffuse_to_sixteen};
+void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x) out[x] = WideColour(colours[x]);
+}
 
-#if defined(__i386__) || defined(__x86_64__)
+constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>,    widen_24,
+                            widen_24_reversed,    at_least,          diffuse_to_cells,
+                            widen_channels,       diffuse_to_sixteen};
+
+#if defined(__SSE2__)
 
 // The faster kernels, with the rest of the row done by the portable ones.
 namespace with_ssse3 {
@@ -79,15 +84,15 @@ void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* b
 
 constexpr Kernels kSsse3{with_ssse3::brightness_24, with_ssse3::luma_24,
                          with_ssse3::widen_24,      with_ssse3::widen_24_reversed,
-                         with_ssse3::at_least,      diffuse_to_cells,
-                         diffuse_to_sixteen};
+                         with_ssse3::at_least,      x86::diffuse_to_cells,
+                         x86::widen_channels,       x86::diffuse_to_sixteen};
 
 #endif
 
 }  // namespace
 
 const Kernels& kernels() {
-#if defined(__i386__) || defined(__x86_64__)
+#if defined(__SSE2__)
   if (platform::cpu_features().ssse3) return kSsse3;
 #endif
   return kPortable;

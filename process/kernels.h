@@ -35,6 +35,7 @@ struct Kernels {
   // One row of error diffusion against the colours of `cells`; both rows have two pixels of margin.
   void (*diffuse_to_cells)(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                            std::int32_t width);
+  void (*widen_channels)(const Rgb* colours, WideColour* out, std::int32_t width);
   void (*diffuse_to_sixteen)(WideColour* current, WideColour* next, std::uint8_t* out,
                              std::int32_t width);
 };

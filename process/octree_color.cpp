@@ -1,11 +1,12 @@
 // A palette made for the image, and serpentine Floyd-Steinberg diffusion against it.
 #include <algorithm>
 
-#include "process/nearest_colour.h"
-#include "process/octree.h"
+#include "platform/cpu.h"
+#include "process/index_finder.h"
 #include "process/process.h"
 #include "process/rebuild.h"
 #include "process/sixteen_colours.h"
+#include "process/x86/diffuse_sse2.h"
 
 namespace tq::process {
 namespace {
@@ -13,123 +14,76 @@ namespace {
 constexpr std::uint32_t kCountMask = 0x3FFFFFFF;
 constexpr std::uint32_t kMostGiven = 65536;
 
-// Palette indices of colours: the tree's answer, or the nearest entry where it has none. Each is
-// worked out once, as long as no other colour takes its place.
-class IndexFinder {
- public:
-  IndexFinder(const Octree& tree, std::span<const Rgb> palette) : tree_(tree), palette_(palette) {}
-
-  Status allocate() {
-    TQ_TRY(cells_.allocate(1 << 15));
-    return known_.allocate(kKnown);
-  }
-
-  std::uint8_t find(Rgb colour) {
-    const std::uint16_t cell = cells_.data()[CellColours::cell(colour)];
-    return (cell & kWhole) != 0 ? static_cast<std::uint8_t>(cell) : find_slowly(colour);
-  }
-
- private:
-  // The tree and the distances look at 7 bits of a channel, except on the tree's last level.
-  struct KnownColour {
-    std::uint32_t key;  // 7 bits a channel and a mark that the entry is in use
-    std::uint8_t index;
-  };
-  static constexpr std::uint32_t kKnown = 1 << 15;
-  static constexpr std::uint16_t kWhole = 0x100;  // one leaf has all colours of the cell
-
-  std::uint8_t find_slowly(Rgb colour) {
-    const std::uint32_t key = static_cast<std::uint32_t>(colour.red >> 1) << 14 |
-                              static_cast<std::uint32_t>(colour.green >> 1) << 7 |
-                              static_cast<std::uint32_t>(colour.blue >> 1) | 1u << 21;
-    KnownColour& known = known_.data()[(key * 0x9E3779B1u) >> 17];
-    if (known.key == key) return known.index;
-    if (colour == last_) return last_index_;
-    const Octree::Place place = tree_.find(colour);
-    const std::uint8_t index = place.index >= 0 ? static_cast<std::uint8_t>(place.index)
-                                                : nearest_colour(colour, palette_);
-    if (place.level < 7) known = {key, index};
-    last_ = colour;
-    last_index_ = index;
-    if (place.level <= 4 && place.index >= 0) {
-      cells_.data()[CellColours::cell(colour)] = static_cast<std::uint16_t>(kWhole | index);
-    }
-    return index;
-  }
-
-  const Octree& tree_;
-  std::span<const Rgb> palette_;
-  RowBuffer<std::uint16_t> cells_;
-  RowBuffer<KnownColour> known_;
-  Rgb last_{0, 0, 0, 255};  // no colour yet
-  std::uint8_t last_index_ = 0;
-};
-
-struct ThreeErrors {
-  std::int16_t channel[4];  // blue, green, red, unused
-};
-
 constexpr int share(int error, int weight) {
   return error * weight / 16;
 }
 
-// Rows of serpentine diffusion. Errors stay within 16 bits: no pixel gets more than 255.
+template <int kStep>
+void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
+  int ahead[3] = {}, behind_sum[3] = {}, below_sum[3] = {};
+  std::int32_t x = kStep > 0 ? 0 : row.width - 1;
+  for (std::int32_t left = row.width; left > 0; --left, x += kStep) {
+    const Rgb own = row.colours[x];
+    const auto value = [&](int i, int channel) {
+      const int sum = channel + row.received[x].channel[i] + ahead[i];
+      return static_cast<std::uint8_t>(std::clamp(sum, 0, 255));
+    };
+    const Rgb v{value(0, own.blue), value(1, own.green), value(2, own.red), 0};
+    const std::uint8_t index = finder.find(v);
+    row.indices[x] = index;
+    const auto& chosen = row.palette[index].channel;
+    const int error[3] = {v.blue - chosen[0], v.green - chosen[1], v.red - chosen[2]};
+    for (int i = 0; i < 3; ++i) {
+      ahead[i] = share(error[i], 7);
+      row.below[x - kStep].channel[i] =
+          static_cast<std::int16_t>(behind_sum[i] + share(error[i], 3));
+      behind_sum[i] = below_sum[i] + share(error[i], 5);
+      below_sum[i] = share(error[i], 1);
+    }
+  }
+  for (int i = 0; i < 3; ++i) {
+    row.below[x - kStep].channel[i] = static_cast<std::int16_t>(behind_sum[i]);
+  }
+}
+
+// Rows of serpentine diffusion, from the top.
 class PaletteDiffuser {
  public:
-  PaletteDiffuser(IndexFinder& finder, std::span<const Rgb> palette)
-      : finder_(finder), palette_(palette) {}
+  PaletteDiffuser(IndexFinder& finder, std::span<const Rgb> palette) : finder_(finder), palette_{} {
+    std::transform(palette.begin(), palette.end(), palette_.begin(), [](Rgb c) {
+      return Channels{{c.blue, c.green, c.red, 0}};
+    });
+  }
 
   Status allocate(std::int32_t width) {
     TQ_TRY(errors_[0].allocate(width));
     return errors_[1].allocate(width);
   }
 
-  // The next row, from the top; every other one runs from right to left.
   void diffuse(std::span<const Rgb> colours, bool rightward, std::uint8_t* indices) {
-    if (rightward) {
-      diffuse_along<1>(colours, indices);
-    } else {
-      diffuse_along<-1>(colours, indices);
-    }
+    const TreeRow row{.width = static_cast<std::int32_t>(colours.size()),
+                      .colours = colours.data(),
+                      .received = errors_[0].data(),
+                      .below = errors_[1].data(),
+                      .palette = palette_.data(),
+                      .indices = indices};
+    const auto along = rightward ? right_ : left_;
+    along(row, finder_);
     std::swap(errors_[0], errors_[1]);
   }
 
  private:
-  template <int kStep>
-  void diffuse_along(std::span<const Rgb> colours, std::uint8_t* indices) {
-    const auto width = static_cast<std::int32_t>(colours.size());
-    std::int32_t x = kStep > 0 ? 0 : width - 1;
-    const Rgb* colour = colours.data() + x;
-    const ThreeErrors* received = errors_[0].data() + x;
-    ThreeErrors* below = errors_[1].data() + x;
-    indices += x;
-    int ahead[3] = {}, behind_sum[3] = {}, below_sum[3] = {};
-    for (; width > 0 && x >= 0 && x < width; x += kStep) {
-      const auto value = [&](int i, int own) {
-        return static_cast<std::uint8_t>(std::clamp(own + received->channel[i] + ahead[i], 0, 255));
-      };
-      const Rgb v{value(0, colour->blue), value(1, colour->green), value(2, colour->red), 0};
-      const std::uint8_t index = finder_.find(v);
-      *indices = index;
-      const Rgb chosen = palette_.data()[index];
-      const int error[3] = {v.blue - chosen.blue, v.green - chosen.green, v.red - chosen.red};
-      for (int i = 0; i < 3; ++i) {
-        ahead[i] = share(error[i], 7);
-        below[-kStep].channel[i] = static_cast<std::int16_t>(behind_sum[i] + share(error[i], 3));
-        behind_sum[i] = below_sum[i] + share(error[i], 5);
-        below_sum[i] = share(error[i], 1);
-      }
-      colour += kStep;
-      received += kStep;
-      below += kStep;
-      indices += kStep;
-    }
-    for (int i = 0; i < 3; ++i) below[-kStep].channel[i] = static_cast<std::int16_t>(behind_sum[i]);
-  }
-
+  using RowFunction = void (*)(const TreeRow& row, IndexFinder& finder);
   IndexFinder& finder_;
-  std::span<const Rgb> palette_;
-  RowBuffer<ThreeErrors, 1> errors_[2];
+  std::array<Channels, 256> palette_;
+  RowBuffer<Channels, 1> errors_[2];
+#if defined(__SSE2__)
+  const bool fast_ = platform::cpu_features().sse2;
+  RowFunction right_ = fast_ ? x86::diffuse_to_tree<1> : diffuse_to_tree<1>;
+  RowFunction left_ = fast_ ? x86::diffuse_to_tree<-1> : diffuse_to_tree<-1>;
+#else
+  RowFunction right_ = diffuse_to_tree<1>, left_ = diffuse_to_tree<-1>;
+#endif
 };
 
 // All pixels; equal neighbours go in together.

@@ -33,25 +33,33 @@ TQ_AVX2 __m256i half(__m256i v) {
   return _mm256_srai_epi16(_mm256_add_epi16(v, _mm256_srli_epi16(v, 15)), 1);
 }
 
-// Rows of 16 bytes become columns, by four perfect shuffles.
-TQ_AVX2 void transpose(__m128i (&rows)[16]) {
-  for (int round = 0; round < 4; ++round) {
-    __m128i mixed[16];
-    for (int i = 0; i < 8; ++i) {
-      mixed[2 * i] = _mm_unpacklo_epi8(rows[i], rows[i + 8]);
-      mixed[2 * i + 1] = _mm_unpackhi_epi8(rows[i], rows[i + 8]);
-    }
-    for (int i = 0; i < 16; ++i) rows[i] = mixed[i];
+TQ_AVX2 __attribute__((always_inline)) inline void shuffle_rows(const __m128i (&from)[16],
+                                                                __m128i (&to)[16]) {
+#pragma GCC unroll 8
+  for (int i = 0; i < 8; ++i) {
+    to[2 * i] = _mm_unpacklo_epi8(from[i], from[i + 8]);
+    to[2 * i + 1] = _mm_unpackhi_epi8(from[i], from[i + 8]);
   }
+}
+
+// Rows of 16 bytes become columns, by four perfect shuffles.
+TQ_AVX2 __attribute__((always_inline)) inline void transpose(__m128i (&rows)[16]) {
+  __m128i mixed[16];
+  shuffle_rows(rows, mixed);
+  shuffle_rows(mixed, rows);
+  shuffle_rows(rows, mixed);
+  shuffle_rows(mixed, rows);
 }
 
 TQ_AVX2 void cut_into_lanes(const StuckiLanes& lanes, const std::uint8_t* levels) {
   for (std::int32_t i = 0; i < lanes.piece; i += 16) {
     __m128i block[16];
+#pragma GCC unroll 16
     for (int lane = 0; lane < kLanes; ++lane) {
       block[lane] = load_bytes(levels + lane * lanes.piece + i);
     }
     transpose(block);
+#pragma GCC unroll 16
     for (int k = 0; k < 16; ++k) {
       _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes.levels + (i + k) * kLanes), block[k]);
     }
@@ -63,8 +71,10 @@ TQ_AVX2 void join_lanes(const StuckiLanes& lanes, std::uint8_t* bits) {
   const __m128i turned = _mm_setr_epi8(7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8);
   for (std::int32_t i = 0; i < lanes.piece; i += 16) {
     __m128i block[16];
+#pragma GCC unroll 16
     for (int k = 0; k < 16; ++k) block[k] = load_bytes(lanes.white + (i + k) * kLanes);
     transpose(block);
+#pragma GCC unroll 16
     for (int lane = 0; lane < kLanes; ++lane) {
       const int mask = _mm_movemask_epi8(_mm_shuffle_epi8(block[lane], turned));
       std::uint8_t* out = bits + (lane * lanes.piece + i) / 8;
@@ -118,6 +128,7 @@ TQ_AVX2 void add_rows_above(const StuckiLanes& lanes) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(lanes.values + i * kLanes),
                         _mm256_and_si256(value, within));
     inside.next = _mm256_add_epi16(inside.next, _mm256_set1_epi16(1));
+#pragma GCC unroll 4
     for (int slot = 0; slot < 4; ++slot) {
       eights[slot] = eights[slot + 1];
       fours[slot] = fours[slot + 1];
