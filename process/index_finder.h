@@ -1,6 +1,8 @@
 // From colours to the indices of an octree's palette.
 #pragma once
 
+#include <bit>
+
 #include "core/memory.h"
 #include "process/nearest_colour.h"
 #include "process/octree.h"
@@ -11,44 +13,44 @@ namespace tq::process {
 // worked out once, as long as no other colour takes its place.
 class IndexFinder {
  public:
-  IndexFinder(const Octree& tree, std::span<const Rgb> palette) : tree_(tree), palette_(palette) {}
+  // What is known about all colours of a cell: the palette entry with its index in the fourth byte.
+  using Entry = CellColours::Entry;
 
-  Status allocate() {
-    TQ_TRY(cells_.allocate(1 << 15));
-    return known_.allocate(kKnown);
+  IndexFinder(const Octree& tree, std::span<const Rgb> palette);
+  Status allocate();
+
+  Entry find(Rgb colour) {
+    const Entry entry = cells_.data()[CellColours::cell(colour)];
+    return is_unknown(entry) ? find_slowly(colour) : entry;
   }
 
-  std::uint8_t find(Rgb colour) {
-    const std::uint16_t cell = cells_.data()[CellColours::cell(colour)];
-    return (cell & kWhole) != 0 ? static_cast<std::uint8_t>(cell) : find_slowly(colour);
-  }
-
-  // Blue in the low byte, red in the third.
-  std::uint8_t find_bytes(std::uint32_t bytes) {
-    return find({static_cast<std::uint8_t>(bytes), static_cast<std::uint8_t>(bytes >> 8),
-                 static_cast<std::uint8_t>(bytes >> 16), 0});
-  }
+  // The same in steps, for kernels that have colours in registers.
+  const Entry* entries() const { return cells_.data(); }
+  std::uint32_t unknown() const { return std::bit_cast<std::uint32_t>(unknown_); }
+  Entry find_slowly(Rgb colour);
 
  private:
+  bool is_unknown(Entry entry) const { return std::bit_cast<std::uint32_t>(entry) == unknown(); }
+  Entry entry_of(std::uint8_t index) const;
+  std::uint8_t index_of(Rgb colour);
+
   // The tree and the distances look at 7 bits of a channel, except on the tree's last level.
   struct KnownColour {
     std::uint32_t key;  // 7 bits a channel and a mark that the entry is in use
     std::uint8_t index;
   };
   static constexpr std::uint32_t kKnown = 1 << 15;
-  static constexpr std::uint16_t kWhole = 0x100;  // one leaf has all colours of the cell
-
-  std::uint8_t find_slowly(Rgb colour);
 
   const Octree& tree_;
   std::span<const Rgb> palette_;
-  RowBuffer<std::uint16_t> cells_;
+  Entry unknown_;  // index 0 with another colour than entry 0 has
+  RowBuffer<Entry> cells_;
   RowBuffer<KnownColour> known_;
   Rgb last_{0, 0, 0, 255};  // no colour yet
   std::uint8_t last_index_ = 0;
 };
 
-// Errors of a colour's channels, or its channels: blue, green, red, unused.
+// Errors of a colour's channels: blue, green, red, unused.
 struct Channels {
   std::int16_t channel[4];
 };
@@ -60,7 +62,6 @@ struct TreeRow {
   const Rgb* colours;
   const Channels* received;
   Channels* below;
-  const Channels* palette;
   std::uint8_t* indices;
 };
 

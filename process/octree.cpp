@@ -5,21 +5,6 @@
 
 namespace tq::process {
 
-namespace {
-
-// Bits of a channel with two zeros between them.
-constexpr std::array<std::uint32_t, 256> kSpread = [] {
-  std::array<std::uint32_t, 256> spread{};
-  for (int value = 0; value < 256; ++value) {
-    for (int bit = 0; bit < 8; ++bit) {
-      spread[value] |= static_cast<std::uint32_t>(value >> bit & 1) << (3 * bit);
-    }
-  }
-  return spread;
-}();
-
-}  // namespace
-
 Status Octree::allocate(std::int32_t most_colours) {
   most_colours_ = most_colours;
   TQ_TRY(nodes_.allocate(kNodes));
@@ -27,17 +12,6 @@ Status Octree::allocate(std::int32_t most_colours) {
   node(kRoot).level = -1;
   for (int i = kNodes - 1; i > 0; --i) release(static_cast<NodeIndex>(i));
   return kOk;
-}
-
-std::uint32_t Octree::path_of(Rgb colour) {
-  return kSpread[colour.blue] << 2 | kSpread[colour.green] << 1 | kSpread[colour.red];
-}
-
-void Octree::add(Node& leaf, Rgb colour, std::uint32_t count) {
-  leaf.count += count;
-  leaf.blue += std::uint64_t{colour.blue} * count;
-  leaf.green += std::uint64_t{colour.green} * count;
-  leaf.red += std::uint64_t{colour.red} * count;
 }
 
 // In the order of their paths the cells below a node lie together.
@@ -117,11 +91,19 @@ bool Octree::reduce() {
   return true;
 }
 
-void Octree::insert(Rgb colour, std::uint32_t count) {
-  const std::uint32_t path = path_of(colour);
-  NodeIndex leaf = leaf_of_cell_.data()[path >> (3 * kLevels - kCellBits)];
-  if (leaf == kNone) leaf = make_room(path);
-  add(node(leaf), colour, count);
+void Octree::insert_row(std::span<const Rgb> colours) {
+  std::size_t x = 0;
+  while (x < colours.size()) {
+    const Rgb colour = colours[x];
+    const std::size_t first = x++;
+    if (x == colours.size() || colours[x] != colour) {
+      insert(colour);
+      continue;
+    }
+    // Equal neighbours meet the same leaf.
+    while (x < colours.size() && colours[x] == colour) ++x;
+    insert(colour, static_cast<std::uint32_t>(x - first));
+  }
 }
 
 // The leaf on the path, made if need be.

@@ -9,13 +9,38 @@
 
 namespace tq::process {
 
+// Bits of a channel with two zeros between them.
+inline constexpr std::array<std::uint32_t, 256> kSpreadBits = [] {
+  std::array<std::uint32_t, 256> spread{};
+  for (int value = 0; value < 256; ++value) {
+    for (int bit = 0; bit < 8; ++bit) {
+      spread[value] |= static_cast<std::uint32_t>(value >> bit & 1) << (3 * bit);
+    }
+  }
+  return spread;
+}();
+
 class Octree {
  public:
   // `most_colours` is 8 to 256.
   Status allocate(std::int32_t most_colours);
 
   // `count` pixels of this colour, one after the other.
-  void insert(Rgb colour, std::uint32_t count = 1);
+  void insert(Rgb colour, std::uint32_t count) {
+    Node& leaf = leaf_for(colour);
+    leaf.count += count;
+    leaf.blue += std::uint64_t{colour.blue} * count;
+    leaf.green += std::uint64_t{colour.green} * count;
+    leaf.red += std::uint64_t{colour.red} * count;
+  }
+  void insert(Rgb colour) {
+    Node& leaf = leaf_for(colour);
+    ++leaf.count;
+    leaf.blue += colour.blue;
+    leaf.green += colour.green;
+    leaf.red += colour.red;
+  }
+  void insert_row(std::span<const Rgb> colours);
 
   // Numbers the leaves and writes their mean colours. Returns how many; no insertion after it.
   std::int32_t write_palette(std::span<Rgb> palette);
@@ -49,12 +74,18 @@ class Octree {
     std::int8_t level;
   };
 
-  static std::uint32_t path_of(Rgb colour);
+  static std::uint32_t path_of(Rgb colour) {
+    return kSpreadBits[colour.blue] << 2 | kSpreadBits[colour.green] << 1 | kSpreadBits[colour.red];
+  }
   static int child_at(std::uint32_t path, int level) {
     return static_cast<int>(path >> (3 * (kLevels - 1 - level))) & 7;
   }
   Node& node(NodeIndex index) const { return nodes_.data()[index]; }
-  static void add(Node& leaf, Rgb colour, std::uint32_t count);
+  Node& leaf_for(Rgb colour) {
+    const std::uint32_t path = path_of(colour);
+    const NodeIndex leaf = leaf_of_cell_.data()[path >> (3 * kLevels - kCellBits)];
+    return node(leaf != kNone ? leaf : make_room(path));
+  }
   NodeIndex make_room(std::uint32_t path);
   void becomes_leaf(NodeIndex index);
   NodeIndex create(NodeIndex parent, int child, int level);

@@ -29,10 +29,9 @@ void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
       return static_cast<std::uint8_t>(std::clamp(sum, 0, 255));
     };
     const Rgb v{value(0, own.blue), value(1, own.green), value(2, own.red), 0};
-    const std::uint8_t index = finder.find(v);
-    row.indices[x] = index;
-    const auto& chosen = row.palette[index].channel;
-    const int error[3] = {v.blue - chosen[0], v.green - chosen[1], v.red - chosen[2]};
+    const IndexFinder::Entry chosen = finder.find(v);
+    row.indices[x] = chosen.index;
+    const int error[3] = {v.blue - chosen.blue, v.green - chosen.green, v.red - chosen.red};
     for (int i = 0; i < 3; ++i) {
       ahead[i] = share(error[i], 7);
       row.below[x - kStep].channel[i] =
@@ -49,11 +48,7 @@ void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
 // Rows of serpentine diffusion, from the top.
 class PaletteDiffuser {
  public:
-  PaletteDiffuser(IndexFinder& finder, std::span<const Rgb> palette) : finder_(finder), palette_{} {
-    std::transform(palette.begin(), palette.end(), palette_.begin(), [](Rgb c) {
-      return Channels{{c.blue, c.green, c.red, 0}};
-    });
-  }
+  explicit PaletteDiffuser(IndexFinder& finder) : finder_(finder) {}
 
   Status allocate(std::int32_t width) {
     TQ_TRY(errors_[0].allocate(width));
@@ -65,7 +60,6 @@ class PaletteDiffuser {
                       .colours = colours.data(),
                       .received = errors_[0].data(),
                       .below = errors_[1].data(),
-                      .palette = palette_.data(),
                       .indices = indices};
     const auto along = rightward ? right_ : left_;
     along(row, finder_);
@@ -75,7 +69,6 @@ class PaletteDiffuser {
  private:
   using RowFunction = void (*)(const TreeRow& row, IndexFinder& finder);
   IndexFinder& finder_;
-  std::array<Channels, 256> palette_;
   RowBuffer<Channels, 1> errors_[2];
 #if defined(__SSE2__)
   const bool fast_ = platform::cpu_features().sse2;
@@ -85,17 +78,6 @@ class PaletteDiffuser {
   RowFunction right_ = diffuse_to_tree<1>, left_ = diffuse_to_tree<-1>;
 #endif
 };
-
-// All pixels; equal neighbours go in together.
-void insert_row(Octree& tree, std::span<const Rgb> colours) {
-  std::size_t x = 0;
-  while (x < colours.size()) {
-    const Rgb colour = colours[x];
-    const std::size_t first = x++;
-    while (x < colours.size() && colours[x] == colour) ++x;
-    tree.insert(colour, static_cast<std::uint32_t>(x - first));
-  }
-}
 
 }  // namespace
 
@@ -114,7 +96,7 @@ Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, s
   } else {
     for (std::int32_t y = 0; y < image.height(); ++y) {
       image.read_colours(y, colours.pixels());
-      insert_row(tree, colours.pixels());
+      tree.insert_row(colours.pixels());
     }
   }
 
@@ -123,7 +105,7 @@ Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, s
   const std::span<const Rgb> entries = std::span(chosen).first(std::max(written, 1));
   IndexFinder finder(tree, entries);
   TQ_TRY(finder.allocate());
-  PaletteDiffuser diffuser(finder, entries);
+  PaletteDiffuser diffuser(finder);
   TQ_TRY(diffuser.allocate(image.width()));
   RowBuffer<std::uint8_t> indices;
   TQ_TRY(indices.allocate(image.width()));

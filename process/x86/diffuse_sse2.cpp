@@ -11,6 +11,16 @@ __m128i load_pixel(const void* pixel) {
   return _mm_loadu_si32(pixel);
 }
 
+// A colour with blue in the low byte, and its cell as CellColours counts them.
+Rgb colour_of(std::uint32_t bytes) {
+  return {static_cast<std::uint8_t>(bytes), static_cast<std::uint8_t>(bytes >> 8),
+          static_cast<std::uint8_t>(bytes >> 16), 0};
+}
+
+std::uint32_t cell_of(std::uint32_t bytes) {
+  return (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
+}
+
 // Unsigned bytes divided by a power of two.
 template <int kShift>
 __m128i shift_bytes(__m128i v) {
@@ -51,8 +61,7 @@ void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t*
     const std::uint32_t cell = (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
     CellColours::Entry entry = entries[cell];
     if (CellColours::is_free(entry)) {
-      entry = cells.fill({static_cast<std::uint8_t>(bytes), static_cast<std::uint8_t>(bytes >> 8),
-                          static_cast<std::uint8_t>(bytes >> 16), 0});
+      entry = cells.fill(colour_of(bytes));
     }
     out[x] = entry.index;
     // The entry's index is in the byte that colours do not use.
@@ -132,24 +141,34 @@ void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
   const auto sixteenth = [&](__m128i v) {  // cut toward zero
     return _mm_srai_epi16(_mm_add_epi16(v, _mm_and_si128(_mm_srai_epi16(v, 15), fifteen)), 4);
   };
+  const IndexFinder::Entry* entries = finder.entries();
+  const std::uint32_t unknown = finder.unknown();
+  const Rgb* colours = row.colours;
+  const Channels* received = row.received;
+  Channels* below = row.below;
+  std::uint8_t* indices = row.indices;
   __m128i ahead = zero, behind_sum = zero, below_sum = zero;
   std::int32_t x = kStep > 0 ? 0 : row.width - 1;
   for (std::int32_t left = row.width; left > 0; --left, x += kStep) {
     const __m128i own =
-        _mm_add_epi16(_mm_unpacklo_epi8(load_pixel(row.colours + x), zero), load(row.received + x));
+        _mm_add_epi16(_mm_unpacklo_epi8(load_pixel(colours + x), zero), load(received + x));
     const __m128i bytes = _mm_packus_epi16(_mm_add_epi16(own, ahead), zero);
-    const std::uint8_t index =
-        finder.find_bytes(static_cast<std::uint32_t>(_mm_cvtsi128_si32(bytes)));
-    row.indices[x] = index;
-    const __m128i error = _mm_sub_epi16(_mm_unpacklo_epi8(bytes, zero), load(row.palette + index));
+    const auto colour = static_cast<std::uint32_t>(_mm_cvtsi128_si32(bytes));
+    IndexFinder::Entry entry = entries[cell_of(colour)];
+    if (std::bit_cast<std::uint32_t>(entry) == unknown)
+      entry = finder.find_slowly(colour_of(colour));
+    indices[x] = entry.index;
+    // The index is taken for a fourth channel, whose errors nobody looks at.
+    const __m128i error =
+        _mm_sub_epi16(_mm_unpacklo_epi8(bytes, zero), _mm_unpacklo_epi8(load_pixel(&entry), zero));
     ahead = sixteenth(_mm_sub_epi16(_mm_slli_epi16(error, 3), error));
     const __m128i shares =
         sixteenth(_mm_mullo_epi16(_mm_unpacklo_epi64(error, error), weights_5_3));
-    store(row.below + x - kStep, _mm_add_epi16(behind_sum, _mm_srli_si128(shares, 8)));
+    store(below + x - kStep, _mm_add_epi16(behind_sum, _mm_srli_si128(shares, 8)));
     behind_sum = _mm_add_epi16(below_sum, shares);
     below_sum = sixteenth(error);
   }
-  store(row.below + x - kStep, behind_sum);
+  store(below + x - kStep, behind_sum);
 }
 
 template void diffuse_to_tree<1>(const TreeRow&, IndexFinder&);
