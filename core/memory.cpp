@@ -1,6 +1,7 @@
 // Blocks of the platform, large freed ones kept for reuse, and the owner of temporary ones.
 #include "core/memory.h"
 
+#include <iterator>
 #include <utility>
 
 #include "platform/memory.h"
@@ -47,6 +48,12 @@ bool refuse_this_one() {
 void fill_fresh_bytes(void* block, std::size_t from, std::size_t size) {
   if (state.fill < 0 || from >= size) return;
   std::memset(static_cast<std::uint8_t*>(block) + from, state.fill, size - from);
+}
+
+// Freed already: a caller's stale address must not be handed out twice.
+bool is_kept(const void* block) {
+  return std::any_of(std::begin(state.kept), std::end(state.kept),
+                     [&](const KeptBlock& kept) { return kept.block == block; });
 }
 
 bool keep_block(void* block, std::size_t size) {
@@ -111,7 +118,7 @@ std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
 
 void free_block(void* block) {
   const std::size_t size = platform::block_size(block);
-  if (size == 0) return;
+  if (size == 0 || is_kept(block)) return;
   --state.live;
   if (!keep_block(block, size)) platform::block_free(block);
 }

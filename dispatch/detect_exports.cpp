@@ -7,7 +7,6 @@
 namespace {
 
 using tq::Status;
-using tq::StatusCode;
 using tq::dispatch::PageQuery;
 
 template <class Query>

@@ -6,7 +6,6 @@
 using tq::ImageHandle;
 using tq::ImageRecord;
 using tq::kMemoryStream;
-using tq::Status;
 using tq::StreamHandle;
 
 namespace {

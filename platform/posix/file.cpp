@@ -1,5 +1,6 @@
 // Files by descriptor.
-#define _FILE_OFFSET_BITS 64  // files beyond 2 GiB open on 32-bit systems too
+// Files beyond 2 GiB open on 32-bit systems too.
+#define _FILE_OFFSET_BITS 64  // NOLINT(*-reserved-identifier,*-identifier-naming): the C library's
 #include "platform/file.h"
 
 #include <fcntl.h>
@@ -7,8 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace tq::platform {
 namespace {
@@ -31,11 +32,9 @@ bool is_directory(int file) {
 }
 
 int create_in(const char* folder, char* name) {
-  constexpr char kPattern[] = "/imgXXXXXX";
-  const std::size_t length = std::strlen(folder);
-  if (length == 0 || length + sizeof(kPattern) > kTempNameBytes) return -1;
-  std::memcpy(name, folder, length);
-  std::memcpy(name + length, kPattern, sizeof(kPattern));
+  if (folder[0] == '\0') return -1;  // would be the root
+  const int length = std::snprintf(name, kTempNameBytes, "%s/imgXXXXXX", folder);
+  if (length < 0 || length >= static_cast<int>(kTempNameBytes)) return -1;
   return mkostemp(name, O_CLOEXEC);
 }
 

@@ -4,6 +4,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -36,14 +37,18 @@ class Register {
     if (places_ > SIZE_MAX / (2 * sizeof(Entry))) return false;
     auto* larger = static_cast<Entry*>(std::calloc(2 * places_, sizeof(Entry)));
     if (larger == nullptr) return false;
-    const Entry* const old = entries_;
+    Entry* const old = entries_;
     const std::size_t old_places = places_;
     entries_ = larger;
     places_ = 2 * old_places;
     for (std::size_t i = 0; i < old_places; ++i) {
       if (old[i].address != 0) entries_[place_of(old[i].address)] = old[i];
     }
-    if (old != first_) std::free(const_cast<Entry*>(old));
+    if (old == first_) {
+      std::fill_n(first_, kFirstPlaces, Entry{});  // they come into use again
+    } else {
+      std::free(old);
+    }
     return true;
   }
 

@@ -32,7 +32,8 @@ consumer=$work/cmake/consumer
 
 echo "pkg-config"
 export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig
-read -ra flags <<< "$(pkg-config --cflags --libs tarnquill)"
+flags=()
+eval "flags=($(pkg-config --cflags --libs tarnquill))"  # its output is quoted for a shell
 "$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror "$here/consumer.c" -o "$work/pc/consumer.exe" \
   "${flags[@]}"
 [ ! -d "$prefix/bin" ] || cp "$prefix/bin"/*.dll "$work/pc" 2> /dev/null || true

@@ -1,0 +1,248 @@
+#include "io/chunk_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "core/settings.h"
+#include "include/tarnquill.h"
+#include "io/open_file.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
+
+namespace tq {
+namespace {
+
+using test::GuardedBlock;
+using test::MemoryFile;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t kKey = 0x5A;
+
+enum class Source {
+  file,
+  scrambled_file,
+  caller,
+  dripping_caller,
+  memory,
+  scrambled_memory,
+  memory_with_callers_seek,
+};
+constexpr Source kAll[] = {Source::file,
+                           Source::scrambled_file,
+                           Source::caller,
+                           Source::dripping_caller,
+                           Source::memory,
+                           Source::scrambled_memory,
+                           Source::memory_with_callers_seek};
+
+// A stream of `content`. Memory ends at an unmapped page and says nothing about its size.
+class Stream {
+ public:
+  Stream(Source source, Bytes content) : memory_(source >= Source::memory) {
+    if (source == Source::scrambled_file || source == Source::scrambled_memory) {
+      IMG_set_encrypt(1, kKey);
+      for (std::uint8_t& byte : content) byte ^= kKey;
+    }
+    if (memory_) {
+      block_ = std::make_unique<GuardedBlock>(content);
+      open_memory_stream(block_->data());
+      handle_ = kMemoryStream;
+    } else if (source == Source::file || source == Source::scrambled_file) {
+      test::write_file(folder_.file("a"), content);
+      EXPECT_TRUE(file_.open(folder_.file("a").c_str(), OpenMode::read).ok());
+      handle_ = file_.handle();
+    } else {
+      caller_ = std::make_unique<MemoryFile>(content);
+      if (source == Source::dripping_caller) caller_->most_per_call = 7;
+      handle_ = MemoryFile::kHandle;
+    }
+    if (source == Source::memory_with_callers_seek) {
+      caller_ = std::make_unique<MemoryFile>();
+      caller_->install(false, false, true);
+    }
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+  ~Stream() {
+    IMG_set_encrypt(0, 0);
+    open_memory_stream(nullptr);
+  }
+  StreamHandle handle() const { return handle_; }
+  bool memory() const { return memory_; }
+
+ private:
+  bool memory_;
+  StreamHandle handle_{-1};
+  test::ScratchFolder folder_;
+  OpenFile file_;
+  std::unique_ptr<GuardedBlock> block_;
+  std::unique_ptr<MemoryFile> caller_;
+};
+
+Bytes random_bytes(std::mt19937& random, std::size_t count) {
+  Bytes bytes(count);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+  return bytes;
+}
+
+// Takes up to `limit` bytes (of memory never more, because nobody knows where it ends) in pieces of
+// random kind and size.
+Bytes take_in_pieces(ChunkReader& reader, std::size_t chunk, std::size_t limit, bool may_pass_end,
+                     std::mt19937& random) {
+  Bytes taken;
+  bool at_end = false;
+  while (taken.size() < limit && !at_end) {
+    const std::size_t left = limit - taken.size();
+    const std::size_t room = may_pass_end ? left + 10 : left;
+    const int kind = static_cast<int>(random() % 3);
+    if (kind == 0) {
+      const int byte = reader.next();
+      at_end = byte < 0;
+      if (!at_end) taken.push_back(static_cast<std::uint8_t>(byte));
+    } else if (kind == 1) {
+      const std::size_t wanted = 1 + random() % std::min(chunk, room);
+      const auto seen = reader.peek(wanted);
+      EXPECT_LE(seen.size(), wanted);
+      at_end = seen.size() < wanted;
+      const std::size_t piece = at_end ? seen.size() : random() % (wanted + 1);
+      taken.insert(taken.end(), seen.begin(), seen.begin() + static_cast<std::ptrdiff_t>(piece));
+      reader.skip(piece);
+    } else {
+      Bytes piece(1 + random() % room);
+      const std::size_t got = reader.read(piece);
+      at_end = got < piece.size();
+      taken.insert(taken.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(got));
+    }
+  }
+  return taken;
+}
+
+TEST(ChunkReader, AnyPatternOfRequestsGivesTheStreamsBytes) {
+  std::mt19937 random(20240229);
+  for (const Source source : kAll) {
+    for (int round = 0; round < 60; ++round) {
+      const std::size_t size = round == 0 ? 0 : random() % (round < 30 ? 50 : 5000);
+      const std::size_t chunk = 1 + random() % (round % 2 == 0 ? 9 : 700);
+      const std::size_t start = random() % (size + 1);
+      SCOPED_TRACE(testing::Message() << "source " << static_cast<int>(source) << ", size " << size
+                                      << ", chunk " << chunk << ", start " << start);
+      const Bytes content = random_bytes(random, size);
+      Stream stream(source, content);
+      Bytes one(1);
+      for (std::size_t i = 0; i < start; ++i) ASSERT_EQ(read(stream.handle(), one), 1);
+
+      // Memory: often stop before the end, and see where the stream stands then.
+      std::size_t end = size;
+      if (stream.memory() && random() % 2 == 0) end = start + random() % (size - start + 1);
+      ChunkReader reader;
+      ASSERT_TRUE(reader.open(stream.handle(), static_cast<std::int64_t>(chunk)).ok());
+      const Bytes taken = take_in_pieces(reader, chunk, stream.memory() ? end - start : size + 10,
+                                         !stream.memory(), random);
+      const auto from = content.begin() + static_cast<std::ptrdiff_t>(start);
+      ASSERT_EQ(taken, Bytes(from, content.begin() + static_cast<std::ptrdiff_t>(end)));
+      reader.close();
+      if (stream.memory()) {
+        ASSERT_EQ(memory_position(), static_cast<std::int32_t>(end));
+      }
+    }
+  }
+}
+
+TEST(ChunkReader, WhatWasOnlyPeekedAtStaysInTheMemoryStream) {
+  for (const Source source :
+       {Source::memory, Source::scrambled_memory, Source::memory_with_callers_seek}) {
+    const Stream stream(source, {1, 2, 3, 4});
+    ChunkReader reader;
+    ASSERT_TRUE(reader.open(stream.handle(), 100).ok());
+    EXPECT_EQ(reader.next(), 1);
+    EXPECT_EQ(reader.peek(3).size(), 3u);
+    reader.skip(1);
+    reader.close();
+    EXPECT_EQ(memory_position(), 2) << "source " << static_cast<int>(source);
+  }
+}
+
+TEST(ChunkReader, CallersAreAskedForWholeChunks) {
+  MemoryFile caller(Bytes(1000, 1));
+  ChunkReader reader;
+  ASSERT_TRUE(reader.open(MemoryFile::kHandle, 100).ok());
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(reader.next(), 1);
+  EXPECT_EQ(caller.counts, std::vector<std::int32_t>(10, 100));
+}
+
+TEST(ChunkReader, EndOfASizedBlockIsTheEnd) {
+  const GuardedBlock block(Bytes{1, 2, 3});
+  open_memory_stream(block.data(), block.size());
+  {
+    ChunkReader reader;
+    ASSERT_TRUE(reader.open(kMemoryStream, 100).ok());
+    EXPECT_EQ(reader.peek(50).size(), 3u);
+    Bytes more(10);
+    EXPECT_EQ(reader.read(more), 3u);
+    EXPECT_EQ(reader.next(), -1);
+    EXPECT_TRUE(reader.peek(1).empty());
+  }
+  EXPECT_EQ(memory_position(), 3);
+  open_memory_stream(nullptr);
+}
+
+TEST(ChunkReader, KeepsReadingItsBlockWhenAnotherIsOpenedMeanwhile) {
+  const GuardedBlock first(Bytes{1, 2, 3}), second(Bytes{7, 8, 9});
+  open_memory_stream(first.data());
+  {
+    ChunkReader reader;
+    ASSERT_TRUE(reader.open(kMemoryStream, 100).ok());
+    EXPECT_EQ(reader.next(), 1);
+    open_memory_stream(second.data());
+    EXPECT_EQ(seek(kMemoryStream, 1, Origin::start), 1);
+    EXPECT_EQ(reader.next(), 2);
+    const MemoryFile caller(Bytes{50});
+    EXPECT_EQ(reader.next(), 3);
+  }
+  EXPECT_EQ(memory_position(), 1) << "the other stream must not move";
+  open_memory_stream(nullptr);
+}
+
+TEST(ChunkReader, MisbehavingCallerEndsTheStream) {
+  MemoryFile caller(Bytes(100, 5));
+  ChunkReader reader;
+  ASSERT_TRUE(reader.open(MemoryFile::kHandle, 8).ok());
+  caller.answer = INT32_MAX;
+  EXPECT_EQ(reader.peek(5).size(), 5u);
+  reader.skip(8);
+  caller.answer = -1;
+  EXPECT_EQ(reader.next(), -1);
+  Bytes bytes(50);
+  EXPECT_EQ(reader.read(bytes), 0u);
+}
+
+TEST(ChunkReader, WithoutMemoryItDoesNotOpen) {
+  const MemoryFile caller(Bytes(100, 5));
+  ChunkReader reader;
+  EXPECT_EQ(reader.open(MemoryFile::kHandle, std::int64_t{1} << 40), StatusCode::out_of_memory);
+  EXPECT_EQ(reader.next(), -1);
+}
+
+TEST(ReadChunkBytes, AreWholeRowsWithinTheBudget) {
+  const std::int32_t usual = settings().read_budget;
+  const struct {
+    std::int32_t budget;
+    std::int64_t row, chunk;
+  } cases[] = {{30000, 1, 30000},     {30000, 7, 29995},
+               {30000, 30000, 30000}, {30000, 30001, 30001},
+               {30000, 0, 30000},     {30000, std::int64_t{1} << 33, std::int64_t{1} << 33},
+               {0, 12, 12},           {-5, 12, 12}};
+  for (const auto& c : cases) {
+    settings().read_budget = c.budget;
+    EXPECT_EQ(read_chunk_bytes(c.row), c.chunk);
+  }
+  settings().read_budget = usual;
+}
+
+}  // namespace
+}  // namespace tq

@@ -1,0 +1,122 @@
+#include "platform/memory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <utility>
+#include <vector>
+
+// With the address sanitizer, requests that are too large get a null pointer, as they do without.
+extern "C" const char* __asan_default_options() {  // NOLINT(*-reserved-identifier,*-naming)
+  return "allocator_may_return_null=1";
+}
+
+namespace tq::platform {
+namespace {
+
+TEST(PlatformMemory, OnlyTheStartOfALiveBlockIsABlock) {
+  auto* const block = static_cast<std::uint8_t*>(block_alloc(1000));
+  ASSERT_NE(block, nullptr);
+  std::memset(block, 0x11, 1000);
+  EXPECT_EQ(block_size(block), 1000u);
+  alignas(16) std::uint8_t foreign[64] = {};
+  for (int i = 1; i < 1000; ++i) {
+    ASSERT_EQ(block_size(block + i), 0u) << i;
+    block_free(block + i);
+  }
+  EXPECT_EQ(block_size(foreign), 0u);
+  EXPECT_EQ(block_size(nullptr), 0u);
+  EXPECT_EQ(block_resize(foreign, 100), nullptr);
+  EXPECT_EQ(block_resize(nullptr, 100), nullptr);
+  block_free(foreign);
+  block_free(nullptr);
+  EXPECT_EQ(block_size(block), 1000u);
+  block_free(block);
+  EXPECT_EQ(block_size(block), 0u);
+  block_free(block);
+}
+
+TEST(PlatformMemory, RefusedResizeKeepsTheBlock) {
+  auto* const block = static_cast<std::uint8_t*>(block_alloc(16));
+  ASSERT_NE(block, nullptr);
+  std::memcpy(block, "fifteen letters", 16);
+  EXPECT_EQ(block_resize(block, SIZE_MAX - 4096), nullptr);
+  EXPECT_EQ(block_size(block), 16u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(block), "fifteen letters");
+  auto* const larger = static_cast<std::uint8_t*>(block_resize(block, 20000));
+  ASSERT_NE(larger, nullptr) << "the block must still be a block";
+  EXPECT_STREQ(reinterpret_cast<const char*>(larger), "fifteen letters");
+  block_free(larger);
+}
+
+TEST(PlatformMemory, NoSizeIsABlockToo) {
+  void* const block = block_alloc(0);
+  ASSERT_NE(block, nullptr);
+  EXPECT_NE(block_size(block), 0u);
+  void* const same = block_resize(block, 0);
+  ASSERT_NE(same, nullptr);
+  EXPECT_NE(block_size(same), 0u);
+  block_free(same);
+}
+
+// Against a plain list: every live block has its size and its bytes, every freed one none.
+TEST(PlatformMemory, BlocksComeAndGoInAnyOrder) {
+  struct Known {
+    std::uint8_t* block;
+    std::size_t size;
+    std::uint8_t fill;
+  };
+  std::vector<Known> live;
+  std::mt19937 random(7);
+  const auto check = [](const Known& known) {
+    ASSERT_EQ(block_size(known.block), known.size);
+    ASSERT_EQ(known.block[0], known.fill);
+    ASSERT_EQ(known.block[known.size - 1], known.fill);
+  };
+  for (int step = 0; step < 30000; ++step) {
+    // Grows to some 3000 blocks, shrinks to none, and again.
+    const bool growing = step / 5000 % 2 == 0;
+    const std::size_t size = 1 + random() % (step % 100 == 0 ? 8u << 20 : 300u);
+    const auto fill = static_cast<std::uint8_t>(random());
+    if (live.empty() || random() % 5 < (growing ? 4u : 1u)) {
+      auto* const block = static_cast<std::uint8_t*>(block_alloc(size));
+      ASSERT_NE(block, nullptr);
+      live.push_back({block, size, fill});
+    } else {
+      std::swap(live[random() % live.size()], live.back());
+      Known& known = live.back();
+      check(known);
+      if (random() % 4 != 0) {
+        block_free(known.block);
+        EXPECT_EQ(block_size(known.block), 0u);
+        live.pop_back();
+        continue;
+      }
+      const std::uint8_t* const before = known.block;
+      known.block = static_cast<std::uint8_t*>(block_resize(known.block, size));
+      ASSERT_NE(known.block, nullptr);
+      if (known.block != before) {
+        ASSERT_EQ(block_size(before), 0u);
+      }
+      ASSERT_EQ(known.block[0], known.fill);
+      if (size >= known.size) {
+        ASSERT_EQ(known.block[known.size - 1], known.fill);
+      }
+      known = {known.block, size, fill};
+    }
+    live.back().block[0] = live.back().block[size - 1] = fill;
+    if (size > 100000) {  // not many of these at a time
+      block_free(live.back().block);
+      live.pop_back();
+    }
+  }
+  for (const Known& known : live) {
+    check(known);
+    block_free(known.block);
+  }
+}
+
+}  // namespace
+}  // namespace tq::platform
