@@ -182,6 +182,7 @@ void Session::expect(std::int64_t result, std::initializer_list<std::int64_t> co
   if (result >= 0) return;
   if (result == IMG_OUT_OF_MEMORY && may_lack_memory()) return;
   if (result == kAborted && interference_period_ != 0) return;
+  if (!one_of(result, codes)) std::fprintf(stderr, "status %lld\n", static_cast<long long>(result));
   TQ_CLAIM(one_of(result, codes));
 }
 
