@@ -20,10 +20,10 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-constexpr std::uint64_t kLargestAllowed = 256 << 10;  // bytes; a larger claim is refused
-constexpr std::int32_t kAborted = -777;               // a callback's own answer
-constexpr std::int32_t kMostSinkRows = 5000;
-constexpr std::int64_t kMostSinkBytes = 4 << 20;
+constexpr std::uint64_t kLargestAllowed = 96 << 10;  // bytes; the image table must fit
+constexpr std::int32_t kAborted = -777;              // a callback's own answer
+constexpr std::int32_t kMostSinkRows = 2000;
+constexpr std::int64_t kMostSinkBytes = 256 << 10;
 
 struct Settings {
   std::array<std::uint8_t, kSettingBytes> bytes{};
@@ -293,7 +293,7 @@ void examine(std::int32_t image, const Settings& settings, Digest& digest) {
   check_refused_arguments(image, shape);
   save_everything(image, shape, settings, digest);
   // Small machines may lack the room to hold both forms.
-  if (dib_bytes(shape.width, shape.height, shape.bits) < kLargestAllowed / 4) {
+  if (dib_bytes(shape.width, shape.height, shape.bits) < kLargestAllowed / 12) {
     convert_there_and_back(image, shape, digest);
   }
   TQ_CLAIM(IMG_delete_bitmap(image) == 0);
@@ -502,7 +502,7 @@ bool claims_many_rows(Bytes file) {
   const auto on_header = [](void* block, void* context) -> std::int32_t {
     BitmapInfoHeader header;
     std::memcpy(&header, block, sizeof header);
-    *static_cast<bool*>(context) = header.biHeight > 20 * kMostSinkRows;
+    *static_cast<bool*>(context) = header.biHeight > 10 * kMostSinkRows;
     return IMG_STOP_AFTER_HEADER;
   };
   const ExactBytes copy(file);
