@@ -54,3 +54,13 @@ if(TQ_API_TESTS)
   endif()
   tq_register_tests(api_tests)
 endif()
+
+# The command line program.
+if(TARGET tarnquill_tool)
+  if(NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME tool
+      COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tests/tool/tool_test.py
+              $<TARGET_FILE:tarnquill_tool>)
+    set_tests_properties(tool PROPERTIES TIMEOUT 300)
+  endif()
+endif()
