@@ -31,7 +31,7 @@ function(tq_register_tests name)
   endif()
 endfunction()
 
-foreach(folder platform core io formats process dispatch)
+foreach(folder platform core io formats process dispatch sweep)
   string(TOUPPER ${folder} upper)
   if(TQ_${upper}_TESTS)
     add_executable(${folder}_tests ${TQ_${upper}_TESTS})
