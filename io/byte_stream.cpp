@@ -16,12 +16,8 @@ struct Streams {
   img_read_fn read = nullptr;
   img_write_fn write = nullptr;
   img_seek_fn seek = nullptr;
-  struct {
-    std::uint8_t* block = nullptr;
-    std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
-    std::int32_t limit = 0;
-    std::uint32_t openings = 0;
-  } memory;
+  MemoryStreamState memory;
+  int works = 0;  // one inside the other
   bool scrambled = false;
   std::uint8_t key = 0;
 };
@@ -80,12 +76,13 @@ std::int32_t write_memory(const std::uint8_t* bytes, std::int32_t count) {
   return put;
 }
 
-void open_memory(void* block, std::uint64_t limit) {
+void open_memory(void* block, std::uint64_t limit, bool limit_is_known) {
   auto& memory = streams().memory;
   memory.block = static_cast<std::uint8_t*>(block);
   memory.position = 0;
   memory.limit =
       block == nullptr ? 0 : static_cast<std::int32_t>(std::min<std::uint64_t>(limit, INT32_MAX));
+  memory.limit_is_known = limit_is_known;
   ++memory.openings;
 }
 
@@ -160,11 +157,11 @@ bool remove_file(const char* name) {
 
 void open_memory_stream(void* block) {
   const std::size_t size = platform::block_size(block);
-  open_memory(block, size == 0 ? kUnknownLimit : size);
+  open_memory(block, size == 0 ? kUnknownLimit : size, size != 0);
 }
 
 void open_memory_stream(void* block, std::size_t size) {
-  open_memory(block, size);
+  open_memory(block, size, true);
 }
 
 std::int32_t memory_position() {
@@ -177,6 +174,16 @@ void set_memory_position(std::int32_t position) {
 
 std::uint32_t memory_openings() {
   return streams().memory.openings;
+}
+
+StreamWork::StreamWork() : before_(streams().memory) {
+  ++streams().works;
+}
+
+StreamWork::~StreamWork() {
+  Streams& state = streams();
+  // The outermost work leaves the stream open; callers rely on it.
+  if (--state.works > 0) state.memory = before_;
 }
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek) {
@@ -203,6 +210,10 @@ std::span<const std::uint8_t> memory_rest(StreamHandle stream) {
   const std::int32_t left = as_it_lies ? memory_left() : 0;
   if (left == 0) return {};
   return {state.memory.block + state.memory.position, static_cast<std::size_t>(left)};
+}
+
+bool end_is_known(StreamHandle stream) {
+  return !reads_memory(stream) || streams().memory.limit_is_known;
 }
 
 bool reads_memory(StreamHandle stream) {

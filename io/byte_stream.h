@@ -45,6 +45,29 @@ std::int32_t memory_position();
 void set_memory_position(std::int32_t position);
 std::uint32_t memory_openings();  // how often the stream was opened: whether it still is the same
 
+// Where the memory stream stands.
+struct MemoryStreamState {
+  std::uint8_t* block = nullptr;
+  std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
+  std::int32_t limit = 0;
+  bool limit_is_known = true;
+  std::uint32_t openings = 0;
+};
+
+// Work of an export on streams. Work that a callback of other work begins leaves the memory stream
+// as it found it: the other one goes on reading and writing its own block. Without it, rows would
+// be saved into whatever block a callback has looked at, or has freed since.
+class StreamWork {
+ public:
+  StreamWork();
+  StreamWork(const StreamWork&) = delete;
+  StreamWork& operator=(const StreamWork&) = delete;
+  ~StreamWork();
+
+ private:
+  MemoryStreamState before_;
+};
+
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek);
 bool caller_io_installed();  // any of the three
 void set_scrambling(bool on, std::uint32_t key);
@@ -54,6 +77,10 @@ void set_scrambling(bool on, std::uint32_t key);
 // scrambling. The span may be longer than what the caller owns, even longer than the address space
 // behind its start: touch only what the format says is there and never form its end.
 std::span<const std::uint8_t> memory_rest(StreamHandle stream);
+
+// False for the memory stream over a block whose size nobody has told: what a format allows to be
+// missing must not be looked for there.
+bool end_is_known(StreamHandle stream);
 
 // Whether bytes come from memory whose end is not known to be beyond what the format needs.
 bool reads_memory(StreamHandle stream);
