@@ -399,8 +399,8 @@ IMG_API int32_t IMG_CALL IMGLOW_set_decompsize(int32_t width, int32_t height);
 IMG_API int32_t IMG_CALL IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width,
                                                 int32_t height);
 
-/* How colours are reduced: 2 takes the nearest colour or a fixed threshold, any other value an
- * ordered dither. Default 1. */
+/* How colours are reduced while decoding: 2 takes the nearest colour or a fixed threshold, any
+ * other value an ordered dither. It also chooses the palette of IMG_mediancut_color. Default 1. */
 IMG_API int32_t IMG_CALL IMGLOW_set_dithermode(int32_t mode);
 
 /* Kept for the display layer: treat palette images as colour; anti-aliasing and its quality; delay
