@@ -60,7 +60,9 @@ std::uint8_t* Session::keep(Bytes bytes) {
 }
 
 std::uint8_t* Session::keep_global(Bytes bytes) {
+  memory_probe::refuse_above(kLargestBlock);  // the caller's machine is not that small
   std::uint8_t* const block = alloc_block(bytes.size());
+  memory_probe::refuse_above(kLargestAllowed);
   TQ_CLAIM(block != nullptr);
   std::copy(bytes.begin(), bytes.end(), block);
   global_blocks_.push_back(block);
@@ -72,6 +74,8 @@ Picture Session::choose_picture() {
   const std::uint8_t kind = in_.u8();
   const std::int32_t bits = kBits[kind & 7];
   if (kind >= 250) return make_picture(65530 + in_.below(8), 1, 1, in_.u8());
+  // Run lists that outgrow their first block.
+  if (kind >= 244) return make_picture(500 + in_.u8(), 200 + in_.u8(), 1, in_.u8());
   return make_picture(1 + in_.below(40), 1 + in_.below(24), bits, in_.u8());
 }
 
