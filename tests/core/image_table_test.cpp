@@ -132,5 +132,35 @@ TEST_F(ImageTable, GlobalBlockOfACallerIsFreedUnlessItIsKept) {
   free_block(block);
 }
 
+// Two or three images over the same pixels; they go with the last of them, whatever happened to it.
+TEST_F(ImageTable, PixelsOfSeveralImagesGoWithTheLast) {
+  for (const bool owner_first : {true, false}) {
+    for (const bool third : {true, false}) {
+      for (const bool converts_owner : {true, false}) {
+        for (const bool converts_last : {true, false}) {
+          const std::int32_t owner = shell(64, 8);
+          auto* dib =
+              reinterpret_cast<std::uint8_t*>(IMG_bitmap_info(owner, nullptr, nullptr, nullptr));
+          std::vector<std::int32_t> images = {owner, IMG_create_handle_keep(dib)};
+          if (third) images.push_back(IMG_create_handle_keep(dib));
+          if (converts_owner) {
+            EXPECT_EQ(IMG_dib_to_runs(owner), 0);
+          }
+          if (!owner_first) std::reverse(images.begin(), images.end());
+          for (const std::int32_t image : images) {
+            EXPECT_EQ(rows_of_image(image), Rows(8, Bytes(8, 0)));
+            if (image == images.back() && converts_last) {
+              EXPECT_EQ(IMG_dib_to_runs(image), 0);
+              EXPECT_EQ(rows_of_image(image), Rows(8, Bytes(8, 0)));
+            }
+            EXPECT_EQ(IMG_delete_bitmap(image), 0);
+          }
+          EXPECT_EQ(blocks(), 0) << owner_first << third << converts_owner << converts_last;
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tq::test
