@@ -133,6 +133,8 @@ Status ImageSink::header(const HeaderBlock& block) {
   has_header_ = false;
   last_scaled_row_ = -1;
   const ImageShape shape = choose_shape();
+  // A decode rectangle may be anything.
+  TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
   TQ_TRY(allocate_buffers(shape));
   TQ_TRY(create_image(*record, source_, shape));
   width_ = record->width;
