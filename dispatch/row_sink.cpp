@@ -109,7 +109,10 @@ ImageShape ImageSink::choose_shape() {
     shape.palette = reducer_.palette();
     shape.compression = 0;
   }
-  shape.in_runs = header.biBitCount == 1 && shape.width <= kWidestRuns;
+  if (header.biBitCount == 1) {
+    shape.in_runs = shape.width <= kWidestRuns;
+    shape.compression = 0;  // of one that is too wide for runs, whatever its file says
+  }
   return shape;
 }
 
