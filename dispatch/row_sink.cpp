@@ -210,7 +210,8 @@ Status ImageSink::row(std::span<const std::uint8_t> bytes, std::int32_t y) {
 
   const std::int32_t source_y = y;
   if (!place_row(y)) return kOk;
-  if (record->in_runs && fit_ == Fit::whole && bytes.size() != source_row_) {
+  const bool is_run_list = source_.header.biBitCount == 1 && bytes.size() != source_row_;
+  if (is_run_list && record->in_runs && fit_ == Fit::whole) {
     const auto count =
         static_cast<std::size_t>(read_run_list(bytes, width_, transitions_.pixels()));
     return store_transitions(*record, y, transitions_.pixels().first(count));
