@@ -145,7 +145,7 @@ Status ImageSink::header(const HeaderBlock& block) {
   bits_ = record->bits;
   has_header_ = true;
   delivered_.start(record->in_runs);  // run lists start white
-  if (callers_can_look()) delivered_.clear_others(*record);
+  if (callers_can_look()) clear_undelivered(*record);
   return kOk;
 }
 
@@ -193,6 +193,17 @@ std::span<const std::uint8_t> ImageSink::fit_row(std::span<const std::uint8_t> p
   return pixels;
 }
 
+// Rows that were not delivered become 0. Those that a cut reaches beyond the source are white in 1
+// bit, as columns are.
+void ImageSink::clear_undelivered(ImageRecord& record) {
+  delivered_.clear_others(record);
+  if (record.in_runs || fit_ != Fit::cut || bits_ != 1) return;
+  for (std::int32_t y = std::max(source_.header.biHeight - top_, 0); y < height_; ++y) {
+    const std::span<std::uint8_t> row = plain_row(record, y);
+    std::fill(row.begin(), row.end(), std::uint8_t{0xFF});
+  }
+}
+
 Status ImageSink::store(ImageRecord& record, std::span<const std::uint8_t> bytes, std::int32_t y) {
   if (record.in_runs) return store_bits(record, y, bytes);
   delivered_.add(record, y);
@@ -225,7 +236,7 @@ Status ImageSink::finish() {
   ImageRecord* record = image();
   if (record == nullptr) return StatusCode::bad_handle;
   if (!has_header_) return StatusCode::bad_image;
-  if (!record->in_runs) delivered_.clear_others(*record);
+  if (!record->in_runs) clear_undelivered(*record);
   return kOk;
 }
 
