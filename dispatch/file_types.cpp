@@ -68,7 +68,7 @@ constexpr FileType kFileTypes[] = {
      .count_pages = pages_unknown, .traits = kMultiPage | kByName},
     {.code = 13, .detect_switch = 13, .type = "jpg",
      .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
-     .decode = decode_jpeg, .traits = kByName},
+     .decode = decode_jpeg, .encode = encode_jpeg, .traits = kByName},
     {.code = 5, .detect_switch = 5, .type = "wpg",
      .test = [](const Probe& p) { return p.has("WPC", 1); }, .traits = kByName},
     {.code = 18, .detect_switch = 18, .type = "cal",

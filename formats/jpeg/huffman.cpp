@@ -1,10 +1,16 @@
 // The constant look-up tables, and the choice between them and built ones.
 #include "formats/jpeg/huffman.h"
 
+#include <iterator>
+
 #include "formats/jpeg/typical_tables.h"
 
 namespace tq::formats {
 namespace {
+
+// Index 0 is luminance, 1 chrominance.
+constexpr HuffmanSpec kTypicalDc[] = {kDcLuminance, kDcChrominance};
+constexpr HuffmanSpec kTypicalAc[] = {kAcLuminance, kAcChrominance};
 
 constexpr DecodeTable constant_table(const HuffmanSpec& spec, HuffmanClass kind) {
   DecodeTable table{};
@@ -31,7 +37,7 @@ bool codes_fit(const HuffmanSpec& spec) {
 const DecodeTable& decode_table(const HuffmanSpec& spec, HuffmanClass kind, DecodeTable& own) {
   const auto& typical = kind == HuffmanClass::dc ? kTypicalDc : kTypicalAc;
   const DecodeTable* constant = kind == HuffmanClass::dc ? kDcTables : kAcTables;
-  for (std::size_t i = 0; i < typical.size(); ++i) {
+  for (std::size_t i = 0; i < std::size(kTypicalDc); ++i) {
     if (spec == typical[i]) return constant[i];
   }
   build_lookup(spec, kind, own);
