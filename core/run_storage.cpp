@@ -43,6 +43,36 @@ void clear_bits(std::span<std::uint8_t> bits, std::int32_t first, std::int32_t l
   if ((last & 7) != 0) bits[last_byte] &= after;
 }
 
+template <class Position>
+std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
+                          std::span<Position> out) {
+  std::size_t count = 0;
+  std::uint64_t last = 1;  // the pixel before, white at first
+  const std::int32_t bytes = (width + 7) / 8;
+  const auto row = bits.first(static_cast<std::size_t>(bytes));
+  for (std::int32_t x = 0; x < width; x += 64) {
+    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
+    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
+    while (changes != 0) {
+      const int at = std::countl_zero(changes);
+      if (count == out.size()) return -1;
+      out[count++] = static_cast<Position>(x + at);
+      changes &= ~(std::uint64_t{1} << (63 - at));
+    }
+    last = pixels & 1;
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+template <class Position>
+void draw_runs(std::span<const Position> row, std::int32_t width, std::span<std::uint8_t> bits) {
+  std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
+  for (std::size_t i = 0; i < row.size(); i += 2) {
+    clear_bits(bits, row[i], i + 1 < row.size() ? row[i + 1] : width);
+  }
+}
+
 void whiten_padding(std::span<std::uint8_t> bits, std::int32_t width) {
   const auto whole = static_cast<std::size_t>(width / 8);
   if ((width & 7) != 0) bits[whole] |= static_cast<std::uint8_t>(0xFF >> (width & 7));
@@ -175,30 +205,21 @@ std::size_t most_bytes(const ImageRecord& image) {
 
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                                  std::span<std::uint16_t> out) {
-  std::size_t count = 0;
-  std::uint64_t last = 1;  // the pixel before, white at first
-  const std::int32_t bytes = (width + 7) / 8;
-  const auto row = bits.first(static_cast<std::size_t>(bytes));
-  for (std::int32_t x = 0; x < width; x += 64) {
-    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
-    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
-    while (changes != 0) {
-      const int at = std::countl_zero(changes);
-      if (count == out.size()) return -1;
-      out[count++] = static_cast<std::uint16_t>(x + at);
-      changes &= ~(std::uint64_t{1} << (63 - at));
-    }
-    last = pixels & 1;
-  }
-  return static_cast<std::int32_t>(count);
+  return find_changes(bits, width, out);
+}
+
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::int32_t> out) {
+  return find_changes(bits, width, out);
 }
 
 void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits) {
-  std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
-  for (std::size_t i = 0; i < row.size(); i += 2) {
-    clear_bits(bits, row[i], i + 1 < row.size() ? row[i + 1] : width);
-  }
+  draw_runs(row, width, bits);
+}
+
+void transitions_to_bits(std::span<const std::int32_t> row, std::int32_t width,
+                         std::span<std::uint8_t> bits) {
+  draw_runs(row, width, bits);
 }
 
 std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,

@@ -30,6 +30,12 @@ std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_
 // Draws a row of `width` pixels; the rest of `bits` is set to 1.
 void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits);
 
+// The same for rows of any width.
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::int32_t> out);
+void transitions_to_bits(std::span<const std::int32_t> row, std::int32_t width,
+                         std::span<std::uint8_t> bits);
+
 // Reads a run list as decoders deliver it (length word, positions, closers): positions below
 // `width` as long as they ascend, until the list or `out` ends. Returns how many.
 std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,
