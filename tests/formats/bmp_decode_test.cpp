@@ -201,6 +201,14 @@ TEST(BmpDecode, WhatACutOffFileLacksIsZeroAndEveryRowComes) {
   EXPECT_EQ(decode(bmp_file(file)).image(), Image(3, Bytes(8, 0)));
 }
 
+TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRow) {
+  const MemoryFile stream(bmp_file({true, 40, 1, 10000, 24, 0, {}, Bytes(10, 7)}));
+  CollectingSink sink;
+  EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, sink.sink()}), kOk);
+  EXPECT_EQ(sink.rows.size(), 10000u);
+  EXPECT_LT(stream.counts.size(), 10u);
+}
+
 TEST(BmpDecode, LengthsThatCannotBeEndTheRows) {
   for (const std::uint8_t length : Bytes{1, 205}) {
     const Bytes pixels = joined({{3, 0, 9, length, 0}, Bytes(400, 1)});

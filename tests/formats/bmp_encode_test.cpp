@@ -97,8 +97,11 @@ TEST(BmpEncode, FailuresAreReportedAndLeakNothing) {
     EXPECT_EQ(encode(request), kOk);
     for (auto room = static_cast<std::size_t>(memory_position()); room-- > 0;) {
       open_memory_stream(block.data(), room);
+      set_scrambling(true, 1);  // changes what could not be written
       ASSERT_EQ(encode(request).raw(), -9) << room;
+      set_scrambling(false, 0);
     }
+    EXPECT_EQ(image.palette, image_of(3, 2, 8).palette);
     open_memory_stream(block.data(), block.size());
     given.failed_row = 0;
     given.failure = -777;
