@@ -5,11 +5,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "formats/ccitt/ccitt.h"
 #include "io/chunk_reader.h"
 
 namespace tq::formats {
-
-inline constexpr std::int64_t kCcittChunk = 64 * 1024;  // bytes
 
 // Reverses the bits of each of eight bytes.
 constexpr std::uint64_t reverse_each_byte(std::uint64_t v) {

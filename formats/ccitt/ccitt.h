@@ -11,6 +11,8 @@
 
 namespace tq::formats {
 
+inline constexpr std::int64_t kCcittChunk = 64 * 1024;  // bytes that a decoder reads at a time
+
 enum class CcittScheme : std::uint8_t {
   huffman,    // runs only, every row from a byte of its own, no end-of-line codes
   group3_1d,  // runs only
@@ -39,8 +41,7 @@ struct CcittStrip {
 
 class CcittDecoder {
  public:
-  // Rows wider than run lists can say are delivered as bits in any case, and so are those whose
-  // list would not be shorter.
+  // Rows that run lists cannot hold are delivered as bits in any case.
   Status open(const CcittCoding& coding, std::int32_t width, CcittRows delivery);
 
   // At most `limit` bytes from where `input` stands; afterwards it stands somewhere behind them.

@@ -13,6 +13,7 @@ constexpr int kClosers = 4;      // entries behind the last transition that are 
 constexpr int kEolZeros = 11;    // bits of 0 before the 1 that ends an end-of-line code
 constexpr int kEolsAtEnd = 6;    // in a row: the end of the page
 constexpr int kListClosers = 6;  // of a run list
+constexpr std::size_t kMostListWords = 0x7FFF;  // its first word is its length in bytes
 
 // Transitions of a row while it is decoded: ascending. A run of length 0 joins its neighbours, so
 // that the number of transitions always tells the colour.
@@ -163,7 +164,7 @@ Status CcittDecoder::open(const CcittCoding& coding, std::int32_t width, CcittRo
   count_ = 0;
   TQ_TRY(row_.allocate(std::int64_t{width} + kClosers + 1));
   TQ_TRY(reference_.allocate(std::int64_t{width} + kClosers + 1));
-  if (as_runs_) TQ_TRY(list_.allocate(row_bytes(width, 1) / 2 + 1));
+  if (as_runs_) TQ_TRY(list_.allocate(std::int64_t{width} + 1 + kListClosers + 1));
   return bits_.allocate(row_bytes(width, 1));
 }
 
@@ -171,14 +172,15 @@ Status CcittDecoder::open(const CcittCoding& coding, std::int32_t width, CcittRo
 Status CcittDecoder::deliver(const RowSink& sink, std::int32_t y) {
   const std::span<const std::int32_t> transitions =
       reference_.pixels().first(static_cast<std::size_t>(count_));
-  const std::size_t list_words = 1 + transitions.size() + kListClosers;
-  if (as_runs_ && 2 * list_words < bits_.size()) {
+  std::size_t words = 1 + transitions.size() + kListClosers;
+  if (2 * words == bits_.size()) ++words;  // that size would say bits
+  if (as_runs_ && words <= kMostListWords) {
     std::uint16_t* word = list_.data();
-    *word++ = static_cast<std::uint16_t>(2 * list_words);
+    *word++ = static_cast<std::uint16_t>(2 * words);
     for (const std::int32_t position : transitions) *word++ = static_cast<std::uint16_t>(position);
-    std::fill_n(word, 3, static_cast<std::uint16_t>(width_));
-    std::fill_n(word + 3, 3, static_cast<std::uint16_t>(width_ + 2));
-    return sink.row({reinterpret_cast<const std::uint8_t*>(list_.data()), 2 * list_words}, y);
+    word = std::fill_n(word, 3, static_cast<std::uint16_t>(width_));
+    std::fill(word, list_.data() + words, static_cast<std::uint16_t>(width_ + 2));
+    return sink.row({reinterpret_cast<const std::uint8_t*>(list_.data()), 2 * words}, y);
   }
   transitions_to_bits(transitions, width_, bits_.pixels());
   return sink.row(bits_.pixels(), y);
