@@ -16,7 +16,7 @@ using Bytes = std::span<const std::uint8_t>;
 // Rows from the top, each padded to a multiple of 4 bytes; the padding is 0.
 struct Picture {
   std::int32_t width = 0, height = 0, bits = 0;
-  std::vector<std::uint8_t> rows, palette;
+  std::vector<std::uint8_t> rows{}, palette{};
 
   std::size_t row_bytes() const { return static_cast<std::size_t>(tq::row_bytes(width, bits)); }
   std::size_t palette_bytes() const { return static_cast<std::size_t>(tq::palette_bytes(bits)); }
@@ -116,7 +116,7 @@ struct ImageModel {
   bool in_runs = false;
   Picture picture;
   Crop crop;
-  std::optional<std::int32_t> transparent;
+  std::optional<std::int32_t> transparent{};
 };
 
 // Reads an image back, whatever it is.

@@ -405,7 +405,7 @@ void write_gif_seeds() {
     const std::string name = "gif_" + std::to_string(variant);
     write_decode_seed(name, {byte_of(Route::query)}, file.bytes);
     write_decode_seed(name + "_decode", {byte_of(Route::block)}, file.bytes);
-    file.bytes.resize(file.bytes.size() - 8);
+    file.bytes.erase(file.bytes.end() - 8, file.bytes.end());
     write_decode_seed(name + "_cut", {byte_of(Route::query)}, file.bytes);
   }
 }
