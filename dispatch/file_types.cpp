@@ -5,6 +5,7 @@
 
 #include "dispatch/probes.h"
 #include "formats/bmp/bmp.h"
+#include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
 #include "io/endian.h"
 
@@ -66,7 +67,8 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
      .count_pages = pages_unknown, .traits = kMultiPage | kByName},
     {.code = 13, .detect_switch = 13, .type = "jpg",
-     .test = [](const Probe& p) { return p.has("\xFF\xD8"); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
+     .decode = decode_jpeg, .encode = encode_jpeg, .traits = kByName},
     {.code = 5, .detect_switch = 5, .type = "wpg",
      .test = [](const Probe& p) { return p.has("WPC", 1); }, .traits = kByName},
     {.code = 18, .detect_switch = 18, .type = "cal",
