@@ -117,14 +117,14 @@ Status Reader::look_up(PdfText text, std::string_view key, std::int32_t& object)
 
 Status Reader::read_image(std::int32_t offset, PdfImage& image) {
   PdfText text = window(offset, kImageBytes);
-  while (!text.at_end() && !text.text().substr(text.position()).starts_with(">>")) {
+  while (!text.at_end() && !text.rest().starts_with(">>")) {
     if (text.current() != '/') {
       text.skip(1);
       continue;
     }
     const std::size_t start = text.position() + 1;
     const std::size_t end = std::min(text.text().find_first_of(" \r\n", start), text.text().size());
-    const std::string_view name = text.text().substr(start, end - start);
+    const std::string_view name = text.part(start, end);
     text.move_to(end);
     if (name == "Width") image.width = text.number();
     if (name == "Height") image.height = text.number();

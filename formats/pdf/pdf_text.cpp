@@ -1,6 +1,5 @@
 #include "formats/pdf/pdf_text.h"
 
-#include <algorithm>
 #include <limits>
 
 namespace tq::formats {
@@ -24,7 +23,7 @@ bool PdfText::find(std::string_view what) {
 bool PdfText::find_key(std::string_view name) {
   while (find("/")) {
     ++at_;
-    if (text_.substr(at_).starts_with(name)) {
+    if (rest().starts_with(name)) {
       at_ += name.size();
       return true;
     }

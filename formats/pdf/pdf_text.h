@@ -1,6 +1,7 @@
 // Finding one's way in the text of a document: never beyond the bytes at hand.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -18,6 +19,13 @@ class PdfText {
   char operator[](std::size_t at) const { return at < text_.size() ? text_[at] : '\0'; }
   char current() const { return (*this)[at_]; }
   std::string_view text() const { return text_; }
+  // Cut to what there is; std::string_view::substr would throw.
+  std::string_view part(std::size_t start, std::size_t end) const {
+    end = std::min(end, text_.size());
+    start = std::min(start, end);
+    return {text_.data() + start, end - start};
+  }
+  std::string_view rest() const { return part(at_, text_.size()); }
 
   void move_to(std::size_t at) { at_ = at; }
   void skip(std::size_t bytes) { at_ += bytes; }
