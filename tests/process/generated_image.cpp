@@ -64,7 +64,7 @@ Bytes generate_dib(const Geometry& geometry, int number) {
     block.palette[i] = palette_entry(i, entries, number % 3, random);
   }
   const auto front = static_cast<std::size_t>(kDibHeaderBytes + 4 * entries);
-  Bytes dib(dib_bytes(width, height, bits));
+  Bytes dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
   std::memcpy(dib.data(), &block, front);
   const auto stride = static_cast<std::size_t>(row_bytes(width, bits));
   for (int y = 0; y < height; ++y) {
@@ -91,7 +91,7 @@ Snapshot snapshot(std::int32_t image) {
   seen.front.resize(static_cast<std::size_t>(kDibHeaderBytes + palette_bytes(bits)));
   IMGLOW_get_bitmap_header(image, seen.front.data());
   for (std::int32_t y = 0; y < height; ++y) {
-    Bytes& row = seen.rows.emplace_back(row_bytes(width, bits));
+    Bytes& row = seen.rows.emplace_back(static_cast<std::size_t>(row_bytes(width, bits)));
     IMGLOW_get_raster(image, row.data(), y, 0);
   }
   return seen;

@@ -240,7 +240,7 @@ TEST(OctreeColor, ALargeWhitePageStaysWhite) {
   // More than 2^32 / 255 white pixels in one leaf.
   constexpr int kWidth = 4961, kHeight = 7016;
   Bytes dib = generate_dib({8, 0, kWidth, 1}, 0);
-  dib.resize(dib_bytes(kWidth, kHeight, 8));
+  dib.resize(static_cast<std::size_t>(dib_bytes(kWidth, kHeight, 8)));
   std::memcpy(&dib[8], &kHeight, 4);
   std::fill(dib.begin() + 1064, dib.end(), std::uint8_t{255});
   dib[1064] = 0;
