@@ -17,7 +17,7 @@ void complain(const std::string& message) {
 
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfo,   &kConvert, &kAppend,    &kGray,    &kReduce,
+constexpr const Command* kCommands[] = {&kInfo,   &kConvert,   &kAppend,  &kGray, &kReduce,
                                         &kDither, &kThreshold, &kPromote, &kSheet};
 
 const Command* find_command(const std::string& name) {
