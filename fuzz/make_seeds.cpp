@@ -9,10 +9,12 @@
 #include <vector>
 
 #include "fuzz/decode_settings.h"
+#include "tests/support/jpeg_file.h"
 
 namespace {
 
 using namespace std::string_view_literals;
+namespace test = tq::test;
 using tq::fuzz::Route;
 using Bytes = std::vector<std::uint8_t>;
 using SettingBytes = std::array<std::uint8_t, tq::fuzz::kSettingBytes>;
@@ -434,6 +436,59 @@ void write_sequence_seeds() {
   }
 }
 
+// ---- JPEG -------------------------------------------------------------------------------------
+
+// Every layout and kind of scan, small.
+void write_jpeg_seeds() {
+  struct Layout {
+    const char* name;
+    std::vector<test::JpegComponent> components;
+    std::vector<test::JpegScan> scans;
+    bool progressive;
+  };
+  const std::vector<test::JpegComponent> grey(1);
+  const std::vector<test::JpegComponent> full(3);
+  const std::vector<test::JpegComponent> halved = {{2, 2, 0}, {1, 1, 1}, {1, 1, 1}};
+  const std::vector<test::JpegScan> refined = {{{0}, 0, 0, 0, 1},
+                                               {{0}, 1, 63, 0, 2},
+                                               {{0}, 1, 63, 2, 1},
+                                               {{0}, 0, 0, 1, 0},
+                                               {{0}, 1, 63, 1, 0}};
+  const std::vector<test::JpegScan> bands = {
+      {{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 9, 0, 0},       {{2}, 1, 63, 0, 1}, {{1}, 1, 63, 0, 0},
+      {{0}, 10, 63, 0, 0},     {{0, 1, 2}, 0, 0, 1, 0}, {{2}, 1, 63, 1, 0}};
+  const Layout layouts[] = {{"grey", grey, {}, false},
+                            {"full", full, {}, false},
+                            {"halved", halved, {}, false},
+                            {"uneven", {{3, 1, 0}, {1, 2, 1}, {2, 1, 1}}, {}, false},
+                            {"four", std::vector<test::JpegComponent>(4), {}, false},
+                            {"alone", halved, {{{2}}, {{0}}, {{1}}}, false},
+                            {"refined", grey, refined, true},
+                            {"bands", halved, bands, true}};
+  unsigned seed = 0;
+  for (const Layout& layout : layouts) {
+    for (const int interval : {0, 1}) {
+      test::JpegPicture picture{.width = 19, .height = 18, .progressive = layout.progressive};
+      picture.restart_interval = interval;
+      picture.components = layout.components;
+      picture.scans = layout.scans;
+      picture.quantisers.assign(2, std::vector<int>(64, 3));
+      if (layout.components.size() == 4) picture.extra = test::adobe_segment(2);
+      test::random_coefficients(picture, ++seed);
+      const Bytes file = test::jpeg_file(picture);
+      const std::string name = std::string("jpeg_") + layout.name + std::to_string(interval);
+      write_decode_seed(name, {byte_of(Route::block)}, file);
+      write_file("jpeg_decode/" + name, file);
+    }
+  }
+  for (std::uint32_t kind = 0; kind < 8; ++kind) {
+    Writer settings;
+    settings.u8(kind).u8(20 + kind).u8(9).u8(96).u8(10 * kind).u8(1 + kind % 3).u8(1).u8(kind);
+    for (std::uint32_t i = 0; i < 600; ++i) settings.u8(i * i * (kind + 1) >> 3);
+    write_file("jpeg_encode/" + std::to_string(kind), settings.bytes);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -445,10 +500,13 @@ int main(int argc, char** argv) {
   std::error_code error;
   std::filesystem::create_directories(folder / "decode", error);
   std::filesystem::create_directories(folder / "sequence", error);
+  std::filesystem::create_directories(folder / "jpeg_decode", error);
+  std::filesystem::create_directories(folder / "jpeg_encode", error);
   write_bmp_seeds();
   write_signature_seeds();
   write_tiff_seeds();
   write_gif_seeds();
   write_sequence_seeds();
+  write_jpeg_seeds();
   return all_written ? 0 : 1;
 }
