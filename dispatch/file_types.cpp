@@ -6,6 +6,7 @@
 #include "dispatch/probes.h"
 #include "formats/bmp/bmp.h"
 #include "formats/jpeg/jpeg.h"
+#include "formats/pdf/pdf.h"
 #include "formats/plugin/plugin.h"
 #include "io/endian.h"
 
@@ -62,6 +63,7 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); }, .traits = kByName},
     {.code = 59, .detect_switch = 59, .type = "pdf",
      .test = [](const Probe& p) { return p.has("%PDF"); },
+     .decode = decode_pdf, .encode = encode_pdf, .can_append = can_append_pdf,
      .supplier = Supplier::transitions, .traits = kMultiPage},
     {.code = 11, .detect_switch = 11, .type = "dcx",
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
