@@ -81,7 +81,7 @@ class Session {
 
   // Callbacks: what they answer, after what they have done.
   std::int32_t interfere(std::int32_t answer);
-  static Session* running_;  // callbacks of streams carry no context
+  static Session* running;  // callbacks of streams carry no context
   static std::int32_t IMG_CB_STD on_progress(std::intptr_t context, std::int32_t value);
   static std::int32_t IMG_CB_C on_read(std::int32_t stream, void* buffer, std::int32_t count);
   static std::int32_t IMG_CB_C on_write(std::int32_t stream, void* buffer, std::int32_t count);
