@@ -31,7 +31,7 @@ function(tq_register_tests name)
   endif()
 endfunction()
 
-foreach(folder platform core io formats process dispatch)
+foreach(folder platform core io formats process dispatch sweep)
   string(TOUPPER ${folder} upper)
   if(TQ_${upper}_TESTS)
     add_executable(${folder}_tests ${TQ_${upper}_TESTS})
@@ -53,4 +53,41 @@ if(TQ_API_TESTS)
     target_link_options(api_tests PRIVATE -static)
   endif()
   tq_register_tests(api_tests)
+endif()
+
+# Against libtiff, where it is installed for the target.
+if(TQ_TIFF_TESTS AND NOT CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 8)
+  find_package(TIFF QUIET)
+  if(TIFF_FOUND)
+    add_executable(tiff_tests ${TQ_TIFF_TESTS})
+    target_link_libraries(tiff_tests PRIVATE
+      ${TQ_LAYERS} tq_warnings tq_test_support gmock_main TIFF::TIFF)
+    tq_register_tests(tiff_tests)
+  endif()
+endif()
+
+# The command line program. Where it cannot be driven by a script, a round trip has to do.
+if(TARGET tarnquill_tool)
+  if(CMAKE_CROSSCOMPILING)
+    set(tq_scene ${PROJECT_BINARY_DIR}/scene)
+    add_test(NAME tool.folders COMMAND ${CMAKE_COMMAND} -E make_directory ${tq_scene}/out)
+    add_test(NAME tool.scene COMMAND make_scene scene)
+    add_test(NAME tool.convert
+      COMMAND tarnquill_tool convert -v --code bmp scene/photo-24.bmp scene/page-1.bmp scene/out)
+    add_test(NAME tool.compare
+      COMMAND ${CMAKE_COMMAND} -E compare_files ${tq_scene}/photo-24.bmp ${tq_scene}/out/photo-24.bmp)
+    set_tests_properties(tool.folders PROPERTIES FIXTURES_SETUP tool_folders)
+    set_tests_properties(tool.scene PROPERTIES
+      FIXTURES_REQUIRED tool_folders FIXTURES_SETUP tool_scene)
+    set_tests_properties(tool.convert PROPERTIES
+      FIXTURES_REQUIRED "tool_folders;tool_scene" FIXTURES_SETUP tool_convert)
+    set_tests_properties(tool.compare PROPERTIES FIXTURES_REQUIRED tool_convert)
+    set_tests_properties(tool.scene tool.convert PROPERTIES
+      WORKING_DIRECTORY ${PROJECT_BINARY_DIR} TIMEOUT 300)
+  else()
+    add_test(NAME tool
+      COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tests/tool/tool_test.py
+              $<TARGET_FILE:tarnquill_tool>)
+    set_tests_properties(tool PROPERTIES TIMEOUT 300)
+  endif()
 endif()

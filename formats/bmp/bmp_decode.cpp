@@ -1,11 +1,13 @@
 // Uncompressed BMP rows, delivered from where they lie unless a row has to be changed; rows with
 // their length in front; and the choice of the row reader.
 #include <algorithm>
+#include <limits>
 
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/bmp/bmp_header.h"
 #include "formats/bmp/bmp_rows.h"
+#include "formats/jpeg/jpeg.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
 
@@ -42,18 +44,22 @@ class StoredRows {
       ended_ = true;  // not asked again: a file may claim any number of rows
       lent_ = row.size();
     }
+    missing_ = row.empty();
     const auto rest = std::copy(row.begin(), row.end(), padded_.data());
     std::fill(rest, padded_.data() + row_bytes_, std::uint8_t{0});
     row = padded_.pixels();
     return kOk;
   }
 
+  // Whether nothing of the row was in the file. All further rows are the same then.
+  bool missing() const { return missing_; }
+
  private:
   ChunkReader input_;
   RowBuffer<std::uint8_t> padded_;  // taken when the file turns out to be cut off
   std::size_t row_bytes_ = 0;
   std::size_t lent_ = 0;  // bytes of the input that the caller still looks at
-  bool ended_ = false;
+  bool ended_ = false, missing_ = false;
 };
 
 // A row that is changed before it is delivered.
@@ -111,11 +117,15 @@ Status decode_plain_rows(const DecodeRequest& request, const BmpFile& file) {
   if (file.rows != BmpRows::as_delivered || file.inverted) {
     TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   }
+  Bytes row;
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
-    Bytes stored;
-    TQ_TRY(rows.next(stored));
+    // A short file may claim a thousand million pixels: those it lacks are made once.
+    if (!rows.missing()) {
+      TQ_TRY(rows.next(row));
+      row = delivered(file, row, changed);
+    }
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
-    TQ_TRY(request.sink.row(delivered(file, stored, changed), y));
+    TQ_TRY(request.sink.row(row, y));
   }
   return kOk;
 }
@@ -159,6 +169,14 @@ Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
   }
 }
 
+// A JPEG file in place of the pixels: size, depth, palette and resolution are its own.
+Status decode_embedded_jpeg(const DecodeRequest& request, const BmpFile& file) {
+  if (file.pixels_at < 0 || file.pixels_at > std::numeric_limits<std::int32_t>::max()) {
+    return StatusCode::read_failed;
+  }
+  return decode_jpeg({request.stream, static_cast<std::uint32_t>(file.pixels_at), request.sink});
+}
+
 }  // namespace
 
 Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64_t chunk_bytes,
@@ -170,8 +188,7 @@ Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64
 Status decode_bmp(const DecodeRequest& request) {
   BmpFile file;
   TQ_TRY(read_bmp_header(request, file));
-  // JPEG data have no decoder yet; the header is left to it.
-  if (file.rows == BmpRows::jpeg) return StatusCode::unsupported;
+  if (file.rows == BmpRows::jpeg) return decode_embedded_jpeg(request, file);
   TQ_TRY(request.sink.header(file.image));
   TQ_TRY(decode_rows(request, file));
   return kOk;

@@ -1,0 +1,330 @@
+// tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
+#include <cstdio>
+#include <set>
+
+#include "codes.h"
+#include "command.h"
+#include "cropped_rows.h"
+#include "errors.h"
+#include "input.h"
+#include "output.h"
+#include "progress.h"
+#include "system.h"
+
+namespace tool {
+namespace {
+
+constexpr Option kOptions[] = {
+    {"code", 0, "N",
+     "file type code of the result, a number or a name:\nbmp (1), bmp-rle (12), jpeg (13), dib "
+     "(48), pdf (59)"},
+    {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
+    {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
+    {"size", 0, "WxH", "scale down to this size while decoding"},
+    {"reduce", 0, "8|4|1", "reduce to this many bits per pixel while decoding"},
+    {"dither-mode", 0, "N",
+     "how --reduce maps colours: 2 to the nearest one,\nany other number by an ordered dither "
+     "(default)"},
+    {"page", 0, "N", "the page to take, from 1 on"},
+    {"output", 'o', "OUT", "the result; all operands are inputs then"},
+    {"quiet", 'q', nullptr, "no notes and no progress bar"},
+    {"verbose", 'v', nullptr, "a line for each result"},
+    {"help", 'h', nullptr, "this text"},
+};
+
+struct Plan {
+  std::vector<std::string> inputs;
+  std::string out;
+  bool out_is_folder = false;
+  bool appends = false;  // to what OUT holds already
+  std::int32_t code = 0;
+  int page = 0;
+  std::optional<Rect> crop;
+  std::optional<Rect> rect;
+  std::optional<Size> size;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+class Image {
+ public:
+  explicit Image(std::int32_t handle) : handle_(handle) {
+    IMG_bitmap_info(handle_, &width_, &height_, &bits_);
+  }
+  ~Image() { IMG_delete_bitmap(handle_); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+
+  std::int32_t handle() const { return handle_; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int bits() const { return bits_; }
+
+ private:
+  std::int32_t handle_, width_ = 0, height_ = 0, bits_ = 0;
+};
+
+std::string size_text(std::int32_t width, std::int32_t height) {
+  return std::to_string(width) + "x" + std::to_string(height);
+}
+
+// ---- From the command line to a plan ----
+
+void choose_output(const Arguments& arguments, Plan& plan) {
+  plan.inputs = arguments.operands();
+  if (const auto named = arguments.value("output")) {
+    plan.out = *named;
+  } else {
+    if (plan.inputs.size() < 2) throw UsageError("an input and an output are needed");
+    plan.out = plan.inputs.back();
+    plan.inputs.pop_back();
+  }
+  if (plan.inputs.empty()) throw UsageError("an input is needed");
+  if (plan.out.empty()) throw UsageError("the name of the output is empty");
+  const PathKind kind = plan.out == "-" ? PathKind::other : path_kind(plan.out);
+  plan.out_is_folder =
+      kind == PathKind::folder || (kind == PathKind::absent && is_separator(plan.out.back()));
+}
+
+bool holds_pages(std::int32_t code) {
+  const FileCode* const type = find_code(code);
+  return type != nullptr && type->appends;
+}
+
+void check_output(const Plan& plan) {
+  if (plan.out_is_folder) {
+    if (plan.appends) throw UsageError("a folder cannot be appended to");
+    return;
+  }
+  if (plan.appends && plan.out == "-") throw UsageError("standard output cannot be appended to");
+  if ((plan.inputs.size() > 1 || plan.appends) && !holds_pages(plan.code)) {
+    throw UsageError(plan.appends ? "this format holds one image only: " + printable(plan.out)
+                                  : "many inputs need a folder, or a format of many pages, as the "
+                                    "output: " +
+                                        printable(plan.out));
+  }
+}
+
+std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
+  if (const auto text = arguments.value("code")) {
+    const auto code = parse_code(*text);
+    if (!code) throw UsageError("unknown file type code '" + printable(*text) + "'");
+    return *code;
+  }
+  if (plan.out_is_folder) throw UsageError("a folder as the output needs --code");
+  if (plan.out == "-") throw UsageError("standard output needs --code");
+  const auto code = code_of_file_name(plan.out);
+  if (!code) {
+    throw UsageError("no format is known by the end of '" + printable(plan.out) + "': use --code");
+  }
+  return *code;
+}
+
+// Settings are process-wide and the same for all inputs, except for the rectangle.
+void apply_settings(const Arguments& arguments, const Plan& plan) {
+  if (plan.size) IMGLOW_set_decompsize(plan.size->width, plan.size->height);
+  if (const auto bits = arguments.number("reduce", 1, 8)) {
+    if (*bits != 8 && *bits != 4 && *bits != 1) throw UsageError("--reduce takes 8, 4 or 1");
+    IMGLOW_set_decomp_reduction(*bits);
+  }
+  if (const auto mode = arguments.number("dither-mode", 0, 0x7FFFFFFF)) {
+    IMGLOW_set_dithermode(*mode);
+  }
+}
+
+Plan make_plan(const Arguments& arguments, bool appends) {
+  Plan plan;
+  plan.appends = appends;
+  choose_output(arguments, plan);
+  plan.code = choose_code(arguments, plan);
+  check_output(plan);
+  plan.page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
+  if (const auto text = arguments.value("crop")) plan.crop = parse_rect("crop", *text);
+  if (const auto text = arguments.value("rect")) plan.rect = parse_rect("rect", *text);
+  if (const auto text = arguments.value("size")) plan.size = parse_size("size", *text);
+  if (plan.rect && plan.size) throw UsageError("--rect and --size exclude each other; see --crop");
+  plan.quiet = arguments.has("quiet");
+  plan.verbose = arguments.has("verbose");
+  if (plan.out == "-" && is_terminal(stdout)) {
+    throw UsageError("an image is not written to a terminal: use -o FILE or a pipe");
+  }
+  return plan;
+}
+
+// ---- One input ----
+
+Rect inside(const char* what, const Rect& rect, const std::string& label, int width, int height) {
+  const Rect part = clipped(rect, width, height);
+  if (part.width < 1 || part.height < 1) {
+    throw UsageError(printable(label) + ": --" + what + " lies outside of the image of " +
+                     size_text(width, height) + " pixels");
+  }
+  return part;
+}
+
+// Applies the decode rectangle and looks whether scaling will happen.
+void prepare_decode(const Plan& plan, const Input& input) {
+  if (const std::int32_t pages = input.pages(); plan.page > 0 && pages > 0 && plan.page >= pages) {
+    throw Failure(input.label(), IMG_PAGE_PAST_END);
+  }
+  if (!plan.rect && (!plan.size || plan.quiet)) return;
+  const ImageFacts facts = input.facts(plan.page);
+  if (plan.rect) {
+    const Rect rect = inside("rect", *plan.rect, input.label(), facts.width, facts.height);
+    IMGLOW_set_decomp_rect(rect.x, rect.y, rect.width, rect.height);
+  }
+  if (plan.size && (facts.width <= plan.size->width || facts.height <= plan.size->height)) {
+    complain(printable(input.label()) + ": " + size_text(facts.width, facts.height) +
+             " pixels are not larger than " + size_text(plan.size->width, plan.size->height) +
+             " in both directions and stay as they are");
+  }
+}
+
+std::int32_t save(const Image& image, const std::optional<Rect>& crop, const Output& output,
+                  std::int32_t code, Progress& progress) {
+  if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), code);
+  return CroppedRows(image.handle(), *crop, progress).save(output.stream(), code);
+}
+
+// Decodes one input and saves it to the output that `open` gives; that may be the same file.
+template <class Open>
+void save_input(const Plan& plan, const std::string& from, Progress& progress, Open&& open) {
+  progress.begin_file(from == "-" ? "standard input" : from);
+  std::optional<Input> input(from);
+  prepare_decode(plan, *input);
+  progress.begin_stage("reading");
+  const Image image(input->decode(plan.page));
+  const std::string label = input->label();
+  input.reset();
+
+  Rect written = {0, 0, image.width(), image.height()};
+  std::optional<Rect> crop;
+  if (plan.crop) {
+    const Rect part = inside("crop", *plan.crop, label, image.width(), image.height());
+    if (part.width < image.width() || part.height < image.height()) crop = part;
+    written = part;
+  }
+  progress.begin_stage("writing");
+  Output& output = open();
+  check(output.label(), save(image, crop, output, plan.code, progress));
+  progress.clear();
+  if (plan.verbose && !plan.quiet) {
+    const FileCode* const type = find_code(plan.code);
+    std::fprintf(stderr, "%s -> %s: %s, %s, %d-bit\n", printable(label).c_str(),
+                 printable(output.label()).c_str(), type != nullptr ? type->title : "?",
+                 size_text(written.width, written.height).c_str(), image.bits());
+  }
+}
+
+// ---- All inputs ----
+
+std::string output_name(const Plan& plan, const std::string& input) {
+  if (!plan.out_is_folder) return plan.out;
+  const FileCode* const type = find_code(plan.code);
+  std::string name = plan.out;
+  if (!is_separator(name.back())) name += '/';
+  name += input == "-" ? "stdin" : stem_of(input);
+  return type != nullptr ? name + "." + type->ending : name;
+}
+
+// One result of all inputs, or none.
+void convert_to_pages(const Plan& plan, Progress& progress) {
+  std::optional<Output> output;
+  for (const std::string& input : plan.inputs) {
+    save_input(plan, input, progress, [&]() -> Output& {
+      if (!output) output.emplace(plan.out, plan.appends);
+      return *output;
+    });
+    if (interrupted() != 0) return;
+  }
+  output->commit();
+}
+
+void convert_one(const Plan& plan, const std::string& from, const std::string& to,
+                 Progress& progress) {
+  std::optional<Output> output;
+  save_input(plan, from, progress, [&]() -> Output& { return output.emplace(to, false); });
+  output->commit();
+}
+
+// Calls `work`; the exit code of what it throws.
+template <class Work>
+int reported(Progress& progress, Work&& work) {
+  try {
+    work();
+    return kExitOk;
+  } catch (const Failure& failure) {
+    progress.clear();
+    complain(failure.what());
+    return kExitError;
+  } catch (const UsageError& error) {
+    progress.clear();
+    complain(error.what());
+    return kExitUsage;
+  }
+}
+
+int convert_each(const Plan& plan, Progress& progress) {
+  std::set<std::string> written;
+  int code = kExitOk;
+  for (const std::string& input : plan.inputs) {
+    const std::string name = output_name(plan, input);
+    if (!written.insert(name).second) {
+      complain(printable(input) + ": " + printable(name) +
+               " is already the result of another input");
+      code = std::max<int>(code, kExitError);
+      continue;
+    }
+    code = std::max(code, reported(progress, [&] { convert_one(plan, input, name, progress); }));
+    if (interrupted() != 0) break;
+  }
+  return code;
+}
+
+int run(const Arguments& arguments, bool appends) {
+  const Plan plan = make_plan(arguments, appends);
+  apply_settings(arguments, plan);
+  if (plan.out_is_folder && path_kind(plan.out) == PathKind::absent && !make_folder(plan.out)) {
+    throw Failure(plan.out, IMG_CANNOT_CREATE);
+  }
+  Progress progress(!plan.quiet && is_terminal(stderr));
+  if (plan.out_is_folder || !holds_pages(plan.code)) return convert_each(plan, progress);
+  return reported(progress, [&] { convert_to_pages(plan, progress); });
+}
+
+int run_convert(const Arguments& arguments) {
+  return run(arguments, false);
+}
+int run_append(const Arguments& arguments) {
+  return run(arguments, true);
+}
+
+}  // namespace
+
+const Command kConvert = {
+    "convert",
+    "IN... OUT",
+    "Cuts, scales and reduces images, and saves them in another format.",
+    "IN and OUT may be - for standard input and output. Many inputs need a folder as OUT; results\n"
+    "there are named after their inputs. Without --code the end of OUT's name decides. Rectangles\n"
+    "are given as X,Y,W,H or WxH+X+Y in pixels from the top left corner, and are cut at the edges\n"
+    "of the image. OUT is replaced only by a complete result. A format of many pages (pdf) takes\n"
+    "many inputs into one file; if one of them fails, there is none.\n",
+    kOptions,
+    run_convert,
+};
+
+const Command kAppend = {
+    "append",
+    "IN... OUT",
+    "Adds images as further pages to a file.",
+    "Like convert, but the pages that OUT has stay in front. A file of another kind, or a "
+    "document\n"
+    "that another program wrote, is refused and stays as it is. OUT is changed by all inputs or "
+    "by\n"
+    "none.\n",
+    kOptions,
+    run_append,
+};
+
+}  // namespace tool
