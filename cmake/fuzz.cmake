@@ -23,7 +23,7 @@ if(NOT CMAKE_CROSSCOMPILING)
   endif()
 
   foreach(name ${TQ_FUZZERS})
-    add_executable(${name} fuzz/${name}.cpp)
+    add_executable(${name} fuzz/${name}.cpp ${TQ_${name}_SOURCES})
     target_link_libraries(${name} PRIVATE ${TQ_LAYERS} tq_warnings)
     if(TARGET tq_test_support)
       target_link_libraries(${name} PRIVATE tq_test_support)
