@@ -1,4 +1,5 @@
-// Writes the seed corpus, byte by byte: make_seeds FOLDER makes FOLDER/decode and FOLDER/sequence.
+// Writes the seed corpus: make_seeds FOLDER makes a folder in it for each kind of input.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -8,7 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/pdf/pdf.h"
 #include "fuzz/decode_settings.h"
+#include "tests/support/ccitt_model.h"
 #include "tests/support/jpeg_file.h"
 
 namespace {
@@ -412,6 +415,66 @@ void write_gif_seeds() {
   }
 }
 
+// ---- Facsimile data and documents -------------------------------------------------------------
+
+void write_ccitt_seeds() {
+  using tq::formats::CcittScheme;
+  std::uint32_t variant = 0;
+  for (const int run : {1, 9, 200}) {
+    for (std::uint32_t flags = 0; flags < 64; flags += 3) {
+      const tq::formats::CcittCoding coding{static_cast<CcittScheme>(flags & 3), (flags & 4) != 0,
+                                            (flags & 8) != 0, (flags & 16) != 0, (flags & 32) != 0};
+      const std::uint32_t width = 40 + 13 * variant;
+      Writer seed;
+      seed.u8(flags | (variant & 1) << 6).u16(width - 1);
+      seed.data(tq::test::ccitt_by_model(
+          coding, tq::test::printed_page(static_cast<int>(width), 12, run, variant)));
+      write_file("ccitt/" + std::to_string(variant++), seed.bytes);
+    }
+  }
+}
+
+std::int32_t IMG_CB_C stripes(void*, void* dest, std::int32_t y, std::int32_t bytes) {
+  std::fill_n(static_cast<std::uint8_t*>(dest), bytes, static_cast<std::uint8_t>(0x0F << y % 5));
+  return 0;
+}
+
+void write_pdf_seeds() {
+  Bytes block(20000);
+  tq::HeaderBlock header = tq::dib_header(21, 9, 1);
+  tq::open_memory_stream(block.data(), block.size());
+  for (int pages = 1; pages <= 3; ++pages) {
+    all_written = all_written &&
+                  tq::formats::encode_pdf({tq::kMemoryStream, &header, {stripes, nullptr}}).ok();
+    const auto size = tq::memory_position();
+    write_file("pdf/pages_" + std::to_string(pages), Bytes(block.begin(), block.begin() + size));
+  }
+  // As the reader wants it: a page number that is a place, a name that ends in an object's number.
+  for (const char* filter : {"CCITTFaxDecode", "DCTDecode"}) {
+    std::string file = "%PDF-1.2\r\n/Tarnquill4\r\n";
+    std::vector<std::size_t> offsets;
+    const auto object = [&](const std::string& content) {
+      offsets.push_back(file.size());
+      file += std::to_string(offsets.size()) + " 0 obj << " + content + " >>\r\n";
+    };
+    object("/Pages 2 0 R");
+    object("/Kids [3 0 R]");
+    object("/Type /Page");
+    object(std::string("/Filter /") + filter +
+           " /Width 40 /Height 3 /BitsPerComponent 1 >>\r\nstream\r\n\x98\x66\x66\xFF\r\n");
+    const std::size_t table = file.size();
+    file += "xref\r\n0 5\r\n0000000000 65535 f\r\n";
+    for (const std::size_t offset : offsets) {
+      char entry[32];
+      std::snprintf(entry, sizeof entry, "%010u 00000 n\r\n", static_cast<unsigned>(offset));
+      file += entry;
+    }
+    file += "trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\nstartxref\r\n" + std::to_string(table) +
+            "\r\n%%EOF\r\n";
+    write_file(std::string("pdf/") + filter, Bytes(file.begin(), file.end()));
+  }
+}
+
 // ---- Sequences --------------------------------------------------------------------------------
 
 // Any bytes are a sequence of calls; these cover every call once and mix their arguments.
@@ -506,6 +569,10 @@ int main(int argc, char** argv) {
   write_signature_seeds();
   write_tiff_seeds();
   write_gif_seeds();
+  std::filesystem::create_directories(folder / "ccitt", error);
+  std::filesystem::create_directories(folder / "pdf", error);
+  write_ccitt_seeds();
+  write_pdf_seeds();
   write_sequence_seeds();
   write_jpeg_seeds();
   return all_written ? 0 : 1;
