@@ -5,6 +5,7 @@
 
 #include "dispatch/probes.h"
 #include "formats/bmp/bmp.h"
+#include "formats/pcx/pcx.h"
 #include "formats/plugin/plugin.h"
 #include "io/endian.h"
 
@@ -64,7 +65,8 @@ constexpr FileType kFileTypes[] = {
      .supplier = Supplier::transitions, .traits = kMultiPage},
     {.code = 11, .detect_switch = 11, .type = "dcx",
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
-     .count_pages = pages_unknown, .traits = kMultiPage | kByName},
+     .decode = decode_dcx, .encode = encode_dcx, .can_append = can_append_dcx,
+     .count_pages = count_dcx_pages, .traits = kMultiPage | kByName},
     {.code = 13, .detect_switch = 13, .type = "jpg",
      .test = [](const Probe& p) { return p.has("\xFF\xD8"); }, .traits = kByName},
     {.code = 5, .detect_switch = 5, .type = "wpg",
@@ -87,7 +89,8 @@ constexpr FileType kFileTypes[] = {
     {.code = 19, .detect_switch = 19, .type = "lsd",
      .test = [](const Probe& p) { return p.has("\xDC\xDC"); }},
     {.code = 2, .detect_switch = 2, .type = "pcx",
-     .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; }, .traits = kByName},
+     .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; },
+     .decode = decode_pcx, .encode = encode_pcx, .traits = kByName},
     {.code = 25, .detect_switch = 25, .type = "ico",
      .test = [](const Probe& p) { return p.has("\0\0\1\0"sv) && one_of(p[6], {16, 32, 48, 64}); },
      .traits = kByName},

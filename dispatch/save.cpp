@@ -33,9 +33,19 @@ Status check_save(const ImageRecord& image, std::int32_t code) {
   return kOk;
 }
 
+// What cannot take a page is found out before it is opened for writing, and left alone.
+Status check_existing(const char* name, const FileType& type) {
+  if (type.can_append == nullptr) return kOk;
+  OpenFile file;
+  TQ_TRY(file.open(name, OpenMode::update));
+  return type.can_append(file.handle());
+}
+
 Status open_output(const char* name, std::int32_t code, OpenFile& file) {
-  const bool appends = (find_code(code)->traits & kMultiPage) != 0;
+  const FileType& type = *find_code(code);
+  const bool appends = (type.traits & kMultiPage) != 0;
   const bool exists = appends && open_file(name, OpenMode::exists) >= 0;
+  if (exists) TQ_TRY(check_existing(name, type));
   return file.open(name, exists ? OpenMode::update : OpenMode::create);
 }
 

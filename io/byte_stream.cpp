@@ -209,4 +209,8 @@ bool reads_memory(StreamHandle stream) {
   return stream == kMemoryStream && streams().read == nullptr;
 }
 
+bool reads_memory_without_end(StreamHandle stream) {
+  return reads_memory(stream) && streams().memory.limit == kUnknownLimit;
+}
+
 }  // namespace tq

@@ -58,4 +58,7 @@ std::span<const std::uint8_t> memory_rest(StreamHandle stream);
 // Whether bytes come from memory whose end is not known to be beyond what the format needs.
 bool reads_memory(StreamHandle stream);
 
+// Whether they come from memory that does not say where it ends: no position counts from there.
+bool reads_memory_without_end(StreamHandle stream);
+
 }  // namespace tq
