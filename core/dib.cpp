@@ -10,7 +10,9 @@ HeaderBlock dib_header(std::int32_t width, std::int32_t height, int bits) {
   block.header.biHeight = height;
   block.header.biPlanes = 1;
   block.header.biBitCount = static_cast<std::uint16_t>(bits);
-  block.header.biSizeImage = static_cast<std::uint32_t>(row_bytes(width, bits) * height);
+  // Sides that no image can have wrap here and are refused by check_geometry.
+  block.header.biSizeImage =
+      static_cast<std::uint32_t>(row_bytes(width, bits)) * static_cast<std::uint32_t>(height);
   return block;
 }
 

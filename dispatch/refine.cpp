@@ -91,16 +91,17 @@ Status refine_tiff(StreamHandle stream) {
 }
 
 Status refine_bmp(StreamHandle stream) {
-  constexpr std::size_t kFileHeader = 14, kCompression = 16;
-  std::array<std::uint8_t, 54> header{};
+  constexpr std::size_t kFileHeader = 14, kSize = 4, kUpToCompression = 20;
+  std::array<std::uint8_t, kFileHeader + kUpToCompression> header{};
   const std::span<std::uint8_t> bytes(header);
   read(stream, bytes.first(2));
   const bool bare = header[0] != 'B' || header[1] != 'M';
-  // A bare DIB ends 14 bytes earlier: nothing behind its header may be touched.
-  read(stream, bytes.subspan(2, bare ? 38 : 52));
-  const std::uint8_t* info = header.data() + (bare ? 0 : kFileHeader);
-  const bool core_header = load_le32(info) == 12;  // OS/2: no compression field
-  const bool compressed = !core_header && load_le32(info + kCompression) != 0;
+  const std::size_t info = bare ? 0 : kFileHeader;
+  // Step by step: the shortest files end before a full header would.
+  read(stream, bytes.subspan(2, info + kSize - 2));
+  if (load_le32(&header[info]) == 12) return Status::from_raw(IMG_TYPE_BMP);  // OS/2: never coded
+  read(stream, bytes.subspan(info + kSize, kUpToCompression - kSize));
+  const bool compressed = load_le32(&header[info + 16]) != 0;
   return Status::from_raw(compressed ? IMG_TYPE_BMP_RLE : IMG_TYPE_BMP);
 }
 

@@ -20,6 +20,7 @@ struct Streams {
     std::uint8_t* block = nullptr;
     std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
     std::int32_t limit = 0;
+    bool limit_is_known = true;
     std::uint32_t openings = 0;
   } memory;
   bool scrambled = false;
@@ -80,12 +81,13 @@ std::int32_t write_memory(const std::uint8_t* bytes, std::int32_t count) {
   return put;
 }
 
-void open_memory(void* block, std::uint64_t limit) {
+void open_memory(void* block, std::uint64_t limit, bool limit_is_known) {
   auto& memory = streams().memory;
   memory.block = static_cast<std::uint8_t*>(block);
   memory.position = 0;
   memory.limit =
       block == nullptr ? 0 : static_cast<std::int32_t>(std::min<std::uint64_t>(limit, INT32_MAX));
+  memory.limit_is_known = limit_is_known;
   ++memory.openings;
 }
 
@@ -160,11 +162,11 @@ bool remove_file(const char* name) {
 
 void open_memory_stream(void* block) {
   const std::size_t size = platform::block_size(block);
-  open_memory(block, size == 0 ? kUnknownLimit : size);
+  open_memory(block, size == 0 ? kUnknownLimit : size, size != 0);
 }
 
 void open_memory_stream(void* block, std::size_t size) {
-  open_memory(block, size);
+  open_memory(block, size, true);
 }
 
 std::int32_t memory_position() {
@@ -205,12 +207,12 @@ std::span<const std::uint8_t> memory_rest(StreamHandle stream) {
   return {state.memory.block + state.memory.position, static_cast<std::size_t>(left)};
 }
 
-bool reads_memory(StreamHandle stream) {
-  return stream == kMemoryStream && streams().read == nullptr;
+bool end_is_known(StreamHandle stream) {
+  return !reads_memory(stream) || streams().memory.limit_is_known;
 }
 
-bool reads_memory_without_end(StreamHandle stream) {
-  return reads_memory(stream) && streams().memory.limit == kUnknownLimit;
+bool reads_memory(StreamHandle stream) {
+  return stream == kMemoryStream && streams().read == nullptr;
 }
 
 }  // namespace tq

@@ -55,10 +55,11 @@ void set_scrambling(bool on, std::uint32_t key);
 // behind its start: touch only what the format says is there and never form its end.
 std::span<const std::uint8_t> memory_rest(StreamHandle stream);
 
+// False for the memory stream over a block whose size nobody has told: what a format allows to be
+// missing must not be looked for there.
+bool end_is_known(StreamHandle stream);
+
 // Whether bytes come from memory whose end is not known to be beyond what the format needs.
 bool reads_memory(StreamHandle stream);
-
-// Whether they come from memory that does not say where it ends: no position counts from there.
-bool reads_memory_without_end(StreamHandle stream);
 
 }  // namespace tq

@@ -99,7 +99,7 @@ bool read_palette_before(StreamHandle stream, std::int32_t end, PaletteBytes& by
 
 bool read_palette_at_end(StreamHandle stream, std::int32_t start, const PcxHeader& file,
                          PaletteBytes& bytes) {
-  if (reads_memory_without_end(stream)) {
+  if (!end_is_known(stream)) {
     if (find_palette(stream, start, file).failed()) return false;
   } else if (seek(stream, -kPcxPaletteBytes, Origin::end) < 0) {
     return false;

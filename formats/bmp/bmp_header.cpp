@@ -1,0 +1,313 @@
+// BMP headers: a file header or none, an information header or an OS/2 core header, the palette.
+#include "formats/bmp/bmp_header.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "io/endian.h"
+
+namespace tq::formats {
+namespace {
+
+constexpr int kFileHeaderBytes = 14;
+constexpr int kInfoHeaderBytes = 40;
+constexpr std::uint32_t kCoreHeaderBytes = 12;
+constexpr std::uint32_t kLengthPrefixed = 99;
+constexpr std::uint32_t kJpegData = 0x4745504A;  // "JPEG"
+
+constexpr Rgb kBlack{0, 0, 0, 0};
+constexpr Rgb kWhite{255, 255, 255, 0};
+
+// The headers as the file has them.
+struct StoredHeader {
+  StreamHandle stream{};
+  std::int64_t start = 0;  // where they begin in the stream
+  bool has_file_header = false;
+  std::uint32_t pixel_offset = 0;  // of the file header
+  std::uint32_t header_bytes = 0;
+  BitmapInfoHeader info{};
+
+  bool is_core() const { return header_bytes == kCoreHeaderBytes; }
+};
+
+void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  const std::int32_t got = read(stream, bytes);
+  std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
+}
+
+BitmapInfoHeader load_info_header(const std::uint8_t* p) {
+  return {.biSize = load_le32(p),
+          .biWidth = static_cast<std::int32_t>(load_le32(p + 4)),
+          .biHeight = static_cast<std::int32_t>(load_le32(p + 8)),
+          .biPlanes = load_le16(p + 12),
+          .biBitCount = load_le16(p + 14),
+          .biCompression = load_le32(p + 16),
+          .biSizeImage = load_le32(p + 20),
+          .biXPelsPerMeter = static_cast<std::int32_t>(load_le32(p + 24)),
+          .biYPelsPerMeter = static_cast<std::int32_t>(load_le32(p + 28)),
+          .biClrUsed = load_le32(p + 32),
+          .biClrImportant = load_le32(p + 36)};
+}
+
+BitmapInfoHeader load_core_header(const std::uint8_t* p) {
+  BitmapInfoHeader info{};
+  info.biWidth = load_le16(p + 4);
+  info.biHeight = load_le16(p + 6);
+  info.biBitCount = load_le16(p + 10);
+  return info;
+}
+
+StoredHeader read_stored_header(const DecodeRequest& request) {
+  StoredHeader stored;
+  stored.stream = request.stream;
+  // A page number means the only image there is, which starts here.
+  stored.start = request.has_page() ? position(request.stream)
+                                    : static_cast<std::int32_t>(request.offset_or_page);
+  if (!seek_to(request.stream, stored.start)) return stored;
+
+  std::array<std::uint8_t, kFileHeaderBytes> file_header;
+  read_or_zero(request.stream, file_header);
+  stored.has_file_header = file_header[0] == 'B' && file_header[1] == 'M';
+  stored.pixel_offset = load_le32(&file_header[10]);
+  if (!stored.has_file_header) seek_to(request.stream, stored.start);  // a bare DIB
+
+  // Of a larger header only the first 40 bytes count. A smaller one may be all that there is.
+  std::array<std::uint8_t, kInfoHeaderBytes> info{};
+  read_or_zero(request.stream, std::span(info).first(4));
+  stored.header_bytes = load_le32(info.data());
+  const std::size_t size = stored.is_core() ? kCoreHeaderBytes : kInfoHeaderBytes;
+  read_or_zero(request.stream, std::span(info).subspan(4, size - 4));
+  stored.info = stored.is_core() ? load_core_header(info.data()) : load_info_header(info.data());
+  return stored;
+}
+
+// 16-bit pixels behind a file header become 24-bit ones; those of a bare DIB are grey levels of 16
+// bits and stay so, unless they have bit fields. 12 bits are stored as 16.
+int delivered_bits(const StoredHeader& stored) {
+  const int bits = stored.info.biBitCount;
+  if (bits != 16 && bits != 12) return bits;
+  if (stored.info.biCompression == kBiBitFields) return 24;
+  return bits == 16 && stored.has_file_header ? 24 : 16;
+}
+
+bool has_rows_of(int bits) {
+  // 0 is left to the check of the geometry.
+  return bits == 0 || bits == 1 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32;
+}
+
+BmpRows choose_rows(const StoredHeader& stored) {
+  const int bits = stored.info.biBitCount;
+  const std::uint32_t compression = stored.info.biCompression;
+  if (compression == kBiRle4 && bits == 4) return BmpRows::rle4;
+  if (compression == kBiRle8 && bits == 8) return BmpRows::rle8;
+  if (compression == kLengthPrefixed) return BmpRows::length_prefixed;
+  if (compression == kJpegData) return BmpRows::jpeg;
+  // The masks are not read, 16 bits with bit fields are always 5-6-5: callers rely on this.
+  if (compression == kBiBitFields && (bits == 16 || bits == 12)) return BmpRows::rgb565;
+  // 16-bit rows that are stored top-down are taken as rows of 24-bit pixels: callers rely on this.
+  if (bits == 16 && stored.has_file_header && stored.info.biHeight > 0) return BmpRows::rgb555;
+  return BmpRows::as_delivered;
+}
+
+// The palette is looked for where a header of 40 bytes would end, however long the header is, and
+// that of a core header always behind a file header, whether there is one or not: callers rely on
+// this.
+std::int64_t palette_position(const StoredHeader& stored) {
+  if (stored.is_core()) return stored.start + kFileHeaderBytes + kCoreHeaderBytes;
+  return stored.start + (stored.has_file_header ? kFileHeaderBytes : 0) + kInfoHeaderBytes;
+}
+
+int stored_palette_bytes(const StoredHeader& stored) {
+  const int bits = stored.info.biBitCount;
+  if (bits > 8) return 0;
+  return (stored.is_core() ? 3 : 4) << bits;
+}
+
+// Without a file header the pixels follow the colours in use, or all colours if their count is 0.
+std::int64_t pixel_position(const StoredHeader& stored) {
+  if (stored.has_file_header) return stored.start + stored.pixel_offset;
+  const BitmapInfoHeader& info = stored.info;
+  const bool has_masks = info.biCompression == kBiBitFields &&
+                         stored.header_bytes == kInfoHeaderBytes && info.biBitCount > 8;
+  const int masks = has_masks ? 12 : 0;  // bytes: three words
+  if (info.biClrUsed != 0 || has_masks) {
+    return stored.start + kInfoHeaderBytes + masks + 4 * std::int64_t{info.biClrUsed};
+  }
+  return palette_position(stored) + stored_palette_bytes(stored);
+}
+
+// All entries are read, however few the file has: the others get whatever lies there. But nothing
+// behind the image, as memory may end with it; and of coded rows the end is not known.
+std::size_t readable_palette_bytes(const StoredHeader& stored, const BmpFile& file) {
+  const std::int64_t all = stored_palette_bytes(stored);
+  const std::int64_t before_pixels = file.pixels_at - palette_position(stored);
+  if (before_pixels < 0) return static_cast<std::size_t>(all);
+  const bool coded = file.rows != BmpRows::as_delivered;
+  const std::int64_t pixel_bytes = coded ? 0 : stored_row_bytes(file) * file.image.header.biHeight;
+  return static_cast<std::size_t>(std::clamp<std::int64_t>(before_pixels + pixel_bytes, 0, all));
+}
+
+void read_palette(const StoredHeader& stored, BmpFile& file) {
+  std::array<std::uint8_t, 1024> bytes{};
+  if (seek_to(stored.stream, palette_position(stored))) {
+    read_or_zero(stored.stream, std::span(bytes).first(readable_palette_bytes(stored, file)));
+  }
+  std::array<Rgb, 256>& palette = file.image.palette;
+  for (int i = 0; i < 1 << stored.info.biBitCount; ++i) {
+    const std::uint8_t* entry = stored.is_core() ? &bytes[3 * i] : &bytes[4 * i];
+    palette[i] = {entry[0], entry[1], entry[2], stored.is_core() ? std::uint8_t{0} : entry[3]};
+  }
+}
+
+bool same_colour(const Rgb& a, const Rgb& b) {
+  return a.blue == b.blue && a.green == b.green && a.red == b.red;
+}
+
+// Two-colour images are delivered with 0 = black. Only white and black can be exchanged; any other
+// pair of colours is dropped: callers rely on this. Whether the bits must be inverted.
+bool force_black_and_white(std::array<Rgb, 256>& palette) {
+  const bool inverted = same_colour(palette[0], kWhite) && same_colour(palette[1], kBlack);
+  palette[0] = kBlack;
+  palette[1] = kWhite;
+  return inverted;
+}
+
+void set_grey_levels(std::array<Rgb, 256>& palette) {
+  for (int i = 0; i < 256; ++i) {
+    const auto level = static_cast<std::uint8_t>(i);
+    palette[i] = {level, level, level, 0};
+  }
+}
+
+// A resolution of which one side is missing stays as it is, and so do the small values of bare
+// DIBs, which are dots per inch already: callers rely on this.
+bool is_per_metre(const StoredHeader& stored) {
+  constexpr std::int32_t kMostDotsPerInch = 2000;
+  const BitmapInfoHeader& info = stored.info;
+  if (info.biXPelsPerMeter == 0 || info.biYPelsPerMeter == 0) return false;
+  return stored.has_file_header || info.biXPelsPerMeter > kMostDotsPerInch;
+}
+
+std::uint32_t image_bytes(std::int32_t width, std::int32_t height, int bits) {
+  // Unsigned, as the sides are not checked yet.
+  return static_cast<std::uint32_t>(static_cast<std::uint64_t>(row_bytes(width, bits)) *
+                                    static_cast<std::uint64_t>(height));
+}
+
+BitmapInfoHeader delivered_header(const StoredHeader& stored) {
+  BitmapInfoHeader header = stored.info;
+  const int bits = delivered_bits(stored);
+  header.biSize = kDibHeaderBytes;
+  header.biHeight = std::max(header.biHeight, -header.biHeight);
+  header.biPlanes = 1;
+  header.biBitCount = static_cast<std::uint16_t>(bits);
+  const bool marked = bits == 32 || header.biCompression == kRgb32;
+  header.biCompression = marked ? kRgb32 : kBiRgb;
+  header.biSizeImage = image_bytes(header.biWidth, header.biHeight, bits);
+  if (is_per_metre(stored)) {
+    header.biXPelsPerMeter = dots_per_inch(header.biXPelsPerMeter);
+    header.biYPelsPerMeter = dots_per_inch(header.biYPelsPerMeter);
+  }
+  header.biClrUsed = 0;
+  header.biClrImportant = 0;
+  return header;
+}
+
+std::int32_t truncated(double value) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  return static_cast<std::int32_t>(
+      std::clamp(value, static_cast<double>(Limits::min()), static_cast<double>(Limits::max())));
+}
+
+Status write_file_header(const EncodeRequest& request) {
+  const BitmapInfoHeader& image = request.image->header;
+  const std::uint32_t pixels_at = static_cast<std::uint32_t>(kFileHeaderBytes + kInfoHeaderBytes +
+                                                             palette_bytes(image.biBitCount));
+  std::array<std::uint8_t, kFileHeaderBytes> bytes{'B', 'M'};
+  store_le32(&bytes[2], image_bytes(image.biWidth, image.biHeight, image.biBitCount) + pixels_at);
+  store_le32(&bytes[10], pixels_at);
+  return write_all(request.stream, bytes);
+}
+
+Status write_info_header(const EncodeRequest& request, std::uint32_t compression) {
+  const BitmapInfoHeader& image = request.image->header;
+  std::array<std::uint8_t, kInfoHeaderBytes> bytes{};
+  store_le32(&bytes[0], kInfoHeaderBytes);
+  store_le32(&bytes[4], static_cast<std::uint32_t>(image.biWidth));
+  store_le32(&bytes[8], static_cast<std::uint32_t>(image.biHeight));
+  store_le16(&bytes[12], 1);
+  store_le16(&bytes[14], image.biBitCount);
+  store_le32(&bytes[16], compression);
+  store_le32(&bytes[20], image_bytes(image.biWidth, image.biHeight, image.biBitCount));
+  if (image.biXPelsPerMeter != 0 && image.biYPelsPerMeter != 0) {
+    store_le32(&bytes[24], static_cast<std::uint32_t>(pixels_per_metre(image.biXPelsPerMeter)));
+    store_le32(&bytes[28], static_cast<std::uint32_t>(pixels_per_metre(image.biYPelsPerMeter)));
+  }
+  return write_all(request.stream, bytes);
+}
+
+Status write_palette(const EncodeRequest& request) {
+  // A copy, because writing may change what it is given.
+  std::array<Rgb, 256> palette = request.image->palette;
+  const auto bytes = static_cast<std::size_t>(palette_bytes(request.image->header.biBitCount));
+  return write_all(request.stream,
+                   std::span(reinterpret_cast<std::uint8_t*>(palette.data()), bytes));
+}
+
+}  // namespace
+
+bool seek_to(StreamHandle stream, std::int64_t position) {
+  if (position < 0 || position > std::numeric_limits<std::int32_t>::max()) return false;
+  return seek(stream, static_cast<std::int32_t>(position), Origin::start) >= 0;
+}
+
+Status write_all(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  if (static_cast<std::size_t>(write(stream, bytes)) < bytes.size())
+    return StatusCode::write_failed;
+  return kOk;
+}
+
+std::int32_t dots_per_inch(std::int32_t pixels_per_metre) {
+  return truncated(pixels_per_metre * 0.0254 + 0.5);
+}
+
+std::int32_t pixels_per_metre(std::int32_t dots_per_inch) {
+  return truncated(dots_per_inch * 39.37007874015748 + 0.5);
+}
+
+Status read_bmp_header(const DecodeRequest& request, BmpFile& file) {
+  const StoredHeader stored = read_stored_header(request);
+  file.rows = choose_rows(stored);
+  file.pixels_at = pixel_position(stored);
+  file.top_down = stored.info.biHeight < 0;
+  if (file.rows == BmpRows::jpeg) return kOk;  // the JPEG data have a header of their own
+  if (stored.info.biHeight == std::numeric_limits<std::int32_t>::min()) {
+    return StatusCode::bad_image;  // it has no opposite
+  }
+
+  file.image.header = delivered_header(stored);
+  const int bits = file.image.header.biBitCount;
+  if (!has_rows_of(bits)) return StatusCode::unsupported;
+  if (bits >= 1 && bits <= 8) read_palette(stored, file);
+  if (bits == 1) file.inverted = force_black_and_white(file.image.palette);
+  if (bits == 16) set_grey_levels(file.image.palette);
+  return kOk;
+}
+
+std::int64_t stored_row_bytes(const BmpFile& file) {
+  const std::int64_t width = file.image.header.biWidth;
+  // Rows of 5-5-5 are packed without padding, those of 5-6-5 are padded: callers rely on this.
+  if (file.rows == BmpRows::rgb555) return 2 * width;
+  if (file.rows == BmpRows::rgb565) return row_bytes(width, 16);
+  return row_bytes(width, file.image.header.biBitCount);
+}
+
+Status write_bmp_header(const EncodeRequest& request, FileHeader file_header,
+                        std::uint32_t compression) {
+  if (file_header == FileHeader::written) TQ_TRY(write_file_header(request));
+  TQ_TRY(write_info_header(request, compression));
+  return write_palette(request);
+}
+
+}  // namespace tq::formats

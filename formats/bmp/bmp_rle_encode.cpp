@@ -1,0 +1,150 @@
+// Writes run-length coded bitmaps: RLE8 over the pixels of a row, RLE4 over its pairs of pixels.
+// Where runs and literals begin and end is fixed, so that equal images give equal files.
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+#include "core/memory.h"
+#include "formats/bmp/bmp.h"
+#include "formats/bmp/bmp_header.h"
+#include "io/endian.h"
+
+namespace tq::formats {
+namespace {
+
+constexpr int kStep = 16;   // bytes copied at a time
+constexpr int kBlock = 64;  // bytes compared at a time
+using Row = RowBuffer<std::uint8_t, kBlock + kStep>;
+
+// What a coding makes of a row's bytes.
+struct Rle8 {
+  static constexpr int kLongest = 255;     // bytes in one code
+  static constexpr int kShortestCopy = 3;  // literal bytes that are taken without looking
+  static constexpr int kPixelsPerByte = 1;
+};
+struct Rle4 {
+  static constexpr int kLongest = 127;
+  static constexpr int kShortestCopy = 2;
+  static constexpr int kPixelsPerByte = 2;
+};
+
+inline std::uint64_t load_word(const std::uint8_t* p) {
+  return load_le32(p) | std::uint64_t{load_le32(p + 4)} << 32;
+}
+
+// Eight bits, the lowest for the first byte: which bytes are not 0.
+inline std::uint64_t nonzero_bytes(std::uint64_t word) {
+  constexpr std::uint64_t kLow = 0x7F7F7F7F7F7F7F7F;
+  const std::uint64_t marks = ((((word & kLow) + kLow) | word) & ~kLow) >> 7;
+  return marks * 0x0102040810204080 >> 56;
+}
+
+// Where the bytes of a row change: bit i is set when byte i differs from byte i + 1. The last byte
+// counts as a change, what follows it does not, so no search leaves the row.
+class Changes {
+ public:
+  Status allocate(std::ptrdiff_t count) {
+    count_ = count;
+    return bits_.allocate(count / kBlock + 2);
+  }
+
+  // Reads up to kBlock bytes too many.
+  void mark(const std::uint8_t* row) {
+    for (std::ptrdiff_t i = 0; i < count_; i += kBlock) {
+      std::uint64_t bits = 0;
+      for (int k = 0; k < kBlock; k += 8) {
+        bits |= nonzero_bytes(load_word(row + i + k) ^ load_word(row + i + k + 1)) << k;
+      }
+      bits_[i / kBlock] = bits;
+    }
+    const std::ptrdiff_t last = count_ - 1;
+    bits_[count_ / kBlock] &= (std::uint64_t{1} << count_ % kBlock) - 1;
+    bits_[last / kBlock] |= std::uint64_t{1} << last % kBlock;
+  }
+
+  // How many bits from `i` on are `kValue`, at most `most`.
+  template <bool kValue>
+  std::ptrdiff_t leading(std::ptrdiff_t i, std::ptrdiff_t most) const {
+    for (std::ptrdiff_t n = 0; n < most; n += kBlock) {
+      const std::uint64_t bits = kValue ? ~block_at(i + n) : block_at(i + n);
+      if (bits != 0) return std::min<std::ptrdiff_t>(n + std::countr_zero(bits), most);
+    }
+    return most;
+  }
+
+ private:
+  std::uint64_t block_at(std::ptrdiff_t i) const {
+    const std::uint64_t* bits = bits_.data() + i / kBlock;
+    const int shift = static_cast<int>(i % kBlock);
+    return bits[0] >> shift | bits[1] << 1 << (63 - shift);
+  }
+
+  RowBuffer<std::uint64_t> bits_;
+  std::ptrdiff_t count_ = 0;
+};
+
+// Codes the `count` bytes of a row and returns the end of the codes, which are at most twice as
+// long plus the two bytes that end the line; reads and writes up to kStep bytes too many.
+template <class Coding>
+std::uint8_t* code_row(const std::uint8_t* row, std::ptrdiff_t count, const Changes& changes,
+                       std::uint8_t* out) {
+  const auto pixels = [](std::ptrdiff_t bytes) {
+    return static_cast<std::uint8_t>(bytes * Coding::kPixelsPerByte);
+  };
+  for (std::ptrdiff_t i = 0; i < count;) {
+    const std::uint8_t* at = row + i;
+    if (i >= count - 3 || at[0] == at[1]) {
+      const std::ptrdiff_t run = 1 + changes.leading<false>(i, Coding::kLongest - 1);
+      *out++ = pixels(run);
+      *out++ = *at;
+      i += run;
+      continue;
+    }
+    constexpr int kTaken = Coding::kShortestCopy;
+    const std::ptrdiff_t literals =
+        kTaken + changes.leading<true>(i + kTaken, Coding::kLongest - kTaken);
+    *out++ = 0;
+    *out++ = pixels(literals);
+    for (std::ptrdiff_t k = 0; k < literals; k += kStep) std::memcpy(out + k, at + k, kStep);
+    out += literals;
+    if (literals % 2 != 0) *out++ = 0;
+    i += literals;
+  }
+  *out++ = 0;
+  *out++ = 0;
+  return out;
+}
+
+template <class Coding>
+Status encode_rows(const EncodeRequest& request) {
+  const BitmapInfoHeader& header = request.image->header;
+  // Pixels of 16 and 32 bits are taken as bytes too, as many as the row has pixels: callers rely on
+  // the codes, though no reader makes an image of them.
+  const std::ptrdiff_t count =
+      header.biWidth / Coding::kPixelsPerByte + header.biWidth % Coding::kPixelsPerByte;
+  Row row, codes;
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  TQ_TRY(codes.allocate(2 * std::int64_t{count} + 2));
+  Changes changes;
+  TQ_TRY(changes.allocate(count));
+  for (std::int32_t y = header.biHeight - 1; y >= 0; --y) {
+    TQ_TRY(request.rows.row(row.pixels(), y));
+    changes.mark(row.data());
+    const std::uint8_t* end = code_row<Coding>(row.data(), count, changes, codes.data());
+    TQ_TRY(write_all(request.stream, std::span(codes.data(), end - codes.data())));
+  }
+  std::uint8_t end_of_bitmap[] = {0, 1};
+  return write_all(request.stream, end_of_bitmap);
+}
+
+}  // namespace
+
+Status encode_bmp_rle(const EncodeRequest& request) {
+  const int bits = request.image->header.biBitCount;
+  if (bits == 1 || bits == 24) return StatusCode::wrong_depth;
+  TQ_TRY(write_bmp_header(request, FileHeader::written, bits == 4 ? kBiRle4 : kBiRle8));
+  return bits == 4 ? encode_rows<Rle4>(request) : encode_rows<Rle8>(request);
+}
+
+}  // namespace tq::formats

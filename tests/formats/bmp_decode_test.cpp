@@ -1,0 +1,279 @@
+// Bitmaps of every kind with the rows that must come out of them; the same files cut off, in memory
+// that ends with them, without memory, before callers that refuse; and files that lie.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+
+#include "core/memory.h"
+#include "core/settings.h"
+#include "formats/bmp/bmp.h"
+#include "tests/support/bmp_file.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+using formats::decode_bmp;
+using Image = std::vector<Bytes>;  // rows from the top
+using Palette = std::vector<Rgb>;
+
+struct Variant {
+  const char* name;
+  BmpFields file;  // ends with its last pixel
+  int bits;
+  Image rows;
+  Palette palette{};  // its first entries
+  std::uint32_t compression = 0;
+};
+
+// clang-format off
+std::vector<Variant> variants() {
+  const Rgb black{0, 0, 0, 0}, white{255, 255, 255, 0}, red{0, 0, 255, 0}, blue{255, 0, 0, 0};
+  const Palette bw = {black, white}, wb = {white, black};
+  const Palette greys = grey_palette(256), grey16 = grey_palette(16), two(greys.begin(), greys.begin() + 2);
+  const Image rows8 = {{1, 2, 3, 0}, {4, 5, 6, 0}};
+  const Bytes up8 = joined({rows8[1], rows8[0]}), down8 = joined(rows8);
+  const Image rows1 = {{0xA0, 0, 0, 0}, {0x40, 0, 0, 0}};
+  const Image inverted1 = {{0x5F, 255, 255, 255}, {0xBF, 255, 255, 255}};
+  const Bytes up1 = joined({rows1[1], rows1[0]}), down1 = joined(rows1);
+  // 5-5-5, 6 bytes a row: red, green, blue; below them white, the unused bit, one step of each.
+  const Bytes up555 = {0xFF, 0x7F, 0x00, 0x80, 0x21, 0x04, 0x00, 0x7C, 0xE0, 0x03, 0x1F, 0x00};
+  const Image rows555 = {{0, 0, 248, 0, 248, 0, 248, 0, 0, 0, 0, 0},
+                         {248, 248, 248, 0, 0, 0, 8, 8, 8, 0, 0, 0}};
+  // 5-6-5, 8 bytes a row: the same, a step of green instead of the unused bit.
+  const Bytes top565 = {0x00, 0xF8, 0xE0, 0x07, 0x1F, 0x00, 9, 9};
+  const Bytes bottom565 = {0xFF, 0xFF, 0x20, 0x00, 0x41, 0x08, 9, 9};
+  const Bytes up565 = joined({bottom565, top565}), down565 = joined({top565, bottom565});
+  const Image rows565 = {{0, 0, 248, 0, 252, 0, 248, 0, 0, 0, 0, 0},
+                         {248, 252, 248, 0, 4, 0, 8, 8, 8, 0, 0, 0}};
+  const Bytes masks(12, 0x55);
+  return {
+    {"Windows 3", {true, 40, 3, 2, 8, 0, greys, up8}, 8, rows8, greys},
+    {"OS/2", {true, 12, 3, 2, 8, 0, greys, up8}, 8, rows8, greys},
+    {"OS/2 smaller than an information header", {true, 12, 3, 1, 1, 0, bw, {5, 0, 0, 0}}, 1, {{5, 0, 0, 0}}},
+    {"larger header, read for a palette", {true, 108, 3, 2, 8, 0, greys, up8}, 8, rows8, Palette(17, {0x77, 0x77, 0x77, 0x77})},
+    {"top-down", {true, 40, 3, -2, 8, 0, greys, down8}, 8, rows8, greys},
+    {"pixels away from the palette", {.width = 3, .height = 2, .bits = 8, .palette = greys, .pixels = joined({{9, 9, 9}, up8}), .pixel_offset = 1081}, 8, rows8, greys},
+    {"unknown compression", {true, 40, 3, 2, 8, 5, greys, up8}, 8, rows8, greys},
+    {"RLE4 of 8 bits", {true, 40, 3, 2, 8, 2, greys, up8}, 8, rows8, greys},
+    {"4 bits", {true, 40, 3, 1, 4, 0, grey16, {0x12, 0x30, 0, 0}}, 4, {{0x12, 0x30, 0, 0}}, grey16},
+    {"black, white", {true, 40, 3, 2, 1, 0, bw, up1}, 1, rows1, bw},
+    {"white, black", {true, 40, 3, 2, 1, 0, {{255, 255, 255, 7}, {0, 0, 0, 9}}, up1}, 1, inverted1, bw},
+    {"white, black, OS/2", {true, 12, 3, 2, 1, 0, wb, up1}, 1, inverted1, bw},
+    {"white, black, top-down", {true, 40, 3, -2, 1, 0, wb, down1}, 1, inverted1, bw},
+    {"red, blue", {true, 40, 3, 2, 1, 0, {red, blue}, up1}, 1, rows1, bw},
+    {"white, red", {true, 40, 3, 2, 1, 0, {white, red}, up1}, 1, rows1, bw},
+    {"24 bits", {true, 40, 1, 2, 24, 0, {}, up8}, 24, rows8},
+    {"24 bits marked 200", {true, 40, 1, 2, 24, 200, {}, up8}, 24, rows8, {}, 200},
+    {"32 bits", {true, 40, 1, 2, 32, 0, {}, up8}, 32, rows8, {}, 200},
+    {"32 bits with masks", {.width = 1, .height = -2, .bits = 32, .compression = 3, .pixels = down8, .masks = masks}, 32, rows8, {}, 200},
+    {"5-5-5 of odd width is not padded", {true, 40, 3, 2, 16, 0, {}, up555}, 24, rows555},
+    {"top-down 5-5-5 is not expanded", {true, 40, 1, -2, 16, 0, {}, down8}, 24, rows8},
+    {"5-6-5", {.width = 3, .height = 2, .bits = 16, .compression = 3, .pixels = up565, .masks = masks}, 24, rows565},
+    {"5-6-5 top-down", {.width = 3, .height = -2, .bits = 16, .compression = 3, .pixels = down565, .masks = masks}, 24, rows565},
+    {"5-6-5 bare", {.file_header = false, .width = 3, .height = 2, .bits = 16, .compression = 3, .pixels = up565, .masks = masks}, 24, rows565},
+    {"bare", {false, 40, 3, 2, 8, 0, greys, up8}, 8, rows8, greys},
+    {"bare, two colours; the others lie in the pixels", {false, 40, 3, 2, 8, 0, two, up8, 2}, 8, rows8, {greys[0], greys[1], {4, 5, 6, 0}, {1, 2, 3, 0}, black}},
+    {"bare, 16 bits are grey levels", {false, 40, 2, 2, 16, 0, {}, up8}, 16, rows8, greys},
+    {"bare, 12 bits are 16", {false, 40, 2, 2, 12, 0, {}, up8}, 16, rows8, greys},
+    {"bare, masks and colours", {.file_header = false, .width = 1, .height = 2, .bits = 32, .compression = 3, .palette = two, .pixels = up8, .colours_used = 2, .masks = masks}, 32, rows8, {}, 200},
+    {"bare OS/2, read as if it had a file header", {false, 12, 3, 1, 4, 0, grey16, joined({Bytes(14, 8), {0x10, 9, 9, 9}})}, 4, {{0x10, 9, 9, 9}}, {{68, 85, 85, 0}, {85, 102, 102, 0}}},
+    {"length in front", {true, 40, 3, 2, 8, 99, greys, {6, 0, 1, 2, 3, 4, 3, 0, 9}}, 8, {{6, 0, 1, 2, 3, 4}, {3, 0, 9}}, greys},
+    {"run lists, one as long as a row of bits", {true, 40, 40, 2, 1, 99, bw, {8, 0, 3, 0, 40, 0, 40, 0, 6, 0, 40, 0, 40, 0}}, 1, {{10, 0, 3, 0, 40, 0, 40, 0, 42, 0}, {6, 0, 40, 0, 40, 0}}, bw},
+    {"RLE8, two colours", {true, 40, 7, 4, 8, 1, two, {3, 1, 0, 3, 2, 3, 4, 0, 0, 0, 0, 2, 2, 1, 4, 9, 0, 1}}, 8, {{}, {1, 1, 9, 9, 9, 9, 0, 0}, {1, 1, 1, 2, 3, 4, 0, 0}, {1, 1, 1, 2, 3, 4, 0, 0}}, two},
+    {"RLE4", {true, 40, 9, 3, 4, 2, grey16, {3, 0x12, 0, 5, 0x34, 0x56, 0x70, 0, 0, 2, 1, 1, 2, 0x98, 0, 1}}, 4, {{}, {0x12, 0x13, 0x45, 0x67, 0x09, 0x80, 0, 0}, {0x12, 0x13, 0x45, 0x67, 0, 0, 0, 0}}, grey16},
+  };
+}
+// clang-format on
+
+CollectingSink decode(Bytes file, std::int32_t status = 0) {
+  CollectingSink sink;
+  open_memory_stream(file.data(), file.size());
+  EXPECT_EQ(decode_bmp({kMemoryStream, 0, sink.sink()}).raw(), status);
+  return sink;
+}
+
+TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
+  for (const Variant& variant : variants()) {
+    SCOPED_TRACE(variant.name);
+    const CollectingSink sink = decode(bmp_file(variant.file));
+    const BitmapInfoHeader& header = sink.header.header;
+    EXPECT_EQ(sink.headers, 1);
+    EXPECT_EQ(sink.image(), variant.rows);
+    EXPECT_EQ(header.biSize, 40u);
+    EXPECT_EQ(header.biWidth, variant.file.width);
+    EXPECT_EQ(header.biPlanes, 1);
+    EXPECT_EQ(header.biBitCount, variant.bits);
+    EXPECT_EQ(header.biCompression, variant.compression);
+    EXPECT_EQ(header.biClrUsed, 0u);
+    EXPECT_EQ(header.biSizeImage, row_bytes(header.biWidth, variant.bits) * header.biHeight);
+    const auto* palette = sink.header.palette.data();
+    EXPECT_EQ(Palette(palette, palette + variant.palette.size()), variant.palette);
+  }
+}
+
+TEST(BmpDecode, AStreamMayHoldTheImageAtAnOffsetOrAtItsPosition) {
+  settings().read_budget = 1;  // a row at a time
+  for (const Variant& variant : variants()) {
+    MemoryFile stream(joined({{'B', 'M', 'B'}, bmp_file(variant.file)}));
+    CollectingSink by_offset, by_page;
+    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 3, by_offset.sink()}), kOk);
+    stream.position = 3;
+    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0x80000002, by_page.sink()}), kOk);
+    EXPECT_EQ(by_offset.image(), variant.rows) << variant.name;
+    EXPECT_EQ(by_page.image(), variant.rows) << variant.name;
+  }
+}
+
+TEST(BmpDecode, NothingBehindTheImageIsTouched) {
+  for (const bool scrambled : {false, true}) {
+    set_scrambling(scrambled, 7);
+    for (const Variant& variant : variants()) {
+      Bytes file = bmp_file(variant.file);
+      if (scrambled) {
+        for (std::uint8_t& byte : file) byte ^= 7;
+      }
+      const GuardedBlock block(file);
+      open_memory_stream(block.data());  // whose size is not known
+      CollectingSink sink;
+      EXPECT_EQ(decode_bmp({kMemoryStream, 0, sink.sink()}), kOk);
+      EXPECT_EQ(sink.image(), variant.rows) << variant.name;
+      EXPECT_EQ(memory_position(), static_cast<std::int32_t>(file.size()));
+    }
+  }
+  set_scrambling(false, 0);
+}
+
+TEST(BmpDecode, EveryPrefixGivesTheSameRowsFromMemoryAndFromCallers) {
+  for (const Variant& variant : variants()) {
+    const Bytes whole = bmp_file(variant.file);
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+      const Bytes file(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+      const GuardedBlock block(file);
+      CollectingSink from_memory, from_caller;
+      open_memory_stream(block.data(), block.size());
+      const Status status = decode_bmp({kMemoryStream, 0, from_memory.sink()});
+      const MemoryFile stream(file);
+      EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, from_caller.sink()}), status);
+      ASSERT_EQ(from_memory.rows, from_caller.rows) << variant.name << ", " << size;
+      ASSERT_THAT(status.raw(), testing::AnyOf(0, -3)) << variant.name << ", " << size;
+    }
+  }
+}
+
+TEST(BmpDecode, RefusalsOfCallersAndOfMemoryComeBackAndLeakNothing) {
+  for (const Variant& variant : variants()) {
+    Bytes file = bmp_file(variant.file);
+    file.pop_back();  // a row that is cut off needs memory of its own
+    const MemoryFile stream(file);
+    CollectingSink stopped, refused;
+    stopped.header_answer = -18;
+    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, stopped.sink()}).raw(), -18);
+    refused.row_answer = -1234;
+    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, refused.sink()}).raw(), -1234);
+    EXPECT_EQ(stopped.rows.size() + memory_probe::tracked_blocks(), 0);
+    bool out_of_memory = true;
+    for (int count = 0; out_of_memory; ++count) {
+      CollectingSink sink;
+      memory_probe::refuse_after(count);
+      const Status status = decode_bmp({MemoryFile::kHandle, 0, sink.sink()});
+      out_of_memory = memory_probe::refused();
+      memory_probe::refuse_after(-1);
+      EXPECT_EQ(status.raw(), out_of_memory ? -1 : 0) << variant.name;
+      EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+    }
+  }
+}
+
+TEST(BmpDecode, WhatACutOffFileLacksIsZeroAndEveryRowComes) {
+  BmpFields file{.width = 2, .height = 3, .bits = 24, .pixels = Bytes(10, 7)};
+  EXPECT_EQ(decode(bmp_file(file)).image(),
+            (Image{Bytes(8, 0), {7, 7, 0, 0, 0, 0, 0, 0}, Bytes(8, 7)}));
+  for (const std::uint32_t offset : {1000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+    file.pixel_offset = offset;
+    EXPECT_EQ(decode(bmp_file(file)).image(), Image(3, Bytes(8, 0))) << offset;
+  }
+  file.file_header = false;
+  file.colours_used = 0xFFFFFFFF;
+  EXPECT_EQ(decode(bmp_file(file)).image(), Image(3, Bytes(8, 0)));
+}
+
+TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRow) {
+  const MemoryFile stream(bmp_file({true, 40, 1, 10000, 24, 0, {}, Bytes(10, 7)}));
+  CollectingSink sink;
+  EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, sink.sink()}), kOk);
+  EXPECT_EQ(sink.rows.size(), 10000u);
+  EXPECT_LT(stream.counts.size(), 10u);
+}
+
+TEST(BmpDecode, LengthsThatCannotBeEndTheRows) {
+  for (const std::uint8_t length : Bytes{1, 205}) {
+    const Bytes pixels = joined({{3, 0, 9, length, 0}, Bytes(400, 1)});
+    EXPECT_EQ(decode(bmp_file({true, 40, 1, 2, 24, 99, {}, pixels})).image(),
+              (Image{{3, 0, 9}, {}}));
+  }
+}
+
+TEST(BmpDecode, ImpossibleSidesAndDepthsAreRefused) {
+  const std::int32_t sides[] = {INT32_MIN, INT32_MIN + 1, -1, 0, 1, 9000, INT32_MAX};
+  for (const std::int32_t width : sides) {
+    for (const std::int32_t height : sides) {
+      for (int bits = 0; bits <= 64; ++bits) {
+        for (const std::uint32_t compression : {0u, 1u, 2u, 3u, 99u}) {
+          if (width == INT32_MAX && std::abs(height % 9000) == 1) continue;  // possible, but large
+          CollectingSink sink;
+          sink.row_answer = -55;
+          Bytes file = bmp_file({true, 40, width, height, bits, compression, {}, Bytes(60, 1)});
+          open_memory_stream(file.data(), file.size());
+          const std::int32_t status = decode_bmp({kMemoryStream, 0, sink.sink()}).raw();
+          const double size = static_cast<double>(row_bytes(width, sink.header.header.biBitCount)) *
+                              std::abs(static_cast<double>(height));
+          const bool known = std::ranges::count(std::array{0, 1, 4, 8, 12, 16, 24, 32}, bits) != 0;
+          if (height == INT32_MIN) {
+            ASSERT_EQ(status, -3);
+          } else if (!known) {
+            ASSERT_EQ(status, -7) << bits;
+          } else if (width < 1 || height == 0 || bits == 0) {
+            ASSERT_EQ(status, -3);
+          } else if (size > INT32_MAX) {
+            ASSERT_EQ(status, -1);
+          } else {
+            ASSERT_THAT(status, testing::AnyOf(0, -55)) << width << "x" << height << " " << bits;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(BmpDecode, JpegDataAreRefusedBeforeAnyCallback) {
+  EXPECT_EQ(decode(bmp_file({true, 40, 1, 1, 0, 0x4745504A}), -7).headers, 0);
+}
+
+TEST(BmpDecode, ResolutionComesInDotsPerInchWhenBothSidesHaveOne) {
+  // clang-format off
+  struct {
+    bool file_header;
+    std::int32_t x, y, expected_x, expected_y;
+  } const cases[] = {
+      {true, 3780, 3780, 96, 96},          {true, 11811, 7874, 300, 200},
+      {true, 1, 20, 0, 1},                 {true, 3780, 0, 3780, 0},
+      {true, 0, 3780, 0, 3780},            {true, -3780, -3780, -95, -95},
+      {true, INT32_MAX, INT32_MIN, 54546085, -54546084},
+      {false, 3780, 3780, 96, 96},         {false, 2001, 10, 51, 0},
+      {false, 2000, 3780, 2000, 3780},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    const BitmapInfoHeader header =
+        decode(bmp_file({c.file_header, 40, 1, 1, 24, 0, {}, Bytes(4), 0, c.x, c.y})).header.header;
+    EXPECT_EQ(header.biXPelsPerMeter, c.expected_x) << c.x;
+    EXPECT_EQ(header.biYPelsPerMeter, c.expected_y) << c.y;
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

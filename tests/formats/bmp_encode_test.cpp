@@ -1,0 +1,130 @@
+// Bitmaps as they are written: every byte of the headers, rows from the bottom up, failures.
+#include <gmock/gmock.h>
+
+#include "core/memory.h"
+#include "formats/bmp/bmp.h"
+#include "tests/support/bmp_file.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+using formats::encode_bmp;
+using formats::encode_bmp_rle;
+using formats::encode_dib;
+
+HeaderBlock image_of(int width, int height, int bits) {
+  HeaderBlock image = dib_header(width, height, bits);
+  const auto palette = grey_palette(bits <= 8 ? 1 << bits : 256);
+  std::copy(palette.begin(), palette.end(), image.palette.begin());
+  return image;
+}
+
+Bytes written_by(formats::Encoder encode, HeaderBlock image, const std::vector<Bytes>& rows) {
+  GivenRows given(rows);
+  const MemoryFile file;
+  EXPECT_EQ(encode({MemoryFile::kHandle, &image, given.supplier()}), kOk);
+  return file.bytes;
+}
+
+TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
+  const std::vector<Bytes> rows = {{0x12, 0x30, 0, 0}, {0x45, 0x60, 0, 0}};
+  HeaderBlock image = image_of(3, 2, 4);
+  // None of these may reach the file but the resolution, in pixels per metre.
+  image.header = {9, 3, 2, 7, 4, 200, 1, 96, 300, 0x1005, 3};
+  BmpFields file{true, 40,   3,     2,  4, 0, grey_palette(16), joined({rows[1], rows[0]}),
+                 0,    3780, 11811, {}, 8};
+  EXPECT_EQ(written_by(encode_bmp, image, rows), bmp_file(file));
+  file.file_header = false;
+  EXPECT_EQ(written_by(encode_dib, image, rows), bmp_file(file));
+  // In front of codes both sizes are those of the uncompressed image, too.
+  file.file_header = true;
+  file.compression = 2;
+  Bytes coded = bmp_file(file);
+  coded.resize(coded.size() - 8);
+  coded = joined({coded, {2, 0x45, 2, 0x60, 0, 0, 2, 0x12, 2, 0x30, 0, 0, 0, 1}});
+  EXPECT_EQ(written_by(encode_bmp_rle, image, rows), coded);
+}
+
+TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
+  const std::int32_t cases[][4] = {
+      {96, 72, 3780, 2835},
+      {96, 0, 0, 0},
+      {0, 96, 0, 0},
+      {-96, 1, -3779, 39},
+      {54546084, 1, 2147483622, 39},
+      {INT32_MAX, INT32_MIN, INT32_MAX, INT32_MIN},
+  };
+  for (const auto& [x, y, x_per_metre, y_per_metre] : cases) {
+    HeaderBlock image = image_of(1, 1, 24);
+    image.header.biXPelsPerMeter = x;
+    image.header.biYPelsPerMeter = y;
+    EXPECT_EQ(
+        written_by(encode_bmp, image, {{1, 2, 3, 0}}),
+        bmp_file({true, 40, 1, 1, 24, 0, {}, {1, 2, 3, 0}, 0, x_per_metre, y_per_metre, {}, 4}))
+        << x << " " << y;
+  }
+}
+
+TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
+  for (const formats::Encoder encode : {encode_bmp, encode_dib}) {
+    for (const int bits : {1, 4, 8, 24, 32}) {
+      for (int width = 1; width <= 40; ++width) {
+        std::vector<Bytes> rows(2, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
+        std::uint8_t value = 0;
+        for (Bytes& row : rows) {
+          for (std::uint8_t& byte : row) byte = value += 37;
+        }
+        const HeaderBlock image = image_of(width, 2, bits);
+        const MemoryFile file(written_by(encode, image, rows));
+        CollectingSink sink;
+        ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, sink.sink()}), kOk);
+        EXPECT_EQ(sink.image(), rows) << bits << " bits, width " << width;
+        EXPECT_EQ(sink.header.palette[1], image.palette[bits > 8 ? 0 : 1]);
+      }
+    }
+  }
+}
+
+TEST(BmpEncode, FailuresAreReportedAndLeakNothing) {
+  Bytes block(2000);
+  GivenRows given({{1, 2, 3, 0}, {4, 5, 6, 0}});
+  HeaderBlock image = image_of(3, 2, 8);
+  const formats::EncodeRequest request{kMemoryStream, &image, given.supplier()};
+  for (const formats::Encoder encode : {encode_bmp, encode_dib, encode_bmp_rle}) {
+    open_memory_stream(block.data(), block.size());
+    EXPECT_EQ(encode(request), kOk);
+    for (auto room = static_cast<std::size_t>(memory_position()); room-- > 0;) {
+      open_memory_stream(block.data(), room);
+      set_scrambling(true, 1);  // changes what could not be written
+      ASSERT_EQ(encode(request).raw(), -9) << room;
+      set_scrambling(false, 0);
+    }
+    EXPECT_EQ(image.palette, image_of(3, 2, 8).palette);
+    open_memory_stream(block.data(), block.size());
+    given.failed_row = 0;
+    given.failure = -777;
+    EXPECT_EQ(encode(request).raw(), -777);
+    given.failed_row = -1;
+    bool out_of_memory = true;
+    for (int count = 0; out_of_memory; ++count) {
+      memory_probe::refuse_after(count);
+      open_memory_stream(block.data(), block.size());
+      const Status status = encode(request);
+      out_of_memory = memory_probe::refused();
+      memory_probe::refuse_after(-1);
+      EXPECT_EQ(status.raw(), out_of_memory ? -1 : 0);
+      EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+    }
+  }
+  for (const int bits : {1, 24}) {
+    image.header.biBitCount = static_cast<std::uint16_t>(bits);
+    open_memory_stream(block.data(), block.size());
+    EXPECT_EQ(encode_bmp_rle(request).raw(), -21);
+    EXPECT_EQ(memory_position(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

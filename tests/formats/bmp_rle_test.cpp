@@ -1,0 +1,187 @@
+// Run-length coded bitmaps against models that are written as plainly as the codes are described:
+// one buffer, one pixel at a time.
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "core/settings.h"
+#include "formats/bmp/bmp.h"
+#include "tests/support/bmp_file.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+struct Shape {
+  int width, height, bits;
+  std::size_t row_size() const { return static_cast<std::size_t>(row_bytes(width, bits)); }
+};
+
+// Pixels land in a buffer that is never cleared; what lies more than 1000 bytes behind the row is
+// dropped.
+std::vector<CollectedRow> modelled_rows(const Bytes& codes, const Shape& shape) {
+  const std::size_t per_byte = shape.bits == 4 ? 2 : 1;
+  Bytes buffer(shape.row_size() + 1000, 0);
+  std::size_t x = 0, at = 0;
+  int y = shape.height - 1;
+  std::vector<CollectedRow> rows;
+  // The pixel that is `i` pixels behind the start of a run of these bytes.
+  const auto put = [&](const std::uint8_t* bytes, int i) {
+    const int pixel = shape.bits == 8 ? bytes[i]
+                      : i % 2 == 0    ? bytes[i / 2] >> 4
+                                      : bytes[i / 2] & 15;
+    const int shift = shape.bits == 4 && x % 2 == 0 ? 4 : 0;
+    const int kept = shape.bits == 8 ? 0 : 0xF0 >> shift;
+    if (x / per_byte < buffer.size()) {
+      std::uint8_t& byte = buffer[x / per_byte];
+      byte = static_cast<std::uint8_t>((byte & kept) | pixel << shift);
+    }
+    ++x;
+  };
+  const auto deliver = [&] {
+    rows.push_back({y--, Bytes(buffer.data(), buffer.data() + shape.row_size())});
+  };
+  while (y >= 0 && at + 2 <= codes.size()) {
+    const int first = codes[at], second = codes[at + 1];
+    const std::uint8_t repeated[] = {codes[at + 1], codes[at + 1]};
+    at += 2;
+    if (first > 0) {
+      for (int i = 0; i < first; ++i) put(repeated, i % 2);
+    } else if (second < 2) {
+      deliver();
+      x = 0;
+      if (second == 1) break;
+    } else if (second == 2) {
+      if (at + 2 > codes.size()) break;
+      x += codes[at];
+      for (int i = 0; i < codes[at + 1] && y >= 0; ++i) deliver();
+      at += 2;
+    } else {
+      const std::size_t bytes = shape.bits == 8 ? second : (second + 1) / 2;
+      if (at + bytes > codes.size()) break;
+      for (int i = 0; i < second; ++i) put(&codes[at], i);
+      at += bytes + bytes % 2;
+    }
+  }
+  return rows;
+}
+
+// Codes of all kinds, mostly within the row, sometimes far behind it.
+Bytes random_codes(std::mt19937& random) {
+  const auto below = [&](int end) { return static_cast<std::uint8_t>(random() % end); };
+  Bytes codes;
+  for (int i = 0; i < 40; ++i) {
+    const int longest = random() % 8 == 0 ? 255 : 20, kind = below(8);
+    Bytes code = {static_cast<std::uint8_t>(1 + below(longest)), below(256)};
+    if (kind == 0) code = {0, 0};
+    if (kind == 1) code = {0, 2, below(longest), below(random() % 4 == 0 ? 5 : 1)};
+    if (kind == 2) {
+      code = {0, static_cast<std::uint8_t>(3 + below(longest - 2))};
+      for (int k = code[1] + code[1] % 2; k > 0; --k) code.push_back(below(256));
+    }
+    codes.insert(codes.end(), code.begin(), code.end());
+  }
+  return joined({codes, {0, 1}});
+}
+
+TEST(BmpRleDecode, AgreesWithTheModelOnRandomCutOffAndHostileCodes) {
+  std::mt19937 random(20);
+  for (int round = 0; round < 6000; ++round) {
+    const int largest = round % 50 == 0 ? 2500 : 60;
+    const Shape shape{1 + static_cast<int>(random() % largest), 1 + static_cast<int>(random() % 12),
+                      random() % 2 == 0 ? 4 : 8};
+    Bytes codes = random_codes(random);
+    if (round % 3 == 1) codes.resize(random() % codes.size());
+    if (round % 3 == 2) {
+      for (std::uint8_t& byte : codes)
+        byte = static_cast<std::uint8_t>(random() % (round % 2 ? 4 : 256));
+    }
+    const auto expected = modelled_rows(codes, shape);
+    Bytes file = bmp_file({true, 40, shape.width, shape.height, shape.bits,
+                           shape.bits == 4 ? 2u : 1u, grey_palette(1 << shape.bits), codes});
+    CollectingSink from_memory, from_caller;
+    open_memory_stream(file.data(), file.size());
+    ASSERT_EQ(formats::decode_bmp({kMemoryStream, 0, from_memory.sink()}), kOk);
+    ASSERT_EQ(from_memory.rows, expected) << "round " << round;
+
+    settings().read_budget = 1 + static_cast<int>(random() % 700);  // chunks end within codes
+    const MemoryFile stream(file);
+    ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, from_caller.sink()}), kOk);
+    ASSERT_EQ(from_caller.rows, expected) << "round " << round;
+  }
+}
+
+// The codes of a row, byte by byte.
+Bytes modelled_codes(const Bytes& row, const Shape& shape) {
+  const bool pairs = shape.bits == 4;
+  const int n = pairs ? (shape.width + 1) / 2 : shape.width, longest = pairs ? 127 : 255;
+  const auto pixels = [&](int bytes) {
+    return static_cast<std::uint8_t>(pairs ? 2 * bytes : bytes);
+  };
+  Bytes codes;
+  int i = 0, count = 0;
+  for (; i < n; i += count) {
+    if (i >= n - 3 || row[i + 1] == row[i]) {
+      for (count = 1; i + count < n && row[i + count] == row[i] && count < longest;) ++count;
+      codes.insert(codes.end(), {pixels(count), row[i]});
+      continue;
+    }
+    count = pairs ? 2 : 3;
+    while (i + count < n && count < longest &&
+           (i + count + 1 == n || row[i + count] != row[i + count + 1])) {
+      ++count;
+    }
+    codes = joined({codes, {0, pixels(count)}, Bytes(&row[i], &row[i] + count)});
+    if (codes.size() % 2 != 0) codes.push_back(0);
+  }
+  return joined({codes, {0, 0}});
+}
+
+// Runs of all lengths, disturbed here and there.
+std::vector<Bytes> random_rows(std::mt19937& random, const Shape& shape) {
+  std::vector<Bytes> rows(static_cast<std::size_t>(shape.height), Bytes(shape.row_size()));
+  const int colours = random() % 3 == 0 ? 2 : 256, longest = random() % 2 == 0 ? 3 : 300;
+  for (Bytes& row : rows) {
+    int left = 0;
+    std::uint8_t value = 0;
+    for (std::uint8_t& byte : row) {
+      if (left == 0 || left % 5 == 4) value = static_cast<std::uint8_t>(random() % colours);
+      if (left-- == 0) left = static_cast<int>(random() % longest);
+      byte = value;
+    }
+  }
+  return rows;
+}
+
+TEST(BmpRleEncode, WritesTheCodesOfTheModelAndReadsThemBack) {
+  std::mt19937 random(21);
+  for (int round = 0; round < 3000; ++round) {
+    const int depths[] = {4, 8, 4, 8, 16, 32};
+    const Shape shape{1 + static_cast<int>(random() % (round % 10 == 0 ? 1500 : 40)),
+                      1 + static_cast<int>(random() % 4), depths[round % 6]};
+    const std::vector<Bytes> rows = random_rows(random, shape);
+    HeaderBlock image = dib_header(shape.width, shape.height, shape.bits);
+    GivenRows given(rows);
+    MemoryFile file;
+    ASSERT_EQ(formats::encode_bmp_rle({MemoryFile::kHandle, &image, given.supplier()}), kOk);
+    Bytes expected = {0, 1};
+    for (const Bytes& row : rows) expected = joined({modelled_codes(row, shape), expected});
+    ASSERT_EQ(Bytes(file.bytes.begin() + 54 + palette_bytes(shape.bits), file.bytes.end()),
+              expected);
+    EXPECT_EQ(file.counts.size(), (shape.bits == 32 ? 3u : 4u) + shape.height);  // a write per row
+    if (shape.bits > 8) continue;
+
+    CollectingSink sink;
+    file.position = 0;
+    ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, sink.sink()}), kOk);
+    const auto image_again = sink.image();
+    for (std::size_t y = 0; y < rows.size(); ++y) {
+      const int whole = shape.width * shape.bits / 8;  // bytes
+      ASSERT_TRUE(std::equal(rows[y].begin(), rows[y].begin() + whole, image_again[y].begin()));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,36 @@
+// BMP files written byte by byte, right or wrong.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "core/dib.h"
+
+namespace tq::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct BmpFields {
+  bool file_header = true;
+  std::uint32_t header_bytes = 40;  // 12: an OS/2 core header; what exceeds 40 is filled with 0x77
+  std::int32_t width = 0, height = 0;
+  int bits = 0;
+  std::uint32_t compression = 0;
+  std::vector<Rgb> palette{};  // three bytes per entry behind a core header
+  Bytes pixels{};
+  std::uint32_t colours_used = 0;
+  std::int32_t x_per_metre = 0, y_per_metre = 0;
+  Bytes masks{};                                // between header and palette
+  std::uint32_t image_bytes = 0;                // biSizeImage
+  std::optional<std::uint32_t> pixel_offset{};  // in the file header, if not the true one
+};
+
+Bytes bmp_file(const BmpFields& fields);
+
+Bytes joined(const std::vector<Bytes>& parts);
+
+// `count` entries from black to white, each with a reserved byte of 0.
+std::vector<Rgb> grey_palette(int count);
+
+}  // namespace tq::test
