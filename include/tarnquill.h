@@ -349,6 +349,11 @@ IMG_API int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write,
  * four bytes (0xAA if that is 0). Not encryption. `on`: its low byte 0 switches it off. */
 IMG_API int32_t IMG_CALL IMG_set_encrypt(int32_t on, int32_t key);
 
+/* Unloads the modules that GIF, TIFF LZW and other codecs live in, see tarnquill_plugin.h; the next
+ * use loads them again. During a call of a module, from a callback, they go when it has returned.
+ * Returns 0. */
+IMG_API int32_t IMG_CALL IMG_unload_plugins(void);
+
 /* ---- What a file is ----------------------------------------------------------------------- */
 
 /* The file type code of a file, an open stream (at its current position, which is restored), or a
