@@ -34,7 +34,7 @@ endif()
 
 # Comparisons with other programs; skipped where those are not installed.
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
-  foreach(peers pcx gif)
+  foreach(peers gif pcx png)
     add_test(NAME peers.${peers}
       COMMAND ${TQ_PYTHON} tests/peers/${peers}_peers.py $<TARGET_FILE:tarnquill>
               $<TARGET_FILE:lzw_module>

@@ -63,8 +63,10 @@ if(TQ_MODULE_TESTS)
   set(TQ_MODULE_TEST_DIR ${PROJECT_BINARY_DIR}/module_tests)
   add_executable(module_tests ${TQ_MODULE_TESTS})
   set_target_properties(module_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${TQ_MODULE_TEST_DIR})
+  # Relative to the folder that tests run in, because another system may see it under another name.
+  file(RELATIVE_PATH tq_built ${PROJECT_SOURCE_DIR}/tests ${PROJECT_BINARY_DIR})
   target_compile_definitions(module_tests PRIVATE
-    TQ_TEST_PROGRAMS="${TQ_MODULE_TEST_DIR}" TQ_MODULES="${PROJECT_BINARY_DIR}/modules")
+    TQ_TEST_PROGRAMS="${tq_built}/module_tests" TQ_MODULES="${tq_built}/modules")
   target_link_libraries(module_tests PRIVATE ${TQ_LAYERS} tq_warnings gmock_main tq_test_support
     ${CMAKE_DL_LIBS})
   add_dependencies(module_tests lzw_module test_module test_module_partial)

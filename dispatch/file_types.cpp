@@ -7,6 +7,7 @@
 #include "formats/bmp/bmp.h"
 #include "formats/pcx/pcx.h"
 #include "formats/plugin/plugin.h"
+#include "formats/png/png.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -75,7 +76,8 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("src"); },
      .supplier = Supplier::transitions, .traits = kByName},
     {.code = 43, .detect_switch = 43, .type = "png",
-     .test = [](const Probe& p) { return p.has("PNG", 1); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("PNG", 1); },
+     .decode = decode_png, .encode = encode_png, .available = png_available, .traits = kByName},
     {.code = 65, .detect_switch = 65, .type = "ncr",
      .test = [](const Probe& p) { return p.has("NN") || p.has("nn"); }, .traits = kUnreported},
     {.code = 23, .detect_switch = 23, .type = "kfx",
