@@ -5,6 +5,7 @@ add_custom_target(programs)  # what is installed beside the library
 if(TQ_TOOL_SOURCES)
   add_executable(tarnquill_tool ${TQ_TOOL_SOURCES})
   target_link_libraries(tarnquill_tool PRIVATE tarnquill tq_warnings)
+  target_compile_definitions(tarnquill_tool PRIVATE TARNQUILL_VERSION="${PROJECT_VERSION}")
   set_target_properties(tarnquill_tool PROPERTIES
     OUTPUT_NAME tarnquill INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   if(WIN32)
@@ -13,6 +14,20 @@ if(TQ_TOOL_SOURCES)
   install(TARGETS tarnquill_tool)
   add_dependencies(programs tarnquill_tool)
 endif()
+
+# Examples, compiled as their readers would: the public header, no source of the library.
+function(tq_add_example name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE tarnquill tq_warnings)
+  set_target_properties(${name} PROPERTIES C_STANDARD 99)
+  if(WIN32)
+    target_link_options(${name} PRIVATE -static)
+  endif()
+endfunction()
+tq_add_example(example_convert examples/convert.c)
+tq_add_example(example_own_io examples/own_io.c)
+tq_add_example(contact_sheet examples/contact_sheet.cpp)
+tq_add_example(make_scene examples/make_scene.cpp examples/scene.cpp)
 
 # Timings of an instrumented or foreign build say nothing.
 if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)

@@ -31,7 +31,7 @@ function(tq_register_tests name)
   endif()
 endfunction()
 
-foreach(folder platform core io formats process dispatch)
+foreach(folder platform core io formats process dispatch sweep)
   string(TOUPPER ${folder} upper)
   if(TQ_${upper}_TESTS)
     add_executable(${folder}_tests ${TQ_${upper}_TESTS})
@@ -75,4 +75,30 @@ if(TQ_MODULE_TESTS)
   endif()
   add_test(NAME module_tests COMMAND module_tests WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
   set_tests_properties(module_tests PROPERTIES TIMEOUT 300)
+endif()
+
+# The command line program. Where it cannot be driven by a script, a round trip has to do.
+if(TARGET tarnquill_tool)
+  if(CMAKE_CROSSCOMPILING)
+    set(tq_scene ${PROJECT_BINARY_DIR}/scene)
+    add_test(NAME tool.folders COMMAND ${CMAKE_COMMAND} -E make_directory ${tq_scene}/out)
+    add_test(NAME tool.scene COMMAND make_scene scene)
+    add_test(NAME tool.convert
+      COMMAND tarnquill_tool convert -v --code bmp scene/photo-24.bmp scene/page-1.bmp scene/out)
+    add_test(NAME tool.compare
+      COMMAND ${CMAKE_COMMAND} -E compare_files ${tq_scene}/photo-24.bmp ${tq_scene}/out/photo-24.bmp)
+    set_tests_properties(tool.folders PROPERTIES FIXTURES_SETUP tool_folders)
+    set_tests_properties(tool.scene PROPERTIES
+      FIXTURES_REQUIRED tool_folders FIXTURES_SETUP tool_scene)
+    set_tests_properties(tool.convert PROPERTIES
+      FIXTURES_REQUIRED "tool_folders;tool_scene" FIXTURES_SETUP tool_convert)
+    set_tests_properties(tool.compare PROPERTIES FIXTURES_REQUIRED tool_convert)
+    set_tests_properties(tool.scene tool.convert PROPERTIES
+      WORKING_DIRECTORY ${PROJECT_BINARY_DIR} TIMEOUT 300)
+  else()
+    add_test(NAME tool
+      COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tests/tool/tool_test.py
+              $<TARGET_FILE:tarnquill_tool>)
+    set_tests_properties(tool PROPERTIES TIMEOUT 300)
+  endif()
 endif()

@@ -32,10 +32,12 @@ std::int32_t decode_block(const void* block, std::size_t size, std::int32_t page
 }  // namespace
 
 std::int32_t IMG_CALL IMG_create_handle(void* packed_dib) {
+  const tq::StreamWork work;
   return decode_block(packed_dib, kUnknown, 0);
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
+  const tq::StreamWork work;
   tq::OpenFile file;
   const Status opened = file.open(name, tq::OpenMode::read);
   return opened.failed() ? opened.raw() : decode_image(file.handle(), 0, 0).raw();
@@ -43,33 +45,39 @@ std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_fd(std::int32_t stream, std::int32_t offset,
                                                std::int32_t page) {
+  const tq::StreamWork work;
   return decode_image(StreamHandle{stream}, offset, page).raw();
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, std::int32_t page) {
+  const tq::StreamWork work;
   return decode_block(block, kUnknown, page);
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_block(const void* block, std::size_t size,
                                                   std::int32_t page) {
+  const tq::StreamWork work;
   return decode_block(block, size, page);
 }
 
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap(std::int32_t stream, std::int32_t offset,
                                                std::int32_t page, img_row_fn row,
                                                void* sink_context, img_header_fn header) {
+  const tq::StreamWork work;
   return dispatch_decode(StreamHandle{stream}, offset, page, {header, row, sink_context}).raw();
 }
 
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap_mem(void* block, std::int32_t page, img_row_fn row,
                                                    void* sink_context, img_header_fn header) {
+  const tq::StreamWork work;
   if (!open_block(block, kUnknown)) return IMG_UNSUPPORTED;
-  return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, 0, page, row, sink_context, header);
+  return dispatch_decode(kMemoryStream, 0, page, {header, row, sink_context}).raw();
 }
 
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, std::size_t size,
                                                      std::int32_t page, img_row_fn row,
                                                      void* sink_context, img_header_fn header) {
+  const tq::StreamWork work;
   if (!open_block(block, size)) return IMG_UNSUPPORTED;
-  return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, 0, page, row, sink_context, header);
+  return dispatch_decode(kMemoryStream, 0, page, {header, row, sink_context}).raw();
 }

@@ -22,9 +22,19 @@ std::int32_t save_to_memory(std::int32_t image, std::int32_t code) {
   return saved < 0 ? saved : tq::memory_position();
 }
 
+// The header block is the caller's and may lie anywhere.
+std::int32_t save_rows(StreamHandle stream, const void* header, std::int32_t code,
+                       const tq::formats::RowSupplier& rows) {
+  if (header == nullptr) return IMG_BAD_IMAGE;
+  tq::HeaderBlock block;
+  std::memcpy(&block, header, sizeof block);
+  return tq::dispatch::dispatch_save(stream, block, code, rows).raw();
+}
+
 }  // namespace
 
 std::int32_t IMG_CALL IMG_save_bitmap(std::int32_t image, const char* name, std::int32_t code) {
+  const tq::StreamWork work;
   return tq::with_image(image, [&](ImageRecord&) {
     return tq::dispatch::save_image_file(ImageHandle{image}, name, code);
   });
@@ -32,10 +42,12 @@ std::int32_t IMG_CALL IMG_save_bitmap(std::int32_t image, const char* name, std:
 
 std::int32_t IMG_CALL IMG_save_bitmap_fd(std::int32_t image, std::int32_t stream,
                                          std::int32_t code) {
+  const tq::StreamWork work;
   return save_to(image, StreamHandle{stream}, code);
 }
 
 std::int32_t IMG_CALL IMG_save_bitmap_mem(std::int32_t image, void* block, std::int32_t code) {
+  const tq::StreamWork work;
   if (tq::validate_image_handle(ImageHandle{image}).failed()) return IMG_BAD_HANDLE;
   if (block == nullptr) return IMG_UNSUPPORTED;
   tq::open_memory_stream(block);
@@ -44,6 +56,7 @@ std::int32_t IMG_CALL IMG_save_bitmap_mem(std::int32_t image, void* block, std::
 
 std::int32_t IMG_CALL IMG_save_bitmap_block(std::int32_t image, void* block, std::size_t size,
                                             std::int32_t code) {
+  const tq::StreamWork work;
   if (tq::validate_image_handle(ImageHandle{image}).failed()) return IMG_BAD_HANDLE;
   if (block == nullptr) return IMG_UNSUPPORTED;
   tq::open_memory_stream(block, size);
@@ -52,19 +65,15 @@ std::int32_t IMG_CALL IMG_save_bitmap_block(std::int32_t image, void* block, std
 
 std::int32_t IMG_CALL IMGLOW_save_bitmap(std::int32_t stream, void* header, std::int32_t code,
                                          img_supply_fn supply, void* save_context) {
-  if (header == nullptr) return IMG_BAD_IMAGE;
-  // The block is the caller's and may lie anywhere.
-  tq::HeaderBlock block;
-  std::memcpy(&block, header, sizeof block);
-  return tq::dispatch::dispatch_save(StreamHandle{stream}, block, code, {supply, save_context})
-      .raw();
+  const tq::StreamWork work;
+  return save_rows(StreamHandle{stream}, header, code, {supply, save_context});
 }
 
 std::int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, std::int32_t code,
                                              img_supply_fn supply, void* save_context) {
+  const tq::StreamWork work;
   if (block == nullptr) return IMG_UNSUPPORTED;
   tq::open_memory_stream(block);
-  const std::int32_t saved =
-      IMGLOW_save_bitmap(IMG_MEMORY_STREAM, header, code, supply, save_context);
+  const std::int32_t saved = save_rows(kMemoryStream, header, code, {supply, save_context});
   return saved < 0 ? saved : tq::memory_position();
 }

@@ -378,8 +378,8 @@ IMG_API int32_t IMG_CALL IMGLOW_get_pages_block(const void* block, size_t size);
 /* What the header of a file says about its image, or about its first page, without decoding it.
  *
  *   stream      an open stream; the file begins at its position 0
- *   header      40 bytes, filled with a BITMAPINFOHEADER whose resolution is in dots per inch: all 0
- *               when the file fails before its header is known. Null: only the result counts
+ *   header      40 bytes, filled with a BITMAPINFOHEADER whose resolution is in dots per inch;
+ *               all 0 when the file fails before its header is known. Null: only the result counts
  *
  * The header says what the file says: a side may be below 1 and nothing is known to be there.
  * Return 0, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder), or the decoder's

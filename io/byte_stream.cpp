@@ -16,13 +16,8 @@ struct Streams {
   img_read_fn read = nullptr;
   img_write_fn write = nullptr;
   img_seek_fn seek = nullptr;
-  struct {
-    std::uint8_t* block = nullptr;
-    std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
-    std::int32_t limit = 0;
-    bool limit_is_known = true;
-    std::uint32_t openings = 0;
-  } memory;
+  MemoryStreamState memory;
+  int works = 0;  // one inside the other
   bool scrambled = false;
   std::uint8_t key = 0;
 };
@@ -179,6 +174,16 @@ void set_memory_position(std::int32_t position) {
 
 std::uint32_t memory_openings() {
   return streams().memory.openings;
+}
+
+StreamWork::StreamWork() : before_(streams().memory) {
+  ++streams().works;
+}
+
+StreamWork::~StreamWork() {
+  Streams& state = streams();
+  // The outermost work leaves the stream open; callers rely on it.
+  if (--state.works > 0) state.memory = before_;
 }
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek) {

@@ -45,6 +45,29 @@ std::int32_t memory_position();
 void set_memory_position(std::int32_t position);
 std::uint32_t memory_openings();  // how often the stream was opened: whether it still is the same
 
+// Where the memory stream stands.
+struct MemoryStreamState {
+  std::uint8_t* block = nullptr;
+  std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
+  std::int32_t limit = 0;
+  bool limit_is_known = true;
+  std::uint32_t openings = 0;
+};
+
+// Work of an export on streams. Work that a callback of other work begins leaves the memory stream
+// as it found it: the other one goes on reading and writing its own block. Without it, rows would
+// be saved into whatever block a callback has looked at, or has freed since.
+class StreamWork {
+ public:
+  StreamWork();
+  StreamWork(const StreamWork&) = delete;
+  StreamWork& operator=(const StreamWork&) = delete;
+  ~StreamWork();
+
+ private:
+  MemoryStreamState before_;
+};
+
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek);
 bool caller_io_installed();  // any of the three
 void set_scrambling(bool on, std::uint32_t key);

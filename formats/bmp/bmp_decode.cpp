@@ -42,18 +42,22 @@ class StoredRows {
       ended_ = true;  // not asked again: a file may claim any number of rows
       lent_ = row.size();
     }
+    missing_ = row.empty();
     const auto rest = std::copy(row.begin(), row.end(), padded_.data());
     std::fill(rest, padded_.data() + row_bytes_, std::uint8_t{0});
     row = padded_.pixels();
     return kOk;
   }
 
+  // Whether nothing of the row was in the file. All further rows are the same then.
+  bool missing() const { return missing_; }
+
  private:
   ChunkReader input_;
   RowBuffer<std::uint8_t> padded_;  // taken when the file turns out to be cut off
   std::size_t row_bytes_ = 0;
   std::size_t lent_ = 0;  // bytes of the input that the caller still looks at
-  bool ended_ = false;
+  bool ended_ = false, missing_ = false;
 };
 
 // A row that is changed before it is delivered.
@@ -111,11 +115,15 @@ Status decode_plain_rows(const DecodeRequest& request, const BmpFile& file) {
   if (file.rows != BmpRows::as_delivered || file.inverted) {
     TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   }
+  Bytes row;
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
-    Bytes stored;
-    TQ_TRY(rows.next(stored));
+    // A short file may claim a thousand million pixels: those it lacks are made once.
+    if (!rows.missing()) {
+      TQ_TRY(rows.next(row));
+      row = delivered(file, row, changed);
+    }
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
-    TQ_TRY(request.sink.row(delivered(file, stored, changed), y));
+    TQ_TRY(request.sink.row(row, y));
   }
   return kOk;
 }

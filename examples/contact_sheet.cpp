@@ -1,0 +1,167 @@
+// Draws small copies of images side by side, with their names, and saves the sheet as a BMP file.
+// Shows how to read the pixels of an image of any depth, and how to make an image of one's own.
+//
+//   contact_sheet OUT.bmp IN...
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "letters.h"
+#include "tarnquill.h"
+
+namespace {
+
+constexpr int kCellWidth = 200;
+constexpr int kCellHeight = 150;
+constexpr int kGap = 12;
+constexpr int kCaption = 14;
+constexpr int kColumns = 4;
+
+using Pixel = std::array<std::uint8_t, 3>;  // blue, green, red
+
+// The pixels of an image, row by row, in colour.
+class Reader {
+ public:
+  explicit Reader(std::int32_t image) : image_(image) {
+    IMG_bitmap_info(image, &width_, &height_, &bits_);
+    IMG_get_bitmap_palette(image, palette_.data());
+    row_.resize((static_cast<std::size_t>(width_) * bits_ + 31) / 32 * 4);
+  }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int bits() const { return bits_; }
+
+  void read(int y) { IMGLOW_get_raster(image_, row_.data(), y, 0); }
+  Pixel pixel(int x) const {
+    if (bits_ >= 24) {
+      const std::uint8_t* const at = row_.data() + static_cast<std::size_t>(x) * (bits_ / 8);
+      return {at[0], at[1], at[2]};
+    }
+    const int shift = 8 - bits_ - x * bits_ % 8;
+    const int index = row_[static_cast<std::size_t>(x) * bits_ / 8] >> shift & ((1 << bits_) - 1);
+    return {palette_[4 * index], palette_[4 * index + 1], palette_[4 * index + 2]};
+  }
+
+ private:
+  std::int32_t image_, width_ = 0, height_ = 0, bits_ = 0;
+  std::array<std::uint8_t, 1024> palette_ = {};
+  std::vector<std::uint8_t> row_;
+};
+
+class Sheet {
+ public:
+  Sheet(int width, int height)
+      : width_(width), height_(height), pixels_(static_cast<std::size_t>(width) * height) {
+    std::fill(pixels_.begin(), pixels_.end(), Pixel{244, 244, 244});
+  }
+
+  // Draws the image into the rectangle, each pixel the mean of those that fall on it. Small images
+  // keep their size.
+  void draw(Reader& image, int left, int top) {
+    const double shrink = std::max({1.0, static_cast<double>(image.width()) / kCellWidth,
+                                    static_cast<double>(image.height()) / kCellHeight});
+    const int width = std::max(1, static_cast<int>(image.width() / shrink));
+    const int height = std::max(1, static_cast<int>(image.height() / shrink));
+    left += (kCellWidth - width) / 2;
+    top += (kCellHeight - height) / 2;
+    std::vector<std::array<std::int64_t, 4>> sums(static_cast<std::size_t>(width) * height);
+    for (int y = 0; y < image.height(); ++y) {
+      image.read(y);
+      const std::int64_t row = std::int64_t{y} * height / image.height() * width;
+      for (int x = 0; x < image.width(); ++x) {
+        const Pixel pixel = image.pixel(x);
+        auto& sum = sums[static_cast<std::size_t>(row + std::int64_t{x} * width / image.width())];
+        for (int i = 0; i < 3; ++i) sum[i] += pixel[i];
+        ++sum[3];
+      }
+    }
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        const auto& sum = sums[static_cast<std::size_t>(y) * width + x];
+        for (int i = 0; i < 3; ++i) {
+          at(left + x, top + y)[i] = static_cast<std::uint8_t>(sum[i] / sum[3]);
+        }
+      }
+    }
+  }
+
+  void caption(const std::string& text, int left, int top) {
+    left += std::max(0, (kCellWidth - static_cast<int>(text.size()) * 6) / 2);
+    letters::draw(text.c_str(), [&](int x, int y) {
+      if (left + x < width_) at(left + x, top + y) = {60, 60, 60};
+    });
+  }
+
+  std::int32_t save(const char* name) const {
+    // A BITMAPINFOHEADER: 24 bits, no palette.
+    std::array<std::uint8_t, 40> header = {40};
+    const auto put32 = [&](int offset, std::int32_t value) {
+      std::memcpy(header.data() + offset, &value, sizeof value);
+    };
+    put32(4, width_);
+    put32(8, height_);
+    header[12] = 1;
+    header[14] = 24;
+    const std::int32_t image = IMG_create_handle_shell(header.data());
+    if (image < 0) return image;
+    std::int32_t status = IMG_OK;
+    for (int y = 0; y < height_ && status >= 0; ++y) {
+      status = IMGLOW_put_raster(image, pixels_[static_cast<std::size_t>(y) * width_].data(), y,
+                                 3 * width_);
+    }
+    if (status >= 0) status = IMG_save_bitmap(image, name, IMG_TYPE_BMP);
+    IMG_delete_bitmap(image);
+    return status;
+  }
+
+ private:
+  Pixel& at(int x, int y) { return pixels_[static_cast<std::size_t>(y) * width_ + x]; }
+
+  int width_, height_;
+  std::vector<Pixel> pixels_;
+};
+
+std::string stem(const std::string& name) {
+  const std::size_t slash = name.find_last_of("/\\");
+  const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
+  return base.substr(0, base.rfind('.'));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::fprintf(stderr, "usage: %s OUT.bmp IN...\n", argv[0]);
+    return 2;
+  }
+  const int count = argc - 2;
+  const int columns = std::min(count, kColumns);
+  const int rows = (count + columns - 1) / columns;
+  const int step = kCellHeight + kCaption + kGap;
+  Sheet sheet(columns * (kCellWidth + kGap) + kGap, rows * step + kGap);
+  for (int i = 0; i < count; ++i) {
+    const char* const name = argv[i + 2];
+    const std::int32_t image = IMG_decompress_bitmap(name);
+    if (image < 0) {
+      std::fprintf(stderr, "%s: status %d\n", name, static_cast<int>(image));
+      return 1;
+    }
+    const int left = kGap + i % columns * (kCellWidth + kGap);
+    const int top = kGap + i / columns * step;
+    Reader reader(image);
+    if (reader.bits() == 16) {
+      std::fprintf(stderr, "%s: 16-bit images are not drawn\n", name);
+      return 1;
+    }
+    sheet.draw(reader, left, top);
+    sheet.caption(stem(name), left, top + kCellHeight + 4);
+    IMG_delete_bitmap(image);
+  }
+  const std::int32_t status = sheet.save(argv[1]);
+  if (status < 0) std::fprintf(stderr, "%s: status %d\n", argv[1], static_cast<int>(status));
+  return status < 0 ? 1 : 0;
+}

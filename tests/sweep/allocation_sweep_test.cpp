@@ -1,0 +1,300 @@
+// Every export with every one of its allocations refused: out of memory is the answer, images stay
+// as they were, nothing is left behind, and the same call works afterwards.
+#include <fstream>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "core/memory.h"
+#include "core/settings.h"
+#include "io/byte_stream.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/sweep/watched_images.h"
+
+namespace tq::test {
+namespace {
+
+using Watched = WatchedImages;
+
+std::int32_t IMG_CB_C ignore_header(void*, void*) {
+  return 1;
+}
+std::int32_t IMG_CB_C ignore_row(void*, void*, std::int32_t, std::int32_t) {
+  return 0;
+}
+std::int32_t IMG_CB_C supply_zeros(void*, void* dest, std::int32_t, std::int32_t bytes) {
+  std::fill_n(static_cast<std::uint8_t*>(dest), bytes, std::uint8_t{0});
+  return 0;
+}
+
+// What the calls work on; global blocks are made before anything is refused.
+struct Material {
+  explicit Material(const ScratchFolder& folder)
+      : in(folder.file("in.bmp")), out(folder.file("out.bmp")) {
+    write_file(in, deep);
+    global = alloc_block(deep.size());
+    std::copy(deep.begin(), deep.end(), global);
+    room = alloc_block(20000);
+  }
+  Material(const Material&) = delete;
+  Material& operator=(const Material&) = delete;
+  ~Material() {
+    free_block(global);
+    free_block(room);
+  }
+
+  std::string in, out;
+  Bytes mono = plain_file(70, 5, 1), deep = plain_file(9, 4, 24), wide = plain_file(70000, 2, 1);
+  Bytes coded = bmp_file({.width = 20,
+                          .height = 3,
+                          .bits = 8,
+                          .compression = 1,
+                          .palette = grey_palette(256),
+                          .pixels = {20, 7, 0, 0, 20, 9, 0, 1}});
+  Bytes lists = bmp_file({.width = 70,
+                          .height = 2,
+                          .bits = 1,
+                          .compression = 99,
+                          .palette = grey_palette(2),
+                          .pixels = {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
+  Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
+  Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 3, 1, 3, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};
+  Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
+  std::uint8_t* global = nullptr;
+  std::uint8_t* room = nullptr;
+  Bytes row = Bytes(2000, 0x5A);
+  std::int32_t major = 0;
+};
+
+struct Call {
+  const char* name;
+  std::function<std::int32_t()> make;
+};
+
+// Results above 0 are handles in the decoding calls and codes or counts elsewhere.
+std::vector<Call> calls(Material& m) {
+  const auto block = [](const Bytes& file) {
+    return [&file] { return IMG_decompress_bitmap_block(file.data(), file.size(), 0); };
+  };
+  const auto with = [](auto set, auto unset, auto make) {
+    return [=] {
+      set();
+      const std::int32_t result = make();
+      unset();
+      return result;
+    };
+  };
+  const auto size = [](std::int32_t width, std::int32_t height) {
+    return [=] { IMGLOW_set_decompsize(width, height); };
+  };
+  const auto rect = [](std::int32_t width) {
+    return [=] { IMGLOW_set_decomp_rect(0, 0, width, width); };
+  };
+  const auto reduce = [](std::int32_t bits) { return [=] { IMGLOW_set_decomp_reduction(bits); }; };
+  const auto from_caller = [](const Bytes& file, auto make) {
+    return [&file, make] {
+      const MemoryFile stream(file);
+      return make();
+    };
+  };
+  const auto save_block = [&m](std::int32_t image, std::int32_t code) {
+    return [&m, image, code] { return IMG_save_bitmap_block(image, m.row.data(), 2000, code); };
+  };
+  Bytes* const row = &m.row;
+  const auto put = [row](std::int32_t image, std::int32_t bytes) {
+    return [=] { return IMGLOW_put_raster(image, row->data(), 1, bytes); };
+  };
+  const auto get = [row](std::int32_t image, std::int32_t bytes) {
+    return [=] { return IMGLOW_get_raster(image, row->data(), 1, bytes); };
+  };
+  return {
+      {"IMG_create_handle", [&m] { return IMG_create_handle(m.global); }},
+      {"IMG_create_handle_keep", [&m] { return IMG_create_handle_keep(&m.dib[14]); }},
+      {"IMG_create_handle_shell", [&m] { return IMG_create_handle_shell(&m.dib[14]); }},
+      {"IMG_decompress_bitmap", [&m] { return IMG_decompress_bitmap(m.in.c_str()); }},
+      {"IMG_decompress_bitmap_fd",
+       from_caller(m.deep, [] { return IMG_decompress_bitmap_fd(1, 0, 0); })},
+      {"IMG_decompress_bitmap_mem", [&m] { return IMG_decompress_bitmap_mem(m.global, 1); }},
+      {"IMG_decompress_bitmap_block", block(m.mono)},
+      {"IMG_decompress_bitmap_block", block(m.wide)},
+      {"IMG_decompress_bitmap_block", block(m.coded)},
+      {"IMG_decompress_bitmap_block", block(m.lists)},
+      {"IMG_decompress_bitmap_block", block(m.cut_off)},
+      {"IMG_decompress_bitmap_block", with(size(4, 3), size(0, 0), block(m.deep))},
+      {"IMG_decompress_bitmap_block", with(size(40, 3), size(0, 0), block(m.mono))},
+      {"IMG_decompress_bitmap_block", with(rect(3), rect(0), block(m.mono))},
+      {"IMG_decompress_bitmap_block", with(reduce(8), reduce(0), block(m.deep))},
+      {"IMG_decompress_bitmap_block", with(reduce(1), reduce(0), block(m.coded))},
+      {"IMGLOW_decompress_bitmap", from_caller(m.coded,
+                                               [] {
+                                                 return IMGLOW_decompress_bitmap(
+                                                     1, 0, 0, ignore_row, nullptr, ignore_header);
+                                               })},
+      {"IMGLOW_decompress_bitmap_mem",
+       [&m] {
+         return IMGLOW_decompress_bitmap_mem(m.global, 0, ignore_row, nullptr, ignore_header);
+       }},
+      {"IMGLOW_decompress_bitmap_block",
+       [&m] {
+         return IMGLOW_decompress_bitmap_block(m.lists.data(), m.lists.size(), 0, ignore_row,
+                                               nullptr, ignore_header);
+       }},
+      {"IMGLOW_get_filetype", [&m] { return IMGLOW_get_filetype(m.in.c_str()); }},
+      {"IMGLOW_get_filetype_fd", from_caller(m.tiff, [] { return IMGLOW_get_filetype_fd(1); })},
+      {"IMGLOW_get_filetype_mem", [&m] { return IMGLOW_get_filetype_mem(m.global); }},
+      {"IMGLOW_get_filetype_block",
+       [&m] { return IMGLOW_get_filetype_block(m.tiff.data(), m.tiff.size()); }},
+      {"IMGLOW_get_pages", [&m] { return IMGLOW_get_pages(m.in.c_str()); }},
+      {"IMGLOW_get_pages_fd", from_caller(m.deep, [] { return IMGLOW_get_pages_fd(1); })},
+      {"IMGLOW_get_pages_mem", [&m] { return IMGLOW_get_pages_mem(m.global); }},
+      {"IMGLOW_get_pages_block",
+       [&m] { return IMGLOW_get_pages_block(m.mono.data(), m.mono.size()); }},
+      {"IMGLOW_get_raster", get(Watched::kDeep, 0)},
+      {"IMGLOW_get_raster", get(Watched::kRuns, 3)},
+      {"IMGLOW_put_raster", put(Watched::kDeep, 5)},
+      {"IMGLOW_put_raster", put(Watched::kRuns, 0)},
+      {"IMGLOW_put_raster", put(Watched::kRuns, 3)},
+      {"IMG_runs_to_dib", [] { return IMG_runs_to_dib(Watched::kRuns); }},
+      {"IMG_dib_to_runs", [] { return IMG_dib_to_runs(Watched::kPlain); }},
+      {"IMG_save_bitmap", [&m] { return IMG_save_bitmap(Watched::kDeep, m.out.c_str(), -1); }},
+      {"IMG_save_bitmap_fd",
+       from_caller(m.deep, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_BMP); })},
+      {"IMG_save_bitmap_mem",
+       [&m] { return IMG_save_bitmap_mem(Watched::kRuns, m.room, IMG_TYPE_DIB); }},
+      {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_BMP)},
+      {"IMG_save_bitmap_block", save_block(Watched::kPlain, IMG_TYPE_BMP)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_DIB)},
+      {"IMGLOW_save_bitmap", from_caller(m.deep,
+                                         [&m] {
+                                           return IMGLOW_save_bitmap(1, &m.coded[14],
+                                                                     IMG_TYPE_BMP_RLE, supply_zeros,
+                                                                     nullptr);
+                                         })},
+      {"IMGLOW_save_bitmap_mem",
+       [&m] {
+         return IMGLOW_save_bitmap_mem(m.room, &m.coded[14], IMG_TYPE_BMP, supply_zeros, nullptr);
+       }},
+      // Nothing to refuse, but nothing may be lost either.
+      {"IMG_bitmap_info",
+       [] { return IMG_bitmap_info(Watched::kRuns, nullptr, nullptr, nullptr) != 0 ? 0 : -2; }},
+      {"IMGLOW_get_bitmap_header",
+       [&m] { return IMGLOW_get_bitmap_header(Watched::kDeep, m.row.data()); }},
+      {"IMGLOW_get_palette", [&m] { return IMGLOW_get_palette(Watched::kRuns, m.row.data()); }},
+      {"IMGLOW_put_palette", [&m] { return IMGLOW_put_palette(Watched::kRuns, &m.mono[54]); }},
+      {"IMG_bitmap_palette", [] { return IMG_bitmap_palette(Watched::kRuns); }},
+      {"IMG_get_bitmap_palette",
+       [&m] { return IMG_get_bitmap_palette(Watched::kRuns, m.row.data()); }},
+      {"IMG_get_croprect",
+       [] { return IMG_get_croprect(Watched::kDeep, nullptr, nullptr, nullptr, nullptr); }},
+      {"IMG_set_croprect", [] { return IMG_set_croprect(Watched::kDeep, 2, 2, 2, 1); }},
+      {"IMGLOW_get_display_rect",
+       [] { return IMGLOW_get_display_rect(Watched::kDeep, nullptr, nullptr, nullptr, nullptr); }},
+      {"IMG_set_gamma", [] { return IMG_set_gamma(Watched::kDeep, 1); }},
+      {"IMGLOW_set_rop", [] { return IMGLOW_set_rop(Watched::kDeep, 1); }},
+      {"IMG_set_display_angle", [] { return IMG_set_display_angle(Watched::kDeep, 90); }},
+      {"IMGLOW_set_transp_color", [] { return IMGLOW_set_transp_color(Watched::kDeep, 5); }},
+      {"IMGLOW_get_transp_color", [] { return IMGLOW_get_transp_color(Watched::kDeep); }},
+      {"IMG_set_statusbar", [] { return IMG_set_statusbar(0, nullptr, 0); }},
+      {"IMGLOW_set_dispfunc", [] { return IMGLOW_set_dispfunc(0, 0); }},
+      {"IMGLOW_set_decomp_reduction", [] { return IMGLOW_set_decomp_reduction(0); }},
+      {"IMGLOW_set_decompsize", [] { return IMGLOW_set_decompsize(0, 0); }},
+      {"IMGLOW_set_decomp_rect", [] { return IMGLOW_set_decomp_rect(0, 0, 0, 0); }},
+      {"IMGLOW_set_dithermode", [] { return IMGLOW_set_dithermode(1); }},
+      {"IMGLOW_autocolor", [] { return IMGLOW_autocolor(0); }},
+      {"IMGLOW_set_alias", [] { return IMGLOW_set_alias(0); }},
+      {"IMGLOW_set_alias_quality", [] { return IMGLOW_set_alias_quality(0); }},
+      {"IMGLOW_set_wipedelay", [] { return IMGLOW_set_wipedelay(0); }},
+      {"IMGLOW_set_auto_detect", [] { return IMGLOW_set_auto_detect(1); }},
+      {"IMGLOW_unset_auto_detect", [] { return IMGLOW_unset_auto_detect(66); }},
+      {"IMGLOW_get_auto_detect", [] { return IMGLOW_get_auto_detect(1); }},
+      {"IMG_ifl_version", [&m] { return IMG_ifl_version(&m.major, nullptr); }},
+      {"IMGLOW_set_fileio", [] { return IMGLOW_set_fileio(nullptr, nullptr, nullptr); }},
+      {"IMG_set_encrypt", [] { return IMG_set_encrypt(0, 0); }},
+      {"IMG_create_handle_ddb", [] { return IMG_create_handle_ddb(nullptr) == -8 ? 0 : -2; }},
+      {"IMG_delete_bitmap", [] { return IMG_delete_bitmap(Watched::kDeep); }},
+      {"IMG_delete_bitmap_keep",
+       [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},
+  };
+}
+
+// A call that makes an image returns its handle, the next one.
+void forget_new_image(std::int32_t result) {
+  if (result != Watched::kCount) return;
+  EXPECT_EQ(IMG_delete_bitmap(result), IMG_OK);
+}
+
+TEST(AllocationSweep, RefusedAllocationsChangeNothing) {
+  const ScratchFolder folder;
+  Material material(folder);
+  int refusals = 0;
+  for (const Call& call : calls(material)) {
+    for (int count = 0;; ++count) {
+      SCOPED_TRACE(testing::Message() << call.name << ", allocation " << count);
+      const Watched images;
+      const std::vector<Seen> before = images.see_all();
+      const std::int64_t live = memory_probe::live_blocks();
+      memory_probe::refuse_after(count);
+      const std::int32_t result = call.make();
+      const bool refused = memory_probe::refused();
+      memory_probe::refuse_after(-1);
+      ASSERT_EQ(memory_probe::tracked_blocks(), 0);
+      if (!refused) {
+        ASSERT_GE(result, 0);
+        forget_new_image(result);
+        break;
+      }
+      ++refusals;
+      if (call.name != std::string("IMG_delete_bitmap_keep")) {
+        ASSERT_EQ(result, IMG_OUT_OF_MEMORY);
+      }
+      ASSERT_EQ(memory_probe::live_blocks(), live);
+      ASSERT_EQ(images.see_all(), before);
+      ASSERT_FALSE(std::filesystem::exists(material.out));
+      const std::int32_t again = call.make();
+      ASSERT_GE(again, 0);
+      forget_new_image(again);
+      std::filesystem::remove(material.out);
+    }
+    std::filesystem::remove(material.out);
+  }
+  EXPECT_GT(refusals, 80);
+}
+
+TEST(AllocationSweep, CoversEveryExport) {
+  const ScratchFolder folder;
+  Material material(folder);
+  std::set<std::string> covered, exported;
+  for (const Call& call : calls(material)) covered.insert(call.name);
+  std::ifstream definitions("../tarnquill.def");
+  for (std::string line; std::getline(definitions, line);) {
+    const std::size_t start = line.find("IMG"), end = line.find('@');
+    if (start != std::string::npos) exported.insert(line.substr(start, end - start));
+  }
+  EXPECT_GT(exported.size(), 50u);
+  EXPECT_THAT(covered, testing::ContainerEq(exported));
+}
+
+// Without images the table itself is allocated, and goes again.
+TEST(AllocationSweep, TheFirstImageOfAllIsRefusedToo) {
+  const Bytes file = plain_file(70, 5, 1);
+  const std::int64_t live = memory_probe::live_blocks();
+  for (int count = 0;; ++count) {
+    memory_probe::refuse_after(count);
+    const std::int32_t image = load(file);
+    const bool refused = memory_probe::refused();
+    memory_probe::refuse_after(-1);
+    if (!refused) {
+      EXPECT_EQ(image, 0);
+      EXPECT_GT(count, 3);
+      break;
+    }
+    EXPECT_EQ(image, IMG_OUT_OF_MEMORY);
+    EXPECT_EQ(memory_probe::live_blocks(), live);
+  }
+  EXPECT_EQ(IMG_delete_bitmap(0), IMG_OK);
+  EXPECT_EQ(memory_probe::live_blocks(), live);
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,245 @@
+// Small files cut off at every byte, and streams whose every call fails or comes short: by name, by
+// the caller's functions, in memory.
+#include <algorithm>
+#include <string>
+
+#include "core/memory.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/sweep/watched_images.h"
+
+namespace tq::test {
+namespace {
+
+struct Sample {
+  const char* name;
+  Bytes file;
+};
+
+std::vector<Sample> samples() {
+  std::vector<Sample> all;
+  for (const int bits : {1, 4, 8, 16, 24, 32}) all.push_back({"plain", plain_file(11, 3, bits)});
+  const auto add = [&](const char* name, const BmpFields& fields) {
+    all.push_back({name, bmp_file(fields)});
+  };
+  const Rgb white{255, 255, 255, 0}, black{0, 0, 0, 0};
+  add("inverted",
+      {.width = 20, .height = -3, .bits = 1, .palette = {white, black}, .pixels = pattern(12)});
+  add("5-6-5", {.width = 3,
+                .height = 2,
+                .bits = 16,
+                .compression = 3,
+                .pixels = pattern(16),
+                .masks = Bytes(12, 9)});
+  add("RLE8", {.width = 7,
+               .height = 3,
+               .bits = 8,
+               .compression = 1,
+               .palette = grey_palette(256),
+               .pixels = {3, 1, 0, 3, 2, 3, 4, 0, 0, 0, 0, 2, 2, 1, 4, 9, 0, 1}});
+  add("RLE4", {.width = 9,
+               .height = 2,
+               .bits = 4,
+               .compression = 2,
+               .palette = grey_palette(16),
+               .pixels = {3, 0x12, 0, 5, 0x34, 0x56, 0x70, 0, 0, 0, 9, 0x77, 0, 1}});
+  add("run lists", {.width = 40,
+                    .height = 2,
+                    .bits = 1,
+                    .compression = 99,
+                    .palette = grey_palette(2),
+                    .pixels = {6, 0, 3, 0, 9, 0, 4, 0, 1, 0}});
+  add("OS/2", {.header_bytes = 12,
+               .width = 5,
+               .height = 2,
+               .bits = 4,
+               .palette = grey_palette(16),
+               .pixels = pattern(8)});
+  add("bare", {.file_header = false,
+               .width = 5,
+               .height = 2,
+               .bits = 8,
+               .palette = grey_palette(256),
+               .pixels = pattern(16)});
+  return all;
+}
+
+// The image's looks, and nothing of it is left.
+std::vector<Seen> taken(std::int32_t image) {
+  std::vector<Seen> seen;
+  if (image >= 0) {
+    seen.push_back(see(image));
+    EXPECT_EQ(IMG_delete_bitmap(image), IMG_OK);
+  }
+  EXPECT_EQ(memory_probe::live_blocks() + memory_probe::tracked_blocks(), 0);
+  return seen;
+}
+
+TEST(StreamSweep, EveryPrefixIsTheSameByNameFromMemoryAndFromTheCaller) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("cut.bmp");
+  for (const Sample& sample : samples()) {
+    int images = 0;
+    for (std::size_t size = 0; size <= sample.file.size(); ++size) {
+      SCOPED_TRACE(testing::Message() << sample.name << ", " << size << " bytes");
+      const Bytes file(sample.file.begin(),
+                       sample.file.begin() + static_cast<std::ptrdiff_t>(size));
+      const GuardedBlock block(file);
+      const std::int32_t in_memory = IMG_decompress_bitmap_block(block.data(), block.size(), 0);
+      const std::vector<Seen> seen = taken(in_memory);
+      ASSERT_THAT(in_memory, testing::AnyOf(0, IMG_UNSUPPORTED, IMG_BAD_IMAGE));
+      images += static_cast<int>(seen.size());
+      // Files cost more; a cut inside the palette is like any other there.
+      if (size % 16 == 0 || size < 70 || size + 40 > sample.file.size()) {
+        write_file(name, file);
+        const std::int32_t by_name = IMG_decompress_bitmap(name.c_str());
+        ASSERT_EQ(by_name, in_memory);
+        ASSERT_EQ(taken(by_name), seen);
+        ASSERT_EQ(IMGLOW_get_filetype(name.c_str()),
+                  IMGLOW_get_filetype_block(block.data(), block.size()));
+      }
+      const MemoryFile stream(file);
+      const std::int32_t from_caller = IMG_decompress_bitmap_fd(1, 0, 0);
+      ASSERT_EQ(from_caller, in_memory);
+      ASSERT_EQ(taken(from_caller), seen);
+    }
+    EXPECT_GT(images, 0);
+  }
+}
+
+// A caller's functions of which one call answers something else than it should.
+struct FaultyCall {
+  std::int32_t number;  // counted from 0; reads and writes, or seeks
+  std::int32_t answer;
+  bool seeks;
+};
+
+std::int32_t calls_made = 0;
+FaultyCall faulty{};
+std::int64_t faulty_position = 0;
+Bytes faulty_bytes;
+
+std::int32_t IMG_CB_C faulty_seek(std::int32_t, std::int32_t offset, std::int32_t origin) {
+  if (faulty.seeks && calls_made++ == faulty.number) return faulty.answer;
+  const std::int64_t from[] = {0, faulty_position, static_cast<std::int64_t>(faulty_bytes.size())};
+  if (from[origin] + offset < 0) return -1;
+  faulty_position = from[origin] + offset;
+  return static_cast<std::int32_t>(faulty_position);
+}
+
+std::int32_t IMG_CB_C faulty_read(std::int32_t, void* buffer, std::int32_t count) {
+  const auto size = static_cast<std::int64_t>(faulty_bytes.size());
+  auto got = static_cast<std::int32_t>(std::clamp<std::int64_t>(size - faulty_position, 0, count));
+  const bool fault = !faulty.seeks && calls_made++ == faulty.number;
+  if (fault) got = std::min(got, std::max(faulty.answer, 0));
+  std::copy_n(faulty_bytes.data() + std::min(faulty_position, size), got,
+              static_cast<std::uint8_t*>(buffer));
+  faulty_position += got;
+  return fault ? faulty.answer : got;
+}
+
+std::int32_t IMG_CB_C faulty_write(std::int32_t, void* buffer, std::int32_t count) {
+  if (calls_made++ == faulty.number) return std::min(faulty.answer, count - 1);
+  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+  faulty_bytes.insert(faulty_bytes.end(), bytes, bytes + count);
+  return count;
+}
+
+TEST(StreamSweep, AnyReadOrSeekMayFailOrComeShort) {
+  IMGLOW_set_fileio(faulty_read, nullptr, faulty_seek);
+  for (const Sample& sample : samples()) {
+    for (const bool seeks : {false, true}) {
+      for (const std::int32_t answer : {-1, 0, 1, INT32_MIN, INT32_MAX}) {
+        if (!seeks && answer == INT32_MAX) continue;  // claims bytes that nobody has written
+        for (std::int32_t number = 0;; ++number) {
+          SCOPED_TRACE(testing::Message() << sample.name << (seeks ? ", seek " : ", read ")
+                                          << number << " answers " << answer);
+          faulty = {number, answer, seeks};
+          faulty_bytes = sample.file;
+          faulty_position = calls_made = 0;
+          const std::int32_t image = IMG_decompress_bitmap_fd(1, 0, 0);
+          taken(image);
+          if (calls_made <= number) {  // the fault was not reached
+            ASSERT_EQ(image, 0);
+            ASSERT_GT(number, 1);
+            break;
+          }
+          ASSERT_THAT(image, testing::AnyOf(0, IMG_UNSUPPORTED, IMG_BAD_IMAGE));
+          faulty_position = calls_made = 0;
+          ASSERT_THAT(IMGLOW_get_filetype_fd(1),
+                      testing::AnyOf(IMG_TYPE_BMP, IMG_TYPE_BMP_RLE, IMG_UNSUPPORTED));
+        }
+      }
+    }
+  }
+  IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+}
+
+struct SaveCase {
+  const char* name;
+  Bytes file;
+  std::int32_t code;
+};
+
+std::vector<SaveCase> saves() {
+  std::vector<SaveCase> all;
+  for (const int bits : {1, 4, 8, 24, 32}) {
+    const Bytes file = plain_file(11, 3, bits);
+    all.push_back({"plain", file, IMG_TYPE_BMP});
+    all.push_back({"DIB", file, IMG_TYPE_DIB});
+    if (bits == 4 || bits == 8) all.push_back({"coded", file, IMG_TYPE_BMP_RLE});
+  }
+  return all;
+}
+
+TEST(StreamSweep, MemoryThatIsTooSmallByAnyAmountIsAWriteFailure) {
+  for (const SaveCase& save : saves()) {
+    const std::int32_t image = load(save.file);
+    const Seen before = see(image);
+    const GuardedBlock ample(4000);
+    const std::int32_t whole = IMG_save_bitmap_block(image, ample.data(), 4000, save.code);
+    ASSERT_GT(whole, 40);
+    for (std::int32_t room = 0; room <= whole; ++room) {
+      const GuardedBlock block(static_cast<std::size_t>(room));
+      const std::int32_t saved =
+          IMG_save_bitmap_block(image, block.data(), block.size(), save.code);
+      ASSERT_EQ(saved, room == whole ? whole : IMG_WRITE_FAILED) << save.name << ", " << room;
+    }
+    EXPECT_EQ(see(image), before);
+    taken(image);
+  }
+}
+
+TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("half.bmp");
+  for (const SaveCase& save : saves()) {
+    const std::int32_t image = load(save.file);
+    const Seen before = see(image);
+    IMGLOW_set_fileio(nullptr, faulty_write, nullptr);
+    for (const std::int32_t answer : {-1, 0, 1, INT32_MAX}) {  // the last: one byte less
+      for (std::int32_t number = 0;; ++number) {
+        SCOPED_TRACE(testing::Message()
+                     << save.name << ", write " << number << " answers " << answer);
+        faulty = {number, answer, false};
+        faulty_bytes.clear();
+        calls_made = 0;
+        const std::int32_t saved = IMG_save_bitmap_fd(image, 1, save.code);
+        const bool reached = calls_made > number;
+        ASSERT_EQ(saved, reached ? IMG_WRITE_FAILED : IMG_OK);
+        calls_made = 0;
+        ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), save.code), saved);
+        ASSERT_EQ(std::filesystem::exists(name), saved == IMG_OK);
+        std::filesystem::remove(name);
+        if (!reached) break;
+      }
+    }
+    IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+    EXPECT_EQ(see(image), before);
+    taken(image);
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

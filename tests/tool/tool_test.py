@@ -1,0 +1,378 @@
+#!/usr/bin/python3
+"""Tests of the command line program: tool_test.py PROGRAM [unittest's arguments]."""
+import json
+import os
+import pathlib
+import pty
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+import bmp
+
+PROGRAM = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "tarnquill"
+WAIT = 60  # seconds, where something has to happen soon
+
+
+class ToolTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def write(self, name, data):
+        path = self.folder / name
+        path.write_bytes(data)
+        return path
+
+    def write_picture(self, name, width=20, height=10, bits=24, **more):
+        return self.write(name, bmp.encode(bmp.random_pixels(width, height, bits), bits, **more))
+
+    def run_tool(self, *words, data=b"", **more):
+        return subprocess.run([PROGRAM, *map(str, words)], input=data, capture_output=True,
+                              cwd=self.folder, timeout=WAIT, **more)
+
+    def succeed(self, *words, **more):
+        done = self.run_tool(*words, **more)
+        self.assertEqual((done.returncode, done.stderr.decode()), (0, ""), words)
+        return done.stdout
+
+    def fail(self, code, message, *words, **more):
+        """The run ends with this exit code and message; the names are those of the test's folder."""
+        done = self.run_tool(*words, **more)
+        self.assertEqual(done.returncode, code, (words, done.stderr))
+        self.assertIn(message, done.stderr.decode(), words)
+        return done
+
+    def convert(self, source, *options):
+        """(bits, rows) of a result."""
+        self.succeed("convert", *options, source, "result.bmp")
+        return bmp.decode((self.folder / "result.bmp").read_bytes())
+
+    def names(self):
+        return sorted(os.listdir(self.folder))
+
+
+class Usage(ToolTest):
+    def test_wrong_usage_is_exit_code_2_and_says_what_is_wrong(self):
+        self.write_picture("a.bmp")
+        self.write_picture("b.bmp")
+        for words, message in [
+                ([], "a command is missing"),
+                (["transmogrify"], "unknown command transmogrify"),
+                (["info"], "needs the name of a file"),
+                (["info", "--colour", "a.bmp"], "unknown option --colour"),
+                (["info", "--json=yes", "a.bmp"], "takes no value"),
+                (["convert", "a.bmp"], "needs an input and an output"),
+                (["convert", "a.bmp", "out"], "use --code"),
+                (["convert", "a.bmp", "-"], "needs --code"),
+                (["convert", "a.bmp", "b.bmp", "c.bmp"], "need a folder"),
+                (["convert", "a.bmp", "."], "needs --code"),
+                (["convert", "--code", "bmq", "a.bmp", "x"], "unknown file type code 'bmq'"),
+                (["convert", "a.bmp", "x.bmp", "--crop"], "--crop needs a value"),
+                (["convert", "--crop", "1,2,3", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
+                (["convert", "--crop", "0,0,0,5", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
+                (["convert", "--crop", "0,0,9999999999,5", "a.bmp", "x.bmp"], "--crop takes"),
+                (["convert", "--size", "12", "a.bmp", "x.bmp"], "--size takes WxH"),
+                (["convert", "--reduce", "2", "a.bmp", "x.bmp"], "--reduce takes 8, 4 or 1"),
+                (["convert", "--page", "0", "a.bmp", "x.bmp"], "--page takes a number from 1"),
+                (["convert", "--rect", "0,0,5,5", "--size", "5x5", "a.bmp", "x.bmp"], "exclude each other"),
+                (["convert", "--crop", "20,0,5,5", "a.bmp", "x.bmp"], "a.bmp: --crop lies outside of the image of 20x10"),
+                (["convert", "--rect", "-9,-9,9,9", "a.bmp", "x.bmp"], "a.bmp: --rect lies outside"),
+        ]:
+            with self.subTest(words):
+                self.fail(2, message, *words)
+        self.assertEqual(self.names(), ["a.bmp", "b.bmp"])
+
+    def test_help_and_version_go_to_standard_output(self):
+        self.assertIn(b"Commands:", self.succeed("--help"))
+        self.assertRegex(self.succeed("--version"), rb"^tarnquill \d+\.\d+\.\d+ \(interface 8\.3\)\n$")
+        for words in (["convert", "-h"], ["help", "convert"], ["convert", "--help", "a", "b"]):
+            self.assertIn(b"--dither-mode N", self.succeed(*words))
+
+    def test_options_may_stand_anywhere_and_end_at_two_dashes(self):
+        self.write_picture("-a.bmp")
+        self.succeed("convert", "-o", "b.bmp", "--crop=1,1,3,2", "--", "-a.bmp")
+        self.succeed("convert", "./-a.bmp", "c.bmp", "-crop", "3x2+1+1")
+        self.assertEqual((self.folder / "b.bmp").read_bytes(), (self.folder / "c.bmp").read_bytes())
+
+    def test_an_image_is_not_written_to_a_terminal(self):
+        self.write_picture("a.bmp")
+        ours, theirs = pty.openpty()
+        done = subprocess.run([PROGRAM, "convert", "--code", "bmp", "a.bmp", "-"], stdout=theirs,
+                              stderr=subprocess.PIPE, cwd=self.folder, timeout=WAIT)
+        os.close(theirs)
+        os.close(ours)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"not written to a terminal", done.stderr)
+
+
+class Info(ToolTest):
+    def test_shows_what_the_files_are(self):
+        self.write_picture("photo.bmp", 20, 10, 24, dots_per_metre=11811)
+        self.write_picture("a long name.bmp", 300, 7, 1)
+        self.assertEqual(self.succeed("info", "photo.bmp", "a long name.bmp").decode(), """\
+FILE             FORMAT  CODE   SIZE  DEPTH  DPI  PAGES
+photo.bmp        BMP        1  20x10     24  300      1
+a long name.bmp  BMP        1  300x7      1    -      1
+""")
+
+    def test_json_is_valid_for_any_name_and_carries_failures(self):
+        odd = b'q"\\\n\xff\xc3\xa9.bmp'
+        pathlib.Path(os.fsdecode(os.fsencode(self.folder) + b"/" + odd)).write_bytes(
+            bmp.encode(bmp.random_pixels(4, 3, 8), 8, 3780))
+        self.write("noise", bytes(range(100, 160)))
+        done = self.run_tool("info", "--json", os.fsdecode(odd), "noise", "missing")
+        self.assertEqual(done.returncode, 1)
+        picture, noise, missing = json.loads(done.stdout)
+        self.assertEqual(picture, {"file": 'q"\\\n\ufffdé.bmp', "format": "BMP", "code": 1, "pages": 1,
+                                   "width": 4, "height": 3, "depth": 8, "x_dpi": 96, "y_dpi": 96})
+        self.assertEqual((noise["file"], noise["status"]), ("noise", -7))
+        self.assertEqual(missing, {"file": "missing", "status": -2, "error": "cannot be opened"})
+
+    def test_names_cannot_control_the_terminal(self):
+        name = "e\033[2J\u009b\x7f\ré.bmp"
+        self.write_picture(name)
+        self.assertIn("e?[2J???é.bmp  BMP ", self.succeed("info", name).decode())
+        self.fail(1, "tarnquill: ??é: cannot be opened (-2)\n", "info", "\n\u0080é")
+
+    def test_goes_on_after_files_that_cannot_be_read(self):
+        self.write_picture("good.bmp")
+        self.write("flat.bmp", bmp.header(0, 5, 24, 0))
+        self.write("unread.png", b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")
+        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.png", ".", "good.bmp")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr.decode().splitlines(), [
+            "tarnquill: missing.bmp: cannot be opened (-2)",
+            "tarnquill: flat.bmp: image data is invalid (-3)",
+            "tarnquill: unread.png: format or parameter is not supported (-7)",
+            "tarnquill: .: cannot be opened (-2)"])
+        self.assertRegex(done.stdout.decode(), r"(?m)^unread.png +PNG +43 +- +- +- +1$")
+        self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
+
+    def test_reads_standard_input(self):
+        picture = self.write_picture("a.bmp").read_bytes()
+        self.assertIn(b"standard input  BMP", self.succeed("info", "-", data=picture))
+        self.fail(1, "tarnquill: standard input: format or parameter is not supported (-7)", "info", "-")
+
+    def test_a_page_that_is_not_there_is_refused(self):
+        self.write_picture("a.bmp")
+        self.fail(1, "tarnquill: a.bmp: page is beyond the last one (-31)", "info", "--page", "2", "a.bmp")
+        self.fail(1, "page is beyond the last one (-31)", "convert", "--page", "2", "a.bmp", "b.bmp")
+
+
+class Rectangles(ToolTest):
+    WIDTH, HEIGHT = 45, 21
+    # As given, and where it comes to lie.
+    CASES = [
+        ("0,0,45,21", (0, 0, 45, 21)),  # all of it
+        ("3,2,9,5", (3, 2, 9, 5)),  # begins and ends inside of a byte
+        ("8,0,16,21", (8, 0, 16, 21)),
+        ("1,0,44,21", (1, 0, 44, 21)),  # touches the right and the bottom edge
+        ("44,20,1,1", (44, 20, 1, 1)),  # the last pixel
+        ("0,20,45,1", (0, 20, 45, 1)),
+        ("17,3,1000,1000", (17, 3, 28, 18)),  # reaches out of the image
+        ("-5,-6,10,10", (0, 0, 5, 4)),
+        ("2147483647x2147483647+13+7", (13, 7, 32, 14)),
+    ]
+
+    def test_are_exact_to_the_pixel_at_every_depth(self):
+        for bits in (1, 4, 8, 24, 32):
+            source = self.write_picture("source.bmp", self.WIDTH, self.HEIGHT, bits)
+            _, whole = bmp.decode(source.read_bytes())
+            for option in ("--crop", "--rect"):
+                for text, (x, y, width, height) in self.CASES:
+                    with self.subTest(bits=bits, option=option, rect=text):
+                        expected = [row[x:x + width] for row in whole[y:y + height]]
+                        self.assertEqual(self.convert(source, option, text), (bits, expected))
+
+    def test_crop_applies_to_the_scaled_and_reduced_image(self):
+        source = self.write_picture("source.bmp", self.WIDTH, self.HEIGHT, 24)
+        for options in (["--size", "30x11"], ["--reduce", "1"], ["--size", "31x13", "--reduce", "4"]):
+            with self.subTest(options):
+                bits, whole = self.convert(source, *options)
+                expected = [row[5:18] for row in whole[3:9]]
+                self.assertEqual(self.convert(source, *options, "--crop", "5,3,13,6"), (bits, expected))
+
+    def test_a_rectangle_while_decoding_and_a_crop_inside_of_it(self):
+        source = self.write_picture("source.bmp", self.WIDTH, self.HEIGHT, 4)
+        _, whole = bmp.decode(source.read_bytes())
+        self.assertEqual(self.convert(source, "--rect", "5,3,30,15", "--crop", "3,2,7,9"),
+                         (4, [row[8:15] for row in whole[5:14]]))
+
+    def test_keep_resolution_and_palette(self):
+        source = self.write_picture("source.bmp", 45, 21, 8, dots_per_metre=11811)
+        self.convert(source, "--crop", "3,3,9,9")
+        result = (self.folder / "result.bmp").read_bytes()
+        self.assertEqual(result[38:46], source.read_bytes()[38:46])
+        self.assertEqual(result[54:54 + 1024], source.read_bytes()[54:54 + 1024])
+
+
+class Conversions(ToolTest):
+    def test_the_code_or_the_name_chooses_the_format(self):
+        source = self.write_picture("a.bmp", 45, 21, 8)
+        original = source.read_bytes()
+        for options, name, compression in ((["--code", "12"], "x", 1), (["--code", "BMP-RLE"], "x.bmp", 1),
+                                           ([], "x.BMP", 0), (["--code=1"], "x.dib", 0)):
+            with self.subTest(options=options, name=name):
+                self.succeed("convert", *options, "a.bmp", name)
+                data = (self.folder / name).read_bytes()
+                self.assertEqual(data[30], compression)
+                self.assertEqual(bmp.decode(data), bmp.decode(original))
+        self.succeed("convert", "a.bmp", "y.dib")
+        self.assertEqual((self.folder / "y.dib").read_bytes(), original[14:])
+
+    def test_scaling_and_reducing_while_decoding(self):
+        source = self.write_picture("a.bmp", 200, 100, 24)
+        bits, rows = self.convert(source, "--size", "50x40", "--reduce", "8", "--dither-mode", "2")
+        self.assertEqual((bits, len(rows[0]), len(rows)), (8, 50, 40))
+        done = self.fail(0, "200x100 pixels are not larger than 300x40", "convert", "--size", "300x40",
+                         "a.bmp", "b.bmp")
+        self.assertEqual((self.folder / "b.bmp").read_bytes(), source.read_bytes(), done.stderr)
+        self.succeed("convert", "-q", "--size", "300x40", "a.bmp", "b.bmp")
+
+    def test_standard_input_and_output(self):
+        for bits in (1, 24):
+            picture = bmp.encode(bmp.random_pixels(300, 200, bits), bits)
+            result = self.succeed("convert", "--code", "bmp", "-", "-", data=picture)
+            self.assertEqual(bmp.decode(result), bmp.decode(picture))
+        self.assertEqual(self.names(), [])
+
+    def test_many_inputs_go_to_a_folder(self):
+        for name in ("a.bmp", "b.x.bmp"):
+            self.write_picture(name)
+        (self.folder / "more").mkdir()
+        self.write_picture("more/a.bmp", 5, 5)
+        self.write("bad.bmp", b"nothing")
+        done = self.run_tool("convert", "a.bmp", "bad.bmp", "b.x.bmp", "more/a.bmp", "out/", "--code", "dib")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr.decode().splitlines(), [
+            "tarnquill: bad.bmp: format or parameter is not supported (-7)",
+            "tarnquill: more/a.bmp: out/a.dib is already the result of another input"])
+        self.assertEqual(sorted(os.listdir(self.folder / "out")), ["a.dib", "b.x.dib"])
+        self.assertEqual((self.folder / "out/a.dib").read_bytes(), (self.folder / "a.bmp").read_bytes()[14:])
+
+    def test_verbose_tells_of_each_result(self):
+        self.write_picture("a.bmp", 20, 10, 4)
+        self.fail(0, "a.bmp -> b.bmp: BMP compressed, 3x2, 4-bit\n", "convert", "-v", "--crop", "1,1,3,2",
+                  "--code", "12", "a.bmp", "b.bmp")
+
+
+class Destinations(ToolTest):
+    def test_a_failing_conversion_leaves_the_existing_file(self):
+        self.write_picture("a.bmp")
+        self.write("cut.bmp", b"BM\0\0")
+        self.write("kept", b"precious")
+        before = self.names()
+        for options, source, message in [
+                (["--code", "pcx"], "a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
+                (["--code", "12"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
+                (["--code", "12", "--crop", "1,1,2,2"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
+                (["--code", "9"], "a.bmp", "tarnquill: kept: the LZW module is not installed (-23)"),
+                (["--code", "64"], "a.bmp", "(-7)"),
+                (["--code", "bmp"], "cut.bmp", "tarnquill: cut.bmp: "),
+                (["--code", "bmp"], "missing.bmp", "tarnquill: missing.bmp: cannot be opened (-2)")]:
+            with self.subTest(options=options, source=source):
+                self.fail(1, message, "convert", *options, source, "kept")
+                self.assertEqual((self.folder / "kept").read_bytes(), b"precious")
+                self.assertEqual(self.names(), before)
+        self.fail(1, "tarnquill: no/where.bmp: cannot be created (-6)", "convert", "a.bmp", "no/where.bmp")
+
+    def test_a_file_may_be_converted_onto_itself_and_keeps_its_permissions(self):
+        source = self.write_picture("a.bmp", 45, 21, 4)
+        source.chmod(0o640)
+        whole = bmp.decode(source.read_bytes())[1]
+        (self.folder / "link.bmp").symlink_to("a.bmp")
+        self.succeed("convert", "--crop", "1,1,9,9", "a.bmp", "link.bmp")
+        self.assertTrue((self.folder / "link.bmp").is_symlink())
+        self.assertEqual(bmp.decode(source.read_bytes())[1], [row[1:10] for row in whole[1:10]])
+        self.assertEqual(stat.S_IMODE(source.stat().st_mode), 0o640)
+        self.assertEqual(self.names(), ["a.bmp", "link.bmp"])
+
+    def test_pipes_and_devices_stay_what_they_are(self):
+        source = self.write_picture("a.bmp")
+        pipe = self.folder / "pipe"
+        os.mkfifo(pipe)
+        read = []
+        reader = threading.Thread(target=lambda: read.append(pipe.read_bytes()), daemon=True)
+        reader.start()
+        self.succeed("convert", "--code", "bmp", "a.bmp", "pipe")
+        reader.join(WAIT)
+        self.assertEqual(read, [source.read_bytes()])
+        self.assertTrue(pipe.is_fifo())
+        writer = threading.Thread(target=lambda: pipe.write_bytes(source.read_bytes()), daemon=True)
+        writer.start()
+        self.succeed("convert", "pipe", "b.bmp")
+        self.assertEqual((self.folder / "b.bmp").read_bytes(), source.read_bytes())
+
+    def test_a_full_device_and_a_closed_pipe_are_failed_writes(self):
+        self.write_picture("a.bmp", 400, 400)
+        # Through a link of the test's own: a program that replaced it would not harm the machine.
+        (self.folder / "full").symlink_to("/dev/full")
+        self.write_picture("small.bmp", 4, 4)  # fails when buffers are flushed
+        for source in ("a.bmp", "small.bmp"):
+            self.fail(1, "tarnquill: full: writing failed (-9)", "convert", "--code", "1", source, "full")
+        self.assertTrue((self.folder / "full").is_char_device())
+        reading, writing = os.pipe()
+        os.close(reading)
+        done = subprocess.run([PROGRAM, "convert", "--code", "1", "a.bmp", "-"], stdout=writing,
+                              stderr=subprocess.PIPE, cwd=self.folder, timeout=WAIT)
+        os.close(writing)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"tarnquill: standard output: writing failed (-9)", done.stderr)
+
+
+class Interrupts(ToolTest):
+    def start(self, *words, **more):
+        process = subprocess.Popen([PROGRAM, *words], cwd=self.folder, **more)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def test_waiting_for_standard_input_ends(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            self.write("out.bmp", b"precious")
+            process = self.start("convert", "-", "out.bmp", stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+            process.stdin.write(b"BM and some more")
+            process.stdin.flush()
+            time.sleep(0.2)
+            self.assertIsNone(process.poll())
+            process.send_signal(number)
+            self.assertEqual(process.wait(WAIT), -number)
+            process.stdin.close()
+            self.assertEqual(process.stderr.read(), b"tarnquill: standard input: interrupted (-1000)\n")
+            process.stderr.close()
+            self.assertEqual((self.folder / "out.bmp").read_bytes(), b"precious")
+            self.assertEqual(self.names(), ["out.bmp"])
+
+    def test_long_work_shows_a_bar_and_ends_without_a_half_file(self):
+        rows = 30_000_000  # of one pixel each; the file has no blocks behind its header
+        with open(self.folder / "tall.bmp", "wb") as file:
+            file.write(bmp.header(1, rows, 24, 4 * rows))
+            file.truncate(54 + 4 * rows)
+        self.write("out.bmp", b"precious")
+        ours, theirs = pty.openpty()
+        self.addCleanup(os.close, ours)
+        process = self.start("convert", "--reduce", "8", "--dither-mode", "2", "tall.bmp", "out.bmp",
+                             stderr=theirs)
+        os.close(theirs)
+        shown = b""
+        while b"%" not in shown:
+            shown += os.read(ours, 1000)
+        self.assertRegex(shown, rb"tall\.bmp  (reading|writing) \[#*\.*\] +\d+ %")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(WAIT), -signal.SIGINT)
+        shown += os.read(ours, 100000)
+        # The name tells that decoding ended, not that a whole result was thrown away.
+        self.assertIn(b"\r\033[Ktarnquill: tall.bmp: interrupted (-1000)", shown)
+        self.assertEqual((self.folder / "out.bmp").read_bytes(), b"precious")
+        self.assertEqual(self.names(), ["out.bmp", "tall.bmp"])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,25 @@
+// The commands of the program; main.cpp has the table of them.
+#pragma once
+
+#include <span>
+
+#include "options.h"
+
+namespace tool {
+
+struct Command {
+  const char* name;
+  const char* operands;     // for the usage line
+  const char* summary;      // one line
+  const char* explanation;  // further paragraphs of the help text
+  std::span<const Option> options;
+  int (*run)(const Arguments& arguments);  // the exit code; throws UsageError, Failure
+};
+
+extern const Command kInfo;
+extern const Command kConvert;
+
+// Writes "tarnquill: MESSAGE" to standard error.
+void complain(const std::string& message);
+
+}  // namespace tool

@@ -1,0 +1,257 @@
+// tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
+#include <cstdio>
+#include <set>
+
+#include "codes.h"
+#include "command.h"
+#include "cropped_rows.h"
+#include "errors.h"
+#include "input.h"
+#include "output.h"
+#include "progress.h"
+#include "system.h"
+
+namespace tool {
+namespace {
+
+constexpr Option kOptions[] = {
+    {"code", 0, "N",
+     "file type code of the result, a number or a name:\nbmp (1), bmp-rle (12), dib (48)"},
+    {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
+    {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
+    {"size", 0, "WxH", "scale down to this size while decoding"},
+    {"reduce", 0, "8|4|1", "reduce to this many bits per pixel while decoding"},
+    {"dither-mode", 0, "N",
+     "how --reduce maps colours: 2 to the nearest one,\nany other number by an ordered dither "
+     "(default)"},
+    {"page", 0, "N", "the page to take, from 1 on"},
+    {"output", 'o', "OUT", "the result; all operands are inputs then"},
+    {"quiet", 'q', nullptr, "no notes and no progress bar"},
+    {"verbose", 'v', nullptr, "a line for each result"},
+    {"help", 'h', nullptr, "this text"},
+};
+
+struct Plan {
+  std::vector<std::string> inputs;
+  std::string out;
+  bool out_is_folder = false;
+  std::int32_t code = 0;
+  int page = 0;
+  std::optional<Rect> crop;
+  std::optional<Rect> rect;
+  std::optional<Size> size;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+class Image {
+ public:
+  explicit Image(std::int32_t handle) : handle_(handle) {
+    IMG_bitmap_info(handle_, &width_, &height_, &bits_);
+  }
+  ~Image() { IMG_delete_bitmap(handle_); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+
+  std::int32_t handle() const { return handle_; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int bits() const { return bits_; }
+
+ private:
+  std::int32_t handle_, width_ = 0, height_ = 0, bits_ = 0;
+};
+
+std::string size_text(std::int32_t width, std::int32_t height) {
+  return std::to_string(width) + "x" + std::to_string(height);
+}
+
+// ---- From the command line to a plan ----
+
+void choose_output(const Arguments& arguments, Plan& plan) {
+  plan.inputs = arguments.operands();
+  if (const auto named = arguments.value("output")) {
+    plan.out = *named;
+  } else {
+    if (plan.inputs.size() < 2) throw UsageError("convert needs an input and an output");
+    plan.out = plan.inputs.back();
+    plan.inputs.pop_back();
+  }
+  if (plan.inputs.empty()) throw UsageError("convert needs an input");
+  if (plan.out.empty()) throw UsageError("the name of the output is empty");
+  const PathKind kind = plan.out == "-" ? PathKind::other : path_kind(plan.out);
+  plan.out_is_folder =
+      kind == PathKind::folder || (kind == PathKind::absent && is_separator(plan.out.back()));
+  if (plan.inputs.size() > 1 && !plan.out_is_folder) {
+    throw UsageError("many inputs need a folder as the output: " + printable(plan.out));
+  }
+}
+
+std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
+  if (const auto text = arguments.value("code")) {
+    const auto code = parse_code(*text);
+    if (!code) throw UsageError("unknown file type code '" + printable(*text) + "'");
+    return *code;
+  }
+  if (plan.out_is_folder) throw UsageError("a folder as the output needs --code");
+  if (plan.out == "-") throw UsageError("standard output needs --code");
+  const auto code = code_of_file_name(plan.out);
+  if (!code) {
+    throw UsageError("no format is known by the end of '" + printable(plan.out) + "': use --code");
+  }
+  return *code;
+}
+
+// Settings are process-wide and the same for all inputs, except for the rectangle.
+void apply_settings(const Arguments& arguments, const Plan& plan) {
+  if (plan.size) IMGLOW_set_decompsize(plan.size->width, plan.size->height);
+  if (const auto bits = arguments.number("reduce", 1, 8)) {
+    if (*bits != 8 && *bits != 4 && *bits != 1) throw UsageError("--reduce takes 8, 4 or 1");
+    IMGLOW_set_decomp_reduction(*bits);
+  }
+  if (const auto mode = arguments.number("dither-mode", 0, 0x7FFFFFFF)) {
+    IMGLOW_set_dithermode(*mode);
+  }
+}
+
+Plan make_plan(const Arguments& arguments) {
+  Plan plan;
+  choose_output(arguments, plan);
+  plan.code = choose_code(arguments, plan);
+  plan.page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
+  if (const auto text = arguments.value("crop")) plan.crop = parse_rect("crop", *text);
+  if (const auto text = arguments.value("rect")) plan.rect = parse_rect("rect", *text);
+  if (const auto text = arguments.value("size")) plan.size = parse_size("size", *text);
+  if (plan.rect && plan.size) throw UsageError("--rect and --size exclude each other; see --crop");
+  plan.quiet = arguments.has("quiet");
+  plan.verbose = arguments.has("verbose");
+  if (plan.out == "-" && is_terminal(stdout)) {
+    throw UsageError("an image is not written to a terminal: use -o FILE or a pipe");
+  }
+  return plan;
+}
+
+// ---- One input ----
+
+Rect inside(const char* what, const Rect& rect, const std::string& label, int width, int height) {
+  const Rect part = clipped(rect, width, height);
+  if (part.width < 1 || part.height < 1) {
+    throw UsageError(printable(label) + ": --" + what + " lies outside of the image of " +
+                     size_text(width, height) + " pixels");
+  }
+  return part;
+}
+
+// Applies the decode rectangle and looks whether scaling will happen.
+void prepare_decode(const Plan& plan, const Input& input) {
+  if (const std::int32_t pages = input.pages(); plan.page > 0 && pages > 0 && plan.page >= pages) {
+    throw Failure(input.label(), IMG_PAGE_PAST_END);
+  }
+  if (!plan.rect && (!plan.size || plan.quiet)) return;
+  const ImageFacts facts = input.facts(plan.page);
+  if (plan.rect) {
+    const Rect rect = inside("rect", *plan.rect, input.label(), facts.width, facts.height);
+    IMGLOW_set_decomp_rect(rect.x, rect.y, rect.width, rect.height);
+  }
+  if (plan.size && (facts.width <= plan.size->width || facts.height <= plan.size->height)) {
+    complain(printable(input.label()) + ": " + size_text(facts.width, facts.height) +
+             " pixels are not larger than " + size_text(plan.size->width, plan.size->height) +
+             " in both directions and stay as they are");
+  }
+}
+
+std::int32_t save(const Image& image, const std::optional<Rect>& crop, const Output& output,
+                  std::int32_t code, Progress& progress) {
+  if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), code);
+  return CroppedRows(image.handle(), *crop, progress).save(output.stream(), code);
+}
+
+void convert(const Plan& plan, const std::string& from, const std::string& to, Progress& progress) {
+  progress.begin_file(from == "-" ? "standard input" : from);
+  std::optional<Input> input(from);
+  prepare_decode(plan, *input);
+  progress.begin_stage("reading");
+  const Image image(input->decode(plan.page));
+  const std::string label = input->label();
+  input.reset();  // the output may be the same file
+
+  Rect written = {0, 0, image.width(), image.height()};
+  std::optional<Rect> crop;
+  if (plan.crop) {
+    const Rect part = inside("crop", *plan.crop, label, image.width(), image.height());
+    if (part.width < image.width() || part.height < image.height()) crop = part;
+    written = part;
+  }
+  progress.begin_stage("writing");
+  const FileCode* const type = find_code(plan.code);
+  Output output(to, type != nullptr && type->appends);
+  check(output.label(), save(image, crop, output, plan.code, progress));
+  output.commit();
+  progress.clear();
+  if (plan.verbose && !plan.quiet) {
+    std::fprintf(stderr, "%s -> %s: %s, %s, %d-bit\n", printable(label).c_str(),
+                 printable(output.label()).c_str(), type != nullptr ? type->title : "?",
+                 size_text(written.width, written.height).c_str(), image.bits());
+  }
+}
+
+// ---- All inputs ----
+
+std::string output_name(const Plan& plan, const std::string& input) {
+  if (!plan.out_is_folder) return plan.out;
+  const FileCode* const type = find_code(plan.code);
+  std::string name = plan.out;
+  if (!is_separator(name.back())) name += '/';
+  name += input == "-" ? "stdin" : stem_of(input);
+  return type != nullptr ? name + "." + type->ending : name;
+}
+
+int run_convert(const Arguments& arguments) {
+  const Plan plan = make_plan(arguments);
+  apply_settings(arguments, plan);
+  if (plan.out_is_folder && path_kind(plan.out) == PathKind::absent && !make_folder(plan.out)) {
+    throw Failure(plan.out, IMG_CANNOT_CREATE);
+  }
+  Progress progress(!plan.quiet && is_terminal(stderr));
+  std::set<std::string> written;
+  int code = kExitOk;
+  for (const std::string& input : plan.inputs) {
+    const auto failed = [&](const std::string& message, int exit_code) {
+      progress.clear();
+      complain(message);
+      code = std::max(code, exit_code);
+    };
+    try {
+      const std::string name = output_name(plan, input);
+      if (!written.insert(name).second) {
+        failed(
+            printable(input) + ": " + printable(name) + " is already the result of another input",
+            kExitError);
+        continue;
+      }
+      convert(plan, input, name, progress);
+    } catch (const Failure& failure) {
+      failed(failure.what(), kExitError);
+    } catch (const UsageError& error) {
+      failed(error.what(), kExitUsage);
+    }
+    if (interrupted() != 0) break;
+  }
+  return code;
+}
+
+}  // namespace
+
+const Command kConvert = {
+    "convert",
+    "IN... OUT",
+    "Cuts, scales and reduces images, and saves them in another format.",
+    "IN and OUT may be - for standard input and output. Many inputs need a folder as OUT; results\n"
+    "there are named after their inputs. Without --code the end of OUT's name decides. Rectangles\n"
+    "are given as X,Y,W,H or WxH+X+Y in pixels from the top left corner, and are cut at the edges\n"
+    "of the image. OUT is replaced only by a complete result.\n",
+    kOptions,
+    run_convert,
+};
+
+}  // namespace tool

@@ -1,0 +1,210 @@
+// tarnquill info: what files are, as a table or as JSON.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+
+#include "codes.h"
+#include "command.h"
+#include "errors.h"
+#include "input.h"
+
+namespace tool {
+namespace {
+
+constexpr Option kOptions[] = {
+    {"json", 0, nullptr, "an array of objects instead of a table"},
+    {"page", 0, "N", "the page to look at, from 1 on"},
+    {"help", 'h', nullptr, "this text"},
+};
+
+// What is known of one file.
+struct Report {
+  std::string file;
+  std::optional<std::int32_t> code;
+  std::optional<std::int32_t> pages;
+  std::optional<ImageFacts> facts;
+  std::int32_t status = IMG_OK;  // why something is not known
+};
+
+Report look_at(const std::string& name, int page) {
+  Report report;
+  report.file = name;
+  try {
+    const Input input(name);
+    report.file = input.label();
+    report.code = check(report.file, input.file_type());
+    if (const std::int32_t pages = input.pages(); pages >= 0) report.pages = pages;
+    if (report.pages && page >= std::max(*report.pages, 1)) {
+      throw Failure(report.file, IMG_PAGE_PAST_END);
+    }
+    report.facts = input.facts(page);
+  } catch (const Failure& failure) {
+    report.status = failure.status();
+  }
+  return report;
+}
+
+std::string title_of(std::int32_t code) {
+  const FileCode* const named = find_code(code);
+  return named != nullptr ? named->title : "code " + std::to_string(code);
+}
+
+// ---- Table ----
+
+using Cells = std::array<std::string, 7>;
+constexpr bool kAlignedRight[] = {false, false, true, true, true, true, true};
+
+Cells cells_of(const Report& report) {
+  Cells cells = {printable(report.file), "-", "-", "-", "-", "-", "-"};
+  if (report.code) {
+    cells[1] = title_of(*report.code);
+    cells[2] = std::to_string(*report.code);
+  }
+  if (report.facts) {
+    const ImageFacts& facts = *report.facts;
+    cells[3] = std::to_string(facts.width) + "x" + std::to_string(facts.height);
+    cells[4] = std::to_string(facts.bits);
+    if (facts.x_dpi > 0 && facts.y_dpi > 0) {
+      cells[5] = std::to_string(facts.x_dpi);
+      if (facts.y_dpi != facts.x_dpi) cells[5] += "x" + std::to_string(facts.y_dpi);
+    }
+  }
+  if (report.pages) cells[6] = std::to_string(*report.pages);
+  return cells;
+}
+
+// UTF-8 continuation bytes take no room on the screen.
+std::size_t columns(const std::string& text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+void print_table(const std::vector<Report>& reports) {
+  std::vector<Cells> table = {{"FILE", "FORMAT", "CODE", "SIZE", "DEPTH", "DPI", "PAGES"}};
+  for (const Report& report : reports) {
+    if (report.code) table.push_back(cells_of(report));
+  }
+  if (table.size() == 1) return;  // nothing but complaints
+  std::array<std::size_t, std::tuple_size_v<Cells>> widths = {};
+  for (const Cells& cells : table) {
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      widths[i] = std::max(widths[i], columns(cells[i]));
+    }
+  }
+  for (const Cells& cells : table) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      const std::string gap(widths[i] - columns(cells[i]), ' ');
+      if (i > 0) line += "  ";
+      line += kAlignedRight[i] ? gap + cells[i] : cells[i] + gap;
+    }
+    std::puts(line.c_str());
+  }
+}
+
+// ---- JSON ----
+
+// The length of the well-formed UTF-8 character at the front of `text`, 0 if there is none.
+std::size_t utf8_length(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned first = byte(0);
+  if (first < 0x80) return 1;
+  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
+  const bool surrogate = first == 0xED && byte(1) >= 0xA0;
+  const bool beyond = first == 0xF4 && byte(1) >= 0x90;
+  return overlong || surrogate || beyond ? 0 : length;
+}
+
+std::string quoted(std::string_view text) {
+  std::string result = "\"";
+  while (!text.empty()) {
+    const std::size_t length = utf8_length(text);
+    const auto c = static_cast<unsigned char>(text[0]);
+    if (length == 0) {
+      result += "\\ufffd";  // file names may hold any bytes, JSON may not
+    } else if (c < 0x20) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", c);
+      result += escape;
+    } else {
+      if (c == '"' || c == '\\') result += '\\';
+      result += text.substr(0, length);
+    }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return result + "\"";
+}
+
+std::string or_null(std::optional<std::int32_t> number) {
+  return number ? std::to_string(*number) : "null";
+}
+
+void print_json(const std::vector<Report>& reports) {
+  std::string text = "[";
+  for (const Report& report : reports) {
+    text += text.size() == 1 ? "\n  {" : ",\n  {";
+    text += "\"file\": " + quoted(report.file);
+    if (report.code) {
+      text += ", \"format\": " + quoted(title_of(*report.code));
+      text += ", \"code\": " + std::to_string(*report.code);
+      text += ", \"pages\": " + or_null(report.pages);
+    }
+    if (report.facts) {
+      const ImageFacts& facts = *report.facts;
+      const auto dpi = [](int value) {
+        return or_null(value > 0 ? std::optional(value) : std::nullopt);
+      };
+      text += ", \"width\": " + std::to_string(facts.width);
+      text += ", \"height\": " + std::to_string(facts.height);
+      text += ", \"depth\": " + std::to_string(facts.bits);
+      text += ", \"x_dpi\": " + dpi(facts.x_dpi) + ", \"y_dpi\": " + dpi(facts.y_dpi);
+    }
+    if (report.status < 0) {
+      text += ", \"status\": " + std::to_string(report.status);
+      text += ", \"error\": " + quoted(status_meaning(report.status));
+    }
+    text += "}";
+  }
+  std::fputs((text + "\n]\n").c_str(), stdout);
+}
+
+int run_info(const Arguments& arguments) {
+  if (arguments.operands().empty()) throw UsageError("info needs the name of a file");
+  const int page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
+  std::vector<Report> reports;
+  for (const std::string& name : arguments.operands()) reports.push_back(look_at(name, page));
+  if (arguments.has("json")) {
+    print_json(reports);
+  } else {
+    print_table(reports);
+  }
+  bool failed = std::fflush(stdout) != 0;
+  for (const Report& report : reports) {
+    if (report.status == IMG_OK) continue;
+    complain(Failure(report.file, report.status).what());
+    failed = true;
+  }
+  return failed ? kExitError : kExitOk;
+}
+
+}  // namespace
+
+const Command kInfo = {
+    "info",
+    "FILE...",
+    "Tells what image files are.",
+    "Shows format, file type code, size in pixels, bits per pixel, dots per inch and the number "
+    "of\n"
+    "pages. Size and depth are those of the decoded image. A FILE of - is standard input. What is\n"
+    "not known is shown as -, in JSON as null or not at all.\n",
+    kOptions,
+    run_info,
+};
+
+}  // namespace tool

@@ -1,0 +1,103 @@
+// Opening, asking and decoding.
+#include "input.h"
+
+#include <cstring>
+#include <memory>
+
+#include "dib_header.h"
+#include "errors.h"
+#include "system.h"
+
+namespace tool {
+namespace {
+
+struct CloseFile {
+  void operator()(std::FILE* file) const {
+    if (file != stdin) std::fclose(file);
+  }
+};
+
+std::vector<std::uint8_t> read_all(std::FILE* file, const std::string& label) {
+  constexpr std::size_t kChunk = 1 << 16;
+  std::vector<std::uint8_t> bytes;
+  for (;;) {
+    const std::size_t held = bytes.size();
+    bytes.resize(held + kChunk);
+    const std::size_t got = std::fread(bytes.data() + held, 1, kChunk, file);
+    bytes.resize(held + got);
+    if (interrupted() != 0) throw Failure(label, kInterrupted);
+    if (got == kChunk) continue;
+    if (std::ferror(file) != 0) throw Failure(label, IMG_READ_FAILED);
+    return bytes;
+  }
+}
+
+std::int32_t IMG_CB_C keep_header(void* header, void* kept) {
+  std::memcpy(kept, header, sizeof(DibHeader));
+  return IMG_STOP_AFTER_HEADER;
+}
+
+std::int32_t IMG_CB_C refuse_row(void* /*row*/, void* /*context*/, std::int32_t /*y*/,
+                                 std::int32_t /*bytes*/) {
+  return IMG_STOP_AFTER_HEADER;
+}
+
+}  // namespace
+
+Input::Input(const std::string& name) : label_(name == "-" ? "standard input" : name) {
+  if (name == "-") {
+    set_binary(stdin);
+    bytes_ = read_all(stdin, label_);
+    return;
+  }
+  switch (path_kind(name)) {
+    case PathKind::file:
+      stream_ = open_to_read(name);
+      if (stream_ < 0) throw Failure(label_, IMG_CANNOT_OPEN);
+      return;
+    case PathKind::other: {  // a pipe or a device
+      const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rb"));
+      if (file == nullptr) throw Failure(label_, IMG_CANNOT_OPEN);
+      bytes_ = read_all(file.get(), label_);
+      return;
+    }
+    default:
+      throw Failure(label_, IMG_CANNOT_OPEN);
+  }
+}
+
+Input::~Input() {
+  if (!in_memory()) close_stream(stream_);
+}
+
+std::int32_t Input::file_type() const {
+  return in_memory() ? IMGLOW_get_filetype_block(bytes_.data(), bytes_.size())
+                     : IMGLOW_get_filetype_fd(stream_);
+}
+
+std::int32_t Input::pages() const {
+  return in_memory() ? IMGLOW_get_pages_block(bytes_.data(), bytes_.size())
+                     : IMGLOW_get_pages_fd(stream_);
+}
+
+ImageFacts Input::facts(int page) const {
+  DibHeader header = {};
+  const std::int32_t result =
+      in_memory() ? IMGLOW_decompress_bitmap_block(bytes_.data(), bytes_.size(), page, refuse_row,
+                                                   &header, keep_header)
+                  : IMGLOW_decompress_bitmap(stream_, 0, page, refuse_row, &header, keep_header);
+  if (result != IMG_STOP_AFTER_HEADER) check(label_, result);
+  // The callback sees what the file says.
+  if (header.biWidth < 1 || header.biHeight < 1 || header.biBitCount < 1) {
+    throw Failure(label_, IMG_BAD_IMAGE);
+  }
+  return {header.biWidth, header.biHeight, header.biBitCount, header.biXPelsPerMeter,
+          header.biYPelsPerMeter};
+}
+
+std::int32_t Input::decode(int page) const {
+  return check(label_, in_memory() ? IMG_decompress_bitmap_block(bytes_.data(), bytes_.size(), page)
+                                   : IMG_decompress_bitmap_fd(stream_, 0, page));
+}
+
+}  // namespace tool

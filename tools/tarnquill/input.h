@@ -1,0 +1,43 @@
+// An encoded image to read: a file, or all of standard input.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// What an image is before it is decoded.
+struct ImageFacts {
+  int width = 0;
+  int height = 0;
+  int bits = 0;
+  int x_dpi = 0;  // 0: not known
+  int y_dpi = 0;
+};
+
+class Input {
+ public:
+  // Files that cannot be read from any position, and "-", are taken into memory. Throws Failure.
+  explicit Input(const std::string& name);
+  ~Input();
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
+
+  const std::string& label() const { return label_; }  // for messages
+
+  // As the library's functions; `page` counts from 0. The first two may give a status code.
+  std::int32_t file_type() const;
+  std::int32_t pages() const;
+  ImageFacts facts(int page) const;     // throws Failure
+  std::int32_t decode(int page) const;  // the image handle; throws Failure
+
+ private:
+  bool in_memory() const { return stream_ < 0; }
+
+  std::string label_;
+  std::int32_t stream_ = -1;
+  std::vector<std::uint8_t> bytes_;
+};
+
+}  // namespace tool

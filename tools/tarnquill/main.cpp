@@ -1,0 +1,111 @@
+// The program: finds the command, hands it its arguments, turns what it throws into exit codes.
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "errors.h"
+#include "system.h"
+
+namespace tool {
+
+void complain(const std::string& message) {
+  std::fprintf(stderr, "tarnquill: %s\n", message.c_str());
+}
+
+namespace {
+
+constexpr const Command* kCommands[] = {&kInfo, &kConvert};
+
+const Command* find_command(const std::string& name) {
+  for (const Command* command : kCommands) {
+    if (name == command->name) return command;
+  }
+  return nullptr;
+}
+
+int print(const std::string& text) {
+  std::fputs(text.c_str(), stdout);
+  return std::fflush(stdout) == 0 ? kExitOk : kExitError;
+}
+
+std::string general_help() {
+  std::string text =
+      "Usage: tarnquill COMMAND [OPTION]... OPERAND...\n"
+      "Reads, converts and writes raster images.\n"
+      "\n"
+      "Commands:\n";
+  for (const Command* command : kCommands) {
+    std::string line = std::string("  ") + command->name;
+    line.resize(12, ' ');
+    text += line + command->summary + "\n";
+  }
+  return text +
+         "  help      explains a command: tarnquill help convert\n"
+         "\n"
+         "Options:\n"
+         "  -h, --help     this text, or a command's\n"
+         "      --version  the versions of the program and of the interface\n"
+         "\n"
+         "Exit codes: 0 success, 1 a file could not be processed, 2 wrong usage.\n";
+}
+
+std::string command_help(const Command& command) {
+  return std::string("Usage: tarnquill ") + command.name + " [OPTION]... " + command.operands +
+         "\n" + command.summary + "\n\n" + command.explanation + "\n" +
+         options_help(command.options);
+}
+
+int print_version() {
+  std::int32_t major = 0;
+  std::int32_t minor = 0;
+  IMG_ifl_version(&major, &minor);
+  return print("tarnquill " TARNQUILL_VERSION " (interface " + std::to_string(major) + "." +
+               std::to_string(minor) + ")\n");
+}
+
+int print_help(const std::string& name) {
+  const Command* const command = find_command(name);
+  if (command == nullptr) throw UsageError("unknown command " + printable(name));
+  return print(command_help(*command));
+}
+
+int run(const std::vector<std::string>& words) {
+  if (words.empty()) throw UsageError("a command is missing");
+  const std::string& first = words[0];
+  if (first == "--version" || first == "-version") return print_version();
+  if (first == "-h" || first == "--help" || first == "-help") return print(general_help());
+  if (first == "help") return words.size() == 1 ? print(general_help()) : print_help(words[1]);
+  const Command* const command = find_command(first);
+  if (command == nullptr) throw UsageError("unknown command " + printable(first));
+  const Arguments arguments(std::span<const std::string>(words).subspan(1), command->options);
+  if (arguments.has("help")) return print(command_help(*command));
+  return command->run(arguments);
+}
+
+int run_and_report(int argc, char** argv) {
+  try {
+    return run(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+  } catch (const UsageError& error) {
+    complain(error.what());
+    std::fputs("Try: tarnquill --help\n", stderr);
+    return kExitUsage;
+  } catch (const std::bad_alloc&) {
+    complain(status_meaning(IMG_OUT_OF_MEMORY));
+  } catch (const std::exception& error) {
+    complain(error.what());
+  }
+  return kExitError;
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int argc, char** argv) {
+  tool::catch_interrupts();
+  const int code = tool::run_and_report(argc, argv);
+  if (const int signal = tool::interrupted(); signal != 0) tool::end_by_signal(signal);
+  return code;
+}
