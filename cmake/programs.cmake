@@ -36,5 +36,10 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
     add_executable(tarnquill_bench ${TQ_BENCH_SOURCES})
     target_link_libraries(tarnquill_bench PRIVATE
       ${TQ_LAYERS} tq_warnings benchmark::benchmark_main)
+    find_package(TIFF QUIET)  # to compare with
+    if(TIFF_FOUND)
+      target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_LIBTIFF)
+      target_link_libraries(tarnquill_bench PRIVATE TIFF::TIFF)
+    endif()
   endif()
 endif()

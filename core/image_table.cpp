@@ -54,17 +54,24 @@ void free_record(ImageHandle handle) {
   trim_table();
 }
 
-// A caller may have registered the pixels of another image; they go with the last of the two.
-bool pixels_of_another(const ImageRecord& image) {
-  if (table.adopted == 0) return false;
-  for (const ImageRecord* other : std::span(table.records, table.in_use)) {
-    if (other != nullptr && other != &image && other->dib == image.dib) return true;
+// Another image over the same pixels: a caller may register those of an image that exists.
+ImageRecord* sharer_of(const ImageRecord& image) {
+  if (table.adopted == 0) return nullptr;
+  for (ImageRecord* other : std::span(table.records, table.in_use)) {
+    if (other != nullptr && other != &image && other->dib == image.dib) return other;
   }
-  return false;
+  return nullptr;
 }
 
+// Shared pixels go with the last image: what the library owns passes on to the next one.
 void free_pixels(const ImageRecord& image) {
-  if (!pixels_of_another(image)) free_block(image.dib);
+  ImageRecord* heir = sharer_of(image);
+  if (heir == nullptr) {
+    free_block(image.dib);
+  } else if (heir->caller_owned && !image.caller_owned) {
+    heir->caller_owned = false;
+    --table.adopted;
+  }
 }
 
 }  // namespace

@@ -27,20 +27,72 @@ std::uint64_t load_pixels(std::span<const std::uint8_t> bits, std::size_t at) {
   return __builtin_bswap64(pixels);
 }
 
-// Clears bits first .. last - 1.
-void clear_bits(std::span<std::uint8_t> bits, std::int32_t first, std::int32_t last) {
-  if (first >= last) return;
-  const auto first_byte = static_cast<std::size_t>(first / 8);
-  const auto last_byte = static_cast<std::size_t>(last / 8);
-  const auto before = static_cast<std::uint8_t>(~(0xFF >> (first & 7)));  // bits that stay
-  const auto after = static_cast<std::uint8_t>(0xFF >> (last & 7));
-  if (first_byte == last_byte) {
-    bits[first_byte] &= static_cast<std::uint8_t>(before | after);
-    return;
+template <class Position>
+std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
+                          std::span<Position> out) {
+  std::size_t count = 0;
+  std::uint64_t last = 1;  // the pixel before, white at first
+  const std::int32_t bytes = (width + 7) / 8;
+  const auto row = bits.first(static_cast<std::size_t>(bytes));
+  for (std::int32_t x = 0; x < width; x += 64) {
+    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
+    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
+    while (changes != 0) {
+      const int at = std::countl_zero(changes);
+      if (count == out.size()) return -1;
+      out[count++] = static_cast<Position>(x + at);
+      changes &= ~(std::uint64_t{1} << (63 - at));
+    }
+    last = pixels & 1;
   }
-  bits[first_byte] &= before;
-  std::fill(bits.begin() + first_byte + 1, bits.begin() + last_byte, std::uint8_t{0});
-  if ((last & 7) != 0) bits[last_byte] &= after;
+  return static_cast<std::int32_t>(count);
+}
+
+// Draws black runs from the left into a white row, 32 pixels at a time.
+class RunPen {
+ public:
+  explicit RunPen(std::span<std::uint8_t> bits) : bits_(bits) {
+    std::memset(bits.data(), 0xFF, bits.size());
+  }
+  void draw(std::uint32_t first, std::uint32_t end) {
+    if (first / 32 != at_) put(first / 32);
+    if (end / 32 == at_) {
+      word_ &= ~(kWhite >> first % 32) | kWhite >> end % 32;
+      return;
+    }
+    word_ &= ~(kWhite >> first % 32);
+    put(at_ + 1);
+    for (; at_ != end / 32; ++at_) std::memset(bits_.data() + 4 * at_, 0, 4);
+    word_ = kWhite >> end % 32;
+  }
+  void finish() {
+    if (4 * at_ < bits_.size()) put(0);
+  }
+
+ private:
+  static constexpr std::uint32_t kWhite = ~std::uint32_t{0};
+
+  void put(std::uint32_t next) {
+    const std::uint32_t stored = __builtin_bswap32(word_);
+    std::memcpy(bits_.data() + 4 * at_, &stored, sizeof stored);
+    word_ = kWhite;
+    at_ = next;
+  }
+
+  std::span<std::uint8_t> bits_;
+  std::uint32_t word_ = kWhite;  // the leftmost pixel in the top bit
+  std::uint32_t at_ = 0;         // which word of the row that is
+};
+
+template <class Position>
+void draw_runs(std::span<const Position> row, std::int32_t width, std::span<std::uint8_t> bits) {
+  RunPen pen(bits);
+  for (std::size_t i = 0; i < row.size(); i += 2) {
+    const auto end = i + 1 < row.size() ? static_cast<std::int32_t>(row[i + 1]) : width;
+    pen.draw(static_cast<std::uint32_t>(row[i]), static_cast<std::uint32_t>(end));
+  }
+  pen.finish();
 }
 
 void whiten_padding(std::span<std::uint8_t> bits, std::int32_t width) {
@@ -175,30 +227,21 @@ std::size_t most_bytes(const ImageRecord& image) {
 
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                                  std::span<std::uint16_t> out) {
-  std::size_t count = 0;
-  std::uint64_t last = 1;  // the pixel before, white at first
-  const std::int32_t bytes = (width + 7) / 8;
-  const auto row = bits.first(static_cast<std::size_t>(bytes));
-  for (std::int32_t x = 0; x < width; x += 64) {
-    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
-    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
-    while (changes != 0) {
-      const int at = std::countl_zero(changes);
-      if (count == out.size()) return -1;
-      out[count++] = static_cast<std::uint16_t>(x + at);
-      changes &= ~(std::uint64_t{1} << (63 - at));
-    }
-    last = pixels & 1;
-  }
-  return static_cast<std::int32_t>(count);
+  return find_changes(bits, width, out);
+}
+
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::int32_t> out) {
+  return find_changes(bits, width, out);
 }
 
 void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits) {
-  std::fill(bits.begin(), bits.end(), std::uint8_t{0xFF});
-  for (std::size_t i = 0; i < row.size(); i += 2) {
-    clear_bits(bits, row[i], i + 1 < row.size() ? row[i + 1] : width);
-  }
+  draw_runs(row, width, bits);
+}
+
+void transitions_to_bits(std::span<const std::int32_t> row, std::int32_t width,
+                         std::span<std::uint8_t> bits) {
+  draw_runs(row, width, bits);
 }
 
 std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t width,

@@ -27,8 +27,14 @@ constexpr std::int64_t most_transitions(std::int64_t width) {
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                                  std::span<std::uint16_t> out);
 
-// Draws a row of `width` pixels; the rest of `bits` is set to 1.
+// Draws a row of `width` pixels; the rest of `bits`, a multiple of 4 bytes, is set to 1.
 void transitions_to_bits(Transitions row, std::int32_t width, std::span<std::uint8_t> bits);
+
+// The same for rows of any width.
+std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                                 std::span<std::int32_t> out);
+void transitions_to_bits(std::span<const std::int32_t> row, std::int32_t width,
+                         std::span<std::uint8_t> bits);
 
 // Reads a run list as decoders deliver it (length word, positions, closers): positions below
 // `width` as long as they ascend, until the list or `out` ends. Returns how many.

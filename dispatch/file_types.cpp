@@ -5,7 +5,9 @@
 
 #include "dispatch/probes.h"
 #include "formats/bmp/bmp.h"
+#include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
+#include "formats/pdf/pdf.h"
 #include "formats/plugin/plugin.h"
 #include "formats/png/png.h"
 #include "io/endian.h"
@@ -63,13 +65,15 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); }, .traits = kByName},
     {.code = 59, .detect_switch = 59, .type = "pdf",
      .test = [](const Probe& p) { return p.has("%PDF"); },
+     .decode = decode_pdf, .encode = encode_pdf, .can_append = can_append_pdf,
      .supplier = Supplier::transitions, .traits = kMultiPage},
     {.code = 11, .detect_switch = 11, .type = "dcx",
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
      .decode = decode_dcx, .encode = encode_dcx, .can_append = can_append_dcx,
      .count_pages = count_dcx_pages, .traits = kMultiPage | kByName},
     {.code = 13, .detect_switch = 13, .type = "jpg",
-     .test = [](const Probe& p) { return p.has("\xFF\xD8"); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
+     .decode = decode_jpeg, .encode = encode_jpeg, .traits = kByName},
     {.code = 5, .detect_switch = 5, .type = "wpg",
      .test = [](const Probe& p) { return p.has("WPC", 1); }, .traits = kByName},
     {.code = 18, .detect_switch = 18, .type = "cal",

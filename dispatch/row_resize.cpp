@@ -43,7 +43,8 @@ void gather(Row row, int bits, Out out, std::int32_t count, Source&& source) {
     default:
       break;
   }
-  const auto bytes = static_cast<std::size_t>(std::max(bits / 8, 1));
+  // A depth of its own kind has one byte a pixel.
+  const std::size_t bytes = bits == 16 || bits == 24 || bits == 32 ? bits / 8 : 1;
   for (std::int32_t i = 0; i < count; ++i) {
     std::memcpy(&out[static_cast<std::size_t>(i) * bytes],
                 &row[static_cast<std::size_t>(source(i)) * bytes], bytes);

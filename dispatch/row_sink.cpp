@@ -109,7 +109,10 @@ ImageShape ImageSink::choose_shape() {
     shape.palette = reducer_.palette();
     shape.compression = 0;
   }
-  shape.in_runs = header.biBitCount == 1 && shape.width <= kWidestRuns;
+  if (header.biBitCount == 1) {
+    shape.in_runs = shape.width <= kWidestRuns;
+    shape.compression = 0;  // of one that is too wide for runs, whatever its file says
+  }
   return shape;
 }
 
@@ -133,6 +136,8 @@ Status ImageSink::header(const HeaderBlock& block) {
   has_header_ = false;
   last_scaled_row_ = -1;
   const ImageShape shape = choose_shape();
+  // A decode rectangle may be anything.
+  TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
   TQ_TRY(allocate_buffers(shape));
   TQ_TRY(create_image(*record, source_, shape));
   width_ = record->width;
@@ -140,7 +145,7 @@ Status ImageSink::header(const HeaderBlock& block) {
   bits_ = record->bits;
   has_header_ = true;
   delivered_.start(record->in_runs);  // run lists start white
-  if (callers_can_look()) delivered_.clear_others(*record);
+  if (callers_can_look()) clear_undelivered(*record);
   return kOk;
 }
 
@@ -188,6 +193,17 @@ std::span<const std::uint8_t> ImageSink::fit_row(std::span<const std::uint8_t> p
   return pixels;
 }
 
+// Rows that were not delivered become 0. Those that a cut reaches beyond the source are white in 1
+// bit, as columns are.
+void ImageSink::clear_undelivered(ImageRecord& record) {
+  delivered_.clear_others(record);
+  if (record.in_runs || fit_ != Fit::cut || bits_ != 1) return;
+  for (std::int32_t y = std::max(source_.header.biHeight - top_, 0); y < height_; ++y) {
+    const std::span<std::uint8_t> row = plain_row(record, y);
+    std::fill(row.begin(), row.end(), std::uint8_t{0xFF});
+  }
+}
+
 Status ImageSink::store(ImageRecord& record, std::span<const std::uint8_t> bytes, std::int32_t y) {
   if (record.in_runs) return store_bits(record, y, bytes);
   delivered_.add(record, y);
@@ -205,7 +221,8 @@ Status ImageSink::row(std::span<const std::uint8_t> bytes, std::int32_t y) {
 
   const std::int32_t source_y = y;
   if (!place_row(y)) return kOk;
-  if (record->in_runs && fit_ == Fit::whole && bytes.size() != source_row_) {
+  const bool is_run_list = source_.header.biBitCount == 1 && bytes.size() != source_row_;
+  if (is_run_list && record->in_runs && fit_ == Fit::whole) {
     const auto count =
         static_cast<std::size_t>(read_run_list(bytes, width_, transitions_.pixels()));
     return store_transitions(*record, y, transitions_.pixels().first(count));
@@ -219,7 +236,7 @@ Status ImageSink::finish() {
   ImageRecord* record = image();
   if (record == nullptr) return StatusCode::bad_handle;
   if (!has_header_) return StatusCode::bad_image;
-  if (!record->in_runs) delivered_.clear_others(*record);
+  if (!record->in_runs) clear_undelivered(*record);
   return kOk;
 }
 

@@ -53,6 +53,7 @@ class ImageSink {
   bool place_row(std::int32_t& y);
   std::span<const std::uint8_t> whole_row(std::span<const std::uint8_t> bytes);
   std::span<const std::uint8_t> fit_row(std::span<const std::uint8_t> pixels);
+  void clear_undelivered(ImageRecord& image);
   Status store(ImageRecord& image, std::span<const std::uint8_t> bytes, std::int32_t y);
 
   ImageHandle handle_;

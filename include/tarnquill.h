@@ -449,6 +449,22 @@ IMG_API int32_t IMG_CALL IMG_save_bitmap_mem(int32_t image, void* block, int32_t
 IMG_API int32_t IMG_CALL IMG_save_bitmap_block(int32_t image, void* block, size_t size,
                                                int32_t code);
 
+/* How JPEG files are written. The second gives the sampling factors of luminance: every h-th pixel
+ * of every v-th row gives a chrominance sample, without averaging.
+ *
+ *   quality     1..100, others are taken as the nearest of these. Until the first call the tables
+ *               are those of quality 50, but for two chrominance entries.
+ *   h, v        2, 1 at first. They are checked by the save: IMG_UNSUPPORTED unless both are 1..4
+ *               and h * v plus one block for each other component is at most 10.
+ *
+ * Saving a grey image sets both factors to 1, saving a 32-bit image sets h to 1, for later saves
+ * too; call the setter again before the next colour image. The colour weights do not add up to
+ * exactly 1 and chrominance is not averaged: expect 1 to 6 dB less than other encoders give at
+ * the same tables. 32-bit images, also those of blue, green, red, unused bytes, are written as
+ * four components: promote to 24 bits what other programs shall read. Return 0. */
+IMG_API int32_t IMG_CALL IMGLOW_set_comp_quality(int32_t quality);
+IMG_API int32_t IMG_CALL IMGLOW_set_jpg_interleave(int32_t h, int32_t v);
+
 /* Encode rows of your own.
  *
  *   header      IMG_HEADER_BLOCK_BYTES: geometry and palette of the rows

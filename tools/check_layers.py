@@ -15,7 +15,7 @@ MAY_INCLUDE = {
     "platform": set(),
     "core": {"platform"},
     "io": {"core", "platform"},
-    "formats": {"io", "core"},
+    "formats": {"io", "core", "platform"},
     "process": {"core"},
     "dispatch": {"process", "formats", "io", "core", "platform"},
 }

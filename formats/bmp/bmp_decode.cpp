@@ -1,11 +1,13 @@
 // Uncompressed BMP rows, delivered from where they lie unless a row has to be changed; rows with
 // their length in front; and the choice of the row reader.
 #include <algorithm>
+#include <limits>
 
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/bmp/bmp_header.h"
 #include "formats/bmp/bmp_rows.h"
+#include "formats/jpeg/jpeg.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
 
@@ -167,6 +169,14 @@ Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
   }
 }
 
+// A JPEG file in place of the pixels: size, depth, palette and resolution are its own.
+Status decode_embedded_jpeg(const DecodeRequest& request, const BmpFile& file) {
+  if (file.pixels_at < 0 || file.pixels_at > std::numeric_limits<std::int32_t>::max()) {
+    return StatusCode::read_failed;
+  }
+  return decode_jpeg({request.stream, static_cast<std::uint32_t>(file.pixels_at), request.sink});
+}
+
 }  // namespace
 
 Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64_t chunk_bytes,
@@ -178,8 +188,7 @@ Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64
 Status decode_bmp(const DecodeRequest& request) {
   BmpFile file;
   TQ_TRY(read_bmp_header(request, file));
-  // JPEG data have no decoder yet; the header is left to it.
-  if (file.rows == BmpRows::jpeg) return StatusCode::unsupported;
+  if (file.rows == BmpRows::jpeg) return decode_embedded_jpeg(request, file);
   TQ_TRY(request.sink.header(file.image));
   TQ_TRY(decode_rows(request, file));
   return kOk;

@@ -64,8 +64,10 @@ class WatchedImages {
 
   WatchedImages() {
     EXPECT_EQ(load(plain_file(70, 5, 1)), kRuns);
-    EXPECT_EQ(load(plain_file(70, 5, 1)), kPlain);
+    // Large enough for its run lists to outgrow their first block.
+    EXPECT_EQ(load(plain_file(600, 300, 1)), kPlain);
     EXPECT_EQ(IMG_runs_to_dib(kPlain), IMG_OK);
+    IMG_set_croprect(kPlain, 8, 1, 64, 5);
     EXPECT_EQ(load(plain_file(9, 4, 24)), kDeep);
     IMG_set_croprect(kDeep, 1, 1, 5, 2);
     IMGLOW_set_transp_color(kDeep, 200);

@@ -18,6 +18,7 @@ struct Command {
 
 extern const Command kInfo;
 extern const Command kConvert;
+extern const Command kAppend;
 
 // Writes "tarnquill: MESSAGE" to standard error.
 void complain(const std::string& message);

@@ -16,7 +16,8 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"code", 0, "N",
-     "file type code of the result, a number or a name:\nbmp (1), bmp-rle (12), dib (48)"},
+     "file type code of the result, a number or a name:\nbmp (1), bmp-rle (12), jpeg (13), dib "
+     "(48), pdf (59)"},
     {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
     {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
     {"size", 0, "WxH", "scale down to this size while decoding"},
@@ -35,6 +36,7 @@ struct Plan {
   std::vector<std::string> inputs;
   std::string out;
   bool out_is_folder = false;
+  bool appends = false;  // to what OUT holds already
   std::int32_t code = 0;
   int page = 0;
   std::optional<Rect> crop;
@@ -73,17 +75,33 @@ void choose_output(const Arguments& arguments, Plan& plan) {
   if (const auto named = arguments.value("output")) {
     plan.out = *named;
   } else {
-    if (plan.inputs.size() < 2) throw UsageError("convert needs an input and an output");
+    if (plan.inputs.size() < 2) throw UsageError("an input and an output are needed");
     plan.out = plan.inputs.back();
     plan.inputs.pop_back();
   }
-  if (plan.inputs.empty()) throw UsageError("convert needs an input");
+  if (plan.inputs.empty()) throw UsageError("an input is needed");
   if (plan.out.empty()) throw UsageError("the name of the output is empty");
   const PathKind kind = plan.out == "-" ? PathKind::other : path_kind(plan.out);
   plan.out_is_folder =
       kind == PathKind::folder || (kind == PathKind::absent && is_separator(plan.out.back()));
-  if (plan.inputs.size() > 1 && !plan.out_is_folder) {
-    throw UsageError("many inputs need a folder as the output: " + printable(plan.out));
+}
+
+bool holds_pages(std::int32_t code) {
+  const FileCode* const type = find_code(code);
+  return type != nullptr && type->appends;
+}
+
+void check_output(const Plan& plan) {
+  if (plan.out_is_folder) {
+    if (plan.appends) throw UsageError("a folder cannot be appended to");
+    return;
+  }
+  if (plan.appends && plan.out == "-") throw UsageError("standard output cannot be appended to");
+  if ((plan.inputs.size() > 1 || plan.appends) && !holds_pages(plan.code)) {
+    throw UsageError(plan.appends ? "this format holds one image only: " + printable(plan.out)
+                                  : "many inputs need a folder, or a format of many pages, as the "
+                                    "output: " +
+                                        printable(plan.out));
   }
 }
 
@@ -114,10 +132,12 @@ void apply_settings(const Arguments& arguments, const Plan& plan) {
   }
 }
 
-Plan make_plan(const Arguments& arguments) {
+Plan make_plan(const Arguments& arguments, bool appends) {
   Plan plan;
+  plan.appends = appends;
   choose_output(arguments, plan);
   plan.code = choose_code(arguments, plan);
+  check_output(plan);
   plan.page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
   if (const auto text = arguments.value("crop")) plan.crop = parse_rect("crop", *text);
   if (const auto text = arguments.value("rect")) plan.rect = parse_rect("rect", *text);
@@ -166,14 +186,16 @@ std::int32_t save(const Image& image, const std::optional<Rect>& crop, const Out
   return CroppedRows(image.handle(), *crop, progress).save(output.stream(), code);
 }
 
-void convert(const Plan& plan, const std::string& from, const std::string& to, Progress& progress) {
+// Decodes one input and saves it to the output that `open` gives; that may be the same file.
+template <class Open>
+void save_input(const Plan& plan, const std::string& from, Progress& progress, Open&& open) {
   progress.begin_file(from == "-" ? "standard input" : from);
   std::optional<Input> input(from);
   prepare_decode(plan, *input);
   progress.begin_stage("reading");
   const Image image(input->decode(plan.page));
   const std::string label = input->label();
-  input.reset();  // the output may be the same file
+  input.reset();
 
   Rect written = {0, 0, image.width(), image.height()};
   std::optional<Rect> crop;
@@ -183,12 +205,11 @@ void convert(const Plan& plan, const std::string& from, const std::string& to, P
     written = part;
   }
   progress.begin_stage("writing");
-  const FileCode* const type = find_code(plan.code);
-  Output output(to, type != nullptr && type->appends);
+  Output& output = open();
   check(output.label(), save(image, crop, output, plan.code, progress));
-  output.commit();
   progress.clear();
   if (plan.verbose && !plan.quiet) {
+    const FileCode* const type = find_code(plan.code);
     std::fprintf(stderr, "%s -> %s: %s, %s, %d-bit\n", printable(label).c_str(),
                  printable(output.label()).c_str(), type != nullptr ? type->title : "?",
                  size_text(written.width, written.height).c_str(), image.bits());
@@ -206,38 +227,76 @@ std::string output_name(const Plan& plan, const std::string& input) {
   return type != nullptr ? name + "." + type->ending : name;
 }
 
-int run_convert(const Arguments& arguments) {
-  const Plan plan = make_plan(arguments);
+// One result of all inputs, or none.
+void convert_to_pages(const Plan& plan, Progress& progress) {
+  std::optional<Output> output;
+  for (const std::string& input : plan.inputs) {
+    save_input(plan, input, progress, [&]() -> Output& {
+      if (!output) output.emplace(plan.out, plan.appends);
+      return *output;
+    });
+    if (interrupted() != 0) return;
+  }
+  output->commit();
+}
+
+void convert_one(const Plan& plan, const std::string& from, const std::string& to,
+                 Progress& progress) {
+  std::optional<Output> output;
+  save_input(plan, from, progress, [&]() -> Output& { return output.emplace(to, false); });
+  output->commit();
+}
+
+// Calls `work`; the exit code of what it throws.
+template <class Work>
+int reported(Progress& progress, Work&& work) {
+  try {
+    work();
+    return kExitOk;
+  } catch (const Failure& failure) {
+    progress.clear();
+    complain(failure.what());
+    return kExitError;
+  } catch (const UsageError& error) {
+    progress.clear();
+    complain(error.what());
+    return kExitUsage;
+  }
+}
+
+int convert_each(const Plan& plan, Progress& progress) {
+  std::set<std::string> written;
+  int code = kExitOk;
+  for (const std::string& input : plan.inputs) {
+    const std::string name = output_name(plan, input);
+    if (!written.insert(name).second) {
+      complain(printable(input) + ": " + printable(name) +
+               " is already the result of another input");
+      code = std::max<int>(code, kExitError);
+      continue;
+    }
+    code = std::max(code, reported(progress, [&] { convert_one(plan, input, name, progress); }));
+    if (interrupted() != 0) break;
+  }
+  return code;
+}
+
+int run(const Arguments& arguments, bool appends) {
+  const Plan plan = make_plan(arguments, appends);
   apply_settings(arguments, plan);
   if (plan.out_is_folder && path_kind(plan.out) == PathKind::absent && !make_folder(plan.out)) {
     throw Failure(plan.out, IMG_CANNOT_CREATE);
   }
   Progress progress(!plan.quiet && is_terminal(stderr));
-  std::set<std::string> written;
-  int code = kExitOk;
-  for (const std::string& input : plan.inputs) {
-    const auto failed = [&](const std::string& message, int exit_code) {
-      progress.clear();
-      complain(message);
-      code = std::max(code, exit_code);
-    };
-    try {
-      const std::string name = output_name(plan, input);
-      if (!written.insert(name).second) {
-        failed(
-            printable(input) + ": " + printable(name) + " is already the result of another input",
-            kExitError);
-        continue;
-      }
-      convert(plan, input, name, progress);
-    } catch (const Failure& failure) {
-      failed(failure.what(), kExitError);
-    } catch (const UsageError& error) {
-      failed(error.what(), kExitUsage);
-    }
-    if (interrupted() != 0) break;
-  }
-  return code;
+  if (plan.out_is_folder || !holds_pages(plan.code)) return convert_each(plan, progress);
+  return reported(progress, [&] { convert_to_pages(plan, progress); });
+}
+
+int run_convert(const Arguments& arguments) {
+  return run(arguments, false);
+}
+int run_append(const Arguments& arguments) {
+  return run(arguments, true);
 }
 
 }  // namespace
@@ -249,9 +308,23 @@ const Command kConvert = {
     "IN and OUT may be - for standard input and output. Many inputs need a folder as OUT; results\n"
     "there are named after their inputs. Without --code the end of OUT's name decides. Rectangles\n"
     "are given as X,Y,W,H or WxH+X+Y in pixels from the top left corner, and are cut at the edges\n"
-    "of the image. OUT is replaced only by a complete result.\n",
+    "of the image. OUT is replaced only by a complete result. A format of many pages (pdf) takes\n"
+    "many inputs into one file; if one of them fails, there is none.\n",
     kOptions,
     run_convert,
+};
+
+const Command kAppend = {
+    "append",
+    "IN... OUT",
+    "Adds images as further pages to a file.",
+    "Like convert, but the pages that OUT has stay in front. A file of another kind, or a "
+    "document\n"
+    "that another program wrote, is refused and stays as it is. OUT is changed by all inputs or "
+    "by\n"
+    "none.\n",
+    kOptions,
+    run_append,
 };
 
 }  // namespace tool

@@ -1,0 +1,149 @@
+// Reads a JPEG stream: header, scans, rows.
+#include <algorithm>
+#include <new>
+
+#include "core/palettes.h"
+#include "formats/jpeg/jpeg.h"
+#include "formats/jpeg/markers.h"
+#include "formats/jpeg/scan.h"
+
+namespace tq::formats {
+namespace {
+
+constexpr int kMostScans = 1000;
+
+HeaderBlock describe(const Tables& tables, Layout layout) {
+  const Frame& frame = tables.frame;
+  HeaderBlock image = dib_header(frame.width, frame.height, layout_bits(layout));
+  image.header.biXPelsPerMeter = tables.x_density;
+  image.header.biYPelsPerMeter = tables.y_density;
+  if (frame.count == 1) image.palette = grey_ramp();
+  return image;
+}
+
+// Everything that lives from the first scan to the last row.
+struct Decode {
+  Decode(ChunkReader& in, bool byte_by_byte, Tables& t)
+      : input(in), tables(t), geometry(t.frame), source(in, byte_by_byte) {}
+
+  ChunkReader& input;
+  Tables& tables;
+  Geometry geometry;
+  EntropySource source;
+  LookupTables* lookups = nullptr;
+  Band band;
+  CoefficientStore store;
+  std::array<bool, kMostComponents> seen{};  // components that had a scan
+};
+
+// The quantisers that hold when a component's first scan begins are its own.
+void take_quantisers(Decode& decode) {
+  const Tables& tables = decode.tables;
+  for (int i = 0; i < tables.scan.count; ++i) {
+    const int component = tables.scan.components[i].index;
+    if (decode.seen[component]) continue;
+    decode.seen[component] = true;
+    const int quantiser = tables.frame.components[component].quantiser;
+    decode.band.set_quantiser(component, tables.quantisers[quantiser]);
+  }
+}
+
+void read_all_scans(Decode& decode) {
+  const bool progressive = decode.tables.frame.progressive;
+  const auto all_seen = [&] {
+    return std::all_of(decode.seen.begin(), decode.seen.begin() + decode.geometry.count,
+                       [](bool seen) { return seen; });
+  };
+  for (int scans = 0; scans < kMostScans; ++scans) {
+    if (scan_is_valid(decode.tables)) {
+      take_quantisers(decode);
+      ScanReader reader(decode.tables, decode.geometry, *decode.lookups, decode.source);
+      if (progressive) {
+        store_progressive_scan(reader, decode.store);
+      } else {
+        store_sequential_scan(reader, decode.store);
+      }
+      if (!progressive && all_seen()) return;
+      decode.source.finish_scan(reader.bits());
+    }
+    if (read_segments(decode.input, false, decode.tables) != Segment::scan) return;
+  }
+}
+
+bool is_flat(const std::int16_t* block) {
+  int any = 0;
+  for (int i = 1; i < kBlock; ++i) any |= block[i];
+  return any == 0;
+}
+
+void transform_row(Decode& decode, int component, int y, int band_row) {
+  const Grid& grid = decode.geometry.grids[component];
+  Band& band = decode.band;
+  if (decode.store.untouched(component, y)) {
+    for (int x = 0; x < grid.columns; ++x) band.put_flat(component, x, band_row, 0);
+    return;
+  }
+  const std::int16_t* block = decode.store.row(component, y);
+  for (int x = 0; x < grid.columns; ++x, block += kBlock) {
+    if (is_flat(block)) {
+      band.put_flat(component, x, band_row, block[0]);
+    } else {
+      band.put(component, x, band_row, block, band.magnitude(component, block));
+    }
+  }
+}
+
+Status deliver_stored(Decode& decode, const RowSink& sink) {
+  const Geometry& geometry = decode.geometry;
+  for (int mcu_row = 0; mcu_row < geometry.mcu_rows; ++mcu_row) {
+    for (int i = 0; i < geometry.count; ++i) {
+      const int v = geometry.grids[i].v;
+      for (int y = 0; y < v; ++y) transform_row(decode, i, mcu_row * v + y, y);
+    }
+    decode.band.flush();
+    TQ_TRY(decode.band.deliver(sink, mcu_row * geometry.band_height()));
+  }
+  return kOk;
+}
+
+Status decode_scans(Decode& decode, const RowSink& sink, Layout layout) {
+  GlobalBlock room;
+  TQ_TRY(room.allocate(sizeof(LookupTables)));
+  decode.lookups = new (room.data()) LookupTables;
+  TQ_TRY(decode.source.allocate());
+  TQ_TRY(decode.band.allocate(decode.geometry, layout));
+  const Tables& tables = decode.tables;
+  if (!tables.frame.progressive && tables.scan.count == tables.frame.count) {
+    take_quantisers(decode);
+    ScanReader reader(decode.tables, decode.geometry, *decode.lookups, decode.source);
+    return stream_scan(reader, decode.band, sink);
+  }
+  TQ_TRY(decode.store.allocate(decode.geometry));
+  read_all_scans(decode);
+  return deliver_stored(decode, sink);
+}
+
+}  // namespace
+
+Status decode_jpeg(const DecodeRequest& request) {
+  // A page number means the only picture there is, which starts here.
+  if (!request.has_page()) {
+    const auto start = static_cast<std::int32_t>(request.offset_or_page);
+    if (seek(request.stream, start, Origin::start) < 0) return StatusCode::read_failed;
+  }
+  ChunkReader input;
+  TQ_TRY(input.open(request.stream, kSegmentChunk));
+  const bool byte_by_byte = reads_memory(request.stream) && memory_rest(request.stream).empty();
+  TQ_TRY(find_start(input));
+  Tables tables;
+  if (read_segments(input, true, tables) != Segment::scan) return StatusCode::bad_image;
+  TQ_TRY(check_frame(tables.frame));
+  if (!scan_is_valid(tables)) return StatusCode::bad_image;
+  const Layout layout = choose_layout(tables);
+  HeaderBlock image = describe(tables, layout);
+  TQ_TRY(request.sink.header(image));
+  Decode decode(input, byte_by_byte, tables);
+  return decode_scans(decode, request.sink, layout);
+}
+
+}  // namespace tq::formats

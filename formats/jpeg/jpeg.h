@@ -1,0 +1,18 @@
+// JPEG (ITU-T T.81): baseline, extended and progressive Huffman streams are read, baseline ones
+// written.
+#pragma once
+
+#include "formats/codec.h"
+
+namespace tq::formats {
+
+Status decode_jpeg(const DecodeRequest& request);
+
+// 8, 24 and 32 bits; any other depth is wrong_depth.
+Status encode_jpeg(const EncodeRequest& request);
+
+// What later saves use. The quality is taken as 1..100; factors are checked by the save.
+void set_jpeg_quality(std::int32_t quality);
+void set_jpeg_sampling(std::int32_t horizontal, std::int32_t vertical);
+
+}  // namespace tq::formats

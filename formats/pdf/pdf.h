@@ -1,0 +1,18 @@
+// PDF documents of one image per page: written page by page, and read as far as they are laid out
+// like that.
+#pragma once
+
+#include "formats/codec.h"
+
+namespace tq::formats {
+
+Status decode_pdf(const DecodeRequest& request);
+
+// Adds a page to the document in the stream, or starts one in a stream of less than 200 bytes.
+// bad_image, before anything is written, when the stream holds something else.
+Status encode_pdf(const EncodeRequest& request);
+
+// Whether a page can be added to what the stream holds.
+Status can_append_pdf(StreamHandle stream);
+
+}  // namespace tq::formats

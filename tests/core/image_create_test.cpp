@@ -1,0 +1,163 @@
+// Images from a header alone and from a caller's pixels: depths, palettes, sizes, what is not read.
+#include <gmock/gmock.h>
+
+#include <climits>
+#include <cstring>
+
+#include "core/licence.h"
+#include "core/settings.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/library_test.h"
+
+namespace tq::test {
+namespace {
+
+class ImageCreation : public LibraryTest {};
+
+std::size_t palette_room(int bits) {
+  if (bits == 24 || bits == 32) return 0;
+  return bits < 8 ? 4u << bits : 1024;
+}
+
+// Header, palette and rows of random bytes, and behind them an unmapped page.
+struct PackedDib {
+  PackedDib(std::int32_t width, std::int32_t height, int bits, std::size_t room)
+      : memory(40 + room) {
+    const Bytes noise = Random(7).bytes(memory.size());
+    std::memcpy(memory.data(), noise.data(), noise.size());
+    const HeaderBlock block = header_block(width, height, bits);
+    std::memcpy(memory.data(), &block, 40);
+  }
+  std::uint8_t* rest() const { return memory.data() + 40; }
+  GuardedBlock memory;
+};
+
+TEST_F(ImageCreation, EveryDepthReadsItsOwnPaletteAndNothingBehind) {
+  for (int bits = 0; bits <= 70; ++bits) {
+    const bool is_depth = bits >= 1 && bits <= 32;
+    const std::size_t palette = is_depth ? palette_room(bits) : 0;
+    const PackedDib alone(5, 3, bits, bits < 24 ? palette : 0);
+    const Image shell(IMG_create_handle_shell(alone.memory.data()));
+    EXPECT_EQ(shell, is_depth ? 0 : -3) << bits;
+    const std::size_t row = stride(5, bits);
+    const PackedDib dib(5, 3, bits, palette + 3 * row);
+    const std::int32_t kept = IMG_create_handle_keep(dib.memory.data());
+    EXPECT_EQ(kept, is_depth ? 1 : -3) << bits;
+    if (!is_depth) {
+      EXPECT_EQ(IMG_delete_bitmap(0), 0);
+      continue;
+    }
+    EXPECT_EQ(rows_of_image(shell), Rows(3, Bytes(row, 0))) << bits;
+    const std::uint8_t* pixels = dib.rest() + palette;
+    const Rows rows = rows_of_image(kept);
+    for (std::size_t y = 0; y < 3; ++y) {
+      EXPECT_EQ(rows[y], Bytes(pixels + (2 - y) * row, pixels + (3 - y) * row)) << bits;
+    }
+    if (bits >= 2 && bits < 24) {
+      Bytes entries(1024);
+      EXPECT_EQ(IMG_get_bitmap_palette(shell, entries.data()), static_cast<int>(palette / 4));
+      EXPECT_EQ(std::memcmp(entries.data(), alone.rest(), palette), 0) << bits;
+      entries.assign(1024, 0);
+      EXPECT_EQ(IMGLOW_get_palette(kept, entries.data()), 0);
+      EXPECT_EQ(std::memcmp(entries.data(), dib.rest(), palette), 0) << bits;
+    }
+    EXPECT_EQ(IMG_delete_bitmap_keep(kept), 0);
+  }
+}
+
+TEST_F(ImageCreation, TwoColoursBecomeBlackAndWhiteUnlessTheFirstHasAZero) {
+  struct Case {
+    Bytes palette, expected;
+  };
+  const Bytes black_white = {0, 0, 0, 255, 255, 255};
+  for (const Case& c : std::vector<Case>{{{255, 255, 255, 9, 0, 0, 0, 9}, black_white},
+                                         {{1, 1, 1, 9, 1, 1, 1, 9}, black_white},
+                                         {{0, 200, 200, 9, 5, 6, 7, 9}, {0, 200, 200, 5, 6, 7}},
+                                         {{200, 0, 200, 9, 5, 6, 7, 9}, {200, 0, 200, 5, 6, 7}},
+                                         {{200, 200, 0, 9, 5, 6, 7, 9}, {200, 200, 0, 5, 6, 7}},
+                                         {{0, 0, 0, 9, 0, 0, 0, 9}, {0, 0, 0, 0, 0, 0}}}) {
+    const PackedDib dib(9, 2, 1, 8 + 8);
+    std::memcpy(dib.rest(), c.palette.data(), 8);
+    const Bytes pixels(dib.rest() + 8, dib.rest() + 16);
+    const Image shell(IMG_create_handle_shell(dib.memory.data()));
+    const Image kept(IMG_create_handle_keep(dib.memory.data()));
+    for (const std::int32_t image : {std::int32_t{shell}, std::int32_t{kept}}) {
+      Bytes p(8);
+      EXPECT_EQ(IMG_get_bitmap_palette(image, p.data()), 2);
+      EXPECT_EQ((Bytes{p[0], p[1], p[2], p[4], p[5], p[6]}), c.expected);
+    }
+    EXPECT_EQ(Bytes(dib.rest() + 8, dib.rest() + 16), pixels) << "bits stay";
+    // Later writes are not judged.
+    EXPECT_EQ(IMGLOW_put_palette(shell, c.palette.data()), 0);
+    Bytes p(8);
+    EXPECT_EQ(IMGLOW_get_palette(shell, p.data()), 0);
+    EXPECT_EQ(p, c.palette);
+  }
+}
+
+TEST_F(ImageCreation, ShellTakesNothingFromTheDecodeSettings) {
+  IMGLOW_set_decompsize(3, 3);
+  IMGLOW_set_decomp_rect(1, 1, 4, 4);
+  IMGLOW_set_decomp_reduction(1);
+  HeaderBlock block = header_block(40, 20, 8);
+  block.header.biCompression = 200;
+  block.header.biClrUsed = 0x1007;
+  block.header.biXPelsPerMeter = 300;
+  block.header.biYPelsPerMeter = 600;
+  const Image image(IMG_create_handle_shell(&block));
+  const BitmapInfoHeader header = header_of_image(image);
+  EXPECT_EQ(header.biWidth, 40);
+  EXPECT_EQ(header.biHeight, 20);
+  EXPECT_EQ(header.biBitCount, 8);
+  EXPECT_EQ(header.biCompression, 0u);
+  EXPECT_EQ(header.biSizeImage, 800u);
+  EXPECT_EQ(header.biXPelsPerMeter, 300);
+  EXPECT_EQ(header.biYPelsPerMeter, 600);
+  EXPECT_EQ(header.biClrUsed, 0u) << "the transparent index is the image's, not the header's";
+  EXPECT_EQ(IMGLOW_get_transp_color(image), 7);
+  EXPECT_EQ(image.record().gamma, 0);
+  std::int32_t x = 9, y = 9, w = 0, h = 0;
+  EXPECT_EQ(IMG_get_croprect(image, &x, &y, &w, &h), 0);
+  EXPECT_THAT((std::array{x, y, w, h}), testing::ElementsAre(0, 0, 40, 20));
+
+  PackedDib dib(8, 1, 24, 24);
+  const std::int32_t kept = IMG_create_handle_keep(dib.memory.data());
+  EXPECT_EQ(image_record(ImageHandle{kept}).gamma, 150);
+  EXPECT_EQ(IMG_delete_bitmap_keep(kept), 0);
+}
+
+TEST_F(ImageCreation, SizesThatNoBlockHoldsAreRefusedBeforeAnythingIsWritten) {
+  struct Case {
+    std::int32_t width, height;
+    int bits;
+    std::int32_t status;
+  };
+  for (const Case& c : std::vector<Case>{{INT_MAX, INT_MAX, 32, -1},
+                                         {INT_MAX, 1, 32, -1},
+                                         {INT_MAX, 1, 8, -1},
+                                         {1, INT_MAX, 1, -1},
+                                         {65536, 65536, 8, -1},
+                                         {1 << 30, 4, 8, -1},     // 2^32: nothing in 32 bits
+                                         {1 << 30, 1, 32, -1},    // a row alone
+                                         {23170, 30901, 24, -1},  // a little above 2^31
+                                         {INT_MIN, 1, 8, -3},
+                                         {1, -1, 8, -3}}) {
+    HeaderBlock block = header_block(c.width, c.height, c.bits);
+    EXPECT_EQ(IMG_create_handle_shell(&block), c.status) << c.width << 'x' << c.height;
+    EXPECT_EQ(IMG_create_handle_keep(&block), c.status) << c.width << 'x' << c.height;
+    EXPECT_EQ(IMG_delete_bitmap(0), c.status == -3 ? 0 : -13) << "only bad geometry keeps a handle";
+  }
+}
+
+TEST_F(ImageCreation, LicenceCheckRefusesShells) {
+  const HeaderBlock block = header_block(4, 4, 8);
+  set_licence_check([]() -> Status { return StatusCode::refused_by_licence; });
+  EXPECT_EQ(IMG_create_handle_shell(&block), -19);
+  set_licence_check(nullptr);
+  const Image image(IMG_create_handle_shell(&block));
+  EXPECT_EQ(image, 0);
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,240 @@
+// What the exports answer: to handles that name nothing, to an image without pixels, to null
+// pointers; the crop rectangle and the values that an image carries.
+#include <gmock/gmock.h>
+
+#include <climits>
+#include <cstring>
+#include <functional>
+
+#include "tests/support/image_builder.h"
+#include "tests/support/library_test.h"
+
+namespace tq::test {
+namespace {
+
+class ImageExports : public LibraryTest {};
+
+struct Export {
+  const char* name;
+  std::function<std::int64_t(std::int32_t)> call;
+  bool needs_pixels = true;
+};
+
+std::uint8_t buffer[4096];
+std::int32_t IMG_CB_C supply_nothing(void*, void*, std::int32_t, std::int32_t) {
+  return 0;
+}
+
+const std::vector<Export>& exports_on_images() {
+  static const std::vector<Export> exports = {
+      {"bitmap_info", [](auto h) { return IMG_bitmap_info(h, nullptr, nullptr, nullptr); }},
+      {"bitmap_header", [](auto h) { return IMGLOW_get_bitmap_header(h, buffer); }},
+      {"get_raster", [](auto h) { return IMGLOW_get_raster(h, buffer, 0, 1); }},
+      {"put_raster", [](auto h) { return IMGLOW_put_raster(h, buffer, 0, 1); }},
+      {"get_palette", [](auto h) { return IMGLOW_get_palette(h, buffer); }},
+      {"put_palette", [](auto h) { return IMGLOW_put_palette(h, buffer); }},
+      {"bitmap_palette", [](auto h) { return IMG_bitmap_palette(h); }},
+      {"get_bitmap_palette", [](auto h) { return IMG_get_bitmap_palette(h, buffer); }},
+      {"runs_to_dib", [](auto h) { return IMG_runs_to_dib(h); }},
+      {"dib_to_runs", [](auto h) { return IMG_dib_to_runs(h); }},
+      {"save", [](auto h) { return IMG_save_bitmap(h, "nowhere/at/all.bmp", 1); }},
+      {"save_fd", [](auto h) { return IMG_save_bitmap_fd(h, -1, 1); }},
+      {"save_mem", [](auto h) { return IMG_save_bitmap_mem(h, buffer, 1); }},
+      {"save_block", [](auto h) { return IMG_save_bitmap_block(h, buffer, sizeof buffer, 1); }},
+      {"get_croprect",
+       [](auto h) { return IMG_get_croprect(h, nullptr, nullptr, nullptr, nullptr); }, false},
+      {"set_croprect", [](auto h) { return IMG_set_croprect(h, 0, 0, 1, 1); }, false},
+      {"display_rect",
+       [](auto h) { return IMGLOW_get_display_rect(h, nullptr, nullptr, nullptr, nullptr); },
+       false},
+      {"gamma", [](auto h) { return IMG_set_gamma(h, 1); }, false},
+      {"rop", [](auto h) { return IMGLOW_set_rop(h, 1); }, false},
+      {"angle", [](auto h) { return IMG_set_display_angle(h, 90); }, false},
+      {"set_transp", [](auto h) { return IMGLOW_set_transp_color(h, 0); }, false},
+      {"get_transp", [](auto h) { return IMGLOW_get_transp_color(h); }, false},
+  };
+  return exports;
+}
+
+TEST_F(ImageExports, RefuseHandlesThatNameNoImage) {
+  const Image low = make_image(1, 1, Rows(1, Bytes(4)));
+  Image middle = make_image(1, 1, Rows(1, Bytes(4)));
+  const Image high = make_image(1, 1, Rows(1, Bytes(4)));
+  const std::int32_t freed = middle.release();
+  ASSERT_EQ(IMG_delete_bitmap(freed), 0);
+  for (const std::int32_t handle : {-1, INT_MIN, INT_MAX, high + 1, 9999, 10000, 65536, freed}) {
+    for (const Export& tested : exports_on_images()) {
+      EXPECT_EQ(tested.call(handle), -13) << tested.name << ' ' << handle;
+    }
+    EXPECT_EQ(IMG_delete_bitmap(handle), -13);
+    EXPECT_EQ(IMG_delete_bitmap_keep(handle), -13);
+  }
+  // The handle is looked at before anything else.
+  EXPECT_EQ(IMG_save_bitmap(freed, nullptr, 77), -13);
+  EXPECT_EQ(IMG_save_bitmap_mem(freed, nullptr, 77), -13);
+  EXPECT_EQ(IMGLOW_get_raster(freed, nullptr, -1, -1), -13);
+  EXPECT_EQ(IMG_set_display_angle(freed, 45), -13);
+}
+
+TEST_F(ImageExports, HandleLeftByBadGeometryHasNoPixelsButCanBeDeleted) {
+  for (const auto& [width, height, bits] : std::vector<std::array<int, 3>>{
+           {0, 1, 8}, {1, 0, 8}, {1, 1, 0}, {-5, 1, 1}, {1, INT_MIN, 24}, {1, 1, 33}}) {
+    HeaderBlock dib = header_block(width, height, bits);
+    EXPECT_EQ(IMG_create_handle_keep(&dib), -3);
+    for (const Export& tested : exports_on_images()) {
+      EXPECT_EQ(tested.call(0), tested.needs_pixels ? -1 : 0) << tested.name;
+    }
+    EXPECT_EQ(IMG_create_handle_keep(&dib), -3) << "and takes the next handle";
+    EXPECT_EQ(IMG_delete_bitmap(1), 0);
+    EXPECT_EQ(IMG_delete_bitmap_keep(0), 0);
+  }
+}
+
+TEST_F(ImageExports, NullPointersAreRefusedOrSkipped) {
+  const Image image = make_image(3, 8, {{1, 2, 3, 4}, {5, 6, 7, 8}});
+  const std::vector<std::pair<std::int64_t, std::int64_t>> answers = {
+      {IMG_create_handle_keep(nullptr), -3},
+      {IMG_create_handle_shell(nullptr), -3},
+      {IMG_create_handle(nullptr), -7},
+      {IMG_create_handle_ddb(nullptr), -8},
+      {IMGLOW_get_raster(image, nullptr, 0, 0), -7},
+      {IMGLOW_put_raster(image, nullptr, 0, 0), -7},
+      {IMGLOW_get_bitmap_header(image, nullptr), 0},
+      {IMGLOW_get_palette(image, nullptr), 0},
+      {IMGLOW_put_palette(image, nullptr), 0},
+      {IMG_get_bitmap_palette(image, nullptr), 256},
+      {IMG_decompress_bitmap(nullptr), -2},
+      {IMG_decompress_bitmap_mem(nullptr, 0), -7},
+      {IMG_decompress_bitmap_block(nullptr, 10, 0), -7},
+      {IMGLOW_decompress_bitmap_mem(nullptr, 0, nullptr, nullptr, nullptr), -7},
+      {IMGLOW_decompress_bitmap_block(nullptr, 10, 0, nullptr, nullptr, nullptr), -7},
+      {IMGLOW_get_filetype(nullptr), -2},
+      {IMGLOW_get_filetype_mem(nullptr), -7},
+      {IMGLOW_get_filetype_block(nullptr, 10), -7},
+      {IMG_save_bitmap(image, nullptr, 1), -2},
+      {IMG_save_bitmap(image, nullptr, -1), -2},
+      {IMG_save_bitmap_mem(image, nullptr, 1), -7},
+      {IMG_save_bitmap_block(image, nullptr, 10, 1), -7},
+      {IMGLOW_save_bitmap(IMG_MEMORY_STREAM, nullptr, 1, supply_nothing, nullptr), -3},
+      {IMGLOW_save_bitmap_mem(nullptr, buffer, 1, supply_nothing, nullptr), -7},
+      {IMG_ifl_version(nullptr, nullptr), 0},
+  };
+  for (std::size_t i = 0; i < answers.size(); ++i) {
+    EXPECT_EQ(answers[i].first, answers[i].second) << "line " << i;
+  }
+}
+
+TEST_F(ImageExports, CropRectangleIsClampedAxisByAxis) {
+  struct Case {
+    std::int32_t from, side, clamped_from, clamped_side;
+  };
+  const std::vector<Case> axis_of_ten = {
+      {0, 10, 0, 9},      {0, 9, 0, 9},           {0, 8, 0, 8},       {3, 4, 3, 4},
+      {3, 6, 3, 6},       {3, 7, 3, 6},           {3, INT_MAX, 3, 6}, {9, 1, 9, 0},
+      {9, 0, 9, 0},       {8, 1, 8, 1},           {8, -7, 8, 1},      {10, 3, 0, 3},
+      {-1, 3, 0, 3},      {INT_MIN, 2, 0, 2},     {INT_MAX, 2, 0, 2}, {5, INT_MIN, 5, 1},
+      {9, INT_MAX, 9, 0}, {1, INT_MAX - 1, 1, 8}, {10, 10, 0, 9},
+  };
+  const Image wide = make_image(10, 8, Rows(40, Bytes(12)));
+  const Image high = make_image(40, 8, Rows(10, Bytes(40)));
+  for (const Case& c : axis_of_ten) {
+    std::int32_t x = 0, y = 0, w = 0, h = 0;
+    ASSERT_EQ(IMG_set_croprect(wide, c.from, 7, c.side, 11), 0);
+    ASSERT_EQ(IMG_get_croprect(wide, &x, &y, &w, &h), 0);
+    EXPECT_THAT((std::array{x, y, w, h}),
+                testing::ElementsAre(c.clamped_from, 7, c.clamped_side, 11));
+    ASSERT_EQ(IMG_set_croprect(high, 7, c.from, 11, c.side), 0);
+    ASSERT_EQ(IMG_get_croprect(high, &x, nullptr, nullptr, &h), 0);
+    ASSERT_EQ(IMG_get_croprect(high, nullptr, &y, &w, nullptr), 0);
+    EXPECT_THAT((std::array{x, y, w, h}),
+                testing::ElementsAre(7, c.clamped_from, 11, c.clamped_side));
+  }
+  // One pixel wide: whatever is set, nothing remains, and nothing can be saved.
+  const Image pixel = make_image(1, 8, Rows(1, Bytes(4)));
+  std::int32_t w = -1;
+  EXPECT_EQ(IMG_get_croprect(pixel, nullptr, nullptr, &w, nullptr), 0);
+  EXPECT_EQ(w, 1);
+  EXPECT_EQ(IMG_set_croprect(pixel, 0, 0, 1, 1), 0);
+  EXPECT_EQ(IMG_get_croprect(pixel, nullptr, nullptr, &w, nullptr), 0);
+  EXPECT_EQ(w, 0);
+  EXPECT_EQ(IMG_save_bitmap_block(pixel, buffer, sizeof buffer, 1), -3);
+}
+
+TEST_F(ImageExports, ValuesBelongToOneImage) {
+  const Image image = make_image(2, 8, Rows(2, Bytes(4)));
+  const Image other = make_image(2, 8, Rows(2, Bytes(4)));
+  EXPECT_EQ(IMGLOW_get_transp_color(image), -26);
+  EXPECT_EQ(IMGLOW_set_transp_color(image, 0x7FFFFE05), 0);
+  EXPECT_EQ(IMGLOW_get_transp_color(image), 5);
+  EXPECT_EQ(IMGLOW_set_transp_color(image, -1), 0);
+  EXPECT_EQ(IMGLOW_get_transp_color(image), 255);
+  for (const std::int32_t angle : {1, -90, 45, 360, INT_MIN}) {
+    EXPECT_EQ(IMG_set_display_angle(image, angle), -7);
+    EXPECT_EQ(image.record().display_angle, 0);
+  }
+  for (const std::int32_t angle : {90, 180, 0, 270}) {
+    EXPECT_EQ(IMG_set_display_angle(image, angle), 0);
+    EXPECT_EQ(image.record().display_angle, angle);
+  }
+  EXPECT_EQ(IMG_set_gamma(image, -7), 0);
+  EXPECT_EQ(IMGLOW_set_rop(image, 0x00660046), 0);
+  image.record().display = {1, 2, 3, 4};
+  std::int32_t x = 0, y = 0, w = 0, h = 0;
+  EXPECT_EQ(IMGLOW_get_display_rect(image, &x, &y, &w, &h), 0);
+  EXPECT_THAT((std::array{x, y, w, h}), testing::ElementsAre(1, 2, 3, 4));
+  EXPECT_EQ(image.record().gamma, -7);
+  EXPECT_EQ(image.record().raster_operation, 0x00660046);
+  EXPECT_EQ(IMGLOW_get_transp_color(other), -26);
+  EXPECT_EQ(other.record().display_angle, 0);
+  EXPECT_EQ(other.record().gamma, 0);
+  EXPECT_EQ(other.record().raster_operation, 0x00CC0020);
+}
+
+TEST_F(ImageExports, RasterAccessStaysInsideTheRow) {
+  for (const bool in_runs : {false, true}) {
+    const Image image = make_image(33, 1, Rows(2, Bytes(8, 0xFF)), in_runs);
+    for (const auto& [row, bytes] : std::vector<std::pair<int, int>>{
+             {-1, 0}, {2, 0}, {0, -1}, {INT_MIN, 8}, {INT_MAX, 8}, {0, INT_MIN}}) {
+      Bytes out(8, 0x11);
+      EXPECT_EQ(IMGLOW_get_raster(image, out.data(), row, bytes), -7);
+      EXPECT_EQ(out, Bytes(8, 0x11));
+      EXPECT_EQ(IMGLOW_put_raster(image, out.data(), row, bytes), -7);
+    }
+    // Exactly as long as what may be touched.
+    const Bytes three = {0x00, 0x0F, 0xF0}, whole(8, 0xFF);
+    EXPECT_EQ(IMGLOW_put_raster(image, three.data(), 1, 3), 0);
+    EXPECT_EQ(IMGLOW_put_raster(image, whole.data(), 0, INT_MAX), 0);
+    Bytes out(3);
+    EXPECT_EQ(IMGLOW_get_raster(image, out.data(), 1, 3), 0);
+    EXPECT_EQ(out, three);
+    EXPECT_EQ(rows_of_image(image),
+              (Rows{whole, {0x00, 0x0F, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}}));
+  }
+}
+
+TEST_F(ImageExports, WritesThroughTheHeadersAddressDoNotMoveRows) {
+  const Image image = make_image(5, 8, {{1, 2, 3, 4, 5, 0, 0, 0}, {6, 7, 8, 9, 10, 0, 0, 0}});
+  auto* header =
+      reinterpret_cast<BitmapInfoHeader*>(IMG_bitmap_info(image, nullptr, nullptr, nullptr));
+  header->biWidth = 1 << 30;
+  header->biHeight = -4;
+  header->biBitCount = 32;
+  header->biXPelsPerMeter = 300;
+  std::int32_t width = 0, height = 0, bits = 0;
+  IMG_bitmap_info(image, &width, &height, &bits);
+  EXPECT_EQ(width, 1 << 30) << "the header is what the caller made of it";
+  EXPECT_EQ(bits, 32);
+  Bytes row(8);
+  EXPECT_EQ(IMGLOW_get_raster(image, row.data(), 1, 0), 0);
+  EXPECT_EQ(row, (Bytes{6, 7, 8, 9, 10, 0, 0, 0}));
+  EXPECT_EQ(IMG_bitmap_palette(image), 256);
+  // Saved: the record's sides, the header's resolution.
+  const std::int32_t size = IMG_save_bitmap_block(image, buffer, sizeof buffer, 1);
+  EXPECT_EQ(size, 54 + 1024 + 16);
+  EXPECT_EQ(buffer[18], 5);
+  EXPECT_EQ(buffer[28], 8);
+  EXPECT_EQ(buffer[38] | buffer[39] << 8, 0) << "one side alone is no resolution";
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,421 @@
+// JPEG streams built from coefficients, decoded and compared with a plain model; damaged ones.
+#include <gmock/gmock.h>
+
+#include <random>
+#include <utility>
+
+#include "core/memory.h"
+#include "formats/bmp/bmp.h"
+#include "formats/jpeg/jpeg.h"
+#include "tests/support/bmp_file.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/jpeg_file.h"
+
+namespace tq::test {
+namespace {
+
+using formats::decode_jpeg;
+using testing::Each;
+
+std::vector<int> steps(int low, int slope = 1) {
+  std::vector<int> table(64);
+  for (int i = 0; i < 64; ++i) table[i] = low + slope * (i % 8 + i / 8);
+  return table;
+}
+
+JpegPicture picture_of(int width, int height, std::vector<JpegComponent> components) {
+  JpegPicture picture{.width = width, .height = height};
+  picture.components = std::move(components);
+  picture.quantisers = {steps(2), steps(3)};
+  return picture;
+}
+const std::vector<JpegComponent> kGrey = {{1, 1, 0}};
+const std::vector<JpegComponent> kFullColour = {{1, 1, 0}, {1, 1, 1}, {1, 1, 1}};
+const std::vector<JpegComponent> kHalvedColour = {{2, 2, 0}, {1, 1, 1}, {1, 1, 1}};
+
+struct Decoded {
+  Status status = kOk;
+  CollectingSink sink;
+};
+Decoded decode(const Bytes& file, std::uint32_t offset = 0) {
+  Decoded decoded;
+  const GuardedBlock block(file);
+  open_memory_stream(block.data(), block.size());
+  decoded.status = decode_jpeg({kMemoryStream, offset, decoded.sink.sink()});
+  EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+  return decoded;
+}
+
+const std::vector<JpegScan> kProgression = {
+    {{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 5, 0, 2},  {{2}, 1, 63, 0, 1},      {{1}, 1, 63, 0, 1},
+    {{0}, 6, 63, 0, 2},      {{0}, 1, 63, 2, 1}, {{0, 1, 2}, 0, 0, 1, 0}, {{2}, 1, 63, 1, 0},
+    {{1}, 1, 63, 1, 0},      {{0}, 1, 63, 1, 0},
+};
+
+struct LayoutCase {
+  const char* name;
+  std::vector<JpegComponent> components;
+  std::vector<JpegScan> scans{};
+  bool progressive = false;
+};
+const LayoutCase kLayouts[] = {
+    {"grey", kGrey},
+    {"grey with factors that mean nothing", {{2, 3, 0}}},
+    {"4:4:4", kFullColour},
+    {"4:2:2", {{2, 1, 0}, {1, 1, 1}, {1, 1, 1}}},
+    {"4:2:0", kHalvedColour},
+    {"4:1:1", {{4, 1, 0}, {1, 1, 1}, {1, 1, 1}}},
+    {"4:4:0", {{1, 2, 0}, {1, 1, 1}, {1, 1, 1}}},
+    {"uneven", {{3, 2, 0}, {2, 1, 1}, {1, 2, 1}}},
+    {"chroma finer than luma", {{1, 1, 0}, {2, 1, 1}, {2, 2, 1}}},
+    {"four components", {{2, 1, 0}, {1, 1, 1}, {1, 1, 1}, {2, 1, 0}}},
+    {"one component per scan", kHalvedColour, {{{2}}, {{0}}, {{1}}}},
+    {"two scans", kHalvedColour, {{{0}}, {{1, 2}}}},
+    {"progressive", kHalvedColour, kProgression, true},
+    {"progressive grey",
+     kGrey,
+     {{{0}, 0, 0, 0, 2},
+      {{0}, 1, 63, 0, 3},
+      {{0}, 1, 63, 3, 2},
+      {{0}, 0, 0, 2, 1},
+      {{0}, 1, 63, 2, 1},
+      {{0}, 0, 0, 1, 0},
+      {{0}, 1, 63, 1, 0}},
+     true},
+};
+
+TEST(JpegDecode, EveryLayoutGivesTheModelsPicture) {
+  unsigned seed = 0;
+  for (const LayoutCase& layout : kLayouts) {
+    for (const auto& [width, height] : {std::pair{1, 1}, {8, 8}, {37, 29}, {66, 50}}) {
+      for (const int interval : {0, 1, 3}) {
+        JpegPicture picture = picture_of(width, height, layout.components);
+        picture.scans = layout.scans;
+        picture.progressive = layout.progressive;
+        picture.restart_interval = interval;
+        random_coefficients(picture, ++seed);
+        const Decoded decoded = decode(jpeg_file(picture));
+        ASSERT_EQ(decoded.status, kOk) << layout.name << " " << width;
+        const Difference d = difference(model_rows(picture), decoded.sink.image());
+        EXPECT_LT(d.largest, picture.components.size() == 3 ? 9 : 3) << layout.name << " " << width;
+        if (width > 8) {
+          EXPECT_LT(d.mean, picture.components.size() == 3 ? 1 : 0.4) << layout.name;
+        }
+        EXPECT_EQ(decoded.sink.header.header.biBitCount, 8 * picture.components.size());
+        for (const auto& row : decoded.sink.image()) {
+          for (std::size_t i = picture.components.size() * width; i < row.size(); ++i) {
+            EXPECT_EQ(row[i], 0);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(JpegDecode, OneCoefficientIsWithinTwoOfExactArithmetic) {
+  for (int place = 0; place < 64; ++place) {
+    for (const int value : {-900, -255, -16, -1, 1, 7, 100, 1016}) {
+      JpegPicture picture = picture_of(8, 8, kGrey);
+      picture.quantisers = {std::vector<int>(64, 1)};
+      random_coefficients(picture, 1);
+      picture.components[0].blocks[0].assign(64, 0);
+      picture.components[0].blocks[0][place] = value;
+      const Decoded decoded = decode(jpeg_file(picture));
+      const Difference d = difference(model_rows(picture), decoded.sink.image());
+      EXPECT_LE(d.largest, place == 0 ? 0.501 : 2) << place << " " << value;
+    }
+  }
+}
+
+TEST(JpegDecode, FarTooBrightSamplesCountAsDark) {
+  const int cases[][2] = {{-8 * 500, 0},      {-8 * 128, 0},    {8 * 127, 255}, {8 * 128, 255},
+                          {8 * 383 + 3, 255}, {8 * 383 + 4, 0}, {8 * 1000, 0}};
+  for (const auto& [dc, grey] : cases) {
+    JpegPicture picture = picture_of(8, 8, kGrey);
+    picture.quantisers = {std::vector<int>(64, 1)};
+    random_coefficients(picture, 1);
+    picture.components[0].blocks[0].assign(64, 0);
+    picture.components[0].blocks[0][0] = dc;
+    EXPECT_THAT(decode(jpeg_file(picture)).sink.image(), Each(Each(grey))) << dc;
+    // The same in a block that has more than its first coefficient, of no weight here.
+    picture.components[0].blocks[0][63] = 1;
+    picture.quantisers[0][63] = 0;
+    EXPECT_THAT(decode(jpeg_file(picture)).sink.image(), Each(Each(grey))) << dc;
+  }
+}
+
+TEST(JpegDecode, TwelveBitGreyFillsTheUpperBits) {
+  const int cases[][2] = {
+      {-8 * 2048, 0}, {-8 * 2047, 0}, {0, 2047 << 4}, {8 * 1000, 3047 << 4}, {8 * 2048, 4095 << 4}};
+  for (const auto& [dc, grey] : cases) {
+    JpegPicture picture = picture_of(3, 1, kGrey);
+    picture.precision = 12;
+    picture.quantisers = {std::vector<int>(64, 4)};
+    random_coefficients(picture, 1);
+    picture.components[0].blocks[0].assign(64, 0);
+    picture.components[0].blocks[0][0] = dc / 4;
+    const Decoded decoded = decode(jpeg_file(picture));
+    const auto low = static_cast<std::uint8_t>(grey), high = static_cast<std::uint8_t>(grey >> 8);
+    EXPECT_EQ(decoded.sink.image(), (std::vector<Bytes>{{low, high, low, high, low, high, 0, 0}}));
+    EXPECT_EQ(decoded.sink.header.header.biBitCount, 16);
+    EXPECT_EQ(decoded.sink.header.palette[200].green, 200);
+  }
+}
+
+TEST(JpegDecode, AdobeSegmentSaysWhatTheComponentsAre) {
+  const auto pixel = [](int components, const Bytes& extra) {
+    JpegPicture picture = picture_of(1, 1, std::vector<JpegComponent>(components));
+    picture.quantisers = {std::vector<int>(64, 8)};
+    random_coefficients(picture, 1);
+    const int levels[] = {-28, 50, -60, 100};  // around 128
+    for (int i = 0; i < components; ++i) {
+      picture.components[i].blocks[0].assign(64, 0);
+      picture.components[i].blocks[0][0] = levels[i];
+    }
+    picture.extra = extra;
+    return decode(jpeg_file(picture)).sink.image().at(0);
+  };
+  const Bytes converted = {188, 125, 16, 0};  // blue, green, red
+  EXPECT_EQ(pixel(3, {}), converted);
+  EXPECT_EQ(pixel(3, adobe_segment(1)), converted);
+  EXPECT_EQ(pixel(3, adobe_segment(0)), (Bytes{68, 178, 100, 0}));
+  EXPECT_EQ(pixel(4, {}), (Bytes{100, 178, 68, 228}));
+  EXPECT_EQ(pixel(4, adobe_segment(0)), (Bytes{155, 77, 187, 27}));
+  EXPECT_EQ(pixel(4, adobe_segment(2)), (Bytes{16, 125, 188, 27}));
+  EXPECT_EQ(pixel(4, jpeg_segment(0xEE, {'a', 'd', 'o', 'b', 'e', 0, 0, 0, 0, 0, 0, 2})),
+            (Bytes{100, 178, 68, 228}));
+}
+
+Bytes small_file() {
+  JpegPicture picture = picture_of(20, 20, kGrey);
+  random_coefficients(picture, 7);
+  return jpeg_file(picture);
+}
+
+TEST(JpegHeader, GarbageAndFillBytesAreSkipped) {
+  const Bytes file = small_file();
+  const auto expected = decode(file).sink.image();
+  for (const int garbage : {1, 4999, 5000, 5001}) {
+    Bytes shifted = joined({Bytes(static_cast<std::size_t>(garbage), 0xFF), file});
+    const Decoded decoded = decode(shifted);
+    EXPECT_EQ(decoded.status.raw(), garbage <= 5000 ? 0 : -3);
+    if (garbage <= 5000) {
+      EXPECT_EQ(decoded.sink.image(), expected);
+    }
+    EXPECT_EQ(decode(shifted, static_cast<std::uint32_t>(garbage)).sink.image(), expected);
+  }
+  Bytes filled = file;
+  filled.insert(filled.begin() + 2, {0x12, 0x34, 0xFF, 0x01, 0xFF, 0xD3, 0xFF, 0xFF});
+  EXPECT_EQ(decode(filled).sink.image(), expected);
+  EXPECT_EQ(decode({}).status.raw(), -12);
+  EXPECT_EQ(decode({0xFF}).status.raw(), -3);
+  EXPECT_EQ(decode(file, static_cast<std::uint32_t>(file.size())).status.raw(), -12);
+}
+
+TEST(JpegHeader, DensityIsTakenAsItStands) {
+  for (const int units : {0, 1, 2}) {
+    JpegPicture picture = picture_of(1, 1, kGrey);
+    random_coefficients(picture, 1);
+    picture.extra = jpeg_segment(
+        0xE0, {'J', 'F', 'I', 'F', 0, 1, 1, static_cast<std::uint8_t>(units), 1, 44, 0, 118, 0, 0});
+    const BitmapInfoHeader header = decode(jpeg_file(picture)).sink.header.header;
+    EXPECT_EQ(header.biXPelsPerMeter, units == 0 ? 0 : 300);
+    EXPECT_EQ(header.biYPelsPerMeter, units == 0 ? 0 : 118);
+    EXPECT_EQ(header.biSizeImage, 4u);
+  }
+}
+
+TEST(JpegHeader, SlotsThatDoNotExistReuseTheOneChosenLast) {
+  JpegPicture picture = picture_of(8, 8, kGrey);
+  random_coefficients(picture, 3);
+  const Bytes plain = jpeg_file(picture);
+  const auto expected = decode(plain).sink.image();
+  Bytes renumbered = plain;
+  const auto replace = [&](std::initializer_list<std::uint8_t> from, std::uint8_t to) {
+    const auto found = std::search(renumbered.begin(), renumbered.end(), from.begin(), from.end());
+    ASSERT_NE(found, renumbered.end());
+    *(found + static_cast<std::ptrdiff_t>(from.size()) - 1) = to;
+  };
+  replace({0xFF, 0xDB, 0, 67, 0}, 0x09);       // the first quantiser slot
+  replace({0xFF, 0xC4, 1, 0x13, 0x00}, 0x23);  // the first DC slot
+  EXPECT_EQ(decode(renumbered).sink.image(), expected);
+}
+
+TEST(JpegHeader, WhatCannotBeIsRefused) {
+  struct Case {
+    const char* name;
+    int answer;
+    std::vector<std::pair<Bytes, Bytes>> changes;
+  };
+  const Bytes sof = {0xFF, 0xC1, 0, 11}, sos = {0xFF, 0xDA, 0, 8};
+  const Case cases[] = {
+      {"precision 12 is fine", 0, {{sof, {12}}}},
+      {"precision 9", -7, {{sof, {9}}}},
+      {"no height", -3, {{sof, {8, 0, 0}}}},
+      {"no width", -3, {{sof, {8, 0, 20, 0, 0}}}},
+      {"two components", -7, {{sof, {8, 0, 20, 0, 20, 2}}}},
+      {"five components", -7, {{sof, {8, 0, 20, 0, 20, 5}}}},
+      {"factor 0", -3, {{sof, {8, 0, 20, 0, 20, 1, 1, 0x01}}}},
+      {"quantiser 4", -3, {{sof, {8, 0, 20, 0, 20, 1, 1, 0x11, 4}}}},
+      {"no such frame", -3, {{{0xFF, 0xC1}, {}}, {{0xFF}, {0xC3}}}},
+      {"unknown component", -3, {{sos, {1, 9}}}},
+      {"no component", -3, {{sos, {0}}}},
+      {"table 3", -3, {{sos, {1, 1, 0x30}}}},
+      {"table that was not defined", -3, {{sos, {1, 1, 0x01}}}},
+      {"too large for any block", -1, {{sof, {8, 0xFF, 0xFF, 0xFF, 0xFF, 1}}}},
+      {"quantiser precision 2", -3, {{{0xFF, 0xDB, 0, 67}, {0x20}}}},
+      {"more than 256 codes", -3, {{{0xFF, 0xC4, 1, 0x13, 0, 0, 0, 0, 0, 0, 0, 0}, {255}}}},
+      {"more codes than fit", -3, {{{0xFF, 0xC4, 1, 0x13, 0}, {3}}}},
+      {"length below 2", -3, {{{0xFF, 0xDB}, {0, 1}}}},
+  };
+  for (const Case& c : cases) {
+    Bytes file = small_file();
+    for (const auto& [place, bytes] : c.changes) {
+      auto found = std::search(file.begin(), file.end(), place.begin(), place.end());
+      ASSERT_NE(found, file.end()) << c.name;
+      if (c.changes.size() == 2) {
+        found[1] = 0xC3;  // a lossless frame is skipped
+        break;
+      }
+      std::copy(bytes.begin(), bytes.end(), found + static_cast<std::ptrdiff_t>(place.size()));
+    }
+    EXPECT_EQ(decode(file).status.raw(), c.answer) << c.name;
+  }
+}
+
+// Files of every kind, small enough to be cut everywhere.
+std::vector<Bytes> small_files() {
+  std::vector<Bytes> files;
+  for (const LayoutCase& layout : kLayouts) {
+    JpegPicture picture = picture_of(18, 17, layout.components);
+    picture.scans = layout.scans;
+    picture.progressive = layout.progressive;
+    picture.restart_interval = static_cast<int>(files.size()) % 3;
+    random_coefficients(picture, 11);
+    files.push_back(jpeg_file(picture));
+  }
+  return files;
+}
+
+TEST(JpegDamage, CutAnywhereGivesAStatusOrTheFirstRows) {
+  for (const Bytes& file : small_files()) {
+    const auto whole = decode(file).sink.image();
+    const bool streamed = std::count(file.begin(), file.end(), 0xDA) == 1;
+    for (std::size_t size = 0; size < file.size(); ++size) {
+      const Decoded decoded = decode(Bytes(file.begin(), file.begin() + static_cast<long>(size)));
+      if (decoded.sink.headers == 0) {
+        EXPECT_LT(decoded.status.raw(), 0);
+        continue;
+      }
+      EXPECT_EQ(decoded.status, kOk);
+      int y = 0;
+      for (const CollectedRow& row : decoded.sink.rows) {
+        ASSERT_EQ(row.y, y);
+        if (streamed) {
+          EXPECT_EQ(row.bytes, whole[static_cast<std::size_t>(y)]) << size;
+        }
+        ++y;
+      }
+    }
+  }
+}
+
+TEST(JpegDamage, ChangedBytesNeverBreakAnything) {
+  std::mt19937 random(5);
+  for (const Bytes& file : small_files()) {
+    for (int round = 0; round < 300; ++round) {
+      Bytes damaged = file;
+      for (int i = 0; i < 3; ++i) {
+        damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
+      }
+      const Decoded decoded = decode(damaged);
+      EXPECT_LE(decoded.sink.headers, 1);
+    }
+  }
+}
+
+TEST(JpegDamage, RestartMarkersAreFoundBehindGarbage) {
+  JpegPicture picture = picture_of(24, 8, kGrey);
+  picture.restart_interval = 1;
+  random_coefficients(picture, 2);
+  const Bytes file = jpeg_file(picture);
+  const auto expected = decode(file).sink.image();
+  const Bytes first = {0xFF, 0xD0};
+  const auto marker = std::search(file.begin(), file.end(), first.begin(), first.end());
+  for (const int garbage : {0, 1, 50, 51}) {
+    const Bytes damaged = joined({Bytes(file.begin(), marker),
+                                  Bytes(static_cast<std::size_t>(garbage), 0x55),
+                                  {0xFF, 0xD6},  // any number will do
+                                  Bytes(marker + 2, file.end())});
+    const Decoded decoded = decode(damaged);
+    EXPECT_EQ(decoded.status, kOk);
+    if (garbage <= 50) {
+      EXPECT_EQ(decoded.sink.image(), expected) << garbage;
+    } else {
+      EXPECT_TRUE(decoded.sink.rows.empty());
+    }
+  }
+}
+
+TEST(JpegDamage, ScansWithoutEndAreBounded) {
+  JpegPicture picture = picture_of(64, 64, kFullColour);
+  picture.progressive = true;
+  random_coefficients(picture, 2);
+  picture.scans.assign(1, {{0, 1, 2}, 0, 0, 0, 0});
+  Bytes file = jpeg_file(picture);
+  file.pop_back();  // EOI
+  file.pop_back();
+  const Bytes empty = jpeg_segment(0xDA, {1, 1, 0, 1, 63, 0});
+  for (int i = 0; i < 5000; ++i) file.insert(file.end(), empty.begin(), empty.end());
+  const Decoded decoded = decode(file);
+  EXPECT_EQ(decoded.status, kOk);
+  EXPECT_EQ(decoded.sink.rows.size(), 64u);
+}
+
+TEST(JpegDecode, AnswersOfTheSinkEndTheDecode) {
+  for (const Bytes& file : small_files()) {
+    Decoded decoded;
+    open_memory_stream(const_cast<std::uint8_t*>(file.data()), file.size());
+    decoded.sink.header_answer = -18;
+    EXPECT_EQ(decode_jpeg({kMemoryStream, 0, decoded.sink.sink()}).raw(), -18);
+    EXPECT_TRUE(decoded.sink.rows.empty());
+    decoded.sink.header_answer = 1;
+    decoded.sink.answered_row = 9;
+    decoded.sink.row_answer = -777;
+    open_memory_stream(const_cast<std::uint8_t*>(file.data()), file.size());
+    EXPECT_EQ(decode_jpeg({kMemoryStream, 0, decoded.sink.sink()}).raw(), -777);
+    EXPECT_EQ(decoded.sink.rows.size(), 10u);
+  }
+}
+
+TEST(JpegDecode, EveryRefusedAllocationIsReported) {
+  for (const Bytes& file : small_files()) {
+    bool out_of_memory = true;
+    for (int count = 0; out_of_memory; ++count) {
+      CollectingSink sink;
+      memory_probe::refuse_after(count);
+      open_memory_stream(const_cast<std::uint8_t*>(file.data()), file.size());
+      const Status status = decode_jpeg({kMemoryStream, 0, sink.sink()});
+      out_of_memory = memory_probe::refused();
+      memory_probe::refuse_after(-1);
+      EXPECT_EQ(status.raw(), out_of_memory ? -1 : 0);
+      EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+    }
+  }
+}
+
+TEST(JpegDecode, InsideABitmapItIsTheSamePicture) {
+  const Bytes jpeg = small_file();
+  BmpFields fields{.width = 5, .height = 5, .bits = 24, .compression = 0x4745504A};
+  fields.pixels = jpeg;
+  const Bytes bmp = bmp_file(fields);
+  CollectingSink sink;
+  open_memory_stream(const_cast<std::uint8_t*>(bmp.data()), bmp.size());
+  EXPECT_EQ(formats::decode_bmp({kMemoryStream, 0, sink.sink()}), kOk);
+  EXPECT_EQ(sink.headers, 1);
+  EXPECT_EQ(sink.image(), decode(jpeg).sink.image());
+}
+
+}  // namespace
+}  // namespace tq::test

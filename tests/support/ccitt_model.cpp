@@ -1,0 +1,164 @@
+#include "tests/support/ccitt_model.h"
+
+#include <algorithm>
+
+#include "core/dib.h"
+#include "formats/ccitt/ccitt_codes.h"
+
+namespace tq::test {
+namespace {
+
+using formats::CcittCode;
+using formats::CcittCoding;
+using formats::CcittScheme;
+
+std::string text(CcittCode code) {
+  std::string bits;
+  for (int i = code.length; i-- > 0;) bits += (code.bits >> i & 1) != 0 ? '1' : '0';
+  return bits;
+}
+
+std::string run_code(bool black, int run) {
+  const auto& codes = formats::kRunCode[black ? 1 : 0];
+  std::string bits;
+  for (; run > 2560 + 63; run -= 2560) bits += text(codes[63 + 40]);
+  if (run > 63) bits += text(codes[static_cast<std::size_t>(63 + run / 64)]);
+  return bits + text(codes[static_cast<std::size_t>(run % 64)]);
+}
+
+bool pixel(const Pixels& row, int x) {
+  return x >= 0 && row[static_cast<std::size_t>(x)];
+}
+
+// The first place behind x where the colour differs from that of the pixel before.
+int next_change(const Pixels& row, int x) {
+  const int width = static_cast<int>(row.size());
+  for (++x; x < width; ++x) {
+    if (pixel(row, x) != pixel(row, x - 1)) return x;
+  }
+  return width;
+}
+
+std::string one_dimensional(const Pixels& row) {
+  std::string bits;
+  const int width = static_cast<int>(row.size());
+  bool black = false;
+  for (int x = 0; x < width; black = !black) {
+    int end = x;
+    while (end < width && pixel(row, end) == black) ++end;
+    bits += run_code(black, end - x);
+    x = end;
+  }
+  return bits;
+}
+
+std::string two_dimensional(const Pixels& row, const Pixels& before) {
+  static const char* const vertical[] = {"0000010", "000010", "010",    "1",
+                                         "011",     "000011", "0000011"};
+  std::string bits;
+  const int width = static_cast<int>(row.size());
+  int a0 = -1;
+  bool black = false;  // colour at a0
+  while (a0 < width) {
+    int a1 = std::max(a0, 0);
+    while (a1 < width && (a1 == a0 || pixel(row, a1) == black)) ++a1;
+    int b1 = next_change(before, a0);
+    while (b1 < width && pixel(before, b1) == black) b1 = next_change(before, b1);
+    const int b2 = b1 < width ? next_change(before, b1) : width;
+    if (b2 < a1) {
+      bits += "0001";
+      a0 = b2;
+    } else if (a1 - b1 >= -3 && a1 - b1 <= 3) {
+      bits += vertical[a1 - b1 + 3];
+      a0 = a1;
+      black = !black;
+    } else {
+      const int a2 = a1 < width ? next_change(row, a1) : width;
+      bits += "001" + run_code(black, a1 - std::max(a0, 0)) + run_code(!black, a2 - a1);
+      a0 = a2;
+    }
+  }
+  return bits;
+}
+
+void fill_up(std::string& bits, std::size_t ahead = 0) {
+  while ((bits.size() + ahead) % 8 != 0) bits += '0';
+}
+
+}  // namespace
+
+Bytes packed(const std::string& bits, bool lsb_first) {
+  Bytes bytes((bits.size() + 7) / 8);
+  for (std::size_t i = 0; i < bits.size(); ++i) {
+    if (bits[i] == '1') {
+      bytes[i / 8] |= static_cast<std::uint8_t>(lsb_first ? 1 << i % 8 : 0x80 >> i % 8);
+    }
+  }
+  return bytes;
+}
+
+Bytes ccitt_by_model(const CcittCoding& coding, const Page& page) {
+  static const std::string eol = "000000000001";
+  const bool tagged = coding.scheme == CcittScheme::group3_2d;
+  const bool group3 = tagged || coding.scheme == CcittScheme::group3_1d;
+  std::string bits;
+  Pixels before(page[0].size());
+  for (std::size_t y = 0; y < page.size(); ++y) {
+    const bool alone =
+        tagged ? y % static_cast<std::size_t>(coding.k) == 0 : coding.scheme != CcittScheme::group4;
+    const bool has_eol = group3 && coding.end_of_line;
+    if (has_eol) {
+      if (coding.byte_aligned) fill_up(bits, eol.size());
+      bits += eol;
+    }
+    if (tagged) bits += alone ? '1' : '0';
+    bits += alone ? one_dimensional(page[y]) : two_dimensional(page[y], before);
+    if (coding.scheme == CcittScheme::huffman || (coding.byte_aligned && !has_eol)) fill_up(bits);
+    before = page[y];
+  }
+  if (coding.end_of_block && coding.scheme != CcittScheme::huffman) {
+    for (int i = 0; i < (group3 ? 6 : 2); ++i) bits += eol + (tagged ? "1" : "");
+  }
+  return packed(bits, coding.lsb_first);
+}
+
+Bytes row_bits(const Pixels& row) {
+  Bytes bytes(static_cast<std::size_t>(row_bytes(static_cast<std::int64_t>(row.size()), 1)), 0xFF);
+  for (std::size_t x = 0; x < row.size(); ++x) {
+    if (row[x]) bytes[x / 8] &= static_cast<std::uint8_t>(~(0x80 >> x % 8));
+  }
+  return bytes;
+}
+
+Page printed_page(int width, int height, int run, unsigned seed) {
+  std::mt19937 random(seed);
+  const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  Page page;
+  std::vector<int> changes;
+  for (int y = 0; y < height; ++y) {
+    const int kind = below(16);
+    if (kind == 0) changes.clear();
+    if (kind <= 2 || y == 0) {
+      changes.clear();
+      for (int x = below(2 * run) - run / 2; x < width; x += 1 + below(2 * run)) {
+        if (x >= 0) changes.push_back(x);
+      }
+    }
+    for (int& x : changes) x += below(4) == 0 ? below(9) - 4 : 0;
+    if (!changes.empty() && kind == 5) {
+      changes.erase(changes.begin() + below(static_cast<int>(changes.size())));
+    }
+    std::sort(changes.begin(), changes.end());
+    Pixels row(static_cast<std::size_t>(width));
+    bool black = false;
+    std::size_t next = 0;
+    for (int x = 0; x < width; ++x) {
+      for (; next < changes.size() && changes[next] <= x; ++next) black = !black;
+      row[static_cast<std::size_t>(x)] = black;
+    }
+    page.push_back(row);
+  }
+  return page;
+}
+
+}  // namespace tq::test
