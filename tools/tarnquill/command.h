@@ -19,6 +19,7 @@ struct Command {
 extern const Command kInfo;
 extern const Command kConvert;
 extern const Command kAppend;
+extern const Command kPages;
 
 // Writes "tarnquill: MESSAGE" to standard error.
 void complain(const std::string& message);
