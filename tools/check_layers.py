@@ -16,7 +16,7 @@ MAY_INCLUDE = {
     "core": {"platform"},
     "io": {"core", "platform"},
     "formats": {"io", "core", "platform"},
-    "process": {"core"},
+    "process": {"core", "platform"},
     "dispatch": {"process", "formats", "io", "core", "platform"},
 }
 # Outside of the library: what may see its inside, and what sees the public header only.

@@ -112,6 +112,40 @@ class Usage(ToolTest):
         self.assertIn(b"not written to a terminal", done.stderr)
 
 
+class Operations(ToolTest):
+    def test_each_command_gives_its_depth_and_pixels(self):
+        grey = [[(v, v, v) for v in range(0, 256, 15)]] * 5
+        self.write("grey.bmp", bmp.encode(grey, 24))
+        self.write_picture("index.bmp", 9, 4, 4)
+        for words, source, bits in [
+                (["gray"], "grey.bmp", 8), (["dither"], "grey.bmp", 1),
+                (["dither", "--method", "halftone"], "grey.bmp", 1),
+                (["dither", "--method", "bayer-color"], "grey.bmp", 4),
+                (["reduce", "--colors", "8", "--bits", "4"], "grey.bmp", 4),
+                (["reduce", "--method", "popularity"], "grey.bmp", 8),
+                (["reduce", "--method", "fixed", "--dither-mode", "2"], "grey.bmp", 8),
+                (["threshold", "--level", "100"], "grey.bmp", 1), (["threshold"], "grey.bmp", 1),
+                (["promote", "--bits", "8"], "index.bmp", 8), (["promote"], "index.bmp", 24)]:
+            self.succeed(*words, source, "result.bmp")
+            result = bmp.decode((self.folder / "result.bmp").read_bytes())
+            self.assertEqual(result[0], bits, words)
+            if words == ["threshold", "--level", "100"]:
+                self.assertEqual(result[1][0], [(255 * (v > 100),) * 3 for v in range(0, 256, 15)])
+
+    def test_what_an_operation_refuses_leaves_the_existing_file(self):
+        self.write_picture("deep.bmp")
+        before = self.write("out.bmp", b"precious").read_bytes()
+        self.fail(1, "deep.bmp", "promote", "--bits", "8", "deep.bmp", "out.bmp")
+        self.fail(2, "--method takes one of", "dither", "--method", "x", "deep.bmp", "out.bmp")
+        self.assertEqual((self.folder / "out.bmp").read_bytes(), before)
+
+    def test_the_sheet_shows_pictures_of_any_depth(self):
+        for bits in (1, 4, 8, 24):
+            self.write_picture("in.bmp", 400, 300, bits)
+            self.succeed("sheet", "in.bmp", "sheet.bmp")
+            self.assertEqual(bmp.decode((self.folder / "sheet.bmp").read_bytes())[0], 24)
+
+
 class Info(ToolTest):
     def test_shows_what_the_files_are(self):
         self.write_picture("photo.bmp", 20, 10, 24, dots_per_metre=11811)
