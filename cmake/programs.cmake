@@ -37,6 +37,15 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
     add_executable(tarnquill_bench ${TQ_BENCH_SOURCES})
     target_link_libraries(tarnquill_bench PRIVATE
       ${TQ_LAYERS} tq_warnings benchmark::benchmark_main)
+    # The peer of the JPEG benchmarks; without it there are none.
+    find_package(PkgConfig QUIET)
+    if(PkgConfig_FOUND)
+      pkg_check_modules(TURBOJPEG QUIET IMPORTED_TARGET libturbojpeg)
+    endif()
+    if(TURBOJPEG_FOUND)
+      target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_TURBOJPEG)
+      target_link_libraries(tarnquill_bench PRIVATE PkgConfig::TURBOJPEG)
+    endif()
     find_package(TIFF QUIET)  # to compare with
     if(TIFF_FOUND)
       target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_LIBTIFF)
@@ -52,4 +61,10 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
       endif()
     endforeach()
   endif()
+endif()
+
+# A measurement of its own process.
+if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
+  target_link_libraries(plan_memory PRIVATE ${TQ_LAYERS} tq_warnings)
 endif()

@@ -429,6 +429,11 @@ IMG_API int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write,
  * four bytes (0xAA if that is 0). Not encryption. `on`: its low byte 0 switches it off. */
 IMG_API int32_t IMG_CALL IMG_set_encrypt(int32_t on, int32_t key);
 
+/* Unloads the modules that GIF, TIFF LZW and other codecs live in, see tarnquill_plugin.h; the next
+ * use loads them again. During a call of a module, from a callback, they go when it has returned.
+ * Returns 0. */
+IMG_API int32_t IMG_CALL IMG_unload_plugins(void);
+
 /* ---- What a file is ----------------------------------------------------------------------- */
 
 /* The file type code of a file, an open stream (at its current position, which is restored), or a
@@ -449,6 +454,24 @@ IMG_API int32_t IMG_CALL IMGLOW_get_pages(const char* name);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_fd(int32_t stream);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_mem(void* block);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_block(const void* block, size_t size);
+
+/* What the header of a file says about its image, or about its first page, without decoding it.
+ *
+ *   stream      an open stream; the file begins at its position 0
+ *   header      40 bytes, filled with a BITMAPINFOHEADER whose resolution is in dots per inch;
+ *               all 0 when the file fails before its header is known. Null: only the result counts
+ *
+ * The header says what the file says: a side may be below 1 and nothing is known to be there.
+ * Return 0, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder), or the decoder's
+ * status. */
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo(const char* name, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_fd(int32_t stream, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_mem(void* block, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_block(const void* block, size_t size, void* header);
+
+/* How the image in a file is to be turned. Returns IMG_CANNOT_OPEN or IMG_UNSUPPORTED: no format
+ * that is decoded here tells. */
+IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
 
 /* ---- Reading ------------------------------------------------------------------------------ */
 

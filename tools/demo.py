@@ -238,13 +238,7 @@ class Demonstration:
 
     def as_png(self, sheet):
         png = sheet.with_suffix(".png")
-        if Image:
-            with Image.open(sheet) as image:
-                image.save(png, optimize=True)
-        elif shutil.which("pnmtopng"):
-            png.write_bytes(run("pnmtopng", "-quiet", data=run("bmptopnm", "-quiet", str(sheet))))
-        else:
-            return sheet
+        subprocess.run([self.programs / "tarnquill", "convert", "-q", sheet, png], check=True)
         return png
 
 

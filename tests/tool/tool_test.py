@@ -68,7 +68,7 @@ class Usage(ToolTest):
                 (["info"], "needs the name of a file"),
                 (["info", "--colour", "a.bmp"], "unknown option --colour"),
                 (["info", "--json=yes", "a.bmp"], "takes no value"),
-                (["convert", "a.bmp"], "needs an input and an output"),
+                (["convert", "a.bmp"], "an input and an output are needed"),
                 (["convert", "a.bmp", "out"], "use --code"),
                 (["convert", "a.bmp", "-"], "needs --code"),
                 (["convert", "a.bmp", "b.bmp", "c.bmp"], "need a folder"),
@@ -178,16 +178,26 @@ a long name.bmp  BMP        1  300x7      1    -      1
     def test_goes_on_after_files_that_cannot_be_read(self):
         self.write_picture("good.bmp")
         self.write("flat.bmp", bmp.header(0, 5, 24, 0))
-        self.write("unread.png", b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")
-        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.png", ".", "good.bmp")
+        self.write("unread.wpg", b"\xffWPC\x10\0\0\0\1\x16\1\0")
+        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.wpg", ".", "good.bmp")
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr.decode().splitlines(), [
             "tarnquill: missing.bmp: cannot be opened (-2)",
             "tarnquill: flat.bmp: image data is invalid (-3)",
-            "tarnquill: unread.png: format or parameter is not supported (-7)",
+            "tarnquill: unread.wpg: format or parameter is not supported (-7)",
             "tarnquill: .: cannot be opened (-2)"])
-        self.assertRegex(done.stdout.decode(), r"(?m)^unread.png +PNG +43 +- +- +- +1$")
+        self.assertRegex(done.stdout.decode(), r"(?m)^unread.wpg +WPG +5 +- +- +- +1$")
         self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
+
+    def test_counts_pages(self):
+        self.write_picture("a.bmp")
+        self.succeed("convert", "a.bmp", "a.bmp", "pages.dcx")
+        self.succeed("append", "a.bmp", "pages.dcx")
+        self.assertEqual(self.succeed("pages", "pages.dcx"), b"3\n")
+        self.assertEqual(self.succeed("pages", "a.bmp", "pages.dcx"), b"a.bmp: 1\npages.dcx: 3\n")
+        self.succeed("convert", "--page", "3", "pages.dcx", "last.png")
+        self.assertRegex(self.succeed("info", "last.png").decode(), r"PNG +43 +20x10 ")
+        self.fail(1, "tarnquill: none: cannot be opened (-2)", "pages", "none")
 
     def test_reads_standard_input(self):
         picture = self.write_picture("a.bmp").read_bytes()
@@ -304,7 +314,7 @@ class Destinations(ToolTest):
         self.write("kept", b"precious")
         before = self.names()
         for options, source, message in [
-                (["--code", "pcx"], "a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
+                (["--code", "targa"], "a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
                 (["--code", "12"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 (["--code", "12", "--crop", "1,1,2,2"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 (["--code", "9"], "a.bmp", "tarnquill: kept: the LZW module is not installed (-23)"),

@@ -19,6 +19,7 @@ struct Command {
 extern const Command kInfo;
 extern const Command kConvert;
 extern const Command kAppend;
+extern const Command kPages;
 extern const Command kDither;
 extern const Command kGray;
 extern const Command kReduce;
