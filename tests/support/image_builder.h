@@ -35,7 +35,8 @@ class Image {
     if (handle_ >= 0) IMG_delete_bitmap(handle_);
   }
   operator std::int32_t() const { return handle_; }  // NOLINT(*-explicit-*): stands for its handle
-  ImageRecord& record() const { return image_record(ImageHandle{handle_}); }
+  ImageHandle named() const { return ImageHandle{handle_}; }
+  ImageRecord& record() const { return image_record(named()); }
   std::int32_t release() { return std::exchange(handle_, -1); }
 
  private:

@@ -1,0 +1,161 @@
+// Callbacks that call the library while it decodes or saves.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "tests/support/bmp_file.h"
+#include "tests/support/fed_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/library_test.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+class Reentry : public LibraryTest {};
+
+Bytes grey_bmp(std::int32_t width, std::int32_t height, std::uint8_t first) {
+  Bytes pixels(stride(width, 8) * static_cast<std::size_t>(height));
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    pixels[i] = static_cast<std::uint8_t>(first + i / stride(width, 8));
+  }
+  return bmp_file({.width = width,
+                   .height = height,
+                   .bits = 8,
+                   .palette = grey_palette(256),
+                   .pixels = pixels});
+}
+
+// Decodes another image from memory, as a program does that shows an icon meanwhile.
+std::int32_t decode_icon(const Bytes& file) {
+  const std::int32_t image = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
+  EXPECT_GE(image, 0);
+  return IMG_delete_bitmap(image);
+}
+
+TEST_F(Reentry, OtherMemoryStreamDuringADecodeChangesNothing) {
+  const Bytes file = grey_bmp(30, 40, 1), icon = grey_bmp(3, 3, 200);
+  const Image expected(IMG_decompress_bitmap_block(file.data(), file.size(), 0));
+  for (const bool scrambled : {false, true}) {
+    Bytes stored = file;
+    if (scrambled) {
+      for (std::uint8_t& byte : stored) byte ^= 7;
+    }
+    int depth = 0;
+    const OnProgress progress([&](std::int32_t) {
+      if (depth != 0) return 0;
+      ++depth;
+      IMG_set_encrypt(0, 7);
+      EXPECT_EQ(decode_icon(icon), 0);
+      IMG_set_encrypt(scrambled ? 1 : 0, 7);
+      --depth;
+      return 0;
+    });
+    IMG_set_encrypt(scrambled ? 1 : 0, 7);
+    const Image image(IMG_decompress_bitmap_block(stored.data(), stored.size(), 0));
+    IMG_set_encrypt(0, 0);
+    EXPECT_EQ(rows_of_image(image), rows_of_image(expected)) << scrambled;
+    depth = 1;
+  }
+}
+
+std::int32_t IMG_CB_C supply_and_decode(void* context, void* dest, std::int32_t y,
+                                        std::int32_t bytes) {
+  std::memset(dest, y, static_cast<std::size_t>(bytes));
+  return decode_icon(*static_cast<const Bytes*>(context));
+}
+
+// The encoder must not go on writing into the memory that the callback has read.
+TEST_F(Reentry, OtherMemoryStreamDuringASaveIsNotWrittenTo) {
+  const Bytes file = grey_bmp(30, 40, 1), icon = grey_bmp(3, 3, 200);
+  const Image image(IMG_decompress_bitmap_block(file.data(), file.size(), 0));
+  Bytes expected(file.size()), out(file.size()), read = icon;
+  const auto size = static_cast<std::int32_t>(file.size());
+  ASSERT_EQ(IMG_save_bitmap_block(image, expected.data(), expected.size(), 1), size);
+  {
+    int depth = 0;
+    const OnProgress progress([&](std::int32_t) {
+      if (depth++ == 0) {
+        EXPECT_EQ(decode_icon(read), 0);
+      }
+      --depth;
+      return 0;
+    });
+    EXPECT_EQ(IMG_save_bitmap_block(image, out.data(), out.size(), 1), size);
+    EXPECT_EQ(read, icon);
+    EXPECT_EQ(out, expected);
+  }
+  // Rows of the caller's own.
+  HeaderBlock header = header_block(5, 4, 8);
+  std::fill(out.begin(), out.end(), std::uint8_t{0});
+  EXPECT_EQ(IMGLOW_save_bitmap_mem(out.data(), &header, 1, supply_and_decode, &read), 1078 + 32);
+  EXPECT_EQ(read, icon);
+  EXPECT_EQ(Bytes(out.begin() + 1078, out.begin() + 1086), Bytes(8, 3));
+}
+
+TEST_F(Reentry, ImageDeletedDuringASaveEndsIt) {
+  const Bytes file = grey_bmp(30, 40, 1);
+  for (const int row : {0, 20, 39}) {
+    const std::int32_t image = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
+    Bytes out(file.size());
+    int calls = 0;
+    const OnProgress progress(
+        [&](std::int32_t) { return calls++ == row ? IMG_delete_bitmap(image) : 0; });
+    EXPECT_EQ(IMG_save_bitmap_block(image, out.data(), out.size(), 1), -13);
+    EXPECT_EQ(calls, row + 1);
+    EXPECT_EQ(blocks(), 0);
+  }
+}
+
+TEST_F(Reentry, ImageConvertedDuringASaveIsSavedAllTheSame) {
+  Random random(31);
+  Rows rows;
+  for (int y = 0; y < 12; ++y) rows.push_back(random.bit_row(64, 50));  // no padding
+  const Image image = make_image(64, 1, rows);
+  Bytes plain(200), converted(200);
+  ASSERT_EQ(IMG_save_bitmap_block(image, plain.data(), plain.size(), 1), 62 + 96);
+  int calls = 0;
+  const OnProgress progress([&](std::int32_t) {
+    return ++calls % 3 == 0 ? IMG_runs_to_dib(image) : IMG_dib_to_runs(image);
+  });
+  ASSERT_EQ(IMG_save_bitmap_block(image, converted.data(), converted.size(), 1), 62 + 96);
+  EXPECT_EQ(converted, plain);
+}
+
+TEST_F(Reentry, ImageDeletedByAReadFunctionEndsTheDecode) {
+  const Bytes bmp = grey_bmp(30, 40, 1);
+  for (int call = 0; call < 12; ++call) {
+    MemoryFile file(bmp);
+    file.most_per_call = 400;
+    int calls = 0;
+    file.during_call = [&] {
+      if (calls++ == call) IMG_delete_bitmap(0);
+    };
+    const std::int32_t image = IMG_decompress_bitmap_fd(4711, 0, 0);
+    EXPECT_EQ(image, call < calls ? -13 : 0) << call;
+    if (image >= 0) IMG_delete_bitmap(image);
+    EXPECT_EQ(blocks(), 0);
+  }
+}
+
+TEST_F(Reentry, DecodeWithinADecodeKeepsBothImages) {
+  const Bytes outer = grey_bmp(20, 10, 1), inner = grey_bmp(4, 4, 50);
+  const Image expected(IMG_decompress_bitmap_block(outer.data(), outer.size(), 0));
+  std::vector<std::int32_t> images;
+  int depth = 0;
+  {
+    const OnProgress progress([&](std::int32_t) {
+      if (depth++ == 0)
+        images.push_back(IMG_decompress_bitmap_block(inner.data(), inner.size(), 0));
+      --depth;
+      return 0;
+    });
+    images.push_back(IMG_decompress_bitmap_block(outer.data(), outer.size(), 0));
+  }
+  ASSERT_EQ(images.size(), 11u);
+  EXPECT_EQ(rows_of_image(images.back()), rows_of_image(expected));
+  for (const std::int32_t image : images) EXPECT_EQ(IMG_delete_bitmap(image), 0);
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,314 @@
+// What an encoder is given of an image, and what becomes of the file: the crop rectangle to the
+// byte or to the pixel, transition lists, refusals before and failures after the file was opened.
+#include "dispatch/save.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include <climits>
+#include <filesystem>
+
+#include "core/settings.h"
+#include "dispatch/row_supplier.h"
+#include "tests/support/bmp_file.h"
+#include "tests/support/fed_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/library_test.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
+
+namespace tq::test {
+namespace {
+
+using dispatch::ImageSupplier;
+using dispatch::Supplier;
+
+class Saving : public LibraryTest {};
+
+Rows random_rows(Random& random, std::int32_t width, std::int32_t height, int bits) {
+  Rows rows;
+  for (std::int32_t y = 0; y < height; ++y) {
+    rows.push_back(bits == 1 ? random.bit_row(width, random.pick<int>({2, 50}))
+                             : random.bytes(stride(width, bits)));
+  }
+  return rows;
+}
+
+struct Supplied {
+  std::int32_t answer;
+  Bytes bytes;
+};
+
+// Asks for `count` bytes of row y; whoever writes a byte more is caught.
+Supplied ask(ImageSupplier& supplier, std::int32_t y, std::size_t count) {
+  const GuardedBlock dest(count);
+  std::fill_n(dest.data(), count, kStale);
+  const std::int32_t answer = supplier.callback().row({dest.data(), count}, y).raw();
+  return {answer, {dest.data(), dest.data() + count}};
+}
+
+// ---- What the encoder is given
+// -------------------------------------------------------------------
+
+TEST_F(Saving, PlainRowsBeginAtTheNextWholeByteAndEndWithTheStoredRow) {
+  Random random(21);
+  for (int round = 0; round < 400; ++round) {
+    const int bits = random.pick<int>({1, 4, 8, 16, 24, 32});
+    const std::int32_t width = random.between(2, 60), height = random.between(2, 9);
+    const Rows rows = random_rows(random, width, height, bits);
+    const Image image = make_image(width, bits, rows);
+    IMG_set_croprect(image, random.between(0, width - 2), random.between(0, height - 2),
+                     random.between(1, width), random.between(1, height));
+    const Rect crop = image.record().crop;
+    ImageSupplier supplier(image.named(), image.record(),
+                           random.pick<Supplier>({Supplier::plain, Supplier::transitions}));
+    ASSERT_TRUE(supplier.allocate().ok());
+    for (std::int32_t y = 0; y < crop.height; ++y) {
+      Bytes expected = rows[static_cast<std::size_t>(crop.y + y)];
+      const int first_bit = crop.x * bits;
+      expected.erase(expected.begin(), expected.begin() + (first_bit + 7) / 8);
+      const auto count = static_cast<std::size_t>(random.between(0, 300));
+      expected.resize(count, bits == 1 ? 0xFF : 0);
+      const Supplied got = ask(supplier, y, count);
+      ASSERT_EQ(got.answer, 0);
+      ASSERT_EQ(got.bytes, expected) << bits << ' ' << width << ' ' << crop.x;
+    }
+    for (const std::int32_t y : {-1, crop.height, INT_MIN, INT_MAX}) {
+      EXPECT_EQ(ask(supplier, y, 4).answer, -9);
+    }
+  }
+}
+
+TEST_F(Saving, RunListsAreCutAtThePixel) {
+  Random random(22);
+  for (int round = 0; round < 300; ++round) {
+    const std::int32_t width = random.between(2, 400), height = random.between(2, 6);
+    const Rows rows = random_rows(random, width, height, 1);
+    const Image image = make_image(width, 1, rows, true);
+    if (random.chance(80)) {
+      IMG_set_croprect(image, random.between(0, width - 2), random.between(0, height - 2),
+                       random.between(1, width), random.between(1, height));
+    }
+    const Rect crop = image.record().crop;
+    ImageSupplier plain(image.named(), image.record(), Supplier::plain);
+    ImageSupplier lists(image.named(), image.record(), Supplier::transitions);
+    ASSERT_TRUE(plain.allocate().ok() && lists.allocate().ok());
+    for (std::int32_t y = 0; y < crop.height; ++y) {
+      Pixels pixels = unpack(rows[static_cast<std::size_t>(crop.y + y)], width, 1);
+      const bool black_before = crop.x > 0 && pixels[static_cast<std::size_t>(crop.x - 1)] == 0;
+      pixels = Pixels(pixels.begin() + crop.x, pixels.begin() + crop.x + crop.width);
+      Bytes expected = pack(pixels, 1, 0xFF);
+      expected.resize(static_cast<std::size_t>(random.between(0, 90)), 0xFF);
+      const Supplied bits = ask(plain, y, expected.size());
+      ASSERT_EQ(bits.answer, 0);
+      ASSERT_EQ(bits.bytes, expected) << width << ' ' << crop.x << '+' << crop.width;
+
+      // 0, where the colour changes, the width and the width + 2 three times each.
+      std::vector<std::uint32_t> words = {0};
+      std::uint32_t before = 1;
+      // A black run that ends at the rectangle's edge stays, with no pixels.
+      if (black_before && pixels[0] != 0) words.insert(words.end(), 2, 0);
+      for (std::uint32_t x = 0; x < pixels.size(); ++x) {
+        if (pixels[x] != before) words.push_back(x);
+        before = pixels[x];
+      }
+      for (int i = 0; i < 6; ++i)
+        words.push_back(static_cast<std::uint32_t>(crop.width + i / 3 * 2));
+      Bytes list;
+      for (const std::uint32_t word : words) {
+        for (int i = 0; i < 4; ++i) list.push_back(static_cast<std::uint8_t>(word >> 8 * i));
+      }
+      const std::size_t room = list.size() + static_cast<std::size_t>(random.between(0, 9));
+      const Supplied got = ask(lists, y, room);
+      ASSERT_EQ(got.answer, static_cast<std::int32_t>(list.size()));
+      list.resize(room, kStale);
+      ASSERT_EQ(got.bytes, list) << width << ' ' << crop.x << '+' << crop.width;
+      // No room for the list: the row comes as pixels.
+      const Supplied short_of_room = ask(lists, y, words.size() * 4 - 1);
+      ASSERT_EQ(short_of_room.answer, 0);
+      Bytes as_pixels = pack(pixels, 1, 0xFF);
+      as_pixels.resize(words.size() * 4 - 1, 0xFF);
+      ASSERT_EQ(short_of_room.bytes, as_pixels);
+    }
+    EXPECT_EQ(ask(lists, crop.height, 400).answer, -9);
+  }
+}
+
+TEST_F(Saving, ProgressCountsRowsAgainstSixteenBitsOfTheHeight) {
+  for (const std::int32_t height : {3, 40000, 65536 + 5}) {
+    const HeaderBlock header = header_block(1, height, 1);
+    const Image image(IMG_create_handle_shell(&header));
+    IMG_set_croprect(image, 0, 0, 1, 2);
+    std::vector<std::int32_t> values;
+    const OnProgress progress([&](std::int32_t value) {
+      values.push_back(value);
+      return values.size() == 3 ? -77 : 5;
+    });
+    ImageSupplier supplier(image.named(), image.record(), Supplier::plain);
+    ASSERT_TRUE(supplier.allocate().ok());
+    EXPECT_EQ(ask(supplier, 0, 4).answer, 0);
+    EXPECT_EQ(ask(supplier, 1, 4).answer, 0);
+    EXPECT_EQ(ask(supplier, 0, 4).answer, -77);
+    EXPECT_EQ(values, std::vector<std::int32_t>(3, height % 65536));
+  }
+}
+
+// ---- Files and memory
+// ----------------------------------------------------------------------------
+
+TEST_F(Saving, MemoryGetsTheBytesOfTheFileOrNothingBehindItsEnd) {
+  Random random(23);
+  const ScratchFolder folder;
+  for (const int bits : {1, 4, 8, 24, 32}) {
+    const Rows rows = random_rows(random, 21, 7, bits);
+    const Image image = make_image(21, bits, rows, bits == 1);
+    IMG_set_croprect(image, 8, 2, 10, 5);
+    const std::string name = folder.file("a.BMP");
+    ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_BY_NAME), 0);
+    const Bytes file = file_content(name);
+    ASSERT_EQ(file.size(), 54 + (bits <= 8 ? std::size_t{4} << bits : 0) + 4 * stride(10, bits));
+    EXPECT_EQ(file[18], 10);
+    EXPECT_EQ(file[22], 4) << "a rectangle that reaches the edge lost its last row";
+    const auto size = static_cast<std::int32_t>(file.size());
+
+    const std::string by_handle = folder.file("b");
+    const std::int32_t stream = open_file(by_handle.c_str(), OpenMode::create);
+    EXPECT_EQ(IMG_save_bitmap_fd(image, stream, 1), 0);
+    close_file(StreamHandle{stream});
+    EXPECT_EQ(file_content(by_handle), file);
+    {
+      MemoryFile by_caller;
+      EXPECT_EQ(IMG_save_bitmap_fd(image, 4711, 1), 0);
+      EXPECT_EQ(by_caller.bytes, file);
+    }
+    std::uint8_t* block = alloc_block(file.size());  // knows its own size
+    EXPECT_EQ(IMG_save_bitmap_mem(image, block, 1), size);
+    EXPECT_EQ(Bytes(block, block + size), file);
+    free_block(block);
+    for (std::size_t room = 0; room <= file.size(); ++room) {
+      const GuardedBlock out(room);
+      ASSERT_EQ(IMG_save_bitmap_block(image, out.data(), room, 1), room < file.size() ? -9 : size);
+      if (room == file.size()) {
+        EXPECT_EQ(Bytes(out.data(), out.data() + room), file);
+      }
+    }
+  }
+}
+
+// Writing comes short at every call in turn: the status says so and no file stays.
+TEST_F(Saving, FileOfAFailedSaveIsRemoved) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("a.bmp");
+  const Image image = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
+  for (int row = 0; row < 2; ++row) {
+    write_file(name, {1, 2, 3});
+    int calls = 0;
+    const OnProgress progress([&](std::int32_t) { return calls++ == row ? -55 : 0; });
+    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), 1), -55);
+    EXPECT_FALSE(std::filesystem::exists(name));
+  }
+  write_file(name, {1, 2, 3});
+  EXPECT_EQ(with_every_refusal([&] { return IMG_save_bitmap(image, name.c_str(), 1); }), 0);
+  EXPECT_EQ(file_content(name).size(), 54u + 1024 + 8);
+}
+
+TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
+  const ScratchFolder folder;
+  const Image image = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
+  const Image cropped = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
+  IMG_set_croprect(cropped, 2, 0, 1, 1);
+  HeaderBlock bad = header_block(0, 1, 8);
+  EXPECT_EQ(IMG_create_handle_keep(&bad), -3);
+  const Image leaked(2);
+  struct Case {
+    std::int32_t image;
+    const char* name;
+    std::int32_t code, status;
+  };
+  for (const Case& c : std::vector<Case>{{image, "a.bmp", 17, -7},
+                                         {image, "a.bmp", 38, -7},
+                                         {image, "a.bmp", 45, -7},
+                                         {image, "a.bmp", 1000, -7},
+                                         {image, "a.bmp", 65537, -7},
+                                         {image, "a.bmp", INT_MIN, -7},
+                                         {image, "a.bmp", -2, -7},
+                                         {image, "a.imt", -1, -7},
+                                         {image, "a.btr", -1, -7},
+                                         {image, "a.xyz", -1, -7},
+                                         {image, "mp", -1, -7},
+                                         {image, "a.bmp", 4, -23},
+                                         {image, "a.gif", -1, -23},
+                                         {image, "a.bmp", 44, -23},
+                                         {image, "a.bmp", 9, -23},
+                                         {cropped, "a.bmp", 1, -3},
+                                         {cropped, "a.bmp", -1, -3},
+                                         {leaked, "a.bmp", 1, -1},
+                                         {12345, "a.bmp", 1, -13}}) {
+    const std::string name = folder.file(c.name);
+    for (const bool exists : {false, true}) {
+      std::filesystem::remove(name);
+      if (exists) write_file(name, {1, 2, 3});
+      EXPECT_EQ(IMG_save_bitmap(c.image, name.c_str(), c.code), c.status) << c.name << c.code;
+      EXPECT_EQ(std::filesystem::exists(name), exists) << c.name << c.code;
+      if (exists) {
+        EXPECT_EQ(file_content(name), (Bytes{1, 2, 3})) << c.name << c.code;
+      }
+    }
+    Bytes out(2000);
+    EXPECT_EQ(IMG_save_bitmap_block(c.image, out.data(), out.size(), c.code),
+              c.code == -1 ? -7 : c.status)
+        << "memory has no name";
+    EXPECT_EQ(out, Bytes(2000));
+  }
+  EXPECT_EQ(IMG_save_bitmap(image, folder.file("none/a.bmp").c_str(), 1), -6);
+  EXPECT_EQ(IMG_save_bitmap(image, folder.path().string().c_str(), 1), -6);
+}
+
+// ---- Rows of a caller's own
+// ----------------------------------------------------------------------
+
+struct CallersRows {
+  std::vector<std::int32_t> asked{};
+  std::int32_t failing_row = -1, answer = 0;
+};
+
+std::int32_t IMG_CB_C supply(void* context, void* dest, std::int32_t y, std::int32_t bytes) {
+  auto& rows = *static_cast<CallersRows*>(context);
+  rows.asked.push_back(y);
+  std::memset(dest, y + 1, static_cast<std::size_t>(bytes));
+  return y == rows.failing_row ? rows.answer : 0;
+}
+
+TEST_F(Saving, CallersHeaderAndRowsAreCheckedAndTakenAsTheyAre) {
+  Bytes memory(1 + 1064), out(5000);
+  const auto save = [&](std::int32_t width, std::int32_t height, int bits, std::int32_t code,
+                        CallersRows& rows) {
+    const HeaderBlock header = header_block(width, height, bits);
+    std::memcpy(memory.data() + 1, &header, sizeof header);  // at an odd address
+    return IMGLOW_save_bitmap_mem(out.data(), memory.data() + 1, code, supply, &rows);
+  };
+  CallersRows rows;
+  EXPECT_EQ(save(3, 3, 8, 1, rows), 54 + 1024 + 12);
+  EXPECT_THAT(rows.asked, testing::UnorderedElementsAre(0, 1, 2));
+  EXPECT_EQ(Bytes(out.begin() + 1078, out.begin() + 1082), Bytes(4, 3)) << "the bottom row first";
+  rows.failing_row = 1;
+  rows.answer = -9999;
+  EXPECT_EQ(save(3, 3, 8, 1, rows), -9999);
+  rows = {};
+  EXPECT_EQ(save(0, 3, 8, 1, rows), -3);
+  EXPECT_EQ(save(3, -3, 8, 1, rows), -3);
+  EXPECT_EQ(save(3, 3, 0, 1, rows), -3);
+  EXPECT_EQ(save(3, 3, 33, 1, rows), -3);
+  EXPECT_EQ(save(INT_MAX, INT_MAX, 32, 1, rows), -1);
+  EXPECT_EQ(save(3, 3, 8, 38, rows), -7);
+  EXPECT_EQ(save(3, 3, 8, -1, rows), -7);
+  EXPECT_EQ(save(3, 3, 8, 4, rows), -23);
+  EXPECT_TRUE(rows.asked.empty());
+  const HeaderBlock header = header_block(3, 3, 8);
+  HeaderBlock copy = header;
+  EXPECT_EQ(IMGLOW_save_bitmap_mem(out.data(), &copy, 1, nullptr, nullptr), -7);
+}
+
+}  // namespace
+}  // namespace tq::test
