@@ -480,9 +480,11 @@ Digest run(Route route, const Settings& settings, Bytes plain_file) {
   if (memory_probe::refused()) TQ_CLAIM(result == IMG_OUT_OF_MEMORY);
   memory_probe::refuse_after(-1);
   IMG_set_statusbar(0, nullptr, 0);
-  TQ_CLAIM(result >= 0 || one_of(result, {IMG_OUT_OF_MEMORY, IMG_BAD_IMAGE, IMG_UNSUPPORTED,
-                                          IMG_NO_LZW_MODULE, IMG_STOP_AFTER_HEADER, IMG_CANNOT_OPEN,
-                                          IMG_NO_SUCH_PAGE, IMG_READ_FAILED, kAborted}));
+  TQ_CLAIM(
+      result >= 0 || result == kAborted ||
+      one_of(result, {IMG_OUT_OF_MEMORY, IMG_BAD_IMAGE, IMG_UNSUPPORTED, IMG_NO_LZW_MODULE,
+                      IMG_NO_PDF_MODULE, IMG_NO_DEVICE_BITMAP, IMG_NO_SUCH_PAGE, IMG_READ_FAILED,
+                      IMG_PAGE_PAST_END, IMG_STOP_AFTER_HEADER, IMG_CANNOT_OPEN}));
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
   short_of_memory = short_of_memory || result == IMG_OUT_OF_MEMORY;
   digest.add(result);

@@ -51,8 +51,9 @@ void write_file(const std::string& name, Bytes content) {
 // ---- Decoding ----------------------------------------------------------------------------------
 
 void Session::finish_decode(std::int64_t result, const Picture* expected) {
-  expect(result, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE, IMG_CANNOT_OPEN,
-                  IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY});
+  expect(result, {IMG_NO_PDF_MODULE, IMG_NO_DEVICE_BITMAP, IMG_NO_SUCH_PAGE, IMG_READ_FAILED,
+                  IMG_PAGE_PAST_END, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE,
+                  IMG_CANNOT_OPEN, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY});
   if (expected != nullptr) TQ_CLAIM(result >= 0 || may_lack_memory());
   if (result < 0) return;
   const auto handle = static_cast<std::int32_t>(result);
@@ -154,7 +155,9 @@ void Session::decode_to_sink() {
     return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, offset, 0, nullptr, this, on_header);
   });
   TQ_CLAIM(result <= 0);
-  expect(result, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE, IMG_OUT_OF_MEMORY, kAborted});
+  expect(result, {IMG_NO_PDF_MODULE, IMG_NO_DEVICE_BITMAP, IMG_NO_SUCH_PAGE, IMG_READ_FAILED,
+                  IMG_PAGE_PAST_END, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE,
+                  IMG_OUT_OF_MEMORY, kAborted});
 }
 
 // ---- What a file is ----------------------------------------------------------------------------
@@ -218,7 +221,6 @@ void Session::save_to_block() {
   if (!undisturbed() || found == nullptr || found->serial != serial) return;
   verify(*found);
   if (result < 0 || !plain_io()) return;
-  TQ_CLAIM(one_of(code, {IMG_TYPE_BMP, IMG_TYPE_DIB, IMG_TYPE_BMP_RLE}));
   TQ_CLAIM(result <= static_cast<std::int64_t>(std::max<std::size_t>(room, 1)));
   const Bytes written(block, static_cast<std::size_t>(result));
   if (code == IMG_TYPE_DIB) check_saved(*found, written);

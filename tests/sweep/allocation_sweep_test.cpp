@@ -44,6 +44,17 @@ struct Material {
     free_block(room);
   }
 
+  // The picture of `deep` in another format.
+  Bytes saved(std::int32_t code) const {
+    Bytes file(9000);
+    const std::int32_t image = load(deep);
+    const std::int32_t size = IMG_save_bitmap_block(image, file.data(), file.size(), code);
+    EXPECT_GT(size, 0);
+    IMG_delete_bitmap(image);
+    file.resize(static_cast<std::size_t>(std::max(size, 0)));
+    return file;
+  }
+
   std::string in, out;
   Bytes mono = plain_file(70, 5, 1), deep = plain_file(9, 4, 24), wide = plain_file(70000, 2, 1);
   Bytes coded = bmp_file({.width = 20,
@@ -58,12 +69,13 @@ struct Material {
                           .compression = 99,
                           .palette = grey_palette(2),
                           .pixels = {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
+  Bytes jpeg = saved(IMG_TYPE_JPEG);
   Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
   Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 3, 1, 3, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};
   Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
   std::uint8_t* global = nullptr;
   std::uint8_t* room = nullptr;
-  Bytes row = Bytes(2000, 0x5A);
+  Bytes row = Bytes(9000, 0x5A);
   std::int32_t major = 0;
 };
 
@@ -99,7 +111,9 @@ std::vector<Call> calls(Material& m) {
     };
   };
   const auto save_block = [&m](std::int32_t image, std::int32_t code) {
-    return [&m, image, code] { return IMG_save_bitmap_block(image, m.row.data(), 2000, code); };
+    return [&m, image, code] {
+      return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
+    };
   };
   Bytes* const row = &m.row;
   const auto put = [row](std::int32_t image, std::int32_t bytes) {
@@ -121,6 +135,7 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_block", block(m.coded)},
       {"IMG_decompress_bitmap_block", block(m.lists)},
       {"IMG_decompress_bitmap_block", block(m.cut_off)},
+      {"IMG_decompress_bitmap_block", block(m.jpeg)},
       {"IMG_decompress_bitmap_block", with(size(4, 3), size(0, 0), block(m.deep))},
       {"IMG_decompress_bitmap_block", with(size(40, 3), size(0, 0), block(m.mono))},
       {"IMG_decompress_bitmap_block", with(rect(3), rect(0), block(m.mono))},
@@ -167,6 +182,8 @@ std::vector<Call> calls(Material& m) {
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_DIB)},
       {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_PDF)},
       {"IMG_save_bitmap_block", save_block(Watched::kPlain, IMG_TYPE_PDF)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_JPEG)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_PDF)},
       {"IMGLOW_save_bitmap", from_caller(m.deep,
                                          [&m] {
                                            return IMGLOW_save_bitmap(1, &m.coded[14],
@@ -216,6 +233,8 @@ std::vector<Call> calls(Material& m) {
       {"IMGLOW_set_decompsize", [] { return IMGLOW_set_decompsize(0, 0); }},
       {"IMGLOW_set_decomp_rect", [] { return IMGLOW_set_decomp_rect(0, 0, 0, 0); }},
       {"IMGLOW_set_dithermode", [] { return IMGLOW_set_dithermode(1); }},
+      {"IMGLOW_set_comp_quality", [] { return IMGLOW_set_comp_quality(75); }},
+      {"IMGLOW_set_jpg_interleave", [] { return IMGLOW_set_jpg_interleave(1, 1); }},
       {"IMGLOW_autocolor", [] { return IMGLOW_autocolor(0); }},
       {"IMGLOW_set_alias", [] { return IMGLOW_set_alias(0); }},
       {"IMGLOW_set_alias_quality", [] { return IMGLOW_set_alias_quality(0); }},
