@@ -31,3 +31,14 @@ if(NOT TQ_INSTRUMENTED)
             ${CMAKE_CROSSCOMPILING_EMULATOR})
   set_tests_properties(package.consumer PROPERTIES LABELS package TIMEOUT 300)
 endif()
+
+# Comparisons with other programs; skipped where those are not installed.
+if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  foreach(peers gif pcx png)
+    add_test(NAME peers.${peers}
+      COMMAND ${TQ_PYTHON} tests/peers/${peers}_peers.py $<TARGET_FILE:tarnquill>
+              $<TARGET_FILE:lzw_module>
+      WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(peers.${peers} PROPERTIES LABELS peers SKIP_RETURN_CODE 77 TIMEOUT 300)
+  endforeach()
+endif()

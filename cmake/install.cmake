@@ -7,7 +7,7 @@ include(CMakePackageConfigHelpers)
 set(TQ_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/tarnquill)
 
 install(TARGETS tarnquill EXPORT tarnquillTargets)
-install(FILES include/tarnquill.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/tarnquill.h include/tarnquill_plugin.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT tarnquillTargets NAMESPACE tarnquill:: DESTINATION ${TQ_CMAKE_DIR})
 
 file(CONFIGURE OUTPUT tarnquillConfig.cmake @ONLY

@@ -21,11 +21,17 @@ foreach(layer core io formats process dispatch)
     list(APPEND TQ_LAYERS tq_${layer})
   endif()
 endforeach()
+target_link_libraries(tq_formats PRIVATE tq_png)
+list(APPEND TQ_LAYERS tq_png)  # for what links the objects
 
 add_library(tarnquill SHARED)
 add_library(tarnquill::tarnquill ALIAS tarnquill)
 foreach(layer ${TQ_LAYERS})
-  target_sources(tarnquill PRIVATE $<TARGET_OBJECTS:${layer}>)
+  if(layer STREQUAL "tq_png")
+    target_link_libraries(tarnquill PRIVATE tq_png)
+  else()
+    target_sources(tarnquill PRIVATE $<TARGET_OBJECTS:${layer}>)
+  endif()
 endforeach()
 target_include_directories(tarnquill INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)

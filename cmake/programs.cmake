@@ -5,6 +5,7 @@ add_custom_target(programs)  # what is installed beside the library
 if(TQ_TOOL_SOURCES)
   add_executable(tarnquill_tool ${TQ_TOOL_SOURCES})
   target_link_libraries(tarnquill_tool PRIVATE tarnquill tq_warnings)
+  target_include_directories(tarnquill_tool PRIVATE ${PROJECT_SOURCE_DIR}/examples)  # letters.h
   target_compile_definitions(tarnquill_tool PRIVATE TARNQUILL_VERSION="${PROJECT_VERSION}")
   set_target_properties(tarnquill_tool PROPERTIES
     OUTPUT_NAME tarnquill INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -36,10 +37,34 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
     add_executable(tarnquill_bench ${TQ_BENCH_SOURCES})
     target_link_libraries(tarnquill_bench PRIVATE
       ${TQ_LAYERS} tq_warnings benchmark::benchmark_main)
+    # The peer of the JPEG benchmarks; without it there are none.
+    find_package(PkgConfig QUIET)
+    if(PkgConfig_FOUND)
+      pkg_check_modules(TURBOJPEG QUIET IMPORTED_TARGET libturbojpeg)
+    endif()
+    if(TURBOJPEG_FOUND)
+      target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_TURBOJPEG)
+      target_link_libraries(tarnquill_bench PRIVATE PkgConfig::TURBOJPEG)
+    endif()
     find_package(TIFF QUIET)  # to compare with
     if(TIFF_FOUND)
       target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_LIBTIFF)
       target_link_libraries(tarnquill_bench PRIVATE TIFF::TIFF)
     endif()
+    # Other libraries to compare with, if they are installed.
+    find_library(TQ_LEPTONICA lept)
+    find_library(TQ_FREEIMAGE freeimage)
+    foreach(peer LEPTONICA FREEIMAGE)
+      if(TQ_${peer})
+        target_link_libraries(tarnquill_bench PRIVATE ${TQ_${peer}})
+        target_compile_definitions(tarnquill_bench PRIVATE TQ_BENCH_${peer}=1)
+      endif()
+    endforeach()
   endif()
+endif()
+
+# A measurement of its own process.
+if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
+  target_link_libraries(plan_memory PRIVATE ${TQ_LAYERS} tq_warnings)
 endif()

@@ -55,6 +55,28 @@ if(TQ_API_TESTS)
   tq_register_tests(api_tests)
 endif()
 
+# Modules: one program in a folder of its own, because it puts modules beside itself.
+if(TQ_MODULE_TESTS)
+  tq_add_module(test_module trqvpl1 tests/modules/test_module.cpp)
+  tq_add_module(test_module_partial trqvpl1 tests/modules/test_module.cpp)
+  target_compile_definitions(test_module_partial PRIVATE TEST_MODULE_PARTIAL)
+  set(TQ_MODULE_TEST_DIR ${PROJECT_BINARY_DIR}/module_tests)
+  add_executable(module_tests ${TQ_MODULE_TESTS})
+  set_target_properties(module_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${TQ_MODULE_TEST_DIR})
+  # Relative to the folder that tests run in, because another system may see it under another name.
+  file(RELATIVE_PATH tq_built ${PROJECT_SOURCE_DIR}/tests ${PROJECT_BINARY_DIR})
+  target_compile_definitions(module_tests PRIVATE
+    TQ_TEST_PROGRAMS="${tq_built}/module_tests" TQ_MODULES="${tq_built}/modules")
+  target_link_libraries(module_tests PRIVATE ${TQ_LAYERS} tq_warnings gmock_main tq_test_support
+    ${CMAKE_DL_LIBS})
+  add_dependencies(module_tests lzw_module test_module test_module_partial)
+  if(WIN32)
+    target_link_options(module_tests PRIVATE -static)
+  endif()
+  add_test(NAME module_tests COMMAND module_tests WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
+  set_tests_properties(module_tests PROPERTIES TIMEOUT 300)
+endif()
+
 # Against libtiff, where it is installed for the target.
 if(TQ_TIFF_TESTS AND NOT CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 8)
   find_package(TIFF QUIET)

@@ -27,6 +27,35 @@ std::uint64_t load_pixels(std::span<const std::uint8_t> bits, std::size_t at) {
   return __builtin_bswap64(pixels);
 }
 
+// Where in 64 pixels the colour changes; `last` is the pixel before, `left` what the row has of
+// them.
+std::uint64_t changes_in(std::uint64_t pixels, std::uint64_t last, std::int32_t left) {
+  const std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
+  return left < 64 ? changes & ~std::uint64_t{0} << (64 - left) : changes;
+}
+
+// Processors without an instruction for it have no faster way.
+int count_ones(std::uint64_t v) {
+  v -= v >> 1 & 0x5555555555555555;
+  v = (v & 0x3333333333333333) + (v >> 2 & 0x3333333333333333);
+  return static_cast<int>(((v + (v >> 4)) & 0x0F0F0F0F0F0F0F0F) * 0x0101010101010101 >> 56);
+}
+
+// Whether a row has more than `most` transitions: rows of dots are told before time is spent on
+// their positions.
+bool has_more_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                          std::size_t most) {
+  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
+  std::size_t count = 0;
+  std::uint64_t last = 1;
+  for (std::int32_t x = 0; x < width && count <= most; x += 64) {
+    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+    count += static_cast<std::size_t>(count_ones(changes_in(pixels, last, width - x)));
+    last = pixels & 1;
+  }
+  return count > most;
+}
+
 template <class Position>
 std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
                           std::span<Position> out) {
@@ -36,8 +65,7 @@ std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width
   const auto row = bits.first(static_cast<std::size_t>(bytes));
   for (std::int32_t x = 0; x < width; x += 64) {
     const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    std::uint64_t changes = pixels ^ (pixels >> 1 | last << 63);
-    if (width - x < 64) changes &= ~std::uint64_t{0} << (64 - (width - x));
+    std::uint64_t changes = changes_in(pixels, last, width - x);
     while (changes != 0) {
       const int at = std::countl_zero(changes);
       if (count == out.size()) return -1;
@@ -279,8 +307,11 @@ Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row) {
 Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits) {
   TQ_TRY(reserve(image, most_bytes(image)));
   std::uint16_t* list = list_place(image);
-  const std::int32_t count = bits_to_transitions(
-      bits, image.width, {list + 1, std::max<std::size_t>(list_limit(image), 1)});
+  const std::size_t limit = std::max<std::size_t>(list_limit(image), 1);
+  const std::int32_t count =
+      has_more_transitions(bits, image.width, limit)
+          ? -1
+          : bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
   if (count == 0) {
     commit_white(image, y);
   } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {

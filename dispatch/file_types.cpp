@@ -6,8 +6,10 @@
 #include "dispatch/probes.h"
 #include "formats/bmp/bmp.h"
 #include "formats/jpeg/jpeg.h"
+#include "formats/pcx/pcx.h"
 #include "formats/pdf/pdf.h"
 #include "formats/plugin/plugin.h"
+#include "formats/png/png.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -54,7 +56,7 @@ constexpr FileType kFileTypes[] = {
      .count_pages = pages_unknown, .traits = kMultiPage | kByName},
     {.code = 4, .detect_switch = 4, .type = "gif",
      .test = [](const Probe& p) { return p.has("GIF"); },
-     .decode = decode_gif, .encode = encode_gif, .available = lzw_module_available,
+     .decode = decode_gif, .encode = encode_gif, .available = gif_encoder_available,
      .count_pages = count_gif_pages, .traits = kByName},
     {.code = 1, .detect_switch = 1, .type = "bmp",
      .test = [](const Probe& p) { return p.has("BM") || p.has("\x28\0\0\0"sv); },  // or a bare DIB
@@ -67,7 +69,8 @@ constexpr FileType kFileTypes[] = {
      .supplier = Supplier::transitions, .traits = kMultiPage},
     {.code = 11, .detect_switch = 11, .type = "dcx",
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
-     .count_pages = pages_unknown, .traits = kMultiPage | kByName},
+     .decode = decode_dcx, .encode = encode_dcx, .can_append = can_append_dcx,
+     .count_pages = count_dcx_pages, .traits = kMultiPage | kByName},
     {.code = 13, .detect_switch = 13, .type = "jpg",
      .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
      .decode = decode_jpeg, .encode = encode_jpeg, .traits = kByName},
@@ -77,7 +80,8 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("src"); },
      .supplier = Supplier::transitions, .traits = kByName},
     {.code = 43, .detect_switch = 43, .type = "png",
-     .test = [](const Probe& p) { return p.has("PNG", 1); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("PNG", 1); },
+     .decode = decode_png, .encode = encode_png, .available = png_available, .traits = kByName},
     {.code = 65, .detect_switch = 65, .type = "ncr",
      .test = [](const Probe& p) { return p.has("NN") || p.has("nn"); }, .traits = kUnreported},
     {.code = 23, .detect_switch = 23, .type = "kfx",
@@ -91,7 +95,8 @@ constexpr FileType kFileTypes[] = {
     {.code = 19, .detect_switch = 19, .type = "lsd",
      .test = [](const Probe& p) { return p.has("\xDC\xDC"); }},
     {.code = 2, .detect_switch = 2, .type = "pcx",
-     .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; }, .traits = kByName},
+     .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; },
+     .decode = decode_pcx, .encode = encode_pcx, .traits = kByName},
     {.code = 25, .detect_switch = 25, .type = "ico",
      .test = [](const Probe& p) { return p.has("\0\0\1\0"sv) && one_of(p[6], {16, 32, 48, 64}); },
      .traits = kByName},
@@ -143,13 +148,14 @@ constexpr FileType kFileTypes[] = {
     // Variants and save-only codes: no test of their own.
     {.code = 7, .type = "tif", .traits = kMultiPage},
     {.code = 8, .type = "tif", .traits = kMultiPage},
-    {.code = 9, .type = "tif", .encode = encode_tiff_lzw, .available = lzw_module_available,
-     .traits = kMultiPage},
+    {.code = 9, .type = "tif", .encode = encode_tiff_lzw, .available = tiff_lzw_encoder_available,
+     .can_append = pages_unknown, .traits = kMultiPage},
     {.code = 10, .type = "tif", .supplier = Supplier::transitions, .traits = kMultiPage},
     {.code = 12, .type = "bmp", .encode = encode_bmp_rle},
     {.code = 16, .type = "tif", .traits = kMultiPage},
     {.code = 40, .type = "tif", .traits = kMultiPage},
-    {.code = 44, .type = "gif", .encode = encode_gif_interlaced, .available = lzw_module_available},
+    {.code = 44, .type = "gif", .encode = encode_gif_interlaced,
+     .available = gif_interlaced_encoder_available},
     {.code = 46, .type = "tif", .traits = kMultiPage},
     {.code = 47, .type = "tif", .traits = kMultiPage},
     {.code = 48, .type = "bmp", .encode = encode_dib},

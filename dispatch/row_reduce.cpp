@@ -4,6 +4,9 @@
 #include <algorithm>
 
 #include "core/settings.h"
+#include "process/grey.h"
+#include "process/nearest_colour.h"
+#include "process/sixteen_colours.h"
 
 namespace tq::dispatch {
 namespace {
@@ -20,23 +23,8 @@ std::uint8_t threshold(std::int32_t x, std::int32_t y) {
   return kDispersedDots[x & 7][y & 7];
 }
 
-int luma(Rgb c) {
-  return (30 * c.red + 59 * c.green + 11 * c.blue) / 100;
-}
-
-// Brightness for the full-intensity bit; darker than luma on purpose, so that mid tones stay at
-// half intensity.
-int intensity(Rgb c) {
-  const int grey = (75 * c.green + 38 * c.red + 14 * c.blue) >> 7;
-  return grey > 40 ? grey - 40 : 0;
-}
-
 int dithered_level(int value, int levels, int t) {
   return (value * (levels - 1) + t) / 255;
-}
-
-int square(int v) {
-  return v * v;
 }
 
 }  // namespace
@@ -100,21 +88,18 @@ void RowReducer::reduce_to_8(std::int32_t y) {
 }
 
 void RowReducer::reduce_to_4(std::int32_t y) {
-  for (std::int32_t x = 0; x < source_.width; ++x) {
-    const Rgb c = colours_[x];
-    const int t = plain_thresholds_ ? 180 : threshold(x, y);
-    const bool full =
-        plain_thresholds_ ? std::max({c.blue, c.green, c.red}) > 220 : intensity(c) > t + 40;
-    const int index =
-        (full ? 8 : 0) | (c.blue > t ? 4 : 0) | (c.green > t ? 2 : 0) | (c.red > t ? 1 : 0);
-    reduced_[x / 2] |= static_cast<std::uint8_t>(x % 2 == 0 ? index << 4 : index);
-  }
+  process::pack_nibbles(reduced_.data(), source_.width, [&](std::int32_t x) {
+    const Rgb c = colours_.data()[x];
+    if (plain_thresholds_) return process::cut_sixteen(c.blue, c.green, c.red);
+    return process::ordered_sixteen(c, process::intensity(c), threshold(x, y));
+  });
 }
 
 void RowReducer::reduce_to_1(std::int32_t y) {
   for (std::int32_t x = 0; x < source_.width; ++x) {
     const int t = plain_thresholds_ ? 127 : threshold(x, y);
-    if (luma(colours_[x]) > t) reduced_[x / 8] |= static_cast<std::uint8_t>(0x80 >> (x % 8));
+    if (process::luma(colours_[x]) > t)
+      reduced_[x / 8] |= static_cast<std::uint8_t>(0x80 >> (x % 8));
   }
 }
 
@@ -124,20 +109,8 @@ std::uint8_t RowReducer::nearest(Rgb colour) {
                             static_cast<std::uint32_t>(colour.green) << 8 | colour.blue | kInUse;
   CachedColour& cached = cache_[(key * 0x9E3779B1u) >> 20];
   if (cached.key == key) return cached.index;
-  int best = INT32_MAX;
-  std::uint8_t found = 0;
-  for (int i = 0; i < 256; ++i) {
-    const Rgb entry = palette()[i];
-    const int distance = square((colour.red >> 1) - (entry.red >> 1)) +
-                         square((colour.green >> 1) - (entry.green >> 1)) +
-                         square((colour.blue >> 1) - (entry.blue >> 1));
-    if (distance < best) {
-      best = distance;
-      found = static_cast<std::uint8_t>(i);
-    }
-  }
-  cached = {key, found};
-  return found;
+  cached = {key, process::nearest_colour(colour, fixed_palette(2))};
+  return cached.index;
 }
 
 }  // namespace tq::dispatch

@@ -386,7 +386,7 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
            one_of(type, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY}));
   digest.add(type);
   const std::int32_t pages = IMGLOW_get_pages_block(copy.data(), copy.size());
-  TQ_CLAIM((pages >= 1 && pages <= 1024) ||
+  TQ_CLAIM((pages >= 0 && pages <= 1024) ||
            one_of(pages, {IMG_UNSUPPORTED, IMG_NO_LZW_MODULE, IMG_OUT_OF_MEMORY}));
   digest.add(pages);
   if (settings.undisturbed()) {
@@ -478,7 +478,8 @@ Digest run(Route route, const Settings& settings, Bytes plain_file) {
   memory_probe::refuse_after(-1);
   IMG_set_statusbar(0, nullptr, 0);
   TQ_CLAIM(result >= 0 || one_of(result, {IMG_OUT_OF_MEMORY, IMG_BAD_IMAGE, IMG_UNSUPPORTED,
-                                          IMG_NO_LZW_MODULE, IMG_STOP_AFTER_HEADER, kAborted}));
+                                          IMG_NO_LZW_MODULE, IMG_STOP_AFTER_HEADER, IMG_CANNOT_OPEN,
+                                          IMG_NO_SUCH_PAGE, IMG_READ_FAILED, kAborted}));
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
   digest.add(result);
   IMG_set_encrypt(0, 0);
@@ -511,10 +512,11 @@ bool claims_many_rows(Bytes file) {
 }
 
 // The way that a second decode takes: from plain memory, if the first one's way had no say in the
-// result.
+// result. Containers hold positions in the whole stream, so an offset has.
 Route second_route(const Settings& settings) {
   const Route route = settings.route();
   if (!settings.undisturbed() || route == Route::query) return route;
+  if (settings.u8(kOffsetByte) != 0) return route;
   return route < Route::sink_block ? Route::block : Route::sink_block;
 }
 

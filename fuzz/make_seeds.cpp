@@ -1,4 +1,5 @@
-// Writes the seed corpus, byte by byte: make_seeds FOLDER makes FOLDER/decode and FOLDER/sequence.
+// Writes the seed corpus: make_seeds FOLDER makes a folder in it for each kind of input.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -8,11 +9,15 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/pdf/pdf.h"
 #include "fuzz/decode_settings.h"
+#include "tests/support/ccitt_model.h"
+#include "tests/support/jpeg_file.h"
 
 namespace {
 
 using namespace std::string_view_literals;
+namespace test = tq::test;
 using tq::fuzz::Route;
 using Bytes = std::vector<std::uint8_t>;
 using SettingBytes = std::array<std::uint8_t, tq::fuzz::kSettingBytes>;
@@ -410,6 +415,193 @@ void write_gif_seeds() {
   }
 }
 
+// ---- PCX, DCX and PNG files -------------------------------------------------------------------
+
+struct Pcx {
+  const char* name;
+  std::uint32_t width, height, bits, planes, bytes_per_line;
+  std::uint32_t version = 5, palette = 1;
+};
+
+Bytes make(const Pcx& pcx) {
+  Writer file;
+  file.u8(10).u8(pcx.version).u8(1).u8(pcx.bits).u16(0).u16(0).u16(pcx.width - 1);
+  file.u16(pcx.height - 1).u16(300).u16(150).fill(48, 0x5B).u8(0).u8(pcx.planes);
+  file.u16(pcx.bytes_per_line).u16(pcx.palette).fill(58, 0);
+  std::uint32_t left = pcx.planes * pcx.bytes_per_line * pcx.height;
+  for (std::uint32_t i = 0; left > 0; ++i) {
+    const std::uint32_t count = i % 3 == 0 ? std::min(left, 1 + i % 63) : 1;
+    if (count > 1) file.u8(0xC0 | count);
+    file.u8(i * 37 % 0xC0);
+    left -= count;
+  }
+  if (pcx.bits * pcx.planes == 8) file.u8(12).fill(768, 0x44);
+  return file.bytes;
+}
+
+std::uint32_t crc_of(const Bytes& bytes) {
+  std::uint32_t crc = 0xFFFFFFFF;
+  for (const std::uint8_t byte : bytes) {
+    crc ^= byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) != 0 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
+  }
+  return ~crc;
+}
+
+Writer& big(Writer& to, std::uint32_t value) {
+  return to.u8(value >> 24).u8(value >> 16).u8(value >> 8).u8(value);
+}
+
+void put_chunk(Writer& file, std::string_view name, const Bytes& data) {
+  Writer covered;
+  covered.text(name).data(data);
+  big(file, static_cast<std::uint32_t>(data.size())).data(covered.bytes);
+  big(file, crc_of(covered.bytes));
+}
+
+// 7 x 5 pixels in one stored block of deflate.
+Bytes make_png(std::uint32_t type, std::uint32_t depth, std::uint32_t interlaced,
+               bool transparent) {
+  constexpr std::uint32_t kChannels[] = {1, 0, 3, 1, 2, 0, 4};
+  Writer file, header, pixels, stream, colours;
+  file.text("\x89PNG\r\n\x1A\n"sv);
+  big(big(header, 7), 5).u8(depth).u8(type).u8(0).u8(0).u8(interlaced);
+  put_chunk(file, "IHDR", header.bytes);
+  for (std::uint32_t i = 0; i < 3u << depth && i < 768; ++i) colours.u8(i * 5);
+  if (type == 3) put_chunk(file, "PLTE", colours.bytes);
+  if (transparent && type == 3) put_chunk(file, "tRNS", {255, 0});
+  if (transparent && type == 0) put_chunk(file, "tRNS", {0, 1});
+  if (transparent && type == 2) put_chunk(file, "tRNS", {0, 1, 0, 2, 0, 3});
+  constexpr std::uint32_t kPasses[7][2] = {{1, 1}, {1, 1}, {2, 1}, {2, 2}, {4, 1}, {3, 3}, {7, 2}};
+  const std::uint32_t plain[2] = {7, 5};
+  for (std::uint32_t pass = 0; pass < (interlaced != 0 ? 7u : 1u); ++pass) {
+    const std::uint32_t* size = interlaced != 0 ? kPasses[pass] : plain;
+    for (std::uint32_t y = 0; y < size[1]; ++y) {
+      pixels.u8(y % 5);
+      for (std::uint32_t i = 0; i < (size[0] * kChannels[type] * depth + 7) / 8; ++i)
+        pixels.u8(i * 9);
+    }
+  }
+  std::uint32_t a = 1, b = 0;
+  for (const std::uint8_t byte : pixels.bytes) {
+    a = (a + byte) % 65521;
+    b = (b + a) % 65521;
+  }
+  const auto count = static_cast<std::uint32_t>(pixels.bytes.size());
+  stream.u8(0x78).u8(1).u8(1).u16(count).u16(~count).data(pixels.bytes);
+  big(stream, b << 16 | a);
+  put_chunk(file, "IDAT", stream.bytes);
+  put_chunk(file, "IEND", {});
+  return file.bytes;
+}
+
+void write_paged_seeds() {
+  const Pcx kinds[] = {{"1", 13, 5, 1, 1, 2},
+                       {"1_old", 13, 5, 1, 1, 2, 3},
+                       {"4_planes", 13, 5, 1, 4, 2},
+                       {"3_planes", 13, 5, 1, 3, 2},
+                       {"4", 13, 5, 4, 1, 7},
+                       {"8", 13, 5, 8, 1, 13},
+                       {"8_grey", 13, 5, 8, 1, 14, 5, 2},
+                       {"24", 13, 5, 8, 3, 13},
+                       {"16_planes", 9, 3, 4, 4, 2},
+                       {"short_lines", 90, 3, 8, 3, 5},
+                       {"2", 9, 3, 2, 1, 3},
+                       {"no_lines", 9, 3, 8, 1, 0},
+                       {"huge", 65536, 65536, 8, 3, 65535}};
+  std::size_t way = 0;
+  const auto write = [&](const std::string& name, const Bytes& file) {
+    write_decode_seed(name, kSettings[0].bytes, file);
+    for (int i = 0; i < 3; ++i) {
+      const NamedSettings& settings = kSettings[way++ % std::size(kSettings)];
+      write_decode_seed(name + "_" + settings.name, settings.bytes, file);
+    }
+  };
+  for (const Pcx& pcx : kinds) {
+    const Bytes page = make(pcx);
+    write(std::string("pcx_") + pcx.name, Bytes(page.begin(), page.end()));
+    Writer dcx;
+    dcx.u32(987654321).u32(20).u32(20 + static_cast<std::uint32_t>(page.size())).u32(0).u32(0);
+    dcx.data(page).data(page);
+    write(std::string("dcx_") + pcx.name, dcx.bytes);
+    SettingBytes second{};
+    second[tq::fuzz::kPageByte] = 1;
+    write_decode_seed(std::string("dcx_second_") + pcx.name, second, dcx.bytes);
+  }
+  constexpr std::uint32_t kTypes[][2] = {{0, 1}, {0, 2},  {0, 4},  {0, 8}, {0, 16},
+                                         {2, 8}, {2, 16}, {3, 1},  {3, 2}, {3, 4},
+                                         {3, 8}, {4, 8},  {4, 16}, {6, 8}, {6, 16}};
+  for (const auto& type : kTypes) {
+    for (const std::uint32_t interlaced : {0u, 1u}) {
+      for (const bool transparent : {false, true}) {
+        write("png_" + std::to_string(type[0]) + "_" + std::to_string(type[1]) +
+                  (interlaced != 0 ? "_passes" : "") + (transparent ? "_transparent" : ""),
+              make_png(type[0], type[1], interlaced, transparent));
+      }
+    }
+  }
+}
+
+// ---- Facsimile data and documents -------------------------------------------------------------
+
+void write_ccitt_seeds() {
+  using tq::formats::CcittScheme;
+  std::uint32_t variant = 0;
+  for (const int run : {1, 9, 200}) {
+    for (std::uint32_t flags = 0; flags < 64; flags += 3) {
+      const tq::formats::CcittCoding coding{static_cast<CcittScheme>(flags & 3), (flags & 4) != 0,
+                                            (flags & 8) != 0, (flags & 16) != 0, (flags & 32) != 0};
+      const std::uint32_t width = 40 + 13 * variant;
+      Writer seed;
+      seed.u8(flags | (variant & 1) << 6).u16(width - 1);
+      seed.data(tq::test::ccitt_by_model(
+          coding, tq::test::printed_page(static_cast<int>(width), 12, run, variant)));
+      write_file("ccitt/" + std::to_string(variant++), seed.bytes);
+    }
+  }
+}
+
+std::int32_t IMG_CB_C stripes(void*, void* dest, std::int32_t y, std::int32_t bytes) {
+  std::fill_n(static_cast<std::uint8_t*>(dest), bytes, static_cast<std::uint8_t>(0x0F << y % 5));
+  return 0;
+}
+
+void write_pdf_seeds() {
+  Bytes block(20000);
+  tq::HeaderBlock header = tq::dib_header(21, 9, 1);
+  tq::open_memory_stream(block.data(), block.size());
+  for (int pages = 1; pages <= 3; ++pages) {
+    all_written = all_written &&
+                  tq::formats::encode_pdf({tq::kMemoryStream, &header, {stripes, nullptr}}).ok();
+    const auto size = tq::memory_position();
+    write_file("pdf/pages_" + std::to_string(pages), Bytes(block.begin(), block.begin() + size));
+  }
+  // As the reader wants it: a page number that is a place, a name that ends in an object's number.
+  for (const char* filter : {"CCITTFaxDecode", "DCTDecode"}) {
+    std::string file = "%PDF-1.2\r\n/Tarnquill4\r\n";
+    std::vector<std::size_t> offsets;
+    const auto object = [&](const std::string& content) {
+      offsets.push_back(file.size());
+      file += std::to_string(offsets.size()) + " 0 obj << " + content + " >>\r\n";
+    };
+    object("/Pages 2 0 R");
+    object("/Kids [3 0 R]");
+    object("/Type /Page");
+    object(std::string("/Filter /") + filter +
+           " /Width 40 /Height 3 /BitsPerComponent 1 >>\r\nstream\r\n\x98\x66\x66\xFF\r\n");
+    const std::size_t table = file.size();
+    file += "xref\r\n0 5\r\n0000000000 65535 f\r\n";
+    for (const std::size_t offset : offsets) {
+      char entry[32];
+      std::snprintf(entry, sizeof entry, "%010u 00000 n\r\n", static_cast<unsigned>(offset));
+      file += entry;
+    }
+    file += "trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\nstartxref\r\n" + std::to_string(table) +
+            "\r\n%%EOF\r\n";
+    write_file(std::string("pdf/") + filter, Bytes(file.begin(), file.end()));
+  }
+}
+
 // ---- Sequences --------------------------------------------------------------------------------
 
 // Any bytes are a sequence of calls; these cover every call once and mix their arguments.
@@ -434,6 +626,59 @@ void write_sequence_seeds() {
   }
 }
 
+// ---- JPEG -------------------------------------------------------------------------------------
+
+// Every layout and kind of scan, small.
+void write_jpeg_seeds() {
+  struct Layout {
+    const char* name;
+    std::vector<test::JpegComponent> components;
+    std::vector<test::JpegScan> scans;
+    bool progressive;
+  };
+  const std::vector<test::JpegComponent> grey(1);
+  const std::vector<test::JpegComponent> full(3);
+  const std::vector<test::JpegComponent> halved = {{2, 2, 0}, {1, 1, 1}, {1, 1, 1}};
+  const std::vector<test::JpegScan> refined = {{{0}, 0, 0, 0, 1},
+                                               {{0}, 1, 63, 0, 2},
+                                               {{0}, 1, 63, 2, 1},
+                                               {{0}, 0, 0, 1, 0},
+                                               {{0}, 1, 63, 1, 0}};
+  const std::vector<test::JpegScan> bands = {
+      {{0, 1, 2}, 0, 0, 0, 1}, {{0}, 1, 9, 0, 0},       {{2}, 1, 63, 0, 1}, {{1}, 1, 63, 0, 0},
+      {{0}, 10, 63, 0, 0},     {{0, 1, 2}, 0, 0, 1, 0}, {{2}, 1, 63, 1, 0}};
+  const Layout layouts[] = {{"grey", grey, {}, false},
+                            {"full", full, {}, false},
+                            {"halved", halved, {}, false},
+                            {"uneven", {{3, 1, 0}, {1, 2, 1}, {2, 1, 1}}, {}, false},
+                            {"four", std::vector<test::JpegComponent>(4), {}, false},
+                            {"alone", halved, {{{2}}, {{0}}, {{1}}}, false},
+                            {"refined", grey, refined, true},
+                            {"bands", halved, bands, true}};
+  unsigned seed = 0;
+  for (const Layout& layout : layouts) {
+    for (const int interval : {0, 1}) {
+      test::JpegPicture picture{.width = 19, .height = 18, .progressive = layout.progressive};
+      picture.restart_interval = interval;
+      picture.components = layout.components;
+      picture.scans = layout.scans;
+      picture.quantisers.assign(2, std::vector<int>(64, 3));
+      if (layout.components.size() == 4) picture.extra = test::adobe_segment(2);
+      test::random_coefficients(picture, ++seed);
+      const Bytes file = test::jpeg_file(picture);
+      const std::string name = std::string("jpeg_") + layout.name + std::to_string(interval);
+      write_decode_seed(name, {byte_of(Route::block)}, file);
+      write_file("jpeg_decode/" + name, file);
+    }
+  }
+  for (std::uint32_t kind = 0; kind < 8; ++kind) {
+    Writer settings;
+    settings.u8(kind).u8(20 + kind).u8(9).u8(96).u8(10 * kind).u8(1 + kind % 3).u8(1).u8(kind);
+    for (std::uint32_t i = 0; i < 600; ++i) settings.u8(i * i * (kind + 1) >> 3);
+    write_file("jpeg_encode/" + std::to_string(kind), settings.bytes);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -445,10 +690,18 @@ int main(int argc, char** argv) {
   std::error_code error;
   std::filesystem::create_directories(folder / "decode", error);
   std::filesystem::create_directories(folder / "sequence", error);
+  std::filesystem::create_directories(folder / "jpeg_decode", error);
+  std::filesystem::create_directories(folder / "jpeg_encode", error);
   write_bmp_seeds();
   write_signature_seeds();
   write_tiff_seeds();
   write_gif_seeds();
+  write_paged_seeds();
+  std::filesystem::create_directories(folder / "ccitt", error);
+  std::filesystem::create_directories(folder / "pdf", error);
+  write_ccitt_seeds();
+  write_pdf_seeds();
   write_sequence_seeds();
+  write_jpeg_seeds();
   return all_written ? 0 : 1;
 }

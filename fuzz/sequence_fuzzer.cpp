@@ -5,7 +5,7 @@
 
 namespace tq::fuzz {
 
-Session* Session::running_ = nullptr;
+Session* Session::running = nullptr;
 
 void Session::expect(std::int64_t result, std::initializer_list<std::int64_t> codes) const {
   if (result >= 0) return;
@@ -197,14 +197,14 @@ std::int32_t Session::interfere(std::int32_t answer) {
 
 std::int32_t IMG_CB_STD Session::on_progress(std::intptr_t context, std::int32_t value) {
   TQ_CLAIM(context == 11 && value >= 0);
-  return running_->interfere(0);
+  return running->interfere(0);
 }
 
 std::int32_t IMG_CB_C Session::on_read(std::int32_t, void* buffer, std::int32_t count) {
   TQ_CLAIM(count > 0);
   std::memset(buffer, 0x99, static_cast<std::size_t>(count));  // all of it must be there
-  if (running_->interfere(0) < 0) return -5;
-  auto& file = running_->caller_;
+  if (running->interfere(0) < 0) return -5;
+  auto& file = running->caller_;
   if (--file.calls_to_failure == 0) return INT32_MIN;
   const auto size = static_cast<std::int64_t>(file.content.size());
   if (file.position < 0 || file.position >= size) return 0;
@@ -218,8 +218,8 @@ std::int32_t IMG_CB_C Session::on_read(std::int32_t, void* buffer, std::int32_t 
 
 std::int32_t IMG_CB_C Session::on_write(std::int32_t, void* buffer, std::int32_t count) {
   TQ_CLAIM(count > 0);
-  if (running_->interfere(0) < 0) return 0;
-  auto& file = running_->caller_;
+  if (running->interfere(0) < 0) return 0;
+  auto& file = running->caller_;
   if (--file.calls_to_failure == 0) return count / 2;
   const std::size_t end = file.content.size() + static_cast<std::size_t>(count);
   if (end > kMostCallerBytes) return 0;
@@ -232,33 +232,33 @@ std::int32_t IMG_CB_C Session::on_write(std::int32_t, void* buffer, std::int32_t
 
 std::int32_t IMG_CB_C Session::on_seek(std::int32_t, std::int32_t offset, std::int32_t origin) {
   TQ_CLAIM(origin >= 0 && origin <= 2);
-  if (running_->interfere(0) < 0) return -5;
-  auto& file = running_->caller_;
+  if (running->interfere(0) < 0) return -5;
+  auto& file = running->caller_;
   const std::int64_t from[] = {0, file.position, static_cast<std::int64_t>(file.content.size())};
   file.position = from[origin] + offset;
   return static_cast<std::int32_t>(file.position);
 }
 
 std::int32_t IMG_CB_C Session::on_header(void* header, void* context) {
-  TQ_CLAIM(context == running_);
+  TQ_CLAIM(context == running);
   Digest all;
   all.add({static_cast<const std::uint8_t*>(header), IMG_HEADER_BLOCK_BYTES});
-  return running_->interfere(1);
+  return running->interfere(1);
 }
 
 std::int32_t IMG_CB_C Session::on_row(void* row, void* context, std::int32_t y,
                                       std::int32_t bytes) {
-  TQ_CLAIM(context == running_ && y >= 0 && bytes > 0);
+  TQ_CLAIM(context == running && y >= 0 && bytes > 0);
   Digest all;
   all.add({static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(bytes)});
-  return ++running_->sink_rows_ > 500 ? kAborted : running_->interfere(0);
+  return ++running->sink_rows_ > 500 ? kAborted : running->interfere(0);
 }
 
 std::int32_t IMG_CB_C Session::on_supply(void* context, void* dest, std::int32_t y,
                                          std::int32_t bytes) {
-  TQ_CLAIM(context == running_ && y >= 0 && bytes > 0);
+  TQ_CLAIM(context == running && y >= 0 && bytes > 0);
   std::memset(dest, y * 37, static_cast<std::size_t>(bytes));
-  return ++running_->sink_rows_ > 500 ? kAborted : running_->interfere(0);
+  return ++running->sink_rows_ > 500 ? kAborted : running->interfere(0);
 }
 
 // ---- The sequence ------------------------------------------------------------------------------
@@ -321,7 +321,7 @@ void Session::reset_settings() {
 }
 
 void Session::run() {
-  running_ = this;
+  running = this;
   blocks_.reserve(4 * kMostCalls);
   reset_settings();
   memory_probe::refuse_above(kLargestAllowed);

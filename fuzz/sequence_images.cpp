@@ -240,7 +240,7 @@ void Session::put_raster() {
     model->picture.clear_padding();
   } else {
     TQ_CLAIM((!legal && result == IMG_UNSUPPORTED) ||
-             (result == IMG_OUT_OF_MEMORY && may_lack_memory()));
+             (result == IMG_OUT_OF_MEMORY && may_lack_memory(*model)));
   }
   verify(*model);
 }
@@ -288,7 +288,7 @@ void Session::change_form() {
   }
   const bool possible = !to_runs || model->picture.bits == 1;
   TQ_CLAIM(result == (possible ? 0 : IMG_WRONG_DEPTH) ||
-           (result == IMG_OUT_OF_MEMORY && may_lack_memory()));
+           (result == IMG_OUT_OF_MEMORY && may_lack_memory(*model)));
   if (result == 0) model->in_runs = to_runs && model->picture.width <= 65533;
   verify(*model);
 }

@@ -29,6 +29,10 @@ class Session {
   // The result must be a success or one of these; out of memory only when there was a reason.
   void expect(std::int64_t result, std::initializer_list<std::int64_t> codes) const;
   bool may_lack_memory() const { return refused_; }
+  // Large images have no room for a second form beside them.
+  bool may_lack_memory(const ImageModel& model) const {
+    return refused_ || model.picture.rows.size() > kLargestAllowed / 4;
+  }
   bool nested() const { return depth_ > 0; }
   // No callback has called the library during the last call, which was not made by one either.
   bool undisturbed() const { return !nested() && interferences_ == interferences_before_; }
@@ -81,7 +85,7 @@ class Session {
 
   // Callbacks: what they answer, after what they have done.
   std::int32_t interfere(std::int32_t answer);
-  static Session* running_;  // callbacks of streams carry no context
+  static Session* running;  // callbacks of streams carry no context
   static std::int32_t IMG_CB_STD on_progress(std::intptr_t context, std::int32_t value);
   static std::int32_t IMG_CB_C on_read(std::int32_t stream, void* buffer, std::int32_t count);
   static std::int32_t IMG_CB_C on_write(std::int32_t stream, void* buffer, std::int32_t count);

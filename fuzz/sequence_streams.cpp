@@ -230,8 +230,8 @@ void Session::save_to_stream() {
   const std::int32_t handle = choose_handle();
   const std::int32_t code = kCodes[in_.below(8)];
   const int file = memfd_create("out", MFD_CLOEXEC);
-  const std::int32_t kStreams[] = {file, file, IMG_MEMORY_STREAM, -1};
-  const std::int32_t stream = kStreams[in_.below(4)];
+  const std::int32_t streams[] = {file, file, IMG_MEMORY_STREAM, -1};
+  const std::int32_t stream = streams[in_.below(4)];
   const std::int64_t result = call([&] { return IMG_save_bitmap_fd(handle, stream, code); });
   expect(result, kSaveCodes);
   const ImageModel* const model = find(handle);

@@ -292,6 +292,86 @@ IMG_API int32_t IMG_CALL IMG_get_bitmap_palette(int32_t image, void* out);
 IMG_API int32_t IMG_CALL IMG_runs_to_dib(int32_t image);
 IMG_API int32_t IMG_CALL IMG_dib_to_runs(int32_t image);
 
+/* ---- Fewer colours ----------------------------------------------------------------------- */
+
+/* The operations below replace the pixels of an image in place: the handle, the crop rectangle and
+ * what else is set on the image stay, the address given by IMG_bitmap_info changes. Rows are
+ * reported to the progress callback once each (of two passes the second). Whatever the reason of a
+ * failure, the image is then unchanged. Colours of 32-bit images are understood by their marker,
+ * see the top of this file. An image registered by IMG_create_handle_keep gets memory of its own;
+ * yours is neither changed nor freed. All return 0 unless they say otherwise, IMG_BAD_HANDLE,
+ * IMG_OUT_OF_MEMORY (also: no pixels), the status named for depths that they do not take, or a
+ * progress callback's answer. */
+
+/* To 8-bit grey with a linear grey palette, from 4, 8, 16, 24 or 32 bits (else IMG_UNSUPPORTED).
+ * The formula depends on the depth: 24 and 32 bits (75 G + 38 R + 14 B) / 128, so that white is
+ * 253; 8 and 16 bits the same less 40, but not below 0; 4 bits the weighted sum over 100, of which
+ * the low 8 bits count: white becomes 67. */
+IMG_API int32_t IMG_CALL IMG_color_gray(int32_t image);
+
+/* To the fixed 256-colour palette of the dither mode (IMGLOW_set_dithermode: 2 the system's
+ * colours, else 3 bits red, 3 green, 2 blue), with Burkes error diffusion, from 4, 8, 16, 24 or 32
+ * bits (else IMG_WRONG_DEPTH). The palette does not depend on the image. */
+IMG_API int32_t IMG_CALL IMG_mediancut_color(int32_t image);
+
+/* To a palette chosen for the image by an octree, with serpentine Floyd-Steinberg diffusion, from
+ * 8, 24 or 32 bits (else IMG_WRONG_DEPTH).
+ *
+ *   bits        4 for a 4-bit result, any other value for 8 bits
+ *   palette     blue, green, red, 0 entries from which the tree is built; null: the pixels
+ *   count       how many colours: 8 to 256 (at most 16 for 4 bits), other values are brought into
+ *               that range. With a palette its low 30 bits are also the number of entries there,
+ *               IMG_UNSUPPORTED above 65536.
+ *
+ * Returns the number of palette entries written, which may be less than asked for. */
+IMG_API int32_t IMG_CALL IMG_octree_color(int32_t image, int32_t bits, const void* palette,
+                                          int32_t count);
+
+/* To the most frequent colours of 4 bits per channel, without diffusion, from 24 or 32 bits (else
+ * IMG_UNSUPPORTED). Entry 0 is always black, and black may come again; unused entries are
+ * 0xF0, 0xF0, 0xF0. Counts wrap at 65536. */
+IMG_API int32_t IMG_CALL IMG_popularity_color(int32_t image);
+
+/* ---- Black and white, 16 colours ------------------------------------------------------------ */
+
+/* To 1 bit, black and white, from 4, 8, 16, 24 or 32 bits (else IMG_UNSUPPORTED): ordered dither
+ * with dispersed dots, with clustered dots, or Stucki error diffusion with alternating direction.
+ * The grey that counts is (30 R + 59 G + 11 B) / 100. The result is held as run lists
+ * (biCompression 99), unless it is wider than 65533 pixels. */
+IMG_API int32_t IMG_CALL IMG_bayer_mono(int32_t image);
+IMG_API int32_t IMG_CALL IMG_halftone_mono(int32_t image);
+IMG_API int32_t IMG_CALL IMG_diffusion_mono(int32_t image);
+
+/* The same by a threshold: white is what is brighter than `threshold`. -1 chooses it: the histogram
+ * is equalised and cut at 40 of 255, so about the darkest sixth of the image becomes black. */
+IMG_API int32_t IMG_CALL IMG_thresh_mono(int32_t image, int32_t threshold);
+
+/* To 4 bits with 16 fixed colours (bit 0 red, 1 green, 2 blue at 128, bit 3 at 255), from 4, 8, 16,
+ * 24 or 32 bits (else IMG_UNSUPPORTED): ordered dither, or Burkes error diffusion. The ordered
+ * dither of a 16-bit image is black. */
+IMG_API int32_t IMG_CALL IMG_bayer_color(int32_t image);
+IMG_API int32_t IMG_CALL IMG_diffusion_color(int32_t image);
+
+/* ---- More bits ------------------------------------------------------------------------------ */
+
+/* To 8 bits from 1, 4, 8 or 16 (else IMG_UNSUPPORTED). A 1-bit pixel becomes 0 or 255, a 4-bit one
+ * its index, a 16-bit one its high byte. The palette entries stay; an image in run lists gets a
+ * linear grey palette. */
+IMG_API int32_t IMG_CALL IMG_promote_8(int32_t image);
+
+/* To 24 bits from 1, 4, 8, 16 or 32 (else IMG_UNSUPPORTED). Palette indices become their colours;
+ * the samples of a 16-bit image are copied as they are to the start of each row, the rest is 0.
+ *
+ * A 32-bit pixel with biCompression 0 is taken as cyan, magenta, yellow, black; with any other
+ * value as unused, red, green, blue. That second layout is the one IMG_promote_32 makes from 24
+ * bits, although it marks its result with 0: promoting a decoded 32-bit BMP (blue, green, red,
+ * unused) exchanges its channels. The other operations read such images rightly. */
+IMG_API int32_t IMG_CALL IMG_promote_24(int32_t image);
+
+/* To 32 bits from 1, 4, 8, 16 or 24 (else IMG_UNSUPPORTED), biCompression 0. Palette indices become
+ * blue, green, red, 0; a 24-bit pixel becomes 0, red, green, blue; 16-bit samples as above. */
+IMG_API int32_t IMG_CALL IMG_promote_32(int32_t image);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves
@@ -319,8 +399,8 @@ IMG_API int32_t IMG_CALL IMGLOW_set_decompsize(int32_t width, int32_t height);
 IMG_API int32_t IMG_CALL IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width,
                                                 int32_t height);
 
-/* How colours are reduced: 2 takes the nearest colour or a fixed threshold, any other value an
- * ordered dither. Default 1. */
+/* How colours are reduced while decoding: 2 takes the nearest colour or a fixed threshold, any
+ * other value an ordered dither. It also chooses the palette of IMG_mediancut_color. Default 1. */
 IMG_API int32_t IMG_CALL IMGLOW_set_dithermode(int32_t mode);
 
 /* Kept for the display layer: treat palette images as colour; anti-aliasing and its quality; delay
@@ -349,6 +429,11 @@ IMG_API int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write,
  * four bytes (0xAA if that is 0). Not encryption. `on`: its low byte 0 switches it off. */
 IMG_API int32_t IMG_CALL IMG_set_encrypt(int32_t on, int32_t key);
 
+/* Unloads the modules that GIF, TIFF LZW and other codecs live in, see tarnquill_plugin.h; the next
+ * use loads them again. During a call of a module, from a callback, they go when it has returned.
+ * Returns 0. */
+IMG_API int32_t IMG_CALL IMG_unload_plugins(void);
+
 /* ---- What a file is ----------------------------------------------------------------------- */
 
 /* The file type code of a file, an open stream (at its current position, which is restored), or a
@@ -369,6 +454,24 @@ IMG_API int32_t IMG_CALL IMGLOW_get_pages(const char* name);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_fd(int32_t stream);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_mem(void* block);
 IMG_API int32_t IMG_CALL IMGLOW_get_pages_block(const void* block, size_t size);
+
+/* What the header of a file says about its image, or about its first page, without decoding it.
+ *
+ *   stream      an open stream; the file begins at its position 0
+ *   header      40 bytes, filled with a BITMAPINFOHEADER whose resolution is in dots per inch;
+ *               all 0 when the file fails before its header is known. Null: only the result counts
+ *
+ * The header says what the file says: a side may be below 1 and nothing is known to be there.
+ * Return 0, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder), or the decoder's
+ * status. */
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo(const char* name, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_fd(int32_t stream, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_mem(void* block, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_block(const void* block, size_t size, void* header);
+
+/* How the image in a file is to be turned. Returns IMG_CANNOT_OPEN or IMG_UNSUPPORTED: no format
+ * that is decoded here tells. */
+IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
 
 /* ---- Reading ------------------------------------------------------------------------------ */
 

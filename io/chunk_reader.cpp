@@ -22,6 +22,7 @@ Status ChunkReader::open(StreamHandle stream, std::int64_t chunk_bytes) {
   }
   stream_ = stream;
   openings_ = memory_openings();
+  without_end_ = !rest.empty() && !end_is_known(stream);
   if (!rest.empty()) {
     mode_ = Mode::in_place;
     cursor_ = rest.data();

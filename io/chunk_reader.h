@@ -42,6 +42,11 @@ class ChunkReader {
     if (available_ < wanted) refill(wanted);
     return {cursor_, available_ < wanted ? available_ : wanted};
   }
+  // The same, and as many more as can be looked at without reading.
+  std::span<const std::uint8_t> peek_all(std::size_t wanted) {
+    const std::span<const std::uint8_t> wanted_only = peek(wanted);
+    return without_end_ ? wanted_only : std::span(cursor_, available_);
+  }
   void skip(std::size_t bytes);  // of what was peeked
 
   // Takes the next bytes.size() bytes, however many; returns how many there were.
@@ -55,6 +60,7 @@ class ChunkReader {
 
   StreamHandle stream_{-1};
   Mode mode_ = Mode::closed;
+  bool without_end_ = false;  // in place: memory that does not say where it ends
   GlobalBlock chunk_;
   const std::uint8_t* cursor_ = nullptr;
   std::size_t available_ = 0;      // bytes at the cursor; counted, as their end may have no address

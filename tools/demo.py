@@ -228,14 +228,17 @@ class Demonstration:
     def contact_sheet(self, pictures):
         sheet = self.out / "contact-sheet.bmp"
         subprocess.run([self.programs / "contact_sheet", sheet, *pictures], check=True)
+        return self.as_png(sheet)
+
+    def operations_sheet(self, picture):
+        """Every operation on one picture."""
+        sheet = self.out / f"operations-{picture.stem}.bmp"
+        subprocess.run([self.programs / "tarnquill", "sheet", picture, sheet], check=True)
+        return self.as_png(sheet)
+
+    def as_png(self, sheet):
         png = sheet.with_suffix(".png")
-        if Image:
-            with Image.open(sheet) as image:
-                image.save(png, optimize=True)
-        elif shutil.which("pnmtopng"):
-            png.write_bytes(run("pnmtopng", "-quiet", data=run("bmptopnm", "-quiet", str(sheet))))
-        else:
-            return sheet
+        subprocess.run([self.programs / "tarnquill", "convert", "-q", sheet, png], check=True)
         return png
 
 
@@ -275,6 +278,7 @@ def main():
     subprocess.run([programs / "make_scene", inputs], check=True)
     made = sorted(inputs.glob("*.bmp"))
     (out / "yours").mkdir(exist_ok=True)
+    yours = len(sys.argv) - 3
     extra = [as_bmp(name, out / "yours") for name in sys.argv[3:]] + found_on_this_machine()
     subprocess.run([programs / "tarnquill", "info", *made, *extra], check=False)
 
@@ -296,9 +300,12 @@ def main():
             "page-1.crop", "photo-24.8-bits-nearest", "photo-24.4-bits-nearest",
             "photo-24.1-bits-nearest", "page-1.save-as-1", "scene-565.save-as-1",
             "os2-8.save-as-12", "top-down-24.save-as-1", "chart-rle8.crop")])
+    operations = [show.operations_sheet(name) for name in [inputs / "photo-24.bmp", *extra[:yours]]]
     print("== summary")
     print(f"{show.confirmed} results read as expected by other programs, {show.bad} failures.")
     print(f"The picture: {picture.resolve()}")
+    for sheet in operations:
+        print(f"All operations on one picture: {sheet.resolve()}")
     return 1 if show.bad else 0
 
 

@@ -7,12 +7,12 @@ set -euo pipefail
 
 declare -A packages=(
   [build]="g++ cmake ninja-build googletest git python3 pkg-config clang libclang-rt-14-dev
-    clang-format clang-tidy"
+    clang-format clang-tidy libpng-dev dpkg-dev"
   [linux32]="g++-multilib"
   [win32]="g++-mingw-w64-i686-posix debootstrap"
   [bench]="libbenchmark-dev"
   # Other programs that read and write the same formats; what uses them does without if it must.
-  [peers]="netpbm imagemagick python3-pil libtiff-dev libtiff-tools libleptonica-dev qpdf poppler-utils"
+  [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev qpdf poppler-utils"
 )
 
 missing() {  # GROUP...: the packages of these groups that are not installed

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kLongestSide = 65535;
 constexpr int kMostBlocksOfMcu = 10;
-constexpr int kMargin = 64;  // kernels write whole groups of samples
+constexpr int kMargin = kKernelMargin;
 
 constexpr EncodeTable kDcCodes[] = {encode_table(kDcLuminance), encode_table(kDcChrominance)};
 constexpr EncodeTable kAcCodes[] = {encode_table(kAcLuminance), encode_table(kAcChrominance)};
@@ -102,8 +102,9 @@ class Planes {
     for (int i = 0; i < frame.count; ++i) {
       planes_[i].samples = reinterpret_cast<std::int16_t*>(samples_.data()) + starts[i];
     }
-    TQ_TRY(row_.allocate(row_bytes(frame.width, request.image->header.biBitCount)));
-    TQ_TRY(bgr_.allocate(3 * std::int64_t{frame.width} + kMargin));
+    row_bytes_ = static_cast<std::size_t>(row_bytes(frame.width, request.image->header.biBitCount));
+    TQ_TRY(row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kMargin));
+    TQ_TRY(bgr_.allocate(3 * (std::int64_t{frame.width} + kMargin)));
     return kOk;
   }
 
@@ -115,7 +116,7 @@ class Planes {
     const int height = 8 * frame_->v;
     for (int y = 0; y < height; ++y) {
       if (top + y < frame_->height) {
-        TQ_TRY(request_->rows.row(row_.pixels(), top + y));
+        TQ_TRY(request_->rows.row(row_.pixels().first(row_bytes_), top + y));
         convert(y);
       } else {
         repeat_last(y);
@@ -198,6 +199,7 @@ class Planes {
   std::array<Plane, kMostEncodedComponents> planes_{};
   GlobalBlock samples_;
   RowBuffer<std::uint8_t> row_, bgr_;
+  std::size_t row_bytes_ = 0;
 };
 
 // The number of bits of an amount, and the bits that stand for the value.
@@ -273,7 +275,7 @@ class Coder {
     alignas(32) std::int16_t coefficients[kBlock];
     QuantisedBlock quantised;
     kernels_.forward(samples, stride, coefficients);
-    quantise(coefficients, quantisers_[kind], quantised);
+    kernels_.quantise(coefficients, quantisers_[kind], quantised);
     code_block(quantised, kDcCodes[kind], kAcCodes[kind], predictors_[component], writer_.bits());
     return writer_.end_block();
   }

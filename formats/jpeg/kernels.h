@@ -2,10 +2,14 @@
 #pragma once
 
 #include "formats/jpeg/colour.h"
+#include "formats/jpeg/quantise.h"
 #include "formats/jpeg/transform.h"
 #include "platform/cpu.h"
 
 namespace tq::formats {
+
+// Rows need room for kKernelMargin samples, or pixels, behind their width.
+inline constexpr int kKernelMargin = 64;
 
 struct JpegKernels {
   // Any block.
@@ -22,12 +26,14 @@ struct JpegKernels {
   void (*ycc_to_bgr_halved)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
                             std::uint8_t* bgr, int width);
   void (*forward)(const std::int16_t* samples, std::ptrdiff_t stride, std::int16_t* coefficients);
+  void (*quantise)(const std::int16_t* coefficients, const QuantiseTable& table,
+                   QuantisedBlock& out);
   void (*bgr_to_luma)(const std::uint8_t* bgr, std::int16_t* y, int width);
   void (*bgr_to_chroma)(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int16_t* cr,
                         int width);
 };
 
-JpegKernels select_kernels(platform::CpuFeatures features);
+JpegKernels select_kernels(const platform::CpuFeatures& features);
 JpegKernels jpeg_kernels();  // of this processor, less what is masked
 
 }  // namespace tq::formats

@@ -139,8 +139,9 @@ bool read_scan(Body body, const Frame& frame, Scan& scan) {
   for (std::size_t i = 0; i < static_cast<std::size_t>(components); ++i) {
     const std::uint8_t* entry = body.take(2);
     if (entry == nullptr) return false;
+    const int known = std::min(frame.count, kMostComponents);
     int index = 0;
-    while (index < frame.count && frame.components[index].id != entry[0]) ++index;
+    while (index < known && frame.components[index].id != entry[0]) ++index;
     scan.components[i] = {index, entry[1] >> 4, entry[1] & 15};
   }
   const std::uint8_t* band = body.take(3);

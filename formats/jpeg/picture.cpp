@@ -12,8 +12,7 @@ constexpr int ceil_div(int a, int b) {
   return (a + b - 1) / b;
 }
 
-// Kernels may write whole groups of pixels.
-constexpr int kRowMargin = 64;
+constexpr int kRowMargin = kKernelMargin;
 
 }  // namespace
 
@@ -86,7 +85,7 @@ Status Band::allocate(const Geometry& geometry, Layout layout) {
   const auto padded = static_cast<std::uint64_t>(geometry.mcu_columns) * 8 * geometry.h_most;
   TQ_TRY(widened_.allocate((padded + kRowMargin) * kMostComponents));
   row_bytes_ = static_cast<std::size_t>(row_bytes(geometry.width, layout_bits(layout)));
-  return row_.allocate(static_cast<std::int64_t>(row_bytes_) + kRowMargin);
+  return row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kRowMargin);
 }
 
 void Band::set_quantiser(int component, const Quantiser& quantiser) {

@@ -1,17 +1,27 @@
-// Codecs that live in separately loaded modules: LZW (GIF, TIFF LZW).
+// Codecs that live in separately loaded modules: LZW (GIF, TIFF LZW), PDF, ABIC.
 #pragma once
 
 #include "formats/codec.h"
 
 namespace tq::formats {
 
-// Whether the module's codecs can be called; no_lzw_module if not.
-Status lzw_module_available();
-
+// no_lzw_module when the module, or this codec in it, is missing.
 Status decode_gif(const DecodeRequest& request);
 Status encode_gif(const EncodeRequest& request);
 Status encode_gif_interlaced(const EncodeRequest& request);
+Status decode_tiff_lzw(const DecodeRequest& request);
 Status encode_tiff_lzw(const EncodeRequest& request);
+
+// Whether the encoders above can be called; the same status if not.
+Status gif_encoder_available();
+Status gif_interlaced_encoder_available();
+Status tiff_lzw_encoder_available();
+
+// `available` is false, and no_pdf_module the result, when the module cannot be loaded; the module
+// itself may answer no_pdf_module, too.
+Status decode_pdf_by_module(const DecodeRequest& request, bool& available);
+
+Status decode_abic(const DecodeRequest& request);  // out_of_memory when the module is missing
 
 // Frames are not counted, with or without the module; callers rely on the status.
 Status count_gif_pages(StreamHandle stream);

@@ -1,23 +1,119 @@
-// The library loads no modules yet, so each of these codecs reports its module as missing.
+// Forwards codec calls to the modules, and the library's stream functions to them.
+#include "core/plugin_modules.h"
 #include "formats/plugin/plugin.h"
 
 namespace tq::formats {
+namespace {
 
-Status lzw_module_available() {
-  return StatusCode::no_lzw_module;
+std::span<std::uint8_t> bytes_of(void* buffer, std::int32_t count) {
+  if (buffer == nullptr || count < 0) return {};
+  return {static_cast<std::uint8_t*>(buffer), static_cast<std::size_t>(count)};
 }
 
-Status decode_gif(const DecodeRequest& /*request*/) {
-  return lzw_module_available();
+std::int32_t IMG_CB_C read_stream(std::int32_t stream, void* buffer, std::int32_t count) {
+  return read(StreamHandle{stream}, bytes_of(buffer, count));
 }
-Status encode_gif(const EncodeRequest& /*request*/) {
-  return lzw_module_available();
+std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32_t count) {
+  return write(StreamHandle{stream}, bytes_of(buffer, count));
 }
-Status encode_gif_interlaced(const EncodeRequest& /*request*/) {
-  return lzw_module_available();
+std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
+  return seek(StreamHandle{stream}, offset, static_cast<Origin>(origin));
 }
-Status encode_tiff_lzw(const EncodeRequest& /*request*/) {
-  return lzw_module_available();
+std::int32_t IMG_CB_C no_tiff_helper() {
+  return IMG_UNSUPPORTED;
+}
+
+constexpr ModuleCallbacks kCallbacks = {read_stream, write_stream, seek_stream, no_tiff_helper};
+
+// Modules are promised callbacks that can be called.
+std::int32_t IMG_CB_C any_header(void* /*header*/, void* /*context*/) {
+  return 1;
+}
+std::int32_t IMG_CB_C any_row(void* /*row*/, void* /*context*/, std::int32_t /*y*/,
+                              std::int32_t /*bytes*/) {
+  return 0;
+}
+std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y*/,
+                             std::int32_t /*bytes*/) {
+  return IMG_UNSUPPORTED;
+}
+
+Status decode(const PluginCall& call, const DecodeRequest& request) {
+  const RowSink& sink = request.sink;
+  return Status::from_raw(call.function<img_plugin_decode_fn>()(
+      request.offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
+      sink.on_header == nullptr ? any_header : sink.on_header,
+      static_cast<std::int32_t>(request.stream)));
+}
+
+Status encode(const PluginCall& call, const EncodeRequest& request) {
+  const RowSupplier& rows = request.rows;
+  return Status::from_raw(call.function<img_plugin_encode_fn>()(
+      static_cast<std::int32_t>(request.stream), request.image,
+      rows.on_row == nullptr ? no_row : rows.on_row, rows.context));
+}
+
+Status begin_lzw(PluginEntry entry, PluginCall& call) {
+  return call.begin(entry, kCallbacks).failed() ? StatusCode::no_lzw_module : StatusCode::ok;
+}
+
+Status lzw_available(PluginEntry entry) {
+  PluginCall call;
+  return begin_lzw(entry, call);
+}
+
+Status decode_lzw(PluginEntry entry, const DecodeRequest& request) {
+  PluginCall call;
+  TQ_TRY(begin_lzw(entry, call));
+  return decode(call, request);
+}
+
+Status encode_lzw(PluginEntry entry, const EncodeRequest& request) {
+  PluginCall call;
+  TQ_TRY(begin_lzw(entry, call));
+  return encode(call, request);
+}
+
+}  // namespace
+
+Status decode_gif(const DecodeRequest& request) {
+  return decode_lzw(PluginEntry::decode_gif, request);
+}
+Status encode_gif(const EncodeRequest& request) {
+  return encode_lzw(PluginEntry::encode_gif, request);
+}
+Status encode_gif_interlaced(const EncodeRequest& request) {
+  return encode_lzw(PluginEntry::encode_gif_interlaced, request);
+}
+Status decode_tiff_lzw(const DecodeRequest& request) {
+  return decode_lzw(PluginEntry::decode_tiff_lzw, request);
+}
+Status encode_tiff_lzw(const EncodeRequest& request) {
+  return encode_lzw(PluginEntry::encode_tiff_lzw, request);
+}
+
+Status gif_encoder_available() {
+  return lzw_available(PluginEntry::encode_gif);
+}
+Status gif_interlaced_encoder_available() {
+  return lzw_available(PluginEntry::encode_gif_interlaced);
+}
+Status tiff_lzw_encoder_available() {
+  return lzw_available(PluginEntry::encode_tiff_lzw);
+}
+
+Status decode_pdf_by_module(const DecodeRequest& request, bool& available) {
+  PluginCall call;
+  const Status loaded = call.begin(PluginEntry::decode_pdf, kCallbacks);
+  available = loaded.ok();
+  TQ_TRY(loaded);
+  return decode(call, request);
+}
+
+Status decode_abic(const DecodeRequest& request) {
+  PluginCall call;
+  TQ_TRY(call.begin(PluginEntry::decode_abic, kCallbacks));
+  return decode(call, request);
 }
 
 Status count_gif_pages(StreamHandle /*stream*/) {

@@ -357,9 +357,12 @@ std::vector<std::vector<double>> model_rows(const JpegPicture& picture) {
         s.push_back(std::clamp(planes[i][count == 1 ? x : x * c.h / h_most], -128.0, 127.0));
       }
       if (count == 3) {
-        row.push_back(limited(s[0] + 1.772 * s[1] + 128));
-        row.push_back(limited(s[0] - 0.34414 * s[1] - 0.71414 * s[2] + 128));
-        row.push_back(limited(s[0] + 1.402 * s[2] + 128));
+        // What chroma adds is cut towards zero.
+        for (double& sample : s) sample = std::floor(sample + 0.5);
+        row.push_back(limited(s[0] + std::trunc(1.772 * s[1]) + 128));
+        row.push_back(
+            limited(s[0] - std::trunc(0.34414 * s[1]) - std::trunc(0.71414 * s[2]) + 128));
+        row.push_back(limited(s[0] + std::trunc(1.402 * s[2]) + 128));
       } else {
         for (const double sample : s) row.push_back(sample + 128);
       }

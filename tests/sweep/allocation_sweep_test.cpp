@@ -175,6 +175,19 @@ std::vector<Call> calls(Material& m) {
        [&m] {
          return IMGLOW_save_bitmap_mem(m.room, &m.coded[14], IMG_TYPE_BMP, supply_zeros, nullptr);
        }},
+      {"IMG_color_gray", [] { return IMG_color_gray(Watched::kDeep); }},
+      {"IMG_mediancut_color", [] { return IMG_mediancut_color(Watched::kDeep); }},
+      {"IMG_octree_color", [] { return IMG_octree_color(Watched::kDeep, 4, nullptr, 16); }},
+      {"IMG_popularity_color", [] { return IMG_popularity_color(Watched::kDeep); }},
+      {"IMG_bayer_mono", [] { return IMG_bayer_mono(Watched::kDeep); }},
+      {"IMG_halftone_mono", [] { return IMG_halftone_mono(Watched::kDeep); }},
+      {"IMG_diffusion_mono", [] { return IMG_diffusion_mono(Watched::kDeep); }},
+      {"IMG_thresh_mono", [] { return IMG_thresh_mono(Watched::kDeep, -1); }},
+      {"IMG_bayer_color", [] { return IMG_bayer_color(Watched::kDeep); }},
+      {"IMG_diffusion_color", [] { return IMG_diffusion_color(Watched::kDeep); }},
+      {"IMG_promote_8", [] { return IMG_promote_8(Watched::kRuns); }},
+      {"IMG_promote_24", [] { return IMG_promote_24(Watched::kPlain); }},
+      {"IMG_promote_32", [] { return IMG_promote_32(Watched::kDeep); }},
       // Nothing to refuse, but nothing may be lost either.
       {"IMG_bitmap_info",
        [] { return IMG_bitmap_info(Watched::kRuns, nullptr, nullptr, nullptr) != 0 ? 0 : -2; }},

@@ -80,6 +80,7 @@ class WatchedImages {
 
   std::vector<Seen> see_all() const {
     std::vector<Seen> all;
+    all.reserve(kCount);
     for (std::int32_t image = 0; image < kCount; ++image) all.push_back(see(image));
     return all;
   }

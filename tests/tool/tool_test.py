@@ -68,7 +68,7 @@ class Usage(ToolTest):
                 (["info"], "needs the name of a file"),
                 (["info", "--colour", "a.bmp"], "unknown option --colour"),
                 (["info", "--json=yes", "a.bmp"], "takes no value"),
-                (["convert", "a.bmp"], "needs an input and an output"),
+                (["convert", "a.bmp"], "an input and an output are needed"),
                 (["convert", "a.bmp", "out"], "use --code"),
                 (["convert", "a.bmp", "-"], "needs --code"),
                 (["convert", "a.bmp", "b.bmp", "c.bmp"], "need a folder"),
@@ -112,6 +112,40 @@ class Usage(ToolTest):
         self.assertIn(b"not written to a terminal", done.stderr)
 
 
+class Operations(ToolTest):
+    def test_each_command_gives_its_depth_and_pixels(self):
+        grey = [[(v, v, v) for v in range(0, 256, 15)]] * 5
+        self.write("grey.bmp", bmp.encode(grey, 24))
+        self.write_picture("index.bmp", 9, 4, 4)
+        for words, source, bits in [
+                (["gray"], "grey.bmp", 8), (["dither"], "grey.bmp", 1),
+                (["dither", "--method", "halftone"], "grey.bmp", 1),
+                (["dither", "--method", "bayer-color"], "grey.bmp", 4),
+                (["reduce", "--colors", "8", "--bits", "4"], "grey.bmp", 4),
+                (["reduce", "--method", "popularity"], "grey.bmp", 8),
+                (["reduce", "--method", "fixed", "--dither-mode", "2"], "grey.bmp", 8),
+                (["threshold", "--level", "100"], "grey.bmp", 1), (["threshold"], "grey.bmp", 1),
+                (["promote", "--bits", "8"], "index.bmp", 8), (["promote"], "index.bmp", 24)]:
+            self.succeed(*words, source, "result.bmp")
+            result = bmp.decode((self.folder / "result.bmp").read_bytes())
+            self.assertEqual(result[0], bits, words)
+            if words == ["threshold", "--level", "100"]:
+                self.assertEqual(result[1][0], [(255 * (v > 100),) * 3 for v in range(0, 256, 15)])
+
+    def test_what_an_operation_refuses_leaves_the_existing_file(self):
+        self.write_picture("deep.bmp")
+        before = self.write("out.bmp", b"precious").read_bytes()
+        self.fail(1, "deep.bmp", "promote", "--bits", "8", "deep.bmp", "out.bmp")
+        self.fail(2, "--method takes one of", "dither", "--method", "x", "deep.bmp", "out.bmp")
+        self.assertEqual((self.folder / "out.bmp").read_bytes(), before)
+
+    def test_the_sheet_shows_pictures_of_any_depth(self):
+        for bits in (1, 4, 8, 24):
+            self.write_picture("in.bmp", 400, 300, bits)
+            self.succeed("sheet", "in.bmp", "sheet.bmp")
+            self.assertEqual(bmp.decode((self.folder / "sheet.bmp").read_bytes())[0], 24)
+
+
 class Info(ToolTest):
     def test_shows_what_the_files_are(self):
         self.write_picture("photo.bmp", 20, 10, 24, dots_per_metre=11811)
@@ -144,16 +178,26 @@ a long name.bmp  BMP        1  300x7      1    -      1
     def test_goes_on_after_files_that_cannot_be_read(self):
         self.write_picture("good.bmp")
         self.write("flat.bmp", bmp.header(0, 5, 24, 0))
-        self.write("unread.png", b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR")
-        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.png", ".", "good.bmp")
+        self.write("unread.wpg", b"\xffWPC\x10\0\0\0\1\x16\1\0")
+        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.wpg", ".", "good.bmp")
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr.decode().splitlines(), [
             "tarnquill: missing.bmp: cannot be opened (-2)",
             "tarnquill: flat.bmp: image data is invalid (-3)",
-            "tarnquill: unread.png: format or parameter is not supported (-7)",
+            "tarnquill: unread.wpg: format or parameter is not supported (-7)",
             "tarnquill: .: cannot be opened (-2)"])
-        self.assertRegex(done.stdout.decode(), r"(?m)^unread.png +PNG +43 +- +- +- +1$")
+        self.assertRegex(done.stdout.decode(), r"(?m)^unread.wpg +WPG +5 +- +- +- +1$")
         self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
+
+    def test_counts_pages(self):
+        self.write_picture("a.bmp")
+        self.succeed("convert", "a.bmp", "a.bmp", "pages.dcx")
+        self.succeed("append", "a.bmp", "pages.dcx")
+        self.assertEqual(self.succeed("pages", "pages.dcx"), b"3\n")
+        self.assertEqual(self.succeed("pages", "a.bmp", "pages.dcx"), b"a.bmp: 1\npages.dcx: 3\n")
+        self.succeed("convert", "--page", "3", "pages.dcx", "last.png")
+        self.assertRegex(self.succeed("info", "last.png").decode(), r"PNG +43 +20x10 ")
+        self.fail(1, "tarnquill: none: cannot be opened (-2)", "pages", "none")
 
     def test_reads_standard_input(self):
         picture = self.write_picture("a.bmp").read_bytes()
@@ -270,7 +314,7 @@ class Destinations(ToolTest):
         self.write("kept", b"precious")
         before = self.names()
         for options, source, message in [
-                (["--code", "pcx"], "a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
+                (["--code", "targa"], "a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
                 (["--code", "12"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 (["--code", "12", "--crop", "1,1,2,2"], "a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 (["--code", "9"], "a.bmp", "tarnquill: kept: the LZW module is not installed (-23)"),

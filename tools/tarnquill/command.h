@@ -19,6 +19,13 @@ struct Command {
 extern const Command kInfo;
 extern const Command kConvert;
 extern const Command kAppend;
+extern const Command kPages;
+extern const Command kDither;
+extern const Command kGray;
+extern const Command kReduce;
+extern const Command kThreshold;
+extern const Command kPromote;
+extern const Command kSheet;
 
 // Writes "tarnquill: MESSAGE" to standard error.
 void complain(const std::string& message);

@@ -16,8 +16,9 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"code", 0, "N",
-     "file type code of the result, a number or a name:\nbmp (1), bmp-rle (12), jpeg (13), dib "
-     "(48), pdf (59)"},
+     "file type code of the result, a number or a name:\nbmp (1), pcx (2), gif (4), dcx (11), "
+     "bmp-rle (12), "
+     "jpeg (13),\npng (43), gif-interlaced (44), dib (48), pdf (59)"},
     {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
     {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
     {"size", 0, "WxH", "scale down to this size while decoding"},
@@ -182,6 +183,7 @@ void prepare_decode(const Plan& plan, const Input& input) {
 
 std::int32_t save(const Image& image, const std::optional<Rect>& crop, const Output& output,
                   std::int32_t code, Progress& progress) {
+  rewind_stream(output.stream());  // documents begin there, also when a page is added
   if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), code);
   return CroppedRows(image.handle(), *crop, progress).save(output.stream(), code);
 }

@@ -17,7 +17,8 @@ void complain(const std::string& message) {
 
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfo, &kConvert, &kAppend};
+constexpr const Command* kCommands[] = {&kInfo,   &kPages,  &kConvert,   &kAppend,  &kGray,
+                                        &kReduce, &kDither, &kThreshold, &kPromote, &kSheet};
 
 const Command* find_command(const std::string& name) {
   for (const Command* command : kCommands) {

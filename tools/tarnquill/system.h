@@ -15,6 +15,7 @@ bool is_separator(char c);
 std::int32_t open_to_read(const std::string& name);
 std::int32_t open_to_update(const std::string& name);
 std::int32_t create_new(const std::string& name);  // for reading and writing; must not exist yet
+void rewind_stream(std::int32_t stream);
 void close_stream(std::int32_t stream);
 
 bool replace_file(const std::string& from, const std::string& to);

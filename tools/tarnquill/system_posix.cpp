@@ -43,6 +43,10 @@ std::int32_t create_new(const std::string& name) {
   return open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
 }
 
+void rewind_stream(std::int32_t stream) {
+  lseek(stream, 0, SEEK_SET);
+}
+
 void close_stream(std::int32_t stream) {
   close(stream);
 }

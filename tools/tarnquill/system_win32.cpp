@@ -52,6 +52,11 @@ std::int32_t create_new(const std::string& name) {
   return open_stream(name, GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
 }
 
+void rewind_stream(std::int32_t stream) {
+  SetFilePointer(reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(stream)), 0, nullptr,
+                 FILE_BEGIN);
+}
+
 void close_stream(std::int32_t stream) {
   CloseHandle(reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(stream)));
 }

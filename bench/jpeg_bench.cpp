@@ -1,0 +1,172 @@
+// JPEG beside TurboJPEG, if that is there: the same picture, the same files, sink and supplier that
+// do next to nothing. "Ours" and "Peer" lines alternate, so that both see the same machine.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "formats/jpeg/jpeg.h"
+#include "platform/cpu.h"
+
+#ifdef TQ_HAVE_TURBOJPEG
+#include <turbojpeg.h>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using namespace tq;
+
+// Smooth shapes, edges and some noise, about as hard to code as a photo.
+Bytes picture(int width, int height) {
+  Bytes bgr(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3);
+  std::mt19937 random(1);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const double wave = std::sin(x * 0.011) * std::cos(y * 0.007) * 60 +
+                          std::sin(x * 0.13 + std::sin(y * 0.05) * 3) * 25 +
+                          (((x / 37) ^ (y / 53)) % 5) * 9;
+      const double noise = static_cast<double>(random() % 1000) / 1000 * 14 - 7;
+      std::uint8_t* p = &bgr[static_cast<std::size_t>(3 * (y * width + x))];
+      for (int c = 0; c < 3; ++c) {
+        const double level =
+            120 + wave * (1 - 0.25 * c) + noise + 20 * std::sin(x * 0.003 * (c + 1));
+        p[c] = static_cast<std::uint8_t>(std::clamp(level, 0.0, 255.0));
+      }
+    }
+  }
+  return bgr;
+}
+
+Bytes peer_encode(const Bytes& bgr, int width, int height, int sampling, int quality, int flags) {
+  tjhandle handle = tjInitCompress();
+  unsigned char* out = nullptr;
+  unsigned long size = 0;
+  tjCompress2(handle, bgr.data(), width, 0, height, TJPF_BGR, &out, &size, sampling, quality,
+              flags);
+  Bytes file(out, out + size);
+  tjFree(out);
+  tjDestroy(handle);
+  return file;
+}
+
+struct Case {
+  const char* name;
+  int width, height, sampling, quality, flags;
+};
+const Case kCases[] = {
+    {"12M_444_q75", 4000, 3000, TJSAMP_444, 75, 0},
+    {"12M_422_q75", 4000, 3000, TJSAMP_422, 75, 0},
+    {"12M_420_q75", 4000, 3000, TJSAMP_420, 75, 0},
+    {"12M_grey_q75", 4000, 3000, TJSAMP_GRAY, 75, 0},
+    {"12M_444_q90", 4000, 3000, TJSAMP_444, 90, 0},
+    {"12M_422_q90", 4000, 3000, TJSAMP_422, 90, 0},
+    {"12M_420_q90", 4000, 3000, TJSAMP_420, 90, 0},
+    {"12M_grey_q90", 4000, 3000, TJSAMP_GRAY, 90, 0},
+    {"12M_420_progressive_q75", 4000, 3000, TJSAMP_420, 75, TJFLAG_PROGRESSIVE},
+    {"thumb_420_q75", 160, 120, TJSAMP_420, 75, 0},
+};
+
+std::int32_t IMG_CB_C take_header(void*, void*) {
+  return 1;
+}
+std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
+  // Stored as both libraries' callers would.
+  std::memcpy(static_cast<std::uint8_t*>(context) + static_cast<std::ptrdiff_t>(y) * bytes, row,
+              static_cast<std::size_t>(bytes));
+  return 0;
+}
+
+void decode_ours(benchmark::State& state, const Case& c) {
+  Bytes file =
+      peer_encode(picture(c.width, c.height), c.width, c.height, c.sampling, c.quality, c.flags);
+  Bytes out(static_cast<std::size_t>(c.width) * static_cast<std::size_t>(c.height) * 3);
+  for (auto _ : state) {
+    open_memory_stream(file.data(), file.size());
+    const Status status =
+        formats::decode_jpeg({kMemoryStream, 0, {take_header, take_row, out.data()}});
+    if (status.failed()) state.SkipWithError("not decoded");
+  }
+  state.SetLabel(std::to_string(file.size()) + " bytes");
+}
+
+void decode_peer(benchmark::State& state, const Case& c) {
+  const Bytes file =
+      peer_encode(picture(c.width, c.height), c.width, c.height, c.sampling, c.quality, c.flags);
+  Bytes out(static_cast<std::size_t>(c.width) * static_cast<std::size_t>(c.height) * 3);
+  const int format = c.sampling == TJSAMP_GRAY ? TJPF_GRAY : TJPF_BGR;
+  for (auto _ : state) {
+    tjhandle handle = tjInitDecompress();
+    tjDecompress2(handle, file.data(), file.size(), out.data(), c.width, 0, c.height, format,
+                  TJFLAG_FASTUPSAMPLE);
+    tjDestroy(handle);
+  }
+}
+
+struct Rows {
+  const std::uint8_t* bgr;
+  static std::int32_t IMG_CB_C supply(void* context, void* dest, std::int32_t y,
+                                      std::int32_t bytes) {
+    std::memcpy(dest, static_cast<Rows*>(context)->bgr + static_cast<std::ptrdiff_t>(y) * bytes,
+                static_cast<std::size_t>(bytes));
+    return 0;
+  }
+};
+
+void encode_ours(benchmark::State& state, const Case& c) {
+  const Bytes bgr = picture(c.width, c.height);
+  Bytes out(bgr.size());
+  Rows rows{bgr.data()};
+  HeaderBlock image = dib_header(c.width, c.height, 24);
+  formats::set_jpeg_quality(c.quality);
+  formats::set_jpeg_sampling(c.sampling == TJSAMP_422 ? 2 : 1, 1);
+  for (auto _ : state) {
+    open_memory_stream(out.data(), out.size());
+    const Status status = formats::encode_jpeg({kMemoryStream, &image, {Rows::supply, &rows}});
+    if (status.failed()) state.SkipWithError("not encoded");
+  }
+  state.SetLabel(std::to_string(memory_position()) + " bytes");
+}
+
+void encode_peer(benchmark::State& state, const Case& c) {
+  const Bytes bgr = picture(c.width, c.height);
+  tjhandle handle = tjInitCompress();
+  unsigned char* out = nullptr;
+  unsigned long size = 0;
+  for (auto _ : state) {
+    tjCompress2(handle, bgr.data(), c.width, 0, c.height, TJPF_BGR, &out, &size, c.sampling,
+                c.quality, 0);
+  }
+  state.SetLabel(std::to_string(size) + " bytes");
+  tjFree(out);
+  tjDestroy(handle);
+}
+
+const bool registered = [] {
+  for (const Case& c : kCases) {
+    const std::string name = std::string("jpeg/decode/") + c.name;
+    benchmark::RegisterBenchmark((name + "/ours").c_str(), [&c](auto& s) {
+      decode_ours(s, c);
+    })->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark((name + "/peer").c_str(), [&c](auto& s) {
+      decode_peer(s, c);
+    })->Unit(benchmark::kMicrosecond);
+  }
+  for (const int i : {0, 1, 4, 5}) {
+    const Case& c = kCases[i];
+    const std::string name = std::string("jpeg/encode/") + c.name;
+    benchmark::RegisterBenchmark((name + "/ours").c_str(), [&c](auto& s) {
+      encode_ours(s, c);
+    })->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark((name + "/peer").c_str(), [&c](auto& s) {
+      encode_peer(s, c);
+    })->Unit(benchmark::kMicrosecond);
+  }
+  return true;
+}();
+
+}  // namespace
+#endif

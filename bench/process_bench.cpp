@@ -1,0 +1,245 @@
+// Whole operations beside those of other libraries, on a photo-like image of 12 megapixels and an
+// A4 page of 300 dots per inch. Compare with
+//   tarnquill_bench --benchmark_filter=process --benchmark_repetitions=5
+//                   --benchmark_enable_random_interleaving=true
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "core/dib.h"
+#include "include/tarnquill.h"
+
+#if TQ_BENCH_LEPTONICA
+#include <leptonica/allheaders.h>
+#endif
+#if TQ_BENCH_FREEIMAGE
+#include <FreeImage.h>
+#endif
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Picture {
+  int width, height, bits;
+  Bytes dib;
+  double pixels() const { return double(width) * height; }
+  std::uint8_t* row(int y) {
+    const auto stride = static_cast<std::size_t>(tq::row_bytes(width, bits));
+    return dib.data() + 40 + tq::palette_bytes(bits) +
+           static_cast<std::size_t>(height - 1 - y) * stride;
+  }
+};
+
+Picture empty_picture(int width, int height, int bits) {
+  tq::HeaderBlock block = tq::dib_header(width, height, bits);
+  for (int i = 0; i < 256; ++i) {
+    const auto v = static_cast<std::uint8_t>(i);
+    block.palette[i] = {v, v, v, 0};
+  }
+  Picture picture{width, height, bits, Bytes(tq::dib_bytes(width, height, bits))};
+  std::memcpy(picture.dib.data(), &block, static_cast<std::size_t>(40 + tq::palette_bytes(bits)));
+  return picture;
+}
+
+// Noise in octaves, as clouds and surfaces have it, plus a little of the sensor's.
+Picture make_photo(int bits) {
+  constexpr int kWidth = 4000, kHeight = 3000;
+  Picture picture = empty_picture(kWidth, kHeight, bits);
+  std::uint32_t state = 1;
+  const auto random = [&] {
+    state = state * 1664525 + 1013904223;
+    return static_cast<int>(state >> 24);
+  };
+  std::uint8_t lattice[3][256];
+  for (auto& channel : lattice) {
+    for (auto& value : channel) value = static_cast<std::uint8_t>(random());
+  }
+  const auto smooth = [&](const std::uint8_t* values, int x, int y, int shift) {
+    const auto at = [&](int i, int j) { return int(values[(i * 57 + j * 131) & 255]); };
+    const int size = 1 << shift, i = x >> shift, j = y >> shift;
+    const int fx = x & (size - 1), fy = y & (size - 1);
+    const int top = at(i, j) * (size - fx) + at(i + 1, j) * fx;
+    const int bottom = at(i, j + 1) * (size - fx) + at(i + 1, j + 1) * fx;
+    return (top * (size - fy) + bottom * fy) >> (2 * shift);
+  };
+  for (int y = 0; y < kHeight; ++y) {
+    std::uint8_t* row = picture.row(y);
+    for (int x = 0; x < kWidth; ++x) {
+      const int light = smooth(lattice[0], x, y, 9);
+      for (int c = 0; c < bits / 8; ++c) {
+        const int hue = smooth(lattice[c % 3], x + 977 * c, y, 10);
+        const int detail = smooth(lattice[2 - c % 3], x, y, 4);
+        const int value = (light * 3 + hue * 3 + detail * 2) / 8 + (random() & 7) - 4;
+        row[x * (bits / 8) + c] = static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+      }
+    }
+  }
+  return picture;
+}
+
+// Lines of dark marks on white.
+Picture make_page(int bits) {
+  constexpr int kWidth = 2480, kHeight = 3508;
+  Picture picture = empty_picture(kWidth, kHeight, bits);
+  for (int y = 0; y < kHeight; ++y) {
+    std::uint8_t* row = picture.row(y);
+    const bool in_line = y > 250 && y < 3250 && y % 60 < 30;
+    for (int x = 0; x < kWidth * bits / 8; ++x) {
+      const int at = x * 8 / bits;
+      const bool in_text = in_line && at > 250 && at < 2230;
+      const bool ink = in_text && (at / 5 * 7919 + y / 5 * 104729) % 11 < 4;
+      row[x] = ink ? 25 : 250;
+    }
+  }
+  return picture;
+}
+
+Picture& photo(int bits) {
+  static Picture deep = make_photo(24), grey = make_photo(8);
+  return bits == 24 ? deep : grey;
+}
+Picture& page(int bits) {
+  static Picture deep = make_page(24), grey = make_page(8);
+  return bits == 24 ? deep : grey;
+}
+
+void report(benchmark::State& state, const Picture& picture) {
+  state.counters["ns/px"] =
+      benchmark::Counter(picture.pixels() / 1e9, benchmark::Counter::kIsIterationInvariantRate |
+                                                     benchmark::Counter::kInvert);
+}
+
+template <class Operation>
+void run(benchmark::State& state, Picture& picture, Operation operation) {
+  for (auto _ : state) {
+    const std::int32_t image = IMG_create_handle_keep(picture.dib.data());
+    if (operation(image) < 0) state.SkipWithError("refused");
+    IMG_delete_bitmap(image);
+  }
+  report(state, picture);
+}
+
+template <class Operation>
+void add(const std::string& name, int bits, Operation operation) {
+  const auto with = [&](const char* what, Picture& (*picture)(int)) {
+    benchmark::RegisterBenchmark(
+        ("process/" + name + "/" + what + "/ours").c_str(),
+        [=](benchmark::State& state) { run(state, picture(bits), operation); })
+        ->Unit(benchmark::kMillisecond);
+  };
+  with("photo", photo);
+  with("page", page);
+}
+
+template <class Operation>
+void add_peer(const std::string& name, const char* peer, int bits, Operation operation) {
+  const auto with = [&](const char* what, Picture& (*picture)(int)) {
+    benchmark::RegisterBenchmark(("process/" + name + "/" + what + "/" + peer).c_str(),
+                                 [=](benchmark::State& state) {
+                                   operation(state, picture(bits));
+                                   report(state, picture(bits));
+                                 })
+        ->Unit(benchmark::kMillisecond);
+  };
+  with("photo", photo);
+  with("page", page);
+}
+
+#if TQ_BENCH_LEPTONICA
+// `operation` makes a new image.
+template <class Operation>
+void add_leptonica(const std::string& name, int bits, Operation operation) {
+  add_peer(name, "leptonica", bits, [=](benchmark::State& state, Picture& picture) {
+    Pix* source = pixCreate(picture.width, picture.height, bits == 24 ? 32 : 8);
+    for (int y = 0; y < picture.height; ++y) {
+      const std::uint8_t* row = picture.row(y);
+      l_uint32* line = pixGetData(source) + static_cast<std::ptrdiff_t>(y) * pixGetWpl(source);
+      for (int x = 0; x < picture.width; ++x) {
+        if (bits == 24) {
+          composeRGBPixel(row[3 * x + 2], row[3 * x + 1], row[3 * x], line + x);
+        } else {
+          SET_DATA_BYTE(line, x, row[x]);
+        }
+      }
+    }
+    for (auto _ : state) {
+      Pix* made = operation(source);
+      if (made == nullptr) state.SkipWithError("refused");
+      pixDestroy(&made);
+    }
+    pixDestroy(&source);
+  });
+}
+#endif
+
+#if TQ_BENCH_FREEIMAGE
+template <class Operation>
+void add_freeimage(const std::string& name, int bits, Operation operation) {
+  add_peer(name, "freeimage", bits, [=](benchmark::State& state, Picture& picture) {
+    FIBITMAP* source = FreeImage_Allocate(picture.width, picture.height, bits);
+    for (int y = 0; y < picture.height; ++y) {
+      std::memcpy(FreeImage_GetScanLine(source, picture.height - 1 - y), picture.row(y),
+                  static_cast<std::size_t>(picture.width * bits / 8));
+    }
+    for (int i = 0; bits == 8 && i < 256; ++i) {
+      const auto v = static_cast<BYTE>(i);
+      FreeImage_GetPalette(source)[i] = {v, v, v, 0};
+    }
+    for (auto _ : state) {
+      FIBITMAP* made = operation(source);
+      if (made == nullptr) state.SkipWithError("refused");
+      FreeImage_Unload(made);
+    }
+    FreeImage_Unload(source);
+  });
+}
+#endif
+
+const bool kRegistered = [] {
+  add("gray/24", 24, IMG_color_gray);
+  add("thresh/24", 24, [](std::int32_t i) { return IMG_thresh_mono(i, 128); });
+  add("thresh/8", 8, [](std::int32_t i) { return IMG_thresh_mono(i, 128); });
+  add("thresh_auto/8", 8, [](std::int32_t i) { return IMG_thresh_mono(i, -1); });
+  add("bayer_mono/8", 8, IMG_bayer_mono);
+  add("bayer_mono/24", 24, IMG_bayer_mono);
+  add("halftone_mono/8", 8, IMG_halftone_mono);
+  add("diffusion_mono/8", 8, IMG_diffusion_mono);
+  add("diffusion_mono/24", 24, IMG_diffusion_mono);
+  add("mediancut/24", 24, IMG_mediancut_color);
+  add("octree/24", 24, [](std::int32_t i) { return IMG_octree_color(i, 8, nullptr, 256); });
+  add("popularity/24", 24, IMG_popularity_color);
+  add("bayer_color/24", 24, IMG_bayer_color);
+  add("diffusion_color/24", 24, IMG_diffusion_color);
+  add("promote_24/8", 8, IMG_promote_24);
+  add("promote_32/8", 8, IMG_promote_32);
+  add("promote_32/24", 24, IMG_promote_32);
+#if TQ_BENCH_LEPTONICA
+  setMsgSeverity(L_SEVERITY_NONE);
+  add_leptonica("gray/24", 24, [](Pix* p) { return pixConvertRGBToLuminance(p); });
+  add_leptonica("thresh/8", 8, [](Pix* p) { return pixThresholdToBinary(p, 128); });
+  add_leptonica("thresh/24", 24, [](Pix* p) { return pixConvertTo1(p, 128); });
+  add_leptonica("diffusion_mono/8", 8, [](Pix* p) { return pixDitherToBinary(p); });
+  add_leptonica("octree/24", 24, [](Pix* p) { return pixOctreeColorQuant(p, 240, 1); });
+  add_leptonica("popularity/24", 24, [](Pix* p) { return pixOctreeQuantByPopulation(p, 4, 0); });
+  const auto sixteen = [](Pix* p) { return pixMedianCutQuantGeneral(p, 1, 4, 16, 0, 1, 0); };
+  add_leptonica("bayer_color/24", 24, sixteen);
+  add_leptonica("diffusion_color/24", 24, sixteen);
+#endif
+#if TQ_BENCH_FREEIMAGE
+  add_freeimage("gray/24", 24, [](FIBITMAP* b) { return FreeImage_ConvertToGreyscale(b); });
+  add_freeimage("bayer_mono/8", 8, [](FIBITMAP* b) { return FreeImage_Dither(b, FID_BAYER8x8); });
+  add_freeimage("bayer_mono/24", 24, [](FIBITMAP* b) { return FreeImage_Dither(b, FID_BAYER8x8); });
+  add_freeimage("halftone_mono/8", 8,
+                [](FIBITMAP* b) { return FreeImage_Dither(b, FID_CLUSTER8x8); });
+  add_freeimage("promote_24/8", 8, [](FIBITMAP* b) { return FreeImage_ConvertTo24Bits(b); });
+  add_freeimage("promote_32/8", 8, [](FIBITMAP* b) { return FreeImage_ConvertTo32Bits(b); });
+  add_freeimage("promote_32/24", 24, [](FIBITMAP* b) { return FreeImage_ConvertTo32Bits(b); });
+#endif
+  return true;
+}();
+
+}  // namespace

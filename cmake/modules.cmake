@@ -1,0 +1,28 @@
+# Separately loaded modules. They know the public headers only.
+
+function(tq_add_module target stem)
+  add_library(${target} MODULE ${ARGN})
+  set_target_properties(${target} PROPERTIES
+    PREFIX "" OUTPUT_NAME ${stem} LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/${target})
+  if(NOT WIN32)
+    set_target_properties(${target} PROPERTIES SUFFIX .so)
+  endif()
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(${target} PRIVATE tq_options)
+  if(NOT TQ_INSTRUMENTED)
+    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+  endif()
+  if(WIN32)
+    target_link_options(${target} PRIVATE -static -static-libgcc -Wl,--kill-at)
+  elseif(NOT TQ_INSTRUMENTED)
+    target_link_options(${target} PRIVATE -Wl,-z,defs -static-libgcc)
+  endif()
+endfunction()
+
+# Beside the library, where it looks first.
+tq_add_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES})
+if(WIN32)
+  install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
+else()
+  install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()

@@ -1,0 +1,33 @@
+// Variants of the kernels for x86. Each function is compiled for its instruction set alone; a file
+// of them includes no templates of the standard library, whose instances others may share.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "formats/jpeg/quantise.h"
+#include "formats/jpeg/transform.h"
+
+namespace tq::formats::x86 {
+
+// 16-bit arithmetic: blocks below kMostFor16Bits.
+void inverse_sse2(const std::int16_t* coefficients, const DequantiseTable& table,
+                  std::uint8_t* samples, std::ptrdiff_t stride);
+void inverse_pair_avx2(const std::int16_t* const (&coefficients)[2], const DequantiseTable& table,
+                       std::uint8_t* const (&samples)[2], std::ptrdiff_t stride);
+
+void forward_sse2(const std::int16_t* samples, std::ptrdiff_t stride, std::int16_t* coefficients);
+
+void quantise_sse2(const std::int16_t* coefficients, const QuantiseTable& table,
+                   QuantisedBlock& out);
+
+// These read and write whole groups: up to 16 samples and 48 bytes of pixels more than asked for.
+void ycc_to_bgr_ssse3(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
+                      std::uint8_t* bgr, int width);
+void ycc_to_bgr_halved_ssse3(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
+                             std::uint8_t* bgr, int width);
+void bgr_to_luma_ssse3(const std::uint8_t* bgr, std::int16_t* y, int width);
+void bgr_to_chroma_ssse3(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int16_t* cr,
+                         int width);
+
+}  // namespace tq::formats::x86

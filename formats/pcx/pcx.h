@@ -1,0 +1,19 @@
+// PCX images, and DCX: a container that holds one PCX image per page.
+#pragma once
+
+#include "formats/codec.h"
+
+namespace tq::formats {
+
+Status decode_pcx(const DecodeRequest& request);  // 1 when all went well
+Status encode_pcx(const EncodeRequest& request);  // 1, 4, 8 and 24 bits, else wrong_depth
+
+Status decode_dcx(const DecodeRequest& request);
+Status encode_dcx(const EncodeRequest& request);  // adds a page to what begins at the position
+Status count_dcx_pages(StreamHandle stream);
+
+// Whether the container that begins at the position, if there is one, has room for a page:
+// unsupported if not. Leaves the position as it was.
+Status can_append_dcx(StreamHandle stream);
+
+}  // namespace tq::formats

@@ -1,0 +1,18 @@
+// PNG images, over libpng. Built without it, both functions answer unsupported.
+#pragma once
+
+#include "formats/codec.h"
+
+namespace tq::formats {
+
+// 16-bit grey stays 16 bits, other 16-bit samples lose their low byte. Transparent pixels are laid
+// on white, unless exactly one entry of a palette, or level of grey, is transparent: then it is
+// marked.
+Status decode_png(const DecodeRequest& request);
+
+// 1, 4, 8, 16, 24 bits and 32 bits of colour; wrong_depth for cyan, magenta, yellow, black.
+Status encode_png(const EncodeRequest& request);
+
+Status png_available();
+
+}  // namespace tq::formats

@@ -1,0 +1,58 @@
+// Shared objects.
+#include "platform/module.h"
+
+#include <dlfcn.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+namespace tq::platform {
+namespace {
+
+constexpr std::size_t kLongestName = 4096;
+
+void (*detach_action)() = nullptr;
+
+// The directory of the file that this code was loaded from, with its slash; empty when unknown.
+void own_directory(char* directory) {
+  directory[0] = '\0';
+  Dl_info info;
+  if (dladdr(reinterpret_cast<const void*>(&module_open), &info) == 0) return;
+  const char* slash = std::strrchr(info.dli_fname, '/');
+  const std::size_t length =
+      slash == nullptr ? 0 : static_cast<std::size_t>(slash + 1 - info.dli_fname);
+  if (length >= kLongestName) return;
+  std::memcpy(directory, info.dli_fname, length);
+  directory[length] = '\0';
+}
+
+__attribute__((destructor)) void on_detach() {
+  if (detach_action != nullptr) detach_action();
+}
+
+}  // namespace
+
+void* module_open(const char* stem) {
+  char directory[kLongestName];
+  own_directory(directory);
+  char name[kLongestName + 64];
+  std::snprintf(name, sizeof name, "%s%s.so", directory, stem);
+  if (void* module = dlopen(name, RTLD_NOW | RTLD_LOCAL); module != nullptr) return module;
+  std::snprintf(name, sizeof name, "%s.so", stem);
+  return dlopen(name, RTLD_NOW | RTLD_LOCAL);
+}
+
+void* module_symbol(void* module, const char* name) {
+  return dlsym(module, name);
+}
+
+void module_close(void* module) {
+  dlclose(module);
+}
+
+void at_detach(void (*action)()) {
+  detach_action = action;
+}
+
+}  // namespace tq::platform

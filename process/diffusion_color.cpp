@@ -1,0 +1,59 @@
+// Error diffusion to the 16 fixed colours: Burkes kernel, always from left to right.
+#include "core/display_cache.h"
+#include "process/colour_window.h"
+#include "process/kernels.h"
+#include "process/process.h"
+#include "process/rebuild.h"
+#include "process/sixteen_colours.h"
+
+namespace tq::process {
+namespace {
+
+// Shares are shifted, which rounds toward minus infinity: in dark areas the errors of a long column
+// of rows grow without bound, so that sums wrap as 32-bit integers do.
+void give(WideColour& to, const std::int32_t (&error)[3], int shift) {
+  for (int i = 0; i < 3; ++i) {
+    to.channel[i] = static_cast<std::int32_t>(static_cast<std::uint32_t>(to.channel[i]) +
+                                              static_cast<std::uint32_t>(error[i] >> shift));
+  }
+}
+
+}  // namespace
+
+void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,
+                        std::int32_t width) {
+  const Rgb* palette = sixteen_colours().data();
+  pack_nibbles(out, width, [&](std::int32_t x) {
+    const std::int32_t(&value)[4] = current[x].channel;
+    const int index = cut_sixteen(value[0], value[1], value[2]);
+    const Rgb chosen = palette[index];
+    const auto minus = [](std::int32_t a, std::uint8_t b) {
+      return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - b);
+    };
+    const std::int32_t error[3] = {minus(value[0], chosen.blue), minus(value[1], chosen.green),
+                                   minus(value[2], chosen.red)};
+    give(current[x + 1], error, 2);
+    give(current[x + 2], error, 3);
+    give(next[x - 2], error, 4);
+    give(next[x - 1], error, 3);
+    give(next[x], error, 2);
+    give(next[x + 1], error, 3);
+    give(next[x + 2], error, 4);
+    return index;
+  });
+}
+
+Status diffusion_color(ImageSource& image) {
+  release_display_cache(image.record());
+  if (!image.is_deep()) return StatusCode::unsupported;
+  ColourWindow<WideColour> window(image);
+  TQ_TRY(window.allocate());
+  return replace_rows(image, {4, sixteen_colours(), marker_below_32(image)},
+                      [&](std::int32_t y, std::span<std::uint8_t> row) {
+                        window.move_to(y);
+                        kernels().diffuse_to_sixteen(window.current(), window.next(), row.data(),
+                                                     image.width());
+                      });
+}
+
+}  // namespace tq::process

@@ -1,0 +1,113 @@
+// The portable row kernels.
+#include "process/kernels.h"
+
+#include "platform/cpu.h"
+#include "process/grey.h"
+#include "process/x86/diffuse_sse2.h"
+#include "process/x86/kernels_x86.h"
+
+namespace tq::process {
+namespace {
+
+template <int (*kGrey)(Rgb)>
+void weigh_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x, bgr += 3) {
+    grey[x] = static_cast<std::uint8_t>(kGrey({bgr[0], bgr[1], bgr[2], 0}));
+  }
+}
+
+void widen_24(const std::uint8_t* bgr, Rgb* colours, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x, bgr += 3) colours[x] = {bgr[0], bgr[1], bgr[2], 0};
+}
+
+void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x, bgr += 3, out += 4) {
+    out[0] = 0;
+    out[1] = bgr[2];
+    out[2] = bgr[1];
+    out[3] = bgr[0];
+  }
+}
+
+void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
+              std::int32_t width) {
+  for (std::int32_t x = 0; x < width; x += 8) {
+    const std::int32_t count = width - x < 8 ? width - x : 8;
+    int byte = 0;
+    for (std::int32_t i = 0; i < count; ++i) {
+      byte |= static_cast<int>(grey[x + i] >= least.grey[i]) << (7 - i);
+    }
+    bits[x / 8] = static_cast<std::uint8_t>(byte);
+  }
+}
+
+void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x) out[x] = WideColour(colours[x]);
+}
+
+constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>,    widen_24,
+                            widen_24_reversed,    at_least,          diffuse_to_cells,
+                            widen_channels,       diffuse_to_sixteen};
+
+#if defined(__SSE2__)
+
+// The faster kernels, with the rest of the row done by the portable ones.
+namespace with_ssse3 {
+
+void brightness_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
+  const std::int32_t done = x86::brightness_24(bgr, grey, width);
+  weigh_24<brightness>(bgr + 3 * done, grey + done, width - done);
+}
+
+void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
+  const std::int32_t done = x86::luma_24(bgr, grey, width);
+  weigh_24<luma>(bgr + 3 * done, grey + done, width - done);
+}
+
+void widen_24(const std::uint8_t* bgr, Rgb* colours, std::int32_t width) {
+  const std::int32_t done = x86::widen_24(bgr, reinterpret_cast<std::uint8_t*>(colours), width);
+  process::widen_24(bgr + 3 * done, colours + done, width - done);
+}
+
+void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
+  const std::int32_t done = x86::widen_24_reversed(bgr, out, width);
+  process::widen_24_reversed(bgr + 3 * done, out + 4 * done, width - done);
+}
+
+void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
+              std::int32_t width) {
+  const std::int32_t done = x86::at_least(grey, least.grey, bits, width);
+  process::at_least(grey + done, least, bits + done / 8, width - done);
+}
+
+}  // namespace with_ssse3
+
+constexpr Kernels kSsse3{with_ssse3::brightness_24, with_ssse3::luma_24,
+                         with_ssse3::widen_24,      with_ssse3::widen_24_reversed,
+                         with_ssse3::at_least,      x86::diffuse_to_cells,
+                         x86::widen_channels,       x86::diffuse_to_sixteen};
+
+#endif
+
+}  // namespace
+
+const Kernels& kernels() {
+#if defined(__SSE2__)
+  if (platform::cpu_features().ssse3) return kSsse3;
+#endif
+  return kPortable;
+}
+
+void count_levels(std::span<const std::uint8_t> levels, std::uint32_t (&counts)[256]) {
+  // Equal neighbours are the rule; two tables keep them from waiting for each other.
+  std::uint32_t others[256] = {};
+  std::size_t x = 0;
+  for (; x + 2 <= levels.size(); x += 2) {
+    ++counts[levels[x]];
+    ++others[levels[x + 1]];
+  }
+  if (x < levels.size()) ++counts[levels[x]];
+  for (int i = 0; i < 256; ++i) counts[i] += others[i];
+}
+
+}  // namespace tq::process

@@ -1,0 +1,117 @@
+// The 256 most frequent 12-bit colours, without diffusion.
+#include <algorithm>
+#include <functional>
+
+#include "process/process.h"
+#include "process/rebuild.h"
+
+namespace tq::process {
+namespace {
+
+constexpr int kKeys = 4096;
+constexpr std::uint16_t kHighestKey = kKeys - 1;
+constexpr std::int16_t kUnknown = -1;
+
+constexpr int key_of(Rgb c) {
+  return (c.red >> 4) << 8 | (c.green >> 4) << 4 | c.blue >> 4;
+}
+
+// The bottom of the key's cell, not its middle.
+constexpr Rgb colour_of(int key) {
+  return {static_cast<std::uint8_t>((key & 15) << 4), static_cast<std::uint8_t>(key & 0xF0),
+          static_cast<std::uint8_t>(key >> 8 << 4), 0};
+}
+
+struct Histogram {
+  std::array<std::uint16_t, kKeys> counts;  // a 65536th pixel of a colour starts again at 0
+  std::array<std::uint16_t, kKeys> others;  // of every other pixel, so that equal neighbours do not
+                                            // wait for each other
+  std::array<std::uint32_t, kKeys> ranks;
+  std::array<std::int16_t, kKeys> nearest;
+};
+
+void count_keys(Histogram& histogram, std::span<const Rgb> colours) {
+  const Rgb* colour = colours.data();
+  std::size_t x = 0;
+  for (; x + 2 <= colours.size(); x += 2) {
+    ++histogram.counts[key_of(colour[x])];
+    ++histogram.others[key_of(colour[x + 1])];
+  }
+  if (x < colours.size()) ++histogram.counts[key_of(colour[x])];
+}
+
+void add_counts(Histogram& histogram) {
+  for (std::size_t key = 0; key < kKeys; ++key) {
+    histogram.counts[key] =
+        static_cast<std::uint16_t>(histogram.counts[key] + histogram.others[key]);
+  }
+}
+
+// Entry 0 is black whatever happens, and black is counted again. Of equal counts the highest key
+// comes first; when all are used up, key 4095 fills the rest.
+void choose_keys(Histogram& histogram, std::array<std::uint16_t, 256>& keys) {
+  std::size_t used = 0;
+  for (std::uint32_t key = 0; key < kKeys; ++key) {
+    if (histogram.counts[key] == 0) continue;
+    histogram.ranks[used++] = static_cast<std::uint32_t>(histogram.counts[key]) << 12 | key;
+  }
+  const std::size_t chosen = std::min(used, keys.size() - 1);
+  const auto ranks = histogram.ranks.begin();
+  std::partial_sort(ranks, ranks + chosen, ranks + used, std::greater<>());
+  keys.fill(kHighestKey);
+  keys[0] = 0;
+  for (std::size_t i = 0; i < chosen; ++i) {
+    keys[i + 1] = static_cast<std::uint16_t>(histogram.ranks[i] & kHighestKey);
+  }
+}
+
+// Distances are those of the cells, the lowest index of equal ones wins.
+std::int16_t nearest_key(int key, const std::array<std::uint16_t, 256>& keys) {
+  const auto square = [](int a, int b) { return (2 * a - 2 * b) * (2 * a - 2 * b); };
+  int least = 65535;
+  std::int16_t found = 0;
+  for (std::int16_t i = 0; i < 256 && least > 0; ++i) {
+    const int distance = square(key >> 8, keys[i] >> 8) + square(key >> 4 & 15, keys[i] >> 4 & 15) +
+                         square(key & 15, keys[i] & 15);
+    if (distance < least) {
+      least = distance;
+      found = i;
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
+Status popularity_color(ImageSource& image) {
+  if (image.bits() != 24 && image.bits() != 32) return StatusCode::unsupported;
+  RowBuffer<Histogram> block;
+  TQ_TRY(block.allocate(1));
+  Histogram& histogram = block[0];
+  RowBuffer<Rgb> colours;
+  TQ_TRY(colours.allocate(image.width()));
+
+  for (std::int32_t y = 0; y < image.height(); ++y) {
+    image.read_colours(y, colours.pixels());
+    count_keys(histogram, colours.pixels());
+  }
+  add_counts(histogram);
+  std::array<std::uint16_t, 256> keys;
+  choose_keys(histogram, keys);
+  std::array<Rgb, 256> palette;
+  std::transform(keys.begin(), keys.end(), palette.begin(), colour_of);
+  histogram.nearest.fill(kUnknown);
+
+  return replace_rows(image, {8, palette, marker_below_32(image)},
+                      [&](std::int32_t y, std::span<std::uint8_t> row) {
+                        image.read_colours(y, colours.pixels());
+                        for (std::int32_t x = 0; x < image.width(); ++x) {
+                          const int key = key_of(colours.data()[x]);
+                          std::int16_t& nearest = histogram.nearest[key];
+                          if (nearest == kUnknown) nearest = nearest_key(key, keys);
+                          row[x] = static_cast<std::uint8_t>(nearest);
+                        }
+                      });
+}
+
+}  // namespace tq::process

@@ -1,0 +1,74 @@
+// Exports of the operations.
+#include "core/abi.h"
+#include "include/tarnquill.h"
+#include "process/process.h"
+
+namespace {
+
+using tq::process::ImageSource;
+
+template <class Operation>
+std::int32_t process(std::int32_t image, Operation&& operation) {
+  return tq::with_pixels(image, [&](tq::ImageRecord&) {
+    ImageSource source(tq::ImageHandle{image});
+    return operation(source);
+  });
+}
+
+}  // namespace
+
+std::int32_t IMG_CALL IMG_color_gray(std::int32_t image) {
+  return process(image, tq::process::color_gray);
+}
+
+std::int32_t IMG_CALL IMG_mediancut_color(std::int32_t image) {
+  return process(image, tq::process::mediancut_color);
+}
+
+std::int32_t IMG_CALL IMG_popularity_color(std::int32_t image) {
+  return process(image, tq::process::popularity_color);
+}
+
+std::int32_t IMG_CALL IMG_octree_color(std::int32_t image, std::int32_t bits, const void* palette,
+                                       std::int32_t count) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::octree_color(source, bits, static_cast<const tq::Rgb*>(palette), count);
+  });
+}
+
+std::int32_t IMG_CALL IMG_bayer_mono(std::int32_t image) {
+  return process(image, tq::process::bayer_mono);
+}
+
+std::int32_t IMG_CALL IMG_halftone_mono(std::int32_t image) {
+  return process(image, tq::process::halftone_mono);
+}
+
+std::int32_t IMG_CALL IMG_diffusion_mono(std::int32_t image) {
+  return process(image, tq::process::diffusion_mono);
+}
+
+std::int32_t IMG_CALL IMG_thresh_mono(std::int32_t image, std::int32_t threshold) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::thresh_mono(source, threshold); });
+}
+
+std::int32_t IMG_CALL IMG_bayer_color(std::int32_t image) {
+  return process(image, tq::process::bayer_color);
+}
+
+std::int32_t IMG_CALL IMG_diffusion_color(std::int32_t image) {
+  return process(image, tq::process::diffusion_color);
+}
+
+std::int32_t IMG_CALL IMG_promote_8(std::int32_t image) {
+  return process(image, tq::process::promote_8);
+}
+
+std::int32_t IMG_CALL IMG_promote_24(std::int32_t image) {
+  return process(image, tq::process::promote_24);
+}
+
+std::int32_t IMG_CALL IMG_promote_32(std::int32_t image) {
+  return process(image, tq::process::promote_32);
+}

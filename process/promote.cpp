@@ -1,0 +1,151 @@
+// To more bits per pixel, without a change of colour where the layouts allow it.
+#include <algorithm>
+
+#include "core/display_cache.h"
+#include "process/kernels.h"
+#include "process/process.h"
+#include "process/rebuild.h"
+
+namespace tq::process {
+namespace {
+
+// Source rows that may be run lists.
+class StoredRows {
+ public:
+  explicit StoredRows(const ImageSource& image) : image_(image) {}
+  Status allocate() {
+    return image_.in_runs() ? bits_.allocate(row_bytes(image_.width(), 1)) : kOk;
+  }
+  const std::uint8_t* read(std::int32_t y) const {
+    if (!image_.in_runs()) return image_.row(y).data();
+    expand_row(image_.record(), y, bits_.pixels());
+    return bits_.data();
+  }
+
+ private:
+  const ImageSource& image_;
+  RowBuffer<std::uint8_t> bits_;
+};
+
+// Calls `put(x, index)` for every pixel of a 1-, 4- or 8-bit row.
+template <class Put>
+void for_each_index(const std::uint8_t* row, int bits, std::int32_t width, Put&& put) {
+  switch (bits) {
+    case 1:
+      for (std::int32_t x = 0; x < width; ++x) put(x, row[x / 8] >> (7 - x % 8) & 1);
+      break;
+    case 4:
+      for (std::int32_t x = 0; x < width; ++x) {
+        put(x, x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15);
+      }
+      break;
+    default:
+      for (std::int32_t x = 0; x < width; ++x) put(x, row[x]);
+      break;
+  }
+}
+
+// 16-bit samples stay as they are, at the start of the wider row.
+void copy_samples(const std::uint8_t* from, std::int32_t width, std::span<std::uint8_t> row) {
+  const auto there = static_cast<std::size_t>(width) * 2;
+  std::copy_n(from, there, row.begin());
+  std::fill(row.begin() + there, row.end(), std::uint8_t{0});
+}
+
+void widen_to_8(const std::uint8_t* from, int bits, std::int32_t width,
+                std::span<std::uint8_t> row) {
+  std::uint8_t* out = row.data();
+  if (bits == 8) {
+    std::copy_n(from, width, out);
+  } else if (bits == 16) {
+    for (std::int32_t x = 0; x < width; ++x) out[x] = from[2 * x + 1];
+  } else {
+    const int white = bits == 1 ? 255 : 1;
+    for_each_index(from, bits, width, [&](std::int32_t x, int index) {
+      out[x] = static_cast<std::uint8_t>(index * white);
+    });
+  }
+}
+
+// Inks to blue, green, red; with an RGB marker the pixel is read as unused, red, green, blue.
+// Callers rely on both.
+void narrow_to_24(const std::uint8_t* from, bool inks, std::int32_t width, std::uint8_t* out) {
+  const auto less = [](int a, int b) {
+    return static_cast<std::uint8_t>(std::max(255 - a - b, 0));
+  };
+  for (std::int32_t x = 0; x < width; ++x, from += 4, out += 3) {
+    out[0] = inks ? less(from[2], from[3]) : from[3];
+    out[1] = inks ? less(from[1], from[3]) : from[2];
+    out[2] = inks ? less(from[0], from[3]) : from[1];
+  }
+}
+
+void widen_to_24(const std::uint8_t* from, const ImageSource& image, std::span<std::uint8_t> row) {
+  std::uint8_t* out = row.data();
+  for_each_index(from, image.bits(), image.width(), [&](std::int32_t x, int index) {
+    const Rgb colour = image.palette()[index];
+    out[3 * x] = colour.blue;
+    out[3 * x + 1] = colour.green;
+    out[3 * x + 2] = colour.red;
+  });
+}
+
+void widen_to_32(const std::uint8_t* from, const ImageSource& image, std::span<std::uint8_t> row) {
+  Rgb* out = reinterpret_cast<Rgb*>(row.data());
+  for_each_index(from, image.bits(), image.width(), [&](std::int32_t x, int index) {
+    const Rgb colour = image.palette()[index];
+    out[x] = {colour.blue, colour.green, colour.red, 0};
+  });
+}
+
+// `widen(from, row)` makes a row of `bits` bits out of a stored one.
+template <class Widen>
+Status promote(ImageSource& image, int bits, std::span<const Rgb> palette, Widen&& widen) {
+  StoredRows rows(image);
+  TQ_TRY(rows.allocate());
+  return replace_rows(image, {bits, palette}, [&](std::int32_t y, std::span<std::uint8_t> row) {
+    widen(rows.read(y), row);
+  });
+}
+
+bool has_rule(const ImageSource& image) {
+  return image.bits() == 1 || image.is_deep();
+}
+
+}  // namespace
+
+Status promote_8(ImageSource& image) {
+  if (!has_rule(image) || image.bits() >= 24) return StatusCode::unsupported;
+  release_display_cache(image.record());
+  // Run lists have no palette of their own; any other image keeps its entries, whatever its pixels
+  // turn into.
+  const std::span<const Rgb> palette = image.in_runs() ? grey_ramp() : image.palette();
+  return promote(image, 8, palette, [&](const std::uint8_t* from, std::span<std::uint8_t> row) {
+    widen_to_8(from, image.bits(), image.width(), row);
+  });
+}
+
+Status promote_24(ImageSource& image) {
+  release_display_cache(image.record());
+  if (!has_rule(image) || image.bits() == 24) return StatusCode::unsupported;
+  const bool inks = image.header().biCompression == 0;
+  return promote(image, 24, {}, [&](const std::uint8_t* from, std::span<std::uint8_t> row) {
+    if (image.bits() == 16) return copy_samples(from, image.width(), row);
+    if (image.bits() == 32) return narrow_to_24(from, inks, image.width(), row.data());
+    widen_to_24(from, image, row);
+  });
+}
+
+Status promote_32(ImageSource& image) {
+  if (!has_rule(image) || image.bits() == 32) return StatusCode::unsupported;
+  release_display_cache(image.record());
+  return promote(image, 32, {}, [&](const std::uint8_t* from, std::span<std::uint8_t> row) {
+    if (image.bits() == 16) return copy_samples(from, image.width(), row);
+    if (image.bits() == 24) {
+      return kernels().widen_24_reversed(from, row.data(), image.width());
+    }
+    widen_to_32(from, image, row);
+  });
+}
+
+}  // namespace tq::process

@@ -1,0 +1,179 @@
+// Rows of colour diffusion with one pixel, or a window of four, in a register.
+#include "process/x86/diffuse_sse2.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+
+namespace tq::process::x86 {
+namespace {
+
+__m128i load_pixel(const void* pixel) {
+  return _mm_loadu_si32(pixel);
+}
+
+// A colour with blue in the low byte, and its cell as CellColours counts them.
+Rgb colour_of(std::uint32_t bytes) {
+  return {static_cast<std::uint8_t>(bytes), static_cast<std::uint8_t>(bytes >> 8),
+          static_cast<std::uint8_t>(bytes >> 16), 0};
+}
+
+std::uint32_t cell_of(std::uint32_t bytes) {
+  return (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
+}
+
+// Unsigned bytes divided by a power of two.
+template <int kShift>
+__m128i shift_bytes(__m128i v) {
+  return _mm_and_si128(_mm_srli_epi16(v, kShift), _mm_set1_epi8(0xFF >> kShift));
+}
+
+// How far each byte is above and below what was chosen for it; one of the two is 0. Dividing either
+// cuts toward zero, and saturation is the clamp.
+struct SplitError {
+  __m128i above, below;
+
+  template <int kShift>
+  __m128i give(__m128i to) const {
+    return _mm_subs_epu8(_mm_adds_epu8(to, shift_bytes<kShift>(above)), shift_bytes<kShift>(below));
+  }
+};
+
+// The shares of x - 2 .. x + 1 on the next row, in four lanes, from an error in all four.
+__m128i four_shares(__m128i error) {
+  const __m128i quarters = _mm_setr_epi32(0, 0, 0x3F3F3F3F, 0);
+  const __m128i eighths = _mm_setr_epi32(0, 0x1F1F1F1F, 0, 0x1F1F1F1F);
+  const __m128i sixteenths = _mm_setr_epi32(0x0F0F0F0F, 0, 0, 0);
+  return _mm_or_si128(_mm_and_si128(_mm_srli_epi16(error, 2), quarters),
+                      _mm_or_si128(_mm_and_si128(_mm_srli_epi16(error, 3), eighths),
+                                   _mm_and_si128(_mm_srli_epi16(error, 4), sixteenths)));
+}
+
+}  // namespace
+
+void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
+                      std::int32_t width) {
+  const CellColours::Entry* entries = cells.entries();
+  __m128i value = load_pixel(current);
+  __m128i following = load_pixel(current + 1);
+  __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(next - 2));
+  for (std::int32_t x = 0; x < width; ++x) {
+    const auto bytes = static_cast<std::uint32_t>(_mm_cvtsi128_si32(value));
+    const std::uint32_t cell = (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
+    CellColours::Entry entry = entries[cell];
+    if (CellColours::is_free(entry)) {
+      entry = cells.fill(colour_of(bytes));
+    }
+    out[x] = entry.index;
+    // The entry's index is in the byte that colours do not use.
+    const __m128i chosen = load_pixel(&entry);
+    const SplitError error{_mm_subs_epu8(value, chosen), _mm_subs_epu8(chosen, value)};
+
+    value = error.give<2>(following);
+    following = error.give<3>(load_pixel(current + x + 2));
+
+    const __m128i above = _mm_shuffle_epi32(error.above, 0);
+    const __m128i below = _mm_shuffle_epi32(error.below, 0);
+    window = _mm_subs_epu8(_mm_adds_epu8(window, four_shares(above)), four_shares(below));
+    const __m128i last = error.give<4>(load_pixel(next + x + 2));
+    _mm_storeu_si32(next + x - 2, window);
+    window = _mm_or_si128(_mm_srli_si128(window, 4), _mm_slli_si128(last, 12));
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(next + width - 2), window);
+}
+
+void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,
+                        std::int32_t width) {
+  const auto load = [](const WideColour* from) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  };
+  const __m128i on_level = _mm_set1_epi32(180), full_level = _mm_set1_epi32(220);
+  const __m128i half_colour = _mm_set1_epi32(128), more = _mm_set1_epi32(127);
+  __m128i value = load(current), following = load(current + 1);
+  __m128i below[4] = {load(next - 2), load(next - 1), load(next), load(next + 1)};
+
+  const auto diffuse_pixel = [&](std::int32_t x) {
+    const __m128i on = _mm_cmpgt_epi32(value, on_level);
+    const __m128i over = _mm_cmpgt_epi32(value, full_level);
+    const __m128i pairs = _mm_or_si128(over, _mm_shuffle_epi32(over, 0xB1));
+    const __m128i full = _mm_or_si128(pairs, _mm_shuffle_epi32(pairs, 0x4E));
+    const __m128i chosen = _mm_and_si128(on, _mm_add_epi32(half_colour, _mm_and_si128(full, more)));
+    const __m128i error = _mm_sub_epi32(value, chosen);
+    const int channels = _mm_movemask_ps(_mm_castsi128_ps(on));
+    const int index = sixteen_index((_mm_cvtsi128_si32(full) & 1) != 0, (channels & 1) != 0,
+                                    (channels & 2) != 0, (channels & 4) != 0);
+
+    const __m128i quarter = _mm_srai_epi32(error, 2);
+    const __m128i eighth = _mm_srai_epi32(error, 3);
+    const __m128i sixteenth = _mm_srai_epi32(error, 4);
+    value = _mm_add_epi32(following, quarter);
+    following = _mm_add_epi32(load(current + x + 2), eighth);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(next + x - 2), _mm_add_epi32(below[0], sixteenth));
+    below[0] = _mm_add_epi32(below[1], eighth);
+    below[1] = _mm_add_epi32(below[2], quarter);
+    below[2] = _mm_add_epi32(below[3], eighth);
+    below[3] = _mm_add_epi32(load(next + x + 2), sixteenth);
+    return index;
+  };
+  pack_nibbles(out, width, diffuse_pixel);
+  for (int i = 0; i < 4; ++i) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(next + width - 2 + i), below[i]);
+  }
+}
+
+void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
+  const __m128i zero = _mm_setzero_si128();
+  for (std::int32_t x = 0; x < width; ++x) {
+    const __m128i words = _mm_unpacklo_epi8(load_pixel(colours + x), zero);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), _mm_unpacklo_epi16(words, zero));
+  }
+}
+
+template <int kStep>
+void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
+  const auto load = [](const Channels* from) {
+    return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+  };
+  const auto store = [](Channels* to, __m128i value) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), value);
+  };
+  const __m128i zero = _mm_setzero_si128(), fifteen = _mm_set1_epi16(15);
+  const __m128i weights_5_3 = _mm_setr_epi16(5, 5, 5, 5, 3, 3, 3, 3);
+  const auto sixteenth = [&](__m128i v) {  // cut toward zero
+    return _mm_srai_epi16(_mm_add_epi16(v, _mm_and_si128(_mm_srai_epi16(v, 15), fifteen)), 4);
+  };
+  const IndexFinder::Entry* entries = finder.entries();
+  const std::uint32_t unknown = finder.unknown();
+  const Rgb* colours = row.colours;
+  const Channels* received = row.received;
+  Channels* below = row.below;
+  std::uint8_t* indices = row.indices;
+  __m128i ahead = zero, behind_sum = zero, below_sum = zero;
+  std::int32_t x = kStep > 0 ? 0 : row.width - 1;
+  for (std::int32_t left = row.width; left > 0; --left, x += kStep) {
+    const __m128i own =
+        _mm_add_epi16(_mm_unpacklo_epi8(load_pixel(colours + x), zero), load(received + x));
+    const __m128i bytes = _mm_packus_epi16(_mm_add_epi16(own, ahead), zero);
+    const auto colour = static_cast<std::uint32_t>(_mm_cvtsi128_si32(bytes));
+    IndexFinder::Entry entry = entries[cell_of(colour)];
+    if (std::bit_cast<std::uint32_t>(entry) == unknown)
+      entry = finder.find_slowly(colour_of(colour));
+    indices[x] = entry.index;
+    // The index is taken for a fourth channel, whose errors nobody looks at.
+    const __m128i error =
+        _mm_sub_epi16(_mm_unpacklo_epi8(bytes, zero), _mm_unpacklo_epi8(load_pixel(&entry), zero));
+    ahead = sixteenth(_mm_sub_epi16(_mm_slli_epi16(error, 3), error));
+    const __m128i shares =
+        sixteenth(_mm_mullo_epi16(_mm_unpacklo_epi64(error, error), weights_5_3));
+    store(below + x - kStep, _mm_add_epi16(behind_sum, _mm_srli_si128(shares, 8)));
+    behind_sum = _mm_add_epi16(below_sum, shares);
+    below_sum = sixteenth(error);
+  }
+  store(below + x - kStep, behind_sum);
+}
+
+template void diffuse_to_tree<1>(const TreeRow&, IndexFinder&);
+template void diffuse_to_tree<-1>(const TreeRow&, IndexFinder&);
+
+}  // namespace tq::process::x86
+
+#endif

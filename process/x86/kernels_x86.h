@@ -1,0 +1,16 @@
+// Kernels for some instruction sets of x86. Those that return a number have done that many pixels,
+// a multiple of 4 and, where bits come out, of 8; the rest is the caller's.
+#pragma once
+
+#include <cstdint>
+
+namespace tq::process::x86 {
+
+std::int32_t brightness_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
+std::int32_t luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
+std::int32_t widen_24(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
+std::int32_t widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
+std::int32_t at_least(const std::uint8_t* grey, const std::uint8_t* least, std::uint8_t* bits,
+                      std::int32_t width);
+
+}  // namespace tq::process::x86

@@ -1,0 +1,171 @@
+// How many pages files of each kind have, by every way of asking, and what their headers say.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "include/tarnquill.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/pcx_file.h"
+#include "tests/support/scratch_folder.h"
+
+namespace tq::test {
+namespace {
+
+using namespace std::string_literals;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes bytes_of(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+Bytes page() {
+  return pcx_file({.size = {3, 2, 8, 1, 3}, .data = {1, 2, 3, 4, 5, 6}, .tail = pcx_palette()});
+}
+
+std::int32_t pages_by_handle(const Bytes& content) {
+  const MemoryFile file(content);
+  return IMGLOW_get_pages_fd(4711);
+}
+
+TEST(Pages, DifferByFormatAndByTheWayOfAsking) {
+  const struct {
+    const char* name;
+    Bytes content;
+    std::int32_t by_name, by_handle, in_memory;
+  } cases[] = {
+      {"bmp", bytes_of("BM\0\0\0\0\0\0\0\0"s), 1, 1, 1},
+      {"pcx", page(), 1, 1, 1},
+      {"dcx", dcx_file({page(), page(), page()}), 3, 3, 3},
+      {"dcx without pages", dcx_file({}), 0, 0, 0},
+      {"gif", bytes_of("GIF89a\1\0\1\0"s), -23, -23, -23},
+      {"tif", bytes_of("II*\0\x8\0\0\0\0\0"s), -7, -7, -7},
+      {"ica", bytes_of("0000000000"), -7, -7, -7},
+      {"mca",
+       bytes_of("01\xD3\xA6\xFB"
+                "56789"s),
+       -7, 1, 1},
+      {"pcd", Bytes(10, 0xFF), -7, -7, -7},
+      {"unknown",
+       bytes_of("\x7F"
+                "ELF123456"),
+       1, 1, 1},
+      {"nine bytes", bytes_of("BM1234567"), 1, 1, 1},
+      {"empty", {}, 1, 1, 1},
+  };
+  const ScratchFolder folder;
+  const std::string name = folder.file("file");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    write_file(name, c.content);
+    EXPECT_EQ(IMGLOW_get_pages(name.c_str()), c.by_name);
+    EXPECT_EQ(pages_by_handle(c.content), c.by_handle);
+    Bytes block = c.content;
+    block.reserve(1);  // an empty block has an address, too
+    EXPECT_EQ(IMGLOW_get_pages_block(block.data(), block.size()), c.in_memory);
+  }
+  EXPECT_EQ(IMGLOW_get_pages(folder.file("none").c_str()), IMG_CANNOT_OPEN);
+  EXPECT_EQ(IMGLOW_get_pages(nullptr), IMG_CANNOT_OPEN);
+  EXPECT_EQ(IMGLOW_get_pages_mem(nullptr), IMG_UNSUPPORTED);
+  EXPECT_EQ(IMGLOW_get_pages_block(nullptr, 5), IMG_UNSUPPORTED);
+}
+
+struct Info {
+  std::int32_t status = 0;
+  std::int32_t words[10];
+  friend bool operator==(const Info&, const Info&) = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Info& info) {
+  out << info.status << ':';
+  for (const std::int32_t word : info.words) out << ' ' << word;
+  return out;
+}
+
+TEST(FileInfo, IsTheHeaderOrWhatTheDecoderSays) {
+  const auto page_of = [](std::size_t length) {
+    Bytes bytes = page();
+    bytes.resize(length);
+    return bytes;
+  };
+  Bytes upside_down = page();
+  store_le16(&upside_down[8], 0);  // the right edge lies left of the left one
+  const struct {
+    const char* name;
+    Bytes content;
+    Info expected;
+  } cases[] = {
+      {"pcx", page(), {0, {40, 3, 2, 1 | 8 << 16, 0, 8, 300, 150, 0, 0}}},
+      {"the first page of a dcx",
+       dcx_file({page()}),
+       {0, {40, 3, 2, 1 | 8 << 16, 0, 8, 300, 150, 0, 0}}},
+      {"pixels are not looked at",
+       page_of(128),
+       {0, {40, 3, 2, 1 | 8 << 16, 0, 8, 300, 150, 0, 0}}},
+      {"short header", page_of(127), {-2, {}}},
+      {"dcx without pages", dcx_file({}), {-11, {}}},
+      {"unknown",
+       bytes_of("\x7F"
+                "ELF123456"),
+       {-7, {}}},
+      {"no decoder", bytes_of("II*\0\x8\0\0\0\0\0"s), {-7, {}}},
+      {"no module", bytes_of("GIF89a\1\0\1\0"s), {-23, {}}},
+  };
+  const ScratchFolder folder;
+  const std::string name = folder.file("file");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto ask = [](auto&& query) {
+      Info info;
+      std::memset(info.words, 0x55, sizeof info.words);
+      info.status = query(info.words);
+      return info;
+    };
+    write_file(name, c.content);
+    Bytes block = c.content;
+    EXPECT_EQ(ask([&](void* out) { return IMGLOW_get_fileinfo(name.c_str(), out); }), c.expected);
+    EXPECT_EQ(
+        ask([&](void* out) { return IMGLOW_get_fileinfo_block(block.data(), block.size(), out); }),
+        c.expected);
+    EXPECT_EQ(ask([&](void* out) {
+                const MemoryFile file(c.content);
+                return IMGLOW_get_fileinfo_fd(4711, out);
+              }),
+              c.expected);
+    EXPECT_EQ(IMGLOW_get_fileinfo_block(block.data(), block.size(), nullptr), c.expected.status);
+  }
+  std::int32_t words[10] = {};
+  EXPECT_EQ(IMGLOW_get_fileinfo_block(upside_down.data(), upside_down.size(), words), 0);
+  EXPECT_LT(words[1], 1) << "as the file says it";
+  EXPECT_EQ(IMGLOW_get_fileinfo(folder.file("none").c_str(), words), IMG_CANNOT_OPEN);
+  EXPECT_EQ(IMGLOW_get_fileinfo_mem(nullptr, words), IMG_UNSUPPORTED);
+}
+
+TEST(Orientation, IsToldByNoFormat) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("file");
+  for (const Bytes& content : {page(), bytes_of("II*\0\x8\0\0\0\0\0"s), Bytes{}}) {
+    write_file(name, content);
+    EXPECT_EQ(IMGLOW_get_image_orientation(name.c_str()), IMG_UNSUPPORTED);
+  }
+  EXPECT_EQ(IMGLOW_get_image_orientation(folder.file("none").c_str()), IMG_CANNOT_OPEN);
+}
+
+// A page more than the container has room for, by name: nothing is opened for writing.
+TEST(SaveDcx, FullContainerIsLeftAlone) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("pages.dcx");
+  write_file(name, dcx_file(std::vector<Bytes>(100, page())));
+  const Bytes before = file_content(name);
+  const std::int32_t image = IMG_decompress_bitmap(name.c_str());
+  ASSERT_GE(image, 0);
+  EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_BY_NAME), IMG_UNSUPPORTED);
+  EXPECT_EQ(file_content(name), before);
+  const std::string fresh = folder.file("fresh.DCX");
+  EXPECT_EQ(IMG_save_bitmap(image, fresh.c_str(), IMG_TYPE_BY_NAME), 0);
+  EXPECT_EQ(IMG_save_bitmap(image, fresh.c_str(), IMG_TYPE_BY_NAME), 0);
+  EXPECT_EQ(IMGLOW_get_pages(fresh.c_str()), 2);
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+}
+
+}  // namespace
+}  // namespace tq::test

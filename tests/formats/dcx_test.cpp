@@ -1,0 +1,199 @@
+// Containers: choosing a page, adding one, and what must not be touched.
+#include <gmock/gmock.h>
+
+#include "core/memory.h"
+#include "formats/pcx/pcx.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/pcx_file.h"
+
+namespace tq::test {
+namespace {
+
+using formats::can_append_dcx;
+using formats::count_dcx_pages;
+using formats::decode_dcx;
+using formats::encode_dcx;
+using Bytes = std::vector<std::uint8_t>;
+
+// One 8-bit pixel, and a palette whose entry 0 has the same red value.
+Bytes page(std::uint8_t pixel) {
+  return pcx_file({.size = {1, 1, 8, 1, 1}, .data = {pixel}, .tail = pcx_palette(pixel)});
+}
+
+std::uint32_t page_number(std::uint32_t page) {
+  return 0x80000000 | page;
+}
+
+struct Decoded {
+  std::int32_t status;
+  int pixel = -1, red = -1;
+  friend bool operator==(const Decoded&, const Decoded&) = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Decoded& decoded) {
+  return out << decoded.status << ", pixel " << decoded.pixel << ", red " << decoded.red;
+}
+
+Decoded decode(StreamHandle stream, std::uint32_t argument) {
+  CollectingSink sink;
+  Decoded decoded{decode_dcx({stream, argument, sink.sink()}).raw()};
+  if (!sink.rows.empty()) {
+    decoded.pixel = sink.rows[0].bytes[0];
+    decoded.red = sink.header.palette[0].red;
+  }
+  return decoded;
+}
+
+Decoded decode(const Bytes& file, std::uint32_t argument) {
+  MemoryFile stream(file);
+  return decode(MemoryFile::kHandle, argument);
+}
+
+TEST(DcxDecode, EveryPageHasItsOwnPixelsAndPalette) {
+  const Bytes file = dcx_file({page(10), page(20), page(30)});
+  const Decoded ten{1, 10, 10}, thirty{1, 30, 30};
+  EXPECT_EQ(decode(file, page_number(0)), ten);
+  EXPECT_EQ(decode(file, page_number(1)), (Decoded{1, 20, 20}));
+  EXPECT_EQ(decode(file, page_number(2)), thirty);
+  EXPECT_EQ(decode(file, page_number(0x12340002)), thirty) << "only 16 bits count";
+  EXPECT_EQ(decode(file, page_number(3)).status, -11);
+  EXPECT_EQ(decode(file, static_cast<std::uint32_t>(-3)).status, -11);
+  EXPECT_EQ(decode(file, 0), ten) << "an offset means page 0";
+
+  // In memory that does not say where it ends, the last palette is found behind its pixels.
+  const GuardedBlock block(file);
+  open_memory_stream(block.data());
+  EXPECT_EQ(decode(kMemoryStream, page_number(2)), thirty);
+  open_memory_stream(block.data());
+  EXPECT_EQ(decode(kMemoryStream, page_number(0)), ten);
+}
+
+TEST(DcxDecode, PagesInAnyOrderAndShortTables) {
+  Bytes file = dcx_file({page(10), page(20)});
+  std::swap_ranges(&file[4], &file[8], &file[8]);  // the first page lies last
+  EXPECT_EQ(decode(file, page_number(0)), (Decoded{1, 20, 20}));
+  EXPECT_EQ(decode(file, page_number(1)), (Decoded{1, 10, 10}));
+  EXPECT_EQ(decode(dcx_file({page(5)}, 2), page_number(0)), (Decoded{1, 5, 5}));
+}
+
+TEST(DcxDecode, TablesThatLie) {
+  Bytes file = dcx_file({page(10), page(20)});
+  Bytes beyond = file, behind_all = file, magic = file;
+  store_le32(&beyond[4], 0x7FFFFFFF);
+  store_le32(&behind_all[4], 0xFFFFFFFF);
+  magic[3] = 0;
+  EXPECT_EQ(decode(beyond, page_number(0)).status, -2);
+  EXPECT_EQ(decode(beyond, page_number(1)), (Decoded{1, 20, 20})) << "no page begins there";
+  EXPECT_EQ(decode(behind_all, page_number(0)).status, -2);
+  EXPECT_EQ(decode(magic, 0).status, -3);
+  EXPECT_EQ(decode(Bytes{0xB1, 0x68, 0xDE}, 0).status, -3);
+  // A table of more entries than are looked at, and one that the file cuts off.
+  EXPECT_EQ(decode(Bytes(70000, 1), 0).status, -3);
+  Bytes endless(4 + 4 * 3000, 1);
+  store_le32(&endless[0], 987654321);
+  EXPECT_EQ(decode(endless, page_number(2000)).status, -11);
+  endless.resize(4 + 4 * 5 + 3);
+  EXPECT_EQ(decode(endless, page_number(5)).status, -11);
+}
+
+TEST(DcxPages, AreCountedUpToTheFirstFreeEntry) {
+  const auto count = [](const Bytes& content) {
+    MemoryFile file(content);
+    return count_dcx_pages(MemoryFile::kHandle).raw();
+  };
+  EXPECT_EQ(count(dcx_file({})), 0);
+  EXPECT_EQ(count(dcx_file({page(1), page(2)})), 2);
+  Bytes endless(4 + 4 * 3000, 1);
+  EXPECT_EQ(count(endless), 1024);
+  endless.resize(4 + 4 * 5 + 3);
+  EXPECT_EQ(count(endless), 5);
+}
+
+// Of the file that answers now.
+Decoded read_back(int page) {
+  return decode(MemoryFile::kHandle, page_number(static_cast<std::uint32_t>(page)));
+}
+
+std::int32_t append(std::uint8_t pixel, std::int32_t at = 0,
+                    StreamHandle stream = MemoryFile::kHandle) {
+  HeaderBlock header = dib_header(1, 1, 8);
+  header.palette.fill({1, 1, pixel, 0});
+  GivenRows rows({{pixel, 0, 0, 0}});
+  seek(stream, at, Origin::start);
+  return encode_dcx({stream, &header, rows.supplier()}).raw();
+}
+
+TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
+  MemoryFile file;
+  for (int i = 0; i < 100; ++i) {
+    const std::size_t before = file.bytes.size();
+    EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), 0);
+    ASSERT_EQ(append(static_cast<std::uint8_t>(i)), 0) << i;
+    EXPECT_EQ(load_le32(&file.bytes[4 + 4 * i]), i == 0 ? 404 : before);
+  }
+  const Bytes full = file.bytes;
+  EXPECT_EQ(append(200), -7);
+  EXPECT_EQ(file.bytes, full);
+  seek(MemoryFile::kHandle, 0, Origin::start);
+  EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), -7);
+  EXPECT_EQ(position(MemoryFile::kHandle), 0);
+  EXPECT_EQ(count_dcx_pages(MemoryFile::kHandle).raw(), 100);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(read_back(i), (Decoded{1, i, i}));
+  EXPECT_EQ(read_back(100).status, -11);
+}
+
+TEST(DcxEncode, BeginsAtThePosition) {
+  MemoryFile file(Bytes(1000, 0x77));
+  EXPECT_EQ(append(5, 300), 0);
+  EXPECT_EQ(append(6, 300), 0);
+  EXPECT_EQ(file.bytes[299], 0x77);
+  EXPECT_EQ(load_le32(&file.bytes[304]), 704u);
+  EXPECT_EQ(load_le32(&file.bytes[308]), 704u + 128 + 1 + 769);
+  EXPECT_EQ(decode(MemoryFile::kHandle, 300), (Decoded{1, 5, 5}));
+}
+
+TEST(DcxEncode, MemoryAlwaysHoldsANewContainer) {
+  Bytes block = dcx_file({page(1)});
+  block.resize(3000);
+  open_memory_stream(block.data(), block.size());
+  EXPECT_EQ(append(9, 0, kMemoryStream), 0);
+  EXPECT_EQ(load_le32(&block[8]), 0u);
+  EXPECT_EQ(decode(block, page_number(0)),
+            (Decoded{1, 9, pcx_palette()[0] == 12 ? decode(block, 0).red : 0}));
+}
+
+TEST(DcxEncode, LeavesTheContainerAloneWhenThePageFails) {
+  const Bytes before = dcx_file({page(1)});
+  MemoryFile file(before);
+  HeaderBlock header = dib_header(1, 1, 8);
+  GivenRows rows({{1, 0, 0, 0}});
+  rows.failed_row = 0;
+  rows.failure = -55;
+  EXPECT_EQ(encode_dcx({MemoryFile::kHandle, &header, rows.supplier()}).raw(), -55);
+  header.header.biBitCount = 32;
+  EXPECT_EQ(encode_dcx({MemoryFile::kHandle, &header, rows.supplier()}).raw(), -21);
+  EXPECT_EQ(file.bytes, before);
+}
+
+TEST(DcxEncode, ShortWritesAndRefusedMemoryAreReported) {
+  const std::size_t whole = 404 + 128 + 1 + 769;
+  for (std::size_t room = 0; room <= whole; room += room < 420 ? 1 : 97) {
+    Bytes block(room);
+    open_memory_stream(block.data(), block.size());
+    EXPECT_EQ(append(9, 0, kMemoryStream), -9) << room;
+  }
+  std::int32_t result = -1;
+  for (std::int64_t allowed = 0; result < 0 && allowed < 20; ++allowed) {
+    MemoryFile file;
+    memory_probe::refuse_after(allowed);
+    result = append(9);
+    EXPECT_EQ(result, memory_probe::refused() ? -1 : 0) << allowed;
+    EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+    memory_probe::refuse_after(-1);
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

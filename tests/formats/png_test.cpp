@@ -1,0 +1,228 @@
+// PNG files written and read back, cut off, damaged, in memory that ends with them, without memory.
+// What the pixels have to be is compared with another program's reading, see tests/peers.
+#include <gmock/gmock.h>
+
+#include <functional>
+
+#include "core/memory.h"
+#include "formats/png/png.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/guarded_block.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+using formats::decode_png;
+using formats::encode_png;
+using Bytes = std::vector<std::uint8_t>;
+using Image = std::vector<Bytes>;
+
+// 5 x 5 pixels of grey, 8 bits, interlaced: pixel (x, y) is 10 y + x.
+const Bytes kInterlaced = {
+    0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a, 0x00, 0x00, 0x00, 0x0d, 0x49, 0x48, 0x44,
+    0x52, 0x00, 0x00, 0x00, 0x05, 0x00, 0x00, 0x00, 0x05, 0x08, 0x00, 0x00, 0x00, 0x01, 0xdf,
+    0x03, 0x49, 0xaf, 0x00, 0x00, 0x00, 0x2a, 0x49, 0x44, 0x41, 0x54, 0x78, 0xda, 0x63, 0x64,
+    0x60, 0x62, 0x61, 0xd0, 0xd0, 0x61, 0x66, 0x62, 0xd6, 0x64, 0x14, 0x61, 0x62, 0x62, 0x60,
+    0x64, 0x66, 0x10, 0x15, 0x67, 0xd0, 0xd4, 0x66, 0xe6, 0x62, 0x63, 0x67, 0xe7, 0x60, 0x11,
+    0x61, 0x04, 0x02, 0x00, 0x1b, 0xff, 0x01, 0x6f, 0x38, 0x8e, 0x35, 0xda, 0x00, 0x00, 0x00,
+    0x00, 0x49, 0x45, 0x4e, 0x44, 0xae, 0x42, 0x60, 0x82};
+
+HeaderBlock header_for(std::int32_t width, std::int32_t height, int bits) {
+  HeaderBlock block = dib_header(width, height, bits);
+  block.header.biXPelsPerMeter = 300;
+  block.header.biYPelsPerMeter = 72;
+  if (bits == 32) block.header.biCompression = kRgb32;
+  for (int i = 0; i < 256; ++i) {
+    block.palette[i] = {static_cast<std::uint8_t>(255 - i), static_cast<std::uint8_t>(i), 9, 0};
+  }
+  if (bits == 1) block.palette[0] = {0, 0, 0, 0}, block.palette[1] = {255, 255, 255, 0};
+  return block;
+}
+
+Image noise(std::int32_t width, std::int32_t height, int bits) {
+  std::uint32_t seed = 3;
+  Image rows(static_cast<std::size_t>(height),
+             Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
+  for (Bytes& row : rows) {
+    for (std::int64_t i = 0; i < std::int64_t{width} * bits / 8; ++i) {
+      seed = seed * 1664525 + 1013904223;
+      row[i] = static_cast<std::uint8_t>(seed >> 24);
+    }
+  }
+  return rows;
+}
+
+Bytes encode(HeaderBlock header, const Image& rows, std::int32_t status = 0) {
+  MemoryFile file;
+  GivenRows given(rows);
+  EXPECT_EQ(encode_png({MemoryFile::kHandle, &header, given.supplier()}).raw(), status);
+  return file.bytes;
+}
+
+CollectingSink decode(Bytes file, std::int32_t status = 0) {
+  CollectingSink sink;
+  open_memory_stream(file.data(), file.size());
+  EXPECT_EQ(decode_png({kMemoryStream, 0, sink.sink()}).raw(), status);
+  return sink;
+}
+
+TEST(Png, WhatIsWrittenReadsBack) {
+  for (const int bits : {1, 4, 8, 16, 24}) {
+    for (const int width : {1, 2, 7, 8, 9, 33}) {
+      SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
+      const HeaderBlock header = header_for(width, 4, bits);
+      const Image rows = noise(width, 4, bits);
+      const CollectingSink sink = decode(encode(header, rows));
+      EXPECT_EQ(sink.image(), rows);
+      EXPECT_EQ(sink.header.header.biBitCount, bits);
+      EXPECT_EQ(sink.header.header.biXPelsPerMeter, 300);
+      EXPECT_EQ(sink.header.header.biYPelsPerMeter, 72);
+      for (int i = 0; bits <= 8 && i < 1 << bits; ++i) {
+        EXPECT_EQ(sink.header.palette[i], header.palette[i]);
+      }
+    }
+  }
+  Image rows = noise(3, 2, 32), colours(2);
+  for (int y = 0; y < 2; ++y) {
+    for (int x = 0; x < 3; ++x) {
+      for (int i = 0; i < 3; ++i) colours[y].push_back(rows[y][4 * x + i]);
+    }
+    colours[y].resize(12);
+  }
+  EXPECT_EQ(decode(encode(header_for(3, 2, 32), rows)).image(), colours);
+  HeaderBlock cmyk = header_for(3, 2, 32);
+  cmyk.header.biCompression = 0;
+  EXPECT_TRUE(encode(cmyk, rows, -21).empty());
+}
+
+TEST(Png, TransparentEntryIsKept) {
+  for (const int bits : {1, 4, 8}) {
+    HeaderBlock header = header_for(4, 2, bits);
+    header.header.biClrUsed = kTransparent | 1;
+    const CollectingSink sink = decode(encode(header, noise(4, 2, bits)));
+    EXPECT_EQ(sink.header.header.biClrUsed, kTransparent | 1) << bits;
+    EXPECT_EQ(sink.header.header.biBitCount, bits);
+  }
+}
+
+TEST(Png, PassesMakeOnePicture) {
+  const CollectingSink sink = decode(kInterlaced);
+  ASSERT_EQ(sink.rows.size(), 5u);
+  for (int y = 0; y < 5; ++y) {
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(sink.rows[y].bytes[x], 10 * y + x);
+  }
+}
+
+TEST(Png, CutOffFileKeepsWhatItHas) {
+  const Image rows = noise(33, 40, 24);
+  for (const Bytes& file : {encode(header_for(33, 40, 24), rows), kInterlaced}) {
+    std::size_t most = 0;
+    for (std::size_t length = 0; length < file.size(); length += 7) {
+      SCOPED_TRACE(length);
+      Bytes cut(file.begin(), file.begin() + length);
+      CollectingSink sink;
+      open_memory_stream(cut.data(), cut.size());
+      const std::int32_t status = decode_png({kMemoryStream, 0, sink.sink()}).raw();
+      EXPECT_EQ(status, sink.headers == 0 ? -12 : 0);
+      EXPECT_GE(sink.rows.size(), most);
+      most = sink.rows.size();
+      for (std::size_t y = 0; y < most && file != kInterlaced; ++y)
+        EXPECT_EQ(sink.rows[y].bytes, rows[y]);
+    }
+    EXPECT_GT(most, 4u);
+  }
+}
+
+TEST(Png, DamagedFilesGiveAStatusOrRows) {
+  for (const Bytes& file : {encode(header_for(9, 9, 8), noise(9, 9, 8)), kInterlaced}) {
+    for (std::size_t i = 0; i < file.size(); ++i) {
+      for (const int change : {1, 0x80, 0xFF}) {
+        Bytes damaged = file;
+        damaged[i] = static_cast<std::uint8_t>(damaged[i] ^ change);
+        CollectingSink sink;
+        open_memory_stream(damaged.data(), damaged.size());
+        const std::int32_t status = decode_png({kMemoryStream, 0, sink.sink()}).raw();
+        EXPECT_TRUE(status == 0 || status == -3 || status == -12) << i << ": " << status;
+      }
+    }
+  }
+}
+
+TEST(Png, MemoryIsNotTouchedBeyondTheFile) {
+  const Image rows = noise(20, 5, 8);
+  for (const Bytes& file : {encode(header_for(20, 5, 8), rows), kInterlaced}) {
+    const GuardedBlock block(file);
+    CollectingSink sink;
+    open_memory_stream(block.data());
+    EXPECT_EQ(decode_png({kMemoryStream, 0, sink.sink()}).raw(), 0);
+    EXPECT_EQ(sink.rows.size(), 5u);
+  }
+}
+
+TEST(Png, BeginsWhereItIsTold) {
+  Bytes file(50, 0xEE);
+  file.insert(file.end(), kInterlaced.begin(), kInterlaced.end());
+  for (const std::uint32_t argument :
+       {50u, 0x80000003u}) {  // an offset; a page: where the stream is
+    MemoryFile stream(file);
+    seek(MemoryFile::kHandle, 50, Origin::start);
+    CollectingSink sink;
+    EXPECT_EQ(decode_png({MemoryFile::kHandle, argument, sink.sink()}).raw(), 0);
+    EXPECT_EQ(sink.rows.size(), 5u);
+  }
+}
+
+TEST(Png, RefusedMemoryAndAnswersAreTheResult) {
+  Bytes file = encode(header_for(9, 9, 8), noise(9, 9, 8));
+  const Image rows = noise(9, 9, 8);
+  const auto read = [&](Bytes& content) {
+    CollectingSink sink;
+    open_memory_stream(content.data(), content.size());
+    return decode_png({kMemoryStream, 0, sink.sink()}).raw();
+  };
+  Bytes interlaced = kInterlaced;
+  const std::function<std::int32_t()> operations[] = {
+      [&] { return read(file); }, [&] { return read(interlaced); },
+      [&] {
+        Bytes block(5000);
+        HeaderBlock header = header_for(9, 9, 8);
+        GivenRows given(rows);
+        open_memory_stream(block.data(), block.size());
+        return encode_png({kMemoryStream, &header, given.supplier()}).raw();
+      }};
+  for (const auto& operation : operations) {
+    std::int32_t result = -1;
+    for (std::int64_t allowed = 0; result < 0 && allowed < 100; ++allowed) {
+      memory_probe::refuse_after(allowed);
+      result = operation();
+      EXPECT_EQ(result, memory_probe::refused() ? -1 : 0) << allowed;
+      EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+      memory_probe::refuse_after(-1);
+    }
+    EXPECT_EQ(result, 0);
+  }
+
+  CollectingSink sink;
+  sink.row_answer = -77;
+  sink.answered_row = 2;
+  open_memory_stream(file.data(), file.size());
+  EXPECT_EQ(decode_png({kMemoryStream, 0, sink.sink()}).raw(), -77);
+  sink.header_answer = -18;
+  open_memory_stream(file.data(), file.size());
+  EXPECT_EQ(decode_png({kMemoryStream, 0, sink.sink()}).raw(), -18);
+
+  HeaderBlock header = header_for(9, 9, 8);
+  GivenRows given(rows);
+  given.failed_row = 4;
+  given.failure = -55;
+  for (std::size_t room = 0; room < file.size(); room += 13) {
+    Bytes block(room);
+    open_memory_stream(block.data(), block.size());
+    const std::int32_t status = encode_png({kMemoryStream, &header, given.supplier()}).raw();
+    EXPECT_TRUE(status == -9 || status == -55) << status;
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,210 @@
+// The LZW module through the library: GIF files made by hand, written and read back, and damaged.
+#include <gmock/gmock.h>
+
+#include "tests/modules/module_files.h"
+#include "tests/support/guarded_block.h"
+
+namespace tq::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Rows = std::vector<Bytes>;
+using testing::ElementsAre;
+
+class Gif : public testing::Test {
+ protected:
+  const InstalledModule module_{"lzw_module", "trqvpl1"};
+};
+
+struct Picture {
+  std::int32_t status = 0;
+  std::int32_t width = 0, height = 0, bits = 0, transparent = 0;
+  Rows rows{};
+  Bytes palette{};
+};
+
+Picture take(std::int32_t image) {
+  Picture picture{.status = image};
+  if (image < 0) return picture;
+  IMG_bitmap_info(image, &picture.width, &picture.height, &picture.bits);
+  for (std::int32_t y = 0; y < picture.height; ++y) {
+    Bytes row(static_cast<std::size_t>((picture.width * picture.bits + 31) / 32 * 4));
+    EXPECT_EQ(IMGLOW_get_raster(image, row.data(), y, 0), 0);
+    row.resize(static_cast<std::size_t>((picture.width * picture.bits + 7) / 8));
+    picture.rows.push_back(row);
+  }
+  picture.palette.resize(1024);
+  picture.palette.resize(
+      static_cast<std::size_t>(4 * IMG_get_bitmap_palette(image, picture.palette.data())));
+  picture.transparent = IMGLOW_get_transp_color(image);
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  return picture;
+}
+
+Picture decode(const Bytes& file, std::int32_t page = 0) {
+  return take(IMG_decompress_bitmap_block(file.data(), file.size(), page));
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+// A screen of 9 x 9 with four colours; frames of 2 x 2 pixels: clear, four colours, end.
+const Bytes kScreen = Bytes{'G', 'I', 'F', '8', '9', 'a', 9, 0, 9, 0, 0x81, 0, 0} +
+                      Bytes{0, 0, 0, 10, 20, 30, 40, 50, 60, 255, 255, 255};
+// Codes are 3 bits wide until the eighth string is known, after the third pixel.
+Bytes frame(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+  const std::uint32_t window = 4 | a << 3 | b << 6 | c << 9 | d << 12 | 5 << 16;
+  return Bytes{0x2C, 1, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3} +
+         Bytes{static_cast<std::uint8_t>(window), static_cast<std::uint8_t>(window >> 8),
+               static_cast<std::uint8_t>(window >> 16), 0};
+}
+const Bytes kControl = {0x21, 0xF9, 4, 1, 0, 0, 2, 0};
+const Bytes kComment = {0x21, 0xFE, 3, 'a', 'b', 'c', 2, 'd', 'e', 0};
+
+TEST_F(Gif, FramesAreChosenByPage) {
+  const Bytes file = kScreen + kComment + kControl + frame(0, 1, 2, 3) + kComment +
+                     frame(3, 2, 1, 0) + Bytes{0x3B};
+  const Picture first = decode(file);
+  EXPECT_EQ(first.bits, 4);
+  EXPECT_THAT(first.rows, ElementsAre(Bytes{0x01}, Bytes{0x23}));
+  EXPECT_EQ(first.transparent, 2);
+  EXPECT_THAT(Bytes(first.palette.begin(), first.palette.begin() + 8),
+              ElementsAre(0, 0, 0, 0, 30, 20, 10, 0));
+  const Picture second = decode(file, 1);
+  EXPECT_THAT(second.rows, ElementsAre(Bytes{0x32}, Bytes{0x10}));
+  EXPECT_EQ(second.transparent, IMG_NO_TRANSPARENCY);
+  EXPECT_EQ(decode(file, 2).status, IMG_PAGE_PAST_END);
+}
+
+TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
+  const auto two = [](Bytes palette) {
+    return decode(
+        Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + palette +
+        Bytes{0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B});  // pixels 0, 1
+  };
+  const Picture black_white = two({0, 0, 0, 255, 255, 255});
+  EXPECT_EQ(black_white.bits, 1);
+  EXPECT_EQ(black_white.rows.at(0).at(0) >> 6, 1);
+  const Picture white_black = two({255, 255, 255, 0, 0, 0});
+  EXPECT_EQ(white_black.bits, 1);
+  EXPECT_EQ(white_black.rows.at(0).at(0) >> 6, 2);
+  const Picture colours = two({255, 0, 0, 0, 0, 0});
+  EXPECT_EQ(colours.bits, 4);
+  EXPECT_THAT(colours.rows, ElementsAre(Bytes{0x01}));
+}
+
+Bytes save(std::int32_t image, std::int32_t code) {
+  Bytes block(2 << 20);
+  const std::int32_t size = IMG_save_bitmap_block(image, block.data(), block.size(), code);
+  EXPECT_GT(size, 0);
+  block.resize(static_cast<std::size_t>(std::max(size, 0)));
+  return block;
+}
+
+// Few colours make long strings, noise fills the code table again and again.
+Rows picture_rows(int width, int height, int bits, std::uint32_t colours) {
+  std::uint32_t seed = 5;
+  Rows rows;
+  for (int y = 0; y < height; ++y) {
+    Bytes row(static_cast<std::size_t>((width * bits + 7) / 8));
+    for (int x = 0; x < width; ++x) {
+      seed = seed * 1664525 + 1013904223;
+      const std::uint32_t pixel = (seed >> 8) % colours;
+      row[x * bits / 8] |= static_cast<std::uint8_t>(pixel << (8 - bits - x * bits % 8));
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+TEST_F(Gif, WhatIsWrittenReadsBack) {
+  for (const int bits : {1, 4, 8}) {
+    for (const int side : {1, 2, 3, 5, 8, 9, 300}) {
+      for (const std::uint32_t colours : {2u, 1u << bits}) {
+        SCOPED_TRACE(testing::Message()
+                     << bits << " bits, side " << side << ", colours " << colours);
+        std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
+        header[4] = header[8] = static_cast<std::uint8_t>(side);
+        header[5] = header[9] = static_cast<std::uint8_t>(side >> 8);
+        header[12] = 1;
+        header[14] = static_cast<std::uint8_t>(bits);
+        for (int i = 0; i < 256; ++i)
+          header[40 + 4 * i] = static_cast<std::uint8_t>(bits == 1 ? 255 * i : 255 - i);
+        for (int i = 0; i < 256 && bits == 1; ++i)
+          header[41 + 4 * i] = header[42 + 4 * i] = header[40 + 4 * i];
+        const std::int32_t image = IMG_create_handle_shell(header);
+        ASSERT_GE(image, 0);
+        const Rows rows = picture_rows(side, side, bits, colours);
+        for (int y = 0; y < side; ++y) {
+          EXPECT_EQ(IMGLOW_put_raster(image, rows[y].data(), y,
+                                      static_cast<std::int32_t>(rows[y].size())),
+                    0);
+        }
+        for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED}) {
+          EXPECT_EQ(IMGLOW_set_transp_color(image, 1), 0);
+          const Bytes file = save(image, code);
+          const Picture back = decode(file);
+          EXPECT_EQ(back.bits, bits);
+          if (bits > 1) {
+            EXPECT_EQ(back.rows, rows) << code;
+          } else {
+            for (int y = 0; y < side; ++y) {  // what follows the last pixel of a run list is white
+              for (int x = 0; x < side; ++x) {
+                ASSERT_EQ(back.rows[y][x / 8] >> (7 - x % 8) & 1,
+                          rows[y][x / 8] >> (7 - x % 8) & 1);
+              }
+            }
+          }
+          EXPECT_EQ(back.transparent, 1);
+          EXPECT_EQ(back.palette, Bytes(header + 40, header + 40 + (4 << bits)));
+          // In memory that does not say where it ends nothing behind the file is touched.
+          const GuardedBlock block(file);
+          EXPECT_GE(take(IMG_decompress_bitmap_mem(block.data(), 0)).status, 0);
+        }
+        EXPECT_EQ(IMG_delete_bitmap(image), 0);
+      }
+    }
+  }
+}
+
+TEST_F(Gif, DamagedFilesGiveAStatusOrRows) {
+  const Bytes file = kScreen + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0) + Bytes{0x3B};
+  for (std::size_t length = 0; length < file.size(); ++length) {
+    const Bytes cut(file.begin(), file.begin() + length);
+    for (const std::int32_t page : {0, 1}) {
+      const Picture picture = decode(cut, page);
+      EXPECT_TRUE(picture.status >= 0 || picture.status == -3 || picture.status == -7 ||
+                  picture.status == -31)
+          << length << ": " << picture.status;
+    }
+  }
+  for (std::size_t i = 6; i < file.size(); ++i) {
+    for (const int change : {1, 0x80, 0xFF}) {
+      Bytes changed = file;
+      changed[i] = static_cast<std::uint8_t>(changed[i] ^ change);
+      if (i >= 34 && i < 38) continue;  // huge sides: memory, not faults
+      (void)decode(changed);
+    }
+  }
+}
+
+TEST_F(Gif, RefusesOtherDepthsAndShortWrites) {
+  std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
+  header[4] = header[8] = 3;
+  header[12] = 1;
+  for (const int bits : {16, 24, 32, 8}) {
+    header[14] = static_cast<std::uint8_t>(bits);
+    const std::int32_t image = IMG_create_handle_shell(header);
+    Bytes block(1000);
+    const std::int32_t saved =
+        IMG_save_bitmap_block(image, block.data(), block.size(), IMG_TYPE_GIF);
+    EXPECT_EQ(saved > 0 ? 0 : saved, bits == 8 ? 0 : -21);
+    EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 100, IMG_TYPE_GIF), bits == 8 ? -9 : -21);
+    EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,173 @@
+// Modules that are missing, lack entries, are handed the streams, and are unloaded meanwhile.
+#include <gmock/gmock.h>
+
+#include <functional>
+
+#include "formats/plugin/plugin.h"
+#include "tests/modules/module_files.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
+
+namespace tq::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using testing::ElementsAre;
+
+const Bytes kGif = {'G', 'I', 'F', '8', '9', 'a', 10, 20, 30, 40, 50};
+
+CollectingSink decode(const formats::Decoder& decoder, std::int32_t status) {
+  Bytes block = kGif;
+  CollectingSink sink;
+  open_memory_stream(block.data(), block.size());
+  EXPECT_EQ(decoder({kMemoryStream, 0, sink.sink()}).raw(), status);
+  return sink;
+}
+
+Bytes pixels_of(std::int32_t image) {
+  Bytes row(8);
+  EXPECT_EQ(IMGLOW_get_raster(image, row.data(), 0, 8), 0);
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  return row;
+}
+
+Bytes decode_from_memory(std::int32_t page = 0) {
+  return pixels_of(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), page));
+}
+
+std::int32_t small_image() {
+  std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
+  header[4] = 8;
+  header[8] = 1;
+  header[12] = 1;
+  header[14] = 8;
+  const std::int32_t image = IMG_create_handle_shell(header);
+  const Bytes row = {1, 2, 3, 4, 5, 6, 7, 8};
+  EXPECT_EQ(IMGLOW_put_raster(image, row.data(), 0, 8), 0);
+  return image;
+}
+
+TEST(Modules, MissingOnesHaveTheirStatusAndNothingElseSuffers) {
+  decode(formats::decode_gif, -23);
+  decode(formats::decode_tiff_lzw, -23);
+  decode(formats::decode_abic, -1);
+  bool available = true;
+  CollectingSink sink;
+  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, sink.sink()}, available).raw(), -36);
+  EXPECT_FALSE(available);
+  EXPECT_EQ(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), 0), -23);
+
+  const ScratchFolder folder;
+  const std::int32_t image = small_image();
+  for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED, IMG_TYPE_TIFF_LZW}) {
+    const std::string name = folder.file("kept");
+    write_file(name, {1, 2, 3});
+    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), code), -23);
+    EXPECT_EQ(file_content(name), (Bytes{1, 2, 3})) << "refused before it is opened";
+  }
+  EXPECT_EQ(IMG_save_bitmap(image, folder.file("a.bmp").c_str(), -1), 0);
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  EXPECT_EQ(IMG_unload_plugins(), 0);
+}
+
+TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
+  const InstalledModule module("test_module", "trqvpl1");
+  // Memory, a file, and the caller's own functions.
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 1, 7, 0, 10, 20, 30, 40));
+  const ScratchFolder folder;
+  const std::string name = folder.file("a.gif");
+  write_file(name, kGif);
+  EXPECT_THAT(pixels_of(IMG_decompress_bitmap(name.c_str())),
+              ElementsAre(2, 1, 7, 0, 10, 20, 30, 40));
+  {
+    MemoryFile file(kGif);
+    file.most_per_call = 100;
+    EXPECT_THAT(pixels_of(IMG_decompress_bitmap_fd(4711, 0, 0)),
+                ElementsAre(3, 1, 7, 0, 10, 20, 30, 40));
+    EXPECT_THAT(file.handles, testing::Each(4711));
+  }
+  EXPECT_THAT(decode_from_memory(9), ElementsAre(4, 1, 7, 9, 10, 20, 30, 40)) << "a page";
+
+  const std::int32_t image = small_image();
+  const struct {
+    std::int32_t code;
+    std::uint8_t mark;
+  } encoders[] = {{IMG_TYPE_GIF, 'g'}, {IMG_TYPE_GIF_INTERLACED, 'i'}, {IMG_TYPE_TIFF_LZW, 't'}};
+  for (const auto& encoder : encoders) {
+    Bytes block(20);
+    EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), block.size(), encoder.code), 9);
+    block.resize(9);
+    EXPECT_THAT(block, ElementsAre(encoder.mark, 1, 2, 3, 4, 5, 6, 7, 8));
+    EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 3, encoder.code), -9);
+  }
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  decode(formats::decode_tiff_lzw, -71);
+  // Callers without callbacks.
+  EXPECT_EQ(IMGLOW_decompress_bitmap_block(kGif.data(), kGif.size(), 0, nullptr, nullptr, nullptr),
+            0);
+}
+
+TEST(Modules, AreLoadedAgainAfterUnloading) {
+  const InstalledModule module("test_module", "trqvpl1");
+  EXPECT_EQ(decode_from_memory()[0], 1);
+  EXPECT_EQ(decode_from_memory()[0], 2);
+  EXPECT_EQ(IMG_unload_plugins(), 0);
+  EXPECT_EQ(IMG_unload_plugins(), 0);
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 1, 7, 0, 10, 20, 30, 40));
+}
+
+std::int32_t IMG_CB_C unload_in_row(void* /*row*/, void* /*context*/, std::int32_t /*y*/,
+                                    std::int32_t /*bytes*/) {
+  EXPECT_EQ(IMG_unload_plugins(), 0);
+  // A call within the call.
+  return decode_from_memory()[0] == 2 ? 0 : -99;
+}
+
+TEST(Modules, StayWhileTheirCodeIsRunning) {
+  const InstalledModule module("test_module", "trqvpl1");
+  Bytes block = kGif;
+  open_memory_stream(block.data(), block.size());
+  const formats::RowSink sink{.on_row = unload_in_row};
+  EXPECT_EQ(formats::decode_gif({kMemoryStream, 0, sink}).raw(), 5) << "the module's own answer";
+  EXPECT_EQ(decode_from_memory()[0], 1) << "unloaded when the call had returned";
+}
+
+TEST(Modules, WithoutAnEntryAreMissing) {
+  const InstalledModule module("test_module_partial", "trqvpl1");
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 0, 0, 0, 0, 0, 0, 0))
+      << "set_callbacks is not needed";
+  const ScratchFolder folder;
+  const std::string name = folder.file("kept");
+  write_file(name, {1, 2, 3});
+  const std::int32_t image = small_image();
+  EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_GIF), -23);
+  EXPECT_EQ(file_content(name), (Bytes{1, 2, 3}));
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+  decode(formats::decode_tiff_lzw, -23);
+
+  const InstalledModule pdf("test_module_partial", "pdfplug"),
+      abic("test_module_partial", "abicplug");
+  decode(formats::decode_abic, -1);
+  bool available = true;
+  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, {}}, available).raw(), -36);
+  EXPECT_FALSE(available);
+}
+
+TEST(Modules, OfPdfAndAbic) {
+  const InstalledModule pdf("test_module", "pdfplug"), abic("test_module", "abicplug");
+  bool available = false;
+  const auto by_module = [](const formats::DecodeRequest& request) {
+    bool found = false;
+    return formats::decode_pdf_by_module(request, found);
+  };
+  const CollectingSink sink = decode(by_module, 5);
+  EXPECT_THAT(sink.rows.at(0).bytes, ElementsAre(1, 1, 99, 0, 10, 20, 30, 40)) << "no helper";
+  open_memory_stream(nullptr, 0);
+  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, {}}, available).raw(), -12);
+  EXPECT_TRUE(available);
+  decode(formats::decode_abic, -72);
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,94 @@
+"""The library's public interface for the comparisons with other programs."""
+import ctypes
+import struct
+
+from PIL import Image
+
+HEADER_BYTES = 40
+
+
+class Library:
+    def __init__(self, path):
+        self.api = ctypes.CDLL(path)
+        self.api.IMG_bitmap_info.restype = ctypes.c_ssize_t
+
+    def call(self, name, *arguments):
+        values = [a.encode() if isinstance(a, str) else a for a in arguments]
+        return getattr(self.api, name)(*values)
+
+    def checked(self, name, *arguments):
+        result = self.call(name, *arguments)
+        if result < 0:
+            raise RuntimeError(f"{name}{arguments}: {result}")
+        return result
+
+    def open(self, name):
+        return self.checked("IMG_decompress_bitmap", name)
+
+    def open_page(self, name, page):
+        with open(name, "rb") as file:
+            return self.checked("IMG_decompress_bitmap_fd", file.fileno(), 0, page)
+
+    def header(self, image):
+        block = ctypes.create_string_buffer(1064)
+        self.checked("IMGLOW_get_bitmap_header", image, block)
+        fields = ("size", "width", "height", "planes", "bits", "compression", "bytes", "x_dpi", "y_dpi",
+                  "used", "important")
+        return dict(zip(fields, struct.unpack_from("<IiiHHIIiiII", block.raw)))
+
+    def palette(self, image):
+        """[(red, green, blue)]"""
+        block = ctypes.create_string_buffer(1024)
+        count = self.checked("IMG_get_bitmap_palette", image, block)
+        return [(block.raw[4 * i + 2], block.raw[4 * i + 1], block.raw[4 * i]) for i in range(count)]
+
+    def rows(self, image):
+        header = self.header(image)
+        width, bits = header["width"], header["bits"]
+        count = (width * bits + 31) // 32 * 4
+        buffer = ctypes.create_string_buffer(count)
+        rows = []
+        for y in range(header["height"]):
+            self.checked("IMGLOW_get_raster", image, buffer, y, count)
+            rows.append(buffer.raw)
+        return rows
+
+    def rgb(self, image):
+        """The image as Pillow would hold it in mode RGB."""
+        header = self.header(image)
+        width, height, bits = header["width"], header["height"], header["bits"]
+        rows = self.rows(image)
+        if bits in (24, 32):
+            data = b"".join(row[:width * bits // 8] for row in rows)
+            return Image.frombytes("RGB", (width, height), data, "raw", "BGR" if bits == 24 else "BGRX")
+        palette = self.palette(image)
+        pixels = []
+        for row in rows:
+            for x in range(width):
+                if bits == 8:
+                    index = row[x]
+                elif bits == 4:
+                    index = row[x // 2] >> (4 if x % 2 == 0 else 0) & 15
+                elif bits == 1:
+                    index = row[x // 8] >> (7 - x % 8) & 1
+                else:
+                    raise ValueError(f"{bits} bits")
+                pixels.append(palette[index])
+        rgb = Image.new("RGB", (width, height))
+        rgb.putdata(pixels)
+        return rgb
+
+    def make(self, width, height, bits, rows, palette=(), x_dpi=0, y_dpi=0, compression=0, used=0):
+        """A new image; rows are packed bytes from the top, palette (red, green, blue)."""
+        header = struct.pack("<IiiHHIIiiII", 40, width, height, 1, bits, compression, 0, x_dpi, y_dpi, used, 0)
+        entries = b"".join(bytes((b, g, r, 0)) for r, g, b in palette)
+        image = self.checked("IMG_create_handle_shell", header + entries.ljust(1024, b"\0"))
+        for y, row in enumerate(rows):
+            self.checked("IMGLOW_put_raster", image, row, y, len(row))
+        return image
+
+    def save(self, image, name, code=-1):
+        self.checked("IMG_save_bitmap", image, name, code)
+
+    def delete(self, image):
+        self.checked("IMG_delete_bitmap", image)

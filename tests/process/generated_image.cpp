@@ -1,0 +1,154 @@
+#include "tests/process/generated_image.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/dib.h"
+#include "include/tarnquill.h"
+
+namespace tq::test {
+namespace {
+
+class Random {
+ public:
+  explicit Random(std::uint32_t seed) : state_(seed) {}
+  int byte() {
+    state_ = state_ * 1664525 + 1013904223;
+    return static_cast<int>(state_ >> 24);
+  }
+
+ private:
+  std::uint32_t state_;
+};
+
+Rgb palette_entry(int i, int entries, int kind, Random& random) {
+  const auto byte = [](int v) { return static_cast<std::uint8_t>(v); };
+  switch (kind) {
+    case 0:
+      return {byte(i * 255 / (entries - 1)), byte(i * 255 / (entries - 1)),
+              byte(i * 255 / (entries - 1)), 0};
+    case 1: {
+      const int blue = random.byte(), green = random.byte();
+      return {byte(blue), byte(green), byte(random.byte()), 0};
+    }
+    default:
+      return {byte(255 - i * 3), byte(200 + i), byte(i * 85), 0};
+  }
+}
+
+int level(int x, int y, int channel, int kind, Random& random) {
+  switch (kind) {
+    case 0:
+      return random.byte();
+    case 1:
+      return (x * 7 + y * 13 + channel * 85) & 255;
+    case 2:
+      return (x / 8 * 67 + y / 4 * 131 + channel * 29) * 37 & 255;
+    default:
+      return std::clamp(90 + std::abs((x * 5 + channel * 40) % 200 - 100) + random.byte() / 16 + y,
+                        0, 255);
+  }
+}
+
+}  // namespace
+
+Bytes generate_dib(const Geometry& geometry, int number) {
+  const auto [bits, compression, width, height] = geometry;
+  Random random(static_cast<std::uint32_t>(number) + 1);
+  HeaderBlock block = dib_header(width, height, bits);
+  block.header.biCompression = compression;
+  const int entries = palette_bytes(bits) / 4;
+  for (int i = 0; i < entries; ++i) {
+    block.palette[i] = palette_entry(i, entries, number % 3, random);
+  }
+  const auto front = static_cast<std::size_t>(kDibHeaderBytes + 4 * entries);
+  Bytes dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
+  std::memcpy(dib.data(), &block, front);
+  const auto stride = static_cast<std::size_t>(row_bytes(width, bits));
+  for (int y = 0; y < height; ++y) {
+    std::uint8_t* row = dib.data() + front + static_cast<std::size_t>(height - 1 - y) * stride;
+    for (int x = 0; x < width; ++x) {
+      if (bits < 8) {
+        const int value = level(x, y, 0, number % 4, random) >> (8 - bits);
+        row[x * bits / 8] |= static_cast<std::uint8_t>(value << (8 - bits - x * bits % 8));
+      } else {
+        for (int channel = 0; channel < bits / 8; ++channel) {
+          row[x * bits / 8 + channel] =
+              static_cast<std::uint8_t>(level(x, y, channel, number % 4, random));
+        }
+      }
+    }
+  }
+  return dib;
+}
+
+Snapshot snapshot(std::int32_t image) {
+  Snapshot seen;
+  std::int32_t width = 0, height = 0, bits = 0;
+  IMG_bitmap_info(image, &width, &height, &bits);
+  seen.front.resize(static_cast<std::size_t>(kDibHeaderBytes + palette_bytes(bits)));
+  IMGLOW_get_bitmap_header(image, seen.front.data());
+  for (std::int32_t y = 0; y < height; ++y) {
+    Bytes& row = seen.rows.emplace_back(static_cast<std::size_t>(row_bytes(width, bits)));
+    IMGLOW_get_raster(image, row.data(), y, 0);
+  }
+  return seen;
+}
+
+KeptImage::KeptImage(Bytes dib)
+    : memory_(std::move(dib)), original_(memory_), handle_(IMG_create_handle_keep(memory_.data())) {
+  original_ = memory_;  // registering may have put a palette in order
+}
+
+KeptImage::~KeptImage() {
+  IMG_delete_bitmap_keep(handle_);
+}
+
+const std::vector<NamedOperation>& all_operations() {
+  static const std::array<Rgb, 40> given = [] {
+    std::array<Rgb, 40> colours{};
+    for (int i = 0; i < 40; ++i) {
+      colours[i] = {static_cast<std::uint8_t>(i * 37), static_cast<std::uint8_t>(i * 101),
+                    static_cast<std::uint8_t>(i * 59), 0};
+    }
+    return colours;
+  }();
+  using Image = std::int32_t;
+  static const std::vector<NamedOperation> operations = {
+      {"gray", IMG_color_gray},
+      {"mediancut",
+       [](Image i) {
+         IMGLOW_set_dithermode(1);
+         return IMG_mediancut_color(i);
+       }},
+      {"mediancut_system",
+       [](Image i) {
+         IMGLOW_set_dithermode(2);
+         return IMG_mediancut_color(i);
+       }},
+      {"octree_8_256", [](Image i) { return IMG_octree_color(i, 8, nullptr, 256); }},
+      {"octree_8_20", [](Image i) { return IMG_octree_color(i, 8, nullptr, 20); }},
+      {"octree_8_3", [](Image i) { return IMG_octree_color(i, 8, nullptr, 3); }},
+      {"octree_4_256", [](Image i) { return IMG_octree_color(i, 4, nullptr, 256); }},
+      {"octree_given_40", [](Image i) { return IMG_octree_color(i, 8, given.data(), 40); }},
+      {"popularity", IMG_popularity_color},
+      {"bayer_mono", IMG_bayer_mono},
+      {"halftone_mono", IMG_halftone_mono},
+      {"diffusion_mono", IMG_diffusion_mono},
+      {"thresh_128", [](Image i) { return IMG_thresh_mono(i, 128); }},
+      {"thresh_0", [](Image i) { return IMG_thresh_mono(i, 0); }},
+      {"thresh_below", [](Image i) { return IMG_thresh_mono(i, -2); }},
+      {"thresh_255", [](Image i) { return IMG_thresh_mono(i, 255); }},
+      {"thresh_automatic", [](Image i) { return IMG_thresh_mono(i, -1); }},
+      {"bayer_color", IMG_bayer_color},
+      {"diffusion_color", IMG_diffusion_color},
+      {"promote_8", IMG_promote_8},
+      {"promote_24", IMG_promote_24},
+      {"promote_32", IMG_promote_32},
+  };
+  return operations;
+}
+
+}  // namespace tq::test
