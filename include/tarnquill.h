@@ -491,9 +491,9 @@ IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
  *
  * Return the image handle, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder),
  * IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY, or a progress callback's answer. A file that ends early gives
- * the rows it has. PDF documents are read only where one layout, not quite that of documents written
- * here, is found: IMG_BAD_IMAGE else, and IMG_NO_DEVICE_BITMAP for a picture of another compression
- * than Group 4 and JPEG. */
+ * the rows it has. PDF documents are read only where one layout, not quite that of documents
+ * written here, is found: IMG_BAD_IMAGE else, and IMG_NO_DEVICE_BITMAP for a picture of another
+ * compression than Group 4 and JPEG. */
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap(const char* name);
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, int32_t page);
@@ -527,9 +527,9 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  * of an image in run lists starts at its pixel.
  *
  * PDF (code 59) is one picture to a page of 612 x 792 points, centred at a point per pixel and
- * scaled down to fit: 1 bit as Group 4, 8, 24 and 32 bits as JPEG. Pages are added to documents that
- * were written here; a stream of less than 200 bytes becomes a new document, and memory always does
- * (its size is its position). Grey and 32-bit pictures stand under a colour space of three
+ * scaled down to fit: 1 bit as Group 4, 8, 24 and 32 bits as JPEG. Pages are added to documents
+ * that were written here; a stream of less than 200 bytes becomes a new document, and memory always
+ * does (its size is its position). Grey and 32-bit pictures stand under a colour space of three
  * components, which other programs show wrongly or not at all; promote them to 24 bits.
  *
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
