@@ -71,6 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   platform::mask_cpu_features({});
   TQ_CLAIM(fuzz::decode_memory(file) == plain);
   platform::mask_cpu_features({true, true, true, true, true});
-  if (data[size - 1] % 4 == 0) TQ_CLAIM(fuzz::decode_pieces(file, 1 + size % 61) == plain);
+  if (data[size - 1] % 4 == 0)
+    TQ_CLAIM(fuzz::decode_pieces(file, static_cast<std::int32_t>(1 + size % 61)) == plain);
   return 0;
 }
