@@ -110,6 +110,9 @@ if(TARGET tarnquill_tool)
     add_test(NAME tool
       COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tests/tool/tool_test.py
               $<TARGET_FILE:tarnquill_tool>)
-    set_tests_properties(tool PROPERTIES TIMEOUT 300)
+    add_test(NAME tool.pdf
+      COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tests/tool/pdf_test.py
+              $<TARGET_FILE:tarnquill_tool>)
+    set_tests_properties(tool tool.pdf PROPERTIES TIMEOUT 300)
   endif()
 endif()

@@ -15,7 +15,7 @@ using formats::CcittRows;
 using formats::CcittScheme;
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::int32_t kRows = 60;
+constexpr std::int32_t kRows = 24;
 
 struct Rows {
   std::int32_t width = 0;
@@ -69,12 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 3) return 0;
   CcittCoding coding{static_cast<CcittScheme>(data[0] & 3), (data[0] & 4) != 0, (data[0] & 8) != 0,
                      (data[0] & 16) != 0, (data[0] & 32) != 0};
-  const std::int32_t width = 1 + (data[1] | (data[2] & 0x1F) << 8);
+  const std::int32_t width = 1 + (data[1] | (data[2] & 3) << 8);
   const std::vector<Bytes> rows = decode({data + 3, size - 3}, coding, width,
                                          (data[0] & 64) != 0 ? CcittRows::runs : CcittRows::bits);
   if (rows.empty()) return 0;
   Rows given{width, rows};
-  Bytes coded(static_cast<std::size_t>(kRows) * (2 * static_cast<std::size_t>(width) + 64));
+  Bytes coded(rows.size() * (static_cast<std::size_t>(width) + 64));
   open_memory_stream(coded.data(), coded.size());
   formats::CcittEncoder encoder;
   if (encoder.open(coding, width).failed()) std::abort();

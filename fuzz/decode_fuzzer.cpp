@@ -459,6 +459,9 @@ std::vector<std::uint8_t> stored(Route route, const Settings& settings, Bytes fi
   return bytes;
 }
 
+// Whether there was not enough memory: how much is needed differs between the ways.
+bool short_of_memory = false;
+
 Digest run(Route route, const Settings& settings, Bytes plain_file) {
   const std::vector<std::uint8_t> file = stored(route, settings, plain_file);
   Digest digest;
@@ -483,6 +486,7 @@ Digest run(Route route, const Settings& settings, Bytes plain_file) {
                       IMG_NO_PDF_MODULE, IMG_NO_DEVICE_BITMAP, IMG_NO_SUCH_PAGE, IMG_READ_FAILED,
                       IMG_PAGE_PAST_END, IMG_STOP_AFTER_HEADER, IMG_CANNOT_OPEN}));
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
+  short_of_memory = short_of_memory || result == IMG_OUT_OF_MEMORY;
   digest.add(result);
   IMG_set_encrypt(0, 0);
   IMGLOW_set_decomp_reduction(0);
@@ -536,10 +540,11 @@ void fuzz(Bytes input) {
   if (progress == 0 && claims_many_rows(file)) progress = 200;
   memory_probe::refuse_above(kLargestAllowed);
   memory_probe::fill_fresh(0x55);
+  short_of_memory = false;
   const Digest first = run(settings.route(), settings, file);
   memory_probe::fill_fresh(0xAA);
   const Digest second = run(second_route(settings), settings, file);
-  TQ_CLAIM(first == second);
+  if (!short_of_memory) TQ_CLAIM(first == second);
 }
 
 }  // namespace

@@ -163,7 +163,10 @@ typedef int32_t(IMG_CB_C* img_header_fn)(void* header, void* sink_context);
 typedef int32_t(IMG_CB_C* img_row_fn)(void* row, void* sink_context, int32_t y, int32_t bytes);
 
 /* Row supplier: fills `dest` with `bytes` bytes of row y (0 = top). Returns 0, or a negative value
- * that ends the save and is its result. */
+ * that ends the save and is its result. For a 1-bit image, PDF asks for more bytes than a row has;
+ * the supplier may instead give a list of transitions, if it fits, and return its length in bytes:
+ * 32-bit words, first 0, then ascending positions where the colour changes, white first, then the
+ * width three times and the width + 2 three times. */
 typedef int32_t(IMG_CB_C* img_supply_fn)(void* save_context, void* dest, int32_t y, int32_t bytes);
 
 #define IMG_HEADER_BLOCK_BYTES 1064
@@ -488,7 +491,9 @@ IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
  *
  * Return the image handle, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder),
  * IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY, or a progress callback's answer. A file that ends early gives
- * the rows it has. */
+ * the rows it has. PDF documents are read only where one layout, not quite that of documents
+ * written here, is found: IMG_BAD_IMAGE else, and IMG_NO_DEVICE_BITMAP for a picture of another
+ * compression than Group 4 and JPEG. */
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap(const char* name);
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap_fd(int32_t stream, int32_t offset, int32_t page);
 IMG_API int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, int32_t page);
@@ -511,13 +516,22 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
 /* Save the crop rectangle of an image.
  *
  *   name        file name; a multi-page code appends a page to an existing file, every other code
- *               replaces it. A file whose save failed half way is removed.
+ *               replaces it. A file whose save failed half way is removed. A file that the code
+ *               cannot add a page to is left alone: IMG_BAD_IMAGE.
  *   code        file type code; IMG_TYPE_BY_NAME takes the last three characters of the name
  *   block       memory that the file is written to; a global memory block bounds itself, any
  *               other must be large enough
  *   size        bytes in the block; a file that does not fit is IMG_WRITE_FAILED
  *
- * A crop rectangle starting inside a byte (1- and 4-bit images) starts at the next whole byte.
+ * A crop rectangle starting inside a byte (1- and 4-bit images) starts at the next whole byte; that
+ * of an image in run lists starts at its pixel.
+ *
+ * PDF (code 59) is one picture to a page of 612 x 792 points, centred at a point per pixel and
+ * scaled down to fit: 1 bit as Group 4, 8, 24 and 32 bits as JPEG. Pages are added to documents
+ * that were written here; a stream of less than 200 bytes becomes a new document, and memory always
+ * does (its size is its position). Grey and 32-bit pictures stand under a colour space of three
+ * components, which other programs show wrongly or not at all; promote them to 24 bits.
+ *
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
  * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, or no code for the name; an
  * existing file is left alone), IMG_BAD_IMAGE (empty crop rectangle), IMG_WRONG_DEPTH (the format

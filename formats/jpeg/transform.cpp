@@ -113,9 +113,12 @@ void forward_transform(const std::int16_t* samples, std::ptrdiff_t stride,
                        std::int16_t* coefficients) {
   std::int32_t x[kBlock];
   for (int row = 0; row < 8; ++row, samples += stride) {
-    // One more bit than the result has.
-    for (int column = 0; column < 8; ++column) x[8 * row + column] = samples[column] * 2;
-    forward_eight(x + 8 * row, 1);
+    std::int32_t* const eight = x + 8 * row;
+    // The row pass has four more bits, the column pass one more, as many as 16 bits allow: what
+    // each product loses would add up.
+    for (int column = 0; column < 8; ++column) eight[column] = samples[column] * 16;
+    forward_eight(eight, 1);
+    for (int column = 0; column < 8; ++column) eight[column] = (eight[column] + 4) >> 3;
   }
   for (int column = 0; column < 8; ++column) forward_eight(x + column, 8);
   for (int i = 0; i < kBlock; ++i) coefficients[i] = static_cast<std::int16_t>((x[i] + 2) >> 2);

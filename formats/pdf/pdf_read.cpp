@@ -8,6 +8,7 @@
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
 #include "formats/pdf/pdf_text.h"
+#include "formats/plugin/plugin.h"
 
 namespace tq::formats {
 namespace {
@@ -172,9 +173,7 @@ Status decode_ccitt(const DecodeRequest& request, const PdfImage& image) {
   return rows.failed() ? rows : kOk;
 }
 
-}  // namespace
-
-Status decode_pdf(const DecodeRequest& request) {
+Status decode_by_own_reader(const DecodeRequest& request) {
   PdfImage image;
   TQ_TRY(Reader(request.stream).find_image(image));
   if (image.data > INT32_MAX) return StatusCode::bad_image;
@@ -190,6 +189,15 @@ Status decode_pdf(const DecodeRequest& request) {
   }
   // The status of a bitmap of the system's, by its number: callers rely on it.
   return StatusCode::no_device_bitmap;
+}
+
+}  // namespace
+
+Status decode_pdf(const DecodeRequest& request) {
+  // A module that answers no_pdf_module itself has the last word.
+  bool available = false;
+  const Status decoded = decode_pdf_by_module(request, available);
+  return available ? decoded : decode_by_own_reader(request);
 }
 
 }  // namespace tq::formats

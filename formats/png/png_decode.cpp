@@ -127,8 +127,9 @@ void widen(Bytes stored, std::int32_t width, int bits, Row row) {
   const int mask = (1 << bits) - 1;
   std::fill(row.begin(), row.end(), std::uint8_t{0});
   for (std::int32_t x = 0; x < width; ++x) {
-    const std::int64_t bit = std::int64_t{x} * bits;
-    const int pixel = stored[bit / 8] >> (8 - bits - bit % 8) & mask;
+    const std::size_t bit = static_cast<std::size_t>(x) * bits;
+    const int shift = 8 - bits - static_cast<int>(bit % 8);
+    const int pixel = stored[bit / 8] >> shift & mask;
     row[x / 2] = static_cast<std::uint8_t>(row[x / 2] | (x % 2 == 0 ? pixel << 4 : pixel));
   }
 }

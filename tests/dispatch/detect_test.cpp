@@ -339,7 +339,8 @@ TEST_F(Detection, BmpIsRefinedByItsCompressionField) {
 TEST_F(Detection, GifIsRefinedByItsFirstImageAndMustReachIt) {
   const Bytes comment = bytes_of("!\xFE\5hello\3abc\0"s);
   const Bytes control = bytes_of("!\xF9\4\1\2\3\4\0"s), application = bytes_of("!\xFF\1x\0"s);
-  const Bytes odd_label = bytes_of("!,\0"s);  // a separator as a label
+  const Bytes odd_control = bytes_of("!\xF9\2\1\2\3\4\0"s);  // five bytes, whatever its length says
+  const Bytes odd_label = bytes_of("!,\0"s);                 // a separator as a label
   for (const int table_bits : {-1, 0, 3, 7}) {
     for (const bool interlaced : {false, true}) {
       for (const std::vector<Bytes>& blocks :
@@ -347,7 +348,7 @@ TEST_F(Detection, GifIsRefinedByItsFirstImageAndMustReachIt) {
                                            {comment},
                                            {control},
                                            {control, comment, odd_label},
-                                           {application, control, control}}) {
+                                           {application, odd_control, control}}) {
         Bytes file = bytes_of("GIF89a\5\0\5\0?\0\0"s);
         file[10] = static_cast<std::uint8_t>(table_bits < 0 ? 0x77 : 0x80 | table_bits);
         if (table_bits >= 0) file.resize(13 + (std::size_t{6} << table_bits), ',');

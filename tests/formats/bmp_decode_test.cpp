@@ -249,8 +249,8 @@ TEST(BmpDecode, ImpossibleSidesAndDepthsAreRefused) {
   }
 }
 
-TEST(BmpDecode, JpegDataAreRefusedBeforeAnyCallback) {
-  EXPECT_EQ(decode(bmp_file({true, 40, 1, 1, 0, 0x4745504A}), -7).headers, 0);
+TEST(BmpDecode, JpegDataThatAreNotThereGiveNoHeader) {
+  EXPECT_EQ(decode(bmp_file({true, 40, 1, 1, 0, 0x4745504A}), -12).headers, 0);
 }
 
 TEST(BmpDecode, ResolutionComesInDotsPerInchWhenBothSidesHaveOne) {

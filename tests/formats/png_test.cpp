@@ -2,6 +2,7 @@
 // What the pixels have to be is compared with another program's reading, see tests/peers.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "core/memory.h"
@@ -45,7 +46,7 @@ Image noise(std::int32_t width, std::int32_t height, int bits) {
   Image rows(static_cast<std::size_t>(height),
              Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
   for (Bytes& row : rows) {
-    for (std::int64_t i = 0; i < std::int64_t{width} * bits / 8; ++i) {
+    for (std::size_t i = 0; i < static_cast<std::size_t>(width) * bits / 8; ++i) {
       seed = seed * 1664525 + 1013904223;
       row[i] = static_cast<std::uint8_t>(seed >> 24);
     }
@@ -161,8 +162,8 @@ TEST(Png, MemoryIsNotTouchedBeyondTheFile) {
 }
 
 TEST(Png, BeginsWhereItIsTold) {
-  Bytes file(50, 0xEE);
-  file.insert(file.end(), kInterlaced.begin(), kInterlaced.end());
+  Bytes file(50 + kInterlaced.size(), 0xEE);
+  std::copy(kInterlaced.begin(), kInterlaced.end(), file.begin() + 50);
   for (const std::uint32_t argument :
        {50u, 0x80000003u}) {  // an offset; a page: where the stream is
     MemoryFile stream(file);

@@ -29,9 +29,9 @@ struct JpegPicture {
   bool progressive = false;
   int restart_interval = 0;
   std::vector<JpegComponent> components{};
-  std::vector<JpegScan> scans{};              // empty: all components in one
-  std::vector<std::vector<int>> quantisers{}; // 64 steps each, row by row
-  Bytes extra{};                             // segments behind SOI
+  std::vector<JpegScan> scans{};               // empty: all components in one
+  std::vector<std::vector<int>> quantisers{};  // 64 steps each, row by row
+  Bytes extra{};                               // segments behind SOI
   bool sixteen_bit_quantisers = false;
 };
 

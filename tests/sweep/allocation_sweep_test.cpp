@@ -189,9 +189,10 @@ std::vector<Call> calls(Material& m) {
       {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_BMP)},
       {"IMG_save_bitmap_block", save_block(Watched::kPlain, IMG_TYPE_BMP)},
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_DIB)},
+      {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_PDF)},
+      {"IMG_save_bitmap_block", save_block(Watched::kPlain, IMG_TYPE_PDF)},
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_JPEG)},
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_PDF)},
-      {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_PDF)},
       {"IMGLOW_save_bitmap", from_caller(m.deep,
                                          [&m] {
                                            return IMGLOW_save_bitmap(1, &m.coded[14],

@@ -32,7 +32,7 @@ TEST(FullDiskSweep, NoHalfFileStays) {
   const ScratchFolder folder;
   const std::string name = folder.file("half.bmp");
   for (const int bits : {1, 8, 24}) {
-    for (const std::int32_t code : {IMG_TYPE_BMP, IMG_TYPE_DIB}) {
+    for (const std::int32_t code : {IMG_TYPE_BMP, IMG_TYPE_DIB, IMG_TYPE_PDF}) {
       const std::int32_t image = load(plain_file(11, 3, bits));
       const Seen before = see(image);
       Bytes block(4000);

@@ -189,6 +189,7 @@ std::vector<SaveCase> saves() {
     all.push_back({"plain", file, IMG_TYPE_BMP});
     all.push_back({"DIB", file, IMG_TYPE_DIB});
     if (bits == 4 || bits == 8) all.push_back({"coded", file, IMG_TYPE_BMP_RLE});
+    if (bits != 4) all.push_back({"document", file, IMG_TYPE_PDF});
   }
   return all;
 }
@@ -215,6 +216,7 @@ TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
   const ScratchFolder folder;
   const std::string name = folder.file("half.bmp");
   for (const SaveCase& save : saves()) {
+    if (save.code == IMG_TYPE_PDF) continue;  // asks the stream where it ends
     const std::int32_t image = load(save.file);
     const Seen before = see(image);
     IMGLOW_set_fileio(nullptr, faulty_write, nullptr);

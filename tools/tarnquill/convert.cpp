@@ -71,16 +71,21 @@ std::string size_text(std::int32_t width, std::int32_t height) {
 
 // ---- From the command line to a plan ----
 
+std::string command_name(const Plan& plan) {
+  return plan.appends ? "append" : "convert";
+}
+
 void choose_output(const Arguments& arguments, Plan& plan) {
   plan.inputs = arguments.operands();
   if (const auto named = arguments.value("output")) {
     plan.out = *named;
   } else {
-    if (plan.inputs.size() < 2) throw UsageError("an input and an output are needed");
+    if (plan.inputs.size() < 2)
+      throw UsageError(command_name(plan) + " needs an input and an output");
     plan.out = plan.inputs.back();
     plan.inputs.pop_back();
   }
-  if (plan.inputs.empty()) throw UsageError("an input is needed");
+  if (plan.inputs.empty()) throw UsageError(command_name(plan) + " needs an input");
   if (plan.out.empty()) throw UsageError("the name of the output is empty");
   const PathKind kind = plan.out == "-" ? PathKind::other : path_kind(plan.out);
   plan.out_is_folder =
