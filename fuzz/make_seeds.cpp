@@ -428,7 +428,10 @@ Bytes make(const Pcx& pcx) {
   file.u8(10).u8(pcx.version).u8(1).u8(pcx.bits).u16(0).u16(0).u16(pcx.width - 1);
   file.u16(pcx.height - 1).u16(300).u16(150).fill(48, 0x5B).u8(0).u8(pcx.planes);
   file.u16(pcx.bytes_per_line).u16(pcx.palette).fill(58, 0);
-  std::uint32_t left = pcx.planes * pcx.bytes_per_line * pcx.height;
+  // A file may claim more than anybody wants to write.
+  constexpr std::uint64_t kMost = 5000;
+  const std::uint64_t claimed = std::uint64_t{pcx.planes} * pcx.bytes_per_line * pcx.height;
+  auto left = static_cast<std::uint32_t>(std::min(claimed, kMost));
   for (std::uint32_t i = 0; left > 0; ++i) {
     const std::uint32_t count = i % 3 == 0 ? std::min(left, 1 + i % 63) : 1;
     if (count > 1) file.u8(0xC0 | count);

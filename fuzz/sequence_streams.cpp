@@ -265,8 +265,11 @@ void Session::save_to_name() {
   const std::vector<std::uint8_t> now = exists && is_file ? file_content(name) : old;
   // A file is whole, or left alone, or gone.
   if (result < 0 && is_file && undisturbed()) TQ_CLAIM(!exists || now == old);
-  if (one_of(result, {IMG_UNSUPPORTED, IMG_NO_LZW_MODULE, IMG_BAD_HANDLE, IMG_BAD_IMAGE}) &&
-      undisturbed()) {
+  // Refused before it was opened. Encoders refuse depths later, and a caller's functions may show
+  // them another file than they showed before.
+  const bool refused_first = one_of(result, {IMG_NO_LZW_MODULE, IMG_BAD_HANDLE}) ||
+                             one_of(code, {66, 100000}) || (result == IMG_BAD_IMAGE && plain_io());
+  if (refused_first && undisturbed()) {
     TQ_CLAIM(!is_file || exists);
   }
   const ImageModel* const model = find(handle);
