@@ -42,7 +42,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr.decode()), (0, ""), words)
         return done.stdout
 
-    def fail(self, code, message, *words, **more):
+    def refuse(self, code, message, *words, **more):
         """The run ends with this exit code and message; the names are those of the test's folder."""
         done = self.run_tool(*words, **more)
         self.assertEqual(done.returncode, code, (words, done.stderr))
@@ -68,7 +68,7 @@ class Usage(ToolTest):
                 (["info"], "needs the name of a file"),
                 (["info", "--colour", "a.bmp"], "unknown option --colour"),
                 (["info", "--json=yes", "a.bmp"], "takes no value"),
-                (["convert", "a.bmp"], "an input and an output are needed"),
+                (["convert", "a.bmp"], "convert needs an input and an output"),
                 (["convert", "a.bmp", "out"], "use --code"),
                 (["convert", "a.bmp", "-"], "needs --code"),
                 (["convert", "a.bmp", "b.bmp", "c.bmp"], "need a folder"),
@@ -86,7 +86,7 @@ class Usage(ToolTest):
                 (["convert", "--rect", "-9,-9,9,9", "a.bmp", "x.bmp"], "a.bmp: --rect lies outside"),
         ]:
             with self.subTest(words):
-                self.fail(2, message, *words)
+                self.refuse(2, message, *words)
         self.assertEqual(self.names(), ["a.bmp", "b.bmp"])
 
     def test_help_and_version_go_to_standard_output(self):
@@ -135,8 +135,8 @@ class Operations(ToolTest):
     def test_what_an_operation_refuses_leaves_the_existing_file(self):
         self.write_picture("deep.bmp")
         before = self.write("out.bmp", b"precious").read_bytes()
-        self.fail(1, "deep.bmp", "promote", "--bits", "8", "deep.bmp", "out.bmp")
-        self.fail(2, "--method takes one of", "dither", "--method", "x", "deep.bmp", "out.bmp")
+        self.refuse(1, "deep.bmp", "promote", "--bits", "8", "deep.bmp", "out.bmp")
+        self.refuse(2, "--method takes one of", "dither", "--method", "x", "deep.bmp", "out.bmp")
         self.assertEqual((self.folder / "out.bmp").read_bytes(), before)
 
     def test_the_sheet_shows_pictures_of_any_depth(self):
@@ -173,7 +173,7 @@ a long name.bmp  BMP        1  300x7      1    -      1
         name = "e\033[2J\u009b\x7f\ré.bmp"
         self.write_picture(name)
         self.assertIn("e?[2J???é.bmp  BMP ", self.succeed("info", name).decode())
-        self.fail(1, "tarnquill: ??é: cannot be opened (-2)\n", "info", "\n\u0080é")
+        self.refuse(1, "tarnquill: ??é: cannot be opened (-2)\n", "info", "\n\u0080é")
 
     def test_goes_on_after_files_that_cannot_be_read(self):
         self.write_picture("good.bmp")
@@ -197,17 +197,17 @@ a long name.bmp  BMP        1  300x7      1    -      1
         self.assertEqual(self.succeed("pages", "a.bmp", "pages.dcx"), b"a.bmp: 1\npages.dcx: 3\n")
         self.succeed("convert", "--page", "3", "pages.dcx", "last.png")
         self.assertRegex(self.succeed("info", "last.png").decode(), r"PNG +43 +20x10 ")
-        self.fail(1, "tarnquill: none: cannot be opened (-2)", "pages", "none")
+        self.refuse(1, "tarnquill: none: cannot be opened (-2)", "pages", "none")
 
     def test_reads_standard_input(self):
         picture = self.write_picture("a.bmp").read_bytes()
         self.assertIn(b"standard input  BMP", self.succeed("info", "-", data=picture))
-        self.fail(1, "tarnquill: standard input: format or parameter is not supported (-7)", "info", "-")
+        self.refuse(1, "tarnquill: standard input: format or parameter is not supported (-7)", "info", "-")
 
     def test_a_page_that_is_not_there_is_refused(self):
         self.write_picture("a.bmp")
-        self.fail(1, "tarnquill: a.bmp: page is beyond the last one (-31)", "info", "--page", "2", "a.bmp")
-        self.fail(1, "page is beyond the last one (-31)", "convert", "--page", "2", "a.bmp", "b.bmp")
+        self.refuse(1, "tarnquill: a.bmp: page is beyond the last one (-31)", "info", "--page", "2", "a.bmp")
+        self.refuse(1, "page is beyond the last one (-31)", "convert", "--page", "2", "a.bmp", "b.bmp")
 
 
 class Rectangles(ToolTest):
@@ -275,7 +275,7 @@ class Conversions(ToolTest):
         source = self.write_picture("a.bmp", 200, 100, 24)
         bits, rows = self.convert(source, "--size", "50x40", "--reduce", "8", "--dither-mode", "2")
         self.assertEqual((bits, len(rows[0]), len(rows)), (8, 50, 40))
-        done = self.fail(0, "200x100 pixels are not larger than 300x40", "convert", "--size", "300x40",
+        done = self.refuse(0, "200x100 pixels are not larger than 300x40", "convert", "--size", "300x40",
                          "a.bmp", "b.bmp")
         self.assertEqual((self.folder / "b.bmp").read_bytes(), source.read_bytes(), done.stderr)
         self.succeed("convert", "-q", "--size", "300x40", "a.bmp", "b.bmp")
@@ -303,7 +303,7 @@ class Conversions(ToolTest):
 
     def test_verbose_tells_of_each_result(self):
         self.write_picture("a.bmp", 20, 10, 4)
-        self.fail(0, "a.bmp -> b.bmp: BMP compressed, 3x2, 4-bit\n", "convert", "-v", "--crop", "1,1,3,2",
+        self.refuse(0, "a.bmp -> b.bmp: BMP compressed, 3x2, 4-bit\n", "convert", "-v", "--crop", "1,1,3,2",
                   "--code", "12", "a.bmp", "b.bmp")
 
 
@@ -322,10 +322,10 @@ class Destinations(ToolTest):
                 (["--code", "bmp"], "cut.bmp", "tarnquill: cut.bmp: "),
                 (["--code", "bmp"], "missing.bmp", "tarnquill: missing.bmp: cannot be opened (-2)")]:
             with self.subTest(options=options, source=source):
-                self.fail(1, message, "convert", *options, source, "kept")
+                self.refuse(1, message, "convert", *options, source, "kept")
                 self.assertEqual((self.folder / "kept").read_bytes(), b"precious")
                 self.assertEqual(self.names(), before)
-        self.fail(1, "tarnquill: no/where.bmp: cannot be created (-6)", "convert", "a.bmp", "no/where.bmp")
+        self.refuse(1, "tarnquill: no/where.bmp: cannot be created (-6)", "convert", "a.bmp", "no/where.bmp")
 
     def test_a_file_may_be_converted_onto_itself_and_keeps_its_permissions(self):
         source = self.write_picture("a.bmp", 45, 21, 4)
@@ -360,7 +360,7 @@ class Destinations(ToolTest):
         (self.folder / "full").symlink_to("/dev/full")
         self.write_picture("small.bmp", 4, 4)  # fails when buffers are flushed
         for source in ("a.bmp", "small.bmp"):
-            self.fail(1, "tarnquill: full: writing failed (-9)", "convert", "--code", "1", source, "full")
+            self.refuse(1, "tarnquill: full: writing failed (-9)", "convert", "--code", "1", source, "full")
         self.assertTrue((self.folder / "full").is_char_device())
         reading, writing = os.pipe()
         os.close(reading)
