@@ -106,6 +106,12 @@ KeptImage::~KeptImage() {
   IMG_delete_bitmap_keep(handle_);
 }
 
+// An export as a plain function: on Windows the two are called differently.
+template <auto kExport>
+std::int32_t call(std::int32_t image) {
+  return kExport(image);
+}
+
 const std::vector<NamedOperation>& all_operations() {
   static const std::array<Rgb, 40> given = [] {
     std::array<Rgb, 40> colours{};
@@ -117,7 +123,7 @@ const std::vector<NamedOperation>& all_operations() {
   }();
   using Image = std::int32_t;
   static const std::vector<NamedOperation> operations = {
-      {"gray", IMG_color_gray},
+      {"gray", call<IMG_color_gray>},
       {"mediancut",
        [](Image i) {
          IMGLOW_set_dithermode(1);
@@ -133,20 +139,20 @@ const std::vector<NamedOperation>& all_operations() {
       {"octree_8_3", [](Image i) { return IMG_octree_color(i, 8, nullptr, 3); }},
       {"octree_4_256", [](Image i) { return IMG_octree_color(i, 4, nullptr, 256); }},
       {"octree_given_40", [](Image i) { return IMG_octree_color(i, 8, given.data(), 40); }},
-      {"popularity", IMG_popularity_color},
-      {"bayer_mono", IMG_bayer_mono},
-      {"halftone_mono", IMG_halftone_mono},
-      {"diffusion_mono", IMG_diffusion_mono},
+      {"popularity", call<IMG_popularity_color>},
+      {"bayer_mono", call<IMG_bayer_mono>},
+      {"halftone_mono", call<IMG_halftone_mono>},
+      {"diffusion_mono", call<IMG_diffusion_mono>},
       {"thresh_128", [](Image i) { return IMG_thresh_mono(i, 128); }},
       {"thresh_0", [](Image i) { return IMG_thresh_mono(i, 0); }},
       {"thresh_below", [](Image i) { return IMG_thresh_mono(i, -2); }},
       {"thresh_255", [](Image i) { return IMG_thresh_mono(i, 255); }},
       {"thresh_automatic", [](Image i) { return IMG_thresh_mono(i, -1); }},
-      {"bayer_color", IMG_bayer_color},
-      {"diffusion_color", IMG_diffusion_color},
-      {"promote_8", IMG_promote_8},
-      {"promote_24", IMG_promote_24},
-      {"promote_32", IMG_promote_32},
+      {"bayer_color", call<IMG_bayer_color>},
+      {"diffusion_color", call<IMG_diffusion_color>},
+      {"promote_8", call<IMG_promote_8>},
+      {"promote_24", call<IMG_promote_24>},
+      {"promote_32", call<IMG_promote_32>},
   };
   return operations;
 }

@@ -67,7 +67,7 @@ int operate(const Arguments& arguments, const Operation& operation) {
 
 struct Method {
   const char* name;
-  std::int32_t (*run)(std::int32_t image);
+  std::int32_t(IMG_CALL* run)(std::int32_t image);
 };
 
 // The method that --method names, the first of them without it.
