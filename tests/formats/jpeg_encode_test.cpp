@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/memory.h"
+#include "formats/jpeg/encoder_settings.h"
 #include "formats/jpeg/jpeg.h"
 #include "tests/support/bmp_file.h"
 #include "tests/support/collecting_sink.h"
@@ -109,6 +110,9 @@ Bytes outline(const Bytes& file) {
   return out;
 }
 
+// As the process starts; no setter brings this state back.
+const formats::JpegEncoderSettings kUnset = formats::jpeg_encoder_settings();
+
 TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
   const Bytes app0 = {0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0, 1, 0, 1, 0, 96, 0, 96, 0, 0};
   const Bytes dqt = {0xFF, 0xDB, 0, 132, 0};
@@ -117,7 +121,7 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
                        {0xFF, 0xC4, 0, 31, 0x01},
                        {0xFF, 0xC4, 0, 181, 0x11}};
   const Bytes soi = {0xFF, 0xD8};
-  // Nothing has been set yet.
+  formats::jpeg_encoder_settings() = kUnset;
   const Bytes colour = save(image_of(300, 5, 24)).file;
   EXPECT_EQ(outline(colour),
             joined({soi,

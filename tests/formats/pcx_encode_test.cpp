@@ -47,8 +47,8 @@ TEST(PcxEncode, HeadersOfEveryDepth) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.bits);
     const auto bytes = static_cast<std::size_t>(row_bytes(c.width, c.bits));
-    PcxFields fields{c.width,          1,         c.file_bits,          c.planes,
-                     c.bytes_per_line, c.version, c.palette_information};
+    PcxFields fields{
+        {c.width, 1, c.file_bits, c.planes, c.bytes_per_line}, c.version, c.palette_information};
     for (std::uint8_t i = 0; c.bits == 4 && i < 16; ++i) {
       fields.colours.push_back(
           {static_cast<std::uint8_t>(i + 2), static_cast<std::uint8_t>(i + 1), i});
