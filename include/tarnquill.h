@@ -156,9 +156,10 @@ typedef int32_t(IMG_CB_C* img_seek_fn)(int32_t stream, int32_t offset, int32_t o
  * IMG_HEADER_BLOCK_BYTES (40-byte header, 256 palette entries) that is valid until the decode
  * returns. The row callback is called once per row in the order of the file; y = 0 is the top row.
  * `bytes` is the row size of the header's width and depth; a 1-bit row of any other size is a run
- * list (a 16-bit length word, then 16-bit positions where the colour changes, white first). The
- * row belongs to the library: read it during the call only. A negative answer ends the decode and
- * is its result. */
+ * list (a 16-bit length word, then 16-bit positions where the colour changes, white first). A BMP
+ * file of compression 99 delivers rows of any length at other depths, too: never read beyond
+ * `bytes`. The row belongs to the library: read it during the call only. A negative answer ends the
+ * decode and is its result. */
 typedef int32_t(IMG_CB_C* img_header_fn)(void* header, void* sink_context);
 typedef int32_t(IMG_CB_C* img_row_fn)(void* row, void* sink_context, int32_t y, int32_t bytes);
 
