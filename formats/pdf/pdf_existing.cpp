@@ -36,6 +36,8 @@ std::int32_t table_offset(PdfText tail) {
 Status find_document(StreamHandle stream, ExistingDocument& document) {
   document = {};
   const std::int32_t size = stream_size(stream);
+  // A stream that cannot seek takes a new document; one that can may hold something.
+  if (size < 0 && position(stream) >= 0) return StatusCode::write_failed;
   if (size < kTailBytes) return kOk;
   Window window;
   PdfText text = read_window(stream, 0, std::span(window).first(5));

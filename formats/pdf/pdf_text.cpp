@@ -31,10 +31,6 @@ bool PdfText::find_key(std::string_view name) {
   return false;
 }
 
-void PdfText::skip_blanks() {
-  while (current() == ' ' || current() == '\t') ++at_;
-}
-
 void PdfText::skip_line_ends() {
   while (ends_line(current())) ++at_;
 }
@@ -51,7 +47,7 @@ bool PdfText::to_digit() {
 
 std::int32_t PdfText::number() {
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
-  skip_blanks();
+  while (current() == ' ' || current() == '\t') ++at_;
   std::int64_t value = 0;
   for (; is_digit(current()); ++at_) value = std::min(10 * value + (current() - '0'), kMost);
   return static_cast<std::int32_t>(value);

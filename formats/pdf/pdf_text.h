@@ -31,7 +31,6 @@ class PdfText {
   void skip(std::size_t bytes) { at_ += bytes; }
   bool find(std::string_view what);      // from here on; stands on it afterwards
   bool find_key(std::string_view name);  // a '/' and the name; stands behind it
-  void skip_blanks();                    // and tabs
   void skip_line_ends();                 // all of CR and LF
   void skip_line();                      // and all of CR and LF behind it
   bool to_digit();                       // the next one, anywhere

@@ -206,7 +206,11 @@ Status PageWriter::write_table() {
 Status PageWriter::write_page() {
   TQ_TRY(read_existing());
   TQ_TRY(out_.open(document_.bytes));
-  seek(request_.stream, document_.bytes, Origin::start);
+  const std::int32_t at = seek(request_.stream, document_.bytes, Origin::start);
+  // Pages must not be written over what is there. Streams that cannot seek hold nothing.
+  if (at != document_.bytes && (page_ > 0 || tq::position(request_.stream) >= 0)) {
+    return StatusCode::write_failed;
+  }
   if (page_ == 0) TQ_TRY(out_.lines("%PDF-1.2"));
   TQ_TRY(write_image());
   TQ_TRY(write_catalog());

@@ -1,6 +1,8 @@
 #include "tests/support/ccitt_model.h"
 
 #include <algorithm>
+#include <cstring>
+#include <random>
 
 #include "core/dib.h"
 #include "formats/ccitt/ccitt_codes.h"
@@ -122,12 +124,39 @@ Bytes ccitt_by_model(const CcittCoding& coding, const Page& page) {
   return packed(bits, coding.lsb_first);
 }
 
-Bytes row_bits(const Pixels& row) {
-  Bytes bytes(static_cast<std::size_t>(row_bytes(static_cast<std::int64_t>(row.size()), 1)), 0xFF);
-  for (std::size_t x = 0; x < row.size(); ++x) {
-    if (row[x]) bytes[x / 8] &= static_cast<std::uint8_t>(~(0x80 >> x % 8));
+std::vector<Bytes> bits_of(const Page& page) {
+  std::vector<Bytes> rows;
+  for (const Pixels& row : page) {
+    Bytes bytes(static_cast<std::size_t>(row_bytes(static_cast<std::int64_t>(row.size()), 1)), 255);
+    for (std::size_t x = 0; x < row.size(); ++x) {
+      if (row[x]) bytes[x / 8] &= static_cast<std::uint8_t>(~(0x80 >> x % 8));
+    }
+    rows.push_back(bytes);
   }
-  return bytes;
+  return rows;
+}
+
+std::int32_t IMG_CB_C PageSupplier::on_row(void* context, void* dest, std::int32_t y,
+                                           std::int32_t bytes) {
+  const auto& self = *static_cast<const PageSupplier*>(context);
+  if (y == self.failed_row) return -777;
+  auto* out = static_cast<std::uint8_t*>(dest);
+  if (self.lists_) {
+    const Pixels& row = self.page_.at(static_cast<std::size_t>(y));
+    const int width = static_cast<int>(row.size());
+    std::vector<int> words = {0};
+    for (int x = next_change(row, -1); x < width; x = next_change(row, x)) words.push_back(x);
+    words.insert(words.end(), 3, width);
+    words.insert(words.end(), 3, width + 2);
+    if (4 * words.size() <= static_cast<std::size_t>(bytes)) {
+      std::memcpy(out, words.data(), 4 * words.size());
+      return static_cast<std::int32_t>(4 * words.size());
+    }
+  }
+  const Bytes& bits = self.bits_.at(static_cast<std::size_t>(y));
+  std::fill_n(out, bytes, std::uint8_t{0xFF});
+  std::copy(bits.begin(), bits.end(), out);
+  return 0;
 }
 
 Page printed_page(int width, int height, int run, unsigned seed) {

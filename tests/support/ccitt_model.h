@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -20,11 +19,27 @@ Bytes ccitt_by_model(const formats::CcittCoding& coding, const Page& page);
 // Bits one after another, the last byte filled up with 0.
 Bytes packed(const std::string& bits, bool lsb_first = false);
 
-// A row as the library has it: 1 is white, padded with 1 to a multiple of 4 bytes.
-Bytes row_bits(const Pixels& row);
+// Rows as the library has them: 1 is white, padded with 1 to a multiple of 4 bytes.
+std::vector<Bytes> bits_of(const Page& page);
 
 // Rows that look like a printed page: runs of about `run` pixels, most transitions at or near one
 // of the row before, now and then a row of its own or an empty one.
 Page printed_page(int width, int height, int run, unsigned seed);
+
+// Supplies a page as transition lists where they fit, like the library's own supplier, or as bits.
+class PageSupplier {
+ public:
+  PageSupplier(const Page& page, bool lists) : page_(page), bits_(bits_of(page)), lists_(lists) {}
+  formats::RowSupplier supplier() { return {on_row, this}; }
+  std::int32_t failed_row = -1;
+
+ private:
+  static std::int32_t IMG_CB_C on_row(void* context, void* dest, std::int32_t y,
+                                      std::int32_t bytes);
+
+  Page page_;
+  std::vector<Bytes> bits_;
+  bool lists_;
+};
 
 }  // namespace tq::test

@@ -34,6 +34,7 @@ std::int32_t MemoryFile::start_transfer(std::int32_t stream, std::int32_t count)
 
 std::int32_t IMG_CB_C MemoryFile::on_read(std::int32_t stream, void* buffer, std::int32_t count) {
   MemoryFile& file = *installed;
+  if (file.calls++ == file.failing_call) return -1;
   const std::int64_t wanted = file.start_transfer(stream, count);
   const auto size = static_cast<std::int64_t>(file.bytes.size());
   const std::int64_t got = std::clamp<std::int64_t>(size - file.position, 0, wanted);
@@ -46,6 +47,7 @@ std::int32_t IMG_CB_C MemoryFile::on_read(std::int32_t stream, void* buffer, std
 
 std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, std::int32_t count) {
   MemoryFile& file = *installed;
+  if (file.calls++ == file.failing_call) return -1;
   const std::int32_t put = file.start_transfer(stream, count);
   const auto end = static_cast<std::size_t>(file.position + put);
   if (file.bytes.size() < end) file.bytes.resize(end);
@@ -59,6 +61,7 @@ std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, st
 std::int32_t IMG_CB_C MemoryFile::on_seek(std::int32_t stream, std::int32_t offset,
                                           std::int32_t origin) {
   MemoryFile& file = *installed;
+  if (file.calls++ == file.failing_call) return -1;
   file.handles.push_back(stream);
   std::int64_t target = offset;
   if (origin == 1) target += file.position;

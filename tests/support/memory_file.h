@@ -26,6 +26,8 @@ class MemoryFile {
   std::int64_t position = 0;
   std::int32_t most_per_call = INT32_MAX;  // bytes, as a pipe would hand them out
   std::optional<std::int32_t> answer;      // of reads and writes, instead of the true count
+  int calls = 0;                           // of reads, writes and seeks
+  int failing_call = -1;                   // of these, from 0: does nothing and answers -1
   std::function<void()> during_call;       // what else the caller does in a read or write
   std::vector<std::int32_t> handles;       // as the functions were given them
   std::vector<std::int32_t> counts;        // of bytes asked for by reads and writes
