@@ -44,7 +44,7 @@ class CcittDecoder {
   // Rows that run lists cannot hold are delivered as bits in any case.
   Status open(const CcittCoding& coding, std::int32_t width, CcittRows delivery);
 
-  // At most `limit` bytes from where `input` stands; afterwards it stands somewhere behind them.
+  // At most `limit` bytes from where `input` stands; afterwards it stands somewhere among them.
   // Returns how many rows there were: fewer when the data end, or have an error from which there is
   // no way back. A Group 3 row with an error is a copy of the one before it.
   Status decode(ChunkReader& input, std::int64_t limit, CcittStrip strip, const RowSink& sink);

@@ -115,17 +115,14 @@ void put_modes(BitWriter& caller_out, const std::int32_t* row, const std::int32_
 // one place is a run of length 0. Returns how many, and closes the row.
 std::int32_t tidy_list(std::int32_t* row, std::int32_t given, std::int32_t width) {
   std::int32_t count = 0;
-  std::int32_t last = -1;
   for (std::int32_t i = 0; i < given; ++i) {
     const std::int32_t position = row[i];
+    const std::int32_t last = count > 0 ? row[count - 1] : 0;
     if (position >= width || position < last) break;
-    if (position == last) {
+    if (count > 0 && position == last)
       --count;
-      last = count > 0 ? row[count - 1] : -1;
-    } else {
+    else
       row[count++] = position;
-      last = position;
-    }
   }
   std::fill_n(row + count, kClosers, width);
   return count;

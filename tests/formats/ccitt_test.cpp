@@ -146,9 +146,11 @@ TEST(Ccitt, VeryWideRowsAreDeliveredAsBits) {
 // A crop rectangle that begins in a black run which ends right there gives a list with two
 // transitions at 0. Nothing before or behind the row is a transition.
 TEST(Ccitt, ListsOfSuppliersAreTakenAsFarAsTheyAscend) {
+  constexpr std::uint32_t kBefore = 0xFFFFFFFF;
   const std::pair<std::vector<std::uint32_t>, Pixels> cases[] = {
       {{0, 0, 0, 3, 5, 8, 8, 8, 10, 10, 10}, {0, 0, 0, 1, 1, 0, 0, 0}},
       {{0, 2, 4, 3, 6, 8}, {0, 0, 1, 1, 0, 0, 0, 0}},
+      {{0, kBefore, kBefore, kBefore, kBefore, kBefore, 4}, Pixels(8)},
       {{0, 2, 9, 3, 8}, {0, 0, 1, 1, 1, 1, 1, 1}},
       {{0, 1, 2, 3, 4, 5, 6, 7, 7, 7, 7, 7, 7}, {0, 1, 0, 1, 0, 1, 0, 0}},
   };
