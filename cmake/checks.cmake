@@ -34,10 +34,12 @@ endif()
 
 # Comparisons with other programs; skipped where those are not installed.
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
-  foreach(peers gif pcx png)
+  add_executable(ccitt_coder tests/peers/ccitt_coder.cpp)
+  target_link_libraries(ccitt_coder PRIVATE ${TQ_LAYERS} tq_warnings)
+  foreach(peers ccitt gif pcx png)
     add_test(NAME peers.${peers}
       COMMAND ${TQ_PYTHON} tests/peers/${peers}_peers.py $<TARGET_FILE:tarnquill>
-              $<TARGET_FILE:lzw_module>
+              $<TARGET_FILE:lzw_module> $<TARGET_FILE:ccitt_coder>
       WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
     set_tests_properties(peers.${peers} PROPERTIES LABELS peers SKIP_RETURN_CODE 77 TIMEOUT 300)
   endforeach()

@@ -77,17 +77,6 @@ if(TQ_MODULE_TESTS)
   set_tests_properties(module_tests PROPERTIES TIMEOUT 300)
 endif()
 
-# Against libtiff, where it is installed for the target.
-if(TQ_TIFF_TESTS AND NOT CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 8)
-  find_package(TIFF QUIET)
-  if(TIFF_FOUND)
-    add_executable(tiff_tests ${TQ_TIFF_TESTS})
-    target_link_libraries(tiff_tests PRIVATE
-      ${TQ_LAYERS} tq_warnings tq_test_support gmock_main TIFF::TIFF)
-    tq_register_tests(tiff_tests)
-  endif()
-endif()
-
 # The command line program. Where it cannot be driven by a script, a round trip has to do.
 if(TARGET tarnquill_tool)
   if(CMAKE_CROSSCOMPILING)
