@@ -1,8 +1,12 @@
-// Group 4 from and to run storage, beside libtiff on the same page: the P4 file that TQ_BENCH_PAGE
-// names, or a made one of A4 size at 300 dots per inch.
+// Group 4 from and to run storage, beside libtiff and leptonica, which codes through libtiff, on
+// the same page: the P4 file that TQ_BENCH_PAGE names, or a made one of A4 size at 300 dots per
+// inch.
 #include <benchmark/benchmark.h>
 #ifdef TQ_HAVE_LIBTIFF
 #include <tiffio.h>
+#endif
+#if TQ_BENCH_LEPTONICA
+#include <leptonica/allheaders.h>
 #endif
 
 #include <cstdio>
@@ -218,6 +222,49 @@ void BM_LibtiffGroup4Decode(benchmark::State& state) {
   per_pixel(state);
 }
 BENCHMARK(BM_LibtiffGroup4Decode)->Unit(benchmark::kMicrosecond);
+
+#endif
+
+#if TQ_BENCH_LEPTONICA
+
+Pix* page_pix() {
+  Pix* pix = pixCreate(page().width, page().height, 1);
+  for (std::int32_t y = 0; y < page().height; ++y) {
+    const std::uint8_t* row = page().rows.data() + static_cast<std::size_t>(y) * page().stride();
+    l_uint32* line = pixGetData(pix) + static_cast<std::ptrdiff_t>(y) * pixGetWpl(pix);
+    for (std::size_t i = 0; i < page().stride(); ++i) SET_DATA_BYTE(line, i, row[i]);
+  }
+  return pix;
+}
+
+void BM_LeptonicaGroup4Encode(benchmark::State& state) {
+  Pix* pix = page_pix();
+  for (auto _ : state) {
+    l_uint8* file = nullptr;
+    std::size_t size = 0;
+    pixWriteMemTiff(&file, &size, pix, IFF_TIFF_G4);
+    lept_free(file);
+  }
+  pixDestroy(&pix);
+  per_pixel(state);
+}
+BENCHMARK(BM_LeptonicaGroup4Encode)->Unit(benchmark::kMicrosecond);
+
+void BM_LeptonicaGroup4Decode(benchmark::State& state) {
+  Pix* pix = page_pix();
+  l_uint8* file = nullptr;
+  std::size_t size = 0;
+  pixWriteMemTiff(&file, &size, pix, IFF_TIFF_G4);
+  for (auto _ : state) {
+    Pix* decoded = pixReadMemTiff(file, size, 0);
+    if (decoded == nullptr) state.SkipWithError("not decoded");
+    pixDestroy(&decoded);
+  }
+  lept_free(file);
+  pixDestroy(&pix);
+  per_pixel(state);
+}
+BENCHMARK(BM_LeptonicaGroup4Decode)->Unit(benchmark::kMicrosecond);
 
 #endif
 
