@@ -70,5 +70,5 @@ endif()
 # A measurement of its own process.
 if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
-  target_link_libraries(plan_memory PRIVATE ${TQ_LAYERS} tq_warnings)
+  target_link_libraries(plan_memory PRIVATE tarnquill tq_warnings)
 endif()
