@@ -44,14 +44,22 @@ struct Material {
     free_block(room);
   }
 
-  // The picture of `deep` in another format.
-  Bytes saved(std::int32_t code) const {
+  // A picture in another format.
+  static Bytes saved(const Bytes& picture, std::int32_t code) {
     Bytes file(9000);
-    const std::int32_t image = load(deep);
+    const std::int32_t image = load(picture);
     const std::int32_t size = IMG_save_bitmap_block(image, file.data(), file.size(), code);
     EXPECT_GT(size, 0);
     IMG_delete_bitmap(image);
     file.resize(static_cast<std::size_t>(std::max(size, 0)));
+    return file;
+  }
+
+  // A document that is read: the number in the picture's name is that of the picture's object.
+  static Bytes document(const Bytes& picture) {
+    Bytes file = saved(picture, IMG_TYPE_PDF);
+    const std::string name = "/Tarnquill0";
+    *(std::search(file.begin(), file.end(), name.begin(), name.end()) + 10) = '5';
     return file;
   }
 
@@ -69,7 +77,8 @@ struct Material {
                           .compression = 99,
                           .palette = grey_palette(2),
                           .pixels = {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
-  Bytes jpeg = saved(IMG_TYPE_JPEG);
+  Bytes jpeg = saved(deep, IMG_TYPE_JPEG);
+  Bytes fax_page = document(mono), colour_page = document(deep);
   Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
   Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 3, 1, 3, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};
   Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
@@ -136,6 +145,8 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_block", block(m.lists)},
       {"IMG_decompress_bitmap_block", block(m.cut_off)},
       {"IMG_decompress_bitmap_block", block(m.jpeg)},
+      {"IMG_decompress_bitmap_block", block(m.fax_page)},
+      {"IMG_decompress_bitmap_block", block(m.colour_page)},
       {"IMG_decompress_bitmap_block", with(size(4, 3), size(0, 0), block(m.deep))},
       {"IMG_decompress_bitmap_block", with(size(40, 3), size(0, 0), block(m.mono))},
       {"IMG_decompress_bitmap_block", with(rect(3), rect(0), block(m.mono))},
@@ -184,6 +195,8 @@ std::vector<Call> calls(Material& m) {
       {"IMG_save_bitmap", [&m] { return IMG_save_bitmap(Watched::kDeep, m.out.c_str(), -1); }},
       {"IMG_save_bitmap_fd",
        from_caller(m.deep, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_BMP); })},
+      {"IMG_save_bitmap_fd",
+       from_caller(m.fax_page, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_PDF); })},
       {"IMG_save_bitmap_mem",
        [&m] { return IMG_save_bitmap_mem(Watched::kRuns, m.room, IMG_TYPE_DIB); }},
       {"IMG_save_bitmap_block", save_block(Watched::kRuns, IMG_TYPE_BMP)},
