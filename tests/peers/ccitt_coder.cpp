@@ -1,5 +1,5 @@
-// Rows of packed bits, 1 being black, to facsimile data and back, for comparison with other programs:
-// ccitt_coder encode|decode SCHEME OPTIONS WIDTH ROWS < IN > OUT
+// Rows of packed bits, 1 being black, to facsimile data and back, for comparison with other
+// programs: ccitt_coder encode|decode SCHEME OPTIONS WIDTH ROWS < IN > OUT
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
