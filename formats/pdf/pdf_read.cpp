@@ -28,7 +28,7 @@ struct Entry {
 enum class PixelKind : std::uint8_t { none, jpeg, ccitt };
 
 struct PdfImage {
-  std::int32_t width = 0, height = 0, bits = 0;
+  std::int32_t width = 0, height = 0;
   PixelKind kind = PixelKind::none;
   std::int64_t data = 0;  // position in the stream
 };
@@ -129,7 +129,6 @@ Status Reader::read_image(std::int32_t offset, PdfImage& image) {
     text.move_to(end);
     if (name == "Width") image.width = text.number();
     if (name == "Height") image.height = text.number();
-    if (name == "BitsPerComponent") image.bits = text.number();
     if (name == "DCTDecode") image.kind = PixelKind::jpeg;
     if (name == "CCITTFaxDecode") image.kind = PixelKind::ccitt;
   }

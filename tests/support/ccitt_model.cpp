@@ -165,26 +165,18 @@ Page printed_page(int width, int height, int run, unsigned seed) {
   Page page;
   std::vector<int> changes;
   for (int y = 0; y < height; ++y) {
-    const int kind = below(16);
-    if (kind == 0) changes.clear();
-    if (kind <= 2 || y == 0) {
-      changes.clear();
-      for (int x = below(2 * run) - run / 2; x < width; x += 1 + below(2 * run)) {
-        if (x >= 0) changes.push_back(x);
-      }
+    const int kind = y == 0 ? 1 : below(16);
+    if (kind <= 2) changes.clear();
+    for (int x = below(2 * run); kind >= 1 && kind <= 2 && x < width; x += 1 + below(2 * run)) {
+      changes.push_back(x);
     }
-    for (int& x : changes) x += below(4) == 0 ? below(9) - 4 : 0;
-    if (!changes.empty() && kind == 5) {
-      changes.erase(changes.begin() + below(static_cast<int>(changes.size())));
-    }
-    std::sort(changes.begin(), changes.end());
+    for (int& x : changes) x = std::max(0, x + (below(4) == 0 ? below(9) - 4 : 0));
+    if (kind == 5 && !changes.empty()) changes.pop_back();
     Pixels row(static_cast<std::size_t>(width));
-    bool black = false;
-    std::size_t next = 0;
-    for (int x = 0; x < width; ++x) {
-      for (; next < changes.size() && changes[next] <= x; ++next) black = !black;
-      row[static_cast<std::size_t>(x)] = black;
+    for (const int x : changes) {
+      if (x < width) row[static_cast<std::size_t>(x)].flip();
     }
+    for (std::size_t x = 1; x < row.size(); ++x) row[x] = row[x] != row[x - 1];
     page.push_back(row);
   }
   return page;
