@@ -35,7 +35,7 @@ endif()
 # Comparisons with other programs; skipped where those are not installed.
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(ccitt_coder tests/peers/ccitt_coder.cpp)
-  target_link_libraries(ccitt_coder PRIVATE ${TQ_LAYERS} tq_warnings)
+  target_link_libraries(ccitt_coder PRIVATE ${TQ_LAYERS} tq_warnings tq_test_support)
   foreach(peers ccitt gif pcx png)
     add_test(NAME peers.${peers}
       COMMAND ${TQ_PYTHON} tests/peers/${peers}_peers.py $<TARGET_FILE:tarnquill>

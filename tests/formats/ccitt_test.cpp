@@ -98,15 +98,15 @@ Page every_run() {
   return page;
 }
 
-// Two are too wide for run lists.
+// One is too wide for run lists.
 std::vector<Page> all_pages() {
   std::vector<Page> pages = {every_run()};
   unsigned seed = 1;
-  for (const int width : {65000, 65533, 65534, 70001}) {
+  for (const int width : {65533, 65534}) {
     pages.push_back(printed_page(width, 2, 300, seed++));
   }
   for (const int width : {1, 2, 7, 8, 31, 32, 33, 64, 113, 1000, 1728, 2623, 2624, 5300}) {
-    for (const int run : {1, 12, 300}) pages.push_back(printed_page(width, 12, run, seed++));
+    for (const int run : {1, 12, 300}) pages.push_back(printed_page(width, 8, run, seed++));
     pages.push_back(Page(3, Pixels(static_cast<std::size_t>(width), true)));
     pages.push_back(Page(3, Pixels(static_cast<std::size_t>(width), false)));
   }
@@ -234,7 +234,7 @@ std::size_t intact(const std::vector<Bytes>& rows, const std::vector<Bytes>& exp
 }
 
 // With ends of lines, one wrong bit costs the row it is in, the rows that refer to that one, and
-// maybe an end of line, or makes one more. Without, it leaves the rows before it.
+// maybe an end of line, or adds one. Without them it leaves the rows before it.
 TEST(CcittDamage, AFlippedBitLeavesTheOtherRows) {
   const Page page = printed_page(120, 20, 9, 11);
   const auto expected = bits_of(page);

@@ -2,89 +2,75 @@
 // programs: ccitt_coder encode|decode SCHEME OPTIONS WIDTH ROWS < IN > OUT
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
-#include <vector>
 
 #include "formats/ccitt/ccitt.h"
+#include "tests/support/ccitt_model.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/memory_file.h"
 
-namespace tq {
+namespace tq::test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-struct Page {
-  std::int32_t width = 0, height = 0;
-  Bytes rows{};  // 1 is black, padded with 0 to whole bytes
+struct Coder {
+  formats::CcittCoding coding;
+  std::int32_t width, height;
 
   std::size_t stride() const { return (static_cast<std::size_t>(width) + 7) / 8; }
-  std::uint8_t* row(std::int32_t y) { return &rows[static_cast<std::size_t>(y) * stride()]; }
 
-  static std::int32_t IMG_CB_C give(void* context, void* dest, std::int32_t y, std::int32_t) {
-    Page& page = *static_cast<Page*>(context);
-    for (std::size_t i = 0; i < page.stride(); ++i) {
-      static_cast<std::uint8_t*>(dest)[i] = static_cast<std::uint8_t>(~page.row(y)[i]);
+  bool encode(Bytes& bytes) const {
+    Page page(static_cast<std::size_t>(height), Pixels(static_cast<std::size_t>(width)));
+    for (std::size_t y = 0; y < page.size(); ++y) {
+      for (std::size_t x = 0; x < page[y].size(); ++x) {
+        page[y][x] = (bytes.at(y * stride() + x / 8) << x % 8 & 0x80) != 0;
+      }
     }
-    return 0;
+    PageSupplier rows(page, true);
+    const MemoryFile file;
+    formats::CcittEncoder encoder;
+    const bool done = encoder.open(coding, width).ok() &&
+                      encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, height}).ok();
+    bytes = file.bytes;
+    return done;
   }
-  static std::int32_t IMG_CB_C take(void* row, void* context, std::int32_t y, std::int32_t) {
-    Page& page = *static_cast<Page*>(context);
-    for (std::size_t i = 0; i < page.stride(); ++i) {
-      page.row(y)[i] = static_cast<std::uint8_t>(~static_cast<std::uint8_t*>(row)[i]);
+
+  bool decode(Bytes& bytes) const {
+    const MemoryFile file(bytes);
+    ChunkReader input;
+    formats::CcittDecoder decoder;
+    CollectingSink sink;
+    if (input.open(MemoryFile::kHandle, formats::kCcittChunk).failed() ||
+        decoder.open(coding, width, formats::CcittRows::bits).failed() ||
+        decoder.decode(input, INT32_MAX, {0, height}, sink.sink()).raw() != height) {
+      return false;
     }
-    return 0;
+    bytes.clear();
+    for (const CollectedRow& row : sink.rows) {
+      for (std::size_t i = 0; i < stride(); ++i) {
+        bytes.push_back(static_cast<std::uint8_t>(~row.bytes[i]));
+      }
+    }
+    return true;
   }
 };
 
-// What is wrong, or how many bytes or rows there are.
-Status encode(const formats::CcittCoding& coding, Page& page, Bytes& data) {
-  data.resize(4 * page.rows.size() + 100 * static_cast<std::size_t>(page.height) + 1000);
-  open_memory_stream(data.data(), data.size());
-  formats::CcittEncoder encoder;
-  TQ_TRY(encoder.open(coding, page.width));
-  const Status written = encoder.encode(kMemoryStream, {Page::give, &page}, {0, page.height});
-  TQ_TRY(written);
-  data.resize(static_cast<std::size_t>(written.raw()));
-  return written;
-}
+}  // namespace
+}  // namespace tq::test
 
-Status decode(const formats::CcittCoding& coding, Bytes& data, Page& page) {
-  page.rows.resize(page.stride() * static_cast<std::size_t>(page.height));
-  open_memory_stream(data.data(), data.size());
-  ChunkReader input;
-  TQ_TRY(input.open(kMemoryStream, formats::kCcittChunk));
-  formats::CcittDecoder decoder;
-  TQ_TRY(decoder.open(coding, page.width, formats::CcittRows::bits));
-  return decoder.decode(input, static_cast<std::int64_t>(data.size()), {0, page.height},
-                        {nullptr, Page::take, &page});
-}
-
-Bytes read_all() {
+int main(int argc, char** argv) {
+  using namespace tq::test;
+  if (argc != 6) return 2;
+  const auto has = [&](char option) { return std::strchr(argv[3], option) != nullptr; };
+  const Coder coder{{static_cast<tq::formats::CcittScheme>(std::atoi(argv[2])), has('l'), has('a'),
+                     has('e'), has('b')},
+                    std::atoi(argv[4]),
+                    std::atoi(argv[5])};
   Bytes bytes;
   for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
     bytes.push_back(static_cast<std::uint8_t>(byte));
   }
-  return bytes;
-}
-
-}  // namespace
-}  // namespace tq
-
-int main(int argc, char** argv) {
-  using namespace tq;
-  if (argc != 6) return 2;
-  const std::string_view options = argv[3];
-  const auto has = [&](char option) { return options.find(option) != std::string_view::npos; };
-  const formats::CcittCoding coding{static_cast<formats::CcittScheme>(std::atoi(argv[2])), has('l'),
-                                    has('a'), has('e'), has('b')};
-  Page page{std::atoi(argv[4]), std::atoi(argv[5])};
-  Bytes data = read_all();
-  if (argv[1] == std::string_view("encode")) {
-    page.rows.swap(data);
-    if (encode(coding, page, data).failed()) return 1;
-  } else {
-    if (decode(coding, data, page).raw() != page.height) return 1;
-    page.rows.swap(data);
-  }
-  std::fwrite(data.data(), 1, data.size(), stdout);
-  return 0;
+  const bool encodes = argv[1] == std::string_view("encode");
+  if (!(encodes ? coder.encode(bytes) : coder.decode(bytes))) return 1;
+  return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() ? 0 : 1;
 }

@@ -21,7 +21,8 @@ if not shutil.which("tiffcp") or not shutil.which("fax2tiff"):
     sys.exit(77)
 
 HUFFMAN, ONE_D, TWO_D, GROUP4 = range(4)
-PLAIN = 1  # the codes of TIFF: compression, and Group 3 options
+# As TIFF numbers them: compressions, Group 3 options, orders of bits.
+PLAIN = 1
 COMPRESSION = {HUFFMAN: 2, ONE_D: 3, TWO_D: 3, GROUP4: 4}
 T4_OPTIONS, TWO_D_OPTION, FILL_OPTION = 292, 1, 4
 MSB_FIRST, LSB_FIRST = 1, 2
@@ -63,10 +64,11 @@ def pages():
         found[f"black {width}"] = Image.new("1", (width, height), 0)
     found["wide text"] = text.resize((65000, 40), Image.NEAREST)
     found["wide halftone"] = found["halftone"].resize((65000, 40), Image.NEAREST)
-    every_run = Image.new("1", (5300, 280), 1)
-    for y in range(280):
-        run = (y if y < 140 else (y - 139) * 32 + 64) // 2 * (2 if y >= 140 else 1)
-        ImageDraw.Draw(every_run).rectangle((5299 - run if y % 2 else 0, y, 5299 if y % 2 else run, y), 0)
+    runs = [*range(70), *range(70, 2700, 37)]
+    every_run = Image.new("1", (5300, 2 * len(runs)), 1)
+    for i, run in enumerate(runs[1:]):
+        ImageDraw.Draw(every_run).rectangle((0, 2 * i, run - 1, 2 * i), 0)
+        ImageDraw.Draw(every_run).rectangle((5300 - run, 2 * i + 1, 5299, 2 * i + 1), 0)
     found["every run"] = every_run
     return found
 
