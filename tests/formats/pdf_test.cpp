@@ -158,11 +158,17 @@ TEST(PdfWrite, DocumentsAreThoseOfTheModel) {
   }
 }
 
-// Also in memory, whose size is its position.
+// Also in memory, whose size is its position, and where nothing but writing is possible.
 TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnew) {
   const std::string document = document_of({small_picture()});
-  const MemoryFile file(Bytes(199, 'x'));
+  MemoryFile file(Bytes(199, 'x'));
   EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), kOk);
+  ASSERT_EQ(save(small_picture()), kOk);
+  EXPECT_EQ(text(file.bytes), document);
+
+  file.bytes.clear();
+  file.position = 0;
+  file.install(false, true, false);
   ASSERT_EQ(save(small_picture()), kOk);
   EXPECT_EQ(text(file.bytes), document);
 
