@@ -26,6 +26,7 @@ enum SettingByte : std::uint8_t {
   kCropYByte,
   kCropWidthByte,
   kCropHeightByte,
+  kSaveByte,  // a file type code to save with
   kSettingBytes
 };
 
@@ -39,7 +40,7 @@ enum class Route : std::uint8_t {
   sink_block,  // into callbacks instead of an image
   sink_global_block,
   sink_caller_io,
-  query,  // file type and pages
+  query,  // file type, pages, header
   count
 };
 
