@@ -275,12 +275,9 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   digest.add(pages);
   if (settings.undisturbed()) {
     const TemporaryFile stored(file);
-    const auto position = [&] { return lseek(stored.file, 0, SEEK_CUR); };
-    TQ_CLAIM(IMGLOW_get_filetype(stored.name().c_str()) == type);
     TQ_CLAIM(IMGLOW_get_filetype_fd(stored.file) == IMG_UNSUPPORTED);  // stands at the end
-    TQ_CLAIM(position() == static_cast<off_t>(file.size()));
-    lseek(stored.file, 0, SEEK_SET);
-    TQ_CLAIM(IMGLOW_get_filetype_fd(stored.file) == type && position() == 0);
+    TQ_CLAIM(lseek(stored.file, 0, SEEK_CUR) == static_cast<off_t>(file.size()));
+    TQ_CLAIM(IMGLOW_get_filetype(stored.name().c_str()) == type);
     if (!file.empty()) TQ_CLAIM(IMGLOW_get_filetype_mem(GlobalCopy(file).block) == type);
     return;
   }
@@ -308,8 +305,8 @@ void apply(const Settings& settings) {
   IMGLOW_unset_auto_detect(settings.u8(kSwitchByte) - 1);
   reports_left = settings.u8(kProgressByte);
   // A short file may claim millions of rows; scaled or cut they need no memory.
-  const bool fitted = settings.u8(kSizeWidthByte) != 0 || settings.u8(kRectWidthByte) != 0 ||
-                      settings.u8(kRectHeightByte) != 0;
+  const bool fitted = std::any_of(&settings.bytes[kSizeWidthByte], &settings.bytes[kPageByte],
+                                  [](std::uint8_t byte) { return byte != 0; });
   if (reports_left == 0 && fitted) reports_left = kMostSinkRows;
   IMG_set_statusbar(7, count_reports, reports_left != 0 ? 1 : 0);
   memory_probe::refuse_after(settings.u8(kRefusedByte) - 1);
@@ -380,21 +377,19 @@ Route second_route(const Settings& settings) {
 
 // Makes it begin as the one format that this process is for.
 void force_format(std::vector<std::uint8_t>& file) {
-  struct Start {
-    std::string_view format, bytes;
-    std::ptrdiff_t at = 0;
+  static const char* const variable = std::getenv("TARNQUILL_FUZZ_FORMAT");
+  const std::string_view format = variable == nullptr ? "" : variable;
+  const auto put = [&](std::string_view start) {
+    if (file.size() < start.size()) file.resize(start.size());
+    std::copy(start.begin(), start.end(), file.begin());
   };
-  static const char* const wanted = std::getenv("TARNQUILL_FUZZ_FORMAT");
-  if (wanted == nullptr) return;
-  constexpr Start kStarts[] = {{"pcx", "\x0A"sv},
-                               {"pcx", "\x01"sv, 2},
-                               {"dcx", "\xB1\x68\xDE\x3A"sv},
-                               {"png", "\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR"sv},
-                               {"jpeg", "\xFF\xD8\xFF"sv}};
-  for (const Start& start : kStarts) {
-    if (start.format != wanted || file.size() < 20) continue;
-    std::copy(start.bytes.begin(), start.bytes.end(), file.begin() + start.at);
+  if (format == "pcx") {
+    put("\x0A"), file.resize(std::max<std::size_t>(file.size(), 3));
+    file[2] = 1;
   }
+  if (format == "dcx") put("\xB1\x68\xDE\x3A");
+  if (format == "png") put("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR"sv);
+  if (format == "jpeg") put("\xFF\xD8\xFF");
 }
 
 // PNG's chunks have check sums, which no mutation would meet: anything behind the first chunk would

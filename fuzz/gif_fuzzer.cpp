@@ -6,7 +6,7 @@
 namespace tq::fuzz {
 namespace {
 
-constexpr std::int64_t kMostPixels = 1 << 15;
+constexpr std::int64_t kMostPixels = 1 << 13;
 
 struct Picture {
   gif::HeaderBlock header{};

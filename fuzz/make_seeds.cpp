@@ -189,15 +189,15 @@ void write_pcx_seeds() {
   }
 }
 
-void put_be32(Bytes& to, std::uint32_t value) {
-  to.resize(to.size() + 4);
-  tq::store_be32(&to[to.size() - 4], value);
-}
-
 // The target works out the check sums of chunks.
 void put_chunk(Bytes& file, std::string_view name, const Bytes& data) {
-  put_be32(file, static_cast<std::uint32_t>(data.size()));
-  file = test::joined({file, bytes_of(name), data, Bytes(4)});
+  const auto size = static_cast<std::uint16_t>(data.size());
+  file =
+      test::joined({file,
+                    {0, 0, static_cast<std::uint8_t>(size >> 8), static_cast<std::uint8_t>(size)},
+                    bytes_of(name),
+                    data,
+                    Bytes(4)});
 }
 
 // 7 x 5 pixels of 0 to 64 bits in one stored block of deflate, large enough for any of them.
@@ -237,25 +237,25 @@ void write_query_seeds() {
       "II*\0\x08\0\0\0\2\0\0\1\3\0\1\0\0\0\x0D\0\0\0\3\1\3\0\1\0\0\0\5\0\0\0\0\0\0\0"sv,
       "MM\0*\0\0\0\x08\0\1\1\3\0\4\0\0\0\1\0\0\x80\5\0\0\0\0"sv};
   // clang-format on
-  const auto query = [](const std::string& name, const Bytes& file) {
-    Bytes seed(tq::fuzz::kSettingBytes);
-    seed[tq::fuzz::kRouteByte] = static_cast<std::uint8_t>(tq::fuzz::Route::query);
-    write_file("decode/query_" + name, test::joined({seed, file, Bytes(600, '\n')}));
-  };
-  int number = 0;
-  for (const std::string_view start : kStarts) query(std::to_string(number++), bytes_of(start));
+  // And some that begin later.
   const std::pair<std::size_t, std::string_view> later[] = {
       {522, "\x11\1"}, {65, "PNTG"}, {512, "\xB9\0\xB9\0"sv}, {80, "CT"}, {128, "DICM"}};
-  for (const auto& [at, text] : later) {
-    query(std::to_string(number++), test::joined({Bytes(at), bytes_of(text)}));
+  std::vector<Bytes> files;
+  for (const std::string_view start : kStarts) files.push_back(bytes_of(start));
+  for (const auto& [at, text] : later) files.push_back(test::joined({Bytes(at), bytes_of(text)}));
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    Bytes settings(tq::fuzz::kSettingBytes);
+    settings[tq::fuzz::kRouteByte] = static_cast<std::uint8_t>(tq::fuzz::Route::query);
+    write_file("decode/query_" + std::to_string(i),
+               test::joined({settings, files[i], Bytes(600, '\n')}));
   }
 }
 
 void write_ccitt_seeds() {
   for (int variant = 0; variant < 64; ++variant) {
-    const auto flag = [&](int bit) { return (variant >> bit & 1) != 0; };
     const tq::formats::CcittCoding coding{static_cast<tq::formats::CcittScheme>(variant & 3),
-                                          flag(2), flag(3), flag(4), flag(5)};
+                                          (variant & 4) != 0, (variant & 8) != 0,
+                                          (variant & 16) != 0, (variant & 32) != 0};
     const int width = 40 + 13 * variant;
     Bytes block(10000);
     tq::open_memory_stream(block.data(), block.size());
@@ -270,47 +270,34 @@ void write_ccitt_seeds() {
   }
 }
 
-// Every layout and kind of scan, small.
+// Layouts in one scan, in a scan for each component, in progressive bands, with restarts and
+// without.
 void write_jpeg_seeds() {
-  struct Layout {
-    std::vector<test::JpegComponent> components;
-    std::vector<test::JpegScan> scans{};
-  };
-  const std::vector<test::JpegComponent> grey(1), halved = {{2, 2, 0}, {1, 1, 1}, {1, 1, 1}};
-  const Layout layouts[] = {{grey},
-                            {std::vector<test::JpegComponent>(3)},
-                            {halved},
-                            {{{3, 1, 0}, {1, 2, 1}, {2, 1, 1}}},
-                            {std::vector<test::JpegComponent>(4)},
-                            {halved, {{{2}}, {{0}}, {{1}}}},
-                            {grey,
-                             {{{0}, 0, 0, 0, 1},
-                              {{0}, 1, 63, 0, 2},
-                              {{0}, 1, 63, 2, 1},
-                              {{0}, 0, 0, 1, 0},
-                              {{0}, 1, 63, 1, 0}}},
-                            {halved,
-                             {{{0, 1, 2}, 0, 0, 0, 1},
-                              {{0}, 1, 9, 0, 0},
-                              {{2}, 1, 63, 0, 1},
-                              {{1}, 1, 63, 0, 0},
-                              {{0}, 10, 63, 0, 0},
-                              {{0, 1, 2}, 0, 0, 1, 0},
-                              {{2}, 1, 63, 1, 0}}}};
-  unsigned seed = 0;
-  for (const Layout& layout : layouts) {
-    for (const int interval : {0, 1}) {
-      test::JpegPicture picture{.width = 19, .height = 18, .restart_interval = interval};
-      picture.components = layout.components;
-      picture.scans = layout.scans;
-      picture.progressive = layout.scans.size() > 3;
-      picture.quantisers.assign(2, std::vector<int>(64, 3));
-      if (layout.components.size() == 4) picture.extra = test::adobe_segment(2);
-      test::random_coefficients(picture, ++seed, 4);
-      const Bytes file = test::jpeg_file(picture);
-      write_decode_seeds("jpeg_" + std::to_string(seed), file);
-      write_file("jpeg_decode/" + std::to_string(seed), file);
+  const std::vector<test::JpegComponent> layouts[] = {std::vector<test::JpegComponent>(1),
+                                                      std::vector<test::JpegComponent>(3),
+                                                      std::vector<test::JpegComponent>(4),
+                                                      {{2, 2, 0}, {1, 1, 1}, {1, 1, 1}},
+                                                      {{3, 1, 0}, {1, 2, 1}, {2, 1, 1}}};
+  for (unsigned seed = 0; seed < 30; ++seed) {
+    test::JpegPicture picture{.width = 19, .height = 18};
+    picture.components = layouts[seed % 5];
+    picture.restart_interval = seed % 4 == 0 ? 1 : 0;
+    picture.progressive = seed % 3 == 2;
+    std::vector<int> all;
+    for (int i = 0; i < static_cast<int>(picture.components.size()); ++i) all.push_back(i);
+    for (const int round : {1, 0}) {
+      if (picture.progressive) picture.scans.push_back({all, 0, 0, 1 - round, round});
+      for (const int i : all) {
+        if (picture.progressive) picture.scans.push_back({{i}, 1, 63, 1 - round, round});
+        if (seed % 3 == 1 && round == 1) picture.scans.push_back({{i}});
+      }
     }
+    picture.quantisers.assign(2, std::vector<int>(64, 3));
+    if (all.size() == 4) picture.extra = test::adobe_segment(2);
+    test::random_coefficients(picture, seed, 4);
+    const Bytes file = test::jpeg_file(picture);
+    write_decode_seeds("jpeg_" + std::to_string(seed), file);
+    write_file("jpeg_decode/" + std::to_string(seed), file);
   }
 }
 
