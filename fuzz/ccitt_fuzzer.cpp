@@ -14,12 +14,12 @@ constexpr std::int32_t kRows = 24;
 
 struct Rows {
   std::int32_t width = 0;
-  std::vector<std::vector<std::uint8_t>> rows{};  // as bits
+  std::vector<Memory> rows{};  // as bits
 
   static std::int32_t IMG_CB_C take(void* row, void* context, std::int32_t, std::int32_t count) {
     auto& self = *static_cast<Rows*>(context);
     const Bytes bytes(static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(count));
-    std::vector<std::uint8_t> bits(static_cast<std::size_t>(row_bytes(self.width, 1)));
+    Memory bits(static_cast<std::size_t>(row_bytes(self.width, 1)));
     if (bytes.size() == bits.size()) {
       bits.assign(bytes.begin(), bytes.end());
     } else {
@@ -41,7 +41,7 @@ struct Rows {
 
 Rows decode(Bytes data, const CcittCoding& coding, std::int32_t width, CcittRows delivery) {
   Rows sink{width};
-  const ExactBytes copy(data);
+  Memory copy(data.begin(), data.end());
   open_memory_stream(copy.data(), copy.size());
   ChunkReader input;
   formats::CcittDecoder decoder;
@@ -52,7 +52,10 @@ Rows decode(Bytes data, const CcittCoding& coding, std::int32_t width, CcittRows
   return sink;
 }
 
-void fuzz(Input in) {
+}  // namespace
+
+void fuzz(Bytes bytes) {
+  Input in(bytes);
   const std::uint8_t flags = in.u8();
   const auto flag = [&](int bit) { return (flags >> bit & 1) != 0; };
   const CcittCoding coding{static_cast<formats::CcittScheme>(flags & 3), flag(2), flag(3), flag(4),
@@ -60,7 +63,7 @@ void fuzz(Input in) {
   const std::int32_t width = 1 + (in.u8() | (in.u8() & 3) << 8);
   Rows given = decode(in.rest(), coding, width, flag(6) ? CcittRows::runs : CcittRows::bits);
   if (given.rows.empty()) return;
-  std::vector<std::uint8_t> coded(given.rows.size() * (static_cast<std::size_t>(width) + 64));
+  Memory coded(given.rows.size() * (static_cast<std::size_t>(width) + 64));
   open_memory_stream(coded.data(), coded.size());
   formats::CcittEncoder encoder;
   TQ_CLAIM(encoder.open(coding, width).ok());
@@ -75,10 +78,4 @@ void fuzz(Input in) {
   TQ_CLAIM(again.rows == given.rows);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::fuzz(tq::fuzz::Input({data, size}));
-  return 0;
-}

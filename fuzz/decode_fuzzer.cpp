@@ -24,20 +24,13 @@ constexpr std::uint64_t kLargestAllowed = 96 << 10;  // bytes; the image table m
 constexpr std::int32_t kMostSinkRows = 2000;
 constexpr std::int64_t kMostSinkBytes = 128 << 10;
 
-struct Settings {
-  std::array<std::uint8_t, kSettingBytes> bytes{};
-
-  std::uint8_t u8(SettingByte at) const { return bytes[at]; }
-  std::int32_t i8(SettingByte at) const { return static_cast<std::int8_t>(bytes[at]); }
-  bool flag(SettingByte at, int bit) const { return (bytes[at] >> bit & 1) != 0; }
-  Route route() const {
-    return static_cast<Route>(u8(kRouteByte) % static_cast<int>(Route::count));
-  }
-  bool scrambled() const { return flag(kColoursByte, 3); }
+struct Settings : DecodeSettings {
+  Route way() const { return static_cast<Route>(route % static_cast<int>(Route::count)); }
+  bool colour_flag(int bit) const { return (colours >> bit & 1) != 0; }
+  bool touch_flag(int bit) const { return (touch >> bit & 1) != 0; }
   // The stream tells the truth and nobody interferes: any way of decoding gives the same.
   bool undisturbed() const {
-    return u8(kMostPerCallByte) == 0 && u8(kFailingCallByte) == 0 && u8(kProgressByte) == 0 &&
-           u8(kRefusedByte) == 0;
+    return most_per_call == 0 && failing_call == 0 && progress == 0 && refused == 0;
   }
 };
 
@@ -48,8 +41,8 @@ class CallerIo {
  public:
   CallerIo(const Settings& settings, Bytes content) {
     caller_file = {.bytes = {content.begin(), content.end()},
-                   .most_per_call = settings.u8(kMostPerCallByte),
-                   .failing_call = settings.u8(kFailingCallByte)};
+                   .most_per_call = settings.most_per_call,
+                   .failing_call = settings.failing_call};
     IMGLOW_set_fileio(caller_read, caller_write, caller_seek);
   }
   ~CallerIo() { IMGLOW_set_fileio(nullptr, nullptr, nullptr); }
@@ -125,37 +118,37 @@ struct CheckingSink {
 // ---- What can be done with an image -----------------------------------------------------------
 
 // The file, empty when the save failed.
-std::vector<std::uint8_t> save(std::int32_t image, std::int32_t code, const View& view,
-                               const Settings& settings, Digest& digest) {
-  std::vector<std::uint8_t> file;
+Memory save(std::int32_t image, std::int32_t code, const View& view, const Settings& settings,
+            Digest& digest) {
+  Memory file;
   std::int32_t result = 0;
-  if (settings.flag(kTouchByte, 2)) {
+  if (settings.touch_flag(2)) {
     const CallerIo output({}, {});
     result = IMG_save_bitmap_fd(image, 3, code);
     file = caller_file.bytes;
   } else {
     // Run-length coding may double what it codes, other codes have headers.
     std::size_t room = 3000 + 2 * view.rows.size() + 8 * static_cast<std::size_t>(view.height);
-    if (settings.flag(kTouchByte, 1)) room = room * settings.u8(kCropXByte) / 300;
-    const ExactBytes block(room);
+    if (settings.touch_flag(1)) room = room * settings.crop_width / 300;
+    Memory block(room);
     result = IMG_save_bitmap_block(image, block.data(), block.size(), code);
     TQ_CLAIM(result <= static_cast<std::int64_t>(room));
-    if (result > 0) file.assign(block.data(), block.data() + result);
+    if (result > 0) file.assign(block.begin(), block.begin() + result);
   }
   if (view.crop[2] < 1 || view.crop[3] < 1) TQ_CLAIM(result < 0 && file.empty());
   TQ_CLAIM(result >= 0 || one_of(result, {IMG_WRITE_FAILED, IMG_WRONG_DEPTH, IMG_OUT_OF_MEMORY,
                                           IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE}));
   digest.add(result);
   digest.add(file);
-  return result < 0 ? std::vector<std::uint8_t>() : file;
+  return result < 0 ? Memory() : file;
 }
 
 // Codes that keep every pixel write the same picture.
 void read_back(Bytes plain, Bytes coded) {
-  std::vector<std::uint8_t> pixels[2];
+  Memory pixels[2];
   const Bytes files[] = {plain, coded};
   for (int i = 0; i < 2; ++i) {
-    const ExactBytes file(files[i]);
+    Memory file(files[i].begin(), files[i].end());
     const std::int32_t image = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
     if (image == IMG_OUT_OF_MEMORY) return;
     TQ_CLAIM(image >= 0);
@@ -166,13 +159,12 @@ void read_back(Bytes plain, Bytes coded) {
 }
 
 void save_in_codes(std::int32_t image, const Settings& settings, Digest& digest) {
-  if (settings.flag(kTouchByte, 0)) {
-    TQ_CLAIM(IMG_set_croprect(image, settings.i8(kCropXByte), settings.i8(kCropYByte),
-                              settings.u8(kCropWidthByte), settings.u8(kCropHeightByte)) == 0);
+  if (settings.touch_flag(0)) {
+    TQ_CLAIM(IMG_set_croprect(image, settings.crop_x, settings.crop_y, settings.crop_width,
+                              settings.crop_height) == 0);
   }
   const View view = look_at(image);
-  const std::int32_t code =
-      settings.u8(kSaveByte) == 0 ? IMG_TYPE_BMP_RLE : settings.u8(kSaveByte) % 67;
+  const std::int32_t code = settings.save_code == 0 ? IMG_TYPE_BMP_RLE : settings.save_code % 67;
   const auto plain = save(image, IMG_TYPE_BMP, view, settings, digest);
   const auto coded = save(image, code, view, settings, digest);
   TQ_CLAIM(look_at(image).digest() == view.digest());
@@ -218,9 +210,9 @@ void examine(std::int32_t image, const Settings& settings, Digest& digest) {
 // ---- Ways to decode ---------------------------------------------------------------------------
 
 std::int32_t decode_to_image(Route route, const Settings& settings, Bytes file) {
-  const std::int32_t page = settings.i8(kPageByte);
-  const std::int32_t offset = settings.u8(kOffsetByte);
-  std::vector<std::uint8_t> stream(static_cast<std::size_t>(offset), 0xC3);
+  const std::int32_t page = settings.page;
+  const std::int32_t offset = settings.offset;
+  Memory stream(static_cast<std::size_t>(offset), 0xC3);
   stream.insert(stream.end(), file.begin(), file.end());
   switch (route) {
     case Route::global_block:
@@ -238,17 +230,17 @@ std::int32_t decode_to_image(Route route, const Settings& settings, Bytes file) 
       return IMG_decompress_bitmap(stored.name().c_str());
     }
     default: {
-      const ExactBytes copy(file);
+      Memory copy(file.begin(), file.end());
       return IMG_decompress_bitmap_block(copy.data(), copy.size(), page);
     }
   }
 }
 
 std::int32_t decode_to_sink(Route route, const Settings& settings, Bytes file, CheckingSink& sink) {
-  const std::int32_t page = settings.i8(kPageByte);
+  const std::int32_t page = settings.page;
   const auto row = CheckingSink::on_row;
   const auto header = CheckingSink::on_header;
-  sink.failing_row = settings.u8(kFailingCallByte);
+  sink.failing_row = settings.failing_call;
   if (route == Route::sink_global_block) {
     return IMGLOW_decompress_bitmap_mem(GlobalCopy(file).block, page, row, &sink, header);
   }
@@ -256,12 +248,12 @@ std::int32_t decode_to_sink(Route route, const Settings& settings, Bytes file, C
     const CallerIo input(settings, file);
     return IMGLOW_decompress_bitmap(77, 0, page, row, &sink, header);
   }
-  const ExactBytes copy(file);
+  Memory copy(file.begin(), file.end());
   return IMGLOW_decompress_bitmap_block(copy.data(), copy.size(), page, row, &sink, header);
 }
 
 void query(const Settings& settings, Bytes file, Digest& digest) {
-  const ExactBytes copy(file);
+  Memory copy(file.begin(), file.end());
   const std::int32_t type = IMGLOW_get_filetype_block(copy.data(), copy.size());
   TQ_CLAIM((type >= 0 && type <= 65) ||
            one_of(type, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY}));
@@ -291,25 +283,25 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
 
 void set_fitting(std::int32_t reduction, const Settings& settings) {
   IMGLOW_set_decomp_reduction(reduction);
-  IMGLOW_set_decompsize(settings.i8(kSizeWidthByte), settings.i8(kSizeHeightByte));
-  IMGLOW_set_decomp_rect(settings.i8(kRectXByte), settings.i8(kRectYByte),
-                         settings.i8(kRectWidthByte), settings.i8(kRectHeightByte));
+  IMGLOW_set_decompsize(settings.size_width, settings.size_height);
+  IMGLOW_set_decomp_rect(settings.rect_x, settings.rect_y, settings.rect_width,
+                         settings.rect_height);
 }
 
 void apply(const Settings& settings) {
   constexpr std::int32_t kReductions[] = {0, 8, 4, 1};
-  set_fitting(kReductions[settings.u8(kColoursByte) & 3], settings);
-  IMGLOW_set_dithermode(settings.flag(kColoursByte, 2) ? 2 : 1);
-  IMG_set_encrypt(settings.scrambled() ? 1 : 0, 0x01020304);
-  if (settings.flag(kColoursByte, 4)) IMGLOW_set_auto_detect(IMG_TYPE_TEXT);
-  IMGLOW_unset_auto_detect(settings.u8(kSwitchByte) - 1);
-  reports_left = settings.u8(kProgressByte);
+  set_fitting(kReductions[settings.colours & 3], settings);
+  IMGLOW_set_dithermode(settings.colour_flag(2) ? 2 : 1);
+  IMG_set_encrypt(settings.colour_flag(3) ? 1 : 0, 0x01020304);
+  if (settings.colour_flag(4)) IMGLOW_set_auto_detect(IMG_TYPE_TEXT);
+  IMGLOW_unset_auto_detect(settings.switched_off - 1);
+  reports_left = settings.progress;
   // A short file may claim millions of rows; scaled or cut they need no memory.
-  const bool fitted = std::any_of(&settings.bytes[kSizeWidthByte], &settings.bytes[kPageByte],
-                                  [](std::uint8_t byte) { return byte != 0; });
+  const bool fitted = (settings.size_width | settings.rect_x | settings.rect_y |
+                       settings.rect_width | settings.rect_height) != 0;
   if (reports_left == 0 && fitted) reports_left = kMostSinkRows;
   IMG_set_statusbar(7, count_reports, reports_left != 0 ? 1 : 0);
-  memory_probe::refuse_after(settings.u8(kRefusedByte) - 1);
+  memory_probe::refuse_after(settings.refused - 1);
 }
 
 // Whatever may disturb a look at the result.
@@ -319,7 +311,7 @@ void restore(const Settings& settings) {
   IMG_set_encrypt(0, 0);
   IMGLOW_set_dithermode(1);
   set_fitting(0, {});
-  IMGLOW_set_auto_detect(settings.u8(kSwitchByte) - 1);
+  IMGLOW_set_auto_detect(settings.switched_off - 1);
   IMGLOW_unset_auto_detect(IMG_TYPE_TEXT);
 }
 
@@ -345,11 +337,11 @@ void decode(Route route, const Settings& settings, Bytes file, Digest& digest) {
   if (to_image && result >= 0) examine(result, settings, digest);
 }
 
-Digest run(Route route, const Settings& settings, std::vector<std::uint8_t> file) {
+Digest run(Route route, const Settings& settings, Memory file) {
   // What lies in the stream: callers' functions are given and give plain bytes.
   const bool by_caller = route == Route::caller_io || route == Route::sink_caller_io ||
                          (route == Route::query && !settings.undisturbed());
-  if (settings.scrambled() && !by_caller) {
+  if (settings.colour_flag(3) && !by_caller) {
     for (std::uint8_t& byte : file) byte ^= 1 + 2 + 3 + 4;
   }
   Digest digest;
@@ -367,16 +359,16 @@ Digest run(Route route, const Settings& settings, std::vector<std::uint8_t> file
 // The way that a second decode takes: from plain memory, if the first one's way had no say in the
 // result. Containers hold positions in the whole stream, so an offset has.
 Route second_route(const Settings& settings) {
-  const Route route = settings.route();
+  const Route route = settings.way();
   if (!settings.undisturbed() || route == Route::query) return route;
-  if (settings.u8(kOffsetByte) != 0) return route;
+  if (settings.offset != 0) return route;
   return route < Route::sink_block ? Route::block : Route::sink_block;
 }
 
 // ---- What the file is -------------------------------------------------------------------------
 
 // Makes it begin as the one format that this process is for.
-void force_format(std::vector<std::uint8_t>& file) {
+void force_format(Memory& file) {
   static const char* const variable = std::getenv("TARNQUILL_FUZZ_FORMAT");
   const std::string_view format = variable == nullptr ? "" : variable;
   const auto put = [&](std::string_view start) {
@@ -394,7 +386,7 @@ void force_format(std::vector<std::uint8_t>& file) {
 
 // PNG's chunks have check sums, which no mutation would meet: anything behind the first chunk would
 // stay untried.
-void repair_check_sums(std::vector<std::uint8_t>& file) {
+void repair_check_sums(Memory& file) {
   if (file.size() < 8 || std::memcmp(file.data(), "\x89PNG", 4) != 0) return;
   for (std::size_t at = 8; at + 12 <= file.size();) {
     const std::size_t length = load_be32(&file[at]);
@@ -409,30 +401,25 @@ void repair_check_sums(std::vector<std::uint8_t>& file) {
   }
 }
 
+}  // namespace
+
 void fuzz(Bytes input) {
-  Settings settings;
+  Settings settings{};
   Input in(input);
-  for (std::uint8_t& byte : settings.bytes) byte = in.u8();
+  const Bytes chosen = in.take(sizeof settings);
+  std::memcpy(&settings, chosen.data(), chosen.size());
   // These two have no page argument.
-  if (settings.route() == Route::packed_dib || settings.route() == Route::name) {
-    settings.bytes[kPageByte] = 0;
-  }
-  std::vector<std::uint8_t> file(in.rest().begin(), in.rest().end());
+  if (settings.way() == Route::packed_dib || settings.way() == Route::name) settings.page = 0;
+  Memory file(in.rest().begin(), in.rest().end());
   force_format(file);
   repair_check_sums(file);
   memory_probe::refuse_above(kLargestAllowed);
   memory_probe::fill_fresh(0x55);
   short_of_memory = false;
-  const Digest first = run(settings.route(), settings, file);
+  const Digest first = run(settings.way(), settings, file);
   memory_probe::fill_fresh(0xAA);
   const Digest second = run(second_route(settings), settings, file);
   if (!short_of_memory) TQ_CLAIM(first == second);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::fuzz({data, size});
-  return 0;
-}

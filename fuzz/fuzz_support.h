@@ -10,7 +10,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -20,6 +19,9 @@
 namespace tq::fuzz {
 
 using Bytes = std::span<const std::uint8_t>;
+using Memory = std::vector<std::uint8_t>;  // made in one go it ends with its last byte
+
+void fuzz(Bytes input);  // each target's own
 
 inline constexpr std::int32_t kAborted = -777;  // a callback's own answer
 
@@ -75,54 +77,25 @@ class Input {
   Bytes rest_;
 };
 
-// Bytes of exactly this size, so that one byte read or written too far is noticed.
-class ExactBytes {
- public:
-  explicit ExactBytes(std::size_t size) : data_(new std::uint8_t[size]), size_(size) {}
-  explicit ExactBytes(Bytes content) : ExactBytes(content.size()) {
-    std::copy(content.begin(), content.end(), data_.get());
-  }
-  std::uint8_t* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
-  std::span<std::uint8_t> bytes() const { return {data_.get(), size_}; }
-
- private:
-  std::unique_ptr<std::uint8_t[]> data_;
-  std::size_t size_;
-};
-
-// Everything that could be seen of an operation, in one number.
+// Everything that could be seen of an operation, in one number (FNV-1a).
 class Digest {
  public:
   void add(Bytes bytes) {
-    // Eight bytes at a time; the mixing step is that of splitmix64.
-    std::size_t at = 0;
-    for (; at + 8 <= bytes.size(); at += 8) {
-      std::uint64_t word;
-      std::memcpy(&word, bytes.data() + at, sizeof word);
-      mix(word);
-    }
-    std::uint64_t last = bytes.size();
-    for (; at < bytes.size(); ++at) last = last << 8 | bytes[at];
-    mix(last);
+    for (const std::uint8_t byte : bytes) add(byte);
   }
-  void add(std::int64_t value) { mix(static_cast<std::uint64_t>(value)); }
+  void add(std::int64_t value) {
+    state_ = (state_ ^ static_cast<std::uint64_t>(value)) * 0x100000001B3;
+  }
   friend bool operator==(const Digest&, const Digest&) = default;
 
  private:
-  void mix(std::uint64_t word) {
-    std::uint64_t z = (state_ ^ word) + 0x9E3779B97F4A7C15u;
-    z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9u;
-    z = (z ^ z >> 27) * 0x94D049BB133111EBu;
-    state_ = z ^ z >> 31;
-  }
-  std::uint64_t state_ = 0;
+  std::uint64_t state_ = 0xCBF29CE484222325;
 };
 
 // The file behind the caller's I/O functions. It hands out less than it is asked for, fails in one
 // call, and lets `before_call` work first, whose negative answer is a failure as well.
 struct CallerFile {
-  std::vector<std::uint8_t> bytes{};
+  Memory bytes{};
   std::int32_t most_per_call = 0, failing_call = 0;  // 0: as many as asked for, none
   std::int32_t (*before_call)() = nullptr;
   std::int64_t position = 0;
@@ -178,14 +151,14 @@ struct View {
   std::int32_t width = 0, height = 0, bits = 0;
   bool has_pixels = false;  // false after a registration that failed
   bool in_runs = false;
-  HeaderBlock header{};               // entries that the depth has not: 0
-  std::vector<std::uint8_t> rows{};   // from the top, as they are copied out
-  std::vector<std::uint8_t> block{};  // where the image's address points to
-  std::int32_t crop[4] = {};          // x, y, width, height
+  HeaderBlock header{};       // entries that the depth has not: 0
+  Memory rows{};              // from the top, as they are copied out
+  Memory block{};             // where the image's address points to
+  std::int32_t crop[4] = {};  // x, y, width, height
 
   // The rows with zeros behind the last pixel.
-  std::vector<std::uint8_t> pixels() const {
-    std::vector<std::uint8_t> cleared = rows;
+  Memory pixels() const {
+    Memory cleared = rows;
     // Depths without a rule take a byte per pixel.
     const int stored_bits = bits == 1 || bits == 4 || bits >= 16 ? bits : 8;
     const std::int64_t used_bits = std::int64_t{width} * stored_bits;
@@ -225,15 +198,16 @@ inline View look_at(std::int32_t image) {
   TQ_CLAIM(header.biSize == 40 && header.biWidth == view.width && header.biHeight == view.height &&
            header.biBitCount == view.bits);
   view.in_runs = header.biCompression == kInRuns;
-  const ExactBytes palette(static_cast<std::size_t>(palette_bytes(view.bits)));
+  Memory palette(static_cast<std::size_t>(palette_bytes(view.bits)));
   TQ_CLAIM(IMG_get_bitmap_palette(image, palette.data()) ==
            static_cast<std::int32_t>(palette.size() / 4));
-  TQ_CLAIM(std::memcmp(palette.data(), view.header.palette.data(), palette.size()) == 0);
-  const ExactBytes row(static_cast<std::size_t>(row_bytes(view.width, view.bits)));
+  TQ_CLAIM(std::equal(palette.begin(), palette.end(),
+                      reinterpret_cast<const std::uint8_t*>(view.header.palette.data())));
+  Memory row(static_cast<std::size_t>(row_bytes(view.width, view.bits)));
   TQ_CLAIM(IMGLOW_get_raster(image, row.data(), view.height, 1) == IMG_UNSUPPORTED);
   for (std::int32_t line = 0; line < view.height; ++line) {
     TQ_CLAIM(IMGLOW_get_raster(image, row.data(), line, 0) == 0);
-    view.rows.insert(view.rows.end(), row.data(), row.data() + row.size());
+    view.rows.insert(view.rows.end(), row.begin(), row.end());
   }
   const auto* const block = reinterpret_cast<const std::uint8_t*>(address);
   if (!view.in_runs) view.block.assign(block, block + 40 + palette.size() + view.rows.size());

@@ -10,7 +10,7 @@ constexpr std::int64_t kMostPixels = 1 << 13;
 
 struct Picture {
   gif::HeaderBlock header{};
-  std::vector<std::uint8_t> rows{}, delivered{};  // delivered: a byte to a row
+  Memory rows{}, delivered{};  // delivered: a byte to a row
   bool has_header = false;
 
   std::int32_t row_bytes() const { return gif::row_bytes(header.width, header.bits); }
@@ -46,7 +46,10 @@ struct Picture {
   }
 };
 
-void fuzz(Input in) {
+}  // namespace
+
+void fuzz(Bytes bytes) {
+  Input in(bytes);
   gif::host() = {caller_read, caller_write, caller_seek};
   const std::uint32_t page = in.u8() % 4;
   const bool interlaced = in.u8() % 2 != 0;
@@ -64,10 +67,4 @@ void fuzz(Input in) {
   if (again.header.bits == picture.header.bits) TQ_CLAIM(again.rows == picture.rows);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::fuzz(tq::fuzz::Input({data, size}));
-  return 0;
-}

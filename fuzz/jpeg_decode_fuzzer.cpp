@@ -43,8 +43,10 @@ Digest decode(StreamHandle stream, int fresh_byte, bool fast) {
   return seen.digest;
 }
 
+}  // namespace
+
 void fuzz(Bytes input) {
-  const ExactBytes file(input);
+  Memory file(input.begin(), input.end());
   open_memory_stream(file.data(), file.size());
   const Digest fast = decode(kMemoryStream, 0xA5, true);
   open_memory_stream(file.data(), file.size());
@@ -57,10 +59,4 @@ void fuzz(Bytes input) {
   IMGLOW_set_fileio(nullptr, nullptr, nullptr);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::fuzz({data, size});
-  return 0;
-}

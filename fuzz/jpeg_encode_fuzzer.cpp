@@ -21,7 +21,10 @@ std::int32_t IMG_CB_C keep_header(void* block, void* context) {
   return 1;
 }
 
-void encode_and_read_back(Input input) {
+}  // namespace
+
+void fuzz(Bytes bytes) {
+  Input input(bytes);
   constexpr int kDepths[] = {8, 24, 32, 8, 24, 4, 16, 1};
   const int bits = kDepths[input.below(8)];
   HeaderBlock image = dib_header(1 + input.below(50), 1 + input.below(40), bits);
@@ -34,7 +37,7 @@ void encode_and_read_back(Input input) {
     image.palette[i] = {level, grey ? level : static_cast<std::uint8_t>(i), level, 0};
   }
   Bytes pixels = input.rest();
-  const ExactBytes files[] = {ExactBytes(50000), ExactBytes(50000)};
+  Memory files[] = {Memory(50000), Memory(50000)};
   std::int32_t written[2] = {};
   Status status[2] = {kOk, kOk};
   for (int i = 0; i < 2; ++i) {
@@ -61,10 +64,4 @@ void encode_and_read_back(Input input) {
   TQ_CLAIM(memory_position() == written[0] - 2);  // in front of EOI
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::encode_and_read_back(tq::fuzz::Input({data, size}));
-  return 0;
-}

@@ -24,7 +24,7 @@ std::int32_t IMG_CB_C black_row(void*, void* dest, std::int32_t, std::int32_t by
 
 Digest read(Bytes document, int fresh_byte) {
   memory_probe::fill_fresh(fresh_byte);
-  const ExactBytes copy(document);
+  Memory copy(document.begin(), document.end());
   open_memory_stream(copy.data(), copy.size());
   Digest digest;
   digest.add(formats::decode_pdf({kMemoryStream, 0, {on_header, on_row, &digest}}).raw());
@@ -32,7 +32,7 @@ Digest read(Bytes document, int fresh_byte) {
 }
 
 // The memory stream's size is its position.
-Status append(std::vector<std::uint8_t>& block, std::size_t size) {
+Status append(Memory& block, std::size_t size) {
   HeaderBlock header = dib_header(9, 2, 1);
   block.resize(2 * size + 8000);
   open_memory_stream(block.data(), block.size());
@@ -40,9 +40,11 @@ Status append(std::vector<std::uint8_t>& block, std::size_t size) {
   return formats::encode_pdf({kMemoryStream, &header, {black_row, nullptr}});
 }
 
+}  // namespace
+
 void fuzz(Bytes input) {
   TQ_CLAIM(read(input, 0x55) == read(input, 0xAA));
-  std::vector<std::uint8_t> block(input.begin(), input.end());
+  Memory block(input.begin(), input.end());
   const Status added = append(block, input.size());
   if (added.failed()) {
     TQ_CLAIM(added == StatusCode::bad_image);
@@ -53,10 +55,4 @@ void fuzz(Bytes input) {
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::fuzz({data, size});
-  return 0;
-}

@@ -1,14 +1,10 @@
 // Runs a fuzz target over files instead of generated inputs: all those in the folders named on the
 // command line, and the files named there.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "fuzz/fuzz_support.h"
 
 namespace {
 
@@ -17,10 +13,9 @@ int replayed = 0;
 void replay(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-  // An exact copy: a growing vector has room at its end where an overrun would go unseen.
-  const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
+  const tq::fuzz::Memory input(bytes.begin(), bytes.end());
   std::fprintf(stderr, "%s\n", path.c_str());  // first, so that a crash follows its file's name
-  LLVMFuzzerTestOneInput(input.data(), input.size());
+  tq::fuzz::fuzz(input);
   ++replayed;
 }
 

@@ -27,9 +27,9 @@ constexpr std::int32_t kNoImage = -2;
 struct Session {
   Input in;
   std::vector<std::int32_t> images{};  // those that exist
-  std::vector<std::uint8_t> file{};    // what was saved last
+  Memory file{};                       // what was saved last
   // Memory that outlives the calls it is given to.
-  std::vector<ExactBytes> blocks{};
+  std::vector<Memory> blocks{};
   std::vector<std::uint8_t*> global_blocks{};
   std::size_t calls = 0, depth = 0;
   std::int32_t callback_calls = 0, interference_period = 0, rows = 0;
@@ -151,7 +151,7 @@ std::int32_t choose_image() {
   return images[choice % images.size()];
 }
 
-std::uint8_t* keep(Bytes bytes) {
+std::uint8_t* keep(const Memory& bytes) {
   return session->blocks.emplace_back(bytes).data();
 }
 
@@ -166,7 +166,7 @@ std::uint8_t* keep_global(Bytes bytes) {
 }
 
 // Header, palette and rows that look random.
-std::vector<std::uint8_t> choose_dib() {
+Memory choose_dib() {
   Input& in = session->in;
   constexpr int kBits[] = {1, 4, 8, 16, 24, 32, 1, 2};
   const std::uint8_t kind = in.u8();
@@ -179,7 +179,7 @@ std::vector<std::uint8_t> choose_dib() {
     height = kind >= 250 ? 1 : 200 + in.u8();
   }
   const HeaderBlock header = dib_header(width, height, bits);
-  std::vector<std::uint8_t> dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
+  Memory dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
   // Long runs now and then.
   std::uint32_t state = in.u8();
   const std::uint32_t changes = state % 5 == 0 ? 8 : 200;
@@ -193,20 +193,20 @@ std::vector<std::uint8_t> choose_dib() {
 }
 
 // Any sides and any depth.
-void change_sides(std::vector<std::uint8_t>& header) {
+void change_sides(Memory& header) {
   const Bytes bytes = session->in.take(12);
   std::copy(bytes.begin(), bytes.end(), header.begin() + 4);
 }
 
 // Mostly what was saved last, some of it changed; now and then anything.
-std::vector<std::uint8_t> choose_file() {
+Memory choose_file() {
   Input& in = session->in;
   const std::uint8_t kind = in.u8();
   if (kind < 40) return choose_dib();
   const Bytes taken = in.take(kind < 150 ? 0 : in.u8());
-  std::vector<std::uint8_t> bytes(taken.begin(), taken.end());
+  Memory bytes(taken.begin(), taken.end());
   if (kind >= 220 || session->file.empty()) return bytes;
-  std::vector<std::uint8_t> file = session->file;
+  Memory file = session->file;
   const std::size_t start = in.u8() % file.size();
   std::copy_n(bytes.begin(), std::min(bytes.size(), file.size() - start),
               file.begin() + static_cast<std::ptrdiff_t>(start));
@@ -218,7 +218,7 @@ std::vector<std::uint8_t> choose_file() {
 void create_shell() {
   if (session->images.size() >= kMostImages) return;
   Input& in = session->in;
-  std::vector<std::uint8_t> header = choose_dib();
+  Memory header = choose_dib();
   // What stays behind the header is enough for every depth's palette.
   header.resize(IMG_HEADER_BLOCK_BYTES);
   const std::uint8_t kind = in.u8();
@@ -231,7 +231,7 @@ void create_shell() {
 void create_registered() {
   if (session->images.size() >= kMostImages) return;
   Input& in = session->in;
-  std::vector<std::uint8_t> dib = choose_dib();
+  Memory dib = choose_dib();
   const std::uint8_t kind = in.u8();
   if (kind % 8 == 2) std::fill_n(&dib[kind >= 64 ? 4 : 8], 4, kind >= 128 ? 0xFF : 0);
   if (kind % 8 == 3) dib.resize(in.u8() % dib.size());
@@ -246,7 +246,7 @@ void create_registered() {
 void decode() {
   if (session->images.size() >= kMostImages) return;
   Input& in = session->in;
-  const std::vector<std::uint8_t> file = choose_file();
+  const Memory file = choose_file();
   const std::int32_t way = in.below(5);
   const std::int32_t page = in.below(3) == 0 ? in.any_int() : 0, start = in.any_int();
   std::uint8_t* const block = way < 2 ? keep_global(file) : keep(file);
@@ -259,7 +259,7 @@ void decode() {
 }
 
 void decode_to_sink() {
-  const std::vector<std::uint8_t> file = choose_file();
+  const Memory file = choose_file();
   std::uint8_t* const block = keep(file);
   const std::int32_t offset = session->in.i8();
   const bool whole = session->in.below(3) != 0;
@@ -312,20 +312,18 @@ void move_rows() {
   if (!exists(image) && session->depth > 0) return;
   const View view = exists(image) ? look_at(image) : View();
   const auto room = static_cast<std::size_t>(row_bytes(view.width, view.bits));
-  const ExactBytes given(room), got(room);
-  std::memset(given.data(), session->in.u8(), room);
+  Memory given(room, session->in.u8()), got(room, 0x3C);
   const std::int64_t put =
       call(image, [&] { return IMGLOW_put_raster(image, given.data(), row, bytes); });
-  std::memset(got.data(), 0x3C, room);
   const std::int64_t taken =
       call(image, [&] { return IMGLOW_get_raster(image, got.data(), row, bytes); });
   // Nothing is written behind what was asked for; padding is nobody's.
   const std::size_t count = bytes == 0 ? room : static_cast<std::size_t>(std::max(bytes, 0));
   for (std::size_t i = 0; i < room; ++i) {
-    if (taken != 0 || i >= count) TQ_CLAIM(got.data()[i] == 0x3C);
+    if (taken != 0 || i >= count) TQ_CLAIM(got[i] == 0x3C);
     const bool pixel = one_of(view.bits, {8, 24, 32}) &&
                        static_cast<std::int64_t>(i) < std::int64_t{view.width} * view.bits / 8;
-    if (put == 0 && taken == 0 && i < count && pixel) TQ_CLAIM(got.data()[i] == given.data()[i]);
+    if (put == 0 && taken == 0 && i < count && pixel) TQ_CLAIM(got[i] == given[i]);
   }
 }
 
@@ -422,7 +420,7 @@ void reset_settings() {
 // ---- Files --------------------------------------------------------------------------------------
 
 void query_file() {
-  const std::vector<std::uint8_t> file = choose_file();
+  const Memory file = choose_file();
   std::uint8_t* const block = keep(file);
   std::uint8_t* const global_block = keep_global(file);
   const std::int32_t stream = session->in.below(10) == 9 ? -1 : IMG_MEMORY_STREAM;
@@ -449,7 +447,7 @@ void check_saved(const View& view, std::int32_t code) {
                         ? one_of(view.bits, {4, 8, 24, 32})
                         : code == IMG_TYPE_BMP_RLE && one_of(view.bits, {4, 8});
   if (!whole || !kept) return;
-  const ExactBytes file{Bytes(session->file)};
+  Memory& file = session->file;
   const std::int32_t again = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
   if (again == IMG_OUT_OF_MEMORY) return;
   TQ_CLAIM(again >= 0 && look_at(again).pixels() == view.pixels());
@@ -464,15 +462,17 @@ void save_to_memory() {
   if (!exists(image) && s.depth > 0) return;
   const View view = exists(image) ? look_at(image) : View();
   const std::uint8_t kind = s.in.u8();
+  const bool to_stream = kind % 16 == 7;
   std::size_t room = 3000 + view.rows.size() * 2 + 8 * static_cast<std::size_t>(view.height);
   if (kind >= 200) room = room * (kind - 200) / 60;
-  const std::vector<std::uint8_t> empty(room, 0x77);
+  const Memory empty(room, 0x77);
   std::uint8_t* const block = kind % 2 != 0 ? keep_global(empty) : keep(empty);
   const std::int64_t result = call(image, [&] {
+    if (to_stream) return IMG_save_bitmap_fd(image, kind < 128 ? IMG_MEMORY_STREAM : -1, code);
     return kind % 2 != 0 ? IMG_save_bitmap_mem(image, block, code)
                          : IMG_save_bitmap_block(image, block, room, code);
   });
-  if (result <= 0 || s.disturbed || s.depth > 0) return;
+  if (result <= 0 || to_stream || s.disturbed || s.depth > 0) return;
   TQ_CLAIM(look_at(image).digest() == view.digest());
   if (!s.plain) return;
   TQ_CLAIM(result <= static_cast<std::int64_t>(room));
@@ -481,29 +481,21 @@ void save_to_memory() {
   check_saved(view, code);
 }
 
-void save_to_stream() {
-  const std::int32_t image = choose_image(), code = choose_code();
-  const std::int32_t stream = session->in.below(4) == 3 ? -1 : IMG_MEMORY_STREAM;
-  call(image, [&] { return IMG_save_bitmap_fd(image, stream, code); });
-}
-
 // A file is whole, or left alone, or gone.
 void save_to_name() {
-  constexpr const char* kNames[] = {"/out.bmp", "/OUT.BMP", "/out.gif", "/out.dcx",
-                                    "/out.imt", "/out",     "/x/x.bmp", "/"};
+  constexpr const char* kNames[] = {"/out.bmp", "/OUT.BMP", "/out.gif",
+                                    "/out.dcx", "/out.imt", "/out"};
   static const struct Folder {
     Folder() { std::filesystem::create_directory(path); }
     ~Folder() { std::filesystem::remove_all(path); }
     std::string path = "/dev/shm/tarnquill-fuzz-" + std::to_string(getpid());
   } folder;
   const std::int32_t image = choose_image(), code = choose_code();
-  const std::int32_t kind = session->in.below(8);
-  const std::string name = folder.path + kNames[kind];
-  if (kind < 6) std::ofstream(name) << "old";
+  const std::string name = folder.path + kNames[session->in.below(std::size(kNames))];
+  std::ofstream(name) << "old";
   const std::int64_t result =
       call(image, [&] { return IMG_save_bitmap(image, name.c_str(), code); });
   TQ_CLAIM(result <= 0);
-  if (kind >= 6) return;
   std::error_code gone;
   const auto size = std::filesystem::file_size(name, gone);
   if (result < 0 && !session->disturbed && session->depth == 0) TQ_CLAIM(gone || size == 3);
@@ -512,13 +504,13 @@ void save_to_name() {
 
 void save_rows() {
   Input& in = session->in;
-  std::vector<std::uint8_t> header = choose_dib();
+  Memory header = choose_dib();
   header.resize(IMG_HEADER_BLOCK_BYTES);
   const std::uint8_t kind = in.u8();
   if (kind >= 200) change_sides(header);
   const std::int32_t code = choose_code();
   std::uint8_t* const block = keep(header);
-  std::uint8_t* const out = keep_global(std::vector<std::uint8_t>(in.u8() * 64u));
+  std::uint8_t* const out = keep_global(Memory(in.u8() * 64u));
   call(kNoImage, [&] {
     return kind % 3 == 0 ? IMGLOW_save_bitmap(IMG_MEMORY_STREAM, block, code, on_supply, session)
                          : IMGLOW_save_bitmap_mem(out, block, code,
@@ -531,17 +523,18 @@ void save_rows() {
 void step() {
   if (++session->calls > kMostCalls) return;
   constexpr void (*kActions[])() = {
-      create_shell, create_registered, decode,       decode,         remove,         set_value,
-      move_rows,    move_palette,      convert,      convert,        set_setting,    set_setting,
-      query_file,   save_to_memory,    save_to_name, save_to_stream, decode_to_sink, reset_settings,
-      save_rows,    save_to_memory,    move_rows,    set_setting,    decode,         convert};
+      create_shell,   create_registered, decode,       decode,         remove,         set_value,
+      move_rows,      move_palette,      convert,      convert,        set_setting,    set_setting,
+      query_file,     save_to_memory,    save_to_name, decode_to_sink, reset_settings, save_rows,
+      save_to_memory, move_rows,         set_setting,  decode,         convert};
   kActions[session->in.below(std::size(kActions))]();
 }
 
-void run(Bytes input) {
+}  // namespace
+
+void fuzz(Bytes input) {
   Session s{.in = Input(input)};
   session = &s;
-  s.blocks.reserve(4 * kMostCalls);
   reset_settings();
   memory_probe::refuse_above(kLargestAllowed);
   // The memory stream is open on something that lives.
@@ -561,10 +554,4 @@ void run(Bytes input) {
   TQ_CLAIM(memory_probe::live_blocks() == 0);
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::run({data, size});
-  return 0;
-}
