@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -51,17 +52,15 @@ class CallerIo {
 };
 
 // Memory whose size the library can find out. An empty block has one byte.
-struct GlobalCopy {
-  explicit GlobalCopy(Bytes content)
-      : block(static_cast<std::uint8_t*>(platform::block_alloc(content.size()))) {
-    *block = 0;
-    std::copy(content.begin(), content.end(), block);
-  }
-  ~GlobalCopy() { platform::block_free(block); }
-  GlobalCopy(const GlobalCopy&) = delete;
-  GlobalCopy& operator=(const GlobalCopy&) = delete;
-  std::uint8_t* block;
-};
+using GlobalCopy =
+    std::unique_ptr<std::uint8_t,
+                    decltype([](std::uint8_t* block) { platform::block_free(block); })>;
+GlobalCopy global_copy(Bytes content) {
+  GlobalCopy copy(static_cast<std::uint8_t*>(platform::block_alloc(content.size())));
+  *copy = 0;
+  std::copy(content.begin(), content.end(), copy.get());
+  return copy;
+}
 
 struct TemporaryFile {
   explicit TemporaryFile(Bytes content) : file(memfd_create("fuzz", MFD_CLOEXEC)) {
@@ -197,8 +196,7 @@ void examine(std::int32_t image, const Settings& settings, Digest& digest) {
   const View view = look_at(image);
   TQ_CLAIM(view.has_pixels && view.header.header.biClrUsed == 0);
   digest.add(static_cast<std::int64_t>(view.in_runs));
-  const Digest seen = view.digest();
-  digest.add({reinterpret_cast<const std::uint8_t*>(&seen), sizeof seen});
+  digest.add(view.digest());
   digest.add(IMGLOW_get_transp_color(image));
   save_in_codes(image, settings, digest);
   // Small machines may lack the room to hold both forms.
@@ -214,26 +212,18 @@ std::int32_t decode_to_image(Route route, const Settings& settings, Bytes file) 
   const std::int32_t offset = settings.offset;
   Memory stream(static_cast<std::size_t>(offset), 0xC3);
   stream.insert(stream.end(), file.begin(), file.end());
-  switch (route) {
-    case Route::global_block:
-      return IMG_decompress_bitmap_mem(GlobalCopy(file).block, page);
-    case Route::packed_dib:
-      return IMG_create_handle(GlobalCopy(file).block);
-    case Route::caller_io: {
-      const CallerIo input(settings, stream);
-      return IMG_decompress_bitmap_fd(77, offset, page);
-    }
-    case Route::descriptor:
-      return IMG_decompress_bitmap_fd(TemporaryFile(stream).file, offset, page);
-    case Route::name: {
-      const TemporaryFile stored(file);
-      return IMG_decompress_bitmap(stored.name().c_str());
-    }
-    default: {
-      Memory copy(file.begin(), file.end());
-      return IMG_decompress_bitmap_block(copy.data(), copy.size(), page);
-    }
+  if (route == Route::global_block) return IMG_decompress_bitmap_mem(global_copy(file).get(), page);
+  if (route == Route::packed_dib) return IMG_create_handle(global_copy(file).get());
+  if (route == Route::name) return IMG_decompress_bitmap(TemporaryFile(file).name().c_str());
+  if (route == Route::descriptor) {
+    return IMG_decompress_bitmap_fd(TemporaryFile(stream).file, offset, page);
   }
+  if (route == Route::caller_io) {
+    const CallerIo input(settings, stream);
+    return IMG_decompress_bitmap_fd(77, offset, page);
+  }
+  Memory copy(file.begin(), file.end());
+  return IMG_decompress_bitmap_block(copy.data(), copy.size(), page);
 }
 
 std::int32_t decode_to_sink(Route route, const Settings& settings, Bytes file, CheckingSink& sink) {
@@ -242,7 +232,7 @@ std::int32_t decode_to_sink(Route route, const Settings& settings, Bytes file, C
   const auto header = CheckingSink::on_header;
   sink.failing_row = settings.failing_call;
   if (route == Route::sink_global_block) {
-    return IMGLOW_decompress_bitmap_mem(GlobalCopy(file).block, page, row, &sink, header);
+    return IMGLOW_decompress_bitmap_mem(global_copy(file).get(), page, row, &sink, header);
   }
   if (route == Route::sink_caller_io) {
     const CallerIo input(settings, file);
@@ -270,7 +260,7 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
     TQ_CLAIM(IMGLOW_get_filetype_fd(stored.file) == IMG_UNSUPPORTED);  // stands at the end
     TQ_CLAIM(lseek(stored.file, 0, SEEK_CUR) == static_cast<off_t>(file.size()));
     TQ_CLAIM(IMGLOW_get_filetype(stored.name().c_str()) == type);
-    if (!file.empty()) TQ_CLAIM(IMGLOW_get_filetype_mem(GlobalCopy(file).block) == type);
+    if (!file.empty()) TQ_CLAIM(IMGLOW_get_filetype_mem(global_copy(file).get()) == type);
     return;
   }
   const CallerIo input(settings, file);

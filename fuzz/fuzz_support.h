@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <limits>
 #include <span>
 #include <vector>
 
@@ -64,13 +63,12 @@ class Input {
 
   // Mostly small, now and then at the edges of what an argument can hold.
   std::int32_t any_int() {
-    constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
-    constexpr std::int32_t kEdges[] = {-kHighest - 1, kHighest, -1,     0,         1,
-                                       0x7FFF,        0x10000,  0xFFFD, 100000000, kHighest - 7};
+    constexpr std::int32_t kEdges[] = {INT32_MIN, INT32_MAX, -1,     0,         1,
+                                       0x7FFF,    0x10000,   0xFFFD, 100000000, INT32_MAX - 7};
     const std::uint8_t kind = u8();
     if (kind < 200) return kind - 20;
-    if (kind < 240) return kEdges[static_cast<std::size_t>(kind) % std::size(kEdges)];
-    return u8() << 24 | u8() << 16 | u8() << 8 | u8();
+    if (kind < 240) return kEdges[kind % std::size(kEdges)];
+    return static_cast<std::int32_t>(u8() * 0x1000193u);
   }
 
  private:
@@ -86,6 +84,7 @@ class Digest {
   void add(std::int64_t value) {
     state_ = (state_ ^ static_cast<std::uint64_t>(value)) * 0x100000001B3;
   }
+  void add(const Digest& other) { add(static_cast<std::int64_t>(other.state_)); }
   friend bool operator==(const Digest&, const Digest&) = default;
 
  private:
@@ -141,7 +140,7 @@ inline std::int32_t IMG_CB_C caller_seek(std::int32_t, std::int32_t offset, std:
   if (file.fails()) return -1;
   const std::int64_t from[] = {0, file.position, file.size()};
   const std::int64_t to = from[origin] + offset;
-  if (to < 0 || to > std::numeric_limits<std::int32_t>::max()) return -1;
+  if (to < 0 || to > INT32_MAX) return -1;
   file.position = to;
   return static_cast<std::int32_t>(to);
 }

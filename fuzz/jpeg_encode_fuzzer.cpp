@@ -11,8 +11,7 @@ std::int32_t IMG_CB_C supply(void* context, void* dest, std::int32_t y, std::int
   const Bytes pixels = *static_cast<const Bytes*>(context);
   auto* const out = static_cast<std::uint8_t*>(dest);
   for (std::int32_t i = 0; i < count; ++i) {
-    out[i] = pixels.empty() ? static_cast<std::uint8_t>(i * y)
-                            : pixels[static_cast<std::size_t>(y * count + i) % pixels.size()];
+    out[i] = pixels[static_cast<std::size_t>(y * count + i) % pixels.size()];
   }
   return 0;
 }
@@ -36,10 +35,10 @@ void fuzz(Bytes bytes) {
     const auto level = static_cast<std::uint8_t>(i * 7);
     image.palette[i] = {level, grey ? level : static_cast<std::uint8_t>(i), level, 0};
   }
-  Bytes pixels = input.rest();
+  const std::uint8_t black = 0;
+  Bytes pixels = input.empty() ? Bytes(&black, 1) : input.rest();
   Memory files[] = {Memory(50000), Memory(50000)};
-  std::int32_t written[2] = {};
-  Status status[2] = {kOk, kOk};
+  std::int32_t status[2] = {};
   for (int i = 0; i < 2; ++i) {
     formats::set_jpeg_quality(quality);
     formats::set_jpeg_sampling(h, v);
@@ -47,21 +46,19 @@ void fuzz(Bytes bytes) {
     platform::mask_cpu_features({fast, fast, fast, fast, fast});
     memory_probe::fill_fresh(fast ? 0xA5 : 0x3C);
     open_memory_stream(files[i].data(), files[i].size());
-    status[i] = formats::encode_jpeg({kMemoryStream, &image, {supply, &pixels}});
-    written[i] = memory_position();
+    status[i] = formats::encode_jpeg({kMemoryStream, &image, {supply, &pixels}}).raw();
+    files[i].resize(static_cast<std::size_t>(memory_position()));
   }
-  TQ_CLAIM(status[0] == status[1] && written[0] == written[1]);
+  TQ_CLAIM(status[0] == status[1] && files[0] == files[1]);
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
-  const auto size = static_cast<std::size_t>(written[0]);
-  TQ_CLAIM(std::memcmp(files[0].data(), files[1].data(), size) == 0);
-  TQ_CLAIM(one_of(status[0].raw(), {0, -7, -21}));
-  if (status[0].failed()) return;
+  TQ_CLAIM(one_of(status[0], {0, -7, -21}));
+  if (status[0] < 0) return;
   HeaderBlock read;
-  open_memory_stream(files[0].data(), size);
+  open_memory_stream(files[0].data(), files[0].size());
   TQ_CLAIM(formats::decode_jpeg({kMemoryStream, 0, {keep_header, nullptr, &read}}) == kOk);
   TQ_CLAIM(read.header.biWidth == image.header.biWidth);
   TQ_CLAIM(read.header.biHeight == image.header.biHeight);
-  TQ_CLAIM(memory_position() == written[0] - 2);  // in front of EOI
+  TQ_CLAIM(memory_position() + 2u == files[0].size());  // in front of EOI
 }
 
 }  // namespace tq::fuzz

@@ -1,8 +1,5 @@
 // Writes the seed corpus: make_seeds FOLDER makes a folder in it for each kind of input. Most seeds
 // are what the library itself writes; the others are what it only reads.
-#include <array>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +10,7 @@
 #include "formats/ccitt/ccitt.h"
 #include "formats/pdf/pdf.h"
 #include "fuzz/decode_settings.h"
+#include "fuzz/fuzz_support.h"
 #include "modules/lzw/gif.h"
 #include "tests/support/bmp_file.h"
 #include "tests/support/image_builder.h"
@@ -73,13 +71,6 @@ void write_saved_seeds() {
   }
 }
 
-Bytes gif_file;
-std::int32_t IMG_CB_C add_to_gif(std::int32_t, void* buffer, std::int32_t count) {
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  gif_file.insert(gif_file.end(), bytes, bytes + count);
-  return count;
-}
-
 std::int32_t IMG_CB_C stripes(void*, void* dest, std::int32_t y, std::int32_t bytes) {
   for (std::int32_t x = 0; x < bytes; ++x) {
     static_cast<std::uint8_t*>(dest)[x] = static_cast<std::uint8_t>(0x0F << (x / 3 + y) % 5);
@@ -88,18 +79,17 @@ std::int32_t IMG_CB_C stripes(void*, void* dest, std::int32_t y, std::int32_t by
 }
 
 void write_gif_seeds() {
-  gif::host() = {nullptr, add_to_gif, nullptr};
+  gif::host() = {nullptr, tq::fuzz::caller_write, nullptr};
   for (const int bits : {1, 4, 8}) {
     for (const bool interlaced : {false, true}) {
       const tq::HeaderBlock header = tq::dib_header(29, 11, bits);
       gif::HeaderBlock image;
       std::memcpy(&image, &header, sizeof image);
-      gif_file.clear();
+      tq::fuzz::caller_file = {};
       all_written = all_written && gif::encode(1, image, stripes, nullptr, interlaced) == 0;
       const std::string name = std::to_string(bits) + (interlaced ? "_passes" : "");
-      write_decode_seeds("gif_" + name, gif_file);
-      gif_file.insert(gif_file.begin(), 2, static_cast<std::uint8_t>(bits / 4));
-      write_file("gif/" + name, gif_file);
+      write_decode_seeds("gif_" + name, tq::fuzz::caller_file.bytes);
+      write_file("gif/" + name, test::joined({Bytes(2, interlaced), tq::fuzz::caller_file.bytes}));
     }
   }
 }
@@ -138,26 +128,20 @@ void write_pdf_seeds() {
 
 void write_bmp_seeds() {
   // File header, size of the header, width, height, bits, compression.
-  constexpr std::int32_t kKinds[][6] = {
-      {1, 40, 13, 7, 8, 1},         {1, 40, 13, 7, 4, 2},         {1, 40, 100, 4, 1, 99},
-      {1, 12, 13, 7, 8, 0},         {1, 12, 13, 7, 24, 0},        {1, 64, 13, 7, 1, 0},
-      {1, 108, 13, 7, 4, 0},        {1, 124, 13, 7, 32, 3},       {1, 40, 13, 7, 16, 3},
-      {0, 40, 13, -7, 16, 0},       {0, 40, 13, 7, 8, 0},         {0, 40, 13, 7, 1, 0},
-      {1, 40, 30000, 30000, 8, 0},  {1, 40, 1, 0x7FFFFFFF, 1, 0}, {1, 40, 0x7FFFFFFF, 1, 32, 0},
-      {1, 40, 13, INT32_MIN, 4, 0}, {1, 40, 5000, 10, 8, 1}};
+  test::BmpFields files[] = {
+      {true, 40, 13, 7, 8, 1},      {true, 40, 13, 7, 4, 2},     {true, 40, 100, 4, 1, 99},
+      {true, 12, 13, 7, 8},         {true, 12, 13, 7, 24},       {true, 64, 13, 7, 1},
+      {true, 108, 13, 7, 4},        {true, 124, 13, 7, 32, 3},   {true, 40, 13, 7, 16, 3},
+      {false, 40, 13, -7, 16},      {false, 40, 13, 7, 8},       {false, 40, 13, 7, 1},
+      {true, 40, 30000, 30000, 8},  {true, 40, 1, INT32_MAX, 1}, {true, 40, INT32_MAX, 1, 32},
+      {true, 40, 13, INT32_MIN, 4}, {true, 40, 5000, 10, 8, 1}};
   // Runs, literals, skips; lists of transitions.
   Bytes pixels = {5,  0xAA, 0, 3, 1,   2, 3,   0, 0,   0, 0,   2, 2,   1, 0,   0, 14, 0,
                   50, 0,    9, 0, 100, 0, 100, 0, 100, 0, 102, 0, 102, 0, 102, 0, 0,  1};
   pixels.resize(500, 0x5A);
   int number = 0;
-  for (const auto& [file_header, header_bytes, width, height, bits, compression] : kKinds) {
-    const test::BmpFields fields{.file_header = file_header != 0,
-                                 .header_bytes = static_cast<std::uint32_t>(header_bytes),
-                                 .width = width,
-                                 .height = height,
-                                 .bits = bits,
-                                 .compression = static_cast<std::uint32_t>(compression),
-                                 .pixels = pixels};
+  for (test::BmpFields& fields : files) {
+    fields.pixels = pixels;
     write_decode_seeds("bmp_" + std::to_string(number++), test::bmp_file(fields));
   }
 }
@@ -294,7 +278,7 @@ void write_jpeg_seeds() {
 // Any bytes are settings and pixels, or a sequence of calls.
 void write_random_seeds() {
   test::Random random(2);
-  for (int seed = 0; seed < 100; ++seed) {
+  for (int seed = 0; seed < 130; ++seed) {
     const std::string name = std::to_string(seed);
     // Depth, sides, resolution, quality, sampling.
     const Bytes settings = {static_cast<std::uint8_t>(seed), 20, 9, 96, 40, 1, 2};
@@ -303,24 +287,13 @@ void write_random_seeds() {
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
-    // Some images first, then one call with various arguments.
-    calls = {0, 1, 9, 5, 0, 2, 17, 4, 0, 3, 8, 8, 0, 0, 40, 3};
-    for (int i = 0; i < 24; ++i) {
-      for (const int value : {seed, i, 20 + i, i * 11, 21}) {
-        calls.push_back(static_cast<std::uint8_t>(value));
-      }
-    }
-    if (seed < 24) write_file("sequence/call_" + name, calls);
   }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: make_seeds FOLDER\n");
-    return 2;
-  }
+  if (argc != 2) return 2;
   folder = argv[1];
   write_saved_seeds();
   write_gif_seeds();

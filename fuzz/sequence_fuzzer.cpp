@@ -39,6 +39,10 @@ struct Session {
 };
 Session* session = nullptr;
 
+Input& in() {
+  return session->in;
+}
+
 bool exists(std::int32_t image) {
   return std::find(session->images.begin(), session->images.end(), image) != session->images.end();
 }
@@ -57,7 +61,7 @@ std::int64_t call(std::int32_t image, Operation operation) {
     s.rows = 0;
     if (known) before = look_at(image);
     if (other != kNoImage && other != image) other_before = look_at(other);
-    const std::uint8_t chance = s.in.u8();
+    const std::uint8_t chance = in().u8();
     if (chance >= 224) memory_probe::refuse_after(chance % 8);
   }
   const std::int64_t result = operation();
@@ -72,12 +76,10 @@ std::int64_t call(std::int32_t image, Operation operation) {
   if (image != kNoImage && !known) TQ_CLAIM(result == IMG_BAD_HANDLE);
   if (!known) return result;
   TQ_CLAIM(result != IMG_BAD_HANDLE);
-  if (result == IMG_OUT_OF_MEMORY) {
-    // Large images have no room for a second form beside them.
-    TQ_CLAIM(s.refused || !before->has_pixels ||
-             row_bytes(before->width, 32) * before->height > std::int64_t{kLargestAllowed} / 8);
-  }
-  if (result < 0) TQ_CLAIM(look_at(image).digest() == before->digest());
+  // Large images have no room for a second form beside them.
+  TQ_CLAIM(result != IMG_OUT_OF_MEMORY || s.refused || !before->has_pixels ||
+           row_bytes(before->width, 32) * before->height > std::int64_t{kLargestAllowed} / 8);
+  TQ_CLAIM(result >= 0 || look_at(image).digest() == before->digest());
   return result;
 }
 
@@ -98,9 +100,9 @@ void step();
 // Now and then a callback calls the library, or answers with an error.
 std::int32_t interfere(std::int32_t answer) {
   Session& s = *session;
-  if (s.interference_period == 0 || ++s.callback_calls % s.interference_period != 0) return answer;
-  if (s.in.empty() || s.depth == kDeepest) return answer;
-  const std::uint8_t action = s.in.u8();
+  const bool due = s.interference_period != 0 && ++s.callback_calls % s.interference_period == 0;
+  if (!due || in().empty() || s.depth == kDeepest) return answer;
+  const std::uint8_t action = in().u8();
   if (action < 64) return answer;
   if (action >= 224) return kAborted;
   // What was refused so far counts for the outer call; from here on there is memory.
@@ -121,9 +123,7 @@ std::int32_t IMG_CB_STD on_progress(std::intptr_t context, std::int32_t value) {
   TQ_CLAIM(context == 11 && value >= 0);
   return next_row();
 }
-std::int32_t IMG_CB_C on_header(void* header, void* context) {
-  Digest all;
-  all.add({static_cast<const std::uint8_t*>(header), IMG_HEADER_BLOCK_BYTES});
+std::int32_t IMG_CB_C on_header(void*, void* context) {
   return context == nullptr ? IMG_STOP_AFTER_HEADER : interfere(1);
 }
 std::int32_t IMG_CB_C on_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
@@ -142,10 +142,10 @@ std::int32_t IMG_CB_C on_supply(void* context, void* dest, std::int32_t y, std::
 
 // Mostly one that exists.
 std::int32_t choose_image() {
-  const std::uint8_t choice = session->in.u8();
+  const std::uint8_t choice = in().u8();
   const auto& images = session->images;
   if (choice >= 240 || images.empty()) {
-    const std::int32_t any = session->in.any_int();
+    const std::int32_t any = in().any_int();
     return any == kNoImage ? -1 : any;
   }
   return images[choice % images.size()];
@@ -167,21 +167,20 @@ std::uint8_t* keep_global(Bytes bytes) {
 
 // Header, palette and rows that look random.
 Memory choose_dib() {
-  Input& in = session->in;
   constexpr int kBits[] = {1, 4, 8, 16, 24, 32, 1, 2};
-  const std::uint8_t kind = in.u8();
+  const std::uint8_t kind = in().u8();
   int bits = kBits[kind & 7];
-  std::int32_t width = 1 + in.below(40), height = 1 + in.below(24);
+  std::int32_t width = 1 + in().below(40), height = 1 + in().below(24);
   if (kind >= 244) {
     // Too wide for run lists, or with lists that outgrow their first block.
     bits = 1;
-    width = kind >= 250 ? 65530 + in.below(8) : 500 + in.u8();
-    height = kind >= 250 ? 1 : 200 + in.u8();
+    width = kind >= 250 ? 65530 + in().below(8) : 500 + in().u8();
+    height = kind >= 250 ? 1 : 200 + in().u8();
   }
   const HeaderBlock header = dib_header(width, height, bits);
   Memory dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
   // Long runs now and then.
-  std::uint32_t state = in.u8();
+  std::uint32_t state = in().u8();
   const std::uint32_t changes = state % 5 == 0 ? 8 : 200;
   for (std::uint8_t& byte : dib) {
     const std::uint32_t next = state * 1664525 + 1013904223;
@@ -194,20 +193,19 @@ Memory choose_dib() {
 
 // Any sides and any depth.
 void change_sides(Memory& header) {
-  const Bytes bytes = session->in.take(12);
+  const Bytes bytes = in().take(12);
   std::copy(bytes.begin(), bytes.end(), header.begin() + 4);
 }
 
 // Mostly what was saved last, some of it changed; now and then anything.
 Memory choose_file() {
-  Input& in = session->in;
-  const std::uint8_t kind = in.u8();
+  const std::uint8_t kind = in().u8();
   if (kind < 40) return choose_dib();
-  const Bytes taken = in.take(kind < 150 ? 0 : in.u8());
+  const Bytes taken = in().take(kind < 150 ? 0 : in().u8());
   Memory bytes(taken.begin(), taken.end());
   if (kind >= 220 || session->file.empty()) return bytes;
   Memory file = session->file;
-  const std::size_t start = in.u8() % file.size();
+  const std::size_t start = in().u8() % file.size();
   std::copy_n(bytes.begin(), std::min(bytes.size(), file.size() - start),
               file.begin() + static_cast<std::ptrdiff_t>(start));
   return file;
@@ -217,11 +215,10 @@ Memory choose_file() {
 
 void create_shell() {
   if (session->images.size() >= kMostImages) return;
-  Input& in = session->in;
   Memory header = choose_dib();
   // What stays behind the header is enough for every depth's palette.
   header.resize(IMG_HEADER_BLOCK_BYTES);
-  const std::uint8_t kind = in.u8();
+  const std::uint8_t kind = in().u8();
   if (kind >= 200) change_sides(header);
   if (kind % 4 == 1) header[32] = kind, header[33] = 0x10;  // transparent
   add_image(call(kNoImage,
@@ -230,11 +227,10 @@ void create_shell() {
 
 void create_registered() {
   if (session->images.size() >= kMostImages) return;
-  Input& in = session->in;
   Memory dib = choose_dib();
-  const std::uint8_t kind = in.u8();
+  const std::uint8_t kind = in().u8();
   if (kind % 8 == 2) std::fill_n(&dib[kind >= 64 ? 4 : 8], 4, kind >= 128 ? 0xFF : 0);
-  if (kind % 8 == 3) dib.resize(in.u8() % dib.size());
+  if (kind % 8 == 3) dib.resize(in().u8() % dib.size());
   std::uint8_t* const block = kind % 2 != 0 ? keep_global(dib) : keep(dib);
   std::int32_t next = 0;
   while (validate_image_handle(ImageHandle{next}).ok()) ++next;
@@ -245,10 +241,9 @@ void create_registered() {
 
 void decode() {
   if (session->images.size() >= kMostImages) return;
-  Input& in = session->in;
   const Memory file = choose_file();
-  const std::int32_t way = in.below(5);
-  const std::int32_t page = in.below(3) == 0 ? in.any_int() : 0, start = in.any_int();
+  const std::int32_t way = in().below(5);
+  const std::int32_t page = in().below(3) == 0 ? in().any_int() : 0, start = in().any_int();
   std::uint8_t* const block = way < 2 ? keep_global(file) : keep(file);
   add_image(call(kNoImage, [&] {
     if (way == 0) return IMG_create_handle(block);
@@ -261,8 +256,8 @@ void decode() {
 void decode_to_sink() {
   const Memory file = choose_file();
   std::uint8_t* const block = keep(file);
-  const std::int32_t offset = session->in.i8();
-  const bool whole = session->in.below(3) != 0;
+  const std::int32_t offset = in().i8();
+  const bool whole = in().below(3) != 0;
   const std::int64_t result = call(kNoImage, [&] {
     return whole ? IMGLOW_decompress_bitmap_block(block, file.size(), 0, on_row, session, on_header)
                  : IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, offset, 0, nullptr, nullptr,
@@ -273,7 +268,7 @@ void decode_to_sink() {
 
 void remove() {
   const std::int32_t image = choose_image();
-  const bool leaves_block = session->in.below(4) == 0;
+  const bool leaves_block = in().below(4) == 0;
   const std::intptr_t address = IMG_bitmap_info(image, nullptr, nullptr, nullptr);
   const std::int64_t result = call(image, [&] {
     return leaves_block ? IMG_delete_bitmap_keep(image) : IMG_delete_bitmap(image);
@@ -289,9 +284,9 @@ void remove() {
 
 void set_value() {
   const std::int32_t image = choose_image();
-  const std::int32_t kind = session->in.below(5), value = session->in.any_int();
-  const std::int32_t y = session->in.any_int();
-  const std::int32_t width = session->in.any_int(), height = session->in.any_int();
+  const std::int32_t kind = in().below(5), value = in().any_int();
+  const std::int32_t y = in().any_int();
+  const std::int32_t width = in().any_int(), height = in().any_int();
   const std::int64_t result = call(image, [&] {
     if (kind == 0) return IMG_set_croprect(image, value, y, width, height);
     if (kind == 1) return IMG_set_gamma(image, value);
@@ -307,12 +302,12 @@ void set_value() {
 
 void move_rows() {
   const std::int32_t image = choose_image();
-  const std::int32_t row = session->in.any_int(), bytes = session->in.any_int();
+  const std::int32_t row = in().any_int(), bytes = in().any_int();
   // Nobody knows how large a row of an image at work is.
   if (!exists(image) && session->depth > 0) return;
   const View view = exists(image) ? look_at(image) : View();
   const auto room = static_cast<std::size_t>(row_bytes(view.width, view.bits));
-  Memory given(room, session->in.u8()), got(room, 0x3C);
+  Memory given(room, in().u8()), got(room, 0x3C);
   const std::int64_t put =
       call(image, [&] { return IMGLOW_put_raster(image, given.data(), row, bytes); });
   const std::int64_t taken =
@@ -330,7 +325,7 @@ void move_rows() {
 void move_palette() {
   const std::int32_t image = choose_image();
   std::array<Rgb, 256> palette{}, back{};
-  for (Rgb& entry : palette) entry = {session->in.u8(), session->in.u8(), session->in.u8(), 0};
+  for (Rgb& entry : palette) entry = {in().u8(), 7, 7, 0};
   if (call(image, [&] { return IMGLOW_put_palette(image, palette.data()); }) != 0) return;
   const std::int32_t entries = IMG_bitmap_palette(image);
   if (entries < 0) return;
@@ -347,7 +342,7 @@ void convert() {
                                          IMG_diffusion_color,  IMG_bayer_color, IMG_promote_24,
                                          IMG_promote_32,       IMG_dib_to_runs};
   const std::int32_t image = choose_image();
-  const std::int32_t kind = session->in.below(16), value = session->in.any_int();
+  const std::int32_t kind = in().below(16), value = in().any_int();
   const View before = exists(image) ? look_at(image) : View();
   const std::int64_t result = call(image, [&] {
     if (kind == 14) return IMG_thresh_mono(image, value);
@@ -367,31 +362,27 @@ std::int32_t set_caller_io(std::int32_t value, std::int32_t failing_call) {
                  .most_per_call = std::max(value % 50, 0),
                  .failing_call = failing_call % 40,
                  .before_call = [] { return interfere(0); }};
-  const int parts = value % 4 == 0 ? 7 : session->in.below(8);
+  const int parts = value % 4 == 0 ? 7 : in().below(8);
   return IMGLOW_set_fileio((parts & 1) != 0 ? caller_read : nullptr,
                            (parts & 2) != 0 ? caller_write : nullptr,
                            (parts & 4) != 0 ? caller_seek : nullptr);
 }
 
-std::int32_t switch_detection(std::int32_t code, bool on) {
-  const std::int32_t before = IMGLOW_get_auto_detect(code);
-  TQ_CLAIM((code >= 0 && code <= 66) == (before >= 0));
-  return (on ? IMGLOW_set_auto_detect(code) : IMGLOW_unset_auto_detect(code)) - before;
-}
-
 std::int32_t set_one(std::int32_t kind, std::int32_t value, std::int32_t other) {
-  Input& in = session->in;
   // What is scaled or cut needs no memory for its rows: somebody must count them.
   if (kind < 3) IMG_set_statusbar(11, on_progress, 1);
-  if (kind == 0) session->interference_period = in.u8() % 16;
+  if (kind == 0) session->interference_period = in().u8() % 16;
   if (kind == 1) return IMGLOW_set_decompsize(value, other);
-  if (kind == 2) return IMGLOW_set_decomp_rect(value, other, in.any_int(), in.any_int());
+  if (kind == 2) return IMGLOW_set_decomp_rect(value, other, in().i8(), 20);
   if (kind == 3) return IMGLOW_set_decomp_reduction(value);
   if (kind == 4) return IMG_set_encrypt(value & 1, other);
   if (kind == 5) return IMGLOW_set_dithermode(value);
   if (kind == 6) return IMGLOW_set_comp_quality(value) | IMGLOW_set_jpg_interleave(other, value);
   if (kind == 7) return set_caller_io(value, other);
-  if (kind == 8) return switch_detection(value, other > 0);
+  if (kind == 8) {
+    const std::int32_t before = IMGLOW_get_auto_detect(value);
+    return (other > 0 ? IMGLOW_set_auto_detect : IMGLOW_unset_auto_detect)(value)-before;
+  }
   TQ_CLAIM(IMG_create_handle_ddb(session) == IMG_NO_DEVICE_BITMAP);
   return IMGLOW_set_dispfunc(value, value) | IMGLOW_autocolor(value) | IMGLOW_set_alias(value) |
          IMGLOW_set_alias_quality(value) | IMGLOW_set_wipedelay(value) | IMG_unload_plugins() |
@@ -399,9 +390,9 @@ std::int32_t set_one(std::int32_t kind, std::int32_t value, std::int32_t other) 
 }
 
 void set_setting() {
-  const std::int32_t kind = session->in.below(10);
+  const std::int32_t kind = in().below(10), value = in().any_int(), other = in().any_int();
   session->plain = false;
-  TQ_CLAIM(set_one(kind, session->in.any_int(), session->in.any_int()) == 0);
+  TQ_CLAIM(set_one(kind, value, other) == 0);
 }
 
 void reset_settings() {
@@ -421,9 +412,8 @@ void reset_settings() {
 
 void query_file() {
   const Memory file = choose_file();
-  std::uint8_t* const block = keep(file);
-  std::uint8_t* const global_block = keep_global(file);
-  const std::int32_t stream = session->in.below(10) == 9 ? -1 : IMG_MEMORY_STREAM;
+  std::uint8_t *const block = keep(file), *const global_block = keep_global(file);
+  const std::int32_t stream = in().below(10) == 9 ? -1 : IMG_MEMORY_STREAM;
   std::array<std::uint8_t, 40> header{};
   call(kNoImage, [&] { return IMGLOW_get_filetype_block(block, file.size()); });
   call(kNoImage, [&] { return IMGLOW_get_fileinfo_mem(global_block, header.data()); });
@@ -437,7 +427,7 @@ std::int32_t choose_code() {
   constexpr std::int32_t kCodes[] = {IMG_TYPE_BMP,  IMG_TYPE_DIB, IMG_TYPE_BMP_RLE, IMG_TYPE_GIF,
                                      IMG_TYPE_PDF,  IMG_TYPE_PCX, IMG_TYPE_DCX,     IMG_TYPE_PNG,
                                      IMG_TYPE_JPEG, 66,           IMG_TYPE_BY_NAME, 100000};
-  return kCodes[session->in.below(std::size(kCodes))];
+  return kCodes[in().below(std::size(kCodes))];
 }
 
 // What was saved comes back as it was.
@@ -447,13 +437,12 @@ void check_saved(const View& view, std::int32_t code) {
                         ? one_of(view.bits, {4, 8, 24, 32})
                         : code == IMG_TYPE_BMP_RLE && one_of(view.bits, {4, 8});
   if (!whole || !kept) return;
-  Memory& file = session->file;
-  const std::int32_t again = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
+  // The stream stays open on it.
+  std::uint8_t* const file = keep(session->file);
+  const std::int32_t again = IMG_decompress_bitmap_block(file, session->file.size(), 0);
   if (again == IMG_OUT_OF_MEMORY) return;
   TQ_CLAIM(again >= 0 && look_at(again).pixels() == view.pixels());
   TQ_CLAIM(IMG_delete_bitmap(again) == 0);
-  // The stream stays open on memory that lives.
-  IMGLOW_get_filetype_block(keep(session->file), session->file.size());
 }
 
 void save_to_memory() {
@@ -461,7 +450,7 @@ void save_to_memory() {
   const std::int32_t image = choose_image(), code = choose_code();
   if (!exists(image) && s.depth > 0) return;
   const View view = exists(image) ? look_at(image) : View();
-  const std::uint8_t kind = s.in.u8();
+  const std::uint8_t kind = in().u8();
   const bool to_stream = kind % 16 == 7;
   std::size_t room = 3000 + view.rows.size() * 2 + 8 * static_cast<std::size_t>(view.height);
   if (kind >= 200) room = room * (kind - 200) / 60;
@@ -491,7 +480,7 @@ void save_to_name() {
     std::string path = "/dev/shm/tarnquill-fuzz-" + std::to_string(getpid());
   } folder;
   const std::int32_t image = choose_image(), code = choose_code();
-  const std::string name = folder.path + kNames[session->in.below(std::size(kNames))];
+  const std::string name = folder.path + kNames[in().below(std::size(kNames))];
   std::ofstream(name) << "old";
   const std::int64_t result =
       call(image, [&] { return IMG_save_bitmap(image, name.c_str(), code); });
@@ -503,14 +492,13 @@ void save_to_name() {
 }
 
 void save_rows() {
-  Input& in = session->in;
   Memory header = choose_dib();
   header.resize(IMG_HEADER_BLOCK_BYTES);
-  const std::uint8_t kind = in.u8();
+  const std::uint8_t kind = in().u8();
   if (kind >= 200) change_sides(header);
   const std::int32_t code = choose_code();
   std::uint8_t* const block = keep(header);
-  std::uint8_t* const out = keep_global(Memory(in.u8() * 64u));
+  std::uint8_t* const out = keep_global(Memory(in().u8() * 64u));
   call(kNoImage, [&] {
     return kind % 3 == 0 ? IMGLOW_save_bitmap(IMG_MEMORY_STREAM, block, code, on_supply, session)
                          : IMGLOW_save_bitmap_mem(out, block, code,
@@ -527,7 +515,7 @@ void step() {
       move_rows,      move_palette,      convert,      convert,        set_setting,    set_setting,
       query_file,     save_to_memory,    save_to_name, decode_to_sink, reset_settings, save_rows,
       save_to_memory, move_rows,         set_setting,  decode,         convert};
-  kActions[session->in.below(std::size(kActions))]();
+  kActions[in().below(std::size(kActions))]();
 }
 
 }  // namespace
@@ -541,7 +529,7 @@ void fuzz(Bytes input) {
   static std::uint8_t nothing[16];
   std::memset(nothing, 0, sizeof nothing);
   TQ_CLAIM(IMGLOW_get_filetype_block(nothing, sizeof nothing) == IMG_UNSUPPORTED);
-  while (!s.in.empty() && s.calls < kMostCalls) step();
+  while (!in().empty() && s.calls < kMostCalls) step();
   reset_settings();
   // Whatever is left over, those included that nobody knows of.
   for (std::int32_t image = 0; image < 500; ++image) {
