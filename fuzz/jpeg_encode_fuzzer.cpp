@@ -26,7 +26,9 @@ void fuzz(Bytes bytes) {
   Input input(bytes);
   constexpr int kDepths[] = {8, 24, 32, 8, 24, 4, 16, 1};
   const int bits = kDepths[input.below(8)];
-  HeaderBlock image = dib_header(1 + input.below(50), 1 + input.below(40), bits);
+  // Now and then wide enough for several batches of blocks.
+  const std::int32_t size = input.u8(), width = 1 + (size < 200 ? size % 50 : 2 * size);
+  HeaderBlock image = dib_header(width, 1 + input.below(24), bits);
   image.header.biXPelsPerMeter = input.i8();
   const std::int32_t quality = input.i8() + 40;
   const std::int32_t h = input.i8() % 8, v = input.i8() % 8;
@@ -37,7 +39,8 @@ void fuzz(Bytes bytes) {
   }
   const std::uint8_t black = 0;
   Bytes pixels = input.empty() ? Bytes(&black, 1) : input.rest();
-  Memory files[] = {Memory(50000), Memory(50000)};
+  const std::size_t room = 2000 + 27u * width * image.header.biHeight;
+  Memory files[] = {Memory(room), Memory(room)};
   std::int32_t status[2] = {};
   for (int i = 0; i < 2; ++i) {
     formats::set_jpeg_quality(quality);

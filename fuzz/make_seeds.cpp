@@ -281,7 +281,8 @@ void write_random_seeds() {
   for (int seed = 0; seed < 130; ++seed) {
     const std::string name = std::to_string(seed);
     // Depth, sides, resolution, quality, sampling.
-    const Bytes settings = {static_cast<std::uint8_t>(seed), 20, 9, 96, 40, 1, 2};
+    const Bytes settings = {
+        static_cast<std::uint8_t>(seed), static_cast<std::uint8_t>(30 * seed), 9, 96, 40, 1, 2};
     if (seed < 8) write_file("jpeg_encode/" + name, test::joined({settings, random.bytes(300)}));
     Bytes calls = random.bytes(static_cast<std::size_t>(40 + 6 * seed));
     // Small ones now and then: counts, rows, sides.
