@@ -5,30 +5,6 @@
 
 namespace tq::fuzz {
 
-enum SettingByte : std::uint8_t {
-  kRouteByte,      // a Route
-  kColoursByte,    // reduction in bits 0-1, nearest colours 2, scrambled 3, text detection 4
-  kSwitchByte,     // a file type code whose detection is switched off
-  kSizeWidthByte,  // decode size and rectangle, signed
-  kSizeHeightByte,
-  kRectXByte,
-  kRectYByte,
-  kRectWidthByte,
-  kRectHeightByte,
-  kPageByte,         // signed
-  kOffsetByte,       // where the file begins in its stream
-  kMostPerCallByte,  // bytes that a caller's read hands out at a time; 0: all
-  kFailingCallByte,  // the caller's I/O call, or the sink's row, that fails; 0: none
-  kProgressByte,     // the progress report that is answered with an abort; 0: none
-  kRefusedByte,      // the allocation that is refused; 0: none
-  kTouchByte,        // crop rectangle follows 0, room for saving cut short 1, through caller I/O 2
-  kCropXByte,
-  kCropYByte,
-  kCropWidthByte,
-  kCropHeightByte,
-  kSettingBytes
-};
-
 enum class Route : std::uint8_t {
   block,         // memory with its size
   global_block,  // memory that knows its size
@@ -39,8 +15,26 @@ enum class Route : std::uint8_t {
   sink_block,  // into callbacks instead of an image
   sink_global_block,
   sink_caller_io,
-  query,  // file type and pages
+  query,  // file type, pages, header
   count
+};
+
+struct DecodeSettings {
+  std::uint8_t route;         // a Route
+  std::uint8_t colours;       // reduction in bits 0-1, nearest colours 2, scrambled 3, text 4
+  std::uint8_t switched_off;  // 1 + the file type code that is not detected
+  std::int8_t size_width, size_height;
+  std::int8_t rect_x, rect_y, rect_width, rect_height;
+  std::int8_t page;
+  std::uint8_t offset;         // where the file begins in its stream
+  std::uint8_t most_per_call;  // bytes that a caller's read hands out at a time; 0: all
+  std::uint8_t failing_call;   // the caller's I/O call, or the sink's row, that fails; 0: none
+  std::uint8_t progress;       // the progress report that is answered with an abort; 0: none
+  std::uint8_t refused;        // the allocation that is refused; 0: none
+  std::uint8_t touch;  // crop rectangle follows 0, room for saving cut short 1, to a caller 2
+  std::int8_t crop_x, crop_y;
+  std::uint8_t crop_width, crop_height;
+  std::uint8_t save_code;  // the file type code to save with; 0: BMP in run lengths
 };
 
 }  // namespace tq::fuzz

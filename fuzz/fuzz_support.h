@@ -1,4 +1,5 @@
-// What the fuzz targets share: taking values from the input, claims that end the program, digests.
+// What the fuzz targets share: taking values from the input, claims that end the program, digests,
+// a caller's file, and images as a caller sees them.
 #pragma once
 
 #include <algorithm>
@@ -8,11 +9,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <limits>
-#include <memory>
 #include <span>
+#include <vector>
+
+#include "core/dib.h"
+#include "include/tarnquill.h"
 
 namespace tq::fuzz {
+
+using Bytes = std::span<const std::uint8_t>;
+using Memory = std::vector<std::uint8_t>;  // made in one go it ends with its last byte
+
+void fuzz(Bytes input);  // each target's own
+
+inline constexpr std::int32_t kAborted = -777;  // a callback's own answer
 
 // A claim that must hold whatever the input is.
 #define TQ_CLAIM(condition)                                                            \
@@ -32,10 +42,10 @@ inline bool one_of(std::int64_t value, std::initializer_list<std::int64_t> value
 // Takes values off the front of the input; an exhausted input gives zeros.
 class Input {
  public:
-  explicit Input(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
+  explicit Input(Bytes bytes) : rest_(bytes) {}
 
   bool empty() const { return rest_.empty(); }
-  std::span<const std::uint8_t> rest() const { return rest_; }
+  Bytes rest() const { return rest_; }
 
   std::uint8_t u8() {
     if (rest_.empty()) return 0;
@@ -44,16 +54,8 @@ class Input {
     return value;
   }
   std::int32_t i8() { return static_cast<std::int8_t>(u8()); }
-  std::uint16_t u16() {
-    const int low = u8();
-    return static_cast<std::uint16_t>(low | u8() << 8);
-  }
-  std::uint32_t u32() {
-    const std::uint32_t low = u16();
-    return low | std::uint32_t{u16()} << 16;
-  }
-  std::int32_t below(std::int32_t limit) { return limit < 1 ? 0 : u8() % limit; }
-  std::span<const std::uint8_t> take(std::size_t count) {
+  std::int32_t below(std::int32_t limit) { return u8() % limit; }
+  Bytes take(std::size_t count) {
     const auto taken = rest_.first(std::min(count, rest_.size()));
     rest_ = rest_.subspan(taken.size());
     return taken;
@@ -61,62 +63,154 @@ class Input {
 
   // Mostly small, now and then at the edges of what an argument can hold.
   std::int32_t any_int() {
-    constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
-    constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
-    constexpr std::int32_t kEdges[] = {kLowest, kHighest, -1,     0,         1,
-                                       0x7FFF,  0x10000,  0xFFFD, 100000000, kHighest - 7};
+    constexpr std::int32_t kEdges[] = {INT32_MIN, INT32_MAX, -1,     0,         1,
+                                       0x7FFF,    0x10000,   0xFFFD, 100000000, INT32_MAX - 7};
     const std::uint8_t kind = u8();
     if (kind < 200) return kind - 20;
-    if (kind < 240) return kEdges[static_cast<std::size_t>(kind) % std::size(kEdges)];
-    return static_cast<std::int32_t>(u32());
+    if (kind < 240) return kEdges[kind % std::size(kEdges)];
+    return static_cast<std::int32_t>(u8() * 0x1000193u);
   }
 
  private:
-  std::span<const std::uint8_t> rest_;
+  Bytes rest_;
 };
 
-// Bytes of exactly this size, so that one byte read or written too far is noticed.
-class ExactBytes {
- public:
-  explicit ExactBytes(std::size_t size) : data_(new std::uint8_t[size]), size_(size) {}
-  explicit ExactBytes(std::span<const std::uint8_t> content) : ExactBytes(content.size()) {
-    std::copy(content.begin(), content.end(), data_.get());
-  }
-  std::uint8_t* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
-  std::span<std::uint8_t> bytes() const { return {data_.get(), size_}; }
-
- private:
-  std::unique_ptr<std::uint8_t[]> data_;
-  std::size_t size_;
-};
-
-// Everything that could be seen of an operation, in one number.
+// Everything that could be seen of an operation, in one number (FNV-1a).
 class Digest {
  public:
-  void add(std::span<const std::uint8_t> bytes) {
-    // Eight bytes at a time; the mixing step is that of splitmix64.
-    std::size_t at = 0;
-    for (; at + 8 <= bytes.size(); at += 8) {
-      std::uint64_t word;
-      std::memcpy(&word, bytes.data() + at, sizeof word);
-      mix(word);
-    }
-    std::uint64_t last = bytes.size();
-    for (; at < bytes.size(); ++at) last = last << 8 | bytes[at];
-    mix(last);
+  void add(Bytes bytes) {
+    for (const std::uint8_t byte : bytes) add(byte);
   }
-  void add(std::int64_t value) { mix(static_cast<std::uint64_t>(value)); }
+  void add(std::int64_t value) {
+    state_ = (state_ ^ static_cast<std::uint64_t>(value)) * 0x100000001B3;
+  }
+  void add(const Digest& other) { add(static_cast<std::int64_t>(other.state_)); }
   friend bool operator==(const Digest&, const Digest&) = default;
 
  private:
-  void mix(std::uint64_t word) {
-    std::uint64_t z = (state_ ^ word) + 0x9E3779B97F4A7C15u;
-    z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9u;
-    z = (z ^ z >> 27) * 0x94D049BB133111EBu;
-    state_ = z ^ z >> 31;
-  }
-  std::uint64_t state_ = 0;
+  std::uint64_t state_ = 0xCBF29CE484222325;
 };
+
+// The file behind the caller's I/O functions. It hands out less than it is asked for, fails in one
+// call, and lets `before_call` work first, whose negative answer is a failure as well.
+struct CallerFile {
+  Memory bytes{};
+  std::int32_t most_per_call = 0, failing_call = 0;  // 0: as many as asked for, none
+  std::int32_t (*before_call)() = nullptr;
+  std::int64_t position = 0;
+  std::int32_t calls = 0;
+
+  std::int64_t size() const { return static_cast<std::int64_t>(bytes.size()); }
+  bool fails() { return (before_call != nullptr && before_call() < 0) || ++calls == failing_call; }
+};
+inline CallerFile caller_file;
+
+inline std::int32_t IMG_CB_C caller_read(std::int32_t, void* buffer, std::int32_t count) {
+  TQ_CLAIM(count > 0);
+  std::memset(buffer, 0x99, static_cast<std::size_t>(count));  // all of it must be there
+  CallerFile& file = caller_file;
+  if (file.fails()) return -1;
+  if (file.position < 0 || file.position >= file.size()) return 0;
+  std::int64_t got = std::min<std::int64_t>(count, file.size() - file.position);
+  if (file.most_per_call != 0) got = std::min<std::int64_t>(got, file.most_per_call);
+  std::memcpy(buffer, &file.bytes[static_cast<std::size_t>(file.position)],
+              static_cast<std::size_t>(got));
+  file.position += got;
+  return static_cast<std::int32_t>(got);
+}
+
+inline std::int32_t IMG_CB_C caller_write(std::int32_t, void* buffer, std::int32_t count) {
+  constexpr std::int64_t kMostBytes = 256 << 10;
+  TQ_CLAIM(count > 0);
+  CallerFile& file = caller_file;
+  if (file.fails()) return count / 2;
+  const std::int64_t end = file.position + count;
+  if (file.position < 0 || end > kMostBytes) return 0;
+  if (end > file.size()) file.bytes.resize(static_cast<std::size_t>(end));
+  std::memcpy(&file.bytes[static_cast<std::size_t>(file.position)], buffer,
+              static_cast<std::size_t>(count));
+  std::memset(buffer, 0x66, static_cast<std::size_t>(count));  // a caller may scribble on it
+  file.position = end;
+  return count;
+}
+
+inline std::int32_t IMG_CB_C caller_seek(std::int32_t, std::int32_t offset, std::int32_t origin) {
+  TQ_CLAIM(origin >= 0 && origin <= 2);
+  CallerFile& file = caller_file;
+  if (file.fails()) return -1;
+  const std::int64_t from[] = {0, file.position, file.size()};
+  const std::int64_t to = from[origin] + offset;
+  if (to < 0 || to > INT32_MAX) return -1;
+  file.position = to;
+  return static_cast<std::int32_t>(to);
+}
+
+// An image as it can be seen through the interface.
+struct View {
+  std::int32_t width = 0, height = 0, bits = 0;
+  bool has_pixels = false;  // false after a registration that failed
+  bool in_runs = false;
+  HeaderBlock header{};       // entries that the depth has not: 0
+  Memory rows{};              // from the top, as they are copied out
+  Memory block{};             // where the image's address points to
+  std::int32_t crop[4] = {};  // x, y, width, height
+
+  // The rows with zeros behind the last pixel.
+  Memory pixels() const {
+    Memory cleared = rows;
+    // Depths without a rule take a byte per pixel.
+    const int stored_bits = bits == 1 || bits == 4 || bits >= 16 ? bits : 8;
+    const std::int64_t used_bits = std::int64_t{width} * stored_bits;
+    const auto used = static_cast<std::size_t>((used_bits + 7) / 8);
+    const auto stride = static_cast<std::size_t>(row_bytes(width, bits));
+    for (std::size_t row = 0; row < cleared.size(); row += stride) {
+      std::fill_n(&cleared[row] + used, stride - used, std::uint8_t{0});
+      if (used_bits % 8 != 0) {
+        cleared[row + used - 1] &= static_cast<std::uint8_t>(0xFF00 >> used_bits % 8);
+      }
+    }
+    return cleared;
+  }
+  Digest digest() const {
+    Digest all;
+    all.add({reinterpret_cast<const std::uint8_t*>(&header), sizeof header});
+    all.add(rows);
+    all.add(block);
+    for (const std::int32_t value : crop) all.add(value);
+    return all;
+  }
+};
+
+// Everything that is said of an image must agree.
+inline View look_at(std::int32_t image) {
+  View view;
+  std::int32_t &x = view.crop[0], &y = view.crop[1], &w = view.crop[2], &h = view.crop[3];
+  TQ_CLAIM(IMG_get_croprect(image, &x, &y, &w, &h) == 0);
+  const std::intptr_t address = IMG_bitmap_info(image, &view.width, &view.height, &view.bits);
+  TQ_CLAIM(address != IMG_BAD_HANDLE);
+  if (address == IMG_OUT_OF_MEMORY) return view;
+  view.has_pixels = true;
+  TQ_CLAIM(view.width > 0 && view.height > 0 && view.bits > 0 && view.bits <= 32);
+  TQ_CLAIM(x >= 0 && y >= 0 && w >= 0 && h >= 0 && x + w <= view.width && y + h <= view.height);
+  TQ_CLAIM(IMGLOW_get_bitmap_header(image, &view.header) == 0);
+  const BitmapInfoHeader& header = view.header.header;
+  TQ_CLAIM(header.biSize == 40 && header.biWidth == view.width && header.biHeight == view.height &&
+           header.biBitCount == view.bits);
+  view.in_runs = header.biCompression == kInRuns;
+  Memory palette(static_cast<std::size_t>(palette_bytes(view.bits)));
+  TQ_CLAIM(IMG_get_bitmap_palette(image, palette.data()) ==
+           static_cast<std::int32_t>(palette.size() / 4));
+  TQ_CLAIM(std::equal(palette.begin(), palette.end(),
+                      reinterpret_cast<const std::uint8_t*>(view.header.palette.data())));
+  Memory row(static_cast<std::size_t>(row_bytes(view.width, view.bits)));
+  TQ_CLAIM(IMGLOW_get_raster(image, row.data(), view.height, 1) == IMG_UNSUPPORTED);
+  for (std::int32_t line = 0; line < view.height; ++line) {
+    TQ_CLAIM(IMGLOW_get_raster(image, row.data(), line, 0) == 0);
+    view.rows.insert(view.rows.end(), row.begin(), row.end());
+  }
+  const auto* const block = reinterpret_cast<const std::uint8_t*>(address);
+  if (!view.in_runs) view.block.assign(block, block + 40 + palette.size() + view.rows.size());
+  return view;
+}
 
 }  // namespace tq::fuzz

@@ -7,76 +7,61 @@
 namespace tq::fuzz {
 namespace {
 
-struct Pixels {
-  std::span<const std::uint8_t> bytes;
-
-  static std::int32_t IMG_CB_C supply(void* context, void* dest, std::int32_t y,
-                                      std::int32_t count) {
-    const auto& pixels = *static_cast<const Pixels*>(context);
-    auto* out = static_cast<std::uint8_t*>(dest);
-    for (std::int32_t i = 0; i < count; ++i) {
-      out[i] = pixels.bytes.empty()
-                   ? static_cast<std::uint8_t>(i * y)
-                   : pixels.bytes[static_cast<std::size_t>(y * count + i) % pixels.bytes.size()];
-    }
-    return 0;
+std::int32_t IMG_CB_C supply(void* context, void* dest, std::int32_t y, std::int32_t count) {
+  const Bytes pixels = *static_cast<const Bytes*>(context);
+  auto* const out = static_cast<std::uint8_t*>(dest);
+  for (std::int32_t i = 0; i < count; ++i) {
+    out[i] = pixels[static_cast<std::size_t>(y * count + i) % pixels.size()];
   }
-};
-
+  return 0;
+}
 std::int32_t IMG_CB_C keep_header(void* block, void* context) {
   *static_cast<HeaderBlock*>(context) = *static_cast<HeaderBlock*>(block);
   return 1;
 }
-std::int32_t IMG_CB_C drop_row(void*, void*, std::int32_t, std::int32_t) {
-  return 0;
-}
 
-void encode_and_read_back(std::span<const std::uint8_t> data) {
-  Input input(data);
+}  // namespace
+
+void fuzz(Bytes bytes) {
+  Input input(bytes);
   constexpr int kDepths[] = {8, 24, 32, 8, 24, 4, 16, 1};
-  const int bits = kDepths[input.u8() % 8];
-  HeaderBlock image = dib_header(1 + input.u8() % 100, 1 + input.u8() % 60, bits);
+  const int bits = kDepths[input.below(8)];
+  // Now and then wide enough for several batches of blocks.
+  const std::int32_t size = input.u8(), width = 1 + (size < 200 ? size % 50 : 2 * size);
+  HeaderBlock image = dib_header(width, 1 + input.below(24), bits);
   image.header.biXPelsPerMeter = input.i8();
   const std::int32_t quality = input.i8() + 40;
   const std::int32_t h = input.i8() % 8, v = input.i8() % 8;
-  const bool grey = input.u8() % 2 == 0;
+  const bool grey = input.below(2) == 0;
   for (std::size_t i = 0; i < 256; ++i) {
     const auto level = static_cast<std::uint8_t>(i * 7);
     image.palette[i] = {level, grey ? level : static_cast<std::uint8_t>(i), level, 0};
   }
-  Pixels pixels{input.rest()};
-  const ExactBytes first(200000), second(200000);
-  std::int32_t written[2] = {};
-  Status status[2] = {kOk, kOk};
+  const std::uint8_t black = 0;
+  Bytes pixels = input.empty() ? Bytes(&black, 1) : input.rest();
+  const std::size_t room = 2000 + 27u * width * image.header.biHeight;
+  Memory files[] = {Memory(room), Memory(room)};
+  std::int32_t status[2] = {};
   for (int i = 0; i < 2; ++i) {
     formats::set_jpeg_quality(quality);
     formats::set_jpeg_sampling(h, v);
     const bool fast = i == 0;
     platform::mask_cpu_features({fast, fast, fast, fast, fast});
     memory_probe::fill_fresh(fast ? 0xA5 : 0x3C);
-    const ExactBytes& block = fast ? first : second;
-    open_memory_stream(block.data(), block.size());
-    status[i] = formats::encode_jpeg({kMemoryStream, &image, {Pixels::supply, &pixels}});
-    written[i] = memory_position();
+    open_memory_stream(files[i].data(), files[i].size());
+    status[i] = formats::encode_jpeg({kMemoryStream, &image, {supply, &pixels}}).raw();
+    files[i].resize(static_cast<std::size_t>(memory_position()));
   }
-  TQ_CLAIM(status[0] == status[1] && written[0] == written[1]);
+  TQ_CLAIM(status[0] == status[1] && files[0] == files[1]);
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
-  const auto size = static_cast<std::size_t>(written[0]);
-  TQ_CLAIM(std::memcmp(first.data(), second.data(), size) == 0);
-  TQ_CLAIM(one_of(status[0].raw(), {0, -7, -21}));
-  if (status[0].failed()) return;
+  TQ_CLAIM(one_of(status[0], {0, -7, -21}));
+  if (status[0] < 0) return;
   HeaderBlock read;
-  open_memory_stream(first.data(), size);
-  TQ_CLAIM(formats::decode_jpeg({kMemoryStream, 0, {keep_header, drop_row, &read}}) == kOk);
+  open_memory_stream(files[0].data(), files[0].size());
+  TQ_CLAIM(formats::decode_jpeg({kMemoryStream, 0, {keep_header, nullptr, &read}}) == kOk);
   TQ_CLAIM(read.header.biWidth == image.header.biWidth);
   TQ_CLAIM(read.header.biHeight == image.header.biHeight);
-  TQ_CLAIM(memory_position() == written[0] - 2);  // in front of EOI
+  TQ_CLAIM(memory_position() + 2u == files[0].size());  // in front of EOI
 }
 
-}  // namespace
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::encode_and_read_back({data, size});
-  return 0;
-}

@@ -1,352 +1,545 @@
 // Calls the exports in the order, and with the arguments, that the input asks for: legal and
-// illegal ones, with callbacks that call back, with memory that runs out. A model says what every
-// image must look like.
-#include "fuzz/sequence_session.h"
+// illegal ones, with callbacks that call back, with memory that runs out. Whatever happens, handles
+// are those that were given out, a call that fails leaves its image as it was, and everything is
+// given back.
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "core/image_table.h"
+#include "fuzz/fuzz_support.h"
+#include "platform/memory.h"
 
 namespace tq::fuzz {
+namespace {
 
-Session* Session::running = nullptr;
+constexpr std::uint64_t kLargestAllowed = 256 << 10;  // bytes; a larger block is refused
+constexpr std::size_t kMostCalls = 120;
+constexpr std::size_t kMostImages = 20;
+constexpr std::size_t kDeepest = 2;  // callbacks within callbacks
+constexpr std::int32_t kMostRows = 500;
+constexpr std::int32_t kNoImage = -2;
 
-void Session::expect(std::int64_t result, std::initializer_list<std::int64_t> codes) const {
-  if (result >= 0) return;
-  if (result == IMG_OUT_OF_MEMORY && may_lack_memory()) return;
-  if (result == kAborted && interference_period_ != 0) return;
-  if (!one_of(result, codes)) std::fprintf(stderr, "status %lld\n", static_cast<long long>(result));
-  TQ_CLAIM(one_of(result, codes));
+struct Session {
+  Input in;
+  std::vector<std::int32_t> images{};  // those that exist
+  Memory file{};                       // what was saved last
+  // Memory that outlives the calls it is given to.
+  std::vector<Memory> blocks{};
+  std::vector<std::uint8_t*> global_blocks{};
+  std::size_t calls = 0, depth = 0;
+  std::int32_t callback_calls = 0, interference_period = 0, rows = 0;
+  bool refused = false;    // an allocation, during the call
+  bool disturbed = false;  // by a callback that called the library
+  bool plain = true;       // no setting has been changed
+};
+Session* session = nullptr;
+
+Input& in() {
+  return session->in;
 }
 
-// ---- Images and memory -------------------------------------------------------------------------
-
-ImageModel* Session::find(std::int32_t handle) {
-  const auto found = std::find_if(images_.begin(), images_.end(),
-                                  [&](const ImageModel& model) { return model.handle == handle; });
-  return found == images_.end() ? nullptr : &*found;
+bool exists(std::int32_t image) {
+  return std::find(session->images.begin(), session->images.end(), image) != session->images.end();
 }
 
-// Mostly one that exists.
-std::int32_t Session::choose_handle() {
-  const std::uint8_t choice = in_.u8();
-  if (choice >= 240 || images_.empty()) return choice % 2 == 0 ? in_.i8() : in_.any_int();
-  return images_[choice % images_.size()].handle;
-}
+// ---- Calls and callbacks ------------------------------------------------------------------------
 
-std::int32_t Session::lowest_free() const {
-  for (std::int32_t handle = 0;; ++handle) {
-    if (const_cast<Session*>(this)->find(handle) == nullptr) return handle;
+// Makes a call on an image (or kNoImage), maybe with an allocation refused.
+template <class Operation>
+std::int64_t call(std::int32_t image, Operation operation) {
+  Session& s = *session;
+  const bool outermost = s.depth == 0, known = exists(image);
+  std::optional<View> before, other_before;
+  const std::int32_t other = s.images.empty() ? kNoImage : s.images[s.calls % s.images.size()];
+  if (outermost) {
+    s.refused = s.disturbed = false;
+    s.rows = 0;
+    if (known) before = look_at(image);
+    if (other != kNoImage && other != image) other_before = look_at(other);
+    const std::uint8_t chance = in().u8();
+    if (chance >= 224) memory_probe::refuse_after(chance % 8);
   }
+  const std::int64_t result = operation();
+  if (!outermost) return result;
+  s.refused = s.refused || memory_probe::refused();
+  memory_probe::refuse_after(-1);
+  TQ_CLAIM(memory_probe::tracked_blocks() == 0);
+  TQ_CLAIM(result >= 0 || (result == kAborted && s.interference_period != 0) ||
+           s.rows > kMostRows || (result <= IMG_OUT_OF_MEMORY && result >= IMG_NO_PDF_MODULE));
+  if (s.disturbed) return result;
+  if (other_before) TQ_CLAIM(look_at(other).digest() == other_before->digest());
+  if (image != kNoImage && !known) TQ_CLAIM(result == IMG_BAD_HANDLE);
+  if (!known) return result;
+  TQ_CLAIM(result != IMG_BAD_HANDLE);
+  // Large images have no room for a second form beside them.
+  TQ_CLAIM(result != IMG_OUT_OF_MEMORY || s.refused || !before->has_pixels ||
+           row_bytes(before->width, 32) * before->height > std::int64_t{kLargestAllowed} / 8);
+  TQ_CLAIM(result >= 0 || look_at(image).digest() == before->digest());
+  return result;
 }
 
-ImageModel& Session::add_image(std::int32_t handle, const Picture& picture) {
-  // An image at work elsewhere may hold a lower handle.
-  TQ_CLAIM(find(handle) == nullptr);
-  if (undisturbed()) TQ_CLAIM(handle == lowest_free());
-  images_.push_back({.handle = handle,
-                     .serial = next_serial_++,
-                     .picture = picture,
-                     .crop = {0, 0, picture.width, picture.height}});
-  return images_.back();
+// An image that a call has given out. Its sides and depth are those of its header.
+void add_image(std::int64_t handle) {
+  if (handle < 0) return;
+  const auto image = static_cast<std::int32_t>(handle);
+  TQ_CLAIM(!exists(image));
+  // The lowest free handle, unless others were free when the call began.
+  for (std::int32_t lower = 0; !session->disturbed && session->depth == 0 && lower < image; ++lower)
+    TQ_CLAIM(exists(lower));
+  session->images.push_back(image);
+  look_at(image);
 }
 
-void Session::forget(std::int32_t handle) {
-  std::erase_if(images_, [&](const ImageModel& model) { return model.handle == handle; });
-}
-
-void Session::verify_all() const {
-  for (const ImageModel& model : images_) verify(model);
-}
-
-std::uint8_t* Session::keep(Bytes bytes) {
-  return blocks_.emplace_back(bytes).data();
-}
-
-std::uint8_t* Session::keep_global(Bytes bytes) {
-  memory_probe::refuse_above(kLargestBlock);  // the caller's machine is not that small
-  std::uint8_t* const block = alloc_block(bytes.size());
-  memory_probe::refuse_above(kLargestAllowed);
-  TQ_CLAIM(block != nullptr);
-  std::copy(bytes.begin(), bytes.end(), block);
-  global_blocks_.push_back(block);
-  return block;
-}
-
-Picture Session::choose_picture() {
-  constexpr std::int32_t kBits[] = {1, 4, 8, 16, 24, 32, 1, 2};
-  const std::uint8_t kind = in_.u8();
-  const std::int32_t bits = kBits[kind & 7];
-  if (kind >= 250) return make_picture(65530 + in_.below(8), 1, 1, in_.u8());
-  // Run lists that outgrow their first block.
-  if (kind >= 244) return make_picture(500 + in_.u8(), 200 + in_.u8(), 1, in_.u8());
-  return make_picture(1 + in_.below(40), 1 + in_.below(24), bits, in_.u8());
-}
-
-// A file to decode: mostly a BMP, sometimes anything.
-std::vector<std::uint8_t> Session::choose_file() {
-  const std::uint8_t kind = in_.u8();
-  if (kind < 160) return bmp_file(choose_picture());
-  const Bytes taken = in_.take(in_.u8());
-  std::vector<std::uint8_t> bytes(taken.begin(), taken.end());
-  if (kind < 220) {
-    // A BMP with other headers and another end.
-    std::vector<std::uint8_t> file = bmp_file(choose_picture());
-    std::copy_n(bytes.begin(), std::min({bytes.size(), file.size() - 10, std::size_t{30}}),
-                file.begin() + 10);
-    bytes = file;
-  }
-  // Millions of rows would be delivered one by one.
-  for (const std::size_t at : {8u, 22u}) {
-    if (bytes.size() >= at + 4) bytes[at + 2] = bytes[at + 3] = bytes[at + 1] >> 7 ? 0xFF : 0;
-  }
-  return bytes;
-}
-
-// ---- Settings ----------------------------------------------------------------------------------
-
-void Session::set_progress() {
-  const bool on = in_.below(3) != 0;
-  const bool null = in_.below(8) == 7;
-  interference_period_ = in_.u8() % 16;
-  progress_ = on && !null;
-  TQ_CLAIM(IMG_set_statusbar(11, null ? nullptr : on_progress, on ? 1 : 0) == 0);
-}
-
-void Session::set_decode_settings() {
-  switch (in_.below(4)) {
-    case 0:
-      reduction_ = in_.any_int();
-      TQ_CLAIM(IMGLOW_set_decomp_reduction(reduction_) == 0);
-      if (!one_of(reduction_, {1, 4, 8})) reduction_ = 0;
-      break;
-    case 1: {
-      const std::int32_t width = in_.any_int(), height = in_.any_int();
-      TQ_CLAIM(IMGLOW_set_decompsize(width, height) == 0);
-      sized_ = width >= 1 && height >= 1;
-      break;
-    }
-    case 2: {
-      const std::int32_t x = in_.any_int(), y = in_.any_int();
-      const std::int32_t width = in_.any_int(), height = in_.any_int();
-      TQ_CLAIM(IMGLOW_set_decomp_rect(x, y, width, height) == 0);
-      cut_ = x > 0 || y > 0 || width != 0 || height != 0;
-      break;
-    }
-    default:
-      TQ_CLAIM(IMGLOW_set_dithermode(in_.i8()) == 0);
-      break;
-  }
-}
-
-void Session::set_other_settings() {
-  const std::int32_t value = in_.any_int();
-  TQ_CLAIM(IMGLOW_set_dispfunc(value, value) == 0);
-  TQ_CLAIM(IMGLOW_autocolor(value) == 0);
-  TQ_CLAIM(IMGLOW_set_alias(value) == 0);
-  TQ_CLAIM(IMGLOW_set_alias_quality(value) == 0);
-  TQ_CLAIM(IMGLOW_set_wipedelay(value) == 0);
-  std::int32_t major = 0, minor = 0;
-  TQ_CLAIM(IMG_ifl_version(&major, &minor) == 0 && major == 8 && minor == 3);
-  TQ_CLAIM(IMG_ifl_version(nullptr, nullptr) == 0);
-}
-
-void Session::switch_detection() {
-  const std::int32_t code = in_.any_int();
-  const std::int32_t before = IMGLOW_get_auto_detect(code);
-  TQ_CLAIM((code >= 0 && code <= 66) == (before >= 0));
-  TQ_CLAIM(before >= 0 || before == IMG_UNSUPPORTED);
-  const bool on = in_.below(2) == 0;
-  TQ_CLAIM((on ? IMGLOW_set_auto_detect(code) : IMGLOW_unset_auto_detect(code)) == before);
-  if (before >= 0) TQ_CLAIM(IMGLOW_get_auto_detect(code) == (on ? 1 : 0));
-  bmp_switched_off_ = IMGLOW_get_auto_detect(IMG_TYPE_BMP) == 0;
-}
-
-void Session::set_caller_io() {
-  const std::uint8_t which = in_.u8();
-  caller_ = {.content = choose_file(),
-             .most_per_call = which >= 128 ? which % 50 : 0,
-             .calls_to_failure = which % 16 == 7 ? in_.u8() : 0};
-  // Mostly all or none.
-  const int parts = which % 3 == 0 ? 0 : which % 3 == 1 ? 7 : in_.below(8);
-  TQ_CLAIM(IMGLOW_set_fileio((parts & 1) != 0 ? on_read : nullptr,
-                             (parts & 2) != 0 ? on_write : nullptr,
-                             (parts & 4) != 0 ? on_seek : nullptr) == 0);
-  caller_io_ = parts != 0;
-}
-
-void Session::set_scrambling() {
-  scrambled_ = in_.below(3) == 0;
-  TQ_CLAIM(IMG_set_encrypt(scrambled_ ? 1 : 256, in_.any_int()) == 0);
-}
-
-// ---- Callbacks ---------------------------------------------------------------------------------
+void step();
 
 // Now and then a callback calls the library, or answers with an error.
-std::int32_t Session::interfere(std::int32_t answer) {
-  if (interference_period_ == 0 || ++callback_calls_ % interference_period_ != 0) return answer;
-  if (in_.empty() || depth_ == kDeepest) return answer;
-  const std::uint8_t action = in_.u8();
+std::int32_t interfere(std::int32_t answer) {
+  Session& s = *session;
+  const bool due = s.interference_period != 0 && ++s.callback_calls % s.interference_period == 0;
+  if (!due || in().empty() || s.depth == kDeepest) return answer;
+  const std::uint8_t action = in().u8();
   if (action < 64) return answer;
   if (action >= 224) return kAborted;
   // What was refused so far counts for the outer call; from here on there is memory.
-  refused_ = refused_ || memory_probe::refused();
+  s.refused = s.refused || memory_probe::refused();
   memory_probe::refuse_after(-1);
-  ++interferences_;
-  ++depth_;
+  s.disturbed = true;
+  ++s.depth;
   step();
-  --depth_;
+  --s.depth;
   return answer;
 }
 
-std::int32_t IMG_CB_STD Session::on_progress(std::intptr_t context, std::int32_t value) {
+// Files may claim millions of rows.
+std::int32_t next_row() {
+  return ++session->rows > kMostRows ? kAborted : interfere(0);
+}
+std::int32_t IMG_CB_STD on_progress(std::intptr_t context, std::int32_t value) {
   TQ_CLAIM(context == 11 && value >= 0);
-  return running->interfere(0);
+  return next_row();
 }
-
-std::int32_t IMG_CB_C Session::on_read(std::int32_t, void* buffer, std::int32_t count) {
-  TQ_CLAIM(count > 0);
-  std::memset(buffer, 0x99, static_cast<std::size_t>(count));  // all of it must be there
-  if (running->interfere(0) < 0) return -5;
-  auto& file = running->caller_;
-  if (--file.calls_to_failure == 0) return INT32_MIN;
-  const auto size = static_cast<std::int64_t>(file.content.size());
-  if (file.position < 0 || file.position >= size) return 0;
-  std::int64_t got = std::min<std::int64_t>(count, size - file.position);
-  if (file.most_per_call != 0) got = std::min<std::int64_t>(got, file.most_per_call);
-  std::copy_n(&file.content[static_cast<std::size_t>(file.position)], got,
-              static_cast<std::uint8_t*>(buffer));
-  file.position += got;
-  return static_cast<std::int32_t>(got);
+std::int32_t IMG_CB_C on_header(void*, void* context) {
+  return context == nullptr ? IMG_STOP_AFTER_HEADER : interfere(1);
 }
-
-std::int32_t IMG_CB_C Session::on_write(std::int32_t, void* buffer, std::int32_t count) {
-  TQ_CLAIM(count > 0);
-  if (running->interfere(0) < 0) return 0;
-  auto& file = running->caller_;
-  if (--file.calls_to_failure == 0) return count / 2;
-  const std::size_t end = file.content.size() + static_cast<std::size_t>(count);
-  if (end > kMostCallerBytes) return 0;
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  file.content.insert(file.content.end(), bytes, bytes + count);
-  // Writers may be given their own buffer to scribble on.
-  std::memset(buffer, 0x66, static_cast<std::size_t>(count));
-  return count;
-}
-
-std::int32_t IMG_CB_C Session::on_seek(std::int32_t, std::int32_t offset, std::int32_t origin) {
-  TQ_CLAIM(origin >= 0 && origin <= 2);
-  if (running->interfere(0) < 0) return -5;
-  auto& file = running->caller_;
-  const std::int64_t from[] = {0, file.position, static_cast<std::int64_t>(file.content.size())};
-  file.position = from[origin] + offset;
-  return static_cast<std::int32_t>(file.position);
-}
-
-std::int32_t IMG_CB_C Session::on_header(void* header, void* context) {
-  TQ_CLAIM(context == running);
-  Digest all;
-  all.add({static_cast<const std::uint8_t*>(header), IMG_HEADER_BLOCK_BYTES});
-  return running->interfere(1);
-}
-
-std::int32_t IMG_CB_C Session::on_row(void* row, void* context, std::int32_t y,
-                                      std::int32_t bytes) {
-  TQ_CLAIM(context == running && y >= 0 && bytes > 0);
+std::int32_t IMG_CB_C on_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
+  TQ_CLAIM(context == session && y >= 0 && bytes > 0);
   Digest all;
   all.add({static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(bytes)});
-  return ++running->sink_rows_ > 500 ? kAborted : running->interfere(0);
+  return next_row();
 }
-
-std::int32_t IMG_CB_C Session::on_supply(void* context, void* dest, std::int32_t y,
-                                         std::int32_t bytes) {
-  TQ_CLAIM(context == running && y >= 0 && bytes > 0);
+std::int32_t IMG_CB_C on_supply(void* context, void* dest, std::int32_t y, std::int32_t bytes) {
+  TQ_CLAIM(context == session && y >= 0 && bytes > 0);
   std::memset(dest, y * 37, static_cast<std::size_t>(bytes));
-  return ++running->sink_rows_ > 500 ? kAborted : running->interfere(0);
+  return next_row();
 }
 
-// ---- The sequence ------------------------------------------------------------------------------
+// ---- What calls work on -------------------------------------------------------------------------
 
-void Session::step() {
-  if (++calls_ > kMostCalls) return;
-  using Action = void (Session::*)();
-  constexpr Action kActions[] = {
-      &Session::create_shell,
-      &Session::create_registered,
-      &Session::decode,
-      &Session::decode,
-      &Session::remove,
-      &Session::query_image,
-      &Session::set_crop,
-      &Session::set_display_values,
-      &Session::set_transparent,
-      &Session::get_raster,
-      &Session::put_raster,
-      &Session::move_palette,
-      &Session::change_form,
-      &Session::set_progress,
-      &Session::set_decode_settings,
-      &Session::set_caller_io,
-      &Session::set_scrambling,
-      &Session::query_file,
-      &Session::save_to_block,
-      &Session::save_to_stream,
-      &Session::save_to_name,
-      &Session::save_rows,
-      &Session::decode_to_sink,
-      &Session::switch_detection,
-      &Session::create_device,
-      &Session::set_other_settings,
-      &Session::reset_settings,
-      &Session::put_raster,
-      &Session::change_form,
-      &Session::save_to_block,
-      &Session::set_progress,
-      &Session::set_decode_settings,
-  };
-  (this->*kActions[in_.below(static_cast<std::int32_t>(std::size(kActions)))])();
+// Mostly one that exists.
+std::int32_t choose_image() {
+  const std::uint8_t choice = in().u8();
+  const auto& images = session->images;
+  if (choice >= 240 || images.empty()) {
+    const std::int32_t any = in().any_int();
+    return any == kNoImage ? -1 : any;
+  }
+  return images[choice % images.size()];
 }
 
-void Session::reset_settings() {
-  interference_period_ = 0;
-  reduction_ = 0;
-  sized_ = cut_ = scrambled_ = caller_io_ = progress_ = bmp_switched_off_ = false;
-  TQ_CLAIM(IMG_set_statusbar(0, nullptr, 0) == 0);
-  TQ_CLAIM(IMGLOW_set_decomp_reduction(0) == 0);
-  TQ_CLAIM(IMGLOW_set_decompsize(0, 0) == 0);
-  TQ_CLAIM(IMGLOW_set_decomp_rect(0, 0, 0, 0) == 0);
-  TQ_CLAIM(IMGLOW_set_dithermode(1) == 0);
-  TQ_CLAIM(IMG_set_encrypt(0, 0) == 0);
-  TQ_CLAIM(IMGLOW_set_fileio(nullptr, nullptr, nullptr) == 0);
-  for (std::int32_t code = 0; code <= 66; ++code) {
-    const bool off = code == IMG_TYPE_TEXT || code == 66;
-    TQ_CLAIM((off ? IMGLOW_unset_auto_detect(code) : IMGLOW_set_auto_detect(code)) >= 0);
+std::uint8_t* keep(const Memory& bytes) {
+  return session->blocks.emplace_back(bytes).data();
+}
+
+std::uint8_t* keep_global(Bytes bytes) {
+  memory_probe::refuse_above(kLargestBlock);  // the caller's machine is not that small
+  std::uint8_t* const block = alloc_block(std::max<std::size_t>(bytes.size(), 1));
+  memory_probe::refuse_above(kLargestAllowed);
+  *block = 0;
+  std::copy(bytes.begin(), bytes.end(), block);
+  session->global_blocks.push_back(block);
+  return block;
+}
+
+// Header, palette and rows that look random.
+Memory choose_dib() {
+  constexpr int kBits[] = {1, 4, 8, 16, 24, 32, 1, 2};
+  const std::uint8_t kind = in().u8();
+  int bits = kBits[kind & 7];
+  std::int32_t width = 1 + in().below(40), height = 1 + in().below(24);
+  if (kind >= 244) {
+    // Too wide for run lists, or with lists that outgrow their first block.
+    bits = 1;
+    width = kind >= 250 ? 65530 + in().below(8) : 500 + in().u8();
+    height = kind >= 250 ? 1 : 200 + in().u8();
+  }
+  const HeaderBlock header = dib_header(width, height, bits);
+  Memory dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
+  // Long runs now and then.
+  std::uint32_t state = in().u8();
+  const std::uint32_t changes = state % 5 == 0 ? 8 : 200;
+  for (std::uint8_t& byte : dib) {
+    const std::uint32_t next = state * 1664525 + 1013904223;
+    state = (next >> 16 & 0xFF) < changes ? next : (state & 0xFF000000) | (next & 0xFFFFFF);
+    byte = static_cast<std::uint8_t>(state >> 24);
+  }
+  std::memcpy(dib.data(), &header.header, sizeof header.header);
+  return dib;
+}
+
+// Any sides and any depth.
+void change_sides(Memory& header) {
+  const Bytes bytes = in().take(12);
+  std::copy(bytes.begin(), bytes.end(), header.begin() + 4);
+}
+
+// Mostly what was saved last, some of it changed; now and then anything.
+Memory choose_file() {
+  const std::uint8_t kind = in().u8();
+  if (kind < 40) return choose_dib();
+  const Bytes taken = in().take(kind < 150 ? 0 : in().u8());
+  Memory bytes(taken.begin(), taken.end());
+  if (kind >= 220 || session->file.empty()) return bytes;
+  Memory file = session->file;
+  const std::size_t start = in().u8() % file.size();
+  std::copy_n(bytes.begin(), std::min(bytes.size(), file.size() - start),
+              file.begin() + static_cast<std::ptrdiff_t>(start));
+  return file;
+}
+
+// ---- Making images ------------------------------------------------------------------------------
+
+void create_shell() {
+  if (session->images.size() >= kMostImages) return;
+  Memory header = choose_dib();
+  // What stays behind the header is enough for every depth's palette.
+  header.resize(IMG_HEADER_BLOCK_BYTES);
+  const std::uint8_t kind = in().u8();
+  if (kind >= 200) change_sides(header);
+  if (kind % 4 == 1) header[32] = kind, header[33] = 0x10;  // transparent
+  add_image(call(kNoImage,
+                 [&] { return IMG_create_handle_shell(kind == 255 ? nullptr : keep(header)); }));
+}
+
+void create_registered() {
+  if (session->images.size() >= kMostImages) return;
+  Memory dib = choose_dib();
+  const std::uint8_t kind = in().u8();
+  if (kind % 8 == 2) std::fill_n(&dib[kind >= 64 ? 4 : 8], 4, kind >= 128 ? 0xFF : 0);
+  if (kind % 8 == 3) dib.resize(in().u8() % dib.size());
+  std::uint8_t* const block = kind % 2 != 0 ? keep_global(dib) : keep(dib);
+  std::int32_t next = 0;
+  while (validate_image_handle(ImageHandle{next}).ok()) ++next;
+  const std::int64_t result = call(kNoImage, [&] { return IMG_create_handle_keep(block); });
+  TQ_CLAIM(result == next || result == IMG_OUT_OF_MEMORY || result == IMG_BAD_IMAGE);
+  if (result != IMG_OUT_OF_MEMORY) add_image(next);  // stays allocated
+}
+
+void decode() {
+  if (session->images.size() >= kMostImages) return;
+  const Memory file = choose_file();
+  const std::int32_t way = in().below(5);
+  const std::int32_t page = in().below(3) == 0 ? in().any_int() : 0, start = in().any_int();
+  std::uint8_t* const block = way < 2 ? keep_global(file) : keep(file);
+  add_image(call(kNoImage, [&] {
+    if (way == 0) return IMG_create_handle(block);
+    if (way == 1) return IMG_decompress_bitmap_mem(block, page);
+    if (way == 2) return IMG_decompress_bitmap_fd(IMG_MEMORY_STREAM, start, page);
+    return IMG_decompress_bitmap_block(block, file.size(), page);
+  }));
+}
+
+void decode_to_sink() {
+  const Memory file = choose_file();
+  std::uint8_t* const block = keep(file);
+  const std::int32_t offset = in().i8();
+  const bool whole = in().below(3) != 0;
+  const std::int64_t result = call(kNoImage, [&] {
+    return whole ? IMGLOW_decompress_bitmap_block(block, file.size(), 0, on_row, session, on_header)
+                 : IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, offset, 0, nullptr, nullptr,
+                                            on_header);
+  });
+  TQ_CLAIM(result <= 0);
+}
+
+void remove() {
+  const std::int32_t image = choose_image();
+  const bool leaves_block = in().below(4) == 0;
+  const std::intptr_t address = IMG_bitmap_info(image, nullptr, nullptr, nullptr);
+  const std::int64_t result = call(image, [&] {
+    return leaves_block ? IMG_delete_bitmap_keep(image) : IMG_delete_bitmap(image);
+  });
+  if (result != 0) return;
+  std::erase(session->images, image);
+  if (session->depth == 0) TQ_CLAIM(IMG_delete_bitmap(image) == IMG_BAD_HANDLE);
+  auto* const block = reinterpret_cast<std::uint8_t*>(address);
+  if (leaves_block && platform::block_size(block) != 0) session->global_blocks.push_back(block);
+}
+
+// ---- Changing images ----------------------------------------------------------------------------
+
+void set_value() {
+  const std::int32_t image = choose_image();
+  const std::int32_t kind = in().below(5), value = in().any_int();
+  const std::int32_t y = in().any_int();
+  const std::int32_t width = in().any_int(), height = in().any_int();
+  const std::int64_t result = call(image, [&] {
+    if (kind == 0) return IMG_set_croprect(image, value, y, width, height);
+    if (kind == 1) return IMG_set_gamma(image, value);
+    if (kind == 2) return IMGLOW_set_rop(image, value);
+    if (kind == 3) return IMG_set_display_angle(image, value);
+    return IMGLOW_set_transp_color(image, value);
+  });
+  if (result != 0 || !exists(image)) return;
+  look_at(image);
+  if (kind == 4) TQ_CLAIM(IMGLOW_get_transp_color(image) == (value & 255));
+  TQ_CLAIM(IMGLOW_get_display_rect(image, nullptr, nullptr, nullptr, nullptr) == 0);
+}
+
+void move_rows() {
+  const std::int32_t image = choose_image();
+  const std::int32_t row = in().any_int(), bytes = in().any_int();
+  // Nobody knows how large a row of an image at work is.
+  if (!exists(image) && session->depth > 0) return;
+  const View view = exists(image) ? look_at(image) : View();
+  const auto room = static_cast<std::size_t>(row_bytes(view.width, view.bits));
+  Memory given(room, in().u8()), got(room, 0x3C);
+  const std::int64_t put =
+      call(image, [&] { return IMGLOW_put_raster(image, given.data(), row, bytes); });
+  const std::int64_t taken =
+      call(image, [&] { return IMGLOW_get_raster(image, got.data(), row, bytes); });
+  // Nothing is written behind what was asked for; padding is nobody's.
+  const std::size_t count = bytes == 0 ? room : static_cast<std::size_t>(std::max(bytes, 0));
+  for (std::size_t i = 0; i < room; ++i) {
+    if (taken != 0 || i >= count) TQ_CLAIM(got[i] == 0x3C);
+    const bool pixel = one_of(view.bits, {8, 24, 32}) &&
+                       static_cast<std::int64_t>(i) < std::int64_t{view.width} * view.bits / 8;
+    if (put == 0 && taken == 0 && i < count && pixel) TQ_CLAIM(got[i] == given[i]);
   }
 }
 
-void Session::run() {
-  running = this;
-  blocks_.reserve(4 * kMostCalls);
+void move_palette() {
+  const std::int32_t image = choose_image();
+  std::array<Rgb, 256> palette{}, back{};
+  for (Rgb& entry : palette) entry = {in().u8(), 7, 7, 0};
+  if (call(image, [&] { return IMGLOW_put_palette(image, palette.data()); }) != 0) return;
+  const std::int32_t entries = IMG_bitmap_palette(image);
+  if (entries < 0) return;
+  TQ_CLAIM(IMGLOW_get_palette(image, back.data()) == 0);
+  TQ_CLAIM(std::memcmp(palette.data(), back.data(), 4 * static_cast<std::size_t>(entries)) == 0);
+}
+
+// Pixels in another form, or other pixels; the sides stay.
+void convert() {
+  using Conversion = std::int32_t(IMG_CALL*)(std::int32_t);
+  constexpr Conversion kConversions[] = {IMG_runs_to_dib,      IMG_dib_to_runs, IMG_color_gray,
+                                         IMG_mediancut_color,  IMG_bayer_mono,  IMG_halftone_mono,
+                                         IMG_popularity_color, IMG_promote_8,   IMG_diffusion_mono,
+                                         IMG_diffusion_color,  IMG_bayer_color, IMG_promote_24,
+                                         IMG_promote_32,       IMG_dib_to_runs};
+  const std::int32_t image = choose_image();
+  const std::int32_t kind = in().below(16), value = in().any_int();
+  const View before = exists(image) ? look_at(image) : View();
+  const std::int64_t result = call(image, [&] {
+    if (kind == 14) return IMG_thresh_mono(image, value);
+    if (kind == 15) return IMG_octree_color(image, 8, nullptr, value);
+    return kConversions[kind](image);
+  });
+  if (result < 0 || session->disturbed || session->depth > 0) return;
+  const View after = look_at(image);
+  TQ_CLAIM(after.width == before.width && after.height == before.height);
+  if (kind < 2 || kind == 13) TQ_CLAIM(after.pixels() == before.pixels());
+}
+
+// ---- Settings -----------------------------------------------------------------------------------
+
+std::int32_t set_caller_io(std::int32_t value, std::int32_t failing_call) {
+  caller_file = {.bytes = choose_file(),
+                 .most_per_call = std::max(value % 50, 0),
+                 .failing_call = failing_call % 40,
+                 .before_call = [] { return interfere(0); }};
+  const int parts = value % 4 == 0 ? 7 : in().below(8);
+  return IMGLOW_set_fileio((parts & 1) != 0 ? caller_read : nullptr,
+                           (parts & 2) != 0 ? caller_write : nullptr,
+                           (parts & 4) != 0 ? caller_seek : nullptr);
+}
+
+std::int32_t set_one(std::int32_t kind, std::int32_t value, std::int32_t other) {
+  // What is scaled or cut needs no memory for its rows: somebody must count them.
+  if (kind < 3) IMG_set_statusbar(11, on_progress, 1);
+  if (kind == 0) session->interference_period = in().u8() % 16;
+  if (kind == 1) return IMGLOW_set_decompsize(value, other);
+  if (kind == 2) return IMGLOW_set_decomp_rect(value, other, in().i8(), 20);
+  if (kind == 3) return IMGLOW_set_decomp_reduction(value);
+  if (kind == 4) return IMG_set_encrypt(value & 1, other);
+  if (kind == 5) return IMGLOW_set_dithermode(value);
+  if (kind == 6) return IMGLOW_set_comp_quality(value) | IMGLOW_set_jpg_interleave(other, value);
+  if (kind == 7) return set_caller_io(value, other);
+  if (kind == 8) {
+    const std::int32_t before = IMGLOW_get_auto_detect(value);
+    return (other > 0 ? IMGLOW_set_auto_detect : IMGLOW_unset_auto_detect)(value)-before;
+  }
+  TQ_CLAIM(IMG_create_handle_ddb(session) == IMG_NO_DEVICE_BITMAP);
+  return IMGLOW_set_dispfunc(value, value) | IMGLOW_autocolor(value) | IMGLOW_set_alias(value) |
+         IMGLOW_set_alias_quality(value) | IMGLOW_set_wipedelay(value) | IMG_unload_plugins() |
+         IMG_ifl_version(nullptr, nullptr);
+}
+
+void set_setting() {
+  const std::int32_t kind = in().below(10), value = in().any_int(), other = in().any_int();
+  session->plain = false;
+  TQ_CLAIM(set_one(kind, value, other) == 0);
+}
+
+void reset_settings() {
+  session->interference_period = 0;
+  session->plain = true;
+  TQ_CLAIM((IMG_set_statusbar(0, nullptr, 0) | IMGLOW_set_decomp_reduction(0) |
+            IMGLOW_set_decompsize(0, 0) | IMGLOW_set_decomp_rect(0, 0, 0, 0) |
+            IMGLOW_set_dithermode(1) | IMG_set_encrypt(0, 0) |
+            IMGLOW_set_fileio(nullptr, nullptr, nullptr)) == 0);
+  for (std::int32_t code = 0; code <= 66; ++code) {
+    const bool on = code != IMG_TYPE_TEXT && code != 66;
+    TQ_CLAIM((on ? IMGLOW_set_auto_detect(code) : IMGLOW_unset_auto_detect(code)) >= 0);
+  }
+}
+
+// ---- Files --------------------------------------------------------------------------------------
+
+void query_file() {
+  const Memory file = choose_file();
+  std::uint8_t *const block = keep(file), *const global_block = keep_global(file);
+  const std::int32_t stream = in().below(10) == 9 ? -1 : IMG_MEMORY_STREAM;
+  std::array<std::uint8_t, 40> header{};
+  call(kNoImage, [&] { return IMGLOW_get_filetype_block(block, file.size()); });
+  call(kNoImage, [&] { return IMGLOW_get_fileinfo_mem(global_block, header.data()); });
+  call(kNoImage, [&] { return IMGLOW_get_pages_mem(global_block); });
+  call(kNoImage, [&] { return IMGLOW_get_pages_fd(stream); });
+  call(kNoImage, [&] { return IMGLOW_get_filetype_fd(stream); });
+  TQ_CLAIM(IMGLOW_get_pages(nullptr) == IMG_CANNOT_OPEN);
+}
+
+std::int32_t choose_code() {
+  constexpr std::int32_t kCodes[] = {IMG_TYPE_BMP,  IMG_TYPE_DIB, IMG_TYPE_BMP_RLE, IMG_TYPE_GIF,
+                                     IMG_TYPE_PDF,  IMG_TYPE_PCX, IMG_TYPE_DCX,     IMG_TYPE_PNG,
+                                     IMG_TYPE_JPEG, 66,           IMG_TYPE_BY_NAME, 100000};
+  return kCodes[in().below(std::size(kCodes))];
+}
+
+// What was saved comes back as it was.
+void check_saved(const View& view, std::int32_t code) {
+  const bool whole = view.crop[2] == view.width && view.crop[3] == view.height;
+  const bool kept = code == IMG_TYPE_BMP || code == IMG_TYPE_DIB
+                        ? one_of(view.bits, {4, 8, 24, 32})
+                        : code == IMG_TYPE_BMP_RLE && one_of(view.bits, {4, 8});
+  if (!whole || !kept) return;
+  // The stream stays open on it.
+  std::uint8_t* const file = keep(session->file);
+  const std::int32_t again = IMG_decompress_bitmap_block(file, session->file.size(), 0);
+  if (again == IMG_OUT_OF_MEMORY) return;
+  TQ_CLAIM(again >= 0 && look_at(again).pixels() == view.pixels());
+  TQ_CLAIM(IMG_delete_bitmap(again) == 0);
+}
+
+void save_to_memory() {
+  Session& s = *session;
+  const std::int32_t image = choose_image(), code = choose_code();
+  if (!exists(image) && s.depth > 0) return;
+  const View view = exists(image) ? look_at(image) : View();
+  const std::uint8_t kind = in().u8();
+  const bool to_stream = kind % 16 == 7;
+  std::size_t room = 3000 + view.rows.size() * 2 + 8 * static_cast<std::size_t>(view.height);
+  if (kind >= 200) room = room * (kind - 200) / 60;
+  const Memory empty(room, 0x77);
+  std::uint8_t* const block = kind % 2 != 0 ? keep_global(empty) : keep(empty);
+  const std::int64_t result = call(image, [&] {
+    if (to_stream) return IMG_save_bitmap_fd(image, kind < 128 ? IMG_MEMORY_STREAM : -1, code);
+    return kind % 2 != 0 ? IMG_save_bitmap_mem(image, block, code)
+                         : IMG_save_bitmap_block(image, block, room, code);
+  });
+  if (result <= 0 || to_stream || s.disturbed || s.depth > 0) return;
+  TQ_CLAIM(look_at(image).digest() == view.digest());
+  if (!s.plain) return;
+  TQ_CLAIM(result <= static_cast<std::int64_t>(room));
+  s.file.assign(block, block + result);
+  for (std::size_t i = s.file.size(); i < room; ++i) TQ_CLAIM(block[i] == 0x77);
+  check_saved(view, code);
+}
+
+// A file is whole, or left alone, or gone.
+void save_to_name() {
+  constexpr const char* kNames[] = {"/out.bmp", "/OUT.BMP", "/out.gif",
+                                    "/out.dcx", "/out.imt", "/out"};
+  static const struct Folder {
+    Folder() { std::filesystem::create_directory(path); }
+    ~Folder() { std::filesystem::remove_all(path); }
+    std::string path = "/dev/shm/tarnquill-fuzz-" + std::to_string(getpid());
+  } folder;
+  const std::int32_t image = choose_image(), code = choose_code();
+  const std::string name = folder.path + kNames[in().below(std::size(kNames))];
+  std::ofstream(name) << "old";
+  const std::int64_t result =
+      call(image, [&] { return IMG_save_bitmap(image, name.c_str(), code); });
+  TQ_CLAIM(result <= 0);
+  std::error_code gone;
+  const auto size = std::filesystem::file_size(name, gone);
+  if (result < 0 && !session->disturbed && session->depth == 0) TQ_CLAIM(gone || size == 3);
+  unlink(name.c_str());
+}
+
+void save_rows() {
+  Memory header = choose_dib();
+  header.resize(IMG_HEADER_BLOCK_BYTES);
+  const std::uint8_t kind = in().u8();
+  if (kind >= 200) change_sides(header);
+  const std::int32_t code = choose_code();
+  std::uint8_t* const block = keep(header);
+  std::uint8_t* const out = keep_global(Memory(in().u8() * 64u));
+  call(kNoImage, [&] {
+    return kind % 3 == 0 ? IMGLOW_save_bitmap(IMG_MEMORY_STREAM, block, code, on_supply, session)
+                         : IMGLOW_save_bitmap_mem(out, block, code,
+                                                  kind % 32 == 31 ? nullptr : on_supply, session);
+  });
+}
+
+// ---- The sequence -------------------------------------------------------------------------------
+
+void step() {
+  if (++session->calls > kMostCalls) return;
+  constexpr void (*kActions[])() = {
+      create_shell,   create_registered, decode,       decode,         remove,         set_value,
+      move_rows,      move_palette,      convert,      convert,        set_setting,    set_setting,
+      query_file,     save_to_memory,    save_to_name, decode_to_sink, reset_settings, save_rows,
+      save_to_memory, move_rows,         set_setting,  decode,         convert};
+  kActions[in().below(std::size(kActions))]();
+}
+
+}  // namespace
+
+void fuzz(Bytes input) {
+  Session s{.in = Input(input)};
+  session = &s;
   reset_settings();
   memory_probe::refuse_above(kLargestAllowed);
   // The memory stream is open on something that lives.
   static std::uint8_t nothing[16];
-  std::fill(std::begin(nothing), std::end(nothing), std::uint8_t{0});
+  std::memset(nothing, 0, sizeof nothing);
   TQ_CLAIM(IMGLOW_get_filetype_block(nothing, sizeof nothing) == IMG_UNSUPPORTED);
-  while (!in_.empty() && calls_ < kMostCalls) step();
+  while (!in().empty() && s.calls < kMostCalls) step();
   reset_settings();
-  verify_all();
   // Whatever is left over, those included that nobody knows of.
-  for (std::int32_t handle = 0; handle < 4 * kMostCalls; ++handle) {
-    const bool known = find(handle) != nullptr;
-    const std::int32_t deleted = IMG_delete_bitmap(handle);
-    TQ_CLAIM(known ? deleted == 0 : one_of(deleted, {0, IMG_BAD_HANDLE}));
+  for (std::int32_t image = 0; image < 500; ++image) {
+    const bool known = exists(image);
+    if (known) look_at(image);
+    TQ_CLAIM(IMG_delete_bitmap(image) == 0 || !known);
   }
-  for (std::uint8_t* block : global_blocks_) free_block(block);
+  for (std::uint8_t* block : s.global_blocks) free_block(block);
   IMGLOW_get_filetype_block(nothing, sizeof nothing);
+  TQ_CLAIM(memory_probe::live_blocks() == 0);
 }
 
 }  // namespace tq::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tq::fuzz::Session session({data, size});
-  session.run();
-  TQ_CLAIM(tq::memory_probe::live_blocks() == 0);
-  return 0;
-}
