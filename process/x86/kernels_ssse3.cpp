@@ -80,6 +80,21 @@ TQ_SSSE3 std::int32_t widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* o
   return x;
 }
 
+// Four keys in 32-bit lanes.
+TQ_SSSE3 __m128i four_keys(const std::uint8_t* bgr) {
+  const __m128i upper = _mm_and_si128(four_pixels(bgr), _mm_set1_epi8(static_cast<char>(0xF0)));
+  const __m128i pairs = _mm_maddubs_epi16(upper, weights_of(1, 16, 16));
+  return _mm_srli_epi32(_mm_madd_epi16(pairs, _mm_set1_epi32(16 << 16 | 1)), 4);
+}
+
+TQ_SSSE3 std::int32_t keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
+  std::int32_t x = 0;
+  for (; x + 8 + kReadAhead <= width; x += 8, bgr += 24) {
+    store(keys + x, _mm_packs_epi32(four_keys(bgr), four_keys(bgr + 12)));
+  }
+  return x;
+}
+
 TQ_SSSE3 std::int32_t at_least(const std::uint8_t* grey, const std::uint8_t* least,
                                std::uint8_t* bits, std::int32_t width) {
   const __m128i half = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(least));
