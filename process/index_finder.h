@@ -16,13 +16,17 @@ class IndexFinder {
   // What is known about all colours of a cell: the palette entry with its index in the fourth byte.
   using Entry = CellColours::Entry;
 
-  IndexFinder(const Octree& tree, std::span<const Rgb> palette);
+  // `exact`: only colours that have an entry of their own will be asked for.
+  IndexFinder(const Octree& tree, std::span<const Rgb> palette, bool exact);
   Status allocate();
 
   Entry find(Rgb colour) {
     const Entry entry = cells_.data()[CellColours::cell(colour)];
     return is_unknown(entry) ? find_slowly(colour) : entry;
   }
+
+  // Without errors to spread.
+  void find_row(std::span<const Rgb> colours, std::uint8_t* indices);
 
   // The same in steps, for kernels that have colours in registers.
   const Entry* entries() const { return cells_.data(); }
@@ -36,13 +40,14 @@ class IndexFinder {
 
   // The tree and the distances look at 7 bits of a channel, except on the tree's last level.
   struct KnownColour {
-    std::uint32_t key;  // 7 bits a channel and a mark that the entry is in use
+    std::uint32_t key;  // the bits that count and a mark that the entry is in use
     std::uint8_t index;
   };
   static constexpr std::uint32_t kKnown = 1 << 15;
 
   const Octree& tree_;
   std::span<const Rgb> palette_;
+  bool exact_;
   Entry unknown_;  // index 0 with another colour than entry 0 has
   RowBuffer<Entry> cells_;
   RowBuffer<KnownColour> known_;

@@ -42,6 +42,9 @@ class Octree {
   }
   void insert_row(std::span<const Rgb> colours);
 
+  // Whether every colour that went in has a leaf, and so a palette entry, of its own.
+  bool is_exact() const { return leaf_level_ == kLevels - 1; }
+
   // Numbers the leaves and writes their mean colours. Returns how many; no insertion after it.
   std::int32_t write_palette(std::span<Rgb> palette);
 
