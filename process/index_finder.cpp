@@ -44,15 +44,9 @@ std::uint8_t IndexFinder::index_of(Rgb colour) {
 }
 
 void IndexFinder::find_row(std::span<const Rgb> colours, std::uint8_t* indices) {
-  Rgb last = colours[0];
-  std::uint8_t index = index_of(last);
-  for (std::size_t x = 0; x < colours.size(); ++x) {
-    if (colours[x] != last) {
-      last = colours[x];
-      index = index_of(last);
-    }
-    indices[x] = index;
-  }
+  for_each_run(colours, [&](std::size_t first, std::size_t count) {
+    std::fill_n(indices + first, count, index_of(colours[first]));
+  });
 }
 
 }  // namespace tq::process
