@@ -47,7 +47,7 @@ struct Kernels {
                              std::int32_t width);
 };
 
-// The portable forms of the last two.
+// The portable forms of the two diffusions.
 void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                       std::int32_t width);
 void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,

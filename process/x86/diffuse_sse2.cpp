@@ -58,14 +58,15 @@ void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t*
   __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(next - 2));
   for (std::int32_t x = 0; x < width; ++x) {
     const auto bytes = static_cast<std::uint32_t>(_mm_cvtsi128_si32(value));
-    const std::uint32_t cell = (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
-    CellColours::Entry entry = entries[cell];
-    if (CellColours::is_free(entry)) {
-      entry = cells.fill(colour_of(bytes));
-    }
-    out[x] = entry.index;
+    const CellColours::Entry* known = entries + cell_of(bytes);
     // The entry's index is in the byte that colours do not use.
-    const __m128i chosen = load_pixel(&entry);
+    __m128i chosen = load_pixel(known);
+    out[x] = known->index;
+    if (CellColours::is_free(*known)) {
+      const CellColours::Entry found = cells.fill(colour_of(bytes));
+      chosen = load_pixel(&found);
+      out[x] = found.index;
+    }
     const SplitError error{_mm_subs_epu8(value, chosen), _mm_subs_epu8(chosen, value)};
 
     value = error.give<2>(following);

@@ -144,7 +144,6 @@ const std::vector<NamedOperation>& all_operations() {
       {"halftone_mono", call<IMG_halftone_mono>},
       {"diffusion_mono", call<IMG_diffusion_mono>},
       {"thresh_128", [](Image i) { return IMG_thresh_mono(i, 128); }},
-      {"thresh_0", [](Image i) { return IMG_thresh_mono(i, 0); }},
       {"thresh_below", [](Image i) { return IMG_thresh_mono(i, -2); }},
       {"thresh_255", [](Image i) { return IMG_thresh_mono(i, 255); }},
       {"thresh_automatic", [](Image i) { return IMG_thresh_mono(i, -1); }},
