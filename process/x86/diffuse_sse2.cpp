@@ -207,9 +207,7 @@ void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
 
   TreeChain chains[kPieces];
   __m128i guessed[kPieces];
-  for (int i = 0; i < kPieces; ++i) {
-    chains[i].x = at(i * piece - (i == 0 ? 0 : kWarmUp));
-  }
+  for (int i = 0; i < kPieces; ++i) chains[i].x = at(i * piece - (i == 0 ? 0 : kWarmUp));
   for (std::int32_t n = 0; n < kWarmUp; ++n) {
     for (int i = 1; i < kPieces; ++i) advance<kStep>(chains[i], row, finder);
   }

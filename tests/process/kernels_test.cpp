@@ -70,7 +70,8 @@ TEST(WideRows, OperationsEqualThePortableOnes) {
         const auto run = [&] {
           const int bits = pattern % 2 == 0 ? 24 : 8;
           Bytes dib = test::generate_dib({bits, 0, width, 7}, pattern);
-          if (pattern > 3) std::fill(dib.end() - 7 * row_bytes(width, bits), dib.end(), 0x6D);
+          const auto pixels = static_cast<std::ptrdiff_t>(7 * row_bytes(width, bits));
+          if (pattern > 3) std::fill(dib.end() - pixels, dib.end(), 0x6D);
           const test::KeptImage image(std::move(dib));
           Bytes joined;
           if (operation.run(image.handle()) < 0) return joined;
