@@ -62,7 +62,8 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
   }
 }
 
-// Wide rows are cut into pieces. On even colours the pieces do not find each other's state.
+// Wide rows are cut into pieces. On even colours the pieces do not find each other's state, and
+// noise fills the octree.
 TEST(WideRows, OperationsEqualThePortableOnes) {
   for (const int width : {511, 512, 1023, 1024, 1281, 2480, 4001}) {
     for (int pattern = 0; pattern < 6; ++pattern) {

@@ -195,13 +195,6 @@ TEST(OctreeColor, PaletteArguments) {
   EXPECT_LE(run(8, nullptr, -1), 8);
 }
 
-TEST(OctreeColor, NoiseFillsThePaletteAndEnds) {
-  const KeptImage image({24, 0, 701, 301}, 0);
-  const std::int32_t written = IMG_octree_color(image.handle(), 8, nullptr, 256);
-  EXPECT_GT(written, 200);
-  EXPECT_LE(written, 256);
-}
-
 TEST(OctreeColor, ALargeWhitePageStaysWhite) {
   // More than 2^32 / 255 white pixels in one leaf.
   constexpr int kWidth = 4961, kHeight = 7016;
