@@ -25,10 +25,10 @@ class IndexFinder {
     return is_unknown(entry) ? find_slowly(colour) : entry;
   }
 
-  // Without errors to spread.
+  // A whole row, when there are no errors to spread.
   void find_row(std::span<const Rgb> colours, std::uint8_t* indices);
 
-  // The same in steps, for kernels that have colours in registers.
+  // What find does, in steps: for kernels that have colours in registers.
   const Entry* entries() const { return cells_.data(); }
   std::uint32_t unknown() const { return std::bit_cast<std::uint32_t>(unknown_); }
   Entry find_slowly(Rgb colour);
@@ -38,7 +38,8 @@ class IndexFinder {
   Entry entry_of(std::uint8_t index) const;
   std::uint8_t index_of(Rgb colour);
 
-  // The tree and the distances look at 7 bits of a channel, except on the tree's last level.
+  // The tree and the distances look at 7 bits of a channel, except on the tree's last level, where
+  // all leaves of an exact tree are.
   struct KnownColour {
     std::uint32_t key;  // the bits that count and a mark that the entry is in use
     std::uint8_t index;

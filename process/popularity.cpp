@@ -27,6 +27,7 @@ struct Histogram {
   std::array<std::int16_t, kKeys> nearest;
 };
 
+// Rows of an image as 12-bit colours.
 class KeyRows {
  public:
   explicit KeyRows(const ImageSource& image) : image_(image) {}

@@ -1,4 +1,4 @@
-// Row kernels for SSSE3, 16 pixels at a time; the rest of a row goes to the portable ones. No
+// Row kernels for SSSE3, up to 16 pixels at a time; the rest of a row goes to the portable ones. No
 // standard library here: an inline function compiled for this instruction set must not become the
 // copy that everybody uses.
 #include "process/x86/kernels_x86.h"
