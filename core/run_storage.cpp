@@ -56,25 +56,45 @@ bool has_more_transitions(std::span<const std::uint8_t> bits, std::int32_t width
   return count > most;
 }
 
+// Writes the positions of `count` changes. That number is hard to foresee, so four are written at a
+// time: what comes behind the last is written over later or not looked at.
+template <class Position>
+void write_changes(std::uint64_t changes, int count, std::int32_t x, Position* out) {
+  for (int i = 0; i < count; i += 4, out += 4) {
+#pragma GCC unroll 4
+    for (int j = 0; j < 4; ++j) {
+      const int at = std::countl_zero(changes | 1);
+      out[j] = static_cast<Position>(x + at);
+      changes &= ~(std::uint64_t{1} << (63 - at));
+    }
+  }
+}
+
 template <class Position>
 std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
                           std::span<Position> out) {
-  std::size_t count = 0;
+  std::size_t found = 0;
   std::uint64_t last = 1;  // the pixel before, white at first
   const std::int32_t bytes = (width + 7) / 8;
   const auto row = bits.first(static_cast<std::size_t>(bytes));
   for (std::int32_t x = 0; x < width; x += 64) {
     const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    std::uint64_t changes = changes_in(pixels, last, width - x);
-    while (changes != 0) {
-      const int at = std::countl_zero(changes);
-      if (count == out.size()) return -1;
-      out[count++] = static_cast<Position>(x + at);
-      changes &= ~(std::uint64_t{1} << (63 - at));
-    }
+    const std::uint64_t changes = changes_in(pixels, last, width - x);
     last = pixels & 1;
+    if (changes == 0) continue;
+    const int count = count_ones(changes);
+    const std::size_t room = out.size() - found;
+    if (room >= 64) {
+      write_changes(changes, count, x, out.data() + found);
+    } else {
+      if (static_cast<std::size_t>(count) > room) return -1;
+      Position positions[64];
+      write_changes(changes, count, x, positions);
+      std::copy_n(positions, count, out.data() + found);
+    }
+    found += static_cast<std::size_t>(count);
   }
-  return static_cast<std::int32_t>(count);
+  return static_cast<std::int32_t>(found);
 }
 
 // Draws black runs from the left into a white row, 32 pixels at a time.

@@ -2,6 +2,7 @@
 #include "process/grey_rows.h"
 
 #include "process/kernels.h"
+#include "process/pixel_indices.h"
 
 namespace tq::process {
 namespace {
@@ -35,27 +36,16 @@ std::span<const std::uint8_t> GreyRows::read(std::int32_t y) {
 void GreyRows::read(std::int32_t y, std::uint8_t* out) const {
   const std::uint8_t* row = image_.row(y).data();
   const std::int32_t width = image_.width();
-  switch (image_.bits()) {
-    case 4:
-      for (std::int32_t x = 0; x < width; ++x) {
-        out[x] = table_[x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15];
-      }
-      break;
-    case 8:
-      for (std::int32_t x = 0; x < width; ++x) out[x] = table_[row[x]];
-      break;
-    case 16:
-      for (std::int32_t x = 0; x < width; ++x) out[x] = table_[row[2 * x + 1]];
-      break;
-    case 24:
-      (kind_ == GreyKind::luma ? kernels().luma_24 : kernels().brightness_24)(row, out, width);
-      break;
-    default:
-      image_.read_colours(y, colours_.pixels());
-      for (std::int32_t x = 0; x < width; ++x) {
-        out[x] = static_cast<std::uint8_t>(grey_of(colours_.data()[x], kind_, image_.bits()));
-      }
-      break;
+  const int bits = image_.bits();
+  if (bits == 24) {
+    (kind_ == GreyKind::luma ? kernels().luma_24 : kernels().brightness_24)(row, out, width);
+  } else if (bits == 32) {
+    image_.read_colours(y, colours_.pixels());
+    for (std::int32_t x = 0; x < width; ++x) {
+      out[x] = static_cast<std::uint8_t>(grey_of(colours_.data()[x], kind_, bits));
+    }
+  } else {
+    for_each_index(row, bits, width, [&](std::int32_t x, int index) { out[x] = table_[index]; });
   }
 }
 

@@ -33,6 +33,17 @@ Status ImageSource::next_row() {
   return same ? kOk : Status(StatusCode::bad_handle);
 }
 
+std::span<const std::uint8_t> ImageSource::row(std::int32_t y) const {
+  const std::span<const std::uint8_t> found = plain_row(*record_, y);
+  // The next row lies before this one, which processors do not foresee.
+  if (y + 1 < height_) {
+    constexpr std::size_t kCacheLine = 64;  // bytes
+    const std::uint8_t* next = found.data() - found.size();
+    for (std::size_t at = 0; at < found.size(); at += kCacheLine) __builtin_prefetch(next + at);
+  }
+  return found;
+}
+
 void ImageSource::read_colours(std::int32_t y, std::span<Rgb> colours) const {
   if (bits_ == 24) return kernels().widen_24(row(y).data(), colours.data(), width_);
   row_to_colours(

@@ -32,7 +32,7 @@ class ImageSource {
   Status next_row();
 
   // Row y as it is stored. Not for run lists.
-  std::span<const std::uint8_t> row(std::int32_t y) const { return plain_row(*record_, y); }
+  std::span<const std::uint8_t> row(std::int32_t y) const;
 
   // Row y as colours; 32-bit pixels as the image's marker says.
   void read_colours(std::int32_t y, std::span<Rgb> colours) const;

@@ -3,9 +3,10 @@
 
 namespace tq::process {
 
-IndexFinder::IndexFinder(const Octree& tree, std::span<const Rgb> palette)
+IndexFinder::IndexFinder(const Octree& tree, std::span<const Rgb> palette, bool exact)
     : tree_(tree),
       palette_(palette),
+      exact_(exact),
       unknown_{static_cast<std::uint8_t>(palette[0].blue ^ 1), palette[0].green, palette[0].red,
                0} {}
 
@@ -25,22 +26,27 @@ IndexFinder::Entry IndexFinder::find_slowly(Rgb colour) {
 }
 
 std::uint8_t IndexFinder::index_of(Rgb colour) {
-  const std::uint32_t key = static_cast<std::uint32_t>(colour.red >> 1) << 14 |
-                            static_cast<std::uint32_t>(colour.green >> 1) << 7 |
-                            static_cast<std::uint32_t>(colour.blue >> 1) | 1u << 21;
+  const std::uint32_t kept_bits = exact_ ? 0xFFFFFF : 0xFEFEFE;
+  const std::uint32_t key = (std::bit_cast<std::uint32_t>(colour) & kept_bits) | 1u << 24;
   KnownColour& known = known_.data()[(key * 0x9E3779B1u) >> 17];
   if (known.key == key) return known.index;
   if (colour == last_) return last_index_;
   const Octree::Place place = tree_.find(colour);
   const std::uint8_t index =
       place.index >= 0 ? static_cast<std::uint8_t>(place.index) : nearest_colour(colour, palette_);
-  if (place.level < 7) known = {key, index};
+  if (place.level < 7 || exact_) known = {key, index};
   last_ = colour;
   last_index_ = index;
   if (place.level <= 4 && place.index >= 0) {
     cells_.data()[CellColours::cell(colour)] = entry_of(index);
   }
   return index;
+}
+
+void IndexFinder::find_row(std::span<const Rgb> colours, std::uint8_t* indices) {
+  for_each_run(colours, [&](std::size_t first, std::size_t count) {
+    std::fill_n(indices + first, count, index_of(colours[first]));
+  });
 }
 
 }  // namespace tq::process

@@ -16,7 +16,8 @@ class IndexFinder {
   // What is known about all colours of a cell: the palette entry with its index in the fourth byte.
   using Entry = CellColours::Entry;
 
-  IndexFinder(const Octree& tree, std::span<const Rgb> palette);
+  // `exact`: only colours that have an entry of their own will be asked for.
+  IndexFinder(const Octree& tree, std::span<const Rgb> palette, bool exact);
   Status allocate();
 
   Entry find(Rgb colour) {
@@ -24,7 +25,10 @@ class IndexFinder {
     return is_unknown(entry) ? find_slowly(colour) : entry;
   }
 
-  // The same in steps, for kernels that have colours in registers.
+  // A whole row, when there are no errors to spread.
+  void find_row(std::span<const Rgb> colours, std::uint8_t* indices);
+
+  // What find does, in steps: for kernels that have colours in registers.
   const Entry* entries() const { return cells_.data(); }
   std::uint32_t unknown() const { return std::bit_cast<std::uint32_t>(unknown_); }
   Entry find_slowly(Rgb colour);
@@ -34,15 +38,17 @@ class IndexFinder {
   Entry entry_of(std::uint8_t index) const;
   std::uint8_t index_of(Rgb colour);
 
-  // The tree and the distances look at 7 bits of a channel, except on the tree's last level.
+  // The tree and the distances look at 7 bits of a channel, except on the tree's last level, where
+  // all leaves of an exact tree are.
   struct KnownColour {
-    std::uint32_t key;  // 7 bits a channel and a mark that the entry is in use
+    std::uint32_t key;  // the bits that count and a mark that the entry is in use
     std::uint8_t index;
   };
   static constexpr std::uint32_t kKnown = 1 << 15;
 
   const Octree& tree_;
   std::span<const Rgb> palette_;
+  bool exact_;
   Entry unknown_;  // index 0 with another colour than entry 0 has
   RowBuffer<Entry> cells_;
   RowBuffer<KnownColour> known_;

@@ -29,6 +29,10 @@ void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t 
   }
 }
 
+void keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
+  for (std::int32_t x = 0; x < width; ++x, bgr += 3) keys[x] = key_of({bgr[0], bgr[1], bgr[2], 0});
+}
+
 void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
               std::int32_t width) {
   for (std::int32_t x = 0; x < width; x += 8) {
@@ -45,9 +49,9 @@ void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
   for (std::int32_t x = 0; x < width; ++x) out[x] = WideColour(colours[x]);
 }
 
-constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>,    widen_24,
-                            widen_24_reversed,    at_least,          diffuse_to_cells,
-                            widen_channels,       diffuse_to_sixteen};
+constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>, widen_24,
+                            widen_24_reversed,    keys_24,        at_least,
+                            diffuse_to_cells,     widen_channels, diffuse_to_sixteen};
 
 #if defined(__SSE2__)
 
@@ -74,6 +78,11 @@ void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t 
   process::widen_24_reversed(bgr + 3 * done, out + 4 * done, width - done);
 }
 
+void keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
+  const std::int32_t done = x86::keys_24(bgr, keys, width);
+  process::keys_24(bgr + 3 * done, keys + done, width - done);
+}
+
 void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
               std::int32_t width) {
   const std::int32_t done = x86::at_least(grey, least.grey, bits, width);
@@ -82,10 +91,10 @@ void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* b
 
 }  // namespace with_ssse3
 
-constexpr Kernels kSsse3{with_ssse3::brightness_24, with_ssse3::luma_24,
-                         with_ssse3::widen_24,      with_ssse3::widen_24_reversed,
-                         with_ssse3::at_least,      x86::diffuse_to_cells,
-                         x86::widen_channels,       x86::diffuse_to_sixteen};
+constexpr Kernels kSsse3{
+    with_ssse3::brightness_24,     with_ssse3::luma_24, with_ssse3::widen_24,
+    with_ssse3::widen_24_reversed, with_ssse3::keys_24, with_ssse3::at_least,
+    x86::diffuse_to_cells,         x86::widen_channels, x86::diffuse_to_sixteen};
 
 #endif
 

@@ -17,6 +17,10 @@ struct LeastWhite {
   std::uint8_t grey[8];
 };
 
+constexpr std::uint16_t key_of(Rgb c) {
+  return static_cast<std::uint16_t>((c.red >> 4) << 8 | (c.green >> 4) << 4 | c.blue >> 4);
+}
+
 struct Kernels {
   // One byte of grey per pixel, see grey.h. `bgr` has 3 * width bytes, not one more is read.
   void (*brightness_24)(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
@@ -27,6 +31,9 @@ struct Kernels {
 
   // Blue, green, red to 0, red, green, blue.
   void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
+
+  // The upper four bits of red, green and blue, in this order.
+  void (*keys_24)(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width);
 
   // A set bit, leftmost first, where the grey is not below `least`; (width + 7) / 8 bytes.
   void (*at_least)(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* bits,
@@ -40,7 +47,7 @@ struct Kernels {
                              std::int32_t width);
 };
 
-// The portable forms of the last two.
+// The portable forms of the two diffusions.
 void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                       std::int32_t width);
 void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,

@@ -92,18 +92,13 @@ bool Octree::reduce() {
 }
 
 void Octree::insert_row(std::span<const Rgb> colours) {
-  std::size_t x = 0;
-  while (x < colours.size()) {
-    const Rgb colour = colours[x];
-    const std::size_t first = x++;
-    if (x == colours.size() || colours[x] != colour) {
-      insert(colour);
-      continue;
+  for_each_run(colours, [&](std::size_t first, std::size_t count) {
+    if (count == 1) {
+      insert(colours[first]);
+    } else {
+      insert(colours[first], static_cast<std::uint32_t>(count));
     }
-    // Equal neighbours meet the same leaf.
-    while (x < colours.size() && colours[x] == colour) ++x;
-    insert(colour, static_cast<std::uint32_t>(x - first));
-  }
+  });
 }
 
 // The leaf on the path, made if need be.

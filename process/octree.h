@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstring>
 #include <span>
 
 #include "core/dib.h"
@@ -19,6 +20,19 @@ inline constexpr std::array<std::uint32_t, 256> kSpreadBits = [] {
   }
   return spread;
 }();
+
+// Calls `run(first, count)` for every stretch of equal colours.
+template <class Run>
+void for_each_run(std::span<const Rgb> colours, Run&& run) {
+  std::size_t x = 0;
+  while (x < colours.size()) {
+    const std::size_t first = x++;
+    const Rgb two[2] = {colours[first], colours[first]};
+    while (x + 2 <= colours.size() && std::memcmp(&colours[x], two, sizeof two) == 0) x += 2;
+    if (x < colours.size() && std::memcmp(&colours[x], two, sizeof *two) == 0) ++x;
+    run(first, x - first);
+  }
+}
 
 class Octree {
  public:
@@ -41,6 +55,9 @@ class Octree {
     leaf.red += colour.red;
   }
   void insert_row(std::span<const Rgb> colours);
+
+  // Whether every colour that went in has a leaf, and so a palette entry, of its own.
+  bool is_exact() const { return leaf_level_ == kLevels - 1; }
 
   // Numbers the leaves and writes their mean colours. Returns how many; no insertion after it.
   std::int32_t write_palette(std::span<Rgb> palette);

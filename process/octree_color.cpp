@@ -100,10 +100,12 @@ Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, s
     }
   }
 
+  // With an entry for every colour there are no errors to spread.
+  const bool exact = palette == nullptr && tree.is_exact();
   std::array<Rgb, 256> chosen{};
   const std::int32_t written = tree.write_palette(chosen);
   const std::span<const Rgb> entries = std::span(chosen).first(std::max(written, 1));
-  IndexFinder finder(tree, entries);
+  IndexFinder finder(tree, entries, exact);
   TQ_TRY(finder.allocate());
   PaletteDiffuser diffuser(finder);
   TQ_TRY(diffuser.allocate(image.width()));
@@ -113,7 +115,11 @@ Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, s
       image, {result_bits, std::span(chosen).first(1 << result_bits), marker_below_32(image)},
       [&](std::int32_t y, std::span<std::uint8_t> row) {
         image.read_colours(y, colours.pixels());
-        diffuser.diffuse(colours.pixels(), y % 2 == 0, indices.data());
+        if (exact) {
+          finder.find_row(colours.pixels(), indices.data());
+        } else {
+          diffuser.diffuse(colours.pixels(), y % 2 == 0, indices.data());
+        }
         if (result_bits == 8) {
           std::copy_n(indices.data(), image.width(), row.data());
         } else {

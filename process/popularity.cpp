@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "process/kernels.h"
 #include "process/process.h"
 #include "process/rebuild.h"
 
@@ -11,10 +12,6 @@ namespace {
 constexpr int kKeys = 4096;
 constexpr std::uint16_t kHighestKey = kKeys - 1;
 constexpr std::int16_t kUnknown = -1;
-
-constexpr int key_of(Rgb c) {
-  return (c.red >> 4) << 8 | (c.green >> 4) << 4 | c.blue >> 4;
-}
 
 // The bottom of the key's cell, not its middle.
 constexpr Rgb colour_of(int key) {
@@ -30,14 +27,37 @@ struct Histogram {
   std::array<std::int16_t, kKeys> nearest;
 };
 
-void count_keys(Histogram& histogram, std::span<const Rgb> colours) {
-  const Rgb* colour = colours.data();
-  std::size_t x = 0;
-  for (; x + 2 <= colours.size(); x += 2) {
-    ++histogram.counts[key_of(colour[x])];
-    ++histogram.others[key_of(colour[x + 1])];
+// Rows of an image as 12-bit colours.
+class KeyRows {
+ public:
+  explicit KeyRows(const ImageSource& image) : image_(image) {}
+  Status allocate() {
+    if (image_.bits() == 32) TQ_TRY(colours_.allocate(image_.width()));
+    return keys_.allocate(image_.width());
   }
-  if (x < colours.size()) ++histogram.counts[key_of(colour[x])];
+  std::span<const std::uint16_t> read(std::int32_t y) const {
+    if (image_.bits() == 24) {
+      kernels().keys_24(image_.row(y).data(), keys_.data(), image_.width());
+    } else {
+      image_.read_colours(y, colours_.pixels());
+      std::transform(colours_.pixels().begin(), colours_.pixels().end(), keys_.data(), key_of);
+    }
+    return keys_.pixels();
+  }
+
+ private:
+  const ImageSource& image_;
+  RowBuffer<Rgb> colours_;  // of 32-bit rows
+  RowBuffer<std::uint16_t> keys_;
+};
+
+void count_keys(Histogram& histogram, std::span<const std::uint16_t> keys) {
+  std::size_t x = 0;
+  for (; x + 2 <= keys.size(); x += 2) {
+    ++histogram.counts[keys[x]];
+    ++histogram.others[keys[x + 1]];
+  }
+  if (x < keys.size()) ++histogram.counts[keys[x]];
 }
 
 void add_counts(Histogram& histogram) {
@@ -88,13 +108,10 @@ Status popularity_color(ImageSource& image) {
   RowBuffer<Histogram> block;
   TQ_TRY(block.allocate(1));
   Histogram& histogram = block[0];
-  RowBuffer<Rgb> colours;
-  TQ_TRY(colours.allocate(image.width()));
+  KeyRows rows(image);
+  TQ_TRY(rows.allocate());
 
-  for (std::int32_t y = 0; y < image.height(); ++y) {
-    image.read_colours(y, colours.pixels());
-    count_keys(histogram, colours.pixels());
-  }
+  for (std::int32_t y = 0; y < image.height(); ++y) count_keys(histogram, rows.read(y));
   add_counts(histogram);
   std::array<std::uint16_t, 256> keys;
   choose_keys(histogram, keys);
@@ -104,12 +121,11 @@ Status popularity_color(ImageSource& image) {
 
   return replace_rows(image, {8, palette, marker_below_32(image)},
                       [&](std::int32_t y, std::span<std::uint8_t> row) {
-                        image.read_colours(y, colours.pixels());
-                        for (std::int32_t x = 0; x < image.width(); ++x) {
-                          const int key = key_of(colours.data()[x]);
+                        std::uint8_t* out = row.data();
+                        for (const std::uint16_t key : rows.read(y)) {
                           std::int16_t& nearest = histogram.nearest[key];
                           if (nearest == kUnknown) nearest = nearest_key(key, keys);
-                          row[x] = static_cast<std::uint8_t>(nearest);
+                          *out++ = static_cast<std::uint8_t>(nearest);
                         }
                       });
 }

@@ -3,6 +3,7 @@
 
 #include "core/display_cache.h"
 #include "process/kernels.h"
+#include "process/pixel_indices.h"
 #include "process/process.h"
 #include "process/rebuild.h"
 
@@ -27,24 +28,6 @@ class StoredRows {
   RowBuffer<std::uint8_t> bits_;
 };
 
-// Calls `put(x, index)` for every pixel of a 1-, 4- or 8-bit row.
-template <class Put>
-void for_each_index(const std::uint8_t* row, int bits, std::int32_t width, Put&& put) {
-  switch (bits) {
-    case 1:
-      for (std::int32_t x = 0; x < width; ++x) put(x, row[x / 8] >> (7 - x % 8) & 1);
-      break;
-    case 4:
-      for (std::int32_t x = 0; x < width; ++x) {
-        put(x, x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15);
-      }
-      break;
-    default:
-      for (std::int32_t x = 0; x < width; ++x) put(x, row[x]);
-      break;
-  }
-}
-
 // 16-bit samples stay as they are, at the start of the wider row.
 void copy_samples(const std::uint8_t* from, std::int32_t width, std::span<std::uint8_t> row) {
   const auto there = static_cast<std::size_t>(width) * 2;
@@ -55,16 +38,10 @@ void copy_samples(const std::uint8_t* from, std::int32_t width, std::span<std::u
 void widen_to_8(const std::uint8_t* from, int bits, std::int32_t width,
                 std::span<std::uint8_t> row) {
   std::uint8_t* out = row.data();
-  if (bits == 8) {
-    std::copy_n(from, width, out);
-  } else if (bits == 16) {
-    for (std::int32_t x = 0; x < width; ++x) out[x] = from[2 * x + 1];
-  } else {
-    const int white = bits == 1 ? 255 : 1;
-    for_each_index(from, bits, width, [&](std::int32_t x, int index) {
-      out[x] = static_cast<std::uint8_t>(index * white);
-    });
-  }
+  const int white = bits == 1 ? 255 : 1;
+  for_each_index(from, bits, width, [&](std::int32_t x, int index) {
+    out[x] = static_cast<std::uint8_t>(index * white);
+  });
 }
 
 // Inks to blue, green, red; with an RGB marker the pixel is read as unused, red, green, blue.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/cpu.h"
+#include "process/x86/kernels_x86.h"
 
 namespace tq::process {
 namespace {
@@ -12,7 +13,13 @@ namespace {
 // its quarter, its eighth.
 void add_rows_above(const std::uint8_t* levels, const std::int8_t* above,
                     const std::int8_t* second_above, std::int16_t* values, std::int32_t width) {
-  for (std::int32_t x = 0; x < width; ++x) {
+  std::int32_t x = 0;
+#if defined(__SSE2__)
+  if (platform::cpu_features().sse2) {
+    x = x86::add_stucki_rows(levels, above, second_above, values, width);
+  }
+#endif
+  for (; x < width; ++x) {
     const std::int8_t* a = above + x;
     const std::int8_t* b = second_above + x;
     const int from_above = a[-2] / 4 + a[-1] / 2 + a[0] + a[1] / 2 + a[2] / 4;

@@ -58,14 +58,15 @@ void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t*
   __m128i window = _mm_loadu_si128(reinterpret_cast<const __m128i*>(next - 2));
   for (std::int32_t x = 0; x < width; ++x) {
     const auto bytes = static_cast<std::uint32_t>(_mm_cvtsi128_si32(value));
-    const std::uint32_t cell = (bytes >> 3 & 0x1F) | (bytes >> 6 & 0x3E0) | (bytes >> 9 & 0x7C00);
-    CellColours::Entry entry = entries[cell];
-    if (CellColours::is_free(entry)) {
-      entry = cells.fill(colour_of(bytes));
-    }
-    out[x] = entry.index;
+    const CellColours::Entry* known = entries + cell_of(bytes);
     // The entry's index is in the byte that colours do not use.
-    const __m128i chosen = load_pixel(&entry);
+    __m128i chosen = load_pixel(known);
+    out[x] = known->index;
+    if (CellColours::is_free(*known)) {
+      const CellColours::Entry found = cells.fill(colour_of(bytes));
+      chosen = load_pixel(&found);
+      out[x] = found.index;
+    }
     const SplitError error{_mm_subs_epu8(value, chosen), _mm_subs_epu8(chosen, value)};
 
     value = error.give<2>(following);
@@ -128,47 +129,110 @@ void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
   }
 }
 
+namespace {
+
+// Where a run along a row is. Four channels in 16 bits, the last of which nobody looks at.
+struct TreeChain {
+  std::int32_t x = 0;
+  __m128i ahead = _mm_setzero_si128(), behind_sum = ahead, below_sum = ahead;
+};
+
+__m128i sixteenth(__m128i v) {  // cut toward zero
+  return _mm_srai_epi16(_mm_add_epi16(v, _mm_and_si128(_mm_srai_epi16(v, 15), _mm_set1_epi16(15))),
+                        4);
+}
+
+__m128i load_channels(const Channels* from) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+}
+
+void store_channels(Channels* to, __m128i value) {
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), value);
+}
+
+void add_channels(Channels* to, __m128i more) {
+  store_channels(to, _mm_add_epi16(load_channels(to), more));
+}
+
+// One pixel. It sets, and does not add to, what the next row receives.
+template <int kStep>
+__attribute__((always_inline)) inline void advance(TreeChain& chain, const TreeRow& row,
+                                                   IndexFinder& finder) {
+  const __m128i zero = _mm_setzero_si128();
+  const std::int32_t x = chain.x;
+  const __m128i own = _mm_add_epi16(_mm_unpacklo_epi8(load_pixel(row.colours + x), zero),
+                                    load_channels(row.received + x));
+  const __m128i bytes = _mm_packus_epi16(_mm_add_epi16(own, chain.ahead), zero);
+  const auto colour = static_cast<std::uint32_t>(_mm_cvtsi128_si32(bytes));
+  const IndexFinder::Entry* known = finder.entries() + cell_of(colour);
+  auto entry = std::bit_cast<std::uint32_t>(*known);
+  __m128i chosen = load_pixel(known);
+  if (entry == finder.unknown()) {
+    entry = std::bit_cast<std::uint32_t>(finder.find_slowly(colour_of(colour)));
+    chosen = _mm_cvtsi32_si128(static_cast<int>(entry));
+  }
+  row.indices[x] = static_cast<std::uint8_t>(entry >> 24);
+  const __m128i error =
+      _mm_sub_epi16(_mm_unpacklo_epi8(bytes, zero), _mm_unpacklo_epi8(chosen, zero));
+  chain.ahead = sixteenth(_mm_sub_epi16(_mm_slli_epi16(error, 3), error));
+  const __m128i shares = sixteenth(
+      _mm_mullo_epi16(_mm_unpacklo_epi64(error, error), _mm_setr_epi16(5, 5, 5, 5, 3, 3, 3, 3)));
+  store_channels(row.below + x - kStep, _mm_add_epi16(chain.behind_sum, _mm_srli_si128(shares, 8)));
+  chain.behind_sum = _mm_add_epi16(chain.below_sum, shares);
+  chain.below_sum = sixteenth(error);
+  chain.x = x + kStep;
+}
+
+template <int kStep>
+void advance_by(std::int32_t count, TreeChain& chain, const TreeRow& row, IndexFinder& finder) {
+  for (; count > 0; --count) advance<kStep>(chain, row, finder);
+}
+
+}  // namespace
+
+// A pixel waits for the one before it, so the row is cut into pieces that are worked on in turn.
+// Each first runs over the last pixels before it: errors shrink, and almost always it then begins
+// with what the piece before really leaves. Where not, it is done again.
 template <int kStep>
 void diffuse_to_tree(const TreeRow& row, IndexFinder& finder) {
-  const auto load = [](const Channels* from) {
-    return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
-  };
-  const auto store = [](Channels* to, __m128i value) {
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), value);
-  };
-  const __m128i zero = _mm_setzero_si128(), fifteen = _mm_set1_epi16(15);
-  const __m128i weights_5_3 = _mm_setr_epi16(5, 5, 5, 5, 3, 3, 3, 3);
-  const auto sixteenth = [&](__m128i v) {  // cut toward zero
-    return _mm_srai_epi16(_mm_add_epi16(v, _mm_and_si128(_mm_srai_epi16(v, 15), fifteen)), 4);
-  };
-  const IndexFinder::Entry* entries = finder.entries();
-  const std::uint32_t unknown = finder.unknown();
-  const Rgb* colours = row.colours;
-  const Channels* received = row.received;
-  Channels* below = row.below;
-  std::uint8_t* indices = row.indices;
-  __m128i ahead = zero, behind_sum = zero, below_sum = zero;
-  std::int32_t x = kStep > 0 ? 0 : row.width - 1;
-  for (std::int32_t left = row.width; left > 0; --left, x += kStep) {
-    const __m128i own =
-        _mm_add_epi16(_mm_unpacklo_epi8(load_pixel(colours + x), zero), load(received + x));
-    const __m128i bytes = _mm_packus_epi16(_mm_add_epi16(own, ahead), zero);
-    const auto colour = static_cast<std::uint32_t>(_mm_cvtsi128_si32(bytes));
-    IndexFinder::Entry entry = entries[cell_of(colour)];
-    if (std::bit_cast<std::uint32_t>(entry) == unknown)
-      entry = finder.find_slowly(colour_of(colour));
-    indices[x] = entry.index;
-    // The index is taken for a fourth channel, whose errors nobody looks at.
-    const __m128i error =
-        _mm_sub_epi16(_mm_unpacklo_epi8(bytes, zero), _mm_unpacklo_epi8(load_pixel(&entry), zero));
-    ahead = sixteenth(_mm_sub_epi16(_mm_slli_epi16(error, 3), error));
-    const __m128i shares =
-        sixteenth(_mm_mullo_epi16(_mm_unpacklo_epi64(error, error), weights_5_3));
-    store(below + x - kStep, _mm_add_epi16(behind_sum, _mm_srli_si128(shares, 8)));
-    behind_sum = _mm_add_epi16(below_sum, shares);
-    below_sum = sixteenth(error);
+  constexpr int kPieces = 3;
+  constexpr std::int32_t kWarmUp = 32, kNarrowest = 16 * kWarmUp;
+  const auto at = [&](std::int32_t n) { return kStep > 0 ? n : row.width - 1 - n; };
+  const std::int32_t piece = row.width / kPieces;
+  TreeChain chain{at(0)};
+  if (row.width < kNarrowest) {
+    advance_by<kStep>(row.width, chain, row, finder);
+    return store_channels(row.below + chain.x - kStep, chain.behind_sum);
   }
-  store(below + x - kStep, behind_sum);
+
+  TreeChain chains[kPieces];
+  __m128i guessed[kPieces];
+  for (int i = 0; i < kPieces; ++i) chains[i].x = at(i * piece - (i == 0 ? 0 : kWarmUp));
+  for (std::int32_t n = 0; n < kWarmUp; ++n) {
+    for (int i = 1; i < kPieces; ++i) advance<kStep>(chains[i], row, finder);
+  }
+  for (int i = 0; i < kPieces; ++i) {
+    guessed[i] = chains[i].ahead;
+    chains[i].behind_sum = chains[i].below_sum = _mm_setzero_si128();
+  }
+  for (std::int32_t n = 0; n < piece; ++n) {
+#pragma GCC unroll 4
+    for (int i = 0; i < kPieces; ++i) advance<kStep>(chains[i], row, finder);
+  }
+  for (int i = 1; i < kPieces; ++i) {
+    const TreeChain& before = chains[i - 1];
+    const std::int32_t first = before.x;
+    if ((_mm_movemask_epi8(_mm_cmpeq_epi16(before.ahead, guessed[i])) & 0x3F) == 0x3F) {
+      add_channels(row.below + first - kStep, before.behind_sum);
+      add_channels(row.below + first, before.below_sum);
+    } else {
+      chains[i] = before;
+      advance_by<kStep>(piece, chains[i], row, finder);
+    }
+  }
+  chain = chains[kPieces - 1];
+  advance_by<kStep>(row.width - kPieces * piece, chain, row, finder);
+  store_channels(row.below + chain.x - kStep, chain.behind_sum);
 }
 
 template void diffuse_to_tree<1>(const TreeRow&, IndexFinder&);

@@ -1,4 +1,4 @@
-// Row kernels for SSSE3, 16 pixels at a time; the rest of a row goes to the portable ones. No
+// Row kernels for SSSE3, up to 16 pixels at a time; the rest of a row goes to the portable ones. No
 // standard library here: an inline function compiled for this instruction set must not become the
 // copy that everybody uses.
 #include "process/x86/kernels_x86.h"
@@ -76,6 +76,21 @@ TQ_SSSE3 std::int32_t widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* o
   std::int32_t x = 0;
   for (; x + 4 + kReadAhead <= width; x += 4) {
     store(out + 4 * x, _mm_shuffle_epi8(load(bgr + 3 * x), order));
+  }
+  return x;
+}
+
+// Four keys in 32-bit lanes.
+TQ_SSSE3 __m128i four_keys(const std::uint8_t* bgr) {
+  const __m128i upper = _mm_and_si128(four_pixels(bgr), _mm_set1_epi8(static_cast<char>(0xF0)));
+  const __m128i pairs = _mm_maddubs_epi16(upper, weights_of(1, 16, 16));
+  return _mm_srli_epi32(_mm_madd_epi16(pairs, _mm_set1_epi32(16 << 16 | 1)), 4);
+}
+
+TQ_SSSE3 std::int32_t keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
+  std::int32_t x = 0;
+  for (; x + 8 + kReadAhead <= width; x += 8, bgr += 24) {
+    store(keys + x, _mm_packs_epi32(four_keys(bgr), four_keys(bgr + 12)));
   }
   return x;
 }

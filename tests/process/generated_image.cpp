@@ -1,7 +1,6 @@
 #include "tests/process/generated_image.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 
@@ -112,39 +111,33 @@ std::int32_t call(std::int32_t image) {
   return kExport(image);
 }
 
+template <std::int32_t kMode>
+std::int32_t mediancut(std::int32_t image) {
+  IMGLOW_set_dithermode(kMode);
+  return IMG_mediancut_color(image);
+}
+
 const std::vector<NamedOperation>& all_operations() {
-  static const std::array<Rgb, 40> given = [] {
-    std::array<Rgb, 40> colours{};
-    for (int i = 0; i < 40; ++i) {
-      colours[i] = {static_cast<std::uint8_t>(i * 37), static_cast<std::uint8_t>(i * 101),
-                    static_cast<std::uint8_t>(i * 59), 0};
-    }
-    return colours;
-  }();
+  static Rgb given[40];
+  for (int i = 0; i < 40; ++i) {
+    given[i] = {static_cast<std::uint8_t>(i * 37), static_cast<std::uint8_t>(i * 101),
+                static_cast<std::uint8_t>(i * 59), 0};
+  }
   using Image = std::int32_t;
   static const std::vector<NamedOperation> operations = {
       {"gray", call<IMG_color_gray>},
-      {"mediancut",
-       [](Image i) {
-         IMGLOW_set_dithermode(1);
-         return IMG_mediancut_color(i);
-       }},
-      {"mediancut_system",
-       [](Image i) {
-         IMGLOW_set_dithermode(2);
-         return IMG_mediancut_color(i);
-       }},
+      {"mediancut", mediancut<1>},
+      {"mediancut_system", mediancut<2>},
       {"octree_8_256", [](Image i) { return IMG_octree_color(i, 8, nullptr, 256); }},
       {"octree_8_20", [](Image i) { return IMG_octree_color(i, 8, nullptr, 20); }},
       {"octree_8_3", [](Image i) { return IMG_octree_color(i, 8, nullptr, 3); }},
       {"octree_4_256", [](Image i) { return IMG_octree_color(i, 4, nullptr, 256); }},
-      {"octree_given_40", [](Image i) { return IMG_octree_color(i, 8, given.data(), 40); }},
+      {"octree_given_40", [](Image i) { return IMG_octree_color(i, 8, given, 40); }},
       {"popularity", call<IMG_popularity_color>},
       {"bayer_mono", call<IMG_bayer_mono>},
       {"halftone_mono", call<IMG_halftone_mono>},
       {"diffusion_mono", call<IMG_diffusion_mono>},
       {"thresh_128", [](Image i) { return IMG_thresh_mono(i, 128); }},
-      {"thresh_0", [](Image i) { return IMG_thresh_mono(i, 0); }},
       {"thresh_below", [](Image i) { return IMG_thresh_mono(i, -2); }},
       {"thresh_255", [](Image i) { return IMG_thresh_mono(i, 255); }},
       {"thresh_automatic", [](Image i) { return IMG_thresh_mono(i, -1); }},
