@@ -1,8 +1,6 @@
 // Modules that are missing, lack entries, are handed the streams, and are unloaded meanwhile.
 #include <gmock/gmock.h>
 
-#include <functional>
-
 #include "formats/plugin/plugin.h"
 #include "tests/modules/module_files.h"
 #include "tests/support/collecting_sink.h"
@@ -37,12 +35,8 @@ Bytes decode_from_memory(std::int32_t page = 0) {
 }
 
 std::int32_t small_image() {
-  std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
-  header[4] = 8;
-  header[8] = 1;
-  header[12] = 1;
-  header[14] = 8;
-  const std::int32_t image = IMG_create_handle_shell(header);
+  HeaderBytes header = header_bytes(8, 1, 8);
+  const std::int32_t image = IMG_create_handle_shell(header.data());
   const Bytes row = {1, 2, 3, 4, 5, 6, 7, 8};
   EXPECT_EQ(IMGLOW_put_raster(image, row.data(), 0, 8), 0);
   return image;
