@@ -89,6 +89,14 @@ TEST(DcxDecode, TablesThatLie) {
   }
   EXPECT_EQ(decode(Bytes{0xB1, 0x68, 0xDE}, 0).status, -3);
   EXPECT_EQ(decode(Bytes(70000, 1), 0).status, -3);
+  // A stream that stays where it is and has a page there: nothing lies behind its header.
+  file = dcx_file({}, 64);
+  store_le32(&file[4], 0x7FFFFFFF);
+  const Bytes rest = page(10);
+  file.insert(file.end(), rest.begin(), rest.end());
+  MemoryFile stream(file);
+  stream.install(true, true, false);
+  EXPECT_EQ(read_back(0).status, -2);
 }
 
 // A table that is full ends where the first page begins, one of too many entries at 1024.
@@ -130,10 +138,9 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
   const Bytes full = file.bytes;
   EXPECT_EQ(append(200), -7);
   EXPECT_EQ(file.bytes, full);
-  seek(MemoryFile::kHandle, 0, Origin::start);
+  file.position = 0;
   EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), -7);
-  EXPECT_EQ(position(MemoryFile::kHandle), 0);
-  EXPECT_EQ(count_dcx_pages(MemoryFile::kHandle).raw(), 100);
+  EXPECT_EQ(file.position, 0);
   for (int i = 0; i < 100; ++i) EXPECT_EQ(read_back(i), (Decoded{1, i, i}));
   EXPECT_EQ(read_back(100).status, -11);
 }
@@ -146,6 +153,7 @@ TEST(DcxEncode, BeginsAtThePosition) {
   EXPECT_EQ(load_le32(&file.bytes[304]), 704u);
   EXPECT_EQ(load_le32(&file.bytes[308]), 704u + 128 + 1 + 769);
   EXPECT_EQ(decode(MemoryFile::kHandle, 300), (Decoded{1, 5, 5}));
+  EXPECT_EQ(append(7, INT32_MAX - 400), -9) << "no room for a table";
 }
 
 TEST(DcxEncode, MemoryAlwaysHoldsANewContainer) {
