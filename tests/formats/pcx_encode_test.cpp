@@ -34,54 +34,45 @@ Bytes encode(HeaderBlock header, const Image& rows, std::int32_t status = 0) {
   return file.bytes;
 }
 
-Bytes data_of(const Bytes& file) {
-  return {file.begin() + 128, file.end()};
-}
-
-TEST(PcxEncode, HeadersOfEveryDepth) {
-  const struct {
-    int bits;
-    PcxFields fields;
-  } cases[] = {{1, {.size = {9, 1, 1, 1, 2}}},
-               {4, {.size = {9, 1, 1, 4, 2}, .version = 2}},
-               {8, {.size = {9, 1, 8, 1, 9}}},
-               {24, {.size = {9, 1, 8, 3, 9}, .palette_information = 0}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.bits);
-    PcxFields fields = c.fields;
-    fields.corner = {0, 0};
-    for (std::uint8_t i = 0; c.bits == 4 && i < 16; ++i) {
-      fields.colours.push_back(
-          {static_cast<std::uint8_t>(i + 2), static_cast<std::uint8_t>(i + 1), i});
-    }
-    Bytes file =
-        encode(header_of(9, 1, c.bits), {Bytes(static_cast<std::size_t>(row_bytes(9, c.bits)))});
-    file.resize(128);
-    EXPECT_THAT(file, ElementsAreArray(pcx_file(fields)));
-  }
-}
-
-TEST(PcxEncode, LinesAreCodedPlaneByPlane) {
+TEST(PcxEncode, FilesOfEveryDepthByteByByte) {
+  std::vector<std::array<std::uint8_t, 3>> map;
   Bytes palette{12};
   for (int i = 0; i < 256; ++i) {
     for (const int channel : {2, 1, 0}) palette.push_back(static_cast<std::uint8_t>(i + channel));
+    if (i < 16) map.push_back({palette[3 * i + 1], palette[3 * i + 2], palette[3 * i + 3]});
   }
-  const auto with_palette = [&](Bytes data) {
-    data.insert(data.end(), palette.begin(), palette.end());
-    return data;
-  };
-  // Large values are runs of one; runs end at 63 and with the line.
-  EXPECT_EQ(data_of(encode(header_of(5, 2, 8),
-                           {{1, 2, 2, 0xC0, 0xBF, 9, 9, 9}, {0xFF, 0xFF, 0xFF, 3, 3, 3, 9, 9}})),
-            with_palette({1, 0xC2, 2, 0xC1, 0xC0, 0xBF, 0xC3, 0xFF, 0xC2, 3}));
-  EXPECT_EQ(data_of(encode(header_of(130, 1, 8), {Bytes(132, 5)})),
-            with_palette({0xFF, 5, 0xFF, 5, 0xC4, 5}));
-  EXPECT_EQ(data_of(encode(header_of(9, 1, 1), {{0x12, 0x80, 0x80, 0x80}})), (Bytes{0x12, 0x80}));
-  // Pixels 1, 2, 4, 8, 0, 0, 0, 0, 15.
-  EXPECT_EQ(data_of(encode(header_of(9, 1, 4), {{0x12, 0x48, 0, 0, 0xF0, 0, 0, 0}})),
-            (Bytes{0xC2, 0x80, 0x40, 0x80, 0x20, 0x80, 0x10, 0x80}));
-  EXPECT_EQ(data_of(encode(header_of(2, 1, 24), {{5, 3, 1, 6, 4, 1, 9, 9}})),
-            (Bytes{0xC2, 1, 3, 4, 5, 6}));
+  const struct {
+    int bits;
+    Image rows;
+    PcxFields file;
+  } cases[] = {
+      // Large values are runs of one; runs end at 63 and with the line.
+      {8,
+       {{1, 2, 2, 0xC0, 0xBF, 9, 9, 9}, {0xFF, 0xFF, 0xFF, 3, 3, 3, 9, 9}},
+       {.size = {5, 2, 8, 1, 5},
+        .data = {1, 0xC2, 2, 0xC1, 0xC0, 0xBF, 0xC3, 0xFF, 0xC2, 3},
+        .tail = palette}},
+      {8,
+       {Bytes(132, 5)},
+       {.size = {130, 1, 8, 1, 130}, .data = {0xFF, 5, 0xFF, 5, 0xC4, 5}, .tail = palette}},
+      {1, {{0x12, 0x80, 0x80, 0x80}}, {.size = {9, 1, 1, 1, 2}, .data = {0x12, 0x80}}},
+      // Pixels 1, 2, 4, 8, 0, 0, 0, 0, 15.
+      {4,
+       {{0x12, 0x48, 0, 0, 0xF0, 0, 0, 0}},
+       {.size = {9, 1, 1, 4, 2},
+        .version = 2,
+        .colours = map,
+        .data = {0xC2, 0x80, 0x40, 0x80, 0x20, 0x80, 0x10, 0x80}}},
+      {24,
+       {{5, 3, 1, 6, 4, 1, 9, 9}},
+       {.size = {2, 1, 8, 3, 2}, .palette_information = 0, .data = {0xC2, 1, 3, 4, 5, 6}}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.bits);
+    PcxFields fields = c.file;
+    fields.corner = {0, 0};
+    const HeaderBlock header = header_of(fields.size.width, fields.size.height, c.bits);
+    EXPECT_THAT(encode(header, c.rows), ElementsAreArray(pcx_file(fields)));
+  }
 }
 
 // Noise, a few equal neighbours, many, hardly anything else, large values only.

@@ -161,23 +161,12 @@ TEST_F(Gif, WhatIsWrittenReadsBack) {
   }
 }
 
-TEST_F(Gif, DamagedFilesGiveAStatusOrRows) {
+TEST_F(Gif, CutOffFilesGiveAStatusOrRows) {
   const Bytes file = kScreen + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0) + Bytes{0x3B};
   for (std::size_t length = 0; length < file.size(); ++length) {
-    const Bytes cut(file.begin(), file.begin() + length);
     for (const std::int32_t page : {0, 1}) {
-      const Picture picture = decode(cut, page);
-      EXPECT_TRUE(picture.status >= 0 || picture.status == -3 || picture.status == -7 ||
-                  picture.status == -31)
-          << length << ": " << picture.status;
-    }
-  }
-  for (std::size_t i = 6; i < file.size(); ++i) {
-    for (const int change : {1, 0x80, 0xFF}) {
-      Bytes changed = file;
-      changed[i] = static_cast<std::uint8_t>(changed[i] ^ change);
-      if (i >= 34 && i < 38) continue;  // huge sides: memory, not faults
-      (void)decode(changed);
+      EXPECT_THAT(decode({file.begin(), file.begin() + length}, page).status,
+                  testing::AnyOf(0, IMG_BAD_IMAGE, IMG_UNSUPPORTED, IMG_PAGE_PAST_END));
     }
   }
 }

@@ -215,7 +215,7 @@ std::vector<SaveCase> saves() {
     if (bits != 4) all.push_back({"document", file, IMG_TYPE_PDF});
     if (bits == 32) continue;
     all.push_back({"PCX", file, IMG_TYPE_PCX});
-    all.push_back({"DCX", file, IMG_TYPE_DCX});
+    if (bits == 1) all.push_back({"DCX", file, IMG_TYPE_DCX});  // each makes a temporary file
     all.push_back({"PNG", file, IMG_TYPE_PNG});
   }
   return all;
