@@ -55,6 +55,9 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
       target_compile_definitions(tarnquill_bench PRIVATE TQ_HAVE_LIBTIFF)
       target_link_libraries(tarnquill_bench PRIVATE TIFF::TIFF)
     endif()
+    if(TQ_PNG)  # what the codec itself uses
+      target_compile_definitions(tarnquill_bench PRIVATE TQ_BENCH_LIBPNG=1)
+    endif()
     # Other libraries to compare with, if they are installed.
     find_library(TQ_LEPTONICA lept)
     find_library(TQ_FREEIMAGE freeimage)

@@ -173,6 +173,7 @@ Status encode_dcx(const EncodeRequest& request) {
   TQ_TRY(encode_pcx_to({.file = &page}, request));
 
   const std::int32_t start = position(stream);
+  if (start < 0 || start > INT32_MAX - kTableBytes) return StatusCode::write_failed;
   Table table;
   bool container = false;
   if (may_append) read_table(stream, table, container);

@@ -2,81 +2,29 @@
 #include "formats/pcx/pcx_encode.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 
 #include "formats/pcx/pcx.h"
 #include "formats/pcx/pcx_header.h"
 #include "formats/pcx/pcx_planes.h"
-#include "io/endian.h"
+#include "formats/pcx/pcx_runs.h"
 
 namespace tq::formats {
 namespace {
 
-constexpr int kRun = 0xC0;
-constexpr int kLongest = 63;
-constexpr int kStep = 8;
 constexpr std::int32_t kLargestSide = 0xFFFF;
-
-std::uint64_t load_word(const std::uint8_t* p) {
-  return load_le32(p) | std::uint64_t{load_le32(p + 4)} << 32;
-}
-
-// The lowest top bit that is set belongs to the first byte that is 0; higher ones may be wrong.
-std::uint64_t first_zero_byte(std::uint64_t word) {
-  return (word - 0x0101010101010101) & ~word & 0x8080808080808080;
-}
-
-// The same for the first byte that cannot stand for itself: it equals the next one, or both of its
-// top bits are set.
-std::uint64_t first_code(const std::uint8_t* p) {
-  const std::uint64_t word = load_word(p);
-  return first_zero_byte(word ^ load_word(p + 1)) | (word & (word << 1) & 0x8080808080808080);
-}
-
-// How often the first byte repeats, up to `most`.
-std::ptrdiff_t run_length(const std::uint8_t* from, std::ptrdiff_t most) {
-  const std::uint64_t value = *from * std::uint64_t{0x0101010101010101};
-  for (std::ptrdiff_t i = 0; i < most; i += kStep) {
-    const std::uint64_t other = load_word(from + i) ^ value;
-    if (other != 0) return std::min<std::ptrdiff_t>(i + std::countr_zero(other) / 8, most);
-  }
-  return most;
-}
-
-// Codes `count` bytes of a line; how many bytes that makes. Reads a step beyond the line, and
-// writes one beyond the code.
-std::ptrdiff_t code_line(const std::uint8_t* from, std::ptrdiff_t count, std::uint8_t* to) {
-  const std::uint8_t* const end = from + count;
-  const std::uint8_t* const begin = to;
-  while (from < end) {
-    const std::uint64_t code = first_code(from);
-    std::memcpy(to, from, kStep);
-    const std::ptrdiff_t literals =
-        std::min<std::ptrdiff_t>(code == 0 ? kStep : std::countr_zero(code) / 8, end - from);
-    from += literals;
-    to += literals;
-    if (code == 0 || from == end) continue;
-    const std::ptrdiff_t run = run_length(from, std::min<std::ptrdiff_t>(end - from, kLongest));
-    if (run > 1 || *from >= kRun) *to++ = static_cast<std::uint8_t>(kRun | run);
-    *to++ = *from;
-    from += run;
-  }
-  return to - begin;
-}
 
 class LineWriter {
  public:
   Status allocate(std::int32_t bytes_per_line) {
-    TQ_TRY(line_.allocate(bytes_per_line + 2 * kStep));
+    TQ_TRY(line_.allocate(bytes_per_line + kPcxReadAhead));
     bytes_ = static_cast<std::size_t>(bytes_per_line);
-    return coded_.allocate(2 * std::int64_t{bytes_per_line} + 2 * kStep);
+    return coded_.allocate(2 * std::int64_t{bytes_per_line} + kPcxReadAhead);
   }
   std::span<std::uint8_t> line() const { return line_.pixels().first(bytes_); }
   Status write(const PcxOutput& output) {
-    const std::ptrdiff_t coded =
-        code_line(line_.data(), static_cast<std::ptrdiff_t>(bytes_), coded_.data());
-    return output.write(coded_.pixels().first(static_cast<std::size_t>(coded)));
+    PcxBytes bytes{line_.data(), line_.data() + bytes_, coded_.data()};
+    code_runs(bytes);
+    return output.write({coded_.data(), bytes.to});
   }
 
  private:

@@ -123,6 +123,8 @@ std::uint16_t resolution(std::int32_t dots_per_inch) {
 }  // namespace
 
 Status read_pcx_header(StreamHandle stream, std::int32_t start, PcxHeader& file) {
+  // What lies behind the header must have a position.
+  if (start > INT32_MAX - kPcxHeaderBytes) return StatusCode::cannot_open;
   std::array<std::uint8_t, kPcxHeaderBytes> bytes{};
   seek(stream, start, Origin::start);
   if (read(stream, bytes) < kPcxHeaderBytes) return StatusCode::cannot_open;

@@ -1,9 +1,10 @@
-// Bit planes eight pixels at a time, byte planes one by one.
+// Bit planes eight pixels at a time, byte planes one by one where the processor has nothing better.
 #include "formats/pcx/pcx_planes.h"
 
 #include <algorithm>
 #include <array>
 
+#include "formats/pcx/x86/pcx_ssse3.h"
 #include "io/endian.h"
 
 namespace tq::formats {
@@ -55,8 +56,8 @@ void interleave(std::span<const std::uint8_t> blue, std::span<const std::uint8_t
                 std::span<const std::uint8_t> red, std::span<std::uint8_t> row) {
   const std::size_t width = blue.size();
   const std::uint8_t *b = blue.data(), *g = green.data(), *r = red.data();
-  std::uint8_t* pixel = row.data();
-  for (std::size_t x = 0; x < width; ++x, pixel += 3) {
+  std::size_t x = x86::interleave(b, g, r, row.data(), width);
+  for (std::uint8_t* pixel = row.data() + 3 * x; x < width; ++x, pixel += 3) {
     pixel[0] = b[x];
     pixel[1] = g[x];
     pixel[2] = r[x];
@@ -64,11 +65,12 @@ void interleave(std::span<const std::uint8_t> blue, std::span<const std::uint8_t
   std::fill(row.begin() + 3 * width, row.end(), std::uint8_t{0});
 }
 
-void pick_channel(std::span<const std::uint8_t> row, std::size_t first,
+void pick_channel(std::span<const std::uint8_t> row, std::size_t channel,
                   std::span<std::uint8_t> plane) {
-  const std::uint8_t* from = row.data() + first;
+  const std::uint8_t* from = row.data() + channel;
   std::uint8_t* to = plane.data();
-  for (std::size_t x = 0; x < plane.size(); ++x) to[x] = from[3 * x];
+  std::size_t x = x86::pick_channel(row.data(), channel, to, plane.size());
+  for (; x < plane.size(); ++x) to[x] = from[3 * x];
 }
 
 }  // namespace tq::formats

@@ -21,8 +21,8 @@ void split_bit_plane(std::span<const std::uint8_t> row, int plane, std::span<std
 void interleave(std::span<const std::uint8_t> blue, std::span<const std::uint8_t> green,
                 std::span<const std::uint8_t> red, std::span<std::uint8_t> row);
 
-// Every third byte of `row` from `first` on.
-void pick_channel(std::span<const std::uint8_t> row, std::size_t first,
+// Every third byte of `row`, from byte `channel` on.
+void pick_channel(std::span<const std::uint8_t> row, std::size_t channel,
                   std::span<std::uint8_t> plane);
 
 }  // namespace tq::formats

@@ -15,8 +15,8 @@ constexpr png_alloc_size_t kLargestChunk = 1 << 20;
 
 // Chunks that say nothing about the pixels, or more than images here can hold, are skipped unread.
 constexpr png_byte kSkipped[] =
-    "bKGD\0cHRM\0eXIf\0gAMA\0hIST\0iCCP\0iTXt\0oFFs\0pCAL\0sBIT\0sCAL\0sPLT\0sRGB\0tEXt\0tIME\0zTX"
-    "t";
+    "bKGD\0cHRM\0eXIf\0gAMA\0hIST\0iCCP\0iTXt\0"
+    "oFFs\0pCAL\0sBIT\0sCAL\0sPLT\0sRGB\0tEXt\0tIME\0zTXt";
 
 png_structp png_of(void* png) {
   return static_cast<png_structp>(png);
@@ -29,11 +29,6 @@ png_infop info_of(void* info) {
 
 // What libpng calls.
 struct PngHooks {
-  template <class Owner>
-  static Owner& owner(png_structp png) {
-    return *static_cast<Owner*>(png_get_error_ptr(png));
-  }
-
   // png_error itself, without the message that would go to the error stream.
   [[noreturn]] static void fail(png_structp png, png_const_charp /*message*/) {
     png_longjmp(png, 1);

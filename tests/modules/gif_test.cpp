@@ -119,88 +119,62 @@ Rows picture_rows(int width, int height, int bits, std::uint32_t colours) {
   return rows;
 }
 
+void write_and_read_back(int bits, int side, std::uint32_t colours) {
+  SCOPED_TRACE(testing::Message() << bits << " bits, side " << side << ", colours " << colours);
+  HeaderBytes header = header_bytes(side, side, bits);
+  for (int i = 0; i < 256; ++i) {
+    const auto level = static_cast<std::uint8_t>(bits == 1 ? 255 * i : 255 - i);
+    const auto other = bits == 1 ? level : std::uint8_t{0};
+    std::copy_n(Bytes{level, other, other}.begin(), 3, &header[40 + 4 * i]);
+  }
+  const std::int32_t image = IMG_create_handle_shell(header.data());
+  ASSERT_GE(image, 0);
+  const Rows rows = picture_rows(side, side, bits, colours);
+  for (int y = 0; y < side; ++y) {
+    const auto bytes = static_cast<std::int32_t>(rows[y].size());
+    EXPECT_EQ(IMGLOW_put_raster(image, rows[y].data(), y, bytes), 0);
+  }
+  EXPECT_EQ(IMGLOW_set_transp_color(image, 1), 0);
+  for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED}) {
+    const Bytes file = save(image, code);
+    // In memory that does not say where it ends nothing behind the file is touched.
+    const GuardedBlock block(file);
+    Picture back = take(IMG_decompress_bitmap_mem(block.data(), 0));
+    EXPECT_EQ(back.bits, bits);
+    for (Bytes& row : back.rows) {  // what follows the last pixel of a run list is white
+      if (bits == 1 && side % 8 != 0) row.back() &= static_cast<std::uint8_t>(0xFF00 >> side % 8);
+    }
+    EXPECT_EQ(back.rows, rows) << code;
+    EXPECT_EQ(back.transparent, 1);
+    EXPECT_EQ(back.palette, Bytes(&header[40], &header[40] + (4 << bits)));
+  }
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+}
+
 TEST_F(Gif, WhatIsWrittenReadsBack) {
   for (const int bits : {1, 4, 8}) {
     for (const int side : {1, 2, 3, 5, 8, 9, 300}) {
       for (const std::uint32_t colours : {2u, 1u << bits}) {
-        SCOPED_TRACE(testing::Message()
-                     << bits << " bits, side " << side << ", colours " << colours);
-        std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
-        header[4] = header[8] = static_cast<std::uint8_t>(side);
-        header[5] = header[9] = static_cast<std::uint8_t>(side >> 8);
-        header[12] = 1;
-        header[14] = static_cast<std::uint8_t>(bits);
-        for (int i = 0; i < 256; ++i)
-          header[40 + 4 * i] = static_cast<std::uint8_t>(bits == 1 ? 255 * i : 255 - i);
-        for (int i = 0; i < 256 && bits == 1; ++i)
-          header[41 + 4 * i] = header[42 + 4 * i] = header[40 + 4 * i];
-        const std::int32_t image = IMG_create_handle_shell(header);
-        ASSERT_GE(image, 0);
-        const Rows rows = picture_rows(side, side, bits, colours);
-        for (int y = 0; y < side; ++y) {
-          EXPECT_EQ(IMGLOW_put_raster(image, rows[y].data(), y,
-                                      static_cast<std::int32_t>(rows[y].size())),
-                    0);
-        }
-        for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED}) {
-          EXPECT_EQ(IMGLOW_set_transp_color(image, 1), 0);
-          const Bytes file = save(image, code);
-          const Picture back = decode(file);
-          EXPECT_EQ(back.bits, bits);
-          if (bits > 1) {
-            EXPECT_EQ(back.rows, rows) << code;
-          } else {
-            for (int y = 0; y < side; ++y) {  // what follows the last pixel of a run list is white
-              for (int x = 0; x < side; ++x) {
-                ASSERT_EQ(back.rows[y][x / 8] >> (7 - x % 8) & 1,
-                          rows[y][x / 8] >> (7 - x % 8) & 1);
-              }
-            }
-          }
-          EXPECT_EQ(back.transparent, 1);
-          EXPECT_EQ(back.palette, Bytes(header + 40, header + 40 + (4 << bits)));
-          // In memory that does not say where it ends nothing behind the file is touched.
-          const GuardedBlock block(file);
-          EXPECT_GE(take(IMG_decompress_bitmap_mem(block.data(), 0)).status, 0);
-        }
-        EXPECT_EQ(IMG_delete_bitmap(image), 0);
+        write_and_read_back(bits, side, colours);
       }
     }
   }
 }
 
-TEST_F(Gif, DamagedFilesGiveAStatusOrRows) {
+TEST_F(Gif, CutOffFilesGiveAStatusOrRows) {
   const Bytes file = kScreen + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0) + Bytes{0x3B};
   for (std::size_t length = 0; length < file.size(); ++length) {
-    const Bytes cut(file.begin(), file.begin() + length);
     for (const std::int32_t page : {0, 1}) {
-      const Picture picture = decode(cut, page);
-      EXPECT_TRUE(picture.status >= 0 || picture.status == -3 || picture.status == -7 ||
-                  picture.status == -31)
-          << length << ": " << picture.status;
-    }
-  }
-  for (std::size_t i = 6; i < file.size(); ++i) {
-    for (const int change : {1, 0x80, 0xFF}) {
-      Bytes changed = file;
-      changed[i] = static_cast<std::uint8_t>(changed[i] ^ change);
-      if (i >= 34 && i < 38) continue;  // huge sides: memory, not faults
-      (void)decode(changed);
+      EXPECT_THAT(decode({file.begin(), file.begin() + length}, page).status,
+                  testing::AnyOf(0, IMG_BAD_IMAGE, IMG_UNSUPPORTED, IMG_PAGE_PAST_END));
     }
   }
 }
 
 TEST_F(Gif, RefusesOtherDepthsAndShortWrites) {
-  std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
-  header[4] = header[8] = 3;
-  header[12] = 1;
   for (const int bits : {16, 24, 32, 8}) {
-    header[14] = static_cast<std::uint8_t>(bits);
-    const std::int32_t image = IMG_create_handle_shell(header);
-    Bytes block(1000);
-    const std::int32_t saved =
-        IMG_save_bitmap_block(image, block.data(), block.size(), IMG_TYPE_GIF);
-    EXPECT_EQ(saved > 0 ? 0 : saved, bits == 8 ? 0 : -21);
+    const std::int32_t image = IMG_create_handle_shell(header_bytes(3, 3, bits).data());
+    Bytes block(100);
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 100, IMG_TYPE_GIF), bits == 8 ? -9 : -21);
     EXPECT_EQ(IMG_delete_bitmap(image), 0);
   }

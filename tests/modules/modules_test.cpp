@@ -1,8 +1,6 @@
 // Modules that are missing, lack entries, are handed the streams, and are unloaded meanwhile.
 #include <gmock/gmock.h>
 
-#include <functional>
-
 #include "formats/plugin/plugin.h"
 #include "tests/modules/module_files.h"
 #include "tests/support/collecting_sink.h"
@@ -37,38 +35,48 @@ Bytes decode_from_memory(std::int32_t page = 0) {
 }
 
 std::int32_t small_image() {
-  std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40};
-  header[4] = 8;
-  header[8] = 1;
-  header[12] = 1;
-  header[14] = 8;
-  const std::int32_t image = IMG_create_handle_shell(header);
+  HeaderBytes header = header_bytes(8, 1, 8);
+  const std::int32_t image = IMG_create_handle_shell(header.data());
   const Bytes row = {1, 2, 3, 4, 5, 6, 7, 8};
   EXPECT_EQ(IMGLOW_put_raster(image, row.data(), 0, 8), 0);
   return image;
 }
 
-TEST(Modules, MissingOnesHaveTheirStatusAndNothingElseSuffers) {
-  decode(formats::decode_gif, -23);
+bool pdf_available = false;
+Status decode_pdf(const formats::DecodeRequest& request) {
+  return formats::decode_pdf_by_module(request, pdf_available);
+}
+
+// All codecs of modules but the GIF decoder have their status; files are left alone.
+void expect_missing() {
   decode(formats::decode_tiff_lzw, -23);
   decode(formats::decode_abic, -1);
-  bool available = true;
-  CollectingSink sink;
-  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, sink.sink()}, available).raw(), -36);
-  EXPECT_FALSE(available);
-  EXPECT_EQ(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), 0), -23);
-
+  decode(decode_pdf, -36);
+  EXPECT_FALSE(pdf_available);
   const ScratchFolder folder;
+  const std::string name = folder.file("kept");
+  write_file(name, {1, 2, 3});
   const std::int32_t image = small_image();
   for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED, IMG_TYPE_TIFF_LZW}) {
-    const std::string name = folder.file("kept");
-    write_file(name, {1, 2, 3});
     EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), code), -23);
     EXPECT_EQ(file_content(name), (Bytes{1, 2, 3})) << "refused before it is opened";
   }
   EXPECT_EQ(IMG_save_bitmap(image, folder.file("a.bmp").c_str(), -1), 0);
   EXPECT_EQ(IMG_delete_bitmap(image), 0);
+}
+
+TEST(Modules, MissingOnesHaveTheirStatusAndNothingElseSuffers) {
+  expect_missing();
+  EXPECT_EQ(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), 0), -23);
   EXPECT_EQ(IMG_unload_plugins(), 0);
+}
+
+TEST(Modules, WithoutAnEntryAreMissing) {
+  const InstalledModule lzw("test_module_partial", "trqvpl1"),
+      pdf("test_module_partial", "pdfplug"), abic("test_module_partial", "abicplug");
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 0, 0, 0, 0, 0, 0, 0))
+      << "set_callbacks is not needed";
+  expect_missing();
 }
 
 TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
@@ -133,39 +141,13 @@ TEST(Modules, StayWhileTheirCodeIsRunning) {
   EXPECT_EQ(decode_from_memory()[0], 1) << "unloaded when the call had returned";
 }
 
-TEST(Modules, WithoutAnEntryAreMissing) {
-  const InstalledModule module("test_module_partial", "trqvpl1");
-  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 0, 0, 0, 0, 0, 0, 0))
-      << "set_callbacks is not needed";
-  const ScratchFolder folder;
-  const std::string name = folder.file("kept");
-  write_file(name, {1, 2, 3});
-  const std::int32_t image = small_image();
-  EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_GIF), -23);
-  EXPECT_EQ(file_content(name), (Bytes{1, 2, 3}));
-  EXPECT_EQ(IMG_delete_bitmap(image), 0);
-  decode(formats::decode_tiff_lzw, -23);
-
-  const InstalledModule pdf("test_module_partial", "pdfplug"),
-      abic("test_module_partial", "abicplug");
-  decode(formats::decode_abic, -1);
-  bool available = true;
-  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, {}}, available).raw(), -36);
-  EXPECT_FALSE(available);
-}
-
 TEST(Modules, OfPdfAndAbic) {
   const InstalledModule pdf("test_module", "pdfplug"), abic("test_module", "abicplug");
-  bool available = false;
-  const auto by_module = [](const formats::DecodeRequest& request) {
-    bool found = false;
-    return formats::decode_pdf_by_module(request, found);
-  };
-  const CollectingSink sink = decode(by_module, 5);
+  const CollectingSink sink = decode(decode_pdf, 5);
   EXPECT_THAT(sink.rows.at(0).bytes, ElementsAre(1, 1, 99, 0, 10, 20, 30, 40)) << "no helper";
   open_memory_stream(nullptr, 0);
-  EXPECT_EQ(formats::decode_pdf_by_module({kMemoryStream, 0, {}}, available).raw(), -12);
-  EXPECT_TRUE(available);
+  EXPECT_EQ(decode_pdf({kMemoryStream, 0, {}}).raw(), -12);
+  EXPECT_TRUE(pdf_available);
   decode(formats::decode_abic, -72);
 }
 

@@ -22,6 +22,7 @@ struct PcxFields {
   std::vector<std::array<std::uint8_t, 3>> colours{};  // red, green, blue, in the header
   std::vector<std::uint8_t> data{};                    // run-length coded
   std::vector<std::uint8_t> tail{};
+  std::array<int, 2> corner{7, 9};  // need not be 0
 };
 
 inline std::vector<std::uint8_t> pcx_file(const PcxFields& fields) {
@@ -30,10 +31,11 @@ inline std::vector<std::uint8_t> pcx_file(const PcxFields& fields) {
   file[1] = static_cast<std::uint8_t>(fields.version);
   file[2] = 1;
   file[3] = static_cast<std::uint8_t>(fields.size.bits);
-  store_le16(&file[4], 7);  // corners need not begin at 0
-  store_le16(&file[6], 9);
-  store_le16(&file[8], static_cast<std::uint16_t>(7 + fields.size.width - 1));
-  store_le16(&file[10], static_cast<std::uint16_t>(9 + fields.size.height - 1));
+  const int sides[] = {fields.size.width, fields.size.height};
+  for (std::size_t i = 0; i < 2; ++i) {
+    store_le16(&file[4 + 2 * i], static_cast<std::uint16_t>(fields.corner[i]));
+    store_le16(&file[8 + 2 * i], static_cast<std::uint16_t>(fields.corner[i] + sides[i] - 1));
+  }
   store_le16(&file[12], 300);
   store_le16(&file[14], 150);
   for (std::size_t i = 0; i < fields.colours.size(); ++i) {

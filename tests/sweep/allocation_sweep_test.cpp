@@ -79,6 +79,8 @@ struct Material {
                           .pixels = {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
   Bytes jpeg = saved(deep, IMG_TYPE_JPEG);
   Bytes fax_page = document(mono), colour_page = document(deep);
+  Bytes pcx = saved(deep, IMG_TYPE_PCX), dcx = saved(deep, IMG_TYPE_DCX);
+  Bytes png = saved(deep, IMG_TYPE_PNG);
   Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
   Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 3, 1, 3, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};
   Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
@@ -147,6 +149,9 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_block", block(m.jpeg)},
       {"IMG_decompress_bitmap_block", block(m.fax_page)},
       {"IMG_decompress_bitmap_block", block(m.colour_page)},
+      {"IMG_decompress_bitmap_block", block(m.pcx)},
+      {"IMG_decompress_bitmap_block", block(m.dcx)},
+      {"IMG_decompress_bitmap_block", block(m.png)},
       {"IMG_decompress_bitmap_block", with(size(4, 3), size(0, 0), block(m.deep))},
       {"IMG_decompress_bitmap_block", with(size(40, 3), size(0, 0), block(m.mono))},
       {"IMG_decompress_bitmap_block", with(rect(3), rect(0), block(m.mono))},
@@ -206,6 +211,9 @@ std::vector<Call> calls(Material& m) {
       {"IMG_save_bitmap_block", save_block(Watched::kPlain, IMG_TYPE_PDF)},
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_JPEG)},
       {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_PDF)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_PCX)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_DCX)},
+      {"IMG_save_bitmap_block", save_block(Watched::kDeep, IMG_TYPE_PNG)},
       {"IMGLOW_save_bitmap", from_caller(m.deep,
                                          [&m] {
                                            return IMGLOW_save_bitmap(1, &m.coded[14],
