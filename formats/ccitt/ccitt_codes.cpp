@@ -88,7 +88,7 @@ constexpr ModeTable mode_table() {
   enter(table, kPass, CcittMode::pass, 0);
   enter(table, kHorizontal, CcittMode::horizontal, 0);
   for (int distance = -3; distance <= 3; ++distance) {
-    enter(table, kVertical[static_cast<std::size_t>(distance + 3)], CcittMode::vertical, distance);
+    enter(table, kVertical[distance + 3], CcittMode::vertical, distance);
   }
   return table;
 }

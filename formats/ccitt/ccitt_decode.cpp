@@ -39,7 +39,7 @@ struct RowInProgress {
 template <class Source>
 bool take_run(Source& source, BitWindow& window, int colour, std::int32_t width,
               std::int32_t& position) {
-  const RunTable& table = kRunTable[static_cast<std::size_t>(colour)];
+  const RunTable& table = kRunTable[colour];
   std::int32_t run = 0;
   do {
     source.fill(window);

@@ -45,13 +45,13 @@ class BitWriter {
 };
 
 void put_run(BitWriter& out, int colour, std::int32_t run) {
-  const auto& codes = kRunCode[static_cast<std::size_t>(colour)];
+  const auto& codes = kRunCode[colour];
   while (run >= kLongestMakeUp + 64) {
     out.put(codes[63 + kLongestMakeUp / 64]);
     run -= kLongestMakeUp;
   }
-  if (run >= 64) out.put(codes[static_cast<std::size_t>(63 + run / 64)]);
-  out.put(codes[static_cast<std::size_t>(run % 64)]);
+  if (run >= 64) out.put(codes[63 + run / 64]);
+  out.put(codes[run % 64]);
 }
 
 // The most bytes that a row takes: per transition at most two runs' make-up and terminating codes.
@@ -94,7 +94,7 @@ void put_modes(BitWriter& caller_out, const std::int32_t* row, const std::int32_
       continue;
     }
     if (distance >= -3 && distance <= 3) {
-      out.put(kVertical[static_cast<std::size_t>(distance + 3)]);
+      out.put(kVertical[distance + 3]);
       a0 = *a1++;
       b1 += distance < 0 && b1 != reference ? -1 : 1;
     } else {
