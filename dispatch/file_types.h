@@ -43,6 +43,7 @@ struct FileType {
   formats::Decoder decode = nullptr;           // null: recognised, not decoded
   formats::Encoder encode = nullptr;           // null: not saved
   Status (*available)() = nullptr;             // whether the encoder's module can be loaded
+  formats::EncodeCheck can_encode = nullptr;   // null: an image of any kind
   Status (*can_append)(StreamHandle stream) = nullptr;   // whether a page can be added; null: yes
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   Supplier supplier = Supplier::plain;

@@ -9,6 +9,8 @@
 namespace tq::dispatch {
 namespace {
 
+constexpr StreamHandle kNoFileYet{-1};
+
 // What the encoder is told: the crop rectangle's geometry, the image's palette and transparency.
 HeaderBlock header_for(const ImageRecord& image, StreamHandle stream, Supplier supplier) {
   HeaderBlock block{.header = header_of(image)};
@@ -26,11 +28,14 @@ HeaderBlock header_for(const ImageRecord& image, StreamHandle stream, Supplier s
 }
 
 // Everything that can be refused before a file is touched.
-Status check_save(const ImageRecord& image, std::int32_t code) {
+Status check_save(const ImageRecord& image, StreamHandle stream, std::int32_t code) {
   TQ_TRY(check_code(code));
   if (image.dib == nullptr) return StatusCode::out_of_memory;
   if (image.crop.width < 1 || image.crop.height < 1) return StatusCode::bad_image;
-  return kOk;
+  const FileType& type = *find_code(code);
+  if (type.can_encode == nullptr) return kOk;
+  HeaderBlock header = header_for(image, stream, type.supplier);
+  return type.can_encode({stream, &header, {}});
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
@@ -66,7 +71,7 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
 
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
   const ImageRecord& image = image_record(handle);
-  TQ_TRY(check_save(image, code));
+  TQ_TRY(check_save(image, stream, code));
   const Supplier kind = find_code(code)->supplier;
   ImageSupplier supplier(handle, image, kind);
   TQ_TRY(supplier.allocate());
@@ -77,7 +82,7 @@ Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) {
   if (name == nullptr) return StatusCode::cannot_open;
   if (code == IMG_TYPE_BY_NAME) code = code_for_name(name);
-  TQ_TRY(check_save(image_record(handle), code));
+  TQ_TRY(check_save(image_record(handle), kNoFileYet, code));
   OpenFile file;
   TQ_TRY(open_output(name, code, file));
   const Status saved = save_image(handle, file.handle(), code);

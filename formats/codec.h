@@ -68,4 +68,8 @@ struct EncodeRequest {
 };
 using Encoder = Status (*)(const EncodeRequest& request);
 
+// What an encoder refuses by the look of the image, before it writes anything: a request for which
+// this is kOk fails only by what happens to its rows and its stream. The rows are not asked for.
+using EncodeCheck = Status (*)(const EncodeRequest& request);
+
 }  // namespace tq::formats

@@ -536,10 +536,10 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  * at all; promote them to 24 bits.
  *
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
- * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, or no code for the name; an
- * existing file is left alone), IMG_BAD_IMAGE (empty crop rectangle), IMG_WRONG_DEPTH (the format
- * cannot hold this depth), IMG_WRITE_FAILED, IMG_NO_LZW_MODULE, IMG_OUT_OF_MEMORY, or a progress
- * callback's answer. */
+ * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, no code for the name, or a
+ * side that the format has no room for), IMG_BAD_IMAGE (empty crop rectangle), IMG_WRONG_DEPTH (the
+ * format cannot hold this depth), IMG_NO_LZW_MODULE: all these leave an existing file alone; or
+ * IMG_WRITE_FAILED, IMG_OUT_OF_MEMORY, or a progress callback's answer. */
 IMG_API int32_t IMG_CALL IMG_save_bitmap(int32_t image, const char* name, int32_t code);
 IMG_API int32_t IMG_CALL IMG_save_bitmap_fd(int32_t image, int32_t stream, int32_t code);
 IMG_API int32_t IMG_CALL IMG_save_bitmap_mem(int32_t image, void* block, int32_t code);

@@ -140,9 +140,14 @@ Status encode_rows(const EncodeRequest& request) {
 
 }  // namespace
 
-Status encode_bmp_rle(const EncodeRequest& request) {
+Status can_encode_bmp_rle(const EncodeRequest& request) {
   const int bits = request.image->header.biBitCount;
-  if (bits == 1 || bits == 24) return StatusCode::wrong_depth;
+  return bits == 1 || bits == 24 ? StatusCode::wrong_depth : StatusCode::ok;
+}
+
+Status encode_bmp_rle(const EncodeRequest& request) {
+  TQ_TRY(can_encode_bmp_rle(request));
+  const int bits = request.image->header.biBitCount;
   TQ_TRY(write_bmp_header(request, FileHeader::written, bits == 4 ? kBiRle4 : kBiRle8));
   return bits == 4 ? encode_rows<Rle4>(request) : encode_rows<Rle8>(request);
 }

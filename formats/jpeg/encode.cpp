@@ -48,9 +48,9 @@ Status choose_pixels(const HeaderBlock& image, Pixels& pixels) {
   }
 }
 
-// Frame and sampling. What the pixels do to the factors stays for later saves: callers rely on it.
-Status choose_frame(const BitmapInfoHeader& header, Pixels pixels, EncodedFrame& frame) {
-  JpegEncoderSettings& settings = jpeg_encoder_settings();
+// Frame and sampling. What the pixels do to the factors stays in the settings.
+Status choose_frame(const BitmapInfoHeader& header, Pixels pixels, JpegEncoderSettings& settings,
+                    EncodedFrame& frame) {
   if (pixels == Pixels::grey) settings.h = settings.v = 1;
   if (pixels == Pixels::four) settings.h = 1;
   frame.width = header.biWidth;
@@ -288,11 +288,20 @@ class Coder {
 
 }  // namespace
 
+Status can_encode_jpeg(const EncodeRequest& request) {
+  Pixels pixels = Pixels::bgr;
+  TQ_TRY(choose_pixels(*request.image, pixels));
+  JpegEncoderSettings settings = jpeg_encoder_settings();
+  EncodedFrame frame;
+  return choose_frame(request.image->header, pixels, settings, frame);
+}
+
 Status encode_jpeg(const EncodeRequest& request) {
   Pixels pixels = Pixels::bgr;
   TQ_TRY(choose_pixels(*request.image, pixels));
   EncodedFrame frame;
-  TQ_TRY(choose_frame(request.image->header, pixels, frame));
+  // Factors that the pixels change stay so for later saves: callers rely on it.
+  TQ_TRY(choose_frame(request.image->header, pixels, jpeg_encoder_settings(), frame));
   const JpegEncoderSettings settings = jpeg_encoder_settings();
   Planes planes;
   TQ_TRY(planes.allocate(request, pixels, frame));

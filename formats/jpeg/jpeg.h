@@ -8,8 +8,11 @@ namespace tq::formats {
 
 Status decode_jpeg(const DecodeRequest& request);
 
-// 8, 24 and 32 bits; any other depth is wrong_depth.
 Status encode_jpeg(const EncodeRequest& request);
+
+// wrong_depth for other than 8, 24 and 32 bits; unsupported for sides above 65535 and for sampling
+// factors that no file can have.
+Status can_encode_jpeg(const EncodeRequest& request);
 
 // What later saves use. The quality is taken as 1..100; factors are checked by the save.
 void set_jpeg_quality(std::int32_t quality);

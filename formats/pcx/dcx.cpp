@@ -161,7 +161,7 @@ Status can_append_dcx(StreamHandle stream) {
 }
 
 Status encode_dcx(const EncodeRequest& request) {
-  TQ_TRY(check_pcx_image(request.image->header));
+  TQ_TRY(can_encode_pcx(request));
   const StreamHandle stream = request.stream;
   // The size of what lies in memory is not known, so there is nothing to append to.
   const bool may_append = stream != kMemoryStream;

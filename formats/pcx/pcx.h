@@ -6,7 +6,11 @@
 namespace tq::formats {
 
 Status decode_pcx(const DecodeRequest& request);  // 1 when all went well
-Status encode_pcx(const EncodeRequest& request);  // 1, 4, 8 and 24 bits, else wrong_depth
+Status encode_pcx(const EncodeRequest& request);
+
+// Of both kinds of files: wrong_depth for other than 1, 4, 8 and 24 bits, unsupported for a side
+// that the header has no room for.
+Status can_encode_pcx(const EncodeRequest& request);
 
 Status decode_dcx(const DecodeRequest& request);
 Status encode_dcx(const EncodeRequest& request);  // adds a page to what begins at the position

@@ -71,7 +71,8 @@ Status PcxOutput::write(std::span<std::uint8_t> bytes) const {
   return put == static_cast<std::int32_t>(bytes.size()) ? StatusCode::ok : StatusCode::write_failed;
 }
 
-Status check_pcx_image(const BitmapInfoHeader& header) {
+Status can_encode_pcx(const EncodeRequest& request) {
+  const BitmapInfoHeader& header = request.image->header;
   const int bits = header.biBitCount;
   if (bits != 1 && bits != 4 && bits != 8 && bits != 24) return StatusCode::wrong_depth;
   if (header.biWidth > kLargestSide || header.biHeight > kLargestSide) {
@@ -83,7 +84,7 @@ Status check_pcx_image(const BitmapInfoHeader& header) {
 Status encode_pcx_to(const PcxOutput& output, const EncodeRequest& request) {
   const BitmapInfoHeader& header = request.image->header;
   const int bits = header.biBitCount;
-  TQ_TRY(check_pcx_image(header));
+  TQ_TRY(can_encode_pcx(request));
   std::array<std::uint8_t, kPcxHeaderBytes> file_header = pcx_header_for(*request.image);
   TQ_TRY(output.write(file_header));
 

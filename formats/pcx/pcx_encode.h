@@ -14,9 +14,6 @@ struct PcxOutput {
   Status write(std::span<std::uint8_t> bytes) const;  // write_failed when not all could be written
 };
 
-// wrong_depth for 16 and 32 bits, unsupported for a side that the header has no room for.
-Status check_pcx_image(const BitmapInfoHeader& header);
-
 Status encode_pcx_to(const PcxOutput& output, const EncodeRequest& request);
 
 }  // namespace tq::formats

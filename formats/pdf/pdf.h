@@ -12,6 +12,9 @@ Status decode_pdf(const DecodeRequest& request);
 // bad_image, before anything is written, when the stream holds something else.
 Status encode_pdf(const EncodeRequest& request);
 
+// 1 bit, and what a JPEG can hold.
+Status can_encode_pdf(const EncodeRequest& request);
+
 // Whether a page can be added to what the stream holds.
 Status can_append_pdf(StreamHandle stream);
 

@@ -222,7 +222,12 @@ Status PageWriter::write_page() {
 
 }  // namespace
 
+Status can_encode_pdf(const EncodeRequest& request) {
+  return request.image->header.biBitCount == 1 ? kOk : can_encode_jpeg(request);
+}
+
 Status encode_pdf(const EncodeRequest& request) {
+  TQ_TRY(can_encode_pdf(request));
   ExistingDocument document;
   TQ_TRY(find_document(request.stream, document));
   PageWriter page(request, document);

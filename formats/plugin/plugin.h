@@ -12,6 +12,10 @@ Status encode_gif_interlaced(const EncodeRequest& request);
 Status decode_tiff_lzw(const DecodeRequest& request);
 Status encode_tiff_lzw(const EncodeRequest& request);
 
+// wrong_depth and unsupported for what no GIF file can hold, whatever its module answers: more than
+// 8 bits, sides above 65535.
+Status can_encode_gif(const EncodeRequest& request);
+
 // Whether the encoders above can be called; the same status if not.
 Status gif_encoder_available();
 Status gif_interlaced_encoder_available();

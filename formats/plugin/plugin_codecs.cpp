@@ -23,6 +23,8 @@ std::int32_t IMG_CB_C no_tiff_helper() {
   return IMG_UNSUPPORTED;
 }
 
+constexpr int kDeepestGif = 8, kLargestGifSide = 65535;
+
 constexpr ModuleCallbacks kCallbacks = {read_stream, write_stream, seek_stream, no_tiff_helper};
 
 // Modules are promised callbacks that can be called.
@@ -90,6 +92,13 @@ Status decode_tiff_lzw(const DecodeRequest& request) {
 }
 Status encode_tiff_lzw(const EncodeRequest& request) {
   return encode_lzw(PluginEntry::encode_tiff_lzw, request);
+}
+
+Status can_encode_gif(const EncodeRequest& request) {
+  const BitmapInfoHeader& header = request.image->header;
+  if (header.biBitCount > kDeepestGif) return StatusCode::wrong_depth;
+  const bool fits = header.biWidth <= kLargestGifSide && header.biHeight <= kLargestGifSide;
+  return fits ? StatusCode::ok : StatusCode::unsupported;
 }
 
 Status gif_encoder_available() {

@@ -1,4 +1,4 @@
-// PNG images, over libpng. Built without it, both functions answer unsupported.
+// PNG images, over libpng. Built without it, all functions answer unsupported.
 #pragma once
 
 #include "formats/codec.h"
@@ -10,8 +10,10 @@ namespace tq::formats {
 // marked.
 Status decode_png(const DecodeRequest& request);
 
-// 1, 4, 8, 16, 24 bits and 32 bits of colour; wrong_depth for cyan, magenta, yellow, black.
 Status encode_png(const EncodeRequest& request);
+
+// wrong_depth for other than 1, 4, 8, 16, 24 and 32 bits, and for cyan, magenta, yellow, black.
+Status can_encode_png(const EncodeRequest& request);
 
 Status png_available();
 

@@ -69,6 +69,11 @@ Status choose(const EncodeRequest& request, PngHeader& file) {
 
 }  // namespace
 
+Status can_encode_png(const EncodeRequest& request) {
+  PngHeader file;
+  return choose(request, file);
+}
+
 Status encode_png(const EncodeRequest& request) {
   const BitmapInfoHeader& header = request.image->header;
   PngHeader file;

@@ -9,6 +9,9 @@ Status png_available() {
 Status decode_png(const DecodeRequest& /*request*/) {
   return png_available();
 }
+Status can_encode_png(const EncodeRequest& /*request*/) {
+  return png_available();
+}
 Status encode_png(const EncodeRequest& /*request*/) {
   return png_available();
 }

@@ -8,6 +8,8 @@
 
 #include <climits>
 #include <filesystem>
+#include <map>
+#include <set>
 
 #include "core/settings.h"
 #include "dispatch/row_supplier.h"
@@ -263,6 +265,44 @@ TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
   }
   EXPECT_EQ(IMG_save_bitmap(image, folder.file("none/a.bmp").c_str(), 1), -6);
   EXPECT_EQ(IMG_save_bitmap(image, folder.path().string().c_str(), 1), -6);
+}
+
+// What an encoder cannot write is known before the file is opened: a document keeps its pages, any
+// other file its bytes, and a stream gets none.
+TEST_F(Saving, EncoderRefusesAnImageBeforeTheFileIsOpened) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("a");
+  const auto image_of_bits = [](int bits) {
+    return make_image(2, bits, Rows(1, Bytes(stride(2, bits))));
+  };
+  const Image taken = image_of_bits(8);
+  const auto refused = [&](std::int32_t image, std::int32_t code) {
+    std::filesystem::remove(name);
+    EXPECT_EQ(IMG_save_bitmap(taken, name.c_str(), code), 0);
+    const Bytes before = file_content(name);
+    const std::int32_t status = IMG_save_bitmap(image, name.c_str(), code);
+    if (status != 0) {
+      EXPECT_EQ(file_content(name), before) << code;
+      MemoryFile stream;
+      EXPECT_EQ(IMG_save_bitmap_fd(image, 4711, code), status) << code;
+      EXPECT_EQ(stream.bytes, Bytes()) << code;
+    }
+    return status;
+  };
+  const std::map<std::int32_t, std::set<int>> wrong_depths = {
+      {1, {}},          {2, {16, 32}}, {11, {16, 32}}, {12, {1, 24}},
+      {13, {1, 4, 16}}, {43, {32}},    {48, {}},       {59, {4, 16}}};  // 32: ink
+  for (const int bits : {1, 4, 8, 16, 24, 32}) {
+    const Image image = image_of_bits(bits);
+    for (const auto& [code, wrong] : wrong_depths) {
+      if (dispatch::check_code(code).failed()) continue;  // built without libpng
+      EXPECT_EQ(refused(image, code), wrong.contains(bits) ? -21 : 0) << code << ' ' << bits;
+    }
+  }
+  for (const std::int32_t code : {2, 11, 13, 59}) {
+    EXPECT_EQ(refused(make_image(65536, 8, {Bytes(65536)}), code), -7);
+    EXPECT_EQ(refused(make_image(1, 24, Rows(65536, Bytes(4))), code), -7);
+  }
 }
 
 // ---- Rows of a caller's own
