@@ -11,21 +11,7 @@ using tq::dispatch::dispatch_decode;
 
 namespace {
 
-// Memory that only says how large it is when it is a global block.
-constexpr std::size_t kUnknown = static_cast<std::size_t>(-1);
-
-bool open_block(const void* block, std::size_t size) {
-  if (block == nullptr) return false;
-  if (size == kUnknown) {
-    tq::open_memory_stream(const_cast<void*>(block));
-  } else {
-    tq::open_memory_stream(const_cast<void*>(block), size);
-  }
-  return true;
-}
-
-std::int32_t decode_block(const void* block, std::size_t size, std::int32_t page) {
-  if (!open_block(block, size)) return IMG_UNSUPPORTED;
+std::int32_t decode_in_memory(std::int32_t page) {
   return decode_image(kMemoryStream, 0, page).raw();
 }
 
@@ -33,7 +19,9 @@ std::int32_t decode_block(const void* block, std::size_t size, std::int32_t page
 
 std::int32_t IMG_CALL IMG_create_handle(void* packed_dib) {
   const tq::StreamWork work;
-  return decode_block(packed_dib, kUnknown, 0);
+  if (packed_dib == nullptr) return IMG_UNSUPPORTED;
+  tq::open_memory_stream(packed_dib);
+  return decode_in_memory(0);
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
@@ -51,13 +39,17 @@ std::int32_t IMG_CALL IMG_decompress_bitmap_fd(std::int32_t stream, std::int32_t
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, std::int32_t page) {
   const tq::StreamWork work;
-  return decode_block(block, kUnknown, page);
+  if (block == nullptr) return IMG_UNSUPPORTED;
+  tq::open_memory_stream(block);
+  return decode_in_memory(page);
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_block(const void* block, std::size_t size,
                                                   std::int32_t page) {
   const tq::StreamWork work;
-  return decode_block(block, size, page);
+  if (block == nullptr) return IMG_UNSUPPORTED;
+  tq::open_memory_stream(const_cast<void*>(block), size);
+  return decode_in_memory(page);
 }
 
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap(std::int32_t stream, std::int32_t offset,
@@ -70,7 +62,8 @@ std::int32_t IMG_CALL IMGLOW_decompress_bitmap(std::int32_t stream, std::int32_t
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap_mem(void* block, std::int32_t page, img_row_fn row,
                                                    void* sink_context, img_header_fn header) {
   const tq::StreamWork work;
-  if (!open_block(block, kUnknown)) return IMG_UNSUPPORTED;
+  if (block == nullptr) return IMG_UNSUPPORTED;
+  tq::open_memory_stream(block);
   return dispatch_decode(kMemoryStream, 0, page, {header, row, sink_context}).raw();
 }
 
@@ -78,6 +71,7 @@ std::int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, std::siz
                                                      std::int32_t page, img_row_fn row,
                                                      void* sink_context, img_header_fn header) {
   const tq::StreamWork work;
-  if (!open_block(block, size)) return IMG_UNSUPPORTED;
+  if (block == nullptr) return IMG_UNSUPPORTED;
+  tq::open_memory_stream(const_cast<void*>(block), size);
   return dispatch_decode(kMemoryStream, 0, page, {header, row, sink_context}).raw();
 }

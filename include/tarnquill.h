@@ -488,7 +488,7 @@ IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
  *   block       the encoded image in memory. Without a size the block is trusted: unless it is a
  *               global memory block, whose size the system knows, a damaged header can send the
  *               decoder past its end. Use _block for data you did not make.
- *   size        bytes in the block; nothing beyond is ever read
+ *   size        bytes in the block; nothing beyond is ever read, nor behind its first 2147483647
  *
  * Return the image handle, IMG_CANNOT_OPEN, IMG_UNSUPPORTED (not recognised, or no decoder),
  * IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY, or a progress callback's answer. A file that ends early gives
