@@ -112,6 +112,10 @@ std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
   const auto bytes = static_cast<std::size_t>(size);
   const std::size_t before = state.fill < 0 ? bytes : platform::block_size(block);
   void* moved = platform::block_resize(block, bytes);
+  if (moved == nullptr) {
+    release_kept_blocks();
+    moved = platform::block_resize(block, bytes);
+  }
   if (moved != nullptr) fill_fresh_bytes(moved, before, bytes);
   return static_cast<std::uint8_t*>(moved);
 }
