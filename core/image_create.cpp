@@ -61,7 +61,7 @@ Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageS
   TQ_TRY(dib.allocate(bytes + kSlack));
   if (shape.in_runs) {
     TQ_TRY(run_table.allocate(std::uint64_t{4} * static_cast<std::uint32_t>(shape.height)));
-    std::memset(run_table.data(), 0, run_table.size());
+    platform::block_clear(run_table.data(), run_table.size());
   }
   const std::size_t capacity = dib.size();
 
@@ -94,8 +94,8 @@ Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageSh
 void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last) {
   if (first >= last) return;
   // Rows lie bottom-up, so the lowest of them comes first.
-  std::memset(
-      plain_row(image, last - 1).data(), 0,
+  platform::block_clear(
+      plain_row(image, last - 1).data(),
       static_cast<std::size_t>(last - first) * static_cast<std::size_t>(image.bytes_per_row));
 }
 

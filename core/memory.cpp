@@ -1,10 +1,9 @@
 // Blocks of the platform, large freed ones kept for reuse, and the owner of temporary ones.
 #include "core/memory.h"
 
+#include <cstring>
 #include <iterator>
 #include <utility>
-
-#include "platform/memory.h"
 
 namespace tq {
 namespace {

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "core/status.h"
+#include "platform/memory.h"
 
 namespace tq {
 
@@ -64,7 +65,7 @@ class RowBuffer {
     if (width < 0) return StatusCode::out_of_memory;
     const std::uint64_t bytes = (static_cast<std::uint64_t>(width) + 2 * kMargin) * sizeof(Pixel);
     TQ_TRY(block_.allocate(bytes));
-    std::memset(block_.data(), 0, static_cast<std::size_t>(bytes));
+    platform::block_clear(block_.data(), block_.size());
     width_ = static_cast<std::size_t>(width);
     return kOk;
   }

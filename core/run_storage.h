@@ -13,6 +13,12 @@ namespace tq {
 
 inline constexpr std::int32_t kWidestRuns = 65533;  // positions are 16 bits, closers width + 2
 
+// Whether an image is kept as run lists. Of one that is so narrow and so high as no picture is, the
+// offsets of the lists alone would take as much as its pixels.
+constexpr bool keeps_runs(std::int32_t width, std::int32_t height) {
+  return width <= kWidestRuns && (width > 32 || height <= 65535);
+}
+
 // Positions of colour changes of one row, ascending and below the width, without length and
 // closers.
 using Transitions = std::span<const std::uint16_t>;

@@ -110,8 +110,8 @@ ImageShape ImageSink::choose_shape() {
     shape.compression = 0;
   }
   if (header.biBitCount == 1) {
-    shape.in_runs = shape.width <= kWidestRuns;
-    shape.compression = 0;  // of one that is too wide for runs, whatever its file says
+    shape.in_runs = keeps_runs(shape.width, shape.height);
+    shape.compression = 0;  // of one that is not kept in runs, whatever its file says
   }
   return shape;
 }

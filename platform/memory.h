@@ -12,6 +12,10 @@ void* block_alloc(std::size_t size);
 // The block's new address; null when there is no memory, the old block then stays as it was.
 void* block_resize(void* block, std::size_t size);
 
+// Sets `size` bytes inside a block to 0. Where the system can, a large range costs nothing until
+// its pages are used.
+void block_clear(void* at, std::size_t size);
+
 // An address that is no block is ignored.
 void block_free(void* block);
 

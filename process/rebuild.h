@@ -40,10 +40,11 @@ Status replace_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_ro
   return kOk;
 }
 
-// The same for 1-bit results, white being 1: they are held as run lists, unless they are too wide.
+// The same for 1-bit results, white being 1: they are held as run lists where images of their size
+// are.
 template <class MakeBits>
 Status replace_by_mono(ImageSource& image, MakeBits&& make_bits) {
-  const bool in_runs = image.width() <= kWidestRuns;
+  const bool in_runs = keeps_runs(image.width(), image.height());
   ImageDraft result;
   TQ_TRY(create_result(result, image,
                        {1, black_and_white(), in_runs ? kInRuns : marker_below_32(image)}));

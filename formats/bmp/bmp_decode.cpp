@@ -16,6 +16,11 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
+// A file that is cut off gives all its rows, but one of a few bytes may claim a thousand million of
+// them: what it lacks beyond this is not delivered.
+constexpr std::uint64_t kMostMissing = std::uint64_t{64} << 20;  // bytes
+constexpr std::size_t kRowCost = 64;                             // what a short row counts
+
 // The rows of a file one after the other; what a cut-off file lacks is 0.
 class StoredRows {
  public:
@@ -33,33 +38,31 @@ class StoredRows {
   Status next(Bytes& row) {
     input_.skip(lent_);
     lent_ = 0;
-    row = {};
-    if (!ended_) {
+    if (ended_) {  // not asked again: a file may claim any number of rows
+      std::fill_n(padded_.data(), there_, std::uint8_t{0});
+      there_ = 0;
+    } else {
       row = input_.peek(row_bytes_);
-      if (row.size() == row_bytes_) {
-        lent_ = row_bytes_;
-        return kOk;
-      }
+      lent_ = there_ = row.size();
+      if (there_ == row_bytes_) return kOk;
+      ended_ = true;
       TQ_TRY(padded_.allocate(static_cast<std::int64_t>(row_bytes_)));
-      ended_ = true;  // not asked again: a file may claim any number of rows
-      lent_ = row.size();
+      std::copy(row.begin(), row.end(), padded_.data());
     }
-    missing_ = row.empty();
-    const auto rest = std::copy(row.begin(), row.end(), padded_.data());
-    std::fill(rest, padded_.data() + row_bytes_, std::uint8_t{0});
     row = padded_.pixels();
     return kOk;
   }
 
-  // Whether nothing of the row was in the file. All further rows are the same then.
-  bool missing() const { return missing_; }
+  // Bytes of the row that were not in the file.
+  std::size_t missing() const { return row_bytes_ - there_; }
 
  private:
   ChunkReader input_;
   RowBuffer<std::uint8_t> padded_;  // taken when the file turns out to be cut off
   std::size_t row_bytes_ = 0;
-  std::size_t lent_ = 0;  // bytes of the input that the caller still looks at
-  bool ended_ = false, missing_ = false;
+  std::size_t lent_ = 0;   // bytes of the input that the caller still looks at
+  std::size_t there_ = 0;  // bytes of the row that were in the file
+  bool ended_ = false;
 };
 
 // A row that is changed before it is delivered.
@@ -117,15 +120,14 @@ Status decode_plain_rows(const DecodeRequest& request, const BmpFile& file) {
   if (file.rows != BmpRows::as_delivered || file.inverted) {
     TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   }
-  Bytes row;
+  std::uint64_t missing = 0;
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
-    // A short file may claim a thousand million pixels: those it lacks are made once.
-    if (!rows.missing()) {
-      TQ_TRY(rows.next(row));
-      row = delivered(file, row, changed);
-    }
+    Bytes row;
+    TQ_TRY(rows.next(row));
+    if (rows.missing() != 0) missing += std::max(rows.missing(), kRowCost);
+    if (missing > kMostMissing) return kOk;
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
-    TQ_TRY(request.sink.row(row, y));
+    TQ_TRY(request.sink.row(delivered(file, row, changed), y));
   }
   return kOk;
 }

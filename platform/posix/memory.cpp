@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 namespace tq::platform {
 namespace {
 
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kLargeBlock = 2 * kHugePage;  // from here on an aligned huge page fits in
+constexpr std::size_t kLargeClear = std::size_t{64} << 20;  // smaller ones are quick
 
 struct Entry {
   std::uintptr_t address;  // 0: free place
@@ -118,6 +120,18 @@ void prefer_huge_pages(void* block, std::size_t size) {
 #endif
 }
 
+// Gives pages back, of which the system makes empty ones when they are used again; false when it
+// does not.
+bool drop_pages(void* start, std::size_t size) {
+#ifdef __linux__  // elsewhere the pages may keep their bytes
+  return madvise(start, size, MADV_DONTNEED) == 0;
+#else
+  static_cast<void>(start);
+  static_cast<void>(size);
+  return false;
+#endif
+}
+
 constexpr std::size_t at_least_one(std::size_t size) {
   return size == 0 ? 1 : size;
 }
@@ -146,6 +160,20 @@ void* block_resize(void* block, std::size_t size) {
   }
   prefer_huge_pages(moved, size);
   return moved;
+}
+
+void block_clear(void* at, std::size_t size) {
+  auto* const bytes = static_cast<std::uint8_t*>(at);
+  if (size >= kLargeClear) {
+    const std::size_t lead = kHugePage - reinterpret_cast<std::uintptr_t>(at) % kHugePage;
+    const std::size_t whole = (size - lead) / kHugePage * kHugePage;
+    if (drop_pages(bytes + lead, whole)) {
+      std::memset(bytes, 0, lead);
+      std::memset(bytes + lead + whole, 0, size - lead - whole);
+      return;
+    }
+  }
+  std::memset(bytes, 0, size);
 }
 
 void block_free(void* block) {

@@ -5,6 +5,8 @@
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
+#include <cstring>
+
 namespace tq::platform {
 namespace {
 
@@ -45,6 +47,10 @@ void* block_resize(void* block, std::size_t size) {
     return nullptr;
   }
   return GlobalLock(resized);
+}
+
+void block_clear(void* at, std::size_t size) {
+  std::memset(at, 0, size);
 }
 
 void block_free(void* block) {

@@ -195,14 +195,14 @@ TEST_F(RunStorage, RefusedMemoryLeavesRowAndImageAsTheyWere) {
   EXPECT_EQ(rows_of_image(growing), padded);
 }
 
-TEST_F(RunStorage, WidestImagesStayPlain) {
+TEST_F(RunStorage, WidestImagesAndTheHighestNarrowOnesStayPlain) {
   Random random(6);
-  for (const std::int32_t width : {65533, 65534}) {
+  const auto check = [&](std::int32_t width, std::size_t height, bool in_runs) {
     Rows rows = {random.bit_row(width, 0), random.bit_row(width, 1), random.bit_row(width, 50)};
     rows[0].back() = 0;  // the last pixels black
+    rows.resize(height, rows[2]);
     const Image image = make_image(width, 1, rows);
     EXPECT_EQ(IMG_dib_to_runs(image), 0);
-    const bool in_runs = width == 65533;
     EXPECT_EQ(header_of_image(image).biCompression, in_runs ? 99u : 0u);
     for (Bytes& row : rows) {
       if (in_runs) row = with_white_padding(row, width);
@@ -210,7 +210,12 @@ TEST_F(RunStorage, WidestImagesStayPlain) {
     EXPECT_EQ(rows_of_image(image), rows);
     EXPECT_EQ(IMG_runs_to_dib(image), 0);
     EXPECT_EQ(rows_of_image(image), rows);
-  }
+  };
+  check(65533, 3, true);
+  check(65534, 3, false);
+  check(32, 65535, true);
+  check(32, 65536, false);
+  check(33, 65536, true);
 }
 
 TEST_F(RunStorage, ConversionsKeepWhatElseTheImageHas) {

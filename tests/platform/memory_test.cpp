@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -59,6 +60,22 @@ TEST(PlatformMemory, NoSizeIsABlockToo) {
   ASSERT_NE(same, nullptr);
   EXPECT_NE(block_size(same), 0u);
   block_free(same);
+}
+
+TEST(PlatformMemory, ClearedBytesAreZeroAndTheirNeighboursStay) {
+  constexpr std::size_t kLarge = std::size_t{67} << 20;
+  auto* const block = static_cast<std::uint8_t*>(block_alloc(kLarge));
+  ASSERT_NE(block, nullptr);
+  for (const std::size_t from : {0u, 4097u}) {
+    for (const std::size_t size : {std::size_t{5}, kLarge - 4099}) {
+      std::memset(block, 7, kLarge);
+      block_clear(block + from, size);
+      const auto zeros = std::count(block + from, block + from + size, 0);
+      EXPECT_EQ(static_cast<std::size_t>(zeros), size);
+      EXPECT_EQ(std::count(block, block + kLarge, 7), static_cast<std::ptrdiff_t>(kLarge - size));
+    }
+  }
+  block_free(block);
 }
 
 // Against a plain list: every live block has its size and its bytes, every freed one none.

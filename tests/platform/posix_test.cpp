@@ -105,6 +105,21 @@ TEST(PosixFile, TemporaryFilesNeedNoUsableFolderInTheEnvironment) {
   before == nullptr ? unsetenv("TMPDIR") : setenv("TMPDIR", kept.c_str(), 1);
 }
 
+TEST(PosixMemory, ClearedPagesCostNothingUntilTheyAreUsed) {
+  const auto peak_kilobytes = [] {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+  };
+  constexpr std::size_t kHalfGigabyte = std::size_t{1} << 29;
+  const long before = peak_kilobytes();
+  void* const block = block_alloc(kHalfGigabyte);
+  ASSERT_NE(block, nullptr);
+  block_clear(block, kHalfGigabyte);
+  EXPECT_LT(peak_kilobytes() - before, 256 * 1024);
+  block_free(block);
+}
+
 TEST(PosixMemory, HundredThousandBlocks) {
   std::vector<void*> blocks;
   for (std::size_t i = 0; i < 100000; ++i) {
