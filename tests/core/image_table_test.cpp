@@ -75,40 +75,35 @@ TEST_F(ImageTable, HoldsTenThousandImagesAndRefusesTheNext) {
   for (std::int32_t i = 0; i < 10000; ++i) ASSERT_EQ(IMG_delete_bitmap(i), 0);
 }
 
+// The table, too, which is there with the first image only.
 TEST_F(ImageTable, RefusedAllocationsLeaveNoHandleBehind) {
-  CallersDib dib;
-  const auto use = [](std::int32_t handle) {
-    return handle < 0 ? handle : IMG_delete_bitmap(handle);
-  };
-  EXPECT_EQ(with_every_refusal([&] { return use(shell(40, 30, 8)); }), 0);
-  EXPECT_EQ(with_every_refusal([&] { return use(IMG_create_handle_keep(dib.dib())); }), 0);
-  const Image first(shell(1));
-  EXPECT_EQ(with_every_refusal([&] { return use(shell(40, 30, 24)); }), 0);
-  const Image next(shell(1));
-  EXPECT_EQ(next, 1);
+  for (std::int32_t handle = 0; handle < 2; ++handle) {
+    EXPECT_EQ(with_every_refusal([] {
+                const std::int32_t image = shell(40, 30, 8);
+                return image < 0 ? image : IMG_delete_bitmap(image);
+              }),
+              0);
+    EXPECT_EQ(shell(1), handle);
+  }
+  for (const std::int32_t handle : {0, 1}) EXPECT_EQ(IMG_delete_bitmap(handle), 0);
 }
 
 TEST_F(ImageTable, CallersDibStaysWithTheCaller) {
   CallersDib dib;
   const Bytes before = dib.memory;
   for (const auto free : {IMG_delete_bitmap, IMG_delete_bitmap_keep}) {
-    const std::int32_t image = IMG_create_handle_keep(dib.dib());
-    ASSERT_EQ(IMG_bitmap_info(image, nullptr, nullptr, nullptr),
-              reinterpret_cast<std::intptr_t>(dib.dib()));
-    EXPECT_EQ(free(image), 0);
-    EXPECT_EQ(dib.memory, before);
-    EXPECT_EQ(blocks(), 0);
-  }
-  // Other pixels are the library's own, the caller's are left alone.
-  for (const auto free : {IMG_delete_bitmap, IMG_delete_bitmap_keep}) {
-    const std::int32_t image = IMG_create_handle_keep(dib.dib());
-    ASSERT_EQ(IMG_dib_to_runs(image), 0);
-    const std::intptr_t address = IMG_bitmap_info(image, nullptr, nullptr, nullptr);
-    EXPECT_NE(address, reinterpret_cast<std::intptr_t>(dib.dib()));
-    EXPECT_EQ(free(image), 0);
-    if (free == IMG_delete_bitmap_keep) free_block(reinterpret_cast<void*>(address));
-    EXPECT_EQ(dib.memory, before);
-    EXPECT_EQ(blocks(), 0);
+    for (const bool converted : {false, true}) {  // then the pixels are the library's own
+      const std::int32_t image = IMG_create_handle_keep(dib.dib());
+      if (converted) {
+        ASSERT_EQ(IMG_dib_to_runs(image), 0);
+      }
+      const std::intptr_t address = IMG_bitmap_info(image, nullptr, nullptr, nullptr);
+      EXPECT_EQ(address == reinterpret_cast<std::intptr_t>(dib.dib()), !converted);
+      EXPECT_EQ(free(image), 0);
+      if (converted && free == IMG_delete_bitmap_keep) free_block(reinterpret_cast<void*>(address));
+      EXPECT_EQ(dib.memory, before);
+      EXPECT_EQ(blocks(), 0);
+    }
   }
 }
 
@@ -134,31 +129,25 @@ TEST_F(ImageTable, GlobalBlockOfACallerIsFreedUnlessItIsKept) {
 
 // Two or three images over the same pixels; they go with the last of them, whatever happened to it.
 TEST_F(ImageTable, PixelsOfSeveralImagesGoWithTheLast) {
-  for (const bool owner_first : {true, false}) {
-    for (const bool third : {true, false}) {
-      for (const bool converts_owner : {true, false}) {
-        for (const bool converts_last : {true, false}) {
-          const std::int32_t owner = shell(64, 8);
-          auto* dib =
-              reinterpret_cast<std::uint8_t*>(IMG_bitmap_info(owner, nullptr, nullptr, nullptr));
-          std::vector<std::int32_t> images = {owner, IMG_create_handle_keep(dib)};
-          if (third) images.push_back(IMG_create_handle_keep(dib));
-          if (converts_owner) {
-            EXPECT_EQ(IMG_dib_to_runs(owner), 0);
-          }
-          if (!owner_first) std::reverse(images.begin(), images.end());
-          for (const std::int32_t image : images) {
-            EXPECT_EQ(rows_of_image(image), Rows(8, Bytes(8, 0)));
-            if (image == images.back() && converts_last) {
-              EXPECT_EQ(IMG_dib_to_runs(image), 0);
-              EXPECT_EQ(rows_of_image(image), Rows(8, Bytes(8, 0)));
-            }
-            EXPECT_EQ(IMG_delete_bitmap(image), 0);
-          }
-          EXPECT_EQ(blocks(), 0) << owner_first << third << converts_owner << converts_last;
-        }
-      }
+  for (int kind = 0; kind < 16; ++kind) {
+    const bool owner_first = kind % 2 != 0, third = kind / 2 % 2 != 0;
+    const bool converts_owner = kind / 4 % 2 != 0, converts_last = kind / 8 != 0;
+    const std::int32_t owner = shell(64, 8);
+    auto* dib = reinterpret_cast<void*>(IMG_bitmap_info(owner, nullptr, nullptr, nullptr));
+    std::vector<std::int32_t> images = {owner, IMG_create_handle_keep(dib)};
+    if (third) images.push_back(IMG_create_handle_keep(dib));
+    if (converts_owner) {
+      EXPECT_EQ(IMG_dib_to_runs(owner), 0);
     }
+    if (!owner_first) std::reverse(images.begin(), images.end());
+    for (const std::int32_t image : images) {
+      if (image == images.back() && converts_last) {
+        EXPECT_EQ(IMG_dib_to_runs(image), 0);
+      }
+      EXPECT_EQ(rows_of_image(image), Rows(8, Bytes(8, 0)));
+      EXPECT_EQ(IMG_delete_bitmap(image), 0);
+    }
+    EXPECT_EQ(blocks(), 0) << kind;
   }
 }
 

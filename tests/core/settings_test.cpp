@@ -82,27 +82,5 @@ TEST_F(SettingsExports, ProgressIsReportedWhileItIsOn) {
   EXPECT_EQ(reports, (decltype(reports){{INTPTR_MIN, 42}, {INTPTR_MIN, 42}, {INTPTR_MIN, 42}}));
 }
 
-TEST_F(SettingsExports, AnswerZeroAndKeepTheirValues) {
-  EXPECT_EQ(IMGLOW_set_dispfunc(INTPTR_MAX, -2), 0);
-  EXPECT_EQ(IMGLOW_autocolor(2), 0);
-  EXPECT_EQ(IMGLOW_set_alias(3), 0);
-  EXPECT_EQ(IMGLOW_set_alias_quality(4), 0);
-  EXPECT_EQ(IMGLOW_set_wipedelay(5), 0);
-  EXPECT_EQ(IMGLOW_set_dithermode(-6), 0);
-  EXPECT_EQ(IMGLOW_set_decomp_reduction(7), 0);
-  EXPECT_EQ(IMGLOW_set_decompsize(8, -9), 0);
-  const Settings& now = settings();
-  EXPECT_THAT(now.display_functions, testing::ElementsAre(INTPTR_MAX, -2));
-  EXPECT_THAT(
-      (std::array{now.auto_color, now.alias, now.alias_quality, now.wipe_delay, now.dither_mode,
-                  now.decomp_reduction, now.decomp_size.width, now.decomp_size.height}),
-      testing::ElementsAre(2, 3, 4, 5, -6, 7, 8, -9));
-  std::int32_t major = 0, minor = 0;
-  EXPECT_EQ(IMG_ifl_version(&major, nullptr), 0);
-  EXPECT_EQ(IMG_ifl_version(nullptr, &minor), 0);
-  EXPECT_EQ(major, 8);
-  EXPECT_EQ(minor, 3);
-}
-
 }  // namespace
 }  // namespace tq::test

@@ -138,24 +138,5 @@ TEST_F(Reentry, ImageDeletedByAReadFunctionEndsTheDecode) {
   }
 }
 
-TEST_F(Reentry, DecodeWithinADecodeKeepsBothImages) {
-  const Bytes outer = grey_bmp(20, 10, 1), inner = grey_bmp(4, 4, 50);
-  const Image expected(IMG_decompress_bitmap_block(outer.data(), outer.size(), 0));
-  std::vector<std::int32_t> images;
-  int depth = 0;
-  {
-    const OnProgress progress([&](std::int32_t) {
-      if (depth++ == 0)
-        images.push_back(IMG_decompress_bitmap_block(inner.data(), inner.size(), 0));
-      --depth;
-      return 0;
-    });
-    images.push_back(IMG_decompress_bitmap_block(outer.data(), outer.size(), 0));
-  }
-  ASSERT_EQ(images.size(), 11u);
-  EXPECT_EQ(rows_of_image(images.back()), rows_of_image(expected));
-  for (const std::int32_t image : images) EXPECT_EQ(IMG_delete_bitmap(image), 0);
-}
-
 }  // namespace
 }  // namespace tq::test

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <random>
-#include <utility>
-#include <vector>
 
 // With the address sanitizer, requests that are too large get a null pointer, as they do without.
 extern "C" const char* __asan_default_options() {  // NOLINT(*-reserved-identifier,*-naming)
@@ -78,60 +78,44 @@ TEST(PlatformMemory, ClearedBytesAreZeroAndTheirNeighboursStay) {
   block_free(block);
 }
 
-// Against a plain list: every live block has its size and its bytes, every freed one none.
 TEST(PlatformMemory, BlocksComeAndGoInAnyOrder) {
-  struct Known {
-    std::uint8_t* block;
-    std::size_t size;
-    std::uint8_t fill;
-  };
-  std::vector<Known> live;
+  std::map<std::uint8_t*, std::size_t> live;  // each begins and ends with the low byte of its size
   std::mt19937 random(7);
-  const auto check = [](const Known& known) {
-    ASSERT_EQ(block_size(known.block), known.size);
-    ASSERT_EQ(known.block[0], known.fill);
-    ASSERT_EQ(known.block[known.size - 1], known.fill);
+  const auto take = [&](void* block, std::size_t size) {
+    ASSERT_NE(block, nullptr);
+    auto* const bytes = static_cast<std::uint8_t*>(block);
+    ASSERT_TRUE(live.emplace(bytes, size).second);
+    bytes[0] = bytes[size - 1] = static_cast<std::uint8_t>(size);
   };
-  for (int step = 0; step < 30000; ++step) {
+  for (int step = 0; step < 20000; ++step) {
     // Grows to some 3000 blocks, shrinks to none, and again.
     const bool growing = step / 5000 % 2 == 0;
-    const std::size_t size = 1 + random() % (step % 100 == 0 ? 8u << 20 : 300u);
-    const auto fill = static_cast<std::uint8_t>(random());
+    const std::size_t size = 1 + random() % (step % 1000 == 0 ? 8u << 20 : 300u);
     if (live.empty() || random() % 5 < (growing ? 4u : 1u)) {
-      auto* const block = static_cast<std::uint8_t*>(block_alloc(size));
-      ASSERT_NE(block, nullptr);
-      live.push_back({block, size, fill});
-    } else {
-      std::swap(live[random() % live.size()], live.back());
-      Known& known = live.back();
-      check(known);
-      if (random() % 4 != 0) {
-        block_free(known.block);
-        EXPECT_EQ(block_size(known.block), 0u);
-        live.pop_back();
-        continue;
-      }
-      const std::uint8_t* const before = known.block;
-      known.block = static_cast<std::uint8_t*>(block_resize(known.block, size));
-      ASSERT_NE(known.block, nullptr);
-      if (known.block != before) {
-        ASSERT_EQ(block_size(before), 0u);
-      }
-      ASSERT_EQ(known.block[0], known.fill);
-      if (size >= known.size) {
-        ASSERT_EQ(known.block[known.size - 1], known.fill);
-      }
-      known = {known.block, size, fill};
+      take(block_alloc(size), size);
+      continue;
     }
-    live.back().block[0] = live.back().block[size - 1] = fill;
-    if (size > 100000) {  // not many of these at a time
-      block_free(live.back().block);
-      live.pop_back();
+    const auto chosen = std::next(live.begin(), random() % std::min<std::size_t>(live.size(), 50));
+    const auto [block, before] = *chosen;
+    live.erase(chosen);
+    ASSERT_EQ(block_size(block), before);
+    ASSERT_EQ(block[0], static_cast<std::uint8_t>(before));
+    ASSERT_EQ(block[before - 1], static_cast<std::uint8_t>(before));
+    if (random() % 4 != 0) {
+      block_free(block);
+      EXPECT_EQ(block_size(block), 0u);
+    } else {
+      void* const moved = block_resize(block, size);
+      if (moved != block) {
+        ASSERT_EQ(block_size(block), 0u);
+      }
+      ASSERT_EQ(static_cast<std::uint8_t*>(moved)[0], static_cast<std::uint8_t>(before));
+      take(moved, size);
     }
   }
-  for (const Known& known : live) {
-    check(known);
-    block_free(known.block);
+  for (const auto& [block, size] : live) {
+    EXPECT_EQ(block_size(block), size);
+    block_free(block);
   }
 }
 

@@ -1,4 +1,4 @@
-// What only the posix folder has to get right: descriptors, large files, the register's growth.
+// What only the posix folder has to get right: descriptors, large files, pages.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -118,20 +118,6 @@ TEST(PosixMemory, ClearedPagesCostNothingUntilTheyAreUsed) {
   block_clear(block, kHalfGigabyte);
   EXPECT_LT(peak_kilobytes() - before, 256 * 1024);
   block_free(block);
-}
-
-TEST(PosixMemory, HundredThousandBlocks) {
-  std::vector<void*> blocks;
-  for (std::size_t i = 0; i < 100000; ++i) {
-    blocks.push_back(block_alloc(1 + i % 50));
-    ASSERT_NE(blocks.back(), nullptr);
-  }
-  for (std::size_t i = 0; i < blocks.size(); i += 2) block_free(blocks[i]);
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    ASSERT_EQ(block_size(blocks[i]), i % 2 == 0 ? 0 : 1 + i % 50) << i;
-  }
-  for (void* const block : blocks) block_free(block);
-  for (void* const block : blocks) ASSERT_EQ(block_size(block), 0u);
 }
 
 }  // namespace
