@@ -21,16 +21,18 @@ void add_variants(const platform::CpuFeatures& features, JpegKernels& kernels) {
   if (features.sse2) {
     kernels.inverse_small = x86::inverse_sse2;
     kernels.inverse_small_pair = inverse_pair_sse2;
-    kernels.forward = x86::forward_sse2;
-    kernels.quantise = x86::quantise_sse2;
   }
   if (features.ssse3) {
     kernels.ycc_to_bgr = x86::ycc_to_bgr_ssse3;
     kernels.ycc_to_bgr_halved = x86::ycc_to_bgr_halved_ssse3;
+    kernels.forward = x86::forward_ssse3;
     kernels.bgr_to_luma = x86::bgr_to_luma_ssse3;
     kernels.bgr_to_chroma = x86::bgr_to_chroma_ssse3;
   }
-  if (features.avx2) kernels.inverse_small_pair = x86::inverse_pair_avx2;
+  if (features.avx2) {
+    kernels.inverse_small_pair = x86::inverse_pair_avx2;
+    kernels.forward = x86::forward_avx2;
+  }
 }
 #else
 void add_variants(const platform::CpuFeatures&, JpegKernels&) {}
@@ -44,8 +46,7 @@ JpegKernels select_kernels(const platform::CpuFeatures& features) {
                       .inverse_small_pair = inverse_pair,
                       .ycc_to_bgr = ycc_to_bgr,
                       .ycc_to_bgr_halved = ycc_to_bgr_halved,
-                      .forward = forward_transform,
-                      .quantise = quantise,
+                      .forward = forward_blocks,
                       .bgr_to_luma = bgr_to_luma,
                       .bgr_to_chroma = bgr_to_chroma};
   add_variants(features, kernels);

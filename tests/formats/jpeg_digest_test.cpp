@@ -43,8 +43,10 @@ std::vector<Bytes> rows_of(Content content, int bits) {
       const auto noise = static_cast<int>(random >> 24);
       const int slope = (x * (channel + 1) / 4 + y * 3) % 240 + noise % 12;
       const int extreme = (x * x / 50 + y * (channel + 2)) % 7 < 3 ? 0 : 255;
-      row[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(
-          content == Content::slopes ? slope : content == Content::noise ? noise : extreme);
+      row[static_cast<std::size_t>(i)] =
+          static_cast<std::uint8_t>(content == Content::slopes  ? slope
+                                    : content == Content::noise ? noise
+                                                                : extreme);
     }
     rows.push_back(row);
   }

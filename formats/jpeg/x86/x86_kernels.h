@@ -16,10 +16,10 @@ void inverse_sse2(const std::int16_t* coefficients, const DequantiseTable& table
 void inverse_pair_avx2(const std::int16_t* const (&coefficients)[2], const DequantiseTable& table,
                        std::uint8_t* const (&samples)[2], std::ptrdiff_t stride);
 
-void forward_sse2(const std::int16_t* samples, std::ptrdiff_t stride, std::int16_t* coefficients);
-
-void quantise_sse2(const std::int16_t* coefficients, const QuantiseTable& table,
-                   QuantisedBlock& out);
+void forward_ssse3(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                   const QuantiseTable& table, QuantisedBlock* out);
+void forward_avx2(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                  const QuantiseTable& table, QuantisedBlock* out);
 
 // These read and write whole groups: up to 16 samples and 48 bytes of pixels more than asked for.
 void ycc_to_bgr_ssse3(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
