@@ -14,6 +14,13 @@ bool has_grey_palette(const HeaderBlock& image) {
   });
 }
 
+// Whether every index of a grey palette is its own level.
+bool has_ramp_palette(const HeaderBlock& image) {
+  std::uint8_t level = 0;
+  return std::all_of(image.palette.begin(), image.palette.end(),
+                     [&level](const Rgb& entry) { return entry.red == level++; });
+}
+
 }  // namespace
 
 Status choose_pixels(const HeaderBlock& image, Pixels& pixels) {
@@ -37,6 +44,7 @@ Status Planes::allocate(const EncodeRequest& request, Pixels pixels, const Encod
   pixels_ = pixels;
   frame_ = &frame;
   kernels_ = jpeg_kernels();
+  ramp_ = pixels == Pixels::grey && has_ramp_palette(*request.image);
   mcus_ = (frame.width + 8 * frame.h - 1) / (8 * frame.h);
   std::uint64_t total = 0;
   std::array<std::uint64_t, kMostEncodedComponents> starts{};
@@ -57,7 +65,7 @@ Status Planes::allocate(const EncodeRequest& request, Pixels pixels, const Encod
   }
   row_bytes_ = static_cast<std::size_t>(row_bytes(frame.width, request.image->header.biBitCount));
   TQ_TRY(row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kMargin));
-  TQ_TRY(bgr_.allocate(3 * (std::int64_t{frame.width} + kMargin)));
+  TQ_TRY(looked_up_.allocate(3 * (std::int64_t{frame.width} + kMargin)));
   return kOk;
 }
 
@@ -74,9 +82,18 @@ Status Planes::load(int top) {
   return kOk;
 }
 
+// Grey levels of the supplied row.
+const std::uint8_t* Planes::greys() {
+  if (ramp_) return row_.data();
+  for (int x = 0; x < frame_->width; ++x) {
+    looked_up_.data()[x] = request_->image->palette[row_.data()[x]].red;
+  }
+  return looked_up_.data();
+}
+
 // Blue, green, red of the supplied row.
 const std::uint8_t* Planes::colours() {
-  std::uint8_t* out = bgr_.data();
+  std::uint8_t* out = looked_up_.data();
   if (pixels_ == Pixels::bgr) return row_.data();
   if (pixels_ == Pixels::palette) {
     for (int x = 0; x < frame_->width; ++x, out += 3) {
@@ -94,22 +111,17 @@ const std::uint8_t* Planes::colours() {
       out[2] = four[0];
     }
   }
-  return bgr_.data();
+  return looked_up_.data();
 }
 
 void Planes::convert(int y) {
   const int width = frame_->width;
   if (pixels_ == Pixels::grey) {
-    std::int16_t* out = row_of(0, y);
-    for (int x = 0; x < width; ++x) {
-      out[x] = static_cast<std::int16_t>(request_->image->palette[row_.data()[x]].red - 128);
-    }
+    kernels_.grey_to_luma(greys(), row_of(0, y), width);
+  } else if (has_chroma(y)) {
+    kernels_.bgr_to_ycc(colours(), frame_->h, row_of(0, y), row_of(1, y), row_of(2, y), width);
   } else {
-    const std::uint8_t* bgr = colours();
-    kernels_.bgr_to_luma(bgr, row_of(0, y), width);
-    if (has_chroma(y)) {
-      kernels_.bgr_to_chroma(bgr, frame_->h, row_of(1, y), row_of(2, y), width);
-    }
+    kernels_.bgr_to_luma(colours(), row_of(0, y), width);
   }
   if (pixels_ == Pixels::four && has_chroma(y)) {
     std::int16_t* out = row_of(3, y);

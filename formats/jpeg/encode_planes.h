@@ -39,6 +39,7 @@ class Planes {
   std::int16_t* row_of(int i, int y) const {
     return planes_[i].samples + planes_[i].stride * (i == 0 ? y : y / frame_->v);
   }
+  const std::uint8_t* greys();
   const std::uint8_t* colours();
   void convert(int y);
   void repeat_last(int y);
@@ -46,11 +47,13 @@ class Planes {
   const EncodeRequest* request_ = nullptr;
   const EncodedFrame* frame_ = nullptr;
   Pixels pixels_ = Pixels::bgr;
+  bool ramp_ = false;  // every index is its own grey level
   JpegKernels kernels_{};
   int mcus_ = 0;
   std::array<Plane, kMostEncodedComponents> planes_{};
   GlobalBlock samples_;
-  RowBuffer<std::uint8_t> row_, bgr_;
+  RowBuffer<std::uint8_t> row_;        // as it is supplied
+  RowBuffer<std::uint8_t> looked_up_;  // as the kernels take it
   std::size_t row_bytes_ = 0;
 };
 

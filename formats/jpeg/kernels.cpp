@@ -27,11 +27,15 @@ void add_variants(const platform::CpuFeatures& features, JpegKernels& kernels) {
     kernels.ycc_to_bgr_halved = x86::ycc_to_bgr_halved_ssse3;
     kernels.forward = x86::forward_ssse3;
     kernels.bgr_to_luma = x86::bgr_to_luma_ssse3;
-    kernels.bgr_to_chroma = x86::bgr_to_chroma_ssse3;
+    kernels.bgr_to_ycc = x86::bgr_to_ycc_ssse3;
+    kernels.grey_to_luma = x86::grey_to_luma_ssse3;
   }
   if (features.avx2) {
     kernels.inverse_small_pair = x86::inverse_pair_avx2;
     kernels.forward = x86::forward_avx2;
+    kernels.bgr_to_luma = x86::bgr_to_luma_avx2;
+    kernels.bgr_to_ycc = x86::bgr_to_ycc_avx2;
+    kernels.grey_to_luma = x86::grey_to_luma_avx2;
   }
 }
 #else
@@ -48,7 +52,8 @@ JpegKernels select_kernels(const platform::CpuFeatures& features) {
                       .ycc_to_bgr_halved = ycc_to_bgr_halved,
                       .forward = forward_blocks,
                       .bgr_to_luma = bgr_to_luma,
-                      .bgr_to_chroma = bgr_to_chroma};
+                      .bgr_to_ycc = bgr_to_ycc,
+                      .grey_to_luma = grey_to_luma};
   add_variants(features, kernels);
   return kernels;
 }

@@ -28,8 +28,9 @@ struct JpegKernels {
   void (*forward)(const std::int16_t* samples, std::ptrdiff_t stride, int count,
                   const QuantiseTable& table, QuantisedBlock* out);
   void (*bgr_to_luma)(const std::uint8_t* bgr, std::int16_t* y, int width);
-  void (*bgr_to_chroma)(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int16_t* cr,
-                        int width);
+  void (*bgr_to_ycc)(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                     std::int16_t* cr, int width);
+  void (*grey_to_luma)(const std::uint8_t* grey, std::int16_t* y, int width);
 };
 
 JpegKernels select_kernels(const platform::CpuFeatures& features);

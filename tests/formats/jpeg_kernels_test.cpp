@@ -180,29 +180,32 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
   EXPECT_THAT(bgr, testing::ElementsAre(255, 148, 0));
 }
 
-TEST_F(JpegKernelsTest, EncoderColoursAgreeOnAllWidthsAndSteps) {
-  std::vector<std::uint8_t> bgr(3 * 5000);
-  for (std::size_t i = 0; i < bgr.size(); ++i) {
-    bgr[i] = static_cast<std::uint8_t>(below(4) == 0 ? 255 * below(2) : below(256));
+TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {
+  std::vector<std::uint8_t> pixels(3 * 5000);
+  for (std::uint8_t& byte : pixels) {
+    byte = static_cast<std::uint8_t>(below(4) == 0 ? 255 * below(2) : below(256));
   }
-  const JpegKernels portable = select_kernels({});
+  // Luminance with and without chroma, chroma, grey.
+  using Rows = std::array<std::vector<std::int16_t>, 5>;
+  const auto convert = [&](const JpegKernels& kernels, int width, int step) {
+    Rows rows;
+    for (auto& row : rows) row.assign(static_cast<std::size_t>(width + kKernelMargin), 0);
+    const std::uint8_t* from = &pixels[static_cast<std::size_t>(3 * width + step)];
+    kernels.bgr_to_luma(from, rows[0].data(), width);
+    kernels.bgr_to_ycc(from, step, rows[1].data(), rows[2].data(), rows[3].data(), width);
+    kernels.grey_to_luma(from, rows[4].data(), width);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const bool chroma = i == 2 || i == 3;
+      rows[i].resize(static_cast<std::size_t>(chroma ? (width + step - 1) / step : width));
+    }
+    return rows;
+  };
   for (const auto& features : feature_sets()) {
-    const JpegKernels kernels = select_kernels(features);
     for (int width = 0; width <= 200; ++width) {
       for (int step = 1; step <= 4; ++step) {
-        std::vector<std::int16_t> rows[2][3];
-        for (int i = 0; i < 2; ++i) {
-          const JpegKernels& k = i == 0 ? kernels : portable;
-          for (auto& row : rows[i]) row.assign(static_cast<std::size_t>(width + kKernelMargin), 0);
-          const std::uint8_t* from = &bgr[static_cast<std::size_t>(3 * width + step)];
-          k.bgr_to_luma(from, rows[i][0].data(), width);
-          k.bgr_to_chroma(from, step, rows[i][1].data(), rows[i][2].data(), width);
-          rows[i][0].resize(static_cast<std::size_t>(width));
-          for (int c = 1; c < 3; ++c) {
-            rows[i][c].resize(static_cast<std::size_t>((width + step - 1) / step));
-          }
-        }
-        for (int c = 0; c < 3; ++c) ASSERT_EQ(rows[0][c], rows[1][c]) << width << " " << step;
+        ASSERT_EQ(convert(select_kernels(features), width, step),
+                  convert(select_kernels({}), width, step))
+            << width << " " << step;
       }
     }
   }

@@ -25,6 +25,10 @@ TQ_TARGET Vector load_lanes(const std::uint8_t* from, int step) {
   return _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(from + step),
                              reinterpret_cast<const __m128i*>(from));
 }
+// A byte for each 16-bit value.
+TQ_TARGET Vector load_widened(const std::uint8_t* from) {
+  return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
 TQ_TARGET void store(void* to, Vector x) {
   _mm256_storeu_si256(static_cast<__m256i*>(to), x);
 }

@@ -24,6 +24,11 @@ TQ_TARGET Vector repeat(const void* from) {
 TQ_TARGET Vector load_lanes(const std::uint8_t* from, int /*step*/) {
   return load(from);
 }
+// A byte for each 16-bit value.
+TQ_TARGET Vector load_widened(const std::uint8_t* from) {
+  return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)),
+                           _mm_setzero_si128());
+}
 TQ_TARGET void store(void* to, Vector x) {
   _mm_storeu_si128(static_cast<__m128i*>(to), x);
 }

@@ -26,8 +26,15 @@ void ycc_to_bgr_ssse3(const std::uint8_t* y, const std::uint8_t* cb, const std::
                       std::uint8_t* bgr, int width);
 void ycc_to_bgr_halved_ssse3(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
                              std::uint8_t* bgr, int width);
+
+// These read and write up to 31 pixels and samples more.
 void bgr_to_luma_ssse3(const std::uint8_t* bgr, std::int16_t* y, int width);
-void bgr_to_chroma_ssse3(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int16_t* cr,
-                         int width);
+void bgr_to_ycc_ssse3(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                      std::int16_t* cr, int width);
+void grey_to_luma_ssse3(const std::uint8_t* grey, std::int16_t* y, int width);
+void bgr_to_luma_avx2(const std::uint8_t* bgr, std::int16_t* y, int width);
+void bgr_to_ycc_avx2(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                     std::int16_t* cr, int width);
+void grey_to_luma_avx2(const std::uint8_t* grey, std::int16_t* y, int width);
 
 }  // namespace tq::formats::x86
