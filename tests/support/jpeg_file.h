@@ -44,6 +44,12 @@ Bytes jpeg_file(const JpegPicture& picture);
 Bytes jpeg_segment(int marker, const Bytes& content);
 Bytes adobe_segment(int transform);
 
+// The zigzag sequence, walked.
+std::vector<int> zigzag();
+
+// The orthonormal coefficients of 64 samples, row by row, by definition.
+std::vector<double> model_coefficients(const std::vector<double>& samples);
+
 // Samples before the level shift, exact: the inverse transform by its definition.
 std::vector<double> model_samples(const JpegPicture& picture, int component, int y);
 
