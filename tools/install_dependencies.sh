@@ -12,7 +12,7 @@ declare -A packages=(
   [win32]="g++-mingw-w64-i686-posix debootstrap"
   [bench]="libbenchmark-dev"
   # Other programs that read and write the same formats; what uses them does without if it must.
-  [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev qpdf poppler-utils"
+  [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev libjpeg-turbo-progs qpdf poppler-utils"
 )
 
 missing() {  # GROUP...: the packages of these groups that are not installed
