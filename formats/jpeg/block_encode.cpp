@@ -9,16 +9,19 @@
 namespace tq::formats {
 namespace {
 
-// The number of bits of an amount, and the bits that stand for the value.
-struct Coded {
-  int size;
+struct Code {
   std::uint32_t bits;
+  int length;
 };
-constexpr Coded coded(std::int32_t value) {
+
+// The code of a run of up to 15 zeros and the size of the value behind it, then the value's bits.
+constexpr Code code_of(const EncodeTable& table, int run, std::int32_t value) {
   const auto amount = static_cast<std::uint32_t>(value < 0 ? -value : value);
   const int size = std::bit_width(amount);
-  const auto bits = static_cast<std::uint32_t>(value - (value < 0 ? 1 : 0));
-  return {size, bits & ((1u << size) - 1)};
+  const auto bits = static_cast<std::uint32_t>(value - (value < 0 ? 1 : 0)) & ((1u << size) - 1);
+  const auto symbol = static_cast<std::size_t>(run << 4 | size);
+  return {static_cast<std::uint32_t>(table.code[symbol]) << size | bits,
+          table.length[symbol] + size};
 }
 
 // The largest values that have codes; at quality 100 others can come up.
@@ -46,12 +49,9 @@ constexpr BlockCodes block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
   for (int run = 0; run < 16; ++run) {
     for (std::int32_t value = -kSmall; value < kSmall; ++value) {
       if (value == 0) continue;
-      const Coded c = coded(value);
-      const auto symbol = static_cast<std::size_t>(run << 4 | c.size);
-      const std::uint32_t bits =
-          static_cast<std::uint32_t>(codes.ac.code[symbol]) << c.size | c.bits;
-      const int length = codes.ac.length[symbol] + c.size;
-      codes.small[small_index(run, value)] = bits << 8 | static_cast<std::uint32_t>(length);
+      const Code code = code_of(codes.ac, run, value);
+      codes.small[small_index(run, value)] =
+          code.bits << 8 | static_cast<std::uint32_t>(code.length);
     }
   }
   return codes;
@@ -60,10 +60,8 @@ constexpr BlockCodes block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
 // Any value behind any run. By value, so that callers keep theirs in registers.
 BitSink put_value(BitSink out, int run, std::int32_t value, const EncodeTable& ac) {
   for (; run > 15; run -= 16) out.put(ac.code[kZeroRun], ac.length[kZeroRun]);
-  const Coded c = coded(std::clamp(value, -kMostCoefficient, kMostCoefficient));
-  const auto symbol = static_cast<std::size_t>(run << 4 | c.size);
-  out.put(static_cast<std::uint32_t>(ac.code[symbol]) << c.size | c.bits,
-          ac.length[symbol] + c.size);
+  const Code code = code_of(ac, run, std::clamp(value, -kMostCoefficient, kMostCoefficient));
+  out.put(code.bits, code.length);
   return out;
 }
 
@@ -78,9 +76,8 @@ void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32
   const std::int32_t difference =
       std::clamp<std::int32_t>(block.values[0] - predictor, -kMostDifference, kMostDifference);
   predictor += difference;
-  const Coded first = coded(difference);
-  out.put(static_cast<std::uint32_t>(codes.dc.code[first.size]) << first.size | first.bits,
-          codes.dc.length[first.size] + first.size);
+  const Code first = code_of(codes.dc, 0, difference);
+  out.put(first.bits, first.length);
   int last = 0;
   for (std::uint64_t present = block.present & ~std::uint64_t{1}; present != 0;
        present &= present - 1) {

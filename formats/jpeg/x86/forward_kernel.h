@@ -89,8 +89,9 @@ constexpr ZigzagMoves kMoves = zigzag_moves();
 // Which values are not 0: the flags are moved, not the values.
 TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
   Vector zeros[4];
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) zeros[i] =
-      zero_bytes(packed16(rows[2 * i], rows[2 * i + 1]));
+  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
+    zeros[i] = zero_bytes(packed16(rows[2 * i], rows[2 * i + 1]));
+  }
   std::uint64_t present[kLanes] = {};
   TQ_UNROLLED for (int quarter = 0; quarter < 4; ++quarter) {
     Vector moved = all16(0);
