@@ -32,7 +32,8 @@ constexpr int kZeroRun = 0xF0, kEndOfBlock = 0;  // symbols
 // Values of at least -kSmall and below kSmall have code and bits in one entry: bits << 8 | length.
 constexpr int kSmall = 32;
 constexpr std::size_t small_index(int run, std::int32_t value) {
-  return static_cast<std::size_t>(run * 2 * kSmall + value + kSmall);
+  const int index = run * 2 * kSmall + value + kSmall;
+  return static_cast<std::size_t>(index);
 }
 
 }  // namespace

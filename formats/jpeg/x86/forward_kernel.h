@@ -84,7 +84,7 @@ constexpr ZigzagMoves zigzag_moves() {
   }
   return moves;
 }
-constexpr ZigzagMoves kMoves = zigzag_moves();
+inline constexpr ZigzagMoves kMoves = zigzag_moves();
 
 // Which values are not 0: the flags are moved, not the values.
 TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {

@@ -7,7 +7,7 @@
 namespace tq::formats::x86 {
 namespace {
 
-constexpr int kGroup = 8 * kLanes;  // pixels whose samples fill a register
+inline constexpr int kGroup = 8 * kLanes;  // pixels whose samples fill a register
 
 // (green, red) pairs and (blue, 0) pairs of half a group, ready for multiplication.
 struct Pairs {
@@ -16,11 +16,11 @@ struct Pairs {
 
 // Every lane has four pixels of its eight.
 TQ_TARGET Pairs load_pairs(const std::uint8_t* bgr) {
-  constexpr std::uint8_t z = 0x80;
-  alignas(16) static constexpr std::uint8_t kGreenRed[16] = {1, z, 2, z, 4,  z, 5,  z,
-                                                             7, z, 8, z, 10, z, 11, z};
-  alignas(16) static constexpr std::uint8_t kBlue[16] = {0, z, z, z, 3, z, z, z,
-                                                         6, z, z, z, 9, z, z, z};
+  constexpr std::uint8_t kNo = 0x80;  // gives 0
+  alignas(16) static constexpr std::uint8_t kGreenRed[16] = {1, kNo, 2, kNo, 4,  kNo, 5,  kNo,
+                                                             7, kNo, 8, kNo, 10, kNo, 11, kNo};
+  alignas(16) static constexpr std::uint8_t kBlue[16] = {0, kNo, kNo, kNo, 3, kNo, kNo, kNo,
+                                                         6, kNo, kNo, kNo, 9, kNo, kNo, kNo};
   const Vector pixels = load_lanes(bgr, 24);
   return {shuffled(pixels, repeat(kGreenRed)), shuffled(pixels, repeat(kBlue))};
 }
