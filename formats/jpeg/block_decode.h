@@ -1,6 +1,7 @@
 // One block of a sequential scan.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "formats/jpeg/bit_reader.h"
@@ -8,23 +9,27 @@
 
 namespace tq::formats {
 
-// Coefficients column by column, and the place for what leaves the block.
-using BlockRoom = std::int16_t[kBlock + kRoomBehindBlock];
-
-struct DecodedBlock {
-  bool valid = true;  // false: there is no such code
-  bool flat = true;   // no coefficient but the first
-  // At least the sum of all coefficients times their quantisers, by amount.
-  std::uint32_t magnitude = 0;
+// What happens to the coefficient at each place of the zigzag sequence, and behind it.
+struct Place {
+  std::uint16_t step;      // its quantiser
+  std::uint16_t position;  // in the block, column by column
 };
+using Places = std::array<Place, kBlock + kRoomBehindBlock>;
+
+inline Places places_of(const Quantiser& quantiser) {
+  Places places{};
+  for (std::size_t k = 0; k < places.size(); ++k) {
+    places[k] = {k < kBlock ? quantiser[k] : std::uint16_t{0}, kColumnOrder[k]};
+  }
+  return places;
+}
 
 // The difference of a DC coefficient to the one before; false when there is no such code.
 inline bool decode_dc(BitReader& r, const DecodeTable& table, std::int32_t& difference) {
-  r.need(kWordBits == 64 ? 32 : 16);
+  r.need(kMostWhole);
   const LookupEntry entry = table.lookup[r.peek(kLookupBits)];
-  if ((entry & kWhole) != 0) [[likely]] {
-    r.skip(static_cast<int>(entry & 0x7F));
-    difference = static_cast<std::int32_t>(entry) >> 16;
+  if ((entry & kNoValue) == 0) [[likely]] {
+    difference = r.value(entry).value;
     return true;
   }
   const Symbol size = r.symbol(table, entry);
@@ -33,47 +38,50 @@ inline bool decode_dc(BitReader& r, const DecodeTable& table, std::int32_t& diff
   return true;
 }
 
-// `block` is all 0. The AC coefficients are stored; `weights` are their quantisers.
-inline DecodedBlock decode_ac(BitReader& reader, const DecodeTable& table, const Quantiser& weights,
-                              BlockRoom& block) {
-  BitReader r = reader;
-  DecodedBlock result;
-  const LookupEntry* const lookup = table.lookup.data();
-  const std::uint16_t* const weight = weights.data();
+// The AC coefficients of a block that is all 0, the first one apart. Adds their amounts times their
+// quantisers to `magnitude`. False when there is no such code.
+inline bool decode_ac(BitReader& r, const DecodeTable& table, const Places& places,
+                      std::int16_t* block, std::uint32_t& magnitude) {
   int k = 1;
-  do {
-    r.need(kWordBits == 64 ? 32 : 16);
-    const LookupEntry entry = lookup[r.peek(kLookupBits)];
-    std::int32_t value = static_cast<std::int32_t>(entry) >> 16;
-    if (value != 0) [[likely]] {
-      r.skip(static_cast<int>(entry & 0x7F));
-      k += static_cast<int>(entry >> 8 & 0xFF);
-    } else {
-      const Symbol symbol = r.symbol(table, entry);
-      if (symbol.length == 0) {
-        result.valid = false;
-        break;
-      }
-      const int run = symbol.value >> 4;
-      const int size = symbol.value & 15;
-      if (size == 0) {
-        if (run < 15) break;
-        k += 16;
+  const auto store_value = [&](Value v) {
+    magnitude += v.amount * places[k].step;
+    block[places[k].position] = static_cast<std::int16_t>(v.value);
+    ++k;
+  };
+  const auto store = [&](LookupEntry entry) {
+    k += static_cast<int>(entry >> 8 & 0xFF);
+    store_value(r.value(entry));
+  };
+  for (;;) {
+    r.refill();
+    LookupEntry entry = table.lookup[r.peek(kLookupBits)];
+    if ((entry & kNoValue) == 0) [[likely]] {
+      store(entry);
+      if (k >= kBlock) return true;
+      if constexpr (kWordBits == 32) continue;
+      // What is left is enough for another one.
+      entry = table.lookup[r.peek(kLookupBits)];
+      if ((entry & kNoValue) == 0) [[likely]] {
+        store(entry);
+        if (k >= kBlock) return true;
         continue;
       }
+    }
+    const Symbol symbol = r.symbol(table, entry);
+    if (symbol.length == 0) return false;
+    const int run = symbol.value >> 4;
+    const int size = symbol.value & 15;
+    if (size != 0) {
       k += run;
-      value = extend(static_cast<std::int32_t>(r.take(size)), size);
+      const std::int32_t value = extend(static_cast<std::int32_t>(r.take(size)), size);
+      store_value({value, static_cast<std::uint32_t>(value < 0 ? -value : value)});
+    } else if (run == 15) {
+      k += 16;
+    } else {
+      return true;
     }
-    block[kColumnOrder[k]] = static_cast<std::int16_t>(value);
-    if (k < kBlock) {
-      const auto amount = static_cast<std::uint32_t>(value < 0 ? -value : value);
-      result.magnitude += amount * weight[k];
-      result.flat = false;
-    }
-    ++k;
-  } while (k < kBlock);
-  reader = r;
-  return result;
+    if (k >= kBlock) return true;
+  }
 }
 
 }  // namespace tq::formats

@@ -70,12 +70,6 @@ void read_all_scans(Decode& decode) {
   }
 }
 
-bool is_flat(const std::int16_t* block) {
-  int any = 0;
-  for (int i = 1; i < kBlock; ++i) any |= block[i];
-  return any == 0;
-}
-
 void transform_row(Decode& decode, int component, int y, int band_row) {
   const Grid& grid = decode.geometry.grids[component];
   Band& band = decode.band;
@@ -85,11 +79,7 @@ void transform_row(Decode& decode, int component, int y, int band_row) {
   }
   const std::int16_t* block = decode.store.row(component, y);
   for (int x = 0; x < grid.columns; ++x, block += kBlock) {
-    if (is_flat(block)) {
-      band.put_flat(component, x, band_row, block[0]);
-    } else {
-      band.put(component, x, band_row, block, band.magnitude(component, block));
-    }
+    band.put(component, x, band_row, block, band.ac_magnitude(component, block));
   }
 }
 

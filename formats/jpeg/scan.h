@@ -1,6 +1,7 @@
 // The entropy-coded data of one scan.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -48,7 +49,16 @@ class ScanReader {
   std::int64_t until_restart() const { return until_restart_; }
   void skip_mcus(std::int64_t count) { until_restart_ -= count; }
 
+  // The same for as many MCUs as come before the next restart marker, at most `most`; 0 for false.
+  int start_mcus(int most) {
+    if (until_restart_ == 0 && !restart()) return 0;
+    const auto count = static_cast<int>(std::min<std::int64_t>(most, until_restart_));
+    until_restart_ -= count;
+    return count;
+  }
+
   bool start_block() { return source_.prepare(bits_); }
+  EntropySource& source() { return source_; }
   bool intact() const { return source_.intact(bits_); }
 
  private:

@@ -57,12 +57,10 @@ struct BandSymbol {
 };
 
 BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
-  r.need(kWordBits == 64 ? 32 : 16);
+  r.need(kMostWhole);
   const LookupEntry entry = table.lookup[r.peek(kLookupBits)];
-  const std::int32_t value = static_cast<std::int32_t>(entry) >> 16;
-  if (value != 0) {
-    r.skip(static_cast<int>(entry & 0x7F));
-    return {.run = static_cast<int>(entry >> 8 & 0xFF), .value = value};
+  if ((entry & kNoValue) == 0) {
+    return {.run = static_cast<int>(entry >> 8 & 0xFF), .value = r.value(entry).value};
   }
   const Symbol symbol = r.symbol(table, entry);
   if (symbol.length == 0) return {.valid = false};
