@@ -38,50 +38,54 @@ inline bool decode_dc(BitReader& r, const DecodeTable& table, std::int32_t& diff
   return true;
 }
 
-// The AC coefficients of a block that is all 0, the first one apart. Adds their amounts times their
-// quantisers to `magnitude`. False when there is no such code.
-inline bool decode_ac(BitReader& r, const DecodeTable& table, const Places& places,
-                      std::int16_t* block, std::uint32_t& magnitude) {
+// The AC coefficients of a block that is all 0, the first one apart.
+struct AcResult {
+  bool valid;               // false: there is no such code
+  std::uint32_t magnitude;  // the sum of the coefficients times their quantisers, by amount
+};
+inline AcResult decode_ac(BitReader& reader, const DecodeTable& table, const Places& places,
+                          std::int16_t* block) {
+  BitReader r = reader;
+  std::uint32_t magnitude = 0;
   int k = 1;
-  const auto store_value = [&](Value v) {
-    magnitude += v.amount * places[k].step;
-    block[places[k].position] = static_cast<std::int16_t>(v.value);
-    ++k;
+  const auto store_value = [&](int run, Value v) {
+    const Place place = places[static_cast<std::size_t>(k + run)];
+    magnitude += v.amount * place.step;
+    block[place.position] = static_cast<std::int16_t>(v.value);
+    k += run + 1;
   };
   const auto store = [&](LookupEntry entry) {
-    k += static_cast<int>(entry >> 8 & 0xFF);
-    store_value(r.value(entry));
+    store_value(static_cast<int>(entry >> 8 & 0xFF), r.value(entry));
   };
-  for (;;) {
+  bool valid = true;
+  do {
     r.refill();
     LookupEntry entry = table.lookup[r.peek(kLookupBits)];
     if ((entry & kNoValue) == 0) [[likely]] {
       store(entry);
-      if (k >= kBlock) return true;
-      if constexpr (kWordBits == 32) continue;
+      if (kWordBits == 32 || k >= kBlock) continue;
       // What is left is enough for another one.
       entry = table.lookup[r.peek(kLookupBits)];
       if ((entry & kNoValue) == 0) [[likely]] {
         store(entry);
-        if (k >= kBlock) return true;
         continue;
       }
     }
     const Symbol symbol = r.symbol(table, entry);
-    if (symbol.length == 0) return false;
     const int run = symbol.value >> 4;
     const int size = symbol.value & 15;
     if (size != 0) {
-      k += run;
       const std::int32_t value = extend(static_cast<std::int32_t>(r.take(size)), size);
-      store_value({value, static_cast<std::uint32_t>(value < 0 ? -value : value)});
+      store_value(run, {value, static_cast<std::uint32_t>(value < 0 ? -value : value)});
     } else if (run == 15) {
       k += 16;
     } else {
-      return true;
+      valid = symbol.length != 0;
+      break;
     }
-    if (k >= kBlock) return true;
-  }
+  } while (k < kBlock);
+  reader = r;
+  return {valid, magnitude};
 }
 
 }  // namespace tq::formats

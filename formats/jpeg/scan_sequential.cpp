@@ -80,9 +80,9 @@ class StreamingBlocks {
         const Unit& unit = units_[u];
         if (!reader_.source().prepare(bits)) return false;
         if (!next_dc(bits, *unit.dc, reader_.predictor(unit.i), block[0])) return false;
-        std::uint32_t magnitude = 0;
-        if (!decode_ac(bits, *unit.ac, *unit.places, block, magnitude)) return false;
-        *ac_magnitude++ = magnitude;
+        const AcResult ac = decode_ac(bits, *unit.ac, *unit.places, block);
+        if (!ac.valid) return false;
+        *ac_magnitude++ = ac.magnitude;
       }
     }
     reader_.bits() = bits;
@@ -153,12 +153,9 @@ void store_sequential_scan(ScanReader& reader, CoefficientStore& store) {
   const auto decode = [&](int i, int column, int row) {
     if (!reader.start_block()) return false;
     std::int16_t block[kBlock + 1] = {};
-    std::uint32_t magnitude = 0;
     BitReader& bits = reader.bits();
     if (!next_dc(bits, reader.dc(i), reader.predictor(i), block[0])) return false;
-    if (!decode_ac(bits, reader.ac(i), unweighted, block, magnitude) || !reader.intact()) {
-      return false;
-    }
+    if (!decode_ac(bits, reader.ac(i), unweighted, block).valid || !reader.intact()) return false;
     std::int16_t* const blocks = store.row(reader.scan().components[i].index, row);
     std::memcpy(blocks + std::ptrdiff_t{column} * kBlock, block, kBlock * sizeof(std::int16_t));
     return true;

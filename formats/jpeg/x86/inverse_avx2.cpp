@@ -48,6 +48,7 @@ TQ_TARGET void inverse_eight(Vector (&x)[8]) {
   odd[1] = scaled<616>(odd[1]);
   odd[2] = scaled<922>(odd[2]);
   odd[3] = scaled<2624>(odd[3]);
+#pragma GCC unroll 8
   for (int n = 0; n < 4; ++n) {
     x[n] = add(even[n], odd[n]);
     x[7 - n] = subtract(even[n], odd[n]);
@@ -56,16 +57,19 @@ TQ_TARGET void inverse_eight(Vector (&x)[8]) {
 
 TQ_TARGET void transpose(Vector (&x)[8]) {
   Vector a[8], b[8];
+#pragma GCC unroll 8
   for (int i = 0; i < 4; ++i) {
     a[2 * i] = _mm256_unpacklo_epi16(x[2 * i], x[2 * i + 1]);
     a[2 * i + 1] = _mm256_unpackhi_epi16(x[2 * i], x[2 * i + 1]);
   }
+#pragma GCC unroll 8
   for (int i = 0; i < 2; ++i) {
     b[4 * i] = _mm256_unpacklo_epi32(a[4 * i], a[4 * i + 2]);
     b[4 * i + 1] = _mm256_unpackhi_epi32(a[4 * i], a[4 * i + 2]);
     b[4 * i + 2] = _mm256_unpacklo_epi32(a[4 * i + 1], a[4 * i + 3]);
     b[4 * i + 3] = _mm256_unpackhi_epi32(a[4 * i + 1], a[4 * i + 3]);
   }
+#pragma GCC unroll 8
   for (int i = 0; i < 4; ++i) {
     x[2 * i] = _mm256_unpacklo_epi64(b[i], b[4 + i]);
     x[2 * i + 1] = _mm256_unpackhi_epi64(b[i], b[4 + i]);
@@ -96,6 +100,7 @@ __attribute__((target("avx2"))) void inverse_pair_avx2(const std::int16_t* const
                                                        std::uint8_t* const (&samples)[2],
                                                        std::ptrdiff_t stride) {
   Vector x[8];
+#pragma GCC unroll 8
   for (int i = 0; i < 8; ++i) {
     const __m128i first =
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(coefficients[0] + 8 * i));
@@ -108,6 +113,7 @@ __attribute__((target("avx2"))) void inverse_pair_avx2(const std::int16_t* const
   inverse_eight(x);
   transpose(x);
   inverse_eight(x);
+#pragma GCC unroll 8
   for (int i = 0; i < 8; i += 2) {
     const Vector rows = limited(x[i], x[i + 1]);
     store_rows(samples[0] + i * stride, stride, _mm256_castsi256_si128(rows));

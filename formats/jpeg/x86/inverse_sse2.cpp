@@ -48,6 +48,7 @@ TQ_TARGET void inverse_eight(Vector (&x)[8]) {
   odd[1] = scaled<616>(odd[1]);
   odd[2] = scaled<922>(odd[2]);
   odd[3] = scaled<2624>(odd[3]);
+#pragma GCC unroll 8
   for (int n = 0; n < 4; ++n) {
     x[n] = add(even[n], odd[n]);
     x[7 - n] = subtract(even[n], odd[n]);
@@ -56,16 +57,19 @@ TQ_TARGET void inverse_eight(Vector (&x)[8]) {
 
 TQ_TARGET void transpose(Vector (&x)[8]) {
   Vector a[8], b[8];
+#pragma GCC unroll 8
   for (int i = 0; i < 4; ++i) {
     a[2 * i] = _mm_unpacklo_epi16(x[2 * i], x[2 * i + 1]);
     a[2 * i + 1] = _mm_unpackhi_epi16(x[2 * i], x[2 * i + 1]);
   }
+#pragma GCC unroll 8
   for (int i = 0; i < 2; ++i) {
     b[4 * i] = _mm_unpacklo_epi32(a[4 * i], a[4 * i + 2]);
     b[4 * i + 1] = _mm_unpackhi_epi32(a[4 * i], a[4 * i + 2]);
     b[4 * i + 2] = _mm_unpacklo_epi32(a[4 * i + 1], a[4 * i + 3]);
     b[4 * i + 3] = _mm_unpackhi_epi32(a[4 * i + 1], a[4 * i + 3]);
   }
+#pragma GCC unroll 8
   for (int i = 0; i < 4; ++i) {
     x[2 * i] = _mm_unpacklo_epi64(b[i], b[4 + i]);
     x[2 * i + 1] = _mm_unpackhi_epi64(b[i], b[4 + i]);
@@ -94,6 +98,7 @@ __attribute__((target("sse2"))) void inverse_sse2(const std::int16_t* coefficien
                                                   const DequantiseTable& table,
                                                   std::uint8_t* samples, std::ptrdiff_t stride) {
   Vector x[8];
+#pragma GCC unroll 8
   for (int i = 0; i < 8; ++i) {
     x[i] = _mm_mullo_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coefficients + 8 * i)),
                            _mm_load_si128(reinterpret_cast<const __m128i*>(table.steps + 8 * i)));
@@ -101,6 +106,7 @@ __attribute__((target("sse2"))) void inverse_sse2(const std::int16_t* coefficien
   inverse_eight(x);
   transpose(x);
   inverse_eight(x);
+#pragma GCC unroll 8
   for (int i = 0; i < 8; i += 2, samples += 2 * stride) {
     const Vector rows = limited(x[i], x[i + 1]);
     store_half(samples, rows);
