@@ -24,17 +24,20 @@ inline Places places_of(const Quantiser& quantiser) {
   return places;
 }
 
-// The difference of a DC coefficient to the one before; false when there is no such code.
-inline bool decode_dc(BitReader& r, const DecodeTable& table, std::int32_t& difference) {
+// Moves the predictor on to the block's DC coefficient; false when there is no such code.
+inline bool decode_dc(BitReader& r, const DecodeTable& table, std::int32_t& predictor) {
   r.need(kMostWhole);
   const LookupEntry entry = table.lookup[r.peek(kLookupBits)];
+  std::int32_t difference = 0;
   if ((entry & kNoValue) == 0) [[likely]] {
     difference = r.value(entry).value;
-    return true;
+  } else {
+    const Symbol size = r.symbol(table, entry);
+    if (size.length == 0 || size.value > 16) return false;
+    difference = extend(static_cast<std::int32_t>(r.take(size.value)), size.value);
   }
-  const Symbol size = r.symbol(table, entry);
-  if (size.length == 0 || size.value > 16) return false;
-  difference = extend(static_cast<std::int32_t>(r.take(size.value)), size.value);
+  predictor = static_cast<std::int32_t>(static_cast<std::uint32_t>(predictor) +
+                                        static_cast<std::uint32_t>(difference));
   return true;
 }
 

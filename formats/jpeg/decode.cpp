@@ -71,14 +71,15 @@ void read_all_scans(Decode& decode) {
 }
 
 void transform_row(Decode& decode, int component, int y, int band_row) {
-  const Grid& grid = decode.geometry.grids[component];
   Band& band = decode.band;
-  if (decode.store.untouched(component, y)) {
-    for (int x = 0; x < grid.columns; ++x) band.put_flat(component, x, band_row, 0);
-    return;
-  }
-  const std::int16_t* block = decode.store.row(component, y);
-  for (int x = 0; x < grid.columns; ++x, block += kBlock) {
+  const StoredRow row = decode.store.row(component, y);
+  for (int x = 0; x < decode.geometry.grids[component].columns; ++x) {
+    if (row.present[x] == 0) {
+      band.put_flat(component, x, band_row, row.dc[x]);
+      continue;
+    }
+    std::int16_t* const block = row.block(x);
+    block[0] = row.dc[x];
     band.put(component, x, band_row, block, band.ac_magnitude(component, block));
   }
 }

@@ -18,16 +18,6 @@ constexpr std::int16_t to_coefficient(std::int32_t value) {
   return static_cast<std::int16_t>(static_cast<std::uint32_t>(value));
 }
 
-// Adds to the predictor and gives the coefficient; false when there is no such code.
-bool next_dc(BitReader& bits, const DecodeTable& table, std::int32_t& predictor, std::int16_t& dc) {
-  std::int32_t difference = 0;
-  if (!decode_dc(bits, table, difference)) return false;
-  predictor = static_cast<std::int32_t>(static_cast<std::uint32_t>(predictor) +
-                                        static_cast<std::uint32_t>(difference));
-  dc = to_coefficient(predictor);
-  return true;
-}
-
 // A few MCUs at a time: their coefficients stay in the cache, and are not read before the last of
 // them has been written.
 class StreamingBlocks {
@@ -79,7 +69,9 @@ class StreamingBlocks {
       for (int u = 0; u < unit_count_; ++u, block += kBlock) {
         const Unit& unit = units_[u];
         if (!reader_.source().prepare(bits)) return false;
-        if (!next_dc(bits, *unit.dc, reader_.predictor(unit.i), block[0])) return false;
+        std::int32_t& predictor = reader_.predictor(unit.i);
+        if (!decode_dc(bits, *unit.dc, predictor)) return false;
+        block[0] = to_coefficient(predictor);
         const AcResult ac = decode_ac(bits, *unit.ac, *unit.places, block);
         if (!ac.valid) return false;
         *ac_magnitude++ = ac.magnitude;
@@ -149,31 +141,20 @@ Status stream_scan(ScanReader& reader, Band& band, const RowSink& sink) {
 }
 
 void store_sequential_scan(ScanReader& reader, CoefficientStore& store) {
-  const Places unweighted = places_of({});
-  const auto decode = [&](int i, int column, int row) {
-    if (!reader.start_block()) return false;
+  Quantiser ones;
+  ones.fill(1);
+  const Places places = places_of(ones);
+  store_blocks(reader, store, [&](BitReader& bits, int i, const StoredRow& row, int x) {
     std::int16_t block[kBlock + 1] = {};
-    BitReader& bits = reader.bits();
-    if (!next_dc(bits, reader.dc(i), reader.predictor(i), block[0])) return false;
-    if (!decode_ac(bits, reader.ac(i), unweighted, block).valid || !reader.intact()) return false;
-    std::int16_t* const blocks = store.row(reader.scan().components[i].index, row);
-    std::memcpy(blocks + std::ptrdiff_t{column} * kBlock, block, kBlock * sizeof(std::int16_t));
+    std::int32_t& predictor = reader.predictor(i);
+    if (!decode_dc(bits, reader.dc(i), predictor)) return false;
+    const AcResult ac = decode_ac(bits, reader.ac(i), places, block);
+    if (!ac.valid || !reader.source().intact(bits)) return false;
+    row.dc[x] = to_coefficient(predictor);
+    row.present[x] = ac.magnitude == 0 ? 0 : ~std::uint64_t{0};  // which ones is never asked
+    if (ac.magnitude != 0) std::memcpy(row.block(x), block, kBlock * sizeof(*block));
     return true;
-  };
-  for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
-    for (int mcu = 0; mcu < reader.columns(); ++mcu) {
-      if (!reader.start_mcu()) return;
-      for (int i = 0; i < reader.scan().count; ++i) {
-        const bool together = reader.interleaved();
-        const int h = together ? reader.grid(i).h : 1, v = together ? reader.grid(i).v : 1;
-        for (int y = 0; y < v; ++y) {
-          for (int x = 0; x < h; ++x) {
-            if (!decode(i, mcu * h + x, mcu_row * v + y)) return;
-          }
-        }
-      }
-    }
-  }
+  });
 }
 
 }  // namespace tq::formats
