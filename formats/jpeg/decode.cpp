@@ -79,8 +79,9 @@ void transform_row(Decode& decode, int component, int y, int band_row) {
       continue;
     }
     std::int16_t* const block = row.block(x);
+    const std::uint32_t magnitude = band.ac_magnitude(component, block);
     block[0] = row.dc[x];
-    band.put(component, x, band_row, block, band.ac_magnitude(component, block));
+    band.put(component, x, band_row, block, magnitude);
   }
 }
 

@@ -21,6 +21,7 @@ void add_variants(const platform::CpuFeatures& features, JpegKernels& kernels) {
   if (features.sse2) {
     kernels.inverse_small = x86::inverse_sse2;
     kernels.inverse_small_pair = inverse_pair_sse2;
+    kernels.ac_magnitude = x86::ac_magnitude_sse2;
     kernels.forward = x86::forward_sse2;
     kernels.quantise = x86::quantise_sse2;
   }
@@ -42,6 +43,7 @@ JpegKernels select_kernels(const platform::CpuFeatures& features) {
   JpegKernels kernels{.inverse = inverse_transform,
                       .inverse_small = inverse_transform,
                       .inverse_small_pair = inverse_pair,
+                      .ac_magnitude = ac_magnitude,
                       .ycc_to_bgr = ycc_to_bgr,
                       .ycc_to_bgr_halved = ycc_to_bgr_halved,
                       .forward = forward_transform,

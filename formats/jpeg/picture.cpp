@@ -235,14 +235,4 @@ Status Band::deliver(const RowSink& sink, int y) {
   return kOk;
 }
 
-std::uint32_t Band::ac_magnitude(int component, const std::int16_t* coefficients) const {
-  const DequantiseTable& table = tables_[component];
-  std::uint32_t sum = 0;
-  for (int i = 1; i < kBlock; ++i) {
-    const std::int32_t product = coefficients[i] * table.steps[i];
-    sum += static_cast<std::uint32_t>(product < 0 ? -product : product);
-  }
-  return sum;
-}
-
 }  // namespace tq::formats

@@ -41,7 +41,7 @@ struct BandSymbol {
   std::uint32_t ended_blocks = 0;  // this one included
 };
 
-inline BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
+[[gnu::always_inline]] inline BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
   r.refill();
   const LookupEntry entry = table.lookup[r.peek(kLookupBits)];
   if ((entry & kNoValue) == 0) [[likely]] {

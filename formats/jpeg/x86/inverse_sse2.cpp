@@ -12,6 +12,9 @@ namespace {
 
 using Vector = __m128i;
 
+TQ_TARGET Vector load(const void* from) {
+  return _mm_loadu_si128(static_cast<const __m128i*>(from));
+}
 TQ_TARGET Vector add(Vector a, Vector b) {
   return _mm_add_epi16(a, b);
 }
@@ -112,6 +115,23 @@ __attribute__((target("sse2"))) void inverse_sse2(const std::int16_t* coefficien
     store_half(samples, rows);
     store_half(samples + stride, _mm_unpackhi_epi64(rows, rows));
   }
+}
+
+__attribute__((target("sse2"))) std::uint32_t ac_magnitude_sse2(const std::int16_t* coefficients,
+                                                                const DequantiseTable& table) {
+  const Vector zero = _mm_setzero_si128();
+  Vector used = _mm_setr_epi16(0, -1, -1, -1, -1, -1, -1, -1);
+  Vector sum = zero;
+#pragma GCC unroll 8
+  for (int i = 0; i < 8; ++i) {
+    const Vector x = _mm_and_si128(load(coefficients + 8 * i), used);
+    const Vector amount = _mm_max_epi16(x, _mm_subs_epi16(zero, x));
+    sum = _mm_add_epi32(sum, _mm_madd_epi16(amount, load(table.steps + 8 * i)));
+    used = _mm_set1_epi16(-1);
+  }
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
 }
 
 }  // namespace tq::formats::x86

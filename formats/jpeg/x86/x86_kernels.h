@@ -10,6 +10,9 @@
 
 namespace tq::formats::x86 {
 
+// Takes 32768 for 32767: either is beyond any bound.
+std::uint32_t ac_magnitude_sse2(const std::int16_t* coefficients, const DequantiseTable& table);
+
 // 16-bit arithmetic: blocks below kMostFor16Bits.
 void inverse_sse2(const std::int16_t* coefficients, const DequantiseTable& table,
                   std::uint8_t* samples, std::ptrdiff_t stride);
