@@ -58,6 +58,13 @@ struct BandSymbol {
   return {.ended_blocks = (1u << run) + r.take(run)};
 }
 
+// The store is larger than the caches, and what will be touched of it is hard to guess.
+constexpr int kBlocksAhead = 6;
+inline void prefetch(const std::int16_t* block) {
+  __builtin_prefetch(block);
+  __builtin_prefetch(block + kBlock / 2);
+}
+
 // A block of an AC scan that is being decoded.
 struct BandBlock {
   std::int16_t* coefficients;
@@ -92,44 +99,39 @@ bool decode_first_block(BitReader& r, const DecodeTable& table, const Scan& scan
   return true;
 }
 
-// One more bit for each of these places.
-inline void correct(BitReader& r, std::int16_t* coefficients, std::uint64_t places, int low) {
-  for (; places != 0; places &= places - 1) {
-    std::int16_t& coefficient = coefficients[kColumnOrder[std::countr_zero(places)]];
-    const int sign = coefficient >> 15;
-    const int amount = (coefficient ^ sign) - sign;
-    r.need(1);
-    // A bit that is already there is not added again.
-    const int bit = static_cast<int>(r.peek(1)) & ~(amount >> low);
-    r.skip(1);
-    coefficient = static_cast<std::int16_t>(coefficient + (((bit << low) ^ sign) - sign));
-  }
+// One more bit for a coefficient that is not 0.
+[[gnu::always_inline]] inline void correct(BitReader& r, std::int16_t& coefficient, int low) {
+  const int sign = coefficient >> 15;
+  const int amount = (coefficient ^ sign) - sign;
+  r.need(1);
+  // A bit that is already there is not added again.
+  const int bit = static_cast<int>(r.peek(1)) & ~(amount >> low);
+  r.skip(1);
+  coefficient = static_cast<std::int16_t>(coefficient + (((bit << low) ^ sign) - sign));
 }
 
 bool refine_block(BitReader& r, const DecodeTable& table, const Scan& scan, BandBlock& block,
                   std::uint32_t& ended) {
-  // The places of the band that are still to come.
-  std::uint64_t left = place_bit(scan.last) * 2 - place_bit(scan.first);
-  const std::uint64_t known = block.present;
-  while (ended == 0 && left != 0) {
+  // The places from `k` on that are not 0 and have not been corrected.
+  std::uint64_t known = block.present & (place_bit(scan.last) * 2 - place_bit(scan.first));
+  const auto next_known = [&] { return std::countr_zero(known); };
+  const auto correct_next = [&] {
+    correct(r, block.coefficients[kColumnOrder[next_known()]], scan.low);
+    known &= known - 1;
+  };
+  for (int k = scan.first; ended == 0 && k <= scan.last; ++k) {
     const BandSymbol symbol = next_symbol(r, table);
     if (!symbol.valid) return false;
     ended = symbol.ended_blocks;
     if (ended != 0) break;
-    // The run counts places that were 0; those between them are corrected in passing.
-    std::uint64_t zeros = left & ~known;
-    for (int run = symbol.run; run > 0; --run) zeros &= zeros - 1;
-    const std::uint64_t behind = zeros & (zeros - 1);
-    const std::uint64_t target = zeros ^ behind;
-    const std::uint64_t passed = left & (target - 1);
-    correct(r, block.coefficients, passed & known, scan.low);
-    if (target != 0 && symbol.value != 0) {
-      block.set(std::countr_zero(target), shifted(symbol.value < 0 ? -1 : 1, scan.low));
+    // The run counts places that are 0, those in between are corrected in passing.
+    for (k += symbol.run; known != 0 && next_known() <= k; ++k) correct_next();
+    if (symbol.value != 0 && k <= scan.last) {
+      block.set(k, shifted(symbol.value < 0 ? -1 : 1, scan.low));
     }
-    left &= ~(passed | target);
   }
   if (ended != 0) {
-    correct(r, block.coefficients, left & known, scan.low);
+    while (known != 0) correct_next();
     --ended;
   }
   return true;
@@ -153,6 +155,7 @@ bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
       continue;
     }
     if (!source.prepare(bits)) return false;
+    if (x + kBlocksAhead < end) prefetch(row.block(x + kBlocksAhead));
     BandBlock block{row.block(x), row.present[x]};
     const bool valid = refining ? refine_block(bits, table, scan, block, ended)
                                 : decode_first_block(bits, table, scan, block, ended);
