@@ -218,19 +218,15 @@ void Band::make_row(int y) {
 
 Status Band::deliver(const RowSink& sink, int y) {
   const int rows = std::min(geometry_->band_height(), geometry_->height - y);
+  const std::size_t used = static_cast<std::size_t>(geometry_->width) *
+                           static_cast<std::size_t>(layout_bits(layout_) / 8);
   const bool grey = layout_ == Layout::grey || layout_ == Layout::grey_12;
   for (int i = 0; i < rows; ++i) {
-    if (grey) {
-      std::memcpy(
-          row_.data(), row_of(0, i),
-          static_cast<std::size_t>(geometry_->width) * (layout_ == Layout::grey_12 ? 2 : 1));
-    } else {
-      make_row(i);
-      const std::size_t used = static_cast<std::size_t>(geometry_->width) *
-                               static_cast<std::size_t>(layout_bits(layout_) / 8);
-      std::fill(row_.data() + used, row_.data() + row_bytes_, std::uint8_t{0});
-    }
-    TQ_TRY(sink.row(row_.pixels().first(row_bytes_), y + i));
+    // Grey samples are pixels, and there is room behind them.
+    std::uint8_t* const row = grey ? planes_[0] + i * strides_[0] : row_.data();
+    if (!grey) make_row(i);
+    std::fill(row + used, row + row_bytes_, std::uint8_t{0});
+    TQ_TRY(sink.row({row, row_bytes_}, y + i));
   }
   return kOk;
 }

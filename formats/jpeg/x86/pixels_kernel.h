@@ -79,9 +79,8 @@ TQ_TARGET void convert_halved_row(const std::uint8_t* y, const std::uint8_t* cb,
                                   const std::uint8_t* cr, std::uint8_t* bgr, int width) {
   for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
     const Chroma c = chroma_of(load_widened(cb + x / 2), load_widened(cr + x / 2));
-    store_pixels(
-        y + x, {low16(c.blue, c.blue), low16(c.green, c.green), low16(c.red, c.red)},
-        {high16(c.blue, c.blue), high16(c.green, c.green), high16(c.red, c.red)}, bgr);
+    store_pixels(y + x, {low16(c.blue, c.blue), low16(c.green, c.green), low16(c.red, c.red)},
+                 {high16(c.blue, c.blue), high16(c.green, c.green), high16(c.red, c.red)}, bgr);
   }
 }
 
