@@ -318,20 +318,6 @@ TEST(JpegDamage, RestartMarkersAreFoundBehindGarbage) {
   }
 }
 
-TEST(JpegDamage, ScansWithoutEndAreBounded) {
-  JpegPicture picture = picture_of(64, 64, kFullColour);
-  picture.progressive = true;
-  picture.scans = {{{0, 1, 2}, 0, 0, 0, 0}};
-  random_coefficients(picture, 2);
-  Bytes file = jpeg_file(picture);
-  file.resize(file.size() - 2);  // without EOI
-  const Bytes empty = jpeg_segment(0xDA, {1, 1, 0, 1, 63, 0});
-  for (int i = 0; i < 5000; ++i) file.insert(file.end(), empty.begin(), empty.end());
-  const Decoded decoded = decode(file);
-  EXPECT_EQ(decoded.status, kOk);
-  EXPECT_EQ(decoded.sink.rows.size(), 64u);
-}
-
 TEST(JpegDecode, AnswersOfTheSinkEndTheDecode) {
   for (const Bytes& file : small_files()) {
     CollectingSink sink;
