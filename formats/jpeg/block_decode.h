@@ -52,7 +52,7 @@ inline AcResult decode_ac(BitReader& reader, const DecodeTable& table, const Pla
   std::uint32_t magnitude = 0;
   int k = 1;
   const auto store_value = [&](int run, Value v) {
-    const Place place = places[static_cast<std::size_t>(k + run)];
+    const Place place = places[k + run];
     magnitude += v.amount * place.step;
     block[place.position] = static_cast<std::int16_t>(v.value);
     k += run + 1;

@@ -52,7 +52,7 @@ struct DecodeTable {
     for (; length <= 16; ++length) {
       if (bits < limit[length]) {
         const auto code = static_cast<std::int32_t>(bits >> (16 - length));
-        return {values[static_cast<std::size_t>(code + offset[length])], length};
+        return {values[code + offset[length]], length};
       }
     }
     return {};

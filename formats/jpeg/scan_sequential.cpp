@@ -33,7 +33,7 @@ class StreamingBlocks {
         }
       }
     }
-    most_mcus_ = kBatch / unit_count_;
+    most_mcus_ = kBatch / std::max(unit_count_, 1);
   }
 
   // One row of MCUs; false when the data end or are damaged.

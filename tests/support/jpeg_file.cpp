@@ -139,7 +139,7 @@ class ScanWriter {
   // Values, and in a refining scan a bit for each older one, behind the new one that follows.
   void ac(const std::vector<int>& coefficients) {
     const int first = std::max(scan_.first, 1);
-    const auto value = [&](int k) { return coefficients[kOrder[k]] / (1 << scan_.low); };
+    const auto value = [&](int k) { return coefficients[order_[k]] / (1 << scan_.low); };
     const auto is_new = [&](int k) {
       return value(k) != 0 && (scan_.high == 0 || std::abs(value(k)) == 1);
     };
@@ -182,7 +182,7 @@ class ScanWriter {
     ended_ = 0;
   }
 
-  const std::vector<int> kOrder = zigzag();
+  const std::vector<int> order_ = zigzag();
   const JpegPicture& picture_;
   const JpegScan& scan_;
   Bytes& out_;

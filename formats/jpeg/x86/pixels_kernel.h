@@ -7,12 +7,12 @@
 namespace tq::formats::x86 {
 namespace {
 
-constexpr int kPixels = 16 * kLanes;  // whose samples fill a register
+inline constexpr int kPixels = 16 * kLanes;  // whose samples fill a register
 
 // 65536 times the fraction of a factor, so chosen that the high product of any amount up to 128 is
 // the product with the exact fraction, cut.
-constexpr int kRedFraction = 26346, kGreenCbFraction = 22554, kGreenCrFraction = 46802,
-              kBlueFraction = 50594;
+inline constexpr int kRedFraction = 26346, kGreenCbFraction = 22554, kGreenCrFraction = 46802,
+                     kBlueFraction = 50594;
 
 template <int kFraction>
 TQ_TARGET Vector cut_product(Vector amount) {
@@ -33,22 +33,25 @@ TQ_TARGET Chroma chroma_of(Vector cb, Vector cr) {
           with_sign(add16(r, cut_product<kRedFraction>(r)), cr)};
 }
 
-// Which bytes of a colour go where in each third of 16 pixels.
-constexpr std::uint8_t z = 0x80;
-alignas(16) constexpr std::uint8_t kTurns[3][3][16] = {
-    {{0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z, z, 5},
-     {z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z, z},
-     {z, z, 0, z, z, 1, z, z, 2, z, z, 3, z, z, 4, z}},
-    {{z, z, 6, z, z, 7, z, z, 8, z, z, 9, z, z, 10, z},
-     {5, z, z, 6, z, z, 7, z, z, 8, z, z, 9, z, z, 10},
-     {z, 5, z, z, 6, z, z, 7, z, z, 8, z, z, 9, z, z}},
-    {{z, 11, z, z, 12, z, z, 13, z, z, 14, z, z, 15, z, z},
-     {z, z, 11, z, z, 12, z, z, 13, z, z, 14, z, z, 15, z},
-     {10, z, z, 11, z, z, 12, z, z, 13, z, z, 14, z, z, 15}}};
+// Which pixel's byte of a colour goes where in each third of 16 pixels.
+struct Turns {
+  alignas(16) std::uint8_t of[3][3][16];  // by third and colour
+};
+constexpr Turns pixel_turns() {
+  Turns turns{};
+  for (int place = 0; place < 48; ++place) {
+    for (int colour = 0; colour < 3; ++colour) {
+      const int pixel = place % 3 == colour ? place / 3 : 0x80;  // 0x80 gives 0
+      turns.of[place / 16][colour][place % 16] = static_cast<std::uint8_t>(pixel);
+    }
+  }
+  return turns;
+}
+inline constexpr Turns kTurns = pixel_turns();
 
 template <int kThird>
 TQ_TARGET Vector third_of(Vector blue, Vector green, Vector red) {
-  const auto& turn = kTurns[kThird];
+  const auto& turn = kTurns.of[kThird];
   return either(either(shuffled(blue, repeat(turn[0])), shuffled(green, repeat(turn[1]))),
                 shuffled(red, repeat(turn[2])));
 }

@@ -12,7 +12,7 @@ namespace tq::formats::x86 {
 namespace {
 
 using Vector = __m256i;
-constexpr int kLanes = 2;  // of 128 bits
+inline constexpr int kLanes = 2;  // of 128 bits
 
 TQ_TARGET Vector load(const void* from) {
   return _mm256_loadu_si256(static_cast<const __m256i*>(from));

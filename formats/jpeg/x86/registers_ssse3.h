@@ -12,7 +12,7 @@ namespace tq::formats::x86 {
 namespace {
 
 using Vector = __m128i;
-constexpr int kLanes = 1;  // of 128 bits
+inline constexpr int kLanes = 1;  // of 128 bits
 
 TQ_TARGET Vector load(const void* from) {
   return _mm_loadu_si128(static_cast<const __m128i*>(from));
