@@ -4,21 +4,10 @@
 #pragma once
 
 #include "formats/jpeg/quantise.h"
-
-// Values that stay in registers must not be in loops when these are assigned.
-#define TQ_UNROLLED _Pragma("GCC unroll 8")
+#include "formats/jpeg/x86/transform_steps.h"
 
 namespace tq::formats::x86 {
 namespace {
-
-// x * k >> 10 as one high product: 64 k is kOver times 65536 more than the factor.
-template <int kFactor>
-TQ_TARGET Vector scaled(Vector x) {
-  constexpr int kOver = (64 * kFactor + 32768) >> 16;
-  Vector product = high_product(x, all16(64 * kFactor - 65536 * kOver));
-  TQ_UNROLLED for (int i = 0; i < kOver; ++i) product = add16(product, x);
-  return product;
-}
 
 TQ_TARGET void forward_four(Vector (&s)[4]) {
   const Vector a = add16(s[0], s[3]), b = add16(s[1], s[2]);
@@ -46,24 +35,6 @@ TQ_TARGET void forward_eight(Vector (&x)[8]) {
   x[3] = add16(odd[1], odd[2]);
   x[5] = add16(odd[2], odd[3]);
   x[7] = odd[3];
-}
-
-TQ_TARGET void transpose(Vector (&x)[8]) {
-  Vector a[8], b[8];
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    a[2 * i] = low16(x[2 * i], x[2 * i + 1]);
-    a[2 * i + 1] = high16(x[2 * i], x[2 * i + 1]);
-  }
-  TQ_UNROLLED for (int i = 0; i < 8; i += 4) {
-    b[i] = low32(a[i], a[i + 2]);
-    b[i + 1] = high32(a[i], a[i + 2]);
-    b[i + 2] = low32(a[i + 1], a[i + 3]);
-    b[i + 3] = high32(a[i + 1], a[i + 3]);
-  }
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    x[2 * i] = low64(b[i], b[4 + i]);
-    x[2 * i + 1] = high64(b[i], b[4 + i]);
-  }
 }
 
 // The 4 times 16 bytes of a block are in zigzag order what these shuffles of its 4 pairs of rows

@@ -130,5 +130,70 @@ TQ_TARGET std::uint32_t top_bits(Vector x) {
   return static_cast<std::uint32_t>(_mm256_movemask_epi8(x));
 }
 
+// What the decoder needs.
+// 128 bits from a place of its own for every lane.
+TQ_TARGET Vector load_each(const std::int16_t* const (&from)[kLanes], int offset) {
+  return _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(from[1] + offset),
+                             reinterpret_cast<const __m128i*>(from[0] + offset));
+}
+// The halves of one lane.
+template <int kLane>
+TQ_TARGET void store_halves(void* low, void* high, Vector x) {
+  const __m128i lane = _mm256_extracti128_si256(x, kLane);
+  _mm_storel_epi64(static_cast<__m128i*>(low), lane);
+  _mm_storel_epi64(static_cast<__m128i*>(high), _mm_unpackhi_epi64(lane, lane));
+}
+// The first lanes of all three, then the second ones.
+TQ_TARGET void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
+  store(to, _mm256_permute2x128_si256(a, b, 0x20));
+  store(to + 32, _mm256_permute2x128_si256(c, a, 0x30));
+  store(to + 64, _mm256_permute2x128_si256(b, c, 0x31));
+}
+TQ_TARGET Vector zero() {
+  return _mm256_setzero_si256();
+}
+TQ_TARGET Vector low_product(Vector x, Vector y) {
+  return _mm256_mullo_epi16(x, y);
+}
+template <int kBits>
+TQ_TARGET Vector shifted_right(Vector x) {
+  return _mm256_srai_epi16(x, kBits);
+}
+TQ_TARGET Vector greater16(Vector a, Vector b) {
+  return _mm256_cmpgt_epi16(a, b);
+}
+TQ_TARGET Vector only_one(Vector a, Vector b) {
+  return _mm256_xor_si256(a, b);
+}
+TQ_TARGET Vector without(Vector x, Vector bits) {
+  return _mm256_andnot_si256(bits, x);
+}
+TQ_TARGET Vector low8(Vector a, Vector b) {
+  return _mm256_unpacklo_epi8(a, b);
+}
+TQ_TARGET Vector high8(Vector a, Vector b) {
+  return _mm256_unpackhi_epi8(a, b);
+}
+TQ_TARGET Vector packed16_unsigned(Vector a, Vector b) {
+  return _mm256_packus_epi16(a, b);
+}
+TQ_TARGET Vector larger16(Vector a, Vector b) {
+  return _mm256_max_epi16(a, b);
+}
+// Stops at the ends of the range.
+TQ_TARGET Vector subtract16_limited(Vector a, Vector b) {
+  return _mm256_subs_epi16(a, b);
+}
+// The first 16 bits of all.
+TQ_TARGET Vector first_of_all() {
+  return _mm256_setr_epi16(-1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+}
+TQ_TARGET std::uint32_t total32(Vector x) {
+  __m128i sum = _mm_add_epi32(_mm256_castsi256_si128(x), _mm256_extracti128_si256(x, 1));
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
+  sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
+}
+
 }  // namespace
 }  // namespace tq::formats::x86

@@ -129,5 +129,67 @@ TQ_TARGET std::uint32_t top_bits(Vector x) {
   return static_cast<std::uint32_t>(_mm_movemask_epi8(x));
 }
 
+// What the decoder needs.
+// 128 bits from a place of its own for every lane.
+TQ_TARGET Vector load_each(const std::int16_t* const (&from)[kLanes], int offset) {
+  return load(from[0] + offset);
+}
+// The halves of one lane.
+template <int kLane>
+TQ_TARGET void store_halves(void* low, void* high, Vector x) {
+  _mm_storel_epi64(static_cast<__m128i*>(low), x);
+  _mm_storel_epi64(static_cast<__m128i*>(high), _mm_unpackhi_epi64(x, x));
+}
+// The first lanes of all three, then the second ones.
+TQ_TARGET void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
+  store(to, a);
+  store(to + 16, b);
+  store(to + 32, c);
+}
+TQ_TARGET Vector zero() {
+  return _mm_setzero_si128();
+}
+TQ_TARGET Vector low_product(Vector x, Vector y) {
+  return _mm_mullo_epi16(x, y);
+}
+template <int kBits>
+TQ_TARGET Vector shifted_right(Vector x) {
+  return _mm_srai_epi16(x, kBits);
+}
+TQ_TARGET Vector greater16(Vector a, Vector b) {
+  return _mm_cmpgt_epi16(a, b);
+}
+TQ_TARGET Vector only_one(Vector a, Vector b) {
+  return _mm_xor_si128(a, b);
+}
+TQ_TARGET Vector without(Vector x, Vector bits) {
+  return _mm_andnot_si128(bits, x);
+}
+TQ_TARGET Vector low8(Vector a, Vector b) {
+  return _mm_unpacklo_epi8(a, b);
+}
+TQ_TARGET Vector high8(Vector a, Vector b) {
+  return _mm_unpackhi_epi8(a, b);
+}
+TQ_TARGET Vector packed16_unsigned(Vector a, Vector b) {
+  return _mm_packus_epi16(a, b);
+}
+TQ_TARGET Vector larger16(Vector a, Vector b) {
+  return _mm_max_epi16(a, b);
+}
+// Stops at the ends of the range.
+TQ_TARGET Vector subtract16_limited(Vector a, Vector b) {
+  return _mm_subs_epi16(a, b);
+}
+// The first 16 bits of all.
+TQ_TARGET Vector first_of_all() {
+  return _mm_setr_epi16(-1, 0, 0, 0, 0, 0, 0, 0);
+}
+TQ_TARGET std::uint32_t total32(Vector x) {
+  x = _mm_add_epi32(x, _mm_shuffle_epi32(x, 0x4E));
+  x = _mm_add_epi32(x, _mm_shuffle_epi32(x, 0xB1));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(x));
+}
+
 }  // namespace
 }  // namespace tq::formats::x86
