@@ -12,7 +12,8 @@ declare -A packages=(
   [win32]="g++-mingw-w64-i686-posix debootstrap"
   [bench]="libbenchmark-dev"
   # Other programs that read and write the same formats; what uses them does without if it must.
-  [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev libfreeimage-dev qpdf poppler-utils"
+  [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev
+    libfreeimage-dev libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils"
 )
 
 missing() {  # GROUP...: the packages of these groups that are not installed

@@ -10,9 +10,10 @@
 
 namespace tq::formats {
 
-// As wide as the processor's registers.
-using BitWord = std::conditional_t<sizeof(void*) >= 8, std::uint64_t, std::uint32_t>;
-inline constexpr int kWordBits = 8 * sizeof(BitWord);
+struct Value {
+  std::int32_t value = 0;
+  std::uint32_t amount = 0;  // without the sign
+};
 
 // Reads past what it is told to read: behind the data there are always enough zero bytes for a
 // block (see EntropySource), so nothing here asks where they end. A plain value: the block
@@ -55,13 +56,22 @@ struct BitReader {
     skip(wanted);
     return value;
   }
-  // The symbol of a code for which `entry` was looked up and that is not whole. Its length is 0
-  // when there is no such code.
+  // The symbol of `entry`, which has kNoValue. Its length is 0 when there is no such code.
   Symbol symbol(const DecodeTable& table, LookupEntry entry) {
-    Symbol found{static_cast<int>(entry >> 8 & 0xFF), static_cast<int>(entry & 0x7F)};
+    Symbol found{static_cast<int>(entry >> 8 & 0xFF), static_cast<int>(entry >> 16 & 0xFF)};
     if (found.length == 0) found = table.find(peek(16), kLookupBits + 1);
     skip(found.length);
     return found;
+  }
+  // The value of `entry`, which has not kNoValue. ITU-T T.81 Annex F, EXTEND: the value is negative
+  // when its first bit is 0, and then the complement of its amount.
+  Value value(LookupEntry entry) {
+    using SignedWord = std::make_signed_t<BitWord>;
+    const BitWord word = bits << (entry >> 16 & (kWordBits - 1));
+    const auto sign = static_cast<BitWord>(static_cast<SignedWord>(~word) >> (kWordBits - 1));
+    const BitWord amount = (word ^ sign) >> 1 >> (entry >> 24);
+    skip(static_cast<int>(entry & 0xFF));
+    return {static_cast<std::int32_t>((amount ^ sign) - sign), static_cast<std::uint32_t>(amount)};
   }
 };
 

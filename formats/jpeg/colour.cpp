@@ -59,4 +59,14 @@ void bgr_to_chroma(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int
   }
 }
 
+void bgr_to_ycc(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                std::int16_t* cr, int width) {
+  bgr_to_luma(bgr, y, width);
+  bgr_to_chroma(bgr, step, cb, cr, width);
+}
+
+void grey_to_luma(const std::uint8_t* grey, std::int16_t* y, int width) {
+  for (int x = 0; x < width; ++x) y[x] = static_cast<std::int16_t>(grey[x] - 128);
+}
+
 }  // namespace tq::formats

@@ -70,26 +70,18 @@ void read_all_scans(Decode& decode) {
   }
 }
 
-bool is_flat(const std::int16_t* block) {
-  int any = 0;
-  for (int i = 1; i < kBlock; ++i) any |= block[i];
-  return any == 0;
-}
-
 void transform_row(Decode& decode, int component, int y, int band_row) {
-  const Grid& grid = decode.geometry.grids[component];
   Band& band = decode.band;
-  if (decode.store.untouched(component, y)) {
-    for (int x = 0; x < grid.columns; ++x) band.put_flat(component, x, band_row, 0);
-    return;
-  }
-  const std::int16_t* block = decode.store.row(component, y);
-  for (int x = 0; x < grid.columns; ++x, block += kBlock) {
-    if (is_flat(block)) {
-      band.put_flat(component, x, band_row, block[0]);
-    } else {
-      band.put(component, x, band_row, block, band.magnitude(component, block));
+  const StoredRow row = decode.store.row(component, y);
+  for (int x = 0; x < decode.geometry.grids[component].columns; ++x) {
+    if (row.present[x] == 0) {
+      band.put_flat(component, x, band_row, row.dc[x]);
+      continue;
     }
+    std::int16_t* const block = row.block(x);
+    const std::uint32_t magnitude = band.ac_magnitude(component, block);
+    block[0] = row.dc[x];
+    band.put(component, x, band_row, block, magnitude);
   }
 }
 

@@ -26,7 +26,11 @@ class EntropySource {
   bool prepare(BitReader& reader) {
     if (end_ - reader.next >= kBlockRoom) [[likely]]
       return true;
-    return refill(reader);
+    // A copy, so that the caller's own can stay in registers.
+    BitReader copy = reader;
+    const bool prepared = refill(copy);
+    reader = copy;
+    return prepared;
   }
   // Whether all bits read so far were there.
   bool intact(const BitReader& reader) const { return bits_left(reader) >= 0; }

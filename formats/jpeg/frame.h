@@ -9,6 +9,7 @@
 namespace tq::formats {
 
 inline constexpr int kMostComponents = 4;
+inline constexpr int kMostFactor = 4;
 inline constexpr int kHuffmanSlots = 3;  // of each class
 inline constexpr int kQuantiserSlots = 4;
 

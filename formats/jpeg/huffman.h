@@ -2,7 +2,9 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "formats/jpeg/tables.h"
 
@@ -11,15 +13,24 @@ namespace tq::formats {
 // False when a code needs more bits than its length has.
 bool codes_fit(const HuffmanSpec& spec);
 
-// What stands in the next kLookupBits bits, if it is there in whole: a symbol and, behind it, the
-// value bits that the symbol announces, already made a value.
-//   bits  0..6   how many bits that takes, 0: the code is longer or there is none
-//   bit   7      kWhole: the value is there; else the symbol alone is
-//   bits  8..15  whole: the zeros in front of the value; else the symbol
-//   bits 16..31  the value, signed; never 0 in an entry of an AC table that is whole
+// As wide as the processor's registers.
+using BitWord = std::conditional_t<sizeof(void*) >= 8, std::uint64_t, std::uint32_t>;
+inline constexpr int kWordBits = 8 * sizeof(BitWord);
+// What a code and its value bits may take for both to be read at once.
+inline constexpr int kMostWhole = kWordBits == 64 ? 32 : 24;
+
+// What begins with the next kLookupBits bits: a code and, behind it, the bits of a value. Only the
+// first field is waited for by the next look-up.
+//   bits  0..7   length of both
+//   bits  8..15  the zeros in front of the value
+//   bits 16..23  length of the code
+//   bits 24..29  kWordBits - 1 - length of the value
+// or, with kNoValue set, a symbol that has no value or cannot be read at once:
+//   bits  8..15  the symbol
+//   bits 16..23  length of the code, 0: it is longer or there is none
 using LookupEntry = std::uint32_t;
 inline constexpr int kLookupBits = 10;
-inline constexpr LookupEntry kWhole = 0x80;
+inline constexpr LookupEntry kNoValue = 0x80000000;
 
 enum class HuffmanClass : std::uint8_t { dc, ac };
 
@@ -41,7 +52,7 @@ struct DecodeTable {
     for (; length <= 16; ++length) {
       if (bits < limit[length]) {
         const auto code = static_cast<std::int32_t>(bits >> (16 - length));
-        return {values[static_cast<std::size_t>(code + offset[length])], length};
+        return {values[code + offset[length]], length};
       }
     }
     return {};
@@ -78,27 +89,15 @@ constexpr std::int32_t extend(std::int32_t bits, int size) {
   return bits < 1 << (size - 1) ? bits - (1 << size) + 1 : bits;
 }
 
-constexpr LookupEntry symbol_entry(int symbol, int length) {
-  return static_cast<LookupEntry>(symbol) << 8 | static_cast<LookupEntry>(length);
-}
-
-// The entries of all continuations of one code.
-constexpr void fill_code(HuffmanClass kind, int symbol, int length, LookupEntry* entries) {
-  const int free_bits = kLookupBits - length;
+constexpr LookupEntry lookup_entry(HuffmanClass kind, int symbol, int length) {
   const bool is_dc = kind == HuffmanClass::dc;
   const int size = is_dc ? symbol : symbol & 15;
   const int run = is_dc ? 0 : symbol >> 4;
-  if (size > free_bits || (size == 0 && !is_dc)) {
-    for (int i = 0; i < 1 << free_bits; ++i) entries[i] = symbol_entry(symbol, length);
-    return;
+  if (length + size > kMostWhole || (is_dc ? size > 16 : size == 0)) {
+    return kNoValue | static_cast<LookupEntry>(symbol << 8 | length << 16);
   }
-  const int same = 1 << (free_bits - size);  // entries per value
-  const LookupEntry rest =
-      kWhole | static_cast<LookupEntry>(run) << 8 | static_cast<LookupEntry>(length + size);
-  for (int value_bits = 0; value_bits < 1 << size; ++value_bits) {
-    const LookupEntry entry = static_cast<LookupEntry>(extend(value_bits, size)) << 16 | rest;
-    for (int i = 0; i < same; ++i) *entries++ = entry;
-  }
+  return static_cast<LookupEntry>((length + size) | run << 8 | length << 16 |
+                                  (kWordBits - 1 - size) << 24);
 }
 
 constexpr void build_lookup(const HuffmanSpec& spec, HuffmanClass kind, DecodeTable& table) {
@@ -110,13 +109,14 @@ constexpr void build_lookup(const HuffmanSpec& spec, HuffmanClass kind, DecodeTa
     table.offset[length] = index - static_cast<std::int32_t>(code);
     for (int i = 0; i < spec.counts[length - 1]; ++i, ++index, ++code) {
       if (length > kLookupBits) continue;
-      fill_code(kind, spec.values[index], length, &table.lookup[filled]);
-      filled += std::size_t{1} << (kLookupBits - length);
+      const LookupEntry entry = lookup_entry(kind, spec.values[index], length);
+      const std::size_t end = filled + (std::size_t{1} << (kLookupBits - length));
+      while (filled < end) table.lookup[filled++] = entry;
     }
     // Canonical codes leave no gap: everything below the limit belongs to this or a shorter length.
     table.limit[length] = code << (16 - length);
   }
-  for (; filled < table.lookup.size(); ++filled) table.lookup[filled] = 0;
+  while (filled < table.lookup.size()) table.lookup[filled++] = kNoValue;
 }
 
 }  // namespace tq::formats

@@ -21,16 +21,17 @@ struct JpegKernels {
   void (*inverse_small_pair)(const std::int16_t* const (&coefficients)[2],
                              const DequantiseTable& table, std::uint8_t* const (&samples)[2],
                              std::ptrdiff_t stride);
+  std::uint32_t (*ac_magnitude)(const std::int16_t* coefficients, const DequantiseTable& table);
   void (*ycc_to_bgr)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
                      std::uint8_t* bgr, int width);
   void (*ycc_to_bgr_halved)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
                             std::uint8_t* bgr, int width);
-  void (*forward)(const std::int16_t* samples, std::ptrdiff_t stride, std::int16_t* coefficients);
-  void (*quantise)(const std::int16_t* coefficients, const QuantiseTable& table,
-                   QuantisedBlock& out);
+  void (*forward)(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                  const QuantiseTable& table, QuantisedBlock* out);
   void (*bgr_to_luma)(const std::uint8_t* bgr, std::int16_t* y, int width);
-  void (*bgr_to_chroma)(const std::uint8_t* bgr, int step, std::int16_t* cb, std::int16_t* cr,
-                        int width);
+  void (*bgr_to_ycc)(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                     std::int16_t* cr, int width);
+  void (*grey_to_luma)(const std::uint8_t* grey, std::int16_t* y, int width);
 };
 
 JpegKernels select_kernels(const platform::CpuFeatures& features);

@@ -240,7 +240,8 @@ Status check_frame(const Frame& frame) {
   }
   for (int i = 0; i < frame.count; ++i) {
     const FrameComponent& component = frame.components[i];
-    if (component.h < 1 || component.h > 4 || component.v < 1 || component.v > 4) {
+    if (component.h < 1 || component.h > kMostFactor || component.v < 1 ||
+        component.v > kMostFactor) {
       return StatusCode::bad_image;
     }
   }

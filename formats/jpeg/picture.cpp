@@ -90,7 +90,7 @@ Status Band::allocate(const Geometry& geometry, Layout layout) {
 
 void Band::set_quantiser(int component, const Quantiser& quantiser) {
   DequantiseTable& table = tables_[component];
-  quantisers_[component] = quantiser;
+  places_[component] = places_of(quantiser);
   table.small = true;
   for (std::size_t i = 0; i < kBlock; ++i) {
     table.steps[kColumnOrder[i]] = quantiser[i];
@@ -119,29 +119,34 @@ void Band::put_flat(int component, int column, int row, std::int16_t dc) {
   for (int y = 0; y < 8; ++y) std::memcpy(samples + y * stride, &eight, 8);
 }
 
-bool Band::put(int component, int column, int row, const std::int16_t* coefficients,
-               std::uint32_t magnitude) {
+void Band::put(int component, int column, int row, const std::int16_t* coefficients,
+               std::uint32_t ac_magnitude) {
+  const DequantiseTable& table = tables_[component];
+  if (ac_magnitude == 0 && table.small) {
+    put_flat(component, column, row, coefficients[0]);
+    return;
+  }
   std::uint8_t* const samples = place(component, column, row);
   const std::ptrdiff_t stride = strides_[component];
-  const DequantiseTable& table = tables_[component];
   if (layout_ == Layout::grey_12) {
     inverse_transform_12(coefficients, table, reinterpret_cast<std::uint16_t*>(samples),
                          stride / 2);
-    return false;
+    return;
   }
-  if (magnitude >= kMostFor16Bits || !table.small) {
+  const int dc = coefficients[0] * table.steps[0];
+  if (!table.small ||
+      ac_magnitude + static_cast<std::uint32_t>(dc < 0 ? -dc : dc) >= kMostFor16Bits) {
     kernels_.inverse(coefficients, table, samples, stride);
-    return false;
+    return;
   }
   Waiting& first = waiting_[component];
   if (first.coefficients == nullptr) {
     first = {coefficients, samples};
-    return true;
+    return;
   }
   kernels_.inverse_small_pair({first.coefficients, coefficients}, table, {first.samples, samples},
                               stride);
   first = {};
-  return false;
 }
 
 void Band::flush() {
@@ -213,31 +218,17 @@ void Band::make_row(int y) {
 
 Status Band::deliver(const RowSink& sink, int y) {
   const int rows = std::min(geometry_->band_height(), geometry_->height - y);
+  const std::size_t used = static_cast<std::size_t>(geometry_->width) *
+                           static_cast<std::size_t>(layout_bits(layout_) / 8);
   const bool grey = layout_ == Layout::grey || layout_ == Layout::grey_12;
   for (int i = 0; i < rows; ++i) {
-    if (grey) {
-      std::memcpy(
-          row_.data(), row_of(0, i),
-          static_cast<std::size_t>(geometry_->width) * (layout_ == Layout::grey_12 ? 2 : 1));
-    } else {
-      make_row(i);
-      const std::size_t used = static_cast<std::size_t>(geometry_->width) *
-                               static_cast<std::size_t>(layout_bits(layout_) / 8);
-      std::fill(row_.data() + used, row_.data() + row_bytes_, std::uint8_t{0});
-    }
-    TQ_TRY(sink.row(row_.pixels().first(row_bytes_), y + i));
+    // Grey samples are pixels, and there is room behind them.
+    std::uint8_t* const row = grey ? planes_[0] + i * strides_[0] : row_.data();
+    if (!grey) make_row(i);
+    std::fill(row + used, row + row_bytes_, std::uint8_t{0});
+    TQ_TRY(sink.row({row, row_bytes_}, y + i));
   }
   return kOk;
-}
-
-std::uint32_t Band::magnitude(int component, const std::int16_t* coefficients) const {
-  const DequantiseTable& table = tables_[component];
-  std::uint32_t sum = 0;
-  for (int i = 0; i < kBlock; ++i) {
-    const std::int32_t product = coefficients[i] * table.steps[i];
-    sum += static_cast<std::uint32_t>(product < 0 ? -product : product);
-  }
-  return sum;
 }
 
 }  // namespace tq::formats

@@ -50,17 +50,19 @@ class Band {
  public:
   Status allocate(const Geometry& geometry, Layout layout);
 
-  // Each block of the band once, before the band is delivered; pairs wait for their second block.
+  // Each block of the band once, before the band is delivered.
   void put_flat(int component, int column, int row, std::int16_t dc);
-  // The block must stay as it is until the next put or flush: true when it is still needed.
-  bool put(int component, int column, int row, const std::int16_t* coefficients,
-           std::uint32_t magnitude);
+  // `ac_magnitude` is the sum of all coefficients but the first times their quantisers, by amount.
+  // The block must stay as it is until the band is flushed: pairs wait for their second block.
+  void put(int component, int column, int row, const std::int16_t* coefficients,
+           std::uint32_t ac_magnitude);
   void flush();
 
   void set_quantiser(int component, const Quantiser& quantiser);
-  const Quantiser& weights(int component) const { return quantisers_[component]; }
-  // The sum of all coefficients times their quantisers, by amount.
-  std::uint32_t magnitude(int component, const std::int16_t* coefficients) const;
+  const Places& places(int component) const { return places_[component]; }
+  std::uint32_t ac_magnitude(int component, const std::int16_t* coefficients) const {
+    return kernels_.ac_magnitude(coefficients, tables_[component]);
+  }
 
   // Rows of the picture from `y` on.
   Status deliver(const RowSink& sink, int y);
@@ -80,7 +82,7 @@ class Band {
   Layout layout_ = Layout::grey;
   bool halved_chroma_ = false;
   JpegKernels kernels_{};
-  std::array<Quantiser, kMostComponents> quantisers_{};
+  std::array<Places, kMostComponents> places_{};
   std::array<DequantiseTable, kMostComponents> tables_{};
   std::array<std::uint8_t*, kMostComponents> planes_{};
   std::array<std::ptrdiff_t, kMostComponents> strides_{};  // bytes

@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "formats/jpeg/transform.h"
+
 namespace tq::formats {
 
 QuantiseTable quantise_table(const std::array<std::uint8_t, kBlock>& steps) {
@@ -23,14 +25,23 @@ QuantiseTable quantise_table(const std::array<std::uint8_t, kBlock>& steps) {
 void quantise(const std::int16_t* coefficients, const QuantiseTable& table, QuantisedBlock& out) {
   out.present = 0;
   for (std::size_t i = 0; i < kBlock; ++i) {
-    const std::size_t place = kZigzag[i];
-    const std::int32_t value = coefficients[place];
+    const std::size_t at = kZigzag[i];
+    const std::int32_t value = coefficients[at];
     const auto amount = static_cast<std::uint32_t>(value < 0 ? -value : value);
     const std::uint32_t quotient =
-        ((amount + table.bias[place]) * table.reciprocal[place] >> 16) * table.scale[place] >> 16;
+        ((amount + table.bias[at]) * table.reciprocal[at] >> 16) * table.scale[at] >> 16;
     const auto result = static_cast<std::int32_t>(quotient);
-    out.values[i] = static_cast<std::int16_t>(value < 0 ? -result : result);
+    out.values[at] = static_cast<std::int16_t>(value < 0 ? -result : result);
     out.present |= static_cast<std::uint64_t>(quotient != 0) << i;
+  }
+}
+
+void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                    const QuantiseTable& table, QuantisedBlock* out) {
+  for (int i = 0; i < count; ++i) {
+    std::int16_t coefficients[kBlock];
+    forward_transform(samples + 8 * i, stride, coefficients);
+    quantise(coefficients, table, out[i]);
   }
 }
 

@@ -1,6 +1,7 @@
 // The entropy-coded data of one scan.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -38,17 +39,16 @@ class ScanReader {
   int rows() const { return interleaved() ? geometry_.mcu_rows : grid(0).rows; }
   int columns() const { return interleaved() ? geometry_.mcu_columns : grid(0).columns; }
 
-  // Before every MCU. False when a restart marker is due and not there.
-  bool start_mcu() {
-    if (until_restart_ == 0 && !restart()) return false;
-    --until_restart_;
-    return true;
+  // How many MCUs come before the next restart marker, at most `most`; they are to be read next. 0
+  // when a marker is due and not there.
+  int start_mcus(int most) {
+    if (until_restart_ == 0 && !restart()) return 0;
+    const auto count = static_cast<int>(std::min<std::int64_t>(most, until_restart_));
+    until_restart_ -= count;
+    return count;
   }
-  // MCUs, this one included, that come before the next restart marker.
-  std::int64_t until_restart() const { return until_restart_; }
-  void skip_mcus(std::int64_t count) { until_restart_ -= count; }
 
-  bool start_block() { return source_.prepare(bits_); }
+  EntropySource& source() { return source_; }
   bool intact() const { return source_.intact(bits_); }
 
  private:
@@ -71,5 +71,39 @@ Status stream_scan(ScanReader& reader, Band& band, const RowSink& sink);
 // Any other scan: its coefficients go to the store. Damaged data end it early.
 void store_sequential_scan(ScanReader& reader, CoefficientStore& store);
 void store_progressive_scan(ScanReader& reader, CoefficientStore& store);
+
+// Calls `block(bits, i, row, x)` for the blocks of a scan: the bits, which component of the scan
+// it is, and where its coefficients go; until it answers false or the data end.
+template <class Function>
+void store_blocks(ScanReader& reader, CoefficientStore& store, Function&& block) {
+  const int count = reader.scan().count;
+  int h[kMostComponents], v[kMostComponents];
+  for (int i = 0; i < count; ++i) {
+    h[i] = reader.interleaved() ? reader.grid(i).h : 1;
+    v[i] = reader.interleaved() ? reader.grid(i).v : 1;
+  }
+  for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
+    StoredRow rows[kMostComponents][kMostFactor];
+    for (int i = 0; i < count; ++i) {
+      const int component = reader.scan().components[i].index;
+      for (int y = 0; y < v[i]; ++y) rows[i][y] = store.row(component, mcu_row * v[i] + y);
+    }
+    for (int mcu = 0; mcu < reader.columns();) {
+      int left = reader.start_mcus(reader.columns() - mcu);
+      if (left == 0) return;
+      BitReader bits = reader.bits();
+      for (; left > 0; --left, ++mcu) {
+        for (int i = 0; i < count; ++i) {
+          for (int y = 0; y < v[i]; ++y) {
+            for (int x = mcu * h[i]; x < (mcu + 1) * h[i]; ++x) {
+              if (!reader.source().prepare(bits) || !block(bits, i, rows[i][y], x)) return;
+            }
+          }
+        }
+      }
+      reader.bits() = bits;
+    }
+  }
+}
 
 }  // namespace tq::formats

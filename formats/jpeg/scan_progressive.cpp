@@ -1,5 +1,7 @@
 // Scans of progressive frames (ITU-T T.81 Annex G).
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 #include "formats/jpeg/block_decode.h"
 #include "formats/jpeg/scan.h"
@@ -11,40 +13,23 @@ constexpr std::int16_t shifted(std::int32_t value, int low) {
   return static_cast<std::int16_t>(static_cast<std::uint32_t>(value) << low);
 }
 
-// DC scans, first and refining.
-bool decode_dc_block(ScanReader& reader, int i, std::int16_t* block) {
-  if (!reader.start_block()) return false;
-  const Scan& scan = reader.scan();
-  if (scan.high != 0) {
-    if (reader.bits().take(1) != 0) block[0] = static_cast<std::int16_t>(block[0] | 1 << scan.low);
-    return reader.intact();
-  }
-  std::int32_t difference = 0;
-  if (!decode_dc(reader.bits(), reader.dc(i), difference) || !reader.intact()) return false;
-  std::int32_t& predictor = reader.predictor(i);
-  predictor = static_cast<std::int32_t>(static_cast<std::uint32_t>(predictor) +
-                                        static_cast<std::uint32_t>(difference));
-  block[0] = shifted(predictor, scan.low);
-  return true;
+constexpr std::uint64_t place_bit(int k) {
+  return std::uint64_t{1} << k;
 }
 
+// DC scans, first and refining.
 void store_dc_scan(ScanReader& reader, CoefficientStore& store) {
-  const bool together = reader.interleaved();
-  for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
-    for (int mcu = 0; mcu < reader.columns(); ++mcu) {
-      if (!reader.start_mcu()) return;
-      for (int i = 0; i < reader.scan().count; ++i) {
-        const int component = reader.scan().components[i].index;
-        const int h = together ? reader.grid(i).h : 1, v = together ? reader.grid(i).v : 1;
-        for (int y = 0; y < v; ++y) {
-          std::int16_t* const row = store.row(component, mcu_row * v + y);
-          for (int x = 0; x < h; ++x) {
-            if (!decode_dc_block(reader, i, row + std::ptrdiff_t{kBlock} * (mcu * h + x))) return;
-          }
-        }
-      }
+  const Scan& scan = reader.scan();
+  store_blocks(reader, store, [&](BitReader& bits, int i, const StoredRow& row, int x) {
+    if (scan.high != 0) {
+      row.dc[x] = static_cast<std::int16_t>(row.dc[x] | bits.take(1) << scan.low);
+      return reader.source().intact(bits);
     }
-  }
+    std::int32_t& predictor = reader.predictor(i);
+    if (!decode_dc(bits, reader.dc(i), predictor) || !reader.source().intact(bits)) return false;
+    row.dc[x] = shifted(predictor, scan.low);
+    return true;
+  });
 }
 
 // What comes next in an AC scan: a coefficient behind a run of zeros, a run of 16 zeros, or the end
@@ -56,13 +41,11 @@ struct BandSymbol {
   std::uint32_t ended_blocks = 0;  // this one included
 };
 
-BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
-  r.need(kWordBits == 64 ? 32 : 16);
+[[gnu::always_inline]] inline BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
+  r.refill();
   const LookupEntry entry = table.lookup[r.peek(kLookupBits)];
-  const std::int32_t value = static_cast<std::int32_t>(entry) >> 16;
-  if (value != 0) {
-    r.skip(static_cast<int>(entry & 0x7F));
-    return {.run = static_cast<int>(entry >> 8 & 0xFF), .value = value};
+  if ((entry & kNoValue) == 0) [[likely]] {
+    return {.run = static_cast<int>(entry >> 8 & 0xFF), .value = r.value(entry).value};
   }
   const Symbol symbol = r.symbol(table, entry);
   if (symbol.length == 0) return {.valid = false};
@@ -75,95 +58,123 @@ BandSymbol next_symbol(BitReader& r, const DecodeTable& table) {
   return {.ended_blocks = (1u << run) + r.take(run)};
 }
 
-bool decode_first_block(ScanReader& reader, std::int16_t* block) {
-  const Scan& scan = reader.scan();
-  BitReader r = reader.bits();
-  bool valid = true;
+// The store is larger than the caches, and what will be touched of it is hard to guess.
+constexpr int kBlocksAhead = 6;
+inline void prefetch(const std::int16_t* block) {
+  __builtin_prefetch(block);
+  __builtin_prefetch(block + kBlock / 2);
+}
+
+// A block of an AC scan that is being decoded.
+struct BandBlock {
+  std::int16_t* coefficients;
+  std::uint64_t present;
+
+  void set(int k, std::int16_t value) {
+    if (present == 0) std::memset(coefficients, 0, kBlock * sizeof(*coefficients));
+    coefficients[kColumnOrder[k]] = value;
+    present |= place_bit(k);
+    // Only in damaged data.
+    if (value == 0) [[unlikely]]
+      present ^= place_bit(k);
+  }
+};
+
+bool decode_first_block(BitReader& r, const DecodeTable& table, const Scan& scan, BandBlock& block,
+                        std::uint32_t& ended) {
   for (int k = scan.first; k <= scan.last; ++k) {
-    const BandSymbol symbol = next_symbol(r, reader.ac(0));
-    if (!symbol.valid) {
-      valid = false;
-      break;
+    const BandSymbol symbol = next_symbol(r, table);
+    if (symbol.value != 0) [[likely]] {
+      k += symbol.run;
+      if (k <= scan.last) block.set(k, shifted(symbol.value, scan.low));
+      continue;
     }
+    if (!symbol.valid) return false;
     if (symbol.ended_blocks != 0) {
-      reader.end_of_band_run() = symbol.ended_blocks - 1;
+      ended = symbol.ended_blocks - 1;
       break;
     }
     k += symbol.run;
-    if (symbol.value != 0 && k <= scan.last) {
-      block[kColumnOrder[k]] = shifted(symbol.value, scan.low);
-    }
   }
-  reader.bits() = r;
-  return valid && reader.intact();
+  return true;
 }
 
-// Refines what is not 0 from place `k` on, until `zeros` places that are 0 have been passed.
-// Returns the place of the next such one, or the end of the band.
-int refine_until(BitReader& r, const Scan& scan, std::int16_t* block, int k, int zeros) {
-  const int bit = 1 << scan.low;
-  for (; k <= scan.last; ++k) {
-    std::int16_t& coefficient = block[kColumnOrder[k]];
-    if (coefficient == 0) {
-      if (zeros-- == 0) break;
-      continue;
-    }
-    if (r.take(1) == 0) continue;
-    const int amount = coefficient < 0 ? -coefficient : coefficient;
-    if ((amount & bit) != 0) continue;
-    coefficient = static_cast<std::int16_t>(coefficient + (coefficient < 0 ? -bit : bit));
-  }
-  return k;
+// One more bit for a coefficient that is not 0.
+[[gnu::always_inline]] inline void correct(BitReader& r, std::int16_t& coefficient, int low) {
+  const int sign = coefficient >> 15;
+  const int amount = (coefficient ^ sign) - sign;
+  r.need(1);
+  // A bit that is already there is not added again.
+  const int bit = static_cast<int>(r.peek(1)) & ~(amount >> low);
+  r.skip(1);
+  coefficient = static_cast<std::int16_t>(coefficient + (((bit << low) ^ sign) - sign));
 }
 
-bool refine_block(ScanReader& reader, std::int16_t* block) {
-  const Scan& scan = reader.scan();
-  std::uint32_t& ended = reader.end_of_band_run();
-  BitReader r = reader.bits();
-  int k = scan.first;
-  bool valid = true;
-  for (; ended == 0 && k <= scan.last; ++k) {
-    const BandSymbol symbol = next_symbol(r, reader.ac(0));
-    if (!symbol.valid) {
-      valid = false;
-      break;
-    }
+bool refine_block(BitReader& r, const DecodeTable& table, const Scan& scan, BandBlock& block,
+                  std::uint32_t& ended) {
+  // The places from `k` on that are not 0 and have not been corrected.
+  std::uint64_t known = block.present & (place_bit(scan.last) * 2 - place_bit(scan.first));
+  const auto next_known = [&] { return std::countr_zero(known); };
+  const auto correct_next = [&] {
+    correct(r, block.coefficients[kColumnOrder[next_known()]], scan.low);
+    known &= known - 1;
+  };
+  for (int k = scan.first; ended == 0 && k <= scan.last; ++k) {
+    const BandSymbol symbol = next_symbol(r, table);
+    if (!symbol.valid) return false;
     ended = symbol.ended_blocks;
     if (ended != 0) break;
-    k = refine_until(r, scan, block, k, symbol.run);
+    // The run counts places that are 0, those in between are corrected in passing.
+    for (k += symbol.run; known != 0 && next_known() <= k; ++k) correct_next();
     if (symbol.value != 0 && k <= scan.last) {
-      block[kColumnOrder[k]] = shifted(symbol.value < 0 ? -1 : 1, scan.low);
+      block.set(k, shifted(symbol.value < 0 ? -1 : 1, scan.low));
     }
   }
-  if (valid && ended != 0) {
-    refine_until(r, scan, block, k, kBlock);
+  if (ended != 0) {
+    while (known != 0) correct_next();
     --ended;
   }
-  reader.bits() = r;
-  return valid && reader.intact();
+  return true;
+}
+
+// The next `count` blocks of a row, from `x` on, with no restart marker between them.
+bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
+  const Scan& scan = reader.scan();
+  const DecodeTable& table = reader.ac(0);
+  EntropySource& source = reader.source();
+  const bool refining = scan.high != 0;
+  const int end = x + count;
+  BitReader bits = reader.bits();
+  std::uint32_t ended = reader.end_of_band_run();
+  for (; x < end; ++x) {
+    if (ended != 0 && !refining) {
+      // Nothing is coded for these blocks.
+      const std::uint32_t skipped = std::min(ended, static_cast<std::uint32_t>(end - x));
+      ended -= skipped;
+      x += static_cast<int>(skipped) - 1;
+      continue;
+    }
+    if (!source.prepare(bits)) return false;
+    if (x + kBlocksAhead < end) prefetch(row.block(x + kBlocksAhead));
+    BandBlock block{row.block(x), row.present[x]};
+    const bool valid = refining ? refine_block(bits, table, scan, block, ended)
+                                : decode_first_block(bits, table, scan, block, ended);
+    row.present[x] = block.present;
+    if (!valid || !source.intact(bits)) return false;
+  }
+  reader.bits() = bits;
+  reader.end_of_band_run() = ended;
+  return true;
 }
 
 void store_ac_scan(ScanReader& reader, CoefficientStore& store) {
-  const bool refining = reader.scan().high != 0;
   const int component = reader.scan().components[0].index;
-  std::uint32_t& ended = reader.end_of_band_run();
   for (int y = 0; y < reader.rows(); ++y) {
-    std::int16_t* const row = store.row(component, y);
-    for (int x = 0; x < reader.columns(); ++x) {
-      if (!reader.start_mcu()) return;
-      if (ended != 0 && !refining) {
-        // Nothing is coded for these blocks.
-        const std::int64_t here =
-            std::min<std::int64_t>(reader.columns() - x - 1, reader.until_restart());
-        const std::int64_t more = std::min<std::int64_t>(ended - 1, here);
-        reader.skip_mcus(more);
-        ended -= static_cast<std::uint32_t>(more) + 1;
-        x += static_cast<int>(more);
-        continue;
-      }
-      if (!reader.start_block()) return;
-      std::int16_t* const block = row + std::ptrdiff_t{kBlock} * x;
-      if (!(refining ? refine_block(reader, block) : decode_first_block(reader, block))) return;
+    const StoredRow row = store.row(component, y);
+    for (int x = 0; x < reader.columns();) {
+      const int count = reader.start_mcus(reader.columns() - x);
+      if (count == 0 || !store_band(reader, row, x, count)) return;
+      x += count;
     }
   }
 }

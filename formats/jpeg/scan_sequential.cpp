@@ -18,62 +18,90 @@ constexpr std::int16_t to_coefficient(std::int32_t value) {
   return static_cast<std::int16_t>(static_cast<std::uint32_t>(value));
 }
 
-// Adds to the predictor and gives the coefficient; false when there is no such code.
-bool next_dc(ScanReader& reader, int i, std::int16_t& dc) {
-  std::int32_t difference = 0;
-  if (!decode_dc(reader.bits(), reader.dc(i), difference)) return false;
-  std::int32_t& predictor = reader.predictor(i);
-  predictor = static_cast<std::int32_t>(static_cast<std::uint32_t>(predictor) +
-                                        static_cast<std::uint32_t>(difference));
-  dc = to_coefficient(predictor);
-  return true;
-}
-
-// The blocks of a component that are being decoded: one may wait for its transform in the other
-// room.
-struct BlockRooms {
-  alignas(32) BlockRoom room[2];
-  bool dirty[2] = {true, true};
-  int current = 0;
-
-  BlockRoom& clean() {
-    if (dirty[current]) std::memset(room[current], 0, kBlock * sizeof(std::int16_t));
-    dirty[current] = false;
-    return room[current];
-  }
-};
-
+// A few MCUs at a time: their coefficients stay in the cache, and are not read before the last of
+// them has been written.
 class StreamingBlocks {
  public:
-  StreamingBlocks(ScanReader& reader, Band& band) : reader_(reader), band_(band) {}
+  StreamingBlocks(ScanReader& reader, Band& band) : reader_(reader), band_(band) {
+    for (int i = 0; i < reader.scan().count; ++i) {
+      const Grid& grid = reader.grid(i);
+      const int component = reader.scan().components[i].index;
+      for (int y = 0; y < grid.v; ++y) {
+        for (int x = 0; x < grid.h; ++x) {
+          units_[unit_count_++] = {
+              &reader.dc(i), &reader.ac(i), &band.places(component), i, component, grid.h, x, y};
+        }
+      }
+    }
+    most_mcus_ = kBatch / std::max(unit_count_, 1);
+  }
 
-  bool decode(int i, int column, int row) {
-    if (!reader_.start_block()) return false;
-    std::int16_t dc = 0;
-    if (!next_dc(reader_, i, dc)) return false;
-    const int component = reader_.scan().components[i].index;
-    BlockRooms& rooms = rooms_[i];
-    BlockRoom& block = rooms.clean();
-    const Quantiser& weights = band_.weights(component);
-    const DecodedBlock decoded = decode_ac(reader_.bits(), reader_.ac(i), weights, block);
-    if (!decoded.valid) return false;
-    if (decoded.flat) {
-      band_.put_flat(component, column, row, dc);
-      return true;
+  // One row of MCUs; false when the data end or are damaged.
+  bool decode_row() {
+    const int columns = reader_.columns();
+    for (int mcu = 0; mcu < columns;) {
+      const int count = reader_.start_mcus(std::min(most_mcus_, columns - mcu));
+      if (count == 0 || !decode(count)) return false;
+      put(mcu, count);
+      mcu += count;
     }
-    rooms.dirty[rooms.current] = true;
-    block[0] = dc;
-    const auto amount = static_cast<std::uint32_t>(dc < 0 ? -dc : dc);
-    if (band_.put(component, column, row, block, decoded.magnitude + amount * weights[0])) {
-      rooms.current ^= 1;
-    }
-    return true;
+    return reader_.intact();
   }
 
  private:
+  static constexpr int kBatch = 64;  // as many as the largest MCU has
+
+  struct Unit {  // a block of the MCU
+    const DecodeTable* dc;
+    const DecodeTable* ac;
+    const Places* places;
+    int i, component;
+    int h, x, y;
+  };
+
+  bool decode(int count) {
+    BitReader bits = reader_.bits();
+    const int blocks = count * unit_count_;
+    std::memset(blocks_, 0, static_cast<std::size_t>(blocks) * kBlock * sizeof(std::int16_t));
+    std::int16_t* block = blocks_;
+    std::uint32_t* ac_magnitude = ac_magnitudes_;
+    for (int mcu = 0; mcu < count; ++mcu) {
+      for (int u = 0; u < unit_count_; ++u, block += kBlock) {
+        const Unit& unit = units_[u];
+        if (!reader_.source().prepare(bits)) return false;
+        std::int32_t& predictor = reader_.predictor(unit.i);
+        if (!decode_dc(bits, *unit.dc, predictor)) return false;
+        block[0] = to_coefficient(predictor);
+        const AcResult ac = decode_ac(bits, *unit.ac, *unit.places, block);
+        if (!ac.valid) return false;
+        *ac_magnitude++ = ac.magnitude;
+      }
+    }
+    reader_.bits() = bits;
+    return true;
+  }
+
+  void put(int first_mcu, int count) {
+    const std::int16_t* block = blocks_;
+    const std::uint32_t* ac_magnitude = ac_magnitudes_;
+    for (int mcu = first_mcu; mcu < first_mcu + count; ++mcu) {
+      for (int u = 0; u < unit_count_; ++u, block += kBlock, ++ac_magnitude) {
+        const Unit& unit = units_[u];
+        band_.put(unit.component, mcu * unit.h + unit.x, unit.y, block, *ac_magnitude);
+      }
+    }
+    band_.flush();
+  }
+
   ScanReader& reader_;
   Band& band_;
-  std::array<BlockRooms, kMostComponents> rooms_;
+  std::array<Unit, kBatch> units_;
+  int unit_count_ = 0;
+  int most_mcus_;
+  // A run that leaves the last block needs room behind it; others end in a place that is not yet
+  // in use.
+  alignas(32) std::int16_t blocks_[kBatch * kBlock + 1];
+  std::uint32_t ac_magnitudes_[kBatch];
 };
 
 }  // namespace
@@ -104,54 +132,29 @@ bool ScanReader::restart() {
 
 Status stream_scan(ScanReader& reader, Band& band, const RowSink& sink) {
   StreamingBlocks blocks(reader, band);
-  const int count = reader.scan().count;
   const int height = reader.geometry().band_height();
   for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
-    for (int mcu = 0; mcu < reader.columns(); ++mcu) {
-      if (!reader.start_mcu()) return kOk;
-      for (int i = 0; i < count; ++i) {
-        const int h = reader.grid(i).h, v = reader.grid(i).v;
-        for (int y = 0; y < v; ++y) {
-          for (int x = 0; x < h; ++x) {
-            if (!blocks.decode(i, mcu * h + x, y)) return kOk;
-          }
-        }
-      }
-    }
-    if (!reader.intact()) return kOk;
-    band.flush();
+    if (!blocks.decode_row()) return kOk;
     TQ_TRY(band.deliver(sink, mcu_row * height));
   }
   return kOk;
 }
 
 void store_sequential_scan(ScanReader& reader, CoefficientStore& store) {
-  const auto decode = [&](int i, int column, int row) {
-    if (!reader.start_block()) return false;
-    alignas(32) BlockRoom block = {};
-    if (!next_dc(reader, i, block[0])) return false;
-    const Quantiser unweighted{};
-    if (!decode_ac(reader.bits(), reader.ac(i), unweighted, block).valid || !reader.intact()) {
-      return false;
-    }
-    std::int16_t* const blocks = store.row(reader.scan().components[i].index, row);
-    std::memcpy(blocks + std::ptrdiff_t{column} * kBlock, block, kBlock * sizeof(std::int16_t));
+  Quantiser ones;
+  ones.fill(1);
+  const Places places = places_of(ones);
+  store_blocks(reader, store, [&](BitReader& bits, int i, const StoredRow& row, int x) {
+    std::int16_t block[kBlock + 1] = {};
+    std::int32_t& predictor = reader.predictor(i);
+    if (!decode_dc(bits, reader.dc(i), predictor)) return false;
+    const AcResult ac = decode_ac(bits, reader.ac(i), places, block);
+    if (!ac.valid || !reader.source().intact(bits)) return false;
+    row.dc[x] = to_coefficient(predictor);
+    row.present[x] = ac.magnitude == 0 ? 0 : ~std::uint64_t{0};  // which ones is never asked
+    if (ac.magnitude != 0) std::memcpy(row.block(x), block, kBlock * sizeof(*block));
     return true;
-  };
-  for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
-    for (int mcu = 0; mcu < reader.columns(); ++mcu) {
-      if (!reader.start_mcu()) return;
-      for (int i = 0; i < reader.scan().count; ++i) {
-        const bool together = reader.interleaved();
-        const int h = together ? reader.grid(i).h : 1, v = together ? reader.grid(i).v : 1;
-        for (int y = 0; y < v; ++y) {
-          for (int x = 0; x < h; ++x) {
-            if (!decode(i, mcu * h + x, mcu_row * v + y)) return;
-          }
-        }
-      }
-    }
-  }
+  });
 }
 
 }  // namespace tq::formats

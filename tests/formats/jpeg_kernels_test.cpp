@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "formats/jpeg/kernels.h"
+#include "tests/support/jpeg_file.h"
 
 namespace tq::test {
 namespace {
@@ -53,48 +54,30 @@ TEST_F(JpegKernelsTest, InverseTransformsAgreeUpToTheirBound) {
           left -= most * table.steps[place];
         }
       }
-      std::uint8_t expected[16 * 8] = {}, pair[16 * 8] = {}, single[8 * 8 + 8] = {};
-      for (int i = 0; i < 2; ++i) inverse_transform(blocks[i], table, expected + 8 * i, 16);
+      // The first block alone, then both beside each other.
+      std::uint8_t expected[16 * 8] = {}, single[16 * 8] = {}, pair[16 * 8] = {};
+      inverse_transform(blocks[0], table, expected, 16);
+      kernels.inverse_small(blocks[0], table, single, 16);
+      ASSERT_TRUE(std::equal(expected, expected + 128, single)) << round;
+      inverse_transform(blocks[1], table, expected + 8, 16);
       kernels.inverse_small_pair({blocks[0], blocks[1]}, table, {pair, pair + 8}, 16);
       ASSERT_TRUE(std::equal(expected, expected + 128, pair)) << round;
-      kernels.inverse_small(blocks[0], table, single, 8);
-      EXPECT_EQ(single[64], 0);
-      for (int y = 0; y < 8; ++y) {
-        ASSERT_TRUE(std::equal(single + 8 * y, single + 8 * y + 8, expected + 16 * y)) << round;
-      }
+      ASSERT_EQ(kernels.ac_magnitude(blocks[0], table), ac_magnitude(blocks[0], table));
     }
   }
 }
 
-TEST_F(JpegKernelsTest, ForwardTransformsAgreeAndAreFourTimesOrthonormal) {
+TEST_F(JpegKernelsTest, ForwardTransformsAreFourTimesOrthonormal) {
   double worst = 0;
-  for (int round = 0; round < 5000; ++round) {
-    std::int16_t samples[kBlock], expected[kBlock], found[kBlock];
-    const int kind = below(4);
-    for (int i = 0; i < kBlock; ++i) {
-      const int extreme = below(2) != 0 ? 128 : -128;
-      samples[i] = static_cast<std::int16_t>(kind == 0 ? extreme : below(257) - 128);
-      if (kind == 1) samples[i] = static_cast<std::int16_t>(i % (1 + round % 9) < 3 ? 128 : -128);
-      if (kind == 2) samples[i] = static_cast<std::int16_t>(round % 257 - 128);
+  for (int round = 0; round < 200; ++round) {
+    std::int16_t samples[kBlock], found[kBlock];
+    for (std::int16_t& sample : samples) {
+      const int extreme = below(2) != 0 ? 128 : -129;
+      sample = static_cast<std::int16_t>(round % 2 == 0 ? extreme : below(258) - 129);
     }
-    forward_transform(samples, 8, expected);
-    for (const auto& features : feature_sets()) {
-      select_kernels(features).forward(samples, 8, found);
-      ASSERT_TRUE(std::equal(expected, expected + kBlock, found)) << round;
-    }
-    if (round > 200) continue;
-    for (int u = 0; u < 8; ++u) {
-      for (int v = 0; v < 8; ++v) {
-        double sum = 0;
-        for (int i = 0; i < kBlock; ++i) {
-          sum += samples[i] * std::cos((2 * (i % 8) + 1) * u * std::numbers::pi / 16) *
-                 std::cos((2 * (i / 8) + 1) * v * std::numbers::pi / 16);
-        }
-        if (u == 0) sum /= std::numbers::sqrt2;
-        if (v == 0) sum /= std::numbers::sqrt2;
-        worst = std::max(worst, std::abs(sum - expected[8 * v + u]));
-      }
-    }
+    forward_transform(samples, 8, found);
+    const std::vector<double> model = model_coefficients({samples, samples + kBlock});
+    for (int i = 0; i < kBlock; ++i) worst = std::max(worst, std::abs(4 * model[i] - found[i]));
   }
   // The factors have 10 bits; these are the largest samples, and values 4 times the coefficients.
   EXPECT_LT(worst, 10);
@@ -107,24 +90,48 @@ TEST_F(JpegKernelsTest, QuantisationIsTheDivisionByDefinition) {
     const QuantiseTable table = quantise_table(steps);
     for (int from = -4224; from < 4224; from += kBlock) {
       std::int16_t coefficients[kBlock];
-      QuantisedBlock expected, found;
+      QuantisedBlock found;
       for (int i = 0; i < kBlock; ++i)
         coefficients[kZigzag[i]] = static_cast<std::int16_t>(from + i);
-      quantise(coefficients, table, expected);
+      quantise(coefficients, table, found);
       for (int i = 0; i < kBlock; ++i) {
         const int value = from + i, amount = std::abs(value);
         const int result = step == 1 ? amount / 4 : (amount + 2 * step) / (4 * step);
-        ASSERT_EQ(expected.values[i], value < 0 ? -result : result) << step << " " << value;
-        ASSERT_EQ(expected.present >> i & 1, result != 0);
+        ASSERT_EQ(found.values[kZigzag[i]], value < 0 ? -result : result) << step << " " << value;
+        ASSERT_EQ(found.present >> i & 1, result != 0);
       }
-      for (const auto& features : feature_sets()) {
-        select_kernels(features).quantise(coefficients, table, found);
-        ASSERT_EQ(found.present, expected.present);
-        for (int i = 0; i < kBlock; ++i) {
-          if (i == 0 || (expected.present >> i & 1) != 0) {
-            ASSERT_EQ(found.values[i], expected.values[i]);
-          }
-        }
+    }
+  }
+}
+
+// Blocks of samples up to the largest, in the patterns that make single coefficients as large as
+// they can be, with every step.
+TEST_F(JpegKernelsTest, QuantisedBlocksAgree) {
+  constexpr int kBlocks = 7, kStride = 8 * kBlocks + 8;
+  for (int round = 0; round < 3000; ++round) {
+    std::vector<std::int16_t> samples(8 * kStride);
+    const int kind = below(3), u = below(8), v = below(8), period = 1 + below(9);
+    for (int i = 0; i < 8 * kStride; ++i) {
+      const int x = i % kStride % 8, y = i / kStride;
+      const bool bright = kind == 0 ? std::cos((2 * x + 1) * u * std::numbers::pi / 16) *
+                                              std::cos((2 * y + 1) * v * std::numbers::pi / 16) >
+                                          0
+                          : kind == 1 ? i % period < 3
+                                      : below(2) != 0;
+      samples[i] = static_cast<std::int16_t>(below(8) == 0 && kind != 0 ? below(258) - 129
+                                             : bright                   ? 128
+                                                                        : -129);
+    }
+    std::array<std::uint8_t, kBlock> steps;
+    for (auto& step : steps) step = static_cast<std::uint8_t>(1 + (round + below(4)) % 255);
+    const QuantiseTable table = quantise_table(steps);
+    QuantisedBlock expected[kBlocks], found[kBlocks + 1];
+    forward_blocks(samples.data(), kStride, kBlocks, table, expected);
+    for (const auto& features : feature_sets()) {
+      select_kernels(features).forward(samples.data(), kStride, kBlocks, table, found);
+      for (int i = 0; i < kBlocks; ++i) {
+        ASSERT_EQ(found[i].present, expected[i].present) << round;
+        ASSERT_TRUE(std::equal(found[i].values, found[i].values + kBlock, expected[i].values));
       }
     }
   }
@@ -138,7 +145,7 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
     cr[i] = static_cast<std::uint8_t>(i >> 8);
     y[i] = static_cast<std::uint8_t>(below(256));
   }
-  const auto convert = [&](const JpegKernels& k, bool halved, std::size_t at, int width) {
+  const auto convert = [&](const JpegKernels& k, bool halved, int at, int width) {
     std::vector<std::uint8_t> bgr(static_cast<std::size_t>(3 * (width + kKernelMargin)), 0x77);
     (halved ? k.ycc_to_bgr_halved : k.ycc_to_bgr)(&y[at], &cb[at], &cr[at], bgr.data(), width);
     bgr.resize(static_cast<std::size_t>(3 * width));
@@ -150,41 +157,43 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
     for (const bool halved : {false, true}) {
       EXPECT_EQ(convert(kernels, halved, 0, 65536), convert(portable, halved, 0, 65536));
       for (int width = 0; width <= 200; ++width) {
-        const auto at = static_cast<std::size_t>(width);
-        ASSERT_EQ(convert(kernels, halved, at, width), convert(portable, halved, at, width));
+        ASSERT_EQ(convert(kernels, halved, width, width), convert(portable, halved, width, width));
       }
     }
   }
-  EXPECT_EQ(cb[127], 127);
-  std::uint8_t bgr[3];
+  // 100 + 225, 100 - (43 - 91), 100 - 179
   const std::uint8_t middle = 100, low = 0, high = 255;
-  ycc_to_bgr(&middle, &high, &low, bgr, 1);  // + 225, - (43 - 91), - 179
+  std::uint8_t bgr[3];
+  ycc_to_bgr(&middle, &high, &low, bgr, 1);
   EXPECT_THAT(bgr, testing::ElementsAre(255, 148, 0));
 }
 
-TEST_F(JpegKernelsTest, EncoderColoursAgreeOnAllWidthsAndSteps) {
-  std::vector<std::uint8_t> bgr(3 * 5000);
-  for (std::size_t i = 0; i < bgr.size(); ++i) {
-    bgr[i] = static_cast<std::uint8_t>(below(4) == 0 ? 255 * below(2) : below(256));
+TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {
+  std::vector<std::uint8_t> pixels(3 * 5000);
+  for (std::uint8_t& byte : pixels) {
+    byte = static_cast<std::uint8_t>(below(4) == 0 ? 255 * below(2) : below(256));
   }
-  const JpegKernels portable = select_kernels({});
+  // Luminance with and without chroma, chroma, grey.
+  using Rows = std::array<std::vector<std::int16_t>, 5>;
+  const auto convert = [&](const JpegKernels& kernels, int width, int step) {
+    Rows rows;
+    for (auto& row : rows) row.assign(static_cast<std::size_t>(width + kKernelMargin), 0);
+    const std::uint8_t* from = &pixels[static_cast<std::size_t>(3 * width + step)];
+    kernels.bgr_to_luma(from, rows[0].data(), width);
+    kernels.bgr_to_ycc(from, step, rows[1].data(), rows[2].data(), rows[3].data(), width);
+    kernels.grey_to_luma(from, rows[4].data(), width);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const bool chroma = i == 2 || i == 3;
+      rows[i].resize(static_cast<std::size_t>(chroma ? (width + step - 1) / step : width));
+    }
+    return rows;
+  };
   for (const auto& features : feature_sets()) {
-    const JpegKernels kernels = select_kernels(features);
     for (int width = 0; width <= 200; ++width) {
       for (int step = 1; step <= 4; ++step) {
-        std::vector<std::int16_t> rows[2][3];
-        for (int i = 0; i < 2; ++i) {
-          const JpegKernels& k = i == 0 ? kernels : portable;
-          for (auto& row : rows[i]) row.assign(static_cast<std::size_t>(width + kKernelMargin), 0);
-          const std::uint8_t* from = &bgr[static_cast<std::size_t>(3 * width + step)];
-          k.bgr_to_luma(from, rows[i][0].data(), width);
-          k.bgr_to_chroma(from, step, rows[i][1].data(), rows[i][2].data(), width);
-          rows[i][0].resize(static_cast<std::size_t>(width));
-          for (int c = 1; c < 3; ++c) {
-            rows[i][c].resize(static_cast<std::size_t>((width + step - 1) / step));
-          }
-        }
-        for (int c = 0; c < 3; ++c) ASSERT_EQ(rows[0][c], rows[1][c]) << width << " " << step;
+        ASSERT_EQ(convert(select_kernels(features), width, step),
+                  convert(select_kernels({}), width, step))
+            << width << " " << step;
       }
     }
   }

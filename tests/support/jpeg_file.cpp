@@ -5,11 +5,10 @@
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <utility>
 
 namespace tq::test {
-namespace {
 
-// The zigzag sequence, walked.
 std::vector<int> zigzag() {
   std::vector<int> order;
   for (int sum = 0; sum < 15; ++sum) {
@@ -21,6 +20,8 @@ std::vector<int> zigzag() {
   return order;
 }
 
+namespace {
+
 int ceil_div(int a, int b) {
   return (a + b - 1) / b;
 }
@@ -31,6 +32,22 @@ int size_of(int value) {
   return size;
 }
 
+// How a component lies in the picture. The factors of an only one mean nothing.
+struct Sampling {
+  int h = 1, v = 1, h_most = 1, v_most = 1;
+};
+Sampling sampling_of(const JpegPicture& picture, int index) {
+  Sampling s;
+  if (picture.components.size() == 1) return s;
+  for (const JpegComponent& component : picture.components) {
+    s.h_most = std::max(s.h_most, component.h);
+    s.v_most = std::max(s.v_most, component.v);
+  }
+  s.h = picture.components[index].h;
+  s.v = picture.components[index].v;
+  return s;
+}
+
 // All 256 symbols: 100 codes of 8 bits, 156 of 12.
 constexpr int kShortCodes = 100;
 
@@ -38,28 +55,26 @@ class BitPacker {
  public:
   explicit BitPacker(Bytes& out) : out_(out) {}
   void bits(int value, int count) {
-    for (int i = count - 1; i >= 0; --i) bit(value >> i & 1);
-  }
-  void symbol(int symbol) {
-    if (symbol < kShortCodes) {
-      bits(symbol, 8);
-    } else {
-      bits((kShortCodes << 4) + symbol - kShortCodes, 12);
+    for (int i = count - 1; i >= 0; --i) {
+      byte_ = byte_ << 1 | (value >> i & 1);
+      if (++filled_ < 8) continue;
+      out_.push_back(static_cast<std::uint8_t>(byte_));
+      if (out_.back() == 0xFF) out_.push_back(0);
+      byte_ = filled_ = 0;
     }
   }
-  void value(int value) { bits(value < 0 ? value - 1 : value, size_of(value)); }
-  void align() {
-    while (filled_ != 0) bit(1);
+  void symbol(int symbol) {
+    const bool is_short = symbol < kShortCodes;
+    bits(is_short ? symbol : (kShortCodes << 4) + symbol - kShortCodes, is_short ? 8 : 12);
   }
+  void value(int value) { bits(value < 0 ? value - 1 : value, size_of(value)); }
+  void flags(std::vector<int>& flags) {
+    for (const int flag : flags) bits(flag, 1);
+    flags.clear();
+  }
+  void align() { bits(0x7F, -filled_ & 7); }
 
  private:
-  void bit(int bit) {
-    byte_ = byte_ << 1 | bit;
-    if (++filled_ < 8) return;
-    out_.push_back(static_cast<std::uint8_t>(byte_));
-    if (out_.back() == 0xFF) out_.push_back(0);
-    byte_ = filled_ = 0;
-  }
   Bytes& out_;
   int byte_ = 0, filled_ = 0;
 };
@@ -71,19 +86,19 @@ class ScanWriter {
       : picture_(picture), scan_(scan), out_(out), pack_(out) {}
 
   void write() {
+    const int index = scan_.components[0];
+    const JpegComponent& first = picture_.components[index];
+    const Sampling sampling = sampling_of(picture_, index);
     const bool alone = scan_.components.size() == 1;
-    const JpegComponent& first = picture_.components[scan_.components[0]];
-    const int h = picture_.components.size() == 1 ? 1 : first.h;
-    const int v = picture_.components.size() == 1 ? 1 : first.v;
-    const int columns = alone ? first.used_columns : first.columns / h;
-    const int rows = alone ? first.used_rows : first.rows / v;
+    const int columns = alone ? first.used_columns : first.columns / sampling.h;
+    const int rows = alone ? first.used_rows : first.rows / sampling.v;
     int done = 0;
     for (int row = 0; row < rows; ++row) {
       for (int column = 0; column < columns; ++column, ++done) {
         if (picture_.restart_interval != 0 && done != 0 && done % picture_.restart_interval == 0) {
           restart(done / picture_.restart_interval - 1);
         }
-        for (const int index : scan_.components) mcu(index, alone, column, row);
+        for (const int i : scan_.components) mcu(i, alone, column, row);
       }
     }
     end_run();
@@ -110,101 +125,64 @@ class ScanWriter {
   }
 
   void block(int index, const std::vector<int>& coefficients) {
-    if (!picture_.progressive) {
-      dc(index, coefficients[0], 0);
-      ac(coefficients, 1, 63, 0);
+    if (scan_.first == 0 && scan_.high == 0) {
+      const int shifted = coefficients[0] >> scan_.low;
+      const int difference = shifted - std::exchange(predictors_[index], shifted);
+      pack_.symbol(size_of(difference));
+      pack_.value(difference);
     } else if (scan_.first == 0) {
-      if (scan_.high == 0) {
-        dc(index, coefficients[0], scan_.low);
-      } else {
-        pack_.bits(coefficients[0] >> scan_.low & 1, 1);
-      }
-    } else if (scan_.high == 0) {
-      ac(coefficients, scan_.first, scan_.last, scan_.low);
-    } else {
-      refine(coefficients);
+      pack_.bits(coefficients[0] >> scan_.low, 1);
     }
+    if (!picture_.progressive || scan_.first > 0) ac(coefficients);
   }
 
-  void dc(int index, int value, int low) {
-    const int shifted = value >> low;
-    const int difference = shifted - predictors_[index];
-    predictors_[index] = shifted;
-    pack_.symbol(size_of(difference));
-    pack_.value(difference);
-  }
-
-  void ac(const std::vector<int>& coefficients, int first, int last, int low) {
-    int run = 0;
-    for (int k = first; k <= last; ++k) {
-      const int value = coefficients[kOrder[k]] / (1 << low);
-      if (value == 0) {
-        ++run;
-        continue;
-      }
-      end_run();
-      for (; run > 15; run -= 16) pack_.symbol(0xF0);
-      pack_.symbol(run << 4 | size_of(value));
-      pack_.value(value);
-      run = 0;
-    }
-    if (run == 0) return;
-    if (picture_.progressive) {
-      ++ended_;
-      if (ended_ == 0x7FFF) end_run();
-    } else {
-      pack_.symbol(0);
-    }
-  }
-
-  void refine(const std::vector<int>& coefficients) {
-    const int low = scan_.low;
-    const auto amount = [&](int k) { return std::abs(coefficients[kOrder[k]]) >> low; };
-    int last_new = 0;
-    for (int k = scan_.first; k <= scan_.last; ++k) {
-      if (amount(k) == 1) last_new = k;
-    }
+  // Values, and in a refining scan a bit for each older one, behind the new one that follows.
+  void ac(const std::vector<int>& coefficients) {
+    const int first = std::max(scan_.first, 1);
+    const auto value = [&](int k) { return coefficients[order_[k]] / (1 << scan_.low); };
+    const auto is_new = [&](int k) {
+      return value(k) != 0 && (scan_.high == 0 || std::abs(value(k)) == 1);
+    };
+    int last_new = scan_.last;
+    while (last_new >= first && !is_new(last_new)) --last_new;
     int run = 0;
     std::vector<int> corrections;
-    for (int k = scan_.first; k <= scan_.last; ++k) {
-      if (amount(k) == 0) {
+    for (int k = first; k <= scan_.last; ++k) {
+      if (value(k) == 0) {
         ++run;
         continue;
       }
       for (; run > 15 && k <= last_new; run -= 16) {
         end_run();
         pack_.symbol(0xF0);
-        for (const int bit : corrections) pack_.bits(bit, 1);
-        corrections.clear();
+        pack_.flags(corrections);
       }
-      if (amount(k) > 1) {
-        corrections.push_back(amount(k) & 1);
+      if (!is_new(k)) {
+        corrections.push_back(value(k) & 1);
         continue;
       }
       end_run();
-      pack_.symbol(run << 4 | 1);
-      pack_.bits(coefficients[kOrder[k]] < 0 ? 0 : 1, 1);
-      for (const int bit : corrections) pack_.bits(bit, 1);
-      corrections.clear();
+      pack_.symbol(run << 4 | size_of(value(k)));
+      pack_.value(value(k));
+      pack_.flags(corrections);
       run = 0;
     }
     if (run == 0 && corrections.empty()) return;
-    ++ended_;
+    if (!picture_.progressive) return pack_.symbol(0);
     corrections_.insert(corrections_.end(), corrections.begin(), corrections.end());
-    if (ended_ == 0x7FFF) end_run();
+    if (++ended_ == 0x7FFF) end_run();
   }
 
   void end_run() {
     if (ended_ == 0) return;
     const int size = size_of(ended_) - 1;
     pack_.symbol(size << 4);
-    pack_.bits(ended_ - (1 << size), size);
-    for (const int bit : corrections_) pack_.bits(bit, 1);
-    corrections_.clear();
+    pack_.bits(ended_, size);
+    pack_.flags(corrections_);
     ended_ = 0;
   }
 
-  const std::vector<int> kOrder = zigzag();
+  const std::vector<int> order_ = zigzag();
   const JpegPicture& picture_;
   const JpegScan& scan_;
   Bytes& out_;
@@ -221,24 +199,40 @@ std::uint8_t byte(int value) {
   return static_cast<std::uint8_t>(value);
 }
 
+// A row of samples before the level shift, exact: the inverse transform by its definition.
+std::vector<double> model_samples(const JpegPicture& picture, int index, int y) {
+  const JpegComponent& component = picture.components[index];
+  const std::vector<int>& steps = picture.quantisers[component.quantiser];
+  const auto wave = [](int x, int u) {
+    return std::cos((2 * x + 1) * u * std::numbers::pi / 16) *
+           (u == 0 ? std::numbers::sqrt2 / 2 : 1);
+  };
+  std::vector<double> row;
+  for (int column = 0; column < component.columns; ++column) {
+    const auto& block = component.blocks[(y / 8) * component.columns + column];
+    for (int x = 0; x < 8; ++x) {
+      double sum = 0;
+      for (int i = 0; i < 64; ++i) {
+        if (block[i] == 0) continue;
+        sum += block[i] * steps[i] * wave(x, i % 8) * wave(y % 8, i / 8) / 4;
+      }
+      row.push_back(sum);
+    }
+  }
+  return row;
+}
+
 }  // namespace
 
 void random_coefficients(JpegPicture& picture, unsigned seed, int amount) {
   std::mt19937 random(seed);
   const auto below = [&](int limit) { return static_cast<int>(random() % unsigned(limit)); };
-  int h_most = 1, v_most = 1;
-  for (const JpegComponent& component : picture.components) {
-    h_most = std::max(h_most, component.h);
-    v_most = std::max(v_most, component.v);
-  }
-  const bool single = picture.components.size() == 1;
-  for (JpegComponent& component : picture.components) {
-    const int h = single ? 1 : component.h, v = single ? 1 : component.v;
-    const int hm = single ? 1 : h_most, vm = single ? 1 : v_most;
-    component.columns = ceil_div(picture.width, 8 * hm) * h;
-    component.rows = ceil_div(picture.height, 8 * vm) * v;
-    component.used_columns = ceil_div(ceil_div(picture.width * h, hm), 8);
-    component.used_rows = ceil_div(ceil_div(picture.height * v, vm), 8);
+  for (int index = 0; JpegComponent & component : picture.components) {
+    const auto [h, v, h_most, v_most] = sampling_of(picture, index++);
+    component.columns = ceil_div(picture.width, 8 * h_most) * h;
+    component.rows = ceil_div(picture.height, 8 * v_most) * v;
+    component.used_columns = ceil_div(ceil_div(picture.width * h, h_most), 8);
+    component.used_rows = ceil_div(ceil_div(picture.height * v, v_most), 8);
     component.blocks.assign(component.columns * component.rows, std::vector<int>(64));
     for (auto& block : component.blocks) {
       block[0] = below(8 * amount) - 4 * amount;
@@ -265,10 +259,12 @@ Bytes jpeg_file(const JpegPicture& picture) {
   Bytes out{0xFF, 0xD8};
   append(out, picture.extra);
   for (std::size_t i = 0; i < picture.quantisers.size(); ++i) {
-    Bytes table{byte(static_cast<int>(i) | (picture.sixteen_bit_quantisers ? 0x10 : 0))};
+    const std::vector<int>& steps = picture.quantisers[i];
+    const bool wide = *std::max_element(steps.begin(), steps.end()) > 255;
+    Bytes table{byte(static_cast<int>(i) | (wide ? 0x10 : 0))};
     for (const int place : order) {
-      if (picture.sixteen_bit_quantisers) table.push_back(byte(picture.quantisers[i][place] >> 8));
-      table.push_back(byte(picture.quantisers[i][place]));
+      if (wide) table.push_back(byte(steps[place] >> 8));
+      table.push_back(byte(steps[place]));
     }
     append(out, jpeg_segment(0xDB, table));
   }
@@ -294,11 +290,10 @@ Bytes jpeg_file(const JpegPicture& picture) {
   }
   std::vector<JpegScan> scans = picture.scans;
   if (scans.empty()) {
-    JpegScan all;
-    for (int i = 0; i < static_cast<int>(picture.components.size()); ++i) {
-      all.components.push_back(i);
+    scans.resize(1);
+    for (std::size_t i = 0; i < picture.components.size(); ++i) {
+      scans[0].components.push_back(static_cast<int>(i));
     }
-    scans.push_back(all);
   }
   for (const JpegScan& scan : scans) {
     Bytes header{byte(int(scan.components.size()))};
@@ -311,63 +306,47 @@ Bytes jpeg_file(const JpegPicture& picture) {
   return out;
 }
 
-std::vector<double> model_samples(const JpegPicture& picture, int index, int y) {
-  const JpegComponent& component = picture.components[index];
-  const std::vector<int>& steps = picture.quantisers[component.quantiser];
-  std::vector<double> row;
-  for (int column = 0; column < component.columns; ++column) {
-    const auto& block = component.blocks[(y / 8) * component.columns + column];
-    for (int x = 0; x < 8; ++x) {
-      double sum = 0;
-      for (int i = 0; i < 64; ++i) {
-        if (block[i] == 0) continue;
-        const int u = i % 8, v = i / 8;
-        const double scale =
-            (u == 0 ? std::numbers::sqrt2 / 2 : 1) * (v == 0 ? std::numbers::sqrt2 / 2 : 1) / 4;
-        sum += scale * block[i] * steps[i] * std::cos((2 * x + 1) * u * std::numbers::pi / 16) *
-               std::cos((2 * (y % 8) + 1) * v * std::numbers::pi / 16);
-      }
-      row.push_back(sum);
+std::vector<double> model_coefficients(const std::vector<double>& samples) {
+  std::vector<double> coefficients(64);
+  for (int k = 0; k < 64; ++k) {
+    for (int i = 0; i < 64; ++i) {
+      coefficients[k] += samples[i] *
+                         std::cos((2 * (i % 8) + 1) * (k % 8) * std::numbers::pi / 16) *
+                         std::cos((2 * (i / 8) + 1) * (k / 8) * std::numbers::pi / 16) / 4;
     }
+    if (k % 8 == 0) coefficients[k] /= std::numbers::sqrt2;
+    if (k / 8 == 0) coefficients[k] /= std::numbers::sqrt2;
   }
-  return row;
+  return coefficients;
 }
 
 std::vector<std::vector<double>> model_rows(const JpegPicture& picture) {
-  const std::size_t count = picture.components.size();
-  int h_most = 1, v_most = 1;
-  for (const JpegComponent& component : picture.components) {
-    h_most = std::max(h_most, component.h);
-    v_most = std::max(v_most, component.v);
-  }
+  const int count = static_cast<int>(picture.components.size());
   const auto limited = [](double value) { return std::clamp(value, 0.0, 255.0); };
   std::vector<std::vector<double>> rows;
   for (int y = 0; y < picture.height; ++y) {
     std::vector<std::vector<double>> planes;
-    for (std::size_t i = 0; i < count; ++i) {
-      const int v = count == 1 ? 1 : picture.components[i].v;
-      planes.push_back(
-          model_samples(picture, static_cast<int>(i), y * v / (count == 1 ? 1 : v_most)));
+    for (int i = 0; i < count; ++i) {
+      const Sampling sampling = sampling_of(picture, i);
+      planes.push_back(model_samples(picture, i, y * sampling.v / sampling.v_most));
     }
-    std::vector<double> row;
+    std::vector<double>& row = rows.emplace_back();
     for (int x = 0; x < picture.width; ++x) {
       std::vector<double> s;
-      for (std::size_t i = 0; i < count; ++i) {
-        const JpegComponent& c = picture.components[i];
-        s.push_back(std::clamp(planes[i][count == 1 ? x : x * c.h / h_most], -128.0, 127.0));
+      for (int i = 0; i < count; ++i) {
+        const Sampling sampling = sampling_of(picture, i);
+        s.push_back(std::clamp(planes[i][x * sampling.h / sampling.h_most], -128.0, 127.0));
       }
-      if (count == 3) {
-        // What chroma adds is cut towards zero.
-        for (double& sample : s) sample = std::floor(sample + 0.5);
-        row.push_back(limited(s[0] + std::trunc(1.772 * s[1]) + 128));
-        row.push_back(
-            limited(s[0] - std::trunc(0.34414 * s[1]) - std::trunc(0.71414 * s[2]) + 128));
-        row.push_back(limited(s[0] + std::trunc(1.402 * s[2]) + 128));
-      } else {
+      if (count != 3) {
         for (const double sample : s) row.push_back(sample + 128);
+        continue;
       }
+      // What chroma adds is cut towards zero.
+      for (double& sample : s) sample = std::floor(sample + 0.5);
+      row.push_back(limited(s[0] + std::trunc(1.772 * s[1]) + 128));
+      row.push_back(limited(s[0] - std::trunc(0.34414 * s[1]) - std::trunc(0.71414 * s[2]) + 128));
+      row.push_back(limited(s[0] + std::trunc(1.402 * s[2]) + 128));
     }
-    rows.push_back(row);
   }
   return rows;
 }
@@ -375,18 +354,17 @@ std::vector<std::vector<double>> model_rows(const JpegPicture& picture) {
 Difference difference(const std::vector<std::vector<double>>& model,
                       const std::vector<Bytes>& rows) {
   Difference result;
-  double sum = 0, count = 0;
+  double count = 0;
   if (model.size() != rows.size()) return {1e9, 1e9};
   for (std::size_t y = 0; y < rows.size(); ++y) {
     if (rows[y].size() < model[y].size()) return {1e9, 1e9};
-    for (std::size_t x = 0; x < model[y].size(); ++x) {
+    for (std::size_t x = 0; x < model[y].size(); ++x, ++count) {
       const double d = std::abs(model[y][x] - rows[y][x]);
       result.largest = std::max(result.largest, d);
-      sum += d;
-      ++count;
+      result.mean += d;
     }
   }
-  result.mean = sum / count;
+  result.mean /= count;
   return result;
 }
 

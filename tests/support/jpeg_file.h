@@ -30,9 +30,8 @@ struct JpegPicture {
   int restart_interval = 0;
   std::vector<JpegComponent> components{};
   std::vector<JpegScan> scans{};               // empty: all components in one
-  std::vector<std::vector<int>> quantisers{};  // 64 steps each, row by row
+  std::vector<std::vector<int>> quantisers{};  // 64 steps each, row by row; 8 bits if that will do
   Bytes extra{};                               // segments behind SOI
-  bool sixteen_bit_quantisers = false;
 };
 
 // Blocks with few coefficients, most of them small; the same for the same seed.
@@ -44,11 +43,14 @@ Bytes jpeg_file(const JpegPicture& picture);
 Bytes jpeg_segment(int marker, const Bytes& content);
 Bytes adobe_segment(int transform);
 
-// Samples before the level shift, exact: the inverse transform by its definition.
-std::vector<double> model_samples(const JpegPicture& picture, int component, int y);
+// The zigzag sequence, walked.
+std::vector<int> zigzag();
 
-// The rows of the picture in the order of a DIB's bytes, without padding; three components are
-// taken as YCbCr, four as they are.
+// The orthonormal coefficients of 64 samples, row by row, by definition.
+std::vector<double> model_coefficients(const std::vector<double>& samples);
+
+// The rows of the picture in the order of a DIB's bytes, without padding, by the definition of the
+// inverse transform; three components are taken as YCbCr, others as they are.
 std::vector<std::vector<double>> model_rows(const JpegPicture& picture);
 
 // The largest and the mean difference of rows of bytes to those of the model.

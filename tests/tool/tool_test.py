@@ -75,6 +75,8 @@ class Usage(ToolTest):
                 (["convert", "a.bmp", "."], "needs --code"),
                 (["convert", "--code", "bmq", "a.bmp", "x"], "unknown file type code 'bmq'"),
                 (["convert", "a.bmp", "x.bmp", "--crop"], "--crop needs a value"),
+                (["convert", "--quality", "101", "a.bmp", "x.jpg"], "--quality takes a number"),
+                (["convert", "--sampling", "4x3", "a.bmp", "x.jpg"], "products up to 8"),
                 (["convert", "--crop", "1,2,3", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
                 (["convert", "--crop", "0,0,0,5", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
                 (["convert", "--crop", "0,0,9999999999,5", "a.bmp", "x.bmp"], "--crop takes"),
@@ -279,6 +281,22 @@ class Conversions(ToolTest):
                          "a.bmp", "b.bmp")
         self.assertEqual((self.folder / "b.bmp").read_bytes(), source.read_bytes(), done.stderr)
         self.succeed("convert", "-q", "--size", "300x40", "a.bmp", "b.bmp")
+
+    def test_quality_and_sampling_of_every_result(self):
+        self.write_picture("b.bmp", 64, 64)
+        self.succeed("gray", "b.bmp", "a.bmp")
+        def results(*options):
+            self.succeed("convert", "--code", "jpeg", *options, "a.bmp", "b.bmp", "out/")
+            return [(self.folder / "out" / name).read_bytes() for name in ("a.jpg", "b.jpg")]
+        sizes = {quality: [len(file) for file in results("--quality", quality)] for quality in (10, 50, 90)}
+        for i in range(2):
+            self.assertLess(sizes[10][i], sizes[50][i])
+            self.assertLess(sizes[50][i], sizes[90][i])
+        # The factors of the first component in SOF0; the grey image in front does not change them.
+        for options, factors in (((), 0x21), (("--sampling", "2x2"), 0x22), (("--sampling=1x1",), 0x11)):
+            grey, colour = results(*options)
+            self.assertEqual(grey[grey.index(b"\xFF\xC0") + 11], 0x11)
+            self.assertEqual(colour[colour.index(b"\xFF\xC0") + 11], factors)
 
     def test_standard_input_and_output(self):
         for bits in (1, 24):

@@ -26,6 +26,10 @@ constexpr Option kOptions[] = {
     {"dither-mode", 0, "N",
      "how --reduce maps colours: 2 to the nearest one,\nany other number by an ordered dither "
      "(default)"},
+    {"quality", 0, "N", "of jpeg and pdf: 1 (smallest file) to 100 (best)"},
+    {"sampling", 0, "HxV",
+     "of jpeg and pdf: pixels per colour sample across and\ndown, 1x1, 2x1 (default), 2x2; grey "
+     "has none"},
     {"page", 0, "N", "the page to take, from 1 on"},
     {"output", 'o', "OUT", "the result; all operands are inputs then"},
     {"quiet", 'q', nullptr, "no notes and no progress bar"},
@@ -43,6 +47,7 @@ struct Plan {
   std::optional<Rect> crop;
   std::optional<Rect> rect;
   std::optional<Size> size;
+  Size sampling = {2, 1};
   bool quiet = false;
   bool verbose = false;
 };
@@ -136,6 +141,16 @@ void apply_settings(const Arguments& arguments, const Plan& plan) {
   if (const auto mode = arguments.number("dither-mode", 0, 0x7FFFFFFF)) {
     IMGLOW_set_dithermode(*mode);
   }
+  if (const auto quality = arguments.number("quality", 1, 100)) IMGLOW_set_comp_quality(*quality);
+}
+
+// A JPEG file may have ten blocks in a unit, two of them for colour.
+Size parse_sampling(const std::string& text) {
+  const Size sampling = parse_size("sampling", text);
+  if (sampling.width > 4 || sampling.height > 4 || sampling.width * sampling.height > 8) {
+    throw UsageError("--sampling takes factors up to 4 and products up to 8");
+  }
+  return sampling;
 }
 
 Plan make_plan(const Arguments& arguments, bool appends) {
@@ -149,6 +164,7 @@ Plan make_plan(const Arguments& arguments, bool appends) {
   if (const auto text = arguments.value("rect")) plan.rect = parse_rect("rect", *text);
   if (const auto text = arguments.value("size")) plan.size = parse_size("size", *text);
   if (plan.rect && plan.size) throw UsageError("--rect and --size exclude each other; see --crop");
+  if (const auto text = arguments.value("sampling")) plan.sampling = parse_sampling(*text);
   plan.quiet = arguments.has("quiet");
   plan.verbose = arguments.has("verbose");
   if (plan.out == "-" && is_terminal(stdout)) {
@@ -186,11 +202,13 @@ void prepare_decode(const Plan& plan, const Input& input) {
   }
 }
 
-std::int32_t save(const Image& image, const std::optional<Rect>& crop, const Output& output,
-                  std::int32_t code, Progress& progress) {
+std::int32_t save(const Plan& plan, const Image& image, const std::optional<Rect>& crop,
+                  const Output& output, Progress& progress) {
   rewind_stream(output.stream());  // documents begin there, also when a page is added
-  if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), code);
-  return CroppedRows(image.handle(), *crop, progress).save(output.stream(), code);
+  // A grey image changes the setting for those that follow.
+  IMGLOW_set_jpg_interleave(plan.sampling.width, plan.sampling.height);
+  if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), plan.code);
+  return CroppedRows(image.handle(), *crop, progress).save(output.stream(), plan.code);
 }
 
 // Decodes one input and saves it to the output that `open` gives; that may be the same file.
@@ -213,7 +231,7 @@ void save_input(const Plan& plan, const std::string& from, Progress& progress, O
   }
   progress.begin_stage("writing");
   Output& output = open();
-  check(output.label(), save(image, crop, output, plan.code, progress));
+  check(output.label(), save(plan, image, crop, output, progress));
   progress.clear();
   if (plan.verbose && !plan.quiet) {
     const FileCode* const type = find_code(plan.code);

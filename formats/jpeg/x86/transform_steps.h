@@ -1,0 +1,38 @@
+// What the transforms of both directions are made of, in whatever registers have been included.
+#pragma once
+
+// Values that stay in registers must not be in loops when these are assigned.
+#define TQ_UNROLLED _Pragma("GCC unroll 8")
+
+namespace tq::formats::x86 {
+namespace {
+
+// x * k >> 10 as one high product: 64 k is kOver times 65536 more than the factor.
+template <int kFactor>
+TQ_TARGET Vector scaled(Vector x) {
+  constexpr int kOver = (64 * kFactor + 32768) >> 16;
+  Vector product = high_product(x, all16(64 * kFactor - 65536 * kOver));
+  TQ_UNROLLED for (int i = 0; i < kOver; ++i) product = add16(product, x);
+  return product;
+}
+
+TQ_TARGET void transpose(Vector (&x)[8]) {
+  Vector a[8], b[8];
+  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
+    a[2 * i] = low16(x[2 * i], x[2 * i + 1]);
+    a[2 * i + 1] = high16(x[2 * i], x[2 * i + 1]);
+  }
+  TQ_UNROLLED for (int i = 0; i < 8; i += 4) {
+    b[i] = low32(a[i], a[i + 2]);
+    b[i + 1] = high32(a[i], a[i + 2]);
+    b[i + 2] = low32(a[i + 1], a[i + 3]);
+    b[i + 3] = high32(a[i + 1], a[i + 3]);
+  }
+  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
+    x[2 * i] = low64(b[i], b[4 + i]);
+    x[2 * i + 1] = high64(b[i], b[4 + i]);
+  }
+}
+
+}  // namespace
+}  // namespace tq::formats::x86

@@ -1,0 +1,116 @@
+// The same files and pixels on every machine and with every set of kernels: digests of what the
+// encoder writes and of what the decoder makes of it.
+#include <gtest/gtest.h>
+
+#include <string_view>
+
+#include "formats/jpeg/jpeg.h"
+#include "platform/cpu.h"
+#include "tests/support/collecting_sink.h"
+#include "tests/support/memory_file.h"
+
+namespace tq::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Wide enough for several batches of blocks, and no multiple of a block.
+constexpr int kWidth = 1107, kHeight = 37;
+
+// FNV-1a.
+class Digest {
+ public:
+  void add(const Bytes& bytes) {
+    for (const std::uint8_t byte : bytes) value_ = (value_ ^ byte) * 0x100000001B3;
+  }
+  std::uint64_t value() const { return value_; }
+
+ private:
+  std::uint64_t value_ = 0xCBF29CE484222325;
+};
+
+// Gentle slopes with a little noise, pure noise, and blocks of the darkest and the brightest.
+enum class Content : std::uint8_t { slopes, noise, extremes };
+std::vector<Bytes> rows_of(Content content, int bits) {
+  std::vector<Bytes> rows;
+  std::uint32_t random = 1;
+  for (int y = 0; y < kHeight; ++y) {
+    Bytes row(static_cast<std::size_t>(row_bytes(kWidth, bits)));
+    const int bytes = bits / 8;
+    for (int i = 0; i < kWidth * bytes; ++i) {
+      const int x = i / bytes, channel = i % bytes;
+      random = random * 1664525 + 1013904223;
+      const auto noise = static_cast<int>(random >> 24);
+      const int slope = (x * (channel + 1) / 4 + y * 3) % 240 + noise % 12;
+      const int extreme = (x * x / 50 + y * (channel + 2)) % 7 < 3 ? 0 : 255;
+      row[static_cast<std::size_t>(i)] =
+          static_cast<std::uint8_t>(content == Content::slopes  ? slope
+                                    : content == Content::noise ? noise
+                                                                : extreme);
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+enum class Palette : std::uint8_t { grey, colour };
+struct Case {
+  int bits;
+  Palette palette;
+  int h, v;
+  std::uint64_t files, pixels;
+};
+const Case kCases[] = {
+    {8, Palette::grey, 1, 1, 0xAF0E12BBF2137150, 0xD8CA87950AFC5608},
+    {8, Palette::colour, 2, 1, 0x0A184ABA7EA3A6A2, 0xAFB6DD4462058F1F},
+    {24, Palette::grey, 1, 1, 0xDCD5C2CC9E5249EA, 0x01C8936B638DAA15},
+    {24, Palette::grey, 2, 1, 0xEE4B71F3B4E510A2, 0xE499A6C9BFF18431},
+    {24, Palette::grey, 2, 2, 0xCDA8552E07872A7A, 0x3D78BDEEDEEBCBC0},
+    {24, Palette::grey, 3, 1, 0x5A8F3C0C3EBF1D76, 0xD7AAC7F728A202D5},
+    {24, Palette::grey, 4, 2, 0x08622ADB5E7C8262, 0xE68A5B62E2E80702},
+    {32, Palette::grey, 1, 2, 0x3889096FBC0F45C6, 0xDF4380F0E11B67BD},
+};
+
+// All qualities that matter: every step at its largest, some in between, every step 1.
+void encode_and_decode(const Case& c, Digest& files, Digest& pixels) {
+  HeaderBlock image = dib_header(kWidth, kHeight, c.bits);
+  for (std::size_t i = 0; i < 256; ++i) {
+    const auto level = static_cast<std::uint8_t>(255 - i);
+    image.palette[i] = {level, level, level, 0};
+    if (c.palette == Palette::colour) image.palette[i].red = static_cast<std::uint8_t>(i * 7);
+  }
+  for (const int quality : {1, 30, 75, 90, 100}) {
+    for (const Content content : {Content::slopes, Content::noise, Content::extremes}) {
+      formats::set_jpeg_quality(quality);
+      formats::set_jpeg_sampling(c.h, c.v);
+      GivenRows given(rows_of(content, c.bits));
+      MemoryFile file;
+      ASSERT_EQ(formats::encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}), kOk);
+      files.add(file.bytes);
+      // Between the header and the rest of the data whole pieces are written, which callers see.
+      for (std::size_t i = 1; i + 2 < file.counts.size(); ++i) EXPECT_EQ(file.counts[i], 20000);
+      file.position = 0;
+      CollectingSink sink;
+      ASSERT_EQ(formats::decode_jpeg({MemoryFile::kHandle, 0, sink.sink()}), kOk);
+      for (const Bytes& row : sink.image()) pixels.add(row);
+    }
+  }
+}
+
+TEST(JpegDigest, FilesAndPixelsAreTheSameEverywhere) {
+  const platform::CpuFeatures sets[] = {
+      {}, {.sse2 = true}, {.sse2 = true, .ssse3 = true}, {true, true, true, true, true}};
+  for (const platform::CpuFeatures& features : sets) {
+    platform::mask_cpu_features(features);
+    for (const Case& c : kCases) {
+      Digest files, pixels;
+      encode_and_decode(c, files, pixels);
+      EXPECT_EQ(std::pair(files.value(), pixels.value()), std::pair(c.files, c.pixels))
+          << c.bits << " bits, " << c.h << " x " << c.v << ", AVX2 " << features.avx2 << std::hex
+          << ": 0x" << files.value() << ", 0x" << pixels.value();
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tq::test

@@ -1,0 +1,146 @@
+#!/usr/bin/env python3
+"""JPEG files of cjpeg read here and by djpeg, and files from here read by djpeg and Pillow.
+
+    jpeg_peers.py LIBRARY     exit code 77 without Pillow, cjpeg or djpeg"""
+import io
+import math
+import pathlib
+import random
+import shutil
+import sys
+import tempfile
+
+try:
+    from PIL import Image, ImageChops, ImageFilter, ImageStat
+except ImportError:
+    sys.exit(77)
+from library import Library
+from pcx_peers import failures, pack, run
+
+SAMPLINGS = ("1x1", "2x1", "2x2", "1x2", "4x1", "4x2", "2x4", "2x2,2x1,2x1", "2x2,1x2,2x1", "grey")
+SIZES = ((1, 1), (7, 9), (8, 8), (17, 16), (33, 31), (64, 40), (131, 67))
+OPTIONS = ((), ("-restart", "1"), ("-restart", "3B"), ("-progressive",), ("-progressive", "-restart", "2B"),
+           ("-optimize",))
+worst = {}
+
+
+def photo(width, height, seed):
+    """Soft shapes with some grain, so that neither smooth nor rough blocks are missing."""
+    state = random.Random(seed)
+    small = Image.new("RGB", (width // 6 + 2, height // 6 + 2))
+    small.putdata([tuple(state.randint(0, 255) for _ in range(3)) for _ in range(small.width * small.height)])
+    soft = small.resize((width, height), Image.BICUBIC).filter(ImageFilter.GaussianBlur(1))
+    grain = Image.frombytes("RGB", (width, height), state.randbytes(3 * width * height))
+    return Image.blend(soft, grain, 0.06)
+
+
+def psnr(left, right):
+    if left.size != right.size:
+        return 0
+    statistics = ImageStat.Stat(ImageChops.difference(left.convert("RGB"), right.convert("RGB")))
+    error = sum(statistics.sum2) / sum(statistics.count)
+    return 10 * math.log10(255 * 255 / error) if error else 99
+
+
+def netpbm(image):
+    data = io.BytesIO()
+    image.save(data, "PPM")
+    return data.getvalue()
+
+
+def djpeg(name):
+    return Image.open(io.BytesIO(run("djpeg", "-dct", "int", "-nosmooth", name)))
+
+
+def least(size):
+    """Chroma is cut here and rounded there; in tiny pictures that may happen to add up."""
+    return 45 if size[0] * size[1] >= 1000 else 43
+
+
+def close(what, found, wanted, case):
+    worst[what] = min(worst.get(what, 99), found)
+    if found < wanted:
+        failures.append(f"{what}: {found:.1f} dB, {case}")
+
+
+def read_here(library, name):
+    image = library.open(str(name))
+    pixels = library.rgb(image)
+    library.delete(image)
+    return pixels
+
+
+def read_theirs(library, folder):
+    """Every quality and every sampling with every option; replicated chroma is the same treatment."""
+    name = folder / "theirs.jpg"
+    cases = [(quality, SAMPLINGS[quality % len(SAMPLINGS)], OPTIONS[quality % len(OPTIONS)]) for quality in range(1, 101)]
+    cases += [(75, sampling, options) for sampling in SAMPLINGS for options in OPTIONS]
+    for i, (quality, sampling, options) in enumerate(cases):
+        size = SIZES[i % len(SIZES)]
+        kind = ("-grayscale",) if sampling == "grey" else ("-sample", sampling)
+        source = netpbm(photo(*size, i))
+        name.write_bytes(run("cjpeg", "-quality", quality, *kind, *options, input=source))
+        close("read", psnr(read_here(library, name), djpeg(name)), least(size), (quality, sampling, options, size))
+
+
+def write_ours(library, folder):
+    """Others read the same picture from them as the library does."""
+    name = folder / "ours.jpg"
+    for i, quality in enumerate((1, 25, 50, 75, 90, 95, 100)):
+        for j, (h, v) in enumerate(((1, 1), (2, 1), (1, 2), (2, 2), (4, 2), (0, 0))):
+            size = SIZES[(i + j) % len(SIZES)]
+            source = photo(*size, i)
+            bits, rows, palette = (8, *grey_rows(source)) if h == 0 else pack(source, "RGB")
+            library.call("IMGLOW_set_comp_quality", quality)
+            library.call("IMGLOW_set_jpg_interleave", h, v)
+            image = library.make(*size, bits, rows, palette)
+            library.save(image, str(name))
+            library.delete(image)
+            here, case = read_here(library, name), (quality, h, v, size)
+            close("written, djpeg", psnr(here, djpeg(name)), least(size) - 0.5, case)
+            close("written, Pillow", psnr(here, Image.open(name)), 25, case)  # with smooth chroma
+
+
+def grey_rows(image):
+    grey = image.convert("L")
+    data = grey.tobytes()
+    rows = [data[y * grey.width:(y + 1) * grey.width] for y in range(grey.height)]
+    return rows, [(i, i, i) for i in range(256)]
+
+
+def compare_grey(library, folder):
+    """As good as theirs at the same tables."""
+    ours, theirs = folder / "ours.jpg", folder / "theirs.jpg"
+    for quality in (5, 10, 25, 40, 50, 60, 75, 85, 90):
+        source = photo(160, 120, quality).convert("L")
+        theirs.write_bytes(run("cjpeg", "-baseline", "-quality", quality, input=netpbm(source)))
+        library.call("IMGLOW_set_comp_quality", quality)
+        image = library.make(160, 120, 8, *grey_rows(source))
+        library.save(image, str(ours))
+        library.delete(image)
+        if tables(ours) != tables(theirs):
+            failures.append(f"other tables at quality {quality}")
+        lost = psnr(source, djpeg(theirs)) - psnr(source, djpeg(ours))
+        close("grey, less than cjpeg's", -lost, -0.3, quality)
+
+
+def tables(name):
+    return Image.open(name).quantization[0]
+
+
+def main():
+    if not shutil.which("cjpeg") or not shutil.which("djpeg"):
+        return 77
+    library = Library(sys.argv[1])
+    with tempfile.TemporaryDirectory() as name:
+        for part in (read_theirs, write_ours, compare_grey):
+            part(library, pathlib.Path(name))
+    for what, found in worst.items():
+        print(f"{what}: {found:.2f} dB at worst")
+    for failure in failures:
+        print(failure)
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
