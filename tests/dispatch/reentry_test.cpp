@@ -8,6 +8,7 @@
 #include "tests/support/guarded_block.h"
 #include "tests/support/library_test.h"
 #include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq::test {
 namespace {
@@ -104,6 +105,31 @@ TEST_F(Reentry, ImageDeletedDuringASaveEndsIt) {
     EXPECT_EQ(IMG_save_bitmap_block(image, out.data(), out.size(), 1), -13);
     EXPECT_EQ(calls, row + 1);
     EXPECT_EQ(blocks(), 0);
+  }
+}
+
+TEST_F(Reentry, ImageDeletedWhileItsFileIsLookedAtIsNotSaved) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("pages.dcx");
+  const Bytes bmp = grey_bmp(30, 40, 1);
+  for (const bool replaced : {false, true}) {
+    const std::int32_t image = IMG_decompress_bitmap_block(bmp.data(), bmp.size(), 0);
+    ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX), 0);
+    const Bytes before = file_content(name);
+    MemoryFile file(before);
+    int calls = 0;
+    file.during_call = [&] {
+      if (calls++ > 0) return;
+      IMG_delete_bitmap(image);
+      const HeaderBlock header = header_block(4, 4, 8);
+      if (replaced) IMG_create_handle_shell(&header);
+    };
+    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX), -13);
+    EXPECT_EQ(file.bytes, before);
+    EXPECT_EQ(file_content(name), before);
+    EXPECT_EQ(IMG_delete_bitmap(image), replaced ? 0 : -13);
+    EXPECT_EQ(blocks(), 0);
+    std::filesystem::remove(name);
   }
 }
 
