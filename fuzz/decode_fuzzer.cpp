@@ -102,9 +102,8 @@ struct CheckingSink {
     TQ_CLAIM(y >= 0 && y < sink.header.header.biHeight);
     // From the top or from the bottom, no row twice.
     const std::int32_t step = y - sink.last_y;
-    TQ_CLAIM(sink.rows == 0 || step == 1 || step == -1);
     if (sink.rows == 1) sink.direction = step;
-    TQ_CLAIM(sink.rows < 2 || step == sink.direction);
+    TQ_CLAIM(sink.rows == 0 || (step == sink.direction && step * step == 1));
     sink.last_y = y;
     sink.digest.add(y);
     sink.digest.add({static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(bytes)});

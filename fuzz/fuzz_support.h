@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -75,14 +76,19 @@ class Input {
   Bytes rest_;
 };
 
-// Everything that could be seen of an operation, in one number (FNV-1a).
+// Everything that could be seen of an operation, in one number.
 class Digest {
  public:
   void add(Bytes bytes) {
+    std::int64_t word;
+    for (; bytes.size() >= sizeof word; bytes = bytes.subspan(sizeof word)) {
+      std::memcpy(&word, bytes.data(), sizeof word);
+      add(word);
+    }
     for (const std::uint8_t byte : bytes) add(byte);
   }
   void add(std::int64_t value) {
-    state_ = (state_ ^ static_cast<std::uint64_t>(value)) * 0x100000001B3;
+    state_ = std::rotl(state_ ^ static_cast<std::uint64_t>(value), 29) * 0x9E3779B97F4A7C15;
   }
   void add(const Digest& other) { add(static_cast<std::int64_t>(other.state_)); }
   friend bool operator==(const Digest&, const Digest&) = default;
@@ -202,6 +208,7 @@ inline View look_at(std::int32_t image) {
            static_cast<std::int32_t>(palette.size() / 4));
   TQ_CLAIM(std::equal(palette.begin(), palette.end(),
                       reinterpret_cast<const std::uint8_t*>(view.header.palette.data())));
+  view.rows.reserve(static_cast<std::size_t>(dib_bytes(view.width, view.height, view.bits)));
   Memory row(static_cast<std::size_t>(row_bytes(view.width, view.bits)));
   TQ_CLAIM(IMGLOW_get_raster(image, row.data(), view.height, 1) == IMG_UNSUPPORTED);
   for (std::int32_t line = 0; line < view.height; ++line) {

@@ -296,15 +296,9 @@ void write_random_seeds() {
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
   folder = argv[1];
-  write_saved_seeds();
-  write_gif_seeds();
-  write_pdf_seeds();
-  write_bmp_seeds();
-  write_pcx_seeds();
-  write_png_seeds();
-  write_query_seeds();
-  write_ccitt_seeds();
-  write_jpeg_seeds();
-  write_random_seeds();
+  for (const auto write : {write_saved_seeds, write_gif_seeds, write_pdf_seeds, write_bmp_seeds,
+                           write_pcx_seeds, write_png_seeds, write_query_seeds, write_ccitt_seeds,
+                           write_jpeg_seeds, write_random_seeds})
+    write();
   return all_written ? 0 : 1;
 }

@@ -22,7 +22,7 @@ constexpr std::size_t kMostCalls = 120;
 constexpr std::size_t kMostImages = 20;
 constexpr std::size_t kDeepest = 2;  // callbacks within callbacks
 constexpr std::int32_t kMostRows = 500;
-constexpr std::int32_t kNoImage = -2;
+constexpr std::int32_t kNoImage = -21;  // any_int() never gives it
 
 struct Session {
   Input in;
@@ -144,11 +144,7 @@ std::int32_t IMG_CB_C on_supply(void* context, void* dest, std::int32_t y, std::
 std::int32_t choose_image() {
   const std::uint8_t choice = in().u8();
   const auto& images = session->images;
-  if (choice >= 240 || images.empty()) {
-    const std::int32_t any = in().any_int();
-    return any == kNoImage ? -1 : any;
-  }
-  return images[choice % images.size()];
+  return choice >= 240 || images.empty() ? in().any_int() : images[choice % images.size()];
 }
 
 std::uint8_t* keep(const Memory& bytes) {
