@@ -14,7 +14,7 @@ struct Picture {
   bool has_header = false;
 
   std::int32_t row_bytes() const { return gif::row_bytes(header.width, header.bits); }
-  std::uint8_t* row(std::int32_t y) { return &rows[static_cast<std::size_t>(y * row_bytes())]; }
+  std::uint8_t* row(std::int32_t y) { return rows.data() + std::ptrdiff_t{y} * row_bytes(); }
 
   static std::int32_t IMG_CB_C on_header(void* block, void* context) {
     auto& picture = *static_cast<Picture*>(context);
@@ -24,7 +24,7 @@ struct Picture {
     const std::int32_t width = picture.header.width, height = picture.header.height;
     TQ_CLAIM(width > 0 && height > 0);
     if (std::int64_t{width} * height > kMostPixels) return IMG_STOP_AFTER_HEADER;
-    picture.rows.resize(static_cast<std::size_t>(height * picture.row_bytes()));
+    picture.rows.resize(std::size_t{1} * height * picture.row_bytes());
     picture.delivered.resize(static_cast<std::size_t>(height));
     return 1;
   }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -113,12 +114,12 @@ void write_pdf_seeds() {
           "/Filter /" + filter +
               " /Width 40 /Height 3 /BitsPerComponent 1 >>\r\nstream\r\n\x98\x66\x66\xFF\r\n"}) {
       const std::string offset = std::to_string(file.size());
-      table += std::string(10 - offset.size(), '0') + offset + " 00000 n\r\n";
-      file += std::to_string(++number) + " 0 obj << " + object + " >>\r\n";
+      table.append(10 - offset.size(), '0').append(offset).append(" 00000 n\r\n");
+      file.append(std::to_string(++number)).append(" 0 obj << ").append(object).append(" >>\r\n");
     }
     const std::string start = std::to_string(file.size());
-    file += "xref\r\n0 5\r\n" + table + "trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\nstartxref\r\n" +
-            start + "\r\n%%EOF\r\n";
+    file.append("xref\r\n0 5\r\n").append(table).append("trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\n");
+    file.append("startxref\r\n").append(start).append("\r\n%%EOF\r\n");
     write_file("pdf/" + filter, bytes_of(file));
     write_decode_seeds("pdf_" + filter, bytes_of(file));
   }
@@ -257,8 +258,8 @@ void write_jpeg_seeds() {
     picture.components = layouts[seed % 5];
     picture.restart_interval = seed % 4 == 0 ? 1 : 0;
     picture.progressive = seed % 3 == 2;
-    std::vector<int> all;
-    for (int i = 0; i < static_cast<int>(picture.components.size()); ++i) all.push_back(i);
+    std::vector<int> all(picture.components.size());
+    std::iota(all.begin(), all.end(), 0);
     for (const int round : {1, 0}) {
       if (picture.progressive) picture.scans.push_back({all, 0, 0, 1 - round, round});
       for (const int i : all) {
@@ -278,13 +279,13 @@ void write_jpeg_seeds() {
 // Any bytes are settings and pixels, or a sequence of calls.
 void write_random_seeds() {
   test::Random random(2);
-  for (int seed = 0; seed < 130; ++seed) {
+  for (std::uint32_t seed = 0; seed < 130; ++seed) {
     const std::string name = std::to_string(seed);
     // Depth, sides, resolution, quality, sampling.
     const Bytes settings = {
         static_cast<std::uint8_t>(seed), static_cast<std::uint8_t>(30 * seed), 9, 96, 40, 1, 2};
     if (seed < 8) write_file("jpeg_encode/" + name, test::joined({settings, random.bytes(300)}));
-    Bytes calls = random.bytes(static_cast<std::size_t>(40 + 6 * seed));
+    Bytes calls = random.bytes(40 + 6 * seed);
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
