@@ -1,11 +1,9 @@
 // Facsimile codes against a plain model of the standards, and what is left of damaged pages.
 #include <gmock/gmock.h>
 
-#include <cstring>
+#include <algorithm>
 
-#include "core/run_storage.h"
 #include "formats/ccitt/ccitt.h"
-#include "io/endian.h"
 #include "tests/support/ccitt_model.h"
 #include "tests/support/collecting_sink.h"
 #include "tests/support/memory_file.h"
@@ -46,7 +44,6 @@ Status decode(const CcittCoding& coding, const Bytes& data, std::int32_t width, 
   return decoder.decode(input, static_cast<std::int64_t>(data.size()), {0, rows}, sink.sink());
 }
 
-// The rows that come out, as bits; run lists are checked to be what sinks expect.
 std::vector<Bytes> decoded(const CcittCoding& coding, const Bytes& data, std::int32_t width,
                            std::int32_t rows, CcittRows delivery = CcittRows::bits) {
   CollectingSink sink;
@@ -55,22 +52,27 @@ std::vector<Bytes> decoded(const CcittCoding& coding, const Bytes& data, std::in
   std::vector<Bytes> image;
   for (const CollectedRow& row : sink.rows) {
     EXPECT_EQ(row.y, static_cast<std::int32_t>(image.size()));
-    Bytes bits(static_cast<std::size_t>(row_bytes(width, 1)));
-    if (row.bytes.size() == bits.size()) {
-      image.push_back(row.bytes);
-      continue;
-    }
-    EXPECT_EQ(load_le16(row.bytes.data()), row.bytes.size());
-    std::vector<std::uint16_t> positions(static_cast<std::size_t>(width));
-    const auto count = static_cast<std::size_t>(read_run_list(row.bytes, width, positions));
-    EXPECT_GE(row.bytes.size(), 2 * (count + 7));
-    for (std::size_t i = 0; i < row.bytes.size() / 2 - count - 1; ++i) {
-      EXPECT_EQ(load_le16(row.bytes.data() + 2 * (1 + count + i)), width + (i < 3 ? 0 : 2));
-    }
-    transitions_to_bits(Transitions(positions).first(count), width, bits);
-    image.push_back(bits);
+    image.push_back(row.bytes);
   }
   return image;
+}
+
+// Run lists as sinks expect them: their length in bytes, transitions, the width three times, what
+// closes them. Rows that are too wide stay bits.
+std::vector<Bytes> lists_of(const Page& page) {
+  std::vector<Bytes> rows = bits_of(page);
+  for (std::size_t y = 0; y < page.size(); ++y) {
+    std::vector<std::int32_t> words = transition_words(page[y]);
+    if (2 * words.size() == rows[y].size()) words.push_back(words.back());
+    words[0] = static_cast<std::int32_t>(2 * words.size());
+    if (words.back() > 0xFFFF) continue;
+    rows[y].clear();
+    for (const std::int32_t word : words) {
+      rows[y].push_back(static_cast<std::uint8_t>(word));
+      rows[y].push_back(static_cast<std::uint8_t>(word >> 8));
+    }
+  }
+  return rows;
 }
 
 std::vector<CcittCoding> all_codings() {
@@ -100,11 +102,8 @@ Page every_run() {
 
 // One is too wide for run lists.
 std::vector<Page> all_pages() {
-  std::vector<Page> pages;
   unsigned seed = 1;
-  for (const int width : {65533, 65534}) {
-    pages.push_back(printed_page(width, 2, 300, seed++));
-  }
+  std::vector<Page> pages = {printed_page(65533, 2, 300, seed), printed_page(65534, 2, 300, seed)};
   for (const int width : {1, 2, 7, 8, 31, 32, 33, 64, 113, 1000, 1728, 2623, 2624, 5300}) {
     for (const int run : {1, 12, 300}) pages.push_back(printed_page(width, 8, run, seed++));
     pages.push_back(Page(3, Pixels(static_cast<std::size_t>(width), true)));
@@ -115,6 +114,7 @@ std::vector<Page> all_pages() {
 
 TEST(Ccitt, CodesAreThoseOfThePlainModelAndReadBack) {
   for (const Page& page : all_pages()) {
+    const std::vector<Bytes> bits = bits_of(page), lists = lists_of(page);
     for (const CcittCoding& coding : all_codings()) {
       SCOPED_TRACE(testing::Message()
                    << width_of(page) << " wide, scheme " << static_cast<int>(coding.scheme));
@@ -123,7 +123,7 @@ TEST(Ccitt, CodesAreThoseOfThePlainModelAndReadBack) {
         ASSERT_EQ(encoded(coding, page, runs), expected);
         ASSERT_EQ(decoded(coding, expected, width_of(page), rows_of(page),
                           runs ? CcittRows::runs : CcittRows::bits),
-                  bits_of(page));
+                  runs ? lists : bits);
       }
     }
   }
@@ -143,25 +143,23 @@ TEST(Ccitt, CodeWordsAreThoseOfTheStandard) {
 // A crop rectangle that begins in a black run which ends right there gives a list with two
 // transitions at 0. Nothing before or behind the row is a transition.
 TEST(Ccitt, ListsOfSuppliersAreTakenAsFarAsTheyAscend) {
-  constexpr std::uint32_t kBefore = 0xFFFFFFFF;
-  const std::pair<std::vector<std::uint32_t>, Pixels> cases[] = {
+  using Words = std::vector<std::uint32_t>;
+  const std::pair<Words, Pixels> cases[] = {
       {{0, 0, 0, 3, 5, 8, 8, 8, 10, 10, 10}, {0, 0, 0, 1, 1, 0, 0, 0}},
       {{0, 2, 4, 3, 6, 8}, {0, 0, 1, 1, 0, 0, 0, 0}},
-      {{0, kBefore, kBefore, kBefore, kBefore, kBefore, 4}, Pixels(8)},
+      {{0, ~0u, ~0u, ~0u, ~0u, ~0u, 4}, Pixels(8)},
       {{0, 2, 9, 3, 8}, {0, 0, 1, 1, 1, 1, 1, 1}},
       {{0, 1, 2, 3, 4, 5, 6, 7, 7, 7, 7, 7, 7}, {0, 1, 0, 1, 0, 1, 0, 0}},
   };
-  for (const auto& [list, row] : cases) {
+  for (auto [list, row] : cases) {
     const auto supply = [](void* words, void* dest, std::int32_t, std::int32_t) -> std::int32_t {
-      const auto& given = *static_cast<const std::vector<std::uint32_t>*>(words);
-      std::memcpy(dest, given.data(), 4 * given.size());
-      return static_cast<std::int32_t>(4 * given.size());
+      std::ranges::copy(*static_cast<Words*>(words), static_cast<std::uint32_t*>(dest));
+      return static_cast<std::int32_t>(4 * static_cast<Words*>(words)->size());
     };
     const MemoryFile file;
     CcittEncoder encoder;
     ASSERT_EQ(encoder.open({}, 8), kOk);
-    auto words = list;
-    EXPECT_GT(encoder.encode(MemoryFile::kHandle, {+supply, &words}, {0, 1}).raw(), 0);
+    EXPECT_GT(encoder.encode(MemoryFile::kHandle, {supply, &list}, {0, 1}).raw(), 0);
     EXPECT_EQ(file.bytes, ccitt_by_model({}, {row})) << testing::PrintToString(list);
   }
 }
@@ -171,41 +169,27 @@ TEST(Ccitt, UnusualCodesAreRead) {
   struct Case {
     const char* what;
     CcittScheme scheme;
-    const char* bits;  // apart from the blanks
-    std::vector<int> rows;
-  } const cases[] = {
-      {"a run of 0 in the middle: white 2, black 0, white 2, black 1, the end as it was",
-       CcittScheme::group4,
-       "001 0111 0000110111 001 0111 010 1",
-       {0xF7}},
-      {"a run of 0 in place of the rest", CcittScheme::group3_1d, "10110000110111 0000110111", {}},
-      {"fill in front of the end of a line, no end of the page",
-       CcittScheme::group3_1d,
-       "000000000001 10011 0000000000000000000000000001 00110101 000101 000000000001",
-       {0xFF, 0x00}},
-      {"two-dimensional rows without ends of lines",
-       CcittScheme::group3_2d,
-       "1 1011 011 0 1 1",
-       {0xF0, 0xF0}},
-      {"uncompressed mode is refused", CcittScheme::group4, "1 0000001111 1", {0xFF}},
-      {"the end of the block ends the page",
-       CcittScheme::group4,
-       "1 000000000001000000000001 11111111",
-       {0xFF}},
-      {"a transition to the left of the one before it",
-       CcittScheme::group4,
-       "1 001 0111 11 0000010 0000010",
-       {0xFF}},
-      {"a transition behind the end of the row", CcittScheme::group4, "011", {}},
+    std::string bits;  // apart from the blanks
+    Bytes rows;
   };
-  for (const Case& given : cases) {
-    std::string bits = given.bits;
-    bits.erase(std::remove(bits.begin(), bits.end(), ' '), bits.end());
+  constexpr auto kGroup4 = CcittScheme::group4, k1d = CcittScheme::group3_1d;
+  // clang-format off
+  const Case cases[] = {
+      {"a run of 0 in the middle: white 2, black 0, white 2, black 1, the end as it was", kGroup4, "001 0111 0000110111 001 0111 010 1", {0xF7}},
+      {"a run of 0 in place of the rest", k1d, "10110000110111 0000110111", {}},
+      {"fill in front of the end of a line, no end of the page", k1d, "000000000001 10011 0000000000000000000000000001 00110101 000101 000000000001", {0xFF, 0x00}},
+      {"two-dimensional rows without ends of lines", CcittScheme::group3_2d, "1 1011 011 0 1 1", {0xF0, 0xF0}},
+      {"uncompressed mode is refused", kGroup4, "1 0000001111 1", {0xFF}},
+      {"the end of the block ends the page", kGroup4, "1 000000000001000000000001 11111111", {0xFF}},
+      {"a transition to the left of the one before it", kGroup4, "1 001 0111 11 0000010 0000010", {0xFF}},
+      {"a transition behind the end of the row", kGroup4, "011", {}},
+  };
+  // clang-format on
+  for (Case given : cases) {
+    std::erase(given.bits, ' ');
     std::vector<Bytes> rows;
-    for (const int row : given.rows) {
-      rows.push_back({static_cast<std::uint8_t>(row), 0xFF, 0xFF, 0xFF});
-    }
-    EXPECT_EQ(decoded({given.scheme}, packed(bits), 8, 5), rows) << given.what;
+    for (const std::uint8_t row : given.rows) rows.push_back({row, 0xFF, 0xFF, 0xFF});
+    EXPECT_EQ(decoded({given.scheme}, packed(given.bits), 8, 5), rows) << given.what;
   }
 }
 
@@ -236,7 +220,7 @@ TEST(Ccitt, DamageLeavesTheOtherRows) {
       ASSERT_TRUE(std::equal(cut.begin(), cut.end(), expected.begin()));
       Bytes damaged = data;
       damaged[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> bit % 8);
-      const auto rows = decoded(coding, damaged, 120, 21, CcittRows::runs);
+      const auto rows = decoded(coding, damaged, 120, 21);
       if (resumes) {
         ASSERT_GE(rows.size() + 1, expected.size());
         ASSERT_GE(intact(rows, expected) + most_lost, expected.size());

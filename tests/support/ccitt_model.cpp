@@ -136,26 +136,25 @@ std::vector<Bytes> bits_of(const Page& page) {
   return rows;
 }
 
+std::vector<std::int32_t> transition_words(const Pixels& row) {
+  const int width = static_cast<int>(row.size());
+  std::vector<std::int32_t> words = {0};
+  for (int x = next_change(row, -1); x < width; x = next_change(row, x)) words.push_back(x);
+  words.insert(words.end(), {width, width, width, width + 2, width + 2, width + 2});
+  return words;
+}
+
 std::int32_t IMG_CB_C PageSupplier::on_row(void* context, void* dest, std::int32_t y,
                                            std::int32_t bytes) {
   const auto& self = *static_cast<const PageSupplier*>(context);
   if (y == self.failed_row) return -777;
-  auto* out = static_cast<std::uint8_t*>(dest);
-  if (self.lists_) {
-    const Pixels& row = self.page_.at(static_cast<std::size_t>(y));
-    const int width = static_cast<int>(row.size());
-    std::vector<int> words = {0};
-    for (int x = next_change(row, -1); x < width; x = next_change(row, x)) words.push_back(x);
-    words.insert(words.end(), 3, width);
-    words.insert(words.end(), 3, width + 2);
-    if (4 * words.size() <= static_cast<std::size_t>(bytes)) {
-      std::memcpy(out, words.data(), 4 * words.size());
-      return static_cast<std::int32_t>(4 * words.size());
-    }
+  const auto words = transition_words(self.page_.at(static_cast<std::size_t>(y)));
+  const auto size = static_cast<std::int32_t>(4 * words.size());
+  if (self.lists_ && size <= bytes) {
+    std::memcpy(dest, words.data(), 4 * words.size());
+    return size;
   }
-  const Bytes& bits = self.bits_.at(static_cast<std::size_t>(y));
-  std::fill_n(out, bytes, std::uint8_t{0xFF});
-  std::copy(bits.begin(), bits.end(), out);
+  std::ranges::copy(self.bits_[static_cast<std::size_t>(y)], static_cast<std::uint8_t*>(dest));
   return 0;
 }
 

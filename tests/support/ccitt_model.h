@@ -22,6 +22,9 @@ Bytes packed(const std::string& bits, bool lsb_first = false);
 // Rows as the library has them: 1 is white, padded with 1 to a multiple of 4 bytes.
 std::vector<Bytes> bits_of(const Page& page);
 
+// A transition list: a word for its length, which is 0, the transitions, what closes it.
+std::vector<std::int32_t> transition_words(const Pixels& row);
+
 // Rows that look like a printed page: runs of about `run` pixels, most transitions at or near one
 // of the row before, now and then a row of its own or an empty one.
 Page printed_page(int width, int height, int run, unsigned seed);
