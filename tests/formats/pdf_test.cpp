@@ -2,14 +2,17 @@
 // library's own reader.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "core/memory.h"
+#include "formats/ccitt/ccitt.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
-#include "tests/support/ccitt_model.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/fax_page.h"
 #include "tests/support/memory_file.h"
 
 namespace tq::test {
@@ -59,9 +62,15 @@ Bytes bytes_of(const std::string& text) {
 }
 
 std::string pixels_of(const Picture& picture) {
-  if (picture.bits == 1) return text(ccitt_by_model({}, page_of(picture)));
   const MemoryFile file;
-  EXPECT_EQ(encode(picture, formats::encode_jpeg, MemoryFile::kHandle), kOk);
+  if (picture.bits == 1) {
+    PageSupplier rows(page_of(picture), true);
+    formats::CcittEncoder encoder;
+    EXPECT_EQ(encoder.open({}, picture.width), kOk);
+    EXPECT_TRUE(encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, picture.height}).ok());
+  } else {
+    EXPECT_EQ(encode(picture, formats::encode_jpeg, MemoryFile::kHandle), kOk);
+  }
   return text(file.bytes);
 }
 
@@ -158,26 +167,14 @@ TEST(PdfWrite, DocumentsAreThoseOfTheModel) {
   }
 }
 
-// Also in memory, whose size is its position, and where nothing but writing is possible.
-TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnew) {
-  const std::string document = document_of({small_picture()});
-  MemoryFile file(Bytes(199, 'x'));
-  EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), kOk);
-  ASSERT_EQ(save(small_picture()), kOk);
-  EXPECT_EQ(text(file.bytes), document);
-
-  file.bytes.clear();
-  file.position = 0;
-  file.install(false, true, false);
-  ASSERT_EQ(save(small_picture()), kOk);
-  EXPECT_EQ(text(file.bytes), document);
-
-  set_caller_io(nullptr, nullptr, nullptr);
-  Bytes block(5000, 'x');
-  open_memory_stream(block.data(), block.size());
-  ASSERT_EQ(save(small_picture(), kMemoryStream), kOk);
-  EXPECT_EQ(text(block).substr(0, document.size()), document);
-  EXPECT_EQ(memory_position(), static_cast<std::int32_t>(document.size()));
+TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnewEvenIfItOnlyWrites) {
+  for (const bool only_writes : {false, true}) {
+    MemoryFile file(Bytes(only_writes ? 0 : 199, 'x'));
+    file.install(!only_writes, true, !only_writes);
+    EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), kOk);
+    ASSERT_EQ(save(small_picture()), kOk);
+    EXPECT_EQ(text(file.bytes), document_of({small_picture()}));
+  }
 }
 
 std::string replaced(std::string in, const std::string& what, const std::string& by) {
@@ -214,15 +211,6 @@ TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
     EXPECT_EQ(save(picture), StatusCode::bad_image) << what;
     EXPECT_EQ(text(file.bytes), content) << what;
   }
-  // Every damage that is taken for a document gives one, and none goes further than a status.
-  for (std::size_t i = 0; i < own.size(); ++i) {
-    std::string damaged = own;
-    damaged[i] = damaged[i] == '9' ? 'z' : '9';
-    const MemoryFile file(bytes_of(damaged));
-    const Status saved = save(picture);
-    EXPECT_TRUE(saved.ok() || saved == StatusCode::bad_image) << i;
-    EXPECT_EQ(text(file.bytes).compare(0, damaged.size(), damaged), 0) << i;
-  }
 }
 
 // What was there stays; behind it may be a part of the page, to be cut off before the next save.
@@ -232,24 +220,20 @@ TEST(PdfWrite, AnyCallOfTheStreamMayFailAndLeavesTheDocumentBefore) {
     for (const std::size_t pages : {0, 2}) {
       const std::string before = pages == 0 ? "" : document_of({picture, picture});
       const std::string after = document_of(std::vector<Picture>(pages + 1, picture));
-      for (int call = 0;; ++call) {
+      for (int call = 0, calls = 1; call < calls; ++call) {
         SCOPED_TRACE(testing::Message() << picture.bits << " bits, call " << call);
         MemoryFile file(bytes_of(before));
         file.failing_call = call;
         const Status saved = save(picture);
         EXPECT_EQ(memory_probe::tracked_blocks(), 0);
-        EXPECT_EQ(text(file.bytes).compare(0, before.size(), before), 0);
-        if (saved.ok()) {  // some seeks only go back to where nobody goes on
-          EXPECT_EQ(text(file.bytes), after);
-        } else if (saved != StatusCode::write_failed) {
-          EXPECT_EQ(saved, StatusCode::bad_image);
+        EXPECT_TRUE(text(file.bytes).starts_with(before));
+        if (saved == StatusCode::bad_image) {
           EXPECT_EQ(text(file.bytes), before);
-        }
-        if (file.calls <= call) {
+        } else if (saved != StatusCode::write_failed) {  // some seeks need not succeed
           EXPECT_EQ(saved, kOk);
-          EXPECT_GT(call, 5);
-          break;
+          EXPECT_EQ(text(file.bytes), after);
         }
+        calls = std::max(calls, file.calls + 1);
       }
     }
   }
@@ -258,8 +242,6 @@ TEST(PdfWrite, AnyCallOfTheStreamMayFailAndLeavesTheDocumentBefore) {
   file.bytes.clear();
   EXPECT_EQ(save({5, 5, 4}), StatusCode::wrong_depth);
 }
-
-// ---- Reading ------------------------------------------------------------------------------------
 
 // The reader takes the first page's object number, 4, for a place in the file, and the number in
 // the name that it finds there for the picture's object.
@@ -291,61 +273,54 @@ TEST(PdfRead, EverythingElseIsRefused) {
   const Picture& picture = small_picture();
   const std::string good = readable(picture), pixels = pixels_of(picture).substr(20, 20);
   const std::string sides = "/Width 40\r\n/Height 30";  // the table's offsets hold if no byte moves
-  struct Case {
-    const char* what;
-    std::string content;
-    std::int32_t status = -3;
-  } const cases[] = {
-      {"a document of the writer's: its picture's name ends in 0, which is a free object",
-       document_of({picture})},
-      {"two pages", document_of({picture, picture})},
-      {"less than 200 bytes", good.substr(good.size() - 199)},
-      {"no '%' at the end", replaced(good, "%%EOF", "EOF")},
-      {"none of the letters", replaced(good, "%%EOF", "%%FEO")},
+  constexpr std::int32_t kBad = -3;
+  const std::tuple<const char*, std::string, std::int32_t> cases[] = {
+      {"a name that ends in 0, which is a free object", document_of({picture}), kBad},
+      {"less than 200 bytes", good.substr(good.size() - 199), kBad},
+      {"none of the letters", replaced(good, "%%EOF", "%%FEO"), kBad},
       {"one of the letters is enough", replaced(good, "%%EOF", "%%xOx"), 0},
-      {"a table offset that is no number: the document's beginning",
-       replaced(good, "startxref\r\n", "startxref\r\nx")},
-      {"a table offset behind the end", replaced(good, "startxref\r\n", "startxref\r\n9999")},
-      {"no entries", replaced(good, "xref\r\n0 8", "xref\r\n0 0")},
-      {"more entries than bytes", replaced(good, "xref\r\n0 8", "xref\r\n0 99999999999")},
-      {"an entry of another type", replaced(good, "00000 n\r\ntrailer", "00000 m\r\ntrailer")},
-      {"no trailer", replaced(replaced(good, "trailer", "TRAILER"), "startxref", "STARTXREF")},
-      {"a root beyond the table", replaced(good, "/Root 1", "/Root 8")},
-      {"a free root", replaced(good, "/Root 1", "/Root 0")},
-      {"no root", replaced(good, "/Root 1", "/Tree 1")},
-      {"a page tree without pages", replaced(good, "/Kids", "/Dogs")},
-      {"a first page beyond the table", replaced(good, "/Kids [4", "/Kids [8")},
-      {"no name", replaced(good, "/Name /Tarnquill", "/Name /Tarnquils")},
-      {"a picture beyond the table", replaced(good, "Name /Tarnquill5", "Name /Tarnquill8")},
-      {"broken pixels leave the rows before", replaced(good, pixels, std::string(20, '\0')), 0},
+      {"a table offset that is no number", replaced(good, "xref\r\n", "xref\r\nx"), kBad},
+      {"a table behind the end", replaced(good, "startxref\r\n", "startxref\r\n9999"), kBad},
+      {"more entries than bytes", replaced(good, "xref\r\n0 8", "xref\r\n0 99999999999"), kBad},
+      {"an entry of another type", replaced(good, " n\r\ntrailer", " m\r\ntrailer"), kBad},
+      {"no trailer", replaced(replaced(good, "trailer", "TRAILER"), "startx", "STARTX"), kBad},
+      {"a root beyond the table", replaced(good, "/Root 1", "/Root 8"), kBad},
+      {"a free root", replaced(good, "/Root 1", "/Root 0"), kBad},
+      {"a page tree without pages", replaced(good, "/Kids", "/Dogs"), kBad},
+      {"a first page beyond the table", replaced(good, "/Kids [4", "/Kids [8"), kBad},
+      {"no name", replaced(good, "/Name /Tarnquill", "/Name /Tarnquils"), kBad},
+      {"a picture beyond the table", replaced(good, "Tarnquill5", "Tarnquill8"), kBad},
+      {"broken pixels leave rows", replaced(good, pixels, std::string(20, '\0')), 0},
       {"neither kind", replaced(good, "CCITTFaxDecode", "CCITTFaxEncode"), -8},
-      {"no width", replaced(good, "/Width 40", "/Width 00")},
-      {"no height", replaced(good, "/Height", "/Weight")},
-      {"too wide", replaced(good, sides, "/Width 65534/Height 1")},
-      {"too high", replaced(good, sides, "/Width 5/Height 65534")},
-      {"no JPEG", replaced(good, "/CCITTFaxDecode", "/DCTDecode /DCT")},
+      {"no width", replaced(good, "/Width 40", "/Width 00"), kBad},
+      {"no height", replaced(good, "/Height", "/Weight"), kBad},
+      {"too wide", replaced(good, sides, "/Width 65534/Height 1"), kBad},
+      {"too high", replaced(good, sides, "/Width 5/Height 65534"), kBad},
+      {"no JPEG", replaced(good, "/CCITTFaxDecode", "/DCTDecode /DCT"), kBad},
   };
-  for (const Case& given : cases) {
+  for (const auto& [what, content, status] : cases) {
     CollectingSink sink;
-    EXPECT_EQ(read(given.content, sink).raw(), given.status) << given.what;
-  }
-}
-
-TEST(PdfRead, CutsFailuresAndDamageGiveAStatus) {
-  const std::string good = readable(small_picture());
-  for (std::size_t size = 0; size <= good.size(); ++size) {
-    CollectingSink sink;
-    static_cast<void>(read(good.substr(0, size), sink));
-  }
-  for (std::size_t i = 0; i < 8 * good.size(); ++i) {
-    std::string damaged = good;
-    damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ 1 << i % 8);
-    CollectingSink sink;
-    static_cast<void>(read(damaged, sink));
+    EXPECT_EQ(read(content, sink).raw(), status) << what;
   }
   CollectingSink stopping;
   stopping.header_answer = -18;
   EXPECT_EQ(read(good, stopping).raw(), -18);
+}
+
+// Cut or damaged, a document gives a status; it stays, and a page is added behind it or none.
+TEST(PdfDamage, GivesAStatusAndIsNotMadeWorse) {
+  const std::string good = readable(small_picture());
+  for (std::size_t bit = 0; bit < 8 * good.size(); bit += 3) {
+    std::string damaged = good;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
+    for (const std::string& content : {damaged, good.substr(0, bit / 8)}) {
+      CollectingSink sink;
+      static_cast<void>(read(content, sink));
+    }
+    const MemoryFile file(bytes_of(damaged));
+    EXPECT_THAT(save(small_picture()).raw(), testing::AnyOf(0, -3)) << bit;
+    EXPECT_TRUE(text(file.bytes).starts_with(damaged)) << bit;
+  }
 }
 
 }  // namespace
