@@ -177,8 +177,11 @@ std::vector<Rgb> palette_of(const KeptImage& image) {
 
 TEST(OctreeColor, ALargeWhitePageStaysWhite) {
   // More than 2^32 / 255 white pixels in one leaf.
-  Bytes dib = generate_dib({8}, 4961, 7016, 0);
-  std::fill(dib.begin() + 1064, dib.end(), std::uint8_t{255});
+  constexpr std::int32_t kWidth = 4961, kHeight = 7016;
+  Bytes dib = generate_dib({8}, 1, 1, 0);
+  dib.resize(dib_bytes(kWidth, kHeight, 8), 255);
+  std::memcpy(&dib[4], &kWidth, 4);
+  std::memcpy(&dib[8], &kHeight, 4);
   dib[1064] = 0;
   const KeptImage image(std::move(dib));
   ASSERT_EQ(IMG_octree_color(image.handle(), 8, nullptr, 8), 2);
