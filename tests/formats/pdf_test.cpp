@@ -26,25 +26,23 @@ struct Picture {
 };
 constexpr Picture kSmall{40, 30, 1};
 
-Page page_of(const Picture& picture) {
-  return printed_page(picture.width, picture.height, 20, static_cast<unsigned>(picture.height));
+std::vector<Bytes> rows_of(const Picture& picture) {
+  const auto [width, height, bits] = picture;
+  if (bits == 1) return bits_of(printed_page(width, height, 20, static_cast<unsigned>(height)));
+  const Bytes row(static_cast<std::size_t>(row_bytes(width, bits)), 90);
+  return std::vector(static_cast<std::size_t>(height), row);
 }
 
-Status encode(const Picture& picture, formats::Encoder encoder, StreamHandle stream,
-              std::int32_t failed_row = -1) {
+Status encode(formats::Encoder encoder, const Picture& picture, std::int32_t failed_row = -1) {
   HeaderBlock header = dib_header(picture.width, picture.height, picture.bits);
-  if (picture.bits == 1) {
-    PageSupplier rows(page_of(picture), false);
-    rows.failed_row = failed_row;
-    return encoder({stream, &header, rows.supplier()});
-  }
-  const Bytes row(static_cast<std::size_t>(row_bytes(picture.width, picture.bits)), 90);
-  GivenRows rows(std::vector(static_cast<std::size_t>(picture.height), row));
-  return encoder({stream, &header, rows.supplier()});
+  GivenRows rows(rows_of(picture));
+  rows.failed_row = failed_row;
+  rows.failure = -777;
+  return encoder({MemoryFile::kHandle, &header, rows.supplier()});
 }
 
-Status save(const Picture& picture, StreamHandle stream = MemoryFile::kHandle) {
-  return encode(picture, formats::encode_pdf, stream);
+Status save(const Picture& picture, std::int32_t failed_row = -1) {
+  return encode(formats::encode_pdf, picture, failed_row);
 }
 
 std::string text(const Bytes& bytes) {
@@ -57,12 +55,12 @@ Bytes bytes_of(const std::string& text) {
 std::string pixels_of(const Picture& picture) {
   const MemoryFile file;
   if (picture.bits == 1) {
-    PageSupplier rows(page_of(picture), true);
+    GivenRows rows(rows_of(picture));
     formats::CcittEncoder encoder;
     EXPECT_EQ(encoder.open({}, picture.width), kOk);
     EXPECT_TRUE(encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, picture.height}).ok());
   } else {
-    EXPECT_EQ(encode(picture, formats::encode_jpeg, MemoryFile::kHandle), kOk);
+    EXPECT_EQ(encode(formats::encode_jpeg, picture), kOk);
   }
   return text(file.bytes);
 }
@@ -181,7 +179,7 @@ TEST(PdfWrite, AnyCallOfTheStreamMayFailAndLeavesTheDocumentBefore) {
     }
   }
   MemoryFile file;
-  EXPECT_EQ(encode(kSmall, formats::encode_pdf, MemoryFile::kHandle, 17).raw(), -777);
+  EXPECT_EQ(save(kSmall, 17).raw(), -777);
   file.bytes.clear();
   EXPECT_EQ(save({5, 5, 4}), StatusCode::wrong_depth);
 }
@@ -200,7 +198,7 @@ Status read(const std::string& content, CollectingSink& sink) {
 TEST(PdfRead, ADocumentWithTheRightNameGivesItsPicture) {
   CollectingSink sink;
   ASSERT_EQ(read(readable(kSmall), sink), kOk);
-  EXPECT_EQ(sink.image(), bits_of(page_of(kSmall)));
+  EXPECT_EQ(sink.image(), rows_of(kSmall));
   EXPECT_EQ(sink.header.header.biBitCount, 1);
   EXPECT_EQ(sink.header.palette[0], (Rgb{0, 0, 0, 0}));
   EXPECT_EQ(sink.header.palette[1], (Rgb{255, 255, 255, 0}));
@@ -244,9 +242,12 @@ TEST(PdfRead, EverythingElseIsRefused) {
     CollectingSink sink;
     EXPECT_EQ(read(content, sink).raw(), status) << what;
   }
-  CollectingSink stopping;
+  CollectingSink stopping, refusing;
   stopping.header_answer = -18;
   EXPECT_EQ(read(good, stopping).raw(), -18);
+  refusing.answered_row = 10;
+  refusing.row_answer = -55;
+  EXPECT_EQ(read(good, refusing).raw(), -55);
 }
 
 // Cut or damaged, a document gives a status; it stays, and a page is added behind it or none.
