@@ -1,15 +1,17 @@
-// Documents byte by byte against a plain model of their layout; what pages are not added to; the
-// library's own reader.
+// Documents as they are written; what pages are not added to; the library's own reader.
 #include <gmock/gmock.h>
 
-#include <map>
+#include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "core/memory.h"
+#include "formats/ccitt/ccitt.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
-#include "tests/support/ccitt_model.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/digest.h"
+#include "tests/support/fax_page.h"
 #include "tests/support/memory_file.h"
 
 namespace tq::test {
@@ -21,34 +23,26 @@ using formats::decode_pdf;
 struct Picture {
   std::int32_t width, height;
   int bits;
-  std::string placement{};  // the numbers of its line of contents
 };
+constexpr Picture kSmall{40, 30, 1};
 
-// Appears in most tests.
-const Picture& small_picture() {
-  static const Picture picture{40, 30, 1, "000040 0 0 000030    286    381"};
-  return picture;
+std::vector<Bytes> rows_of(const Picture& picture) {
+  const auto [width, height, bits] = picture;
+  if (bits == 1) return bits_of(printed_page(width, height, 20, static_cast<unsigned>(height)));
+  const Bytes row(static_cast<std::size_t>(row_bytes(width, bits)), 90);
+  return std::vector(static_cast<std::size_t>(height), row);
 }
 
-Page page_of(const Picture& picture) {
-  return printed_page(picture.width, picture.height, 20, static_cast<unsigned>(picture.height));
-}
-
-Status encode(const Picture& picture, formats::Encoder encoder, StreamHandle stream,
-              std::int32_t failed_row = -1) {
+Status encode(formats::Encoder encoder, const Picture& picture, std::int32_t failed_row = -1) {
   HeaderBlock header = dib_header(picture.width, picture.height, picture.bits);
-  if (picture.bits == 1) {
-    PageSupplier rows(page_of(picture), false);
-    rows.failed_row = failed_row;
-    return encoder({stream, &header, rows.supplier()});
-  }
-  const Bytes row(static_cast<std::size_t>(row_bytes(picture.width, picture.bits)), 90);
-  GivenRows rows(std::vector(static_cast<std::size_t>(picture.height), row));
-  return encoder({stream, &header, rows.supplier()});
+  GivenRows rows(rows_of(picture));
+  rows.failed_row = failed_row;
+  rows.failure = -777;
+  return encoder({MemoryFile::kHandle, &header, rows.supplier()});
 }
 
-Status save(const Picture& picture, StreamHandle stream = MemoryFile::kHandle) {
-  return encode(picture, formats::encode_pdf, stream);
+Status save(const Picture& picture, std::int32_t failed_row = -1) {
+  return encode(formats::encode_pdf, picture, failed_row);
 }
 
 std::string text(const Bytes& bytes) {
@@ -59,125 +53,71 @@ Bytes bytes_of(const std::string& text) {
 }
 
 std::string pixels_of(const Picture& picture) {
-  if (picture.bits == 1) return text(ccitt_by_model({}, page_of(picture)));
   const MemoryFile file;
-  EXPECT_EQ(encode(picture, formats::encode_jpeg, MemoryFile::kHandle), kOk);
+  if (picture.bits == 1) {
+    GivenRows rows(rows_of(picture));
+    formats::CcittEncoder encoder;
+    EXPECT_EQ(encoder.open({}, picture.width), kOk);
+    EXPECT_TRUE(encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, picture.height}).ok());
+  } else {
+    EXPECT_EQ(encode(formats::encode_jpeg, picture), kOk);
+  }
   return text(file.bytes);
 }
 
-// The layout, written down once more: pages, each complete with its own catalog, tree and table.
-class Model {
- public:
-  std::string file = "%PDF-1.2\r\n";
-
-  void add(const Picture& picture) {
-    const std::string width = std::to_string(picture.width);
-    const std::string height = std::to_string(picture.height);
-    const std::string name = "/Tarnquill" + std::to_string(page_);
-    const std::string pixels = pixels_of(picture);
-    lines("@5<<\n/Type /XObject\n/Subtype /Image\n/Name " + name + "\n/Width " + width +
-          "\n/Height " + height + "\n/BitsPerComponent ");
-    lines(picture.bits == 1
-              ? "1\n/ColorSpace /DeviceGray\n/Filter /CCITTFaxDecode\n/DecodeParms <<\n/K -1\n"
-                "/Columns " +
-                    width + " /Rows " + height +
-                    "\n/EndOfBlock false\n/EndOfLine false\n/EncodedByteAlign false\n>>"
-              : "8\n/ColorSpace /DeviceRGB\n/Filter /DCTDecode");
-    lines("\n/Length #6 0 R\n>>\nstream\n");
-    file += pixels;
-    lines(
-        "\nendstream\nendobj\n@6" + std::to_string(pixels.size()) + "\nendobj\n" +
-        "@1<<\n/Type /Catalog\n/Pages #3 0 R\n>>\nendobj\n@2[ /PDF /ImageB  ]\nendobj\n" +
-        "@7<< /Length 52 >>\nstream\n" + picture.placement + " cm\n" + name +
-        " Do\nendstream\nendobj\n@4<<\n/Type /Page\n/Parent #3 0 R\n/Resources <<\n/XObject <<\n" +
-        name + " #5 0 R\n>>\n/ProcSet #2 0 R\n>>\n/Contents #7 0 R\n>>\nendobj\n" +
-        "@3<<\n/Type /Pages\n/Kids [");
-    for (int page = 0; page <= page_; ++page) lines(std::to_string(7 * page + 4) + " 0 R \n");
-    lines("]\n/Count " + std::to_string(page_ + 1) + "\n/MediaBox [ 0 0 612 792 ]\n>>\nendobj\n");
-    const std::size_t table = file.size();
-    lines("xref\n0 #8\n0000000000 65535 f\n");
-    for (const auto& [object, offset] : offsets_) {
-      const std::string digits = std::to_string(offset);
-      file += std::string(10 - digits.size(), '0') + digits + " 00000 n\r\n";
-    }
-    lines("trailer\n<<\n/Size #8\n/Root #1 0 R\n>>\nstartxref\n" + std::to_string(table) +
-          "\n%%EOF\n");
-    ++page_;
-  }
-
- private:
-  // "#3" is the number of the page's third object, "@3" its beginning.
-  void lines(const std::string& text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      const char c = text[i];
-      if (c == '\n') file += '\r';
-      if (c != '#' && c != '@') {
-        file += c;
-        continue;
-      }
-      const int object = 7 * page_ + (text[++i] - '0');
-      if (c == '@') offsets_[object] = file.size();
-      file += std::to_string(object) + (c == '@' ? " 0 obj\r\n" : "");
-    }
-  }
-
-  int page_ = 0;
-  std::map<int, std::size_t> offsets_;
-};
-
 std::string document_of(const std::vector<Picture>& pictures) {
-  Model model;
-  for (const Picture& picture : pictures) model.add(picture);
-  return model.file;
+  const MemoryFile file;
+  for (const Picture& picture : pictures) EXPECT_EQ(save(picture), kOk);
+  return text(file.bytes);
 }
 
-TEST(PdfWrite, DocumentsAreThoseOfTheModel) {
-  const std::vector<Picture> pictures = {
-      {300, 200, 1, "000300 0 0 000200    156    296"},
-      {300, 200, 8, "000300 0 0 000200    156    296"},
-      {611, 791, 1, "000611 0 0 000791      0      0"},
-      {612, 791, 1, "000612 0 0 000791      0      0"},
-      {20, 792, 1, "000020 0 0 000792    296      0"},
-      {1224, 1584, 24, "000612 0 0 000792      0      0"},
-      {1, 1, 32, "000001 0 0 000001    305    395"},
-      {2000, 3, 1, "000612 0 0 000000      0    396"},
-      {2, 4000, 8, "000000 0 0 000792    306      0"},
-      {1000, 900, 1, "000612 0 0 000550      0    121"},
-      {700, 1000, 1, "000554 0 0 000792     29      0"},
-      {30, 40, 1, "000030 0 0 000040    291    376"},
+TEST(PdfWrite, PagesHoldTheirPictureInTheMiddleAsLargeAsItFits) {
+  const std::pair<Picture, const char*> cases[] = {
+      {{300, 200, 1}, "000300 0 0 000200    156    296"},
+      {{300, 200, 8}, "000300 0 0 000200    156    296"},
+      {{611, 791, 1}, "000611 0 0 000791      0      0"},
+      {{612, 791, 1}, "000612 0 0 000791      0      0"},
+      {{20, 792, 1}, "000020 0 0 000792    296      0"},
+      {{1224, 1584, 24}, "000612 0 0 000792      0      0"},
+      {{1, 1, 32}, "000001 0 0 000001    305    395"},
+      {{2000, 3, 1}, "000612 0 0 000000      0    396"},
+      {{2, 4000, 8}, "000000 0 0 000792    306      0"},
+      {{1000, 900, 1}, "000612 0 0 000550      0    121"},
+      {{700, 1000, 1}, "000554 0 0 000792     29      0"},
+      {{30, 40, 1}, "000030 0 0 000040    291    376"},
   };
-  Model model;
-  for (const Picture& picture : pictures) {
-    // Old offsets are read entry by entry, however long the table is.
-    for (int page = 0; &picture == &pictures.back() && page < 480; ++page) model.add(picture);
-    const Bytes before = bytes_of(model.file);
-    model.add(picture);
-    const MemoryFile file(before);
-    ASSERT_EQ(save(picture), kOk);
-    ASSERT_EQ(text(file.bytes), model.file);
+  for (const auto& [picture, placement] : cases) {
+    const std::string document = document_of({picture});
+    EXPECT_NE(document.find("\n" + std::string(placement) + " cm\r\n"), std::string::npos);
+    const std::string pixels = "stream\r\n" + pixels_of(picture) + "\r\nendstream";
+    const std::size_t at = document.find(pixels);
+    ASSERT_NE(at, std::string::npos) << placement;
+    const std::string front = document.substr(0, at);
+    EXPECT_NE(front.find(picture.bits == 1 ? "/CCITTFaxDecode" : "/DCTDecode"), std::string::npos);
   }
 }
 
-// Also in memory, whose size is its position, and where nothing but writing is possible.
-TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnew) {
-  const std::string document = document_of({small_picture()});
-  MemoryFile file(Bytes(199, 'x'));
-  EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), kOk);
-  ASSERT_EQ(save(small_picture()), kOk);
-  EXPECT_EQ(text(file.bytes), document);
+// Every byte of documents whose pages hold no JPEG data. The digests are those of a plain model of
+// the layout; qpdf and poppler look at such documents in tests/tool. Old offsets are read entry by
+// entry, however long the table is.
+TEST(PdfWrite, DocumentsOfAnyLengthKeepTheirLayout) {
+  const std::pair<std::size_t, std::uint64_t> cases[] = {
+      {1, 0xA5264ABFB913EC96}, {2, 0xBC1722988894D268}, {100, 0x12BB86E6E6CEFCF9}};
+  for (const auto& [pages, expected] : cases) {
+    Digest digest;
+    digest.add(bytes_of(document_of(std::vector<Picture>(pages, kSmall))));
+    EXPECT_EQ(digest.value(), expected) << pages;
+  }
+}
 
-  file.bytes.clear();
-  file.position = 0;
-  file.install(false, true, false);
-  ASSERT_EQ(save(small_picture()), kOk);
-  EXPECT_EQ(text(file.bytes), document);
-
-  set_caller_io(nullptr, nullptr, nullptr);
-  Bytes block(5000, 'x');
-  open_memory_stream(block.data(), block.size());
-  ASSERT_EQ(save(small_picture(), kMemoryStream), kOk);
-  EXPECT_EQ(text(block).substr(0, document.size()), document);
-  EXPECT_EQ(memory_position(), static_cast<std::int32_t>(document.size()));
+TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnewEvenIfItOnlyWrites) {
+  for (const bool only_writes : {false, true}) {
+    MemoryFile file(Bytes(only_writes ? 0 : 199, 'x'));
+    file.install(!only_writes, true, !only_writes);
+    EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), kOk);
+    ASSERT_EQ(save(kSmall), kOk);
+    EXPECT_EQ(text(file.bytes), document_of({kSmall}));
+  }
 }
 
 std::string replaced(std::string in, const std::string& what, const std::string& by) {
@@ -187,8 +127,7 @@ std::string replaced(std::string in, const std::string& what, const std::string&
 }
 
 TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
-  const Picture& picture = small_picture();
-  const std::string own = document_of({picture, picture});
+  const std::string own = document_of({kSmall, kSmall});
   const std::pair<const char*, std::string> cases[] = {
       {"no document", std::string(200, 'x')},
       {"another beginning", replaced(own, "%PDF", "%PDG")},
@@ -211,55 +150,39 @@ TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
   for (const auto& [what, content] : cases) {
     const MemoryFile file(bytes_of(content));
     EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), StatusCode::bad_image) << what;
-    EXPECT_EQ(save(picture), StatusCode::bad_image) << what;
+    EXPECT_EQ(save(kSmall), StatusCode::bad_image) << what;
     EXPECT_EQ(text(file.bytes), content) << what;
-  }
-  // Every damage that is taken for a document gives one, and none goes further than a status.
-  for (std::size_t i = 0; i < own.size(); ++i) {
-    std::string damaged = own;
-    damaged[i] = damaged[i] == '9' ? 'z' : '9';
-    const MemoryFile file(bytes_of(damaged));
-    const Status saved = save(picture);
-    EXPECT_TRUE(saved.ok() || saved == StatusCode::bad_image) << i;
-    EXPECT_EQ(text(file.bytes).compare(0, damaged.size(), damaged), 0) << i;
   }
 }
 
 // What was there stays; behind it may be a part of the page, to be cut off before the next save.
 TEST(PdfWrite, AnyCallOfTheStreamMayFailAndLeavesTheDocumentBefore) {
-  for (const Picture& picture :
-       {small_picture(), Picture{16, 8, 24, "000016 0 0 000008    298    392"}}) {
+  for (const Picture& picture : {kSmall, Picture{16, 8, 24}}) {
     for (const std::size_t pages : {0, 2}) {
       const std::string before = pages == 0 ? "" : document_of({picture, picture});
       const std::string after = document_of(std::vector<Picture>(pages + 1, picture));
-      for (int call = 0;; ++call) {
+      for (int call = 0, calls = 1; call < calls; ++call) {
         SCOPED_TRACE(testing::Message() << picture.bits << " bits, call " << call);
         MemoryFile file(bytes_of(before));
         file.failing_call = call;
         const Status saved = save(picture);
         EXPECT_EQ(memory_probe::tracked_blocks(), 0);
-        EXPECT_EQ(text(file.bytes).compare(0, before.size(), before), 0);
-        if (saved.ok()) {  // some seeks only go back to where nobody goes on
-          EXPECT_EQ(text(file.bytes), after);
-        } else if (saved != StatusCode::write_failed) {
-          EXPECT_EQ(saved, StatusCode::bad_image);
+        EXPECT_TRUE(text(file.bytes).starts_with(before));
+        if (saved == StatusCode::bad_image) {
           EXPECT_EQ(text(file.bytes), before);
-        }
-        if (file.calls <= call) {
+        } else if (saved != StatusCode::write_failed) {  // some seeks need not succeed
           EXPECT_EQ(saved, kOk);
-          EXPECT_GT(call, 5);
-          break;
+          EXPECT_EQ(text(file.bytes), after);
         }
+        calls = std::max(calls, file.calls + 1);
       }
     }
   }
   MemoryFile file;
-  EXPECT_EQ(encode(small_picture(), formats::encode_pdf, MemoryFile::kHandle, 17).raw(), -777);
+  EXPECT_EQ(save(kSmall, 17).raw(), -777);
   file.bytes.clear();
   EXPECT_EQ(save({5, 5, 4}), StatusCode::wrong_depth);
 }
-
-// ---- Reading ------------------------------------------------------------------------------------
 
 // The reader takes the first page's object number, 4, for a place in the file, and the number in
 // the name that it finds there for the picture's object.
@@ -274,8 +197,8 @@ Status read(const std::string& content, CollectingSink& sink) {
 
 TEST(PdfRead, ADocumentWithTheRightNameGivesItsPicture) {
   CollectingSink sink;
-  ASSERT_EQ(read(readable(small_picture()), sink), kOk);
-  EXPECT_EQ(sink.image(), bits_of(page_of(small_picture())));
+  ASSERT_EQ(read(readable(kSmall), sink), kOk);
+  EXPECT_EQ(sink.image(), rows_of(kSmall));
   EXPECT_EQ(sink.header.header.biBitCount, 1);
   EXPECT_EQ(sink.header.palette[0], (Rgb{0, 0, 0, 0}));
   EXPECT_EQ(sink.header.palette[1], (Rgb{255, 255, 255, 0}));
@@ -288,64 +211,59 @@ TEST(PdfRead, ADocumentWithTheRightNameGivesItsPicture) {
 }
 
 TEST(PdfRead, EverythingElseIsRefused) {
-  const Picture& picture = small_picture();
-  const std::string good = readable(picture), pixels = pixels_of(picture).substr(20, 20);
+  const std::string good = readable(kSmall), pixels = pixels_of(kSmall).substr(20, 20);
   const std::string sides = "/Width 40\r\n/Height 30";  // the table's offsets hold if no byte moves
-  struct Case {
-    const char* what;
-    std::string content;
-    std::int32_t status = -3;
-  } const cases[] = {
-      {"a document of the writer's: its picture's name ends in 0, which is a free object",
-       document_of({picture})},
-      {"two pages", document_of({picture, picture})},
-      {"less than 200 bytes", good.substr(good.size() - 199)},
-      {"no '%' at the end", replaced(good, "%%EOF", "EOF")},
-      {"none of the letters", replaced(good, "%%EOF", "%%FEO")},
+  constexpr std::int32_t kBad = -3;
+  const std::tuple<const char*, std::string, std::int32_t> cases[] = {
+      {"a name that ends in 0, which is a free object", document_of({kSmall}), kBad},
+      {"less than 200 bytes", good.substr(good.size() - 199), kBad},
+      {"none of the letters", replaced(good, "%%EOF", "%%FEO"), kBad},
       {"one of the letters is enough", replaced(good, "%%EOF", "%%xOx"), 0},
-      {"a table offset that is no number: the document's beginning",
-       replaced(good, "startxref\r\n", "startxref\r\nx")},
-      {"a table offset behind the end", replaced(good, "startxref\r\n", "startxref\r\n9999")},
-      {"no entries", replaced(good, "xref\r\n0 8", "xref\r\n0 0")},
-      {"more entries than bytes", replaced(good, "xref\r\n0 8", "xref\r\n0 99999999999")},
-      {"an entry of another type", replaced(good, "00000 n\r\ntrailer", "00000 m\r\ntrailer")},
-      {"no trailer", replaced(replaced(good, "trailer", "TRAILER"), "startxref", "STARTXREF")},
-      {"a root beyond the table", replaced(good, "/Root 1", "/Root 8")},
-      {"a free root", replaced(good, "/Root 1", "/Root 0")},
-      {"no root", replaced(good, "/Root 1", "/Tree 1")},
-      {"a page tree without pages", replaced(good, "/Kids", "/Dogs")},
-      {"a first page beyond the table", replaced(good, "/Kids [4", "/Kids [8")},
-      {"no name", replaced(good, "/Name /Tarnquill", "/Name /Tarnquils")},
-      {"a picture beyond the table", replaced(good, "Name /Tarnquill5", "Name /Tarnquill8")},
-      {"broken pixels leave the rows before", replaced(good, pixels, std::string(20, '\0')), 0},
+      {"a table offset that is no number", replaced(good, "xref\r\n", "xref\r\nx"), kBad},
+      {"a table behind the end", replaced(good, "startxref\r\n", "startxref\r\n9999"), kBad},
+      {"more entries than bytes", replaced(good, "xref\r\n0 8", "xref\r\n0 99999999999"), kBad},
+      {"an entry of another type", replaced(good, " n\r\ntrailer", " m\r\ntrailer"), kBad},
+      {"no trailer", replaced(replaced(good, "trailer", "TRAILER"), "startx", "STARTX"), kBad},
+      {"a root beyond the table", replaced(good, "/Root 1", "/Root 8"), kBad},
+      {"a free root", replaced(good, "/Root 1", "/Root 0"), kBad},
+      {"a page tree without pages", replaced(good, "/Kids", "/Dogs"), kBad},
+      {"a first page beyond the table", replaced(good, "/Kids [4", "/Kids [8"), kBad},
+      {"no name", replaced(good, "/Name /Tarnquill", "/Name /Tarnquils"), kBad},
+      {"a picture beyond the table", replaced(good, "Tarnquill5", "Tarnquill8"), kBad},
+      {"broken pixels leave rows", replaced(good, pixels, std::string(20, '\0')), 0},
       {"neither kind", replaced(good, "CCITTFaxDecode", "CCITTFaxEncode"), -8},
-      {"no width", replaced(good, "/Width 40", "/Width 00")},
-      {"no height", replaced(good, "/Height", "/Weight")},
-      {"too wide", replaced(good, sides, "/Width 65534/Height 1")},
-      {"too high", replaced(good, sides, "/Width 5/Height 65534")},
-      {"no JPEG", replaced(good, "/CCITTFaxDecode", "/DCTDecode /DCT")},
+      {"no width", replaced(good, "/Width 40", "/Width 00"), kBad},
+      {"no height", replaced(good, "/Height", "/Weight"), kBad},
+      {"too wide", replaced(good, sides, "/Width 65534/Height 1"), kBad},
+      {"too high", replaced(good, sides, "/Width 5/Height 65534"), kBad},
+      {"no JPEG", replaced(good, "/CCITTFaxDecode", "/DCTDecode /DCT"), kBad},
   };
-  for (const Case& given : cases) {
+  for (const auto& [what, content, status] : cases) {
     CollectingSink sink;
-    EXPECT_EQ(read(given.content, sink).raw(), given.status) << given.what;
+    EXPECT_EQ(read(content, sink).raw(), status) << what;
   }
-}
-
-TEST(PdfRead, CutsFailuresAndDamageGiveAStatus) {
-  const std::string good = readable(small_picture());
-  for (std::size_t size = 0; size <= good.size(); ++size) {
-    CollectingSink sink;
-    static_cast<void>(read(good.substr(0, size), sink));
-  }
-  for (std::size_t i = 0; i < 8 * good.size(); ++i) {
-    std::string damaged = good;
-    damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ 1 << i % 8);
-    CollectingSink sink;
-    static_cast<void>(read(damaged, sink));
-  }
-  CollectingSink stopping;
+  CollectingSink stopping, refusing;
   stopping.header_answer = -18;
   EXPECT_EQ(read(good, stopping).raw(), -18);
+  refusing.answered_row = 10;
+  refusing.row_answer = -55;
+  EXPECT_EQ(read(good, refusing).raw(), -55);
+}
+
+// Cut or damaged, a document gives a status; it stays, and a page is added behind it or none.
+TEST(PdfDamage, GivesAStatusAndIsNotMadeWorse) {
+  const std::string good = readable(kSmall);
+  for (std::size_t bit = 0; bit < 8 * good.size(); bit += 3) {
+    std::string damaged = good;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
+    for (const std::string& content : {damaged, good.substr(0, bit / 8)}) {
+      CollectingSink sink;
+      static_cast<void>(read(content, sink));
+    }
+    const MemoryFile file(bytes_of(damaged));
+    EXPECT_THAT(save(kSmall).raw(), testing::AnyOf(0, -3)) << bit;
+    EXPECT_TRUE(text(file.bytes).starts_with(damaged)) << bit;
+  }
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "formats/ccitt/ccitt.h"
-#include "tests/support/ccitt_model.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/fax_page.h"
 #include "tests/support/memory_file.h"
 
 namespace tq::test {

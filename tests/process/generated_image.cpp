@@ -10,31 +10,24 @@
 namespace tq::test {
 namespace {
 
-class Random {
- public:
-  explicit Random(std::uint32_t seed) : state_(seed) {}
+struct Random {
+  std::uint32_t state;
   int byte() {
-    state_ = state_ * 1664525 + 1013904223;
-    return static_cast<int>(state_ >> 24);
+    state = state * 1664525 + 1013904223;
+    return static_cast<int>(state >> 24);
   }
-
- private:
-  std::uint32_t state_;
 };
 
 Rgb palette_entry(int i, int entries, int kind, Random& random) {
-  const auto byte = [](int v) { return static_cast<std::uint8_t>(v); };
-  switch (kind) {
-    case 0:
-      return {byte(i * 255 / (entries - 1)), byte(i * 255 / (entries - 1)),
-              byte(i * 255 / (entries - 1)), 0};
-    case 1: {
-      const int blue = random.byte(), green = random.byte();
-      return {byte(blue), byte(green), byte(random.byte()), 0};
-    }
-    default:
-      return {byte(255 - i * 3), byte(200 + i), byte(i * 85), 0};
-  }
+  const auto entry = [](int blue, int green, int red) -> Rgb {
+    const auto byte = [](int v) { return static_cast<std::uint8_t>(v); };
+    return {byte(blue), byte(green), byte(red), 0};
+  };
+  const int grey = i * 255 / (entries - 1);
+  if (kind == 0) return entry(grey, grey, grey);
+  if (kind == 2) return entry(255 - i * 3, 200 + i, i * 85);
+  const int blue = random.byte(), green = random.byte();  // in this order
+  return entry(blue, green, random.byte());
 }
 
 int level(int x, int y, int channel, int kind, Random& random) {
@@ -53,11 +46,11 @@ int level(int x, int y, int channel, int kind, Random& random) {
 
 }  // namespace
 
-Bytes generate_dib(const Geometry& geometry, int number) {
-  const auto [bits, compression, width, height] = geometry;
-  Random random(static_cast<std::uint32_t>(number) + 1);
+Bytes generate_dib(const Depth& depth, int width, int height, int number) {
+  const int bits = depth.bits;
+  Random random{static_cast<std::uint32_t>(number) + 1};
   HeaderBlock block = dib_header(width, height, bits);
-  block.header.biCompression = compression;
+  block.header.biCompression = depth.compression;
   const int entries = palette_bytes(bits) / 4;
   for (int i = 0; i < entries; ++i) {
     block.palette[i] = palette_entry(i, entries, number % 3, random);
@@ -99,6 +92,11 @@ Snapshot snapshot(std::int32_t image) {
 KeptImage::KeptImage(Bytes dib)
     : memory_(std::move(dib)), original_(memory_), handle_(IMG_create_handle_keep(memory_.data())) {
   original_ = memory_;  // registering may have put a palette in order
+}
+
+KeptImage::KeptImage(const Depth& depth, int width, int height, int number)
+    : KeptImage(generate_dib(depth, width, height, number)) {
+  if (depth.in_runs) IMG_dib_to_runs(handle_);
 }
 
 KeptImage::~KeptImage() {

@@ -9,14 +9,15 @@ namespace tq::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct Geometry {
+struct Depth {
   int bits = 8;
   std::uint32_t compression = 0;
-  int width = 1, height = 1;
+  bool in_runs = false;
 };
+inline constexpr Depth kDepths[] = {{1}, {1, 0, true}, {4}, {8}, {16}, {24}, {32, 200}, {32}};
 
 // A packed DIB. `number` chooses pattern and palette.
-Bytes generate_dib(const Geometry& geometry, int number);
+Bytes generate_dib(const Depth& depth, int width, int height, int number);
 
 // What callers see of an image: header, palette and rows from the top.
 struct Snapshot {
@@ -30,7 +31,7 @@ Snapshot snapshot(std::int32_t image);
 class KeptImage {
  public:
   explicit KeptImage(Bytes dib);
-  KeptImage(const Geometry& geometry, int number) : KeptImage(generate_dib(geometry, number)) {}
+  KeptImage(const Depth& depth, int width, int height, int number);
   KeptImage(const KeptImage&) = delete;
   KeptImage& operator=(const KeptImage&) = delete;
   ~KeptImage();

@@ -5,60 +5,44 @@
 #include <cstring>
 
 namespace tq::test {
-namespace {
-
-// Bits that a pixel takes.
-int pixel_bits(int bits) {
-  const bool known = bits == 1 || bits == 4 || bits == 16 || bits == 24 || bits == 32;
-  return known ? bits : 8;
-}
-
-}  // namespace
-
 std::size_t stride(std::int64_t width, int bits) {
-  return static_cast<std::size_t>((width * pixel_bits(bits) + 31) / 32 * 4);
+  return static_cast<std::size_t>(row_bytes(width, bits));
 }
 
 Bytes pack(const Pixels& pixels, int bits, std::uint8_t filler) {
-  const int size = pixel_bits(bits);
   Bytes row(stride(static_cast<std::int64_t>(pixels.size()), bits), filler);
-  std::size_t at = 0;  // bits
-  for (const std::uint32_t pixel : pixels) {
-    // Below a byte the left pixel is the upper one, above it the low byte comes first.
-    for (int bit = 0; bit < size; ++bit, ++at) {
-      const int from = size < 8 ? size - 1 - bit : bit / 8 * 8 + 7 - bit % 8;
-      const auto mask = static_cast<std::uint8_t>(0x80 >> (at % 8));
-      row[at / 8] =
-          static_cast<std::uint8_t>((row[at / 8] & ~mask) | ((pixel >> from & 1) != 0 ? mask : 0));
+  const std::size_t bytes = bits > 8 ? static_cast<std::size_t>(bits) / 8 : 1;  // of a pixel
+  for (std::size_t x = 0; x < pixels.size(); ++x) {
+    if (bits == 1 || bits == 4) {
+      const std::size_t at = x * static_cast<std::size_t>(bits), shift = 8 - bits - at % 8;
+      const std::uint32_t kept = row[at / 8] & ~(((1u << bits) - 1) << shift);
+      row[at / 8] = static_cast<std::uint8_t>(kept | pixels[x] << shift);
+      continue;
+    }
+    for (std::size_t i = 0; i < bytes; ++i) {
+      row[x * bytes + i] = static_cast<std::uint8_t>(pixels[x] >> 8 * i);
     }
   }
   return row;
 }
 
 Pixels unpack(const Bytes& row, std::int32_t width, int bits) {
-  const int size = pixel_bits(bits);
   Pixels pixels(static_cast<std::size_t>(width));
+  const std::size_t bytes = bits > 8 ? static_cast<std::size_t>(bits) / 8 : 1;  // of a pixel
   for (std::size_t x = 0; x < pixels.size(); ++x) {
-    const std::size_t at = x * static_cast<std::size_t>(size);
-    if (size < 8) {
-      pixels[x] = row.at(at / 8) >> (8 - size - at % 8) & ((1u << size) - 1);
+    if (bits == 1 || bits == 4) {
+      const std::size_t at = x * static_cast<std::size_t>(bits);
+      pixels[x] = row.at(at / 8) >> (8 - bits - at % 8) & ((1u << bits) - 1);
       continue;
     }
-    for (std::size_t i = 0; i < static_cast<std::size_t>(size) / 8; ++i) {
-      pixels[x] |= static_cast<std::uint32_t>(row.at(at / 8 + i)) << 8 * i;
-    }
+    for (std::size_t i = 0; i < bytes; ++i)
+      pixels[x] |= std::uint32_t{row.at(x * bytes + i)} << 8 * i;
   }
   return pixels;
 }
 
 HeaderBlock header_block(std::int32_t width, std::int32_t height, int bits) {
-  HeaderBlock block;
-  block.header.biSize = 40;
-  block.header.biWidth = width;
-  block.header.biHeight = height;
-  block.header.biPlanes = 1;
-  block.header.biBitCount = static_cast<std::uint16_t>(bits);
-  return block;
+  return dib_header(width, height, bits);
 }
 
 Image make_image(std::int32_t width, int bits, const Rows& rows, bool in_runs) {

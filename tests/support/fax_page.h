@@ -1,12 +1,10 @@
-// Facsimile coding by the letter of ITU-T T.4 and T.6, pixel by pixel and bit by bit, and pages to
-// code.
+// Pages as facsimile coders have them, pixel by pixel.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
-#include "formats/ccitt/ccitt.h"
+#include "formats/codec.h"
 
 namespace tq::test {
 
@@ -14,13 +12,11 @@ using Bytes = std::vector<std::uint8_t>;
 using Pixels = std::vector<bool>;  // true: black
 using Page = std::vector<Pixels>;
 
-Bytes ccitt_by_model(const formats::CcittCoding& coding, const Page& page);
-
-// Bits one after another, the last byte filled up with 0.
-Bytes packed(const std::string& bits, bool lsb_first = false);
-
 // Rows as the library has them: 1 is white, padded with 1 to a multiple of 4 bytes.
 std::vector<Bytes> bits_of(const Page& page);
+
+// A transition list: a word for its length, which is 0, the transitions, what closes it.
+std::vector<std::int32_t> transition_words(const Pixels& row);
 
 // Rows that look like a printed page: runs of about `run` pixels, most transitions at or near one
 // of the row before, now and then a row of its own or an empty one.
