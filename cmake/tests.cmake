@@ -18,6 +18,8 @@ if(TQ_TEST_SUPPORT_SOURCES)
     ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
   target_compile_definitions(tq_test_support PUBLIC TARNQUILL_BUILD)
   target_link_libraries(tq_test_support PUBLIC gmock PRIVATE tq_warnings)
+  # Half of the time that a test takes to compile.
+  target_precompile_headers(tq_test_support PRIVATE <gmock/gmock.h> <filesystem> <functional>)
 endif()
 
 # Tests run in the folder tests/, so that their files have short relative names.
@@ -38,6 +40,7 @@ foreach(folder platform core io formats process dispatch sweep)
     target_link_libraries(${folder}_tests PRIVATE ${TQ_LAYERS} tq_warnings gmock_main)
     if(TARGET tq_test_support)
       target_link_libraries(${folder}_tests PRIVATE tq_test_support)
+      target_precompile_headers(${folder}_tests REUSE_FROM tq_test_support)
     endif()
     if(WIN32)
       target_link_options(${folder}_tests PRIVATE -static)

@@ -86,8 +86,10 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   OpenFile file;
   const std::uint64_t serial = image_record(handle).serial;
   TQ_TRY(open_output(name, code, file));
-  // A caller's own functions have looked at the existing file, and may have deleted the image.
+  // A caller's own functions have looked at the existing file, and may have changed or deleted the
+  // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
+  TQ_TRY(check_save(image_record(handle), file.handle(), code));
   const Status saved = save_image(handle, file.handle(), code);
   file.close();
   if (saved.ok()) return kOk;

@@ -108,11 +108,12 @@ TEST_F(Reentry, ImageDeletedDuringASaveEndsIt) {
   }
 }
 
-TEST_F(Reentry, ImageDeletedWhileItsFileIsLookedAtIsNotSaved) {
+TEST_F(Reentry, ImageThatGoesWhileItsFileIsLookedAtIsNotSaved) {
+  enum class Change { deleted, replaced, emptied };
   const ScratchFolder folder;
   const std::string name = folder.file("pages.dcx");
   const Bytes bmp = grey_bmp(30, 40, 1);
-  for (const bool replaced : {false, true}) {
+  for (const Change change : {Change::deleted, Change::replaced, Change::emptied}) {
     const std::int32_t image = IMG_decompress_bitmap_block(bmp.data(), bmp.size(), 0);
     ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX), 0);
     const Bytes before = file_content(name);
@@ -120,14 +121,19 @@ TEST_F(Reentry, ImageDeletedWhileItsFileIsLookedAtIsNotSaved) {
     int calls = 0;
     file.during_call = [&] {
       if (calls++ > 0) return;
+      if (change == Change::emptied) {
+        IMG_set_croprect(image, 29, 0, 1, 1);
+        return;
+      }
       IMG_delete_bitmap(image);
       const HeaderBlock header = header_block(4, 4, 8);
-      if (replaced) IMG_create_handle_shell(&header);
+      if (change == Change::replaced) IMG_create_handle_shell(&header);
     };
-    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX), -13);
+    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX),
+              change == Change::emptied ? IMG_BAD_IMAGE : IMG_BAD_HANDLE);
     EXPECT_EQ(file.bytes, before);
     EXPECT_EQ(file_content(name), before);
-    EXPECT_EQ(IMG_delete_bitmap(image), replaced ? 0 : -13);
+    EXPECT_EQ(IMG_delete_bitmap(image), change == Change::deleted ? IMG_BAD_HANDLE : IMG_OK);
     EXPECT_EQ(blocks(), 0);
     std::filesystem::remove(name);
   }
