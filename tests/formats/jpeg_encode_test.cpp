@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "core/memory.h"
 #include "formats/jpeg/encoder_settings.h"
@@ -91,12 +90,6 @@ Bytes segment(const Bytes& file, int marker) {
   return {};
 }
 
-std::uint32_t fnv(const Bytes& bytes) {
-  std::uint32_t hash = 0x811C9DC5;
-  for (const std::uint8_t byte : bytes) hash = (hash ^ byte) * 0x01000193;
-  return hash;
-}
-
 // As the process starts; no setter brings this state back.
 const formats::JpegEncoderSettings kUnset = formats::jpeg_encoder_settings();
 
@@ -119,17 +112,12 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
        {8, 0, 5, 1, 44, 1, 1, 0x11, 0},
        {1, 1, 0, 0, 63, 0}},
   };
-  // The typical tables with their numbers, by hashes of what another encoder writes.
-  const std::uint32_t codes[] = {0x8C4FCF27, 0x6569BE85, 0x3DCEACBC, 0xAA231D1C};
   formats::jpeg_encoder_settings() = kUnset;
   for (const Case& c : cases) {
     const Bytes file = save(image_of(300, 5, c.bits)).file;
     Bytes markers;
-    std::size_t tables = 0;
     for (const Segment& each : segments(file)) {
       markers.push_back(static_cast<std::uint8_t>(each.marker));
-      if (each.marker != 0xC4) continue;
-      EXPECT_EQ(fnv(each.content), codes[tables++]);
     }
     EXPECT_EQ(markers, c.markers);
     EXPECT_EQ(segment(file, 0xC0), c.frame);

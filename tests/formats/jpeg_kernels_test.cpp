@@ -1,6 +1,6 @@
-// Every variant of a kernel gives the numbers of the portable one; the portable ones are what the
-// definitions say.
-#include <gmock/gmock.h>
+// Every variant of a kernel gives the numbers of the portable one; quantisation is what its
+// definition says.
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
@@ -144,11 +144,6 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
       }
     }
   }
-  // 100 + 225, 100 - (43 - 91), 100 - 179
-  const std::uint8_t middle = 100, low = 0, high = 255;
-  std::uint8_t bgr[3];
-  ycc_to_bgr(&middle, &high, &low, bgr, 1);
-  EXPECT_THAT(bgr, testing::ElementsAre(255, 148, 0));
 }
 
 TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {

@@ -79,20 +79,19 @@ TEST_F(Gif, FramesAreChosenByPage) {
 }
 
 TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
-  const auto two = [](Bytes palette) {
-    return decode(
-        Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + palette +
-        Bytes{0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B});  // pixels 0, 1
-  };
-  const Picture black_white = two({0, 0, 0, 255, 255, 255});
-  EXPECT_EQ(black_white.bits, 1);
-  EXPECT_EQ(black_white.rows.at(0).at(0) >> 6, 1);
-  const Picture white_black = two({255, 255, 255, 0, 0, 0});
-  EXPECT_EQ(white_black.bits, 1);
-  EXPECT_EQ(white_black.rows.at(0).at(0) >> 6, 2);
-  const Picture colours = two({255, 0, 0, 0, 0, 0});
-  EXPECT_EQ(colours.bits, 4);
-  EXPECT_THAT(colours.rows, ElementsAre(Bytes{0x01}));
+  const struct {
+    Bytes palette;
+    int bits, pixels;
+  } cases[] = {{{0, 0, 0, 255, 255, 255}, 1, 0x40},
+               {{255, 255, 255, 0, 0, 0}, 1, 0x80},
+               {{255, 0, 0, 0, 0, 0}, 4, 0x01}};
+  for (const auto& c : cases) {
+    const Picture picture =
+        decode(Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + c.palette +
+               Bytes{0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B});  // pixels 0, 1
+    EXPECT_EQ(picture.bits, c.bits);
+    EXPECT_EQ(picture.rows.at(0).at(0) & (c.bits == 1 ? 0xC0 : 0xFF), c.pixels);
+  }
 }
 
 TEST_F(Gif, WhatIsWrittenReadsBack) {
