@@ -161,5 +161,19 @@ TEST(ChunkReader, CallersAreAskedForWholeChunks) {
   EXPECT_EQ(caller.counts, std::vector<std::int32_t>(10, 100));
 }
 
+TEST(ChunkReader, KeepsReadingItsBlockWhenAnotherIsOpenedMeanwhile) {
+  const GuardedBlock first(Bytes{1, 2, 3}), second(Bytes{7, 8, 9});
+  open_memory_stream(first.data());
+  ChunkReader reader;
+  ASSERT_TRUE(reader.open(kMemoryStream, 100).ok());
+  open_memory_stream(second.data());
+  EXPECT_EQ(seek(kMemoryStream, 1, Origin::start), 1);
+  EXPECT_EQ(reader.next(), 1);
+  EXPECT_EQ(reader.next(), 2);
+  reader.close();
+  EXPECT_EQ(memory_position(), 1) << "the other stream must not move";
+  open_memory_stream(nullptr);
+}
+
 }  // namespace
 }  // namespace tq
