@@ -37,26 +37,23 @@ std::int32_t decode_icon(const Bytes& file) {
 TEST_F(Reentry, OtherMemoryStreamDuringADecodeChangesNothing) {
   const Bytes file = grey_bmp(30, 40, 1), icon = grey_bmp(3, 3, 200);
   const Image expected(IMG_decompress_bitmap_block(file.data(), file.size(), 0));
-  for (const bool scrambled : {false, true}) {
+  for (const std::uint8_t key : Bytes{0, 7}) {  // 0: not scrambled
     Bytes stored = file;
-    if (scrambled) {
-      for (std::uint8_t& byte : stored) byte ^= 7;
-    }
-    int depth = 0;
+    for (std::uint8_t& byte : stored) byte ^= key;
+    bool nested = false;
     const OnProgress progress([&](std::int32_t) {
-      if (depth != 0) return 0;
-      ++depth;
-      IMG_set_encrypt(0, 7);
+      if (nested) return 0;
+      nested = true;
+      IMG_set_encrypt(0, 0);
       EXPECT_EQ(decode_icon(icon), 0);
-      IMG_set_encrypt(scrambled ? 1 : 0, 7);
-      --depth;
+      IMG_set_encrypt(key, key);
+      nested = false;
       return 0;
     });
-    IMG_set_encrypt(scrambled ? 1 : 0, 7);
+    IMG_set_encrypt(key, key);
     const Image image(IMG_decompress_bitmap_block(stored.data(), stored.size(), 0));
     IMG_set_encrypt(0, 0);
-    EXPECT_EQ(rows_of_image(image), rows_of_image(expected)) << scrambled;
-    depth = 1;
+    EXPECT_EQ(rows_of_image(image), rows_of_image(expected)) << key;
   }
 }
 

@@ -181,19 +181,6 @@ TEST_F(Saving, MemoryGetsTheBytesOfTheFile) {
   }
 }
 
-TEST_F(Saving, FileOfAnAbortedSaveIsRemoved) {
-  const ScratchFolder folder;
-  const std::string name = folder.file("a.bmp");
-  const Image image = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
-  for (int row = 0; row < 2; ++row) {
-    write_file(name, {1, 2, 3});
-    int calls = 0;
-    const OnProgress progress([&](std::int32_t) { return calls++ == row ? -55 : 0; });
-    EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), 1), -55);
-    EXPECT_FALSE(std::filesystem::exists(name));
-  }
-}
-
 TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
   const ScratchFolder folder;
   const Image image = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
@@ -209,13 +196,10 @@ TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
   };
   for (const Case& c : std::vector<Case>{{image, "a.bmp", 17, -7},
                                          {image, "a.bmp", 1000, -7},
-                                         {image, "a.bmp", INT_MIN, -7},
                                          {image, "a.bmp", -2, -7},
                                          {image, "a.imt", -1, -7},
                                          {image, "mp", -1, -7},
                                          {image, "a.bmp", 4, -23},
-                                         {image, "a.bmp", 44, -23},
-                                         {image, "a.bmp", 9, -23},
                                          {cropped, "a.bmp", 1, -3},
                                          {leaked, "a.bmp", 1, -1},
                                          {12345, "a.bmp", 1, -13}}) {
@@ -225,9 +209,7 @@ TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
       if (exists) write_file(name, {1, 2, 3});
       EXPECT_EQ(IMG_save_bitmap(c.image, name.c_str(), c.code), c.status) << c.name << c.code;
       EXPECT_EQ(std::filesystem::exists(name), exists) << c.name << c.code;
-      if (exists) {
-        EXPECT_EQ(file_content(name), (Bytes{1, 2, 3})) << c.name << c.code;
-      }
+      EXPECT_EQ(file_content(name), exists ? Bytes({1, 2, 3}) : Bytes()) << c.name << c.code;
     }
     Bytes out(2000);
     EXPECT_EQ(IMG_save_bitmap_block(c.image, out.data(), out.size(), c.code),

