@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/palettes.h"
+#include "tests/support/digest.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 
@@ -221,13 +222,9 @@ TEST_F(RunStorage, ConversionsKeepWhatElseTheImageHas) {
 
 // The 256 colours are data: their digest was taken from where they are laid down.
 TEST(FixedPalettes, SystemColoursAreTheTable) {
-  std::uint64_t digest = 0xCBF29CE484222325;  // FNV-1a
-  for (const Rgb& c : fixed_palette(2)) {
-    for (const std::uint8_t byte : {c.blue, c.green, c.red, c.reserved}) {
-      digest = (digest ^ byte) * 0x100000001B3;
-    }
-  }
-  EXPECT_EQ(digest, 0x8AE10656FB5AF42B);
+  Digest digest;
+  for (const Rgb& c : fixed_palette(2)) digest.add(Bytes{c.blue, c.green, c.red, c.reserved});
+  EXPECT_EQ(digest.value(), 0x8AE10656FB5AF42B);
 }
 
 }  // namespace

@@ -307,21 +307,6 @@ TEST(JpegDamage, RestartMarkersAreFoundBehindGarbage) {
   }
 }
 
-TEST(JpegDecode, AnswersOfTheSinkEndTheDecode) {
-  for (const Bytes& file : small_files()) {
-    CollectingSink sink;
-    sink.answered_row = 9;
-    sink.row_answer = -777;
-    const Decoded refused = decode(file, 0, sink);
-    EXPECT_EQ(refused.status.raw(), -777);
-    EXPECT_EQ(refused.sink.rows.size(), 10u);
-    sink.header_answer = -18;
-    const Decoded stopped = decode(file, 0, sink);
-    EXPECT_EQ(stopped.status.raw(), -18);
-    EXPECT_TRUE(stopped.sink.rows.empty());
-  }
-}
-
 TEST(JpegDecode, EveryRefusedAllocationIsReported) {
   for (const Bytes& file : small_files()) {
     EXPECT_EQ(with_every_refusal([&] { return decode(file).status.raw(); }), 0);

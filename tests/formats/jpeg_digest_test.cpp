@@ -7,6 +7,7 @@
 #include "formats/jpeg/jpeg.h"
 #include "platform/cpu.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/digest.h"
 #include "tests/support/memory_file.h"
 
 namespace tq::test {
@@ -16,18 +17,6 @@ using Bytes = std::vector<std::uint8_t>;
 
 // Wide enough for several batches of blocks, and no multiple of a block.
 constexpr int kWidth = 1107, kHeight = 37;
-
-// FNV-1a.
-class Digest {
- public:
-  void add(const Bytes& bytes) {
-    for (const std::uint8_t byte : bytes) value_ = (value_ ^ byte) * 0x100000001B3;
-  }
-  std::uint64_t value() const { return value_; }
-
- private:
-  std::uint64_t value_ = 0xCBF29CE484222325;
-};
 
 // Gentle slopes with a little noise, pure noise, and blocks of the darkest and the brightest.
 enum class Content : std::uint8_t { slopes, noise, extremes };

@@ -220,14 +220,5 @@ TEST(JpegEncode, PalettesAndFourComponentsComeBack) {
   for (int i = 0; i < 16 * 64; ++i) EXPECT_NEAR(back[i / 64][i % 64], four[i / 64][i % 64], 24);
 }
 
-TEST(JpegEncode, FailedRowEndsIt) {
-  HeaderBlock image = image_of(40, 40, 24);
-  GivenRows given(rows_of(image));
-  given.failed_row = 20;
-  given.failure = -777;
-  MemoryFile file;
-  EXPECT_EQ(encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}).raw(), -777);
-}
-
 }  // namespace
 }  // namespace tq::test

@@ -152,23 +152,5 @@ TEST(PcxDecode, FilesThatLie) {
   EXPECT_EQ(decode(pcx_file({.size = {2, 2, 8, 1, 2}, .data = {0xC4, 1}})).rows.size(), 2u);
 }
 
-TEST(PcxDecode, BeginsWhereItIsToldAndEndsWithTheCallbacksAnswers) {
-  MemoryFile stream(pcx_file({.size = {3, 3, 8, 1, 3}, .data = {0xC6, 1, 0xC3, 2}}));
-  stream.bytes.insert(stream.bytes.begin(), 50, 0xEE);
-  const struct {
-    std::uint32_t argument;
-    std::int32_t header, row, status;
-  } cases[] = {{50, 1, 0, 1}, {0x80000003, 1, 0, 1}, {50, -18, 0, -18}, {50, 1, -77, -77}};
-  for (const auto& c : cases) {  // a page: where the stream is
-    stream.position = 50;
-    CollectingSink sink;
-    sink.header_answer = c.header;
-    sink.row_answer = c.row;
-    sink.answered_row = 1;
-    EXPECT_EQ(decode_pcx({MemoryFile::kHandle, c.argument, sink.sink()}).raw(), c.status);
-    EXPECT_EQ(sink.rows.size(), c.header < 0 ? 0u : c.row < 0 ? 2u : 3u);
-  }
-}
-
 }  // namespace
 }  // namespace tq::test

@@ -1,4 +1,4 @@
-// PNG files cut off, in memory that ends with them, ended by callbacks.
+// PNG files cut off, in memory that ends with them.
 // That what is written reads back, and the pixels, are compared with another program, see
 // tests/peers.
 #include <gmock/gmock.h>
@@ -61,29 +61,6 @@ TEST(Png, CutOffFileKeepsWhatItHas) {
     }
     EXPECT_GT(most, 4u);
   }
-}
-
-TEST(Png, BeginsWhereItIsToldAndEndsWithTheCallbacksAnswers) {
-  MemoryFile stream(kInterlaced);
-  stream.bytes.insert(stream.bytes.begin(), 50, 0xEE);
-  const struct {
-    std::uint32_t argument;
-    std::int32_t header, row, status;
-  } cases[] = {{50, 1, 0, 0}, {0x80000003, 1, 0, 0}, {50, -18, 0, -18}, {50, 1, -77, -77}};
-  for (const auto& c : cases) {  // a page: where the stream is
-    stream.position = 50;
-    CollectingSink sink;
-    sink.header_answer = c.header;
-    sink.row_answer = c.row;
-    sink.answered_row = 2;
-    EXPECT_EQ(decode_png({MemoryFile::kHandle, c.argument, sink.sink()}).raw(), c.status);
-    EXPECT_EQ(sink.rows.size(), c.header < 0 ? 0u : c.row < 0 ? 3u : 5u);
-  }
-  HeaderBlock header = dib_header(9, 9, 8);
-  GivenRows given(Image(9, Bytes(12)));
-  given.failed_row = 4;
-  given.failure = -55;
-  EXPECT_EQ(encode_png({MemoryFile::kHandle, &header, given.supplier()}).raw(), -55);
 }
 
 }  // namespace
