@@ -111,7 +111,8 @@ TEST(Ccitt, CodesAreThoseOfTheStandardAndReadBack) {
       {{CcittScheme::group3_2d, true, false, true, true, 2}, 0x3108A5A80490EDD2},
   };
   const std::vector<Page> pages = all_pages();
-  for (const auto& [coding, expected] : codings) {
+  for (const auto& tested : codings) {
+    const CcittCoding& coding = tested.first;
     Digest digest;
     for (const Page& page : pages) {
       SCOPED_TRACE(testing::Message()
@@ -125,7 +126,7 @@ TEST(Ccitt, CodesAreThoseOfTheStandardAndReadBack) {
       ASSERT_EQ(rows(CcittRows::bits), bits_of(page));
       ASSERT_EQ(rows(CcittRows::runs), lists_of(page));
     }
-    EXPECT_EQ(digest.value(), expected);
+    EXPECT_EQ(digest.value(), tested.second);
   }
 }
 
