@@ -41,7 +41,8 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
       sink.header_answer = c.header;
       sink.row_answer = c.row;
       sink.answered_row = 2;
-      const std::int32_t status = codec.decode({MemoryFile::kHandle, c.argument, sink.sink()}).raw();
+      const std::int32_t status =
+          codec.decode({MemoryFile::kHandle, c.argument, sink.sink()}).raw();
       EXPECT_EQ(status, c.header < 0 ? c.header : c.row < 0 ? c.row : codec.good);
       EXPECT_EQ(sink.rows.size(), c.rows);
     }
