@@ -122,13 +122,13 @@ void per_pixel(benchmark::State& state) {
       benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void BM_Group4Encode(benchmark::State& state) {
+void group4_encode(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(encode_once());
   per_pixel(state);
 }
-BENCHMARK(BM_Group4Encode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_encode)->Unit(benchmark::kMicrosecond);
 
-void BM_Group4Decode(benchmark::State& state) {
+void group4_decode(benchmark::State& state) {
   const auto size = static_cast<std::size_t>(encode_once());
   for (auto _ : state) {
     open_memory_stream(out().data(), size);
@@ -148,7 +148,7 @@ void BM_Group4Decode(benchmark::State& state) {
   }
   per_pixel(state);
 }
-BENCHMARK(BM_Group4Decode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_decode)->Unit(benchmark::kMicrosecond);
 
 #ifdef TQ_HAVE_LIBTIFF
 
@@ -201,14 +201,14 @@ void write_tiff(TiffMemory& memory) {
   TIFFClose(tiff);
 }
 
-void BM_LibtiffGroup4Encode(benchmark::State& state) {
+void group4_encode_libtiff(benchmark::State& state) {
   TiffMemory memory{Bytes(64 << 20)};
   for (auto _ : state) write_tiff(memory);
   per_pixel(state);
 }
-BENCHMARK(BM_LibtiffGroup4Encode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_encode_libtiff)->Unit(benchmark::kMicrosecond);
 
-void BM_LibtiffGroup4Decode(benchmark::State& state) {
+void group4_decode_libtiff(benchmark::State& state) {
   TiffMemory memory{Bytes(64 << 20)};
   write_tiff(memory);
   Bytes strip(page().rows.size());
@@ -221,7 +221,7 @@ void BM_LibtiffGroup4Decode(benchmark::State& state) {
   if (strip != page().rows) state.SkipWithError("not the page");
   per_pixel(state);
 }
-BENCHMARK(BM_LibtiffGroup4Decode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_decode_libtiff)->Unit(benchmark::kMicrosecond);
 
 #endif
 
@@ -237,7 +237,7 @@ Pix* page_pix() {
   return pix;
 }
 
-void BM_LeptonicaGroup4Encode(benchmark::State& state) {
+void group4_encode_leptonica(benchmark::State& state) {
   Pix* pix = page_pix();
   for (auto _ : state) {
     l_uint8* file = nullptr;
@@ -248,9 +248,9 @@ void BM_LeptonicaGroup4Encode(benchmark::State& state) {
   pixDestroy(&pix);
   per_pixel(state);
 }
-BENCHMARK(BM_LeptonicaGroup4Encode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_encode_leptonica)->Unit(benchmark::kMicrosecond);
 
-void BM_LeptonicaGroup4Decode(benchmark::State& state) {
+void group4_decode_leptonica(benchmark::State& state) {
   Pix* pix = page_pix();
   l_uint8* file = nullptr;
   std::size_t size = 0;
@@ -264,7 +264,7 @@ void BM_LeptonicaGroup4Decode(benchmark::State& state) {
   pixDestroy(&pix);
   per_pixel(state);
 }
-BENCHMARK(BM_LeptonicaGroup4Decode)->Unit(benchmark::kMicrosecond);
+BENCHMARK(group4_decode_leptonica)->Unit(benchmark::kMicrosecond);
 
 #endif
 

@@ -30,7 +30,7 @@ Bytes picture(int width, int height) {
                           std::sin(x * 0.13 + std::sin(y * 0.05) * 3) * 25 +
                           (((x / 37) ^ (y / 53)) % 5) * 9;
       const double noise = static_cast<double>(random() % 1000) / 1000 * 14 - 7;
-      std::uint8_t* p = &bgr[static_cast<std::size_t>(3 * (y * width + x))];
+      std::uint8_t* p = &bgr[3 * (y * width + x)];
       for (int c = 0; c < 3; ++c) {
         const double level =
             120 + wave * (1 - 0.25 * c) + noise + 20 * std::sin(x * 0.003 * (c + 1));
@@ -159,7 +159,7 @@ void encode_peer(benchmark::State& state, const Case& c) {
   tjDestroy(handle);
 }
 
-const bool registered = [] {
+const bool kRegistered = [] {
   for (const Case& c : kCases) {
     const std::string name = std::string("jpeg/decode/") + c.name;
     benchmark::RegisterBenchmark((name + "/ours").c_str(), [&c](auto& s) {

@@ -202,7 +202,7 @@ void append_pages(benchmark::State& state) {
   state.counters["late"] = benchmark::Counter(late, benchmark::Counter::kAvgIterations);
 }
 
-const bool registered = [] {
+const bool kRegistered = [] {
   static const Subject subjects[] = {
       {"pcx_photo_24", IMG_TYPE_PCX, 24, photo(3 * kPixels)},
       {"pcx_drawing_8", IMG_TYPE_PCX, 8, runs(kPixels)},

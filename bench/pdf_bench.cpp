@@ -39,7 +39,7 @@ void append(const std::string& name) {
   if (formats::encode_pdf({file.handle(), &header, {draw_row, nullptr}}).failed()) std::abort();
 }
 
-void BM_PdfAppend(benchmark::State& state) {
+void pdf_append(benchmark::State& state) {
   const std::string name = (fs::temp_directory_path() / "tarnquill-bench.pdf").string();
   fs::remove(name);
   for (std::int64_t page = 1; page < state.range(0); ++page) append(name);
@@ -55,7 +55,7 @@ void BM_PdfAppend(benchmark::State& state) {
   state.counters["bytes"] = static_cast<double>(added);
   fs::remove(name);
 }
-BENCHMARK(BM_PdfAppend)->Arg(2)->Arg(100)->Arg(200)->Unit(benchmark::kMicrosecond);
+BENCHMARK(pdf_append)->Arg(2)->Arg(100)->Arg(200)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace tq

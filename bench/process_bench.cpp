@@ -41,7 +41,7 @@ Picture empty_picture(int width, int height, int bits) {
     block.palette[i] = {v, v, v, 0};
   }
   Picture picture{width, height, bits, Bytes(tq::dib_bytes(width, height, bits))};
-  std::memcpy(picture.dib.data(), &block, static_cast<std::size_t>(40 + tq::palette_bytes(bits)));
+  std::memcpy(picture.dib.data(), &block, 40 + static_cast<std::size_t>(tq::palette_bytes(bits)));
   return picture;
 }
 

@@ -22,8 +22,8 @@ static int32_t IMG_CB_C write_stream(int32_t stream, void* buffer, int32_t count
 }
 
 static int32_t IMG_CB_C seek_stream(int32_t stream, int32_t offset, int32_t origin) {
-  static const int kOrigins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-  if (fseek(streams[stream], offset, kOrigins[origin]) != 0) return -1;
+  static const int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+  if (fseek(streams[stream], offset, origins[origin]) != 0) return -1;
   return (int32_t)ftell(streams[stream]);
 }
 

@@ -35,7 +35,7 @@ class Body {
 
   // The next `count` bytes, or null when the data end before.
   const std::uint8_t* take(int count) {
-    const auto end = static_cast<std::size_t>(taken_ + count);
+    const std::size_t end = taken_ + count;
     const auto bytes = input_.peek(end);
     if (bytes.size() < end) return nullptr;
     const std::uint8_t* start = bytes.data() + taken_;
