@@ -13,7 +13,7 @@ using testing::ElementsAre;
 
 class Gif : public testing::Test {
  protected:
-  const InstalledModule module_{"lzw_module", "trqvpl1"};
+  const InstalledModule module{"lzw_module", "trqvpl1"};
 };
 
 struct Picture {
@@ -34,8 +34,8 @@ Picture take(std::int32_t image) {
     picture.rows.push_back(row);
   }
   picture.palette.resize(1024);
-  picture.palette.resize(
-      static_cast<std::size_t>(4 * IMG_get_bitmap_palette(image, picture.palette.data())));
+  const std::int32_t entries = IMG_get_bitmap_palette(image, picture.palette.data());
+  picture.palette.resize(4 * static_cast<std::size_t>(entries));
   picture.transparent = IMGLOW_get_transp_color(image);
   EXPECT_EQ(IMG_delete_bitmap(image), 0);
   return picture;

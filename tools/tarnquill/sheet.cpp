@@ -99,7 +99,7 @@ class Sheet {
         const std::uint8_t* colour = &row[static_cast<std::size_t>(x) * bits / 8];
         if (bits <= 8) {
           const int shift = 8 - bits - x * bits % 8;
-          colour = &palette[static_cast<std::size_t>(4 * (*colour >> shift & ((1 << bits) - 1)))];
+          colour = &palette[4 * (*colour >> shift & ((1 << bits) - 1))];
         }
         at(left + x, top + y) = {colour[0], colour[1], colour[2]};
       }
