@@ -67,7 +67,7 @@ TEST_F(Saving, PlainRowsBeginAtTheNextWholeByteAndEndWithTheStoredRow) {
                            random.pick<Supplier>({Supplier::plain, Supplier::transitions}));
     ASSERT_TRUE(supplier.allocate().ok());
     for (std::int32_t y = 0; y < crop.height; ++y) {
-      Bytes expected = rows[static_cast<std::size_t>(crop.y + y)];
+      Bytes expected = rows[crop.y + y];
       const int first_bit = crop.x * bits;
       expected.erase(expected.begin(), expected.begin() + (first_bit + 7) / 8);
       const auto count = static_cast<std::size_t>(random.between(0, 300));
@@ -97,7 +97,7 @@ TEST_F(Saving, RunListsAreCutAtThePixel) {
     ImageSupplier lists(image.named(), image.record(), Supplier::transitions);
     ASSERT_TRUE(plain.allocate().ok() && lists.allocate().ok());
     for (std::int32_t y = 0; y < crop.height; ++y) {
-      Pixels pixels = unpack(rows[static_cast<std::size_t>(crop.y + y)], width, 1);
+      Pixels pixels = unpack(rows[crop.y + y], width, 1);
       const bool black_before = crop.x > 0 && pixels[static_cast<std::size_t>(crop.x - 1)] == 0;
       pixels = Pixels(pixels.begin() + crop.x, pixels.begin() + crop.x + crop.width);
       Bytes expected = pack(pixels, 1, 0xFF);

@@ -18,7 +18,7 @@ class FedSink {
   }
   // The row ends with its last byte, so that a sink which reads on is seen.
   std::int32_t row(const Bytes& bytes, std::int32_t y) {
-    const Bytes tight(bytes);
+    const Bytes tight(bytes);  // NOLINT(performance-unnecessary-copy-initialization): to be tight
     return callbacks().row(tight, y).raw();
   }
   // The image's handle, from now on the caller's, or a status.
