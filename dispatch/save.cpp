@@ -69,14 +69,23 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
   return find_code(code)->encode({stream, &header, rows});
 }
 
-Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
+namespace {
+
+// What has been checked.
+Status write_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
   const ImageRecord& image = image_record(handle);
-  TQ_TRY(check_save(image, stream, code));
   const Supplier kind = find_code(code)->supplier;
   ImageSupplier supplier(handle, image, kind);
   TQ_TRY(supplier.allocate());
   HeaderBlock header = header_for(image, stream, kind);
   return dispatch_save(stream, header, code, supplier.callback());
+}
+
+}  // namespace
+
+Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
+  TQ_TRY(check_save(image_record(handle), stream, code));
+  return write_image(handle, stream, code);
 }
 
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) {
@@ -90,7 +99,7 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
   TQ_TRY(check_save(image_record(handle), file.handle(), code));
-  const Status saved = save_image(handle, file.handle(), code);
+  const Status saved = write_image(handle, file.handle(), code);
   file.close();
   if (saved.ok()) return kOk;
   remove_file(name);

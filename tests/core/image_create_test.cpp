@@ -20,7 +20,7 @@ std::size_t palette_room(int bits) {
   return bits < 8 ? 4u << bits : 1024;
 }
 
-// Header, palette and rows of random bytes, and behind them an unmapped page.
+// Header, palette and rows of random bytes, and nothing behind them that may be read.
 struct PackedDib {
   PackedDib(std::int32_t width, std::int32_t height, int bits, std::size_t room)
       : memory(40 + room) {

@@ -304,9 +304,10 @@ TEST_F(Detection, GifIsRefinedByItsFirstImageAndMustReachIt) {
   const std::string control = "!\xF9\4\1\2\3\4\0"s;
   const std::string odd_control = "!\xF9\2\1\2\3\4\0"s;  // five bytes, whatever its length says
   const std::string odd_label = "!,\0"s;                 // a separator as a label
+  const std::string extensions[] = {""s, "!\xFE\5hello\3abc\0"s, control + odd_label,
+                                    "!\xFF\1x\0"s + odd_control + control};
   for (const int table_bits : {-1, 0, 3, 7}) {
-    for (const std::string& blocks : {""s, "!\xFE\5hello\3abc\0"s, control + odd_label,
-                                      "!\xFF\1x\0"s + odd_control + control}) {
+    for (const std::string& blocks : extensions) {
       Bytes file = bytes_of("GIF89a\5\0\5\0?\0\0"s);
       file[10] = static_cast<std::uint8_t>(table_bits < 0 ? 0x77 : 0x80 | table_bits);
       if (table_bits >= 0) file.resize(13 + (std::size_t{6} << table_bits), ',');

@@ -32,7 +32,7 @@ enum class Source {
   scrambled_memory,
   memory_with_callers_seek,
 };
-// A stream of `content`. Memory ends at an unmapped page, and only the sized one says so.
+// A stream of `content`. Memory ends with it, and only the sized one says so.
 class Stream {
  public:
   Stream(Source source, Bytes content)

@@ -20,6 +20,8 @@ except ImportError:
 if not shutil.which("tiffcp") or not shutil.which("fax2tiff"):
     sys.exit(77)
 
+from library import conclude  # noqa: E402
+
 HUFFMAN, ONE_D, TWO_D, GROUP4 = range(4)
 # As TIFF numbers them: compressions, Group 3 options, orders of bits.
 PLAIN = 1
@@ -199,9 +201,7 @@ def main():
     for peer, count in sorted(counts.items()):
         print(f"{peer}: {count}")
     print(f"{len(found)} pages, {sum(counts.values())} comparisons, {len(failures)} differ")
-    for failure in failures:
-        print(failure)
-    return 1 if failures else 0
+    return conclude(failures)
 
 
 if __name__ == "__main__":

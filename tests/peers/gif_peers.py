@@ -13,7 +13,7 @@ try:
 except ImportError:
     sys.exit(77)
 import pcx_peers
-from library import Library
+from library import Library, conclude
 from pcx_peers import HEIGHT, WIDTHS, equal, failures, noise, pack
 
 GIF, GIF_INTERLACED = 4, 44
@@ -91,9 +91,7 @@ def main():
             part(library, folder)
         library.call("IMG_unload_plugins")
     print(f"{pcx_peers.compared} pictures compared, {len(failures)} differ")
-    for failure in failures:
-        print(failure)
-    return 1 if failures else 0
+    return conclude(failures)
 
 
 if __name__ == "__main__":

@@ -14,7 +14,7 @@ try:
     from PIL import Image, ImageChops, ImageFilter, ImageStat
 except ImportError:
     sys.exit(77)
-from library import Library
+from library import Library, conclude
 from pcx_peers import failures, pack, run
 
 SAMPLINGS = ("1x1", "2x1", "2x2", "1x2", "4x1", "4x2", "2x4", "2x2,2x1,2x1", "2x2,1x2,2x1", "grey")
@@ -142,9 +142,7 @@ def main():
             part(library, pathlib.Path(name))
     for what, found in worst.items():
         print(f"{what}: {found:.2f} dB at worst")
-    for failure in failures:
-        print(failure)
-    return 1 if failures else 0
+    return conclude(failures)
 
 
 if __name__ == "__main__":

@@ -7,6 +7,13 @@ from PIL import Image
 HEADER_BYTES = 40
 
 
+def conclude(failures):
+    """The exit code of a script, after a line for each failure."""
+    for failure in failures:
+        print(failure)
+    return 1 if failures else 0
+
+
 class Library:
     def __init__(self, path):
         self.api = ctypes.CDLL(path)

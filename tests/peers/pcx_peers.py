@@ -13,7 +13,7 @@ try:
     from PIL import Image
 except ImportError:
     sys.exit(77)
-from library import Library
+from library import Library, conclude
 
 WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)
 HEIGHT = 13
@@ -157,9 +157,7 @@ def main():
             part(library, folder)
     print(f"layouts that others wrote: {sorted(layouts)}")
     print(f"{compared} pictures compared, {len(failures)} differ")
-    for failure in failures:
-        print(failure)
-    return 1 if failures else 0
+    return conclude(failures)
 
 
 if __name__ == "__main__":

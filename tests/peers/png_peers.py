@@ -17,7 +17,7 @@ try:
 except ImportError:
     sys.exit(77)
 import pcx_peers
-from library import Library
+from library import Library, conclude
 from pcx_peers import failures, noise, pack
 
 GREY, RGB, INDEXED, GREY_ALPHA, RGBA = 0, 2, 3, 4, 6
@@ -217,9 +217,7 @@ def main():
         for part in (matrix, write_ours):
             part(library, folder)
     print(f"{pcx_peers.compared} pictures compared, {len(failures)} differ")
-    for failure in failures:
-        print(failure)
-    return 1 if failures else 0
+    return conclude(failures)
 
 
 if __name__ == "__main__":
