@@ -301,17 +301,19 @@ TEST_F(Detection, BmpIsRefinedByItsCompressionField) {
 }
 
 TEST_F(Detection, GifIsRefinedByItsFirstImageAndMustReachIt) {
-  const std::string control = "!\xF9\4\1\2\3\4\0"s;
-  const std::string odd_control = "!\xF9\2\1\2\3\4\0"s;  // five bytes, whatever its length says
-  const std::string odd_label = "!,\0"s;                 // a separator as a label
-  const std::string extensions[] = {""s, "!\xFE\5hello\3abc\0"s, control + odd_label,
-                                    "!\xFF\1x\0"s + odd_control + control};
+  const Bytes control = bytes_of("!\xF9\4\1\2\3\4\0"s);
+  const Bytes odd_control = bytes_of("!\xF9\2\1\2\3\4\0"s);  // five bytes, whatever it says
+  const Bytes odd_label = bytes_of("!,\0"s);                 // a separator as a label
+  const Bytes extensions[] = {{},
+                              bytes_of("!\xFE\5hello\3abc\0"s),
+                              joined({control, odd_label}),
+                              joined({bytes_of("!\xFF\1x\0"s), odd_control, control})};
   for (const int table_bits : {-1, 0, 3, 7}) {
-    for (const std::string& blocks : extensions) {
+    for (const Bytes& blocks : extensions) {
       Bytes file = bytes_of("GIF89a\5\0\5\0?\0\0"s);
       file[10] = static_cast<std::uint8_t>(table_bits < 0 ? 0x77 : 0x80 | table_bits);
       if (table_bits >= 0) file.resize(13 + (std::size_t{6} << table_bits), ',');
-      file = joined({file, bytes_of(blocks + ",\0\0\0\0\5\0\5\0?\2"s)});
+      file = joined({file, blocks, bytes_of(",\0\0\0\0\5\0\5\0?\2"s)});
       for (const bool interlaced : {false, true}) {
         file[file.size() - 2] = interlaced ? 0x47 : 0xBF;
         for (std::size_t length = 10; length <= file.size(); ++length) {
