@@ -7,11 +7,15 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
+# On in the presets. Off for whoever builds a package: another compiler has other warnings.
+option(TQ_WARNINGS_AS_ERRORS "Let a compiler's warning end the build" OFF)
+
 # For all C++ code here, tests and tools included.
 add_library(tq_warnings INTERFACE)
 target_compile_features(tq_warnings INTERFACE cxx_std_20)
 target_compile_options(tq_warnings INTERFACE
-  -Werror -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion -Wshadow
+  $<$<BOOL:${TQ_WARNINGS_AS_ERRORS}>:-Werror>
+  -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion -Wshadow
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>)
 
 # For the code of the library.
