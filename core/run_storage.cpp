@@ -2,6 +2,7 @@
 #include "core/run_storage.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -22,8 +23,11 @@ constexpr std::size_t list_bytes(std::size_t transitions) {
 std::uint64_t load_pixels(std::span<const std::uint8_t> bits, std::size_t at) {
   static_assert(std::endian::native == std::endian::little);
   std::uint64_t pixels = ~std::uint64_t{0};
-  const std::size_t left = bits.size() - at;
-  std::memcpy(&pixels, bits.data() + at, left < sizeof pixels ? left : sizeof pixels);
+  if (const std::size_t left = bits.size() - at; left < sizeof pixels) {
+    std::memcpy(&pixels, bits.data() + at, left);
+  } else {
+    std::memcpy(&pixels, bits.data() + at, sizeof pixels);  // of a known size: one instruction
+  }
   return __builtin_bswap64(pixels);
 }
 
@@ -34,65 +38,57 @@ std::uint64_t changes_in(std::uint64_t pixels, std::uint64_t last, std::int32_t 
   return left < 64 ? changes & ~std::uint64_t{0} << (64 - left) : changes;
 }
 
-// Processors without an instruction for it have no faster way.
-int count_ones(std::uint64_t v) {
-  v -= v >> 1 & 0x5555555555555555;
-  v = (v & 0x3333333333333333) + (v >> 2 & 0x3333333333333333);
-  return static_cast<int>(((v + (v >> 4)) & 0x0F0F0F0F0F0F0F0F) * 0x0101010101010101 >> 56);
-}
+// Where in eight pixels the colour changes, by their bits. The rest of the positions has no
+// meaning.
+struct ChangesOfByte {
+  std::uint16_t positions[8];
+  std::uint16_t count;
+};
 
-// Whether a row has more than `most` transitions: rows of dots are told before time is spent on
-// their positions.
-bool has_more_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
-                          std::size_t most) {
-  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
-  std::size_t count = 0;
-  std::uint64_t last = 1;
-  for (std::int32_t x = 0; x < width && count <= most; x += 64) {
-    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    count += static_cast<std::size_t>(count_ones(changes_in(pixels, last, width - x)));
-    last = pixels & 1;
-  }
-  return count > most;
-}
-
-// Writes the positions of `count` changes. That number is hard to foresee, so four are written at a
-// time: what comes behind the last is written over later or not looked at.
-template <class Position>
-void write_changes(std::uint64_t changes, int count, std::int32_t x, Position* out) {
-  for (int i = 0; i < count; i += 4, out += 4) {
-#pragma GCC unroll 4
-    for (int j = 0; j < 4; ++j) {
-      const int at = std::countl_zero(changes | 1);
-      out[j] = static_cast<Position>(x + at);
-      changes &= ~(std::uint64_t{1} << (63 - at));
+constexpr auto kChangesOfByte = [] {
+  std::array<ChangesOfByte, 256> table{};
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    for (std::uint16_t x = 0; x < 8; ++x) {
+      if ((byte & 0x80u >> x) != 0) table[byte].positions[table[byte].count++] = x;
     }
   }
+  return table;
+}();
+
+// Writes the positions of the changes; returns their end. How many a byte has is hard to foresee,
+// so eight are written for each: what comes behind the last is written over later or not looked at.
+template <class Position>
+Position* write_changes(std::uint64_t changes, std::int32_t x, Position* out) {
+#pragma GCC unroll 8
+  for (int shift = 56; shift >= 0; shift -= 8, x += 8) {
+    const ChangesOfByte& byte = kChangesOfByte[changes >> shift & 0xFF];
+    for (int i = 0; i < 8; ++i) out[i] = static_cast<Position>(x + byte.positions[i]);
+    out += byte.count;
+  }
+  return out;
 }
 
 template <class Position>
 std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
                           std::span<Position> out) {
+  constexpr std::size_t kMost = 64;  // of one step, with what is written behind the last
   std::size_t found = 0;
   std::uint64_t last = 1;  // the pixel before, white at first
-  const std::int32_t bytes = (width + 7) / 8;
-  const auto row = bits.first(static_cast<std::size_t>(bytes));
+  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
   for (std::int32_t x = 0; x < width; x += 64) {
     const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
     const std::uint64_t changes = changes_in(pixels, last, width - x);
     last = pixels & 1;
     if (changes == 0) continue;
-    const int count = count_ones(changes);
-    const std::size_t room = out.size() - found;
-    if (room >= 64) {
-      write_changes(changes, count, x, out.data() + found);
-    } else {
-      if (static_cast<std::size_t>(count) > room) return -1;
-      Position positions[64];
-      write_changes(changes, count, x, positions);
-      std::copy_n(positions, count, out.data() + found);
+    if (out.size() - found >= kMost) {
+      found = static_cast<std::size_t>(write_changes(changes, x, out.data() + found) - out.data());
+      continue;
     }
-    found += static_cast<std::size_t>(count);
+    Position positions[kMost];
+    const auto count = static_cast<std::size_t>(write_changes(changes, x, positions) - positions);
+    if (count > out.size() - found) return -1;
+    std::copy_n(positions, count, out.data() + found);
+    found += count;
   }
   return static_cast<std::int32_t>(found);
 }
@@ -329,9 +325,7 @@ Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8
   std::uint16_t* list = list_place(image);
   const std::size_t limit = std::max<std::size_t>(list_limit(image), 1);
   const std::int32_t count =
-      has_more_transitions(bits, image.width, limit)
-          ? -1
-          : bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
+      bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
   if (count == 0) {
     commit_white(image, y);
   } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {
