@@ -11,6 +11,7 @@ namespace tq::process {
 
 class CellColours;
 struct WideColour;
+struct WideRows;
 
 // The least grey that turns white, by x & 7.
 struct LeastWhite {
@@ -43,15 +44,13 @@ struct Kernels {
   void (*diffuse_to_cells)(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                            std::int32_t width);
   void (*widen_channels)(const Rgb* colours, WideColour* out, std::int32_t width);
-  void (*diffuse_to_sixteen)(WideColour* current, WideColour* next, std::uint8_t* out,
-                             std::int32_t width);
+  void (*diffuse_to_sixteen)(const WideRows& rows);
 };
 
 // The portable forms of the two diffusions.
 void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t* out,
                       std::int32_t width);
-void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,
-                        std::int32_t width);
+void diffuse_to_sixteen(const WideRows& rows);
 
 // The fastest for this processor.
 const Kernels& kernels();

@@ -15,7 +15,7 @@ Status mediancut_color(ImageSource& image) {
   const std::array<Rgb, 256>& palette = fixed_palette(settings().dither_mode);
   CellColours cells(palette);
   TQ_TRY(cells.allocate());
-  ColourWindow<Rgb> window(image);
+  ColourWindow window(image);
   TQ_TRY(window.allocate());
   return replace_rows(image, {8, palette, marker_below_32(image)},
                       [&](std::int32_t y, std::span<std::uint8_t> row) {

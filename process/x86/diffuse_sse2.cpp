@@ -82,50 +82,105 @@ void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std::uint8_t*
   _mm_storeu_si128(reinterpret_cast<__m128i*>(next + width - 2), window);
 }
 
-void diffuse_to_sixteen(WideColour* current, WideColour* next, std::uint8_t* out,
-                        std::int32_t width) {
-  const auto load = [](const WideColour* from) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  };
-  const __m128i on_level = _mm_set1_epi32(180), full_level = _mm_set1_epi32(220);
-  const __m128i half_colour = _mm_set1_epi32(128), more = _mm_set1_epi32(127);
-  __m128i value = load(current), following = load(current + 1);
-  __m128i below[4] = {load(next - 2), load(next - 1), load(next), load(next + 1)};
+namespace {
 
-  const auto diffuse_pixel = [&](std::int32_t x) {
-    const __m128i on = _mm_cmpgt_epi32(value, on_level);
-    const __m128i over = _mm_cmpgt_epi32(value, full_level);
-    const __m128i pairs = _mm_or_si128(over, _mm_shuffle_epi32(over, 0xB1));
-    const __m128i full = _mm_or_si128(pairs, _mm_shuffle_epi32(pairs, 0x4E));
-    const __m128i chosen = _mm_and_si128(on, _mm_add_epi32(half_colour, _mm_and_si128(full, more)));
-    const __m128i error = _mm_sub_epi32(value, chosen);
-    const int channels = _mm_movemask_ps(_mm_castsi128_ps(on));
-    const int index = sixteen_index((_mm_cvtsi128_si32(full) & 1) != 0, (channels & 1) != 0,
-                                    (channels & 2) != 0, (channels & 4) != 0);
+// Where the diffusion of one row is.
+struct WideChain {
+  const WideColour* current;
+  WideColour* next;
+  std::uint8_t* out;
+  std::int32_t x;
+  __m128i value, following, below[4];
+};
 
-    const __m128i quarter = _mm_srai_epi32(error, 2);
-    const __m128i eighth = _mm_srai_epi32(error, 3);
-    const __m128i sixteenth = _mm_srai_epi32(error, 4);
-    value = _mm_add_epi32(following, quarter);
-    following = _mm_add_epi32(load(current + x + 2), eighth);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(next + x - 2), _mm_add_epi32(below[0], sixteenth));
-    below[0] = _mm_add_epi32(below[1], eighth);
-    below[1] = _mm_add_epi32(below[2], quarter);
-    below[2] = _mm_add_epi32(below[3], eighth);
-    below[3] = _mm_add_epi32(load(next + x + 2), sixteenth);
-    return index;
-  };
-  pack_nibbles(out, width, diffuse_pixel);
-  for (int i = 0; i < 4; ++i) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(next + width - 2 + i), below[i]);
+__m128i load_wide(const WideColour* from) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+}
+
+void store_wide(WideColour* to, __m128i value) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), value);
+}
+
+WideChain begin_row(const WideRows& rows, int i) {
+  const WideColour* current = rows.row[i];
+  WideColour* next = rows.row[i + 1];
+  return {current,
+          next,
+          rows.out[i],
+          0,
+          load_wide(current),
+          load_wide(current + 1),
+          {load_wide(next - 2), load_wide(next - 1), load_wide(next), load_wide(next + 1)}};
+}
+
+void end_row(const WideChain& chain) {
+  for (int i = 0; i < 4; ++i) store_wide(chain.next + chain.x - 2 + i, chain.below[i]);
+}
+
+// One pixel; returns its index.
+__attribute__((always_inline)) inline int diffuse_pixel(WideChain& chain) {
+  const __m128i on = _mm_cmpgt_epi32(chain.value, _mm_set1_epi32(180));
+  const __m128i over = _mm_cmpgt_epi32(chain.value, _mm_set1_epi32(220));
+  const __m128i pairs = _mm_or_si128(over, _mm_shuffle_epi32(over, 0xB1));
+  const __m128i full = _mm_or_si128(pairs, _mm_shuffle_epi32(pairs, 0x4E));
+  // 0, 128 or 255; what does not depend on `full` comes first, as that is known late.
+  const __m128i less_half = _mm_sub_epi32(chain.value, _mm_and_si128(on, _mm_set1_epi32(128)));
+  const __m128i more = _mm_and_si128(on, _mm_set1_epi32(127));
+  const __m128i error = _mm_sub_epi32(less_half, _mm_and_si128(full, more));
+  // The channel that colours do not use is never on.
+  const __m128i bits = _mm_or_si128(on, _mm_and_si128(full, _mm_setr_epi32(0, 0, 0, -1)));
+
+  const __m128i quarter = _mm_srai_epi32(error, 2);
+  const __m128i eighth = _mm_srai_epi32(error, 3);
+  const __m128i sixteenth = _mm_srai_epi32(error, 4);
+  const std::int32_t x = chain.x++;
+  chain.value = _mm_add_epi32(chain.following, quarter);
+  chain.following = _mm_add_epi32(load_wide(chain.current + x + 2), eighth);
+  store_wide(chain.next + x - 2, _mm_add_epi32(chain.below[0], sixteenth));
+  chain.below[0] = _mm_add_epi32(chain.below[1], eighth);
+  chain.below[1] = _mm_add_epi32(chain.below[2], quarter);
+  chain.below[2] = _mm_add_epi32(chain.below[3], eighth);
+  chain.below[3] = _mm_add_epi32(load_wide(chain.next + x + 2), sixteenth);
+  return _mm_movemask_ps(_mm_castsi128_ps(bits));
+}
+
+__attribute__((always_inline)) inline void diffuse_pixels(WideChain& chain, std::int32_t count) {
+  pack_nibbles(chain.out + chain.x / 2, count, [&](std::int32_t) { return diffuse_pixel(chain); });
+}
+
+}  // namespace
+
+// A pixel waits for the one before it, so two rows are worked on in turn. The lower one loads two
+// pixels ahead, and the upper one gives to these until it is two pixels further.
+void diffuse_to_sixteen(const WideRows& rows) {
+  constexpr std::int32_t kLag = 4;
+  if (rows.count < 2 || rows.width < kLag) {
+    for (int i = 0; i < rows.count; ++i) {
+      WideChain chain = begin_row(rows, i);
+      diffuse_pixels(chain, rows.width);
+      end_row(chain);
+    }
+    return;
   }
+  WideChain upper = begin_row(rows, 0);
+  diffuse_pixels(upper, kLag);
+  WideChain lower = begin_row(rows, 1);
+  while (upper.x + 2 <= rows.width) {
+    diffuse_pixels(upper, 2);
+    diffuse_pixels(lower, 2);
+  }
+  diffuse_pixels(upper, rows.width - upper.x);
+  end_row(upper);
+  diffuse_pixels(lower, rows.width - lower.x);
+  end_row(lower);
 }
 
 void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
   const __m128i zero = _mm_setzero_si128();
   for (std::int32_t x = 0; x < width; ++x) {
     const __m128i words = _mm_unpacklo_epi8(load_pixel(colours + x), zero);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), _mm_unpacklo_epi16(words, zero));
+    const __m128i turned = _mm_shufflelo_epi16(words, 0xC6);  // red first
+    store_wide(out + x, _mm_unpacklo_epi16(turned, zero));
   }
 }
 
