@@ -19,6 +19,7 @@ void for_each_index(const std::uint8_t* row, int bits, std::int32_t width, Put&&
       }
       break;
     case 8:
+#pragma GCC unroll 8
       for (std::int32_t x = 0; x < width; ++x) put(x, row[x]);
       break;
     default:

@@ -1,5 +1,7 @@
 // To more bits per pixel, without a change of colour where the layouts allow it.
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 #include "core/display_cache.h"
 #include "process/kernels.h"
@@ -59,20 +61,21 @@ void narrow_to_24(const std::uint8_t* from, bool inks, std::int32_t width, std::
 
 void widen_to_24(const std::uint8_t* from, const ImageSource& image, std::span<std::uint8_t> row) {
   std::uint8_t* out = row.data();
+  // One store of four bytes a pixel, of which the next one overwrites the fourth. The last of them
+  // is padding, or belongs to the row above or to the room behind the rows.
+  std::uint8_t& behind = out[3 * static_cast<std::size_t>(image.width())];
+  const std::uint8_t kept = behind;
   for_each_index(from, image.bits(), image.width(), [&](std::int32_t x, int index) {
-    const Rgb colour = image.palette()[index];
-    out[3 * x] = colour.blue;
-    out[3 * x + 1] = colour.green;
-    out[3 * x + 2] = colour.red;
+    std::memcpy(out + 3 * x, &image.palette()[index], sizeof(Rgb));
   });
+  behind = kept;
 }
 
-void widen_to_32(const std::uint8_t* from, const ImageSource& image, std::span<std::uint8_t> row) {
+void widen_to_32(const std::uint8_t* from, const ImageSource& image,
+                 const std::array<Rgb, 256>& colours, std::span<std::uint8_t> row) {
   Rgb* out = reinterpret_cast<Rgb*>(row.data());
-  for_each_index(from, image.bits(), image.width(), [&](std::int32_t x, int index) {
-    const Rgb colour = image.palette()[index];
-    out[x] = {colour.blue, colour.green, colour.red, 0};
-  });
+  for_each_index(from, image.bits(), image.width(),
+                 [&](std::int32_t x, int index) { out[x] = colours[index]; });
 }
 
 // `widen(from, row)` makes a row of `bits` bits out of a stored one.
@@ -116,12 +119,17 @@ Status promote_24(ImageSource& image) {
 Status promote_32(ImageSource& image) {
   if (!has_rule(image) || image.bits() == 32) return StatusCode::unsupported;
   release_display_cache(image.record());
+  std::array<Rgb, 256> colours{};  // the palette with what is to stand in the fourth byte
+  for (std::size_t i = 0; i < image.palette().size(); ++i) {
+    colours[i] = image.palette()[i];
+    colours[i].reserved = 0;
+  }
   return promote(image, 32, {}, [&](const std::uint8_t* from, std::span<std::uint8_t> row) {
     if (image.bits() == 16) return copy_samples(from, image.width(), row);
     if (image.bits() == 24) {
       return kernels().widen_24_reversed(from, row.data(), image.width());
     }
-    widen_to_32(from, image, row);
+    widen_to_32(from, image, colours, row);
   });
 }
 
