@@ -102,12 +102,11 @@ TQ_SSSE3 std::int32_t at_least(const std::uint8_t* grey, const std::uint8_t* lea
   // The leftmost pixel is the top bit, but the lowest of the mask.
   const __m128i turned = _mm_setr_epi8(7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8);
   std::int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m128i levels = load(grey + x);
-    const __m128i white = _mm_cmpeq_epi8(_mm_max_epu8(levels, limits), levels);
-    const int mask = _mm_movemask_epi8(_mm_shuffle_epi8(white, turned));
-    bits[x / 8] = static_cast<std::uint8_t>(mask);
-    bits[x / 8 + 1] = static_cast<std::uint8_t>(mask >> 8);
+  for (; x + 16 <= width; x += 16, bits += 2) {
+    const __m128i white = _mm_cmpeq_epi8(_mm_min_epu8(load(grey + x), limits), limits);
+    const auto mask =
+        static_cast<std::uint16_t>(_mm_movemask_epi8(_mm_shuffle_epi8(white, turned)));
+    __builtin_memcpy(bits, &mask, sizeof mask);
   }
   return x;
 }
