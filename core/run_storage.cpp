@@ -71,24 +71,36 @@ Position* write_changes(std::uint64_t changes, std::int32_t x, Position* out) {
 template <class Position>
 std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width,
                           std::span<Position> out) {
-  constexpr std::size_t kMost = 64;  // of one step, with what is written behind the last
+  constexpr std::int32_t kWords = 64;  // looked at in one go
+  constexpr std::size_t kMost = 64;    // of one word, with what is written behind the last
   std::size_t found = 0;
   std::uint64_t last = 1;  // the pixel before, white at first
   const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
-  for (std::int32_t x = 0; x < width; x += 64) {
-    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    const std::uint64_t changes = changes_in(pixels, last, width - x);
-    last = pixels & 1;
-    if (changes == 0) continue;
-    if (out.size() - found >= kMost) {
-      found = static_cast<std::size_t>(write_changes(changes, x, out.data() + found) - out.data());
-      continue;
+  for (std::int32_t x = 0; x < width;) {
+    // Words with changes, picked without branches on them.
+    std::uint64_t changes[kWords];
+    std::int32_t places[kWords];
+    int picked = 0;
+    for (const std::int32_t end = x + std::min(width - x, 64 * kWords); x < end; x += 64) {
+      const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+      changes[picked] = changes_in(pixels, last, width - x);
+      places[picked] = x;
+      picked += static_cast<int>(changes[picked] != 0);
+      last = pixels & 1;
     }
-    Position positions[kMost];
-    const auto count = static_cast<std::size_t>(write_changes(changes, x, positions) - positions);
-    if (count > out.size() - found) return -1;
-    std::copy_n(positions, count, out.data() + found);
-    found += count;
+    for (int i = 0; i < picked; ++i) {
+      if (out.size() - found >= kMost) {
+        Position* const from = out.data();
+        found = static_cast<std::size_t>(write_changes(changes[i], places[i], from + found) - from);
+        continue;
+      }
+      Position positions[kMost];
+      const auto count =
+          static_cast<std::size_t>(write_changes(changes[i], places[i], positions) - positions);
+      if (count > out.size() - found) return -1;
+      std::copy_n(positions, count, out.data() + found);
+      found += count;
+    }
   }
   return static_cast<std::int32_t>(found);
 }
