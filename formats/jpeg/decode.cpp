@@ -79,9 +79,9 @@ void transform_row(Decode& decode, int component, int y, int band_row) {
       continue;
     }
     std::int16_t* const block = row.block(x);
-    const std::uint32_t magnitude = band.ac_magnitude(component, block);
-    block[0] = row.dc[x];
-    band.put(component, x, band_row, block, magnitude);
+    const std::uint32_t ac_magnitude = band.magnitude(component, block);
+    block[0] = row.dc[x];  // was 0
+    band.put(component, x, band_row, block, ac_magnitude);
   }
 }
 

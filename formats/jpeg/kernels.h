@@ -21,7 +21,7 @@ struct JpegKernels {
   void (*inverse_small_pair)(const std::int16_t* const (&coefficients)[2],
                              const DequantiseTable& table, std::uint8_t* const (&samples)[2],
                              std::ptrdiff_t stride);
-  std::uint32_t (*ac_magnitude)(const std::int16_t* coefficients, const DequantiseTable& table);
+  std::uint32_t (*magnitude)(const std::int16_t* coefficients, const DequantiseTable& table);
   void (*ycc_to_bgr)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
                      std::uint8_t* bgr, int width);
   void (*ycc_to_bgr_halved)(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,

@@ -60,8 +60,8 @@ class Band {
 
   void set_quantiser(int component, const Quantiser& quantiser);
   const Places& places(int component) const { return places_[component]; }
-  std::uint32_t ac_magnitude(int component, const std::int16_t* coefficients) const {
-    return kernels_.ac_magnitude(coefficients, tables_[component]);
+  std::uint32_t magnitude(int component, const std::int16_t* coefficients) const {
+    return kernels_.magnitude(coefficients, tables_[component]);
   }
 
   // Rows of the picture from `y` on.

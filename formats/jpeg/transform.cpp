@@ -85,9 +85,9 @@ void forward_eight(std::int32_t* x, int step) {
 
 }  // namespace
 
-std::uint32_t ac_magnitude(const std::int16_t* coefficients, const DequantiseTable& table) {
+std::uint32_t magnitude(const std::int16_t* coefficients, const DequantiseTable& table) {
   std::uint32_t sum = 0;
-  for (int i = 1; i < kBlock; ++i) {
+  for (int i = 0; i < kBlock; ++i) {
     const std::int32_t product = coefficients[i] * table.steps[i];
     sum += static_cast<std::uint32_t>(product < 0 ? -product : product);
   }

@@ -18,8 +18,8 @@ struct DequantiseTable {
 // Amounts below this sum keep every intermediate value of the inverse transform in 16 bits.
 inline constexpr std::uint32_t kMostFor16Bits = 8600;
 
-// The sum of all coefficients but the first times their quantisers, by amount. The table is small.
-std::uint32_t ac_magnitude(const std::int16_t* coefficients, const DequantiseTable& table);
+// The sum of all coefficients times their quantisers, by amount. The table is small.
+std::uint32_t magnitude(const std::int16_t* coefficients, const DequantiseTable& table);
 
 // Samples 0..255 from quantised coefficients; 8 rows of 8, `stride` bytes apart.
 void inverse_transform(const std::int16_t* coefficients, const DequantiseTable& table,

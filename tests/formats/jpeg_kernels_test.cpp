@@ -61,7 +61,7 @@ TEST_F(JpegKernelsTest, InverseTransformsAgreeUpToTheirBound) {
       inverse_transform(blocks[1], table, expected + 8, 16);
       kernels.inverse_small_pair({blocks[0], blocks[1]}, table, {pair, pair + 8}, 16);
       ASSERT_TRUE(std::equal(expected, expected + 128, pair)) << round;
-      ASSERT_EQ(kernels.ac_magnitude(blocks[0], table), ac_magnitude(blocks[0], table));
+      ASSERT_EQ(kernels.magnitude(blocks[0], table), magnitude(blocks[0], table));
     }
   }
 }

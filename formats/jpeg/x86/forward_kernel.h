@@ -1,6 +1,5 @@
-// The forward transform and quantisation in 16 bits, a block per lane of whatever registers have
-// been included. Samples come with four more bits, the column pass has one more: every value that
-// is multiplied stays below 20000.
+// The forward transform and quantisation in 16 bits, a block per lane. Samples come with four more
+// bits, the column pass has one more: every value that is multiplied stays below 20000.
 #pragma once
 
 #include "formats/jpeg/quantise.h"
@@ -65,10 +64,10 @@ TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
   }
   std::uint64_t present[kLanes] = {};
   TQ_UNROLLED for (int quarter = 0; quarter < 4; ++quarter) {
-    Vector moved = all16(0);
+    Vector moved{};
     TQ_UNROLLED for (int pair = 0; pair < 4; ++pair) {
       if (!kMoves.needed[quarter][pair]) continue;
-      moved = either(moved, shuffled(zeros[pair], repeat(kMoves.places[quarter][pair])));
+      moved |= shuffled(zeros[pair], repeat(kMoves.places[quarter][pair]));
     }
     const std::uint32_t flags = ~top_bits(moved);
     TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) {
@@ -78,8 +77,8 @@ TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
   TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) out[lane].present = present[lane];
 }
 
-TQ_TARGET void transform_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
-                                const QuantiseTable& table, QuantisedBlock* out) {
+TQ_ENTRY void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                             const QuantiseTable& table, QuantisedBlock* out) {
   for (int n = 0; n < count; n += kLanes, samples += 8 * kLanes, out += kLanes) {
     Vector x[8];
     TQ_UNROLLED for (int i = 0; i < 8; ++i) x[i] = shifted_left<4>(load(samples + i * stride));

@@ -1,8 +1,8 @@
-// Samples to pixels, in whatever registers have been included. Rows are read and written in whole
-// groups: up to 31 samples and pixels more than asked for.
+// Samples to pixels. Rows are read and written in whole groups: up to 31 samples and pixels more
+// than asked for.
 #pragma once
 
-#include <cstdint>
+#include "formats/jpeg/x86/registers.h"
 
 namespace tq::formats::x86 {
 namespace {
@@ -52,15 +52,15 @@ inline constexpr Turns kTurns = pixel_turns();
 template <int kThird>
 TQ_TARGET Vector third_of(Vector blue, Vector green, Vector red) {
   const auto& turn = kTurns.of[kThird];
-  return either(either(shuffled(blue, repeat(turn[0])), shuffled(green, repeat(turn[1]))),
-                shuffled(red, repeat(turn[2])));
+  return shuffled(blue, repeat(turn[0])) | shuffled(green, repeat(turn[1])) |
+         shuffled(red, repeat(turn[2]));
 }
 
 // `low` and `high` belong to the first and the second 8 pixels of every lane.
 TQ_TARGET void store_pixels(const std::uint8_t* y, const Chroma& low, const Chroma& high,
                             std::uint8_t* bgr) {
   const Vector luma = load(y);
-  const Vector y0 = low8(luma, zero()), y1 = high8(luma, zero());
+  const Vector y0 = low8(luma, Vector{}), y1 = high8(luma, Vector{});
   const Vector blue = packed16_unsigned(add16(y0, low.blue), add16(y1, high.blue));
   const Vector green = packed16_unsigned(subtract16(y0, low.green), subtract16(y1, high.green));
   const Vector red = packed16_unsigned(add16(y0, low.red), add16(y1, high.red));
@@ -68,18 +68,18 @@ TQ_TARGET void store_pixels(const std::uint8_t* y, const Chroma& low, const Chro
                 third_of<2>(blue, green, red));
 }
 
-TQ_TARGET void convert_row(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
-                           std::uint8_t* bgr, int width) {
+TQ_ENTRY void ycc_to_bgr(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
+                         std::uint8_t* bgr, int width) {
   for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
     const Vector b = load(cb + x), r = load(cr + x);
-    store_pixels(y + x, chroma_of(low8(b, zero()), low8(r, zero())),
-                 chroma_of(high8(b, zero()), high8(r, zero())), bgr);
+    store_pixels(y + x, chroma_of(low8(b, Vector{}), low8(r, Vector{})),
+                 chroma_of(high8(b, Vector{}), high8(r, Vector{})), bgr);
   }
 }
 
 // One chroma sample per two pixels.
-TQ_TARGET void convert_halved_row(const std::uint8_t* y, const std::uint8_t* cb,
-                                  const std::uint8_t* cr, std::uint8_t* bgr, int width) {
+TQ_ENTRY void ycc_to_bgr_halved(const std::uint8_t* y, const std::uint8_t* cb,
+                                const std::uint8_t* cr, std::uint8_t* bgr, int width) {
   for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
     const Chroma c = chroma_of(load_widened(cb + x / 2), load_widened(cr + x / 2));
     store_pixels(y + x, {low16(c.blue, c.blue), low16(c.green, c.green), low16(c.red, c.red)},

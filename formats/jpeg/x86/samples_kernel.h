@@ -1,8 +1,9 @@
-// Pixels to samples centred on 0, in whatever registers have been included. Rows are read and
-// written in whole groups: up to 31 pixels more than asked for.
+// Pixels to samples centred on 0. Rows are read and written in whole groups: up to 31 pixels more
+// than asked for.
 #pragma once
 
 #include "formats/jpeg/colour.h"
+#include "formats/jpeg/x86/registers.h"
 
 namespace tq::formats::x86 {
 namespace {
@@ -21,7 +22,7 @@ TQ_TARGET Pairs load_pairs(const std::uint8_t* bgr) {
                                                              7, kNo, 8, kNo, 10, kNo, 11, kNo};
   alignas(16) static constexpr std::uint8_t kBlue[16] = {0, kNo, kNo, kNo, 3, kNo, kNo, kNo,
                                                          6, kNo, kNo, kNo, 9, kNo, kNo, kNo};
-  const Vector pixels = load_lanes(bgr, 24);
+  const Vector pixels = load_each(bgr, bgr + 24 * (kLanes - 1));
   return {shuffled(pixels, repeat(kGreenRed)), shuffled(pixels, repeat(kBlue))};
 }
 
@@ -71,8 +72,12 @@ TQ_TARGET void convert_row(const std::uint8_t* bgr, std::int16_t* y, std::int16_
   }
 }
 
-TQ_TARGET void convert_bgr(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
-                           std::int16_t* cr, int width) {
+TQ_ENTRY void bgr_to_luma(const std::uint8_t* bgr, std::int16_t* y, int width) {
+  convert_row<0>(bgr, y, nullptr, nullptr, width);
+}
+
+TQ_ENTRY void bgr_to_ycc(const std::uint8_t* bgr, int step, std::int16_t* y, std::int16_t* cb,
+                         std::int16_t* cr, int width) {
   if (step == 1) {
     convert_row<1>(bgr, y, cb, cr, width);
   } else if (step == 2) {
@@ -83,7 +88,7 @@ TQ_TARGET void convert_bgr(const std::uint8_t* bgr, int step, std::int16_t* y, s
   }
 }
 
-TQ_TARGET void convert_grey(const std::uint8_t* grey, std::int16_t* y, int width) {
+TQ_ENTRY void grey_to_luma(const std::uint8_t* grey, std::int16_t* y, int width) {
   for (int x = 0; x < width; x += kGroup) {
     store(y + x, subtract16(load_widened(grey + x), all16(128)));
   }

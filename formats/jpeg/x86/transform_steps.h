@@ -1,8 +1,7 @@
-// What the transforms of both directions are made of, in whatever registers have been included.
+// What the transforms of both directions are made of.
 #pragma once
 
-// Values that stay in registers must not be in loops when these are assigned.
-#define TQ_UNROLLED _Pragma("GCC unroll 8")
+#include "formats/jpeg/x86/registers.h"
 
 namespace tq::formats::x86 {
 namespace {
