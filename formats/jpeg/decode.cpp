@@ -66,7 +66,7 @@ void read_all_scans(Decode& decode) {
       if (!progressive && all_seen()) return;
       decode.source.finish_scan(reader.bits());
     }
-    if (read_segments(decode.input, false, decode.tables) != Segment::scan) return;
+    if (!read_segments(decode.input, false, decode.tables)) return;
   }
 }
 
@@ -128,7 +128,7 @@ Status decode_jpeg(const DecodeRequest& request) {
   const bool byte_by_byte = reads_memory(request.stream) && memory_rest(request.stream).empty();
   TQ_TRY(find_start(input));
   Tables tables;
-  if (read_segments(input, true, tables) != Segment::scan) return StatusCode::bad_image;
+  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
   TQ_TRY(check_frame(tables.frame));
   if (!scan_is_valid(tables)) return StatusCode::bad_image;
   const Layout layout = choose_layout(tables);

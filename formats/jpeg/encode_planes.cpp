@@ -6,8 +6,6 @@
 namespace tq::formats {
 namespace {
 
-constexpr int kMargin = kKernelMargin;
-
 bool has_grey_palette(const HeaderBlock& image) {
   return std::all_of(image.palette.begin(), image.palette.end(), [](const Rgb& entry) {
     return entry.red == entry.green && entry.green == entry.blue;
@@ -55,17 +53,17 @@ Status Planes::allocate(const EncodeRequest& request, Pixels pixels, const Encod
     const int decimation = frame.h / plane.h;
     plane.width = (frame.width + decimation - 1) / decimation;
     plane.padded_width = 8 * mcus_ * plane.h;
-    plane.stride = plane.padded_width + kMargin;
+    plane.stride = plane.padded_width + kKernelMargin;
     starts[i] = total;
     total += static_cast<std::uint64_t>(plane.stride) * 8 * plane.v;
   }
-  TQ_TRY(samples_.allocate((total + kMargin) * sizeof(std::int16_t)));
+  TQ_TRY(samples_.allocate((total + kKernelMargin) * sizeof(std::int16_t)));
   for (int i = 0; i < frame.count; ++i) {
     planes_[i].samples = reinterpret_cast<std::int16_t*>(samples_.data()) + starts[i];
   }
   row_bytes_ = static_cast<std::size_t>(row_bytes(frame.width, request.image->header.biBitCount));
-  TQ_TRY(row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kMargin));
-  TQ_TRY(looked_up_.allocate(3 * (std::int64_t{frame.width} + kMargin)));
+  TQ_TRY(row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kKernelMargin));
+  TQ_TRY(looked_up_.allocate(3 * (std::int64_t{frame.width} + kKernelMargin)));
   return kOk;
 }
 

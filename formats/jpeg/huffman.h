@@ -59,8 +59,6 @@ struct DecodeTable {
   }
 };
 
-constexpr void build_lookup(const HuffmanSpec& spec, HuffmanClass kind, DecodeTable& table);
-
 // The table of `spec`: a constant one when it is one of the typical tables, which most files have,
 // else `own` after it has been built.
 const DecodeTable& decode_table(const HuffmanSpec& spec, HuffmanClass kind, DecodeTable& own);

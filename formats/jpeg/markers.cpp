@@ -158,15 +158,6 @@ bool has_no_length(int marker) {
   return marker == kTem || (marker >= kRst0 && marker <= kSoi);
 }
 
-bool skip_bytes(ChunkReader& input, int count) {
-  for (; count > 0; count -= static_cast<int>(kSegmentChunk)) {
-    const auto piece = static_cast<std::size_t>(std::min(count, static_cast<int>(kSegmentChunk)));
-    if (input.peek(piece).size() < piece) return false;
-    input.skip(piece);
-  }
-  return true;
-}
-
 bool read_segment(int marker, Body body, bool first, Tables& tables) {
   switch (marker) {
     case kSof0:
@@ -208,10 +199,10 @@ Status find_start(ChunkReader& input) {
   return StatusCode::bad_image;
 }
 
-Segment read_segments(ChunkReader& input, bool first, Tables& tables) {
+bool read_segments(ChunkReader& input, bool first, Tables& tables) {
   for (;;) {
     const auto word = input.peek(2);
-    if (word.size() < 2) return Segment::end;
+    if (word.size() < 2) return false;
     const int marker = word[1];
     // Behind a scan FF 00 is left over from its data.
     if (word[0] != 0xFF || marker == 0xFF || (marker == 0 && !first)) {
@@ -219,16 +210,18 @@ Segment read_segments(ChunkReader& input, bool first, Tables& tables) {
       continue;
     }
     input.skip(2);
-    if (marker == kEoi) return Segment::end;
+    if (marker == kEoi) return false;
     if (has_no_length(marker)) continue;
     const auto size = input.peek(2);
-    if (size.size() < 2) return Segment::bad;
+    if (size.size() < 2) return false;
     const int length = load_be16(size.data());
-    if (length < 2) return Segment::bad;
+    if (length < 2) return false;
     input.skip(2);
-    if (!read_segment(marker, Body(input, length), first, tables)) return Segment::bad;
-    if (!skip_bytes(input, length - 2)) return Segment::end;
-    if (marker == kSos) return Segment::scan;
+    if (!read_segment(marker, Body(input, length), first, tables)) return false;
+    const auto rest = static_cast<std::size_t>(length - 2);
+    if (input.peek(rest).size() < rest) return false;
+    input.skip(rest);
+    if (marker == kSos) return true;
   }
 }
 

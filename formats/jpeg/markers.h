@@ -14,10 +14,9 @@ inline constexpr std::int64_t kSegmentChunk = 66 * 1024;
 // begins in the first 5001 bytes.
 Status find_start(ChunkReader& input);
 
-enum class Segment { scan, end, bad };
-
-// Reads segments up to and including the next SOS. The frame is taken from the first call only.
-Segment read_segments(ChunkReader& input, bool first, Tables& tables);
+// Reads segments up to and including the next SOS; false when the data end before or a segment
+// cannot be read. The frame is taken from the first call only.
+bool read_segments(ChunkReader& input, bool first, Tables& tables);
 
 // What the frame and the first scan must be before anything is decoded.
 Status check_frame(const Frame& frame);

@@ -12,8 +12,6 @@ constexpr int ceil_div(int a, int b) {
   return (a + b - 1) / b;
 }
 
-constexpr int kRowMargin = kKernelMargin;
-
 }  // namespace
 
 Geometry::Geometry(const Frame& frame)
@@ -71,11 +69,11 @@ Status Band::allocate(const Geometry& geometry, Layout layout) {
   std::array<std::uint64_t, kMostComponents> offsets{};
   for (int i = 0; i < geometry.count; ++i) {
     const Grid& grid = geometry.grids[i];
-    strides_[i] = std::ptrdiff_t{8} * grid.padded_columns * sample_bytes + kRowMargin;
+    strides_[i] = std::ptrdiff_t{8} * grid.padded_columns * sample_bytes + kKernelMargin;
     offsets[i] = total;
     total += static_cast<std::uint64_t>(strides_[i]) * 8 * grid.v;
   }
-  TQ_TRY(samples_.allocate(total + kRowMargin));
+  TQ_TRY(samples_.allocate(total + kKernelMargin));
   for (int i = 0; i < geometry.count; ++i) planes_[i] = samples_.data() + offsets[i];
   const Grid& first = geometry.grids[0];
   halved_chroma_ = layout == Layout::ycc && first.h == geometry.h_most;
@@ -83,9 +81,9 @@ Status Band::allocate(const Geometry& geometry, Layout layout) {
     halved_chroma_ = halved_chroma_ && 2 * geometry.grids[i].h == geometry.h_most;
   }
   const auto padded = static_cast<std::uint64_t>(geometry.mcu_columns) * 8 * geometry.h_most;
-  TQ_TRY(widened_.allocate((padded + kRowMargin) * kMostComponents));
+  TQ_TRY(widened_.allocate((padded + kKernelMargin) * kMostComponents));
   row_bytes_ = static_cast<std::size_t>(row_bytes(geometry.width, layout_bits(layout)));
-  return row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kRowMargin);
+  return row_.allocate(static_cast<std::int64_t>(row_bytes_) + 3 * kKernelMargin);
 }
 
 void Band::set_quantiser(int component, const Quantiser& quantiser) {
