@@ -1,5 +1,5 @@
-// The transforms, after Lee's factorisation: separable, rows first, 10 fractional bits. This is the
-// reference; faster variants give the same numbers.
+// The transforms, after Lee's factorisation: separable, rows first, factors of 10 fractional bits
+// whose products are rounded. This is the reference; faster variants give the same numbers.
 #include "formats/jpeg/transform.h"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ constexpr std::int32_t subtract(std::int32_t a, std::int32_t b) {
   return wrap(std::int64_t{a} - b);
 }
 constexpr std::int32_t scaled(std::int32_t value, int factor) {
-  return wrap(std::int64_t{value} * factor >> 10);
+  return wrap((std::int64_t{value} * factor + 512) >> 10);
 }
 
 struct Four {
@@ -64,7 +64,7 @@ constexpr std::int32_t rounded(std::int32_t value) {
 // The transpose of inverse_four.
 constexpr Four forward_four(std::int32_t s0, std::int32_t s1, std::int32_t s2, std::int32_t s3) {
   const std::int32_t a = s0 + s3, b = s1 + s2, c = s0 - s3, d = s1 - s2;
-  return {{a + b, (c * kCos >> 10) + (d * kSin >> 10), a - b, (c * kSin >> 10) - (d * kCos >> 10)}};
+  return {{a + b, scaled(c, kCos) + scaled(d, kSin), a - b, scaled(c, kSin) - scaled(d, kCos)}};
 }
 
 void forward_eight(std::int32_t* x, int step) {
@@ -72,12 +72,12 @@ void forward_eight(std::int32_t* x, int step) {
   for (int n = 0; n < 4; ++n) {
     const std::int32_t front = x[n * step], back = x[(7 - n) * step];
     sum[n] = front + back;
-    difference[n] = (front - back) * kSecant[n] >> 10;
+    difference[n] = scaled(front - back, kSecant[n]);
   }
   const Four even = forward_four(sum[0], sum[1], sum[2], sum[3]);
   const Four odd = forward_four(difference[0], difference[1], difference[2], difference[3]);
   for (int n = 0; n < 4; ++n) x[2 * n * step] = even.v[n];
-  x[step] = (odd.v[0] * 2 * kHalfRoot >> 10) + odd.v[1];
+  x[step] = scaled(odd.v[0], 2 * kHalfRoot) + odd.v[1];
   x[3 * step] = odd.v[1] + odd.v[2];
   x[5 * step] = odd.v[2] + odd.v[3];
   x[7 * step] = odd.v[3];
@@ -124,7 +124,7 @@ void forward_transform(const std::int16_t* samples, std::ptrdiff_t stride,
   for (int row = 0; row < 8; ++row, samples += stride) {
     std::int32_t* const eight = x + 8 * row;
     // The row pass has four more bits, the column pass one more, as many as 16 bits allow: what
-    // each product loses would add up.
+    // rounding changes would add up.
     for (int column = 0; column < 8; ++column) eight[column] = samples[column] * 16;
     forward_eight(eight, 1);
     for (int column = 0; column < 8; ++column) eight[column] = (eight[column] + 4) >> 3;

@@ -118,8 +118,8 @@ TEST(JpegDecode, EveryLayoutGivesTheModelsPicture) {
         const Decoded decoded = decode(jpeg_file(picture));
         ASSERT_EQ(decoded.status, kOk) << layout.name << " " << width;
         const Difference d = difference(model_rows(picture), decoded.sink.image());
-        EXPECT_LT(d.largest, count == 3 ? 9 : 3) << layout.name << " " << width;
-        EXPECT_LT(d.mean, width <= 8 ? 9 : count == 3 ? 0.6 : 0.4) << layout.name;
+        EXPECT_LT(d.largest, count == 3 ? 4 : 1.5) << layout.name << " " << width;
+        EXPECT_LT(d.mean, width <= 8 ? 2 : count == 3 ? 0.45 : 0.32) << layout.name;
         EXPECT_EQ(decoded.sink.header.header.biBitCount, 8 * count);
         for (const auto& row : decoded.sink.image()) {
           EXPECT_EQ(std::count(row.begin() + static_cast<long>(count) * width, row.end(), 0),

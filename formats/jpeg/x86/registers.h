@@ -59,9 +59,9 @@ TQ_TERM(add16, add_epi16)
 TQ_TERM(subtract16, sub_epi16)
 TQ_TERM(subtract16_limited, subs_epi16)  // stops at the ends of the range
 TQ_TERM(low_product, mullo_epi16)
-TQ_TERM(high_product, mulhi_epi16)  // a * b >> 16, of signed values
-TQ_TERM(high_product_unsigned, mulhi_epu16)
-TQ_TERM(with_sign, sign_epi16)  // a, or -a where b is negative, or 0 where b is
+TQ_TERM(high_product_unsigned, mulhi_epu16)  // a * b >> 16
+TQ_TERM(rounded_product, mulhrs_epi16)       // a * b / 32768, halves upwards
+TQ_TERM(with_sign, sign_epi16)               // a, or -a where b is negative, or 0 where b is
 TQ_TERM(larger16, max_epi16)
 TQ_TERM(greater16, cmpgt_epi16)  // all bits where a > b
 TQ_TARGET Vector amount(Vector x) {
@@ -78,7 +78,7 @@ TQ_TARGET Vector shifted_right(Vector x) {
 // Divided by a power of two, halves upwards.
 template <int kBits>
 TQ_TARGET Vector rounded(Vector x) {
-  return TQ_INTRINSIC(mulhrs_epi16)(x, all16(1 << (15 - kBits)));
+  return rounded_product(x, all16(1 << (15 - kBits)));
 }
 
 // 32 bits

@@ -6,12 +6,11 @@
 namespace tq::formats::x86 {
 namespace {
 
-// x * k >> 10 as one high product: 64 k is kOver times 65536 more than the factor.
+// (x * k + 512) >> 10 as one rounded product of the fraction, and x as often as k has 1024.
 template <int kFactor>
 TQ_TARGET Vector scaled(Vector x) {
-  constexpr int kOver = (64 * kFactor + 32768) >> 16;
-  Vector product = high_product(x, all16(64 * kFactor - 65536 * kOver));
-  TQ_UNROLLED for (int i = 0; i < kOver; ++i) product = add16(product, x);
+  Vector product = rounded_product(x, all16(kFactor % 1024 * 32));
+  TQ_UNROLLED for (int i = 0; i < kFactor / 1024; ++i) product = add16(product, x);
   return product;
 }
 
