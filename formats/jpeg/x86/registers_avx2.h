@@ -17,6 +17,7 @@ using Vector = __m256i;
 using FloatVector = __m256;
 inline constexpr int kLanes = 2;  // of 128 bits
 
+// A register of one lane everywhere, or of its first and its last lane; and one of its lanes.
 TQ_TARGET Vector repeated(__m128i x) {
   return _mm256_broadcastsi128_si256(x);
 }

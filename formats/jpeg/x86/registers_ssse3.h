@@ -17,6 +17,7 @@ using Vector = __m128i;
 using FloatVector = __m128;
 inline constexpr int kLanes = 1;  // of 128 bits
 
+// A register of one lane everywhere, or of its first and its last lane; and one of its lanes.
 TQ_TARGET Vector repeated(__m128i x) {
   return x;
 }
