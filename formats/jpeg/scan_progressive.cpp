@@ -17,6 +17,11 @@ constexpr std::uint64_t place_bit(int k) {
   return std::uint64_t{1} << k;
 }
 
+// The places of an AC scan.
+constexpr std::uint64_t band_of(const Scan& scan) {
+  return place_bit(scan.last) * 2 - place_bit(scan.first);
+}
+
 // DC scans, first and refining.
 void store_dc_scan(ScanReader& reader, CoefficientStore& store) {
   const Scan& scan = reader.scan();
@@ -113,7 +118,7 @@ bool decode_first_block(BitReader& r, const DecodeTable& table, const Scan& scan
 bool refine_block(BitReader& r, const DecodeTable& table, const Scan& scan, BandBlock& block,
                   std::uint32_t& ended) {
   // The places from `k` on that are not 0 and have not been corrected.
-  std::uint64_t known = block.present & (place_bit(scan.last) * 2 - place_bit(scan.first));
+  std::uint64_t known = block.present & band_of(scan);
   const auto next_known = [&] { return std::countr_zero(known); };
   const auto correct_next = [&] {
     correct(r, block.coefficients[kColumnOrder[next_known()]], scan.low);
@@ -143,6 +148,7 @@ bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
   const DecodeTable& table = reader.ac(0);
   EntropySource& source = reader.source();
   const bool refining = scan.high != 0;
+  const std::uint64_t band = band_of(scan);
   const int end = x + count;
   BitReader bits = reader.bits();
   std::uint32_t ended = reader.end_of_band_run();
@@ -152,6 +158,10 @@ bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
       const std::uint32_t skipped = std::min(ended, static_cast<std::uint32_t>(end - x));
       ended -= skipped;
       x += static_cast<int>(skipped) - 1;
+      continue;
+    }
+    if (ended != 0 && (row.present[x] & band) == 0) {
+      --ended;  // nothing to correct
       continue;
     }
     if (!source.prepare(bits)) return false;
