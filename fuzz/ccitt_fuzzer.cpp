@@ -1,6 +1,5 @@
-// Decodes facsimile rows from any bytes, or takes them for the transition lists of a supplier that
-// cannot be trusted. The rows are coded and come back the same. The first bytes choose the coding
-// and the width.
+// Decodes facsimile rows from any bytes. What was decoded, or as many transition lists that cannot
+// be trusted, is coded and must come back the same. The first bytes choose coding and width.
 #include "core/run_storage.h"
 #include "formats/ccitt/ccitt.h"
 #include "fuzz/fuzz_support.h"
@@ -49,8 +48,7 @@ struct Rows {
     std::memset(dest, 0xFF, static_cast<std::size_t>(bytes));
     if (self.lists != nullptr)
       return put_list(*self.lists, static_cast<std::int32_t*>(dest), bytes);
-    const Memory& row = self.rows[static_cast<std::size_t>(y)];
-    std::memcpy(dest, row.data(), row.size());
+    std::ranges::copy(self.rows[static_cast<std::size_t>(y)], static_cast<std::uint8_t*>(dest));
     return 0;
   }
 };
@@ -89,14 +87,9 @@ void fuzz(Bytes bytes) {
   const CcittCoding coding{static_cast<formats::CcittScheme>(flags & 3), flag(2), flag(3), flag(4),
                            flag(5)};
   const std::int32_t width = 1 + (in.u8() | (in.u8() & 3) << 8);
-  Rows given{width};
-  if (flag(7)) {
-    given.rows.resize(static_cast<std::size_t>(in.below(kRows)));
-    given.lists = &in;
-  } else {
-    given = decode(in.rest(), coding, width, flag(6) ? CcittRows::runs : CcittRows::bits);
-  }
+  Rows given = decode(in.rest(), coding, width, flag(6) ? CcittRows::runs : CcittRows::bits);
   if (given.rows.empty()) return;
+  if (flag(7)) given.lists = &in;
   const Memory coded = encode(given, coding);
   Rows again = decode(coded, coding, width, CcittRows::bits);
   // Bits that fill the last byte may be taken for another row.
