@@ -1,5 +1,5 @@
-// Decodes facsimile rows from any bytes; what was decoded is coded again and must come back the
-// same. The first bytes choose the coding and the width.
+// Decodes facsimile rows from any bytes. What was decoded, or as many transition lists that cannot
+// be trusted, is coded and must come back the same. The first bytes choose coding and width.
 #include "core/run_storage.h"
 #include "formats/ccitt/ccitt.h"
 #include "fuzz/fuzz_support.h"
@@ -12,9 +12,21 @@ using formats::CcittRows;
 
 constexpr std::int32_t kRows = 24;
 
+// There may be room for a part of the list only.
+std::int32_t put_list(Input& in, std::int32_t* list, std::int32_t room) {
+  const std::int32_t words = in.below(64);
+  std::int32_t position = 0;
+  for (std::int32_t i = 0; i < std::min(words, room / 4); ++i) {
+    const std::int32_t step = in.i8();
+    list[i] = step < -100 ? in.any_int() : position += step;
+  }
+  return 4 * words;
+}
+
 struct Rows {
   std::int32_t width = 0;
   std::vector<Memory> rows{};  // as bits
+  Input* lists = nullptr;      // handed out instead of them
 
   static std::int32_t IMG_CB_C take(void* row, void* context, std::int32_t, std::int32_t count) {
     auto& self = *static_cast<Rows*>(context);
@@ -32,9 +44,11 @@ struct Rows {
     return 0;
   }
   static std::int32_t IMG_CB_C give(void* context, void* dest, std::int32_t y, std::int32_t bytes) {
-    const auto& row = static_cast<const Rows*>(context)->rows[static_cast<std::size_t>(y)];
+    const auto& self = *static_cast<const Rows*>(context);
     std::memset(dest, 0xFF, static_cast<std::size_t>(bytes));
-    std::memcpy(dest, row.data(), row.size());
+    if (self.lists != nullptr)
+      return put_list(*self.lists, static_cast<std::int32_t*>(dest), bytes);
+    std::ranges::copy(self.rows[static_cast<std::size_t>(y)], static_cast<std::uint8_t*>(dest));
     return 0;
   }
 };
@@ -52,6 +66,18 @@ Rows decode(Bytes data, const CcittCoding& coding, std::int32_t width, CcittRows
   return sink;
 }
 
+Memory encode(Rows& given, const CcittCoding& coding) {
+  Memory coded(given.rows.size() * (static_cast<std::size_t>(given.width) + 64));
+  open_memory_stream(coded.data(), coded.size());
+  formats::CcittEncoder encoder;
+  TQ_CLAIM(encoder.open(coding, given.width).ok());
+  const Status written = encoder.encode(kMemoryStream, {Rows::give, &given},
+                                        {0, static_cast<std::int32_t>(given.rows.size())});
+  TQ_CLAIM(written.ok());
+  coded.resize(static_cast<std::size_t>(written.raw()));
+  return coded;
+}
+
 }  // namespace
 
 void fuzz(Bytes bytes) {
@@ -63,19 +89,13 @@ void fuzz(Bytes bytes) {
   const std::int32_t width = 1 + (in.u8() | (in.u8() & 3) << 8);
   Rows given = decode(in.rest(), coding, width, flag(6) ? CcittRows::runs : CcittRows::bits);
   if (given.rows.empty()) return;
-  Memory coded(given.rows.size() * (static_cast<std::size_t>(width) + 64));
-  open_memory_stream(coded.data(), coded.size());
-  formats::CcittEncoder encoder;
-  TQ_CLAIM(encoder.open(coding, width).ok());
-  const Status written = encoder.encode(kMemoryStream, {Rows::give, &given},
-                                        {0, static_cast<std::int32_t>(given.rows.size())});
-  TQ_CLAIM(written.ok());
-  coded.resize(static_cast<std::size_t>(written.raw()));
+  if (flag(7)) given.lists = &in;
+  const Memory coded = encode(given, coding);
   Rows again = decode(coded, coding, width, CcittRows::bits);
   // Bits that fill the last byte may be taken for another row.
   TQ_CLAIM(again.rows.size() >= given.rows.size());
   again.rows.resize(given.rows.size());
-  TQ_CLAIM(again.rows == given.rows);
+  TQ_CLAIM(flag(7) ? encode(again, coding) == coded : again.rows == given.rows);
 }
 
 }  // namespace tq::fuzz

@@ -13,7 +13,6 @@
 
 #include "fuzz/decode_settings.h"
 #include "fuzz/fuzz_support.h"
-#include "io/endian.h"
 #include "platform/memory.h"
 
 namespace tq::fuzz {
@@ -373,23 +372,6 @@ void force_format(Memory& file) {
   if (format == "jpeg") put("\xFF\xD8\xFF");
 }
 
-// PNG's chunks have check sums, which no mutation would meet: anything behind the first chunk would
-// stay untried.
-void repair_check_sums(Memory& file) {
-  if (file.size() < 8 || std::memcmp(file.data(), "\x89PNG", 4) != 0) return;
-  for (std::size_t at = 8; at + 12 <= file.size();) {
-    const std::size_t length = load_be32(&file[at]);
-    if (length > file.size() - at - 12) return;
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (std::size_t i = at + 4; i < at + 8 + length; ++i) {
-      crc ^= file[i];
-      for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) != 0 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
-    }
-    at += 12 + length;
-    store_be32(&file[at - 4], ~crc);
-  }
-}
-
 }  // namespace
 
 void fuzz(Bytes input) {
@@ -401,7 +383,6 @@ void fuzz(Bytes input) {
   if (settings.way() == Route::packed_dib || settings.way() == Route::name) settings.page = 0;
   Memory file(in.rest().begin(), in.rest().end());
   force_format(file);
-  repair_check_sums(file);
   memory_probe::refuse_above(kLargestAllowed);
   memory_probe::fill_fresh(0x55);
   short_of_memory = false;

@@ -168,15 +168,17 @@ void write_pcx_seeds() {
   }
 }
 
-// The target works out the check sums of chunks.
 void put_chunk(Bytes& file, std::string_view name, const Bytes& data) {
-  const auto size = static_cast<std::uint16_t>(data.size());
-  file =
-      test::joined({file,
-                    {0, 0, static_cast<std::uint8_t>(size >> 8), static_cast<std::uint8_t>(size)},
-                    bytes_of(name),
-                    data,
-                    Bytes(4)});
+  const Bytes checked = test::joined({bytes_of(name), data});
+  std::uint32_t sum = 0xFFFFFFFF;
+  for (const std::uint8_t byte : checked) {
+    sum ^= byte;
+    for (int bit = 0; bit < 8; ++bit) sum = (sum & 1) != 0 ? sum >> 1 ^ 0xEDB88320 : sum >> 1;
+  }
+  Bytes length(4), last(4);
+  tq::store_be32(&length[0], static_cast<std::uint32_t>(data.size()));
+  tq::store_be32(&last[0], ~sum);
+  file = test::joined({file, length, checked, last});
 }
 
 // 7 x 5 pixels of 0 to 64 bits in one stored block of deflate, large enough for any of them.

@@ -4,7 +4,10 @@
 
 #include <png.h>
 
+#include <algorithm>
 #include <csetjmp>
+#include <cstring>
+#include <utility>
 
 namespace tq::formats {
 namespace {
@@ -12,6 +15,12 @@ namespace {
 constexpr png_uint_32 kLargestSide = 0x7FFFFFFF;  // what does not fit a block is refused later
 constexpr int kMostCachedChunks = 64;
 constexpr png_alloc_size_t kLargestChunk = 1 << 20;
+constexpr std::size_t kWrittenAtOnce = 32 << 10;
+
+// zlib's levels against its own, 6: pictures take 0.3 to 0.9 of the time, photos 1 % more bytes and
+// drawings 4 % at most. Levels below 4 take no notice of filters.
+constexpr int kFilteredLevel = 4;    // 8 and 16 bits a sample
+constexpr int kUnfilteredLevel = 5;  // palettes and smaller samples: longer strings return
 
 // Chunks that say nothing about the pixels, or more than images here can hold, are skipped unread.
 constexpr png_byte kSkipped[] =
@@ -53,7 +62,7 @@ struct PngHooks {
   }
   static void write(png_structp png, png_bytep bytes, std::size_t count) {
     auto& writer = *static_cast<PngWriter*>(png_get_io_ptr(png));
-    if (tq::write(writer.stream_, {bytes, count}) == static_cast<std::int64_t>(count)) return;
+    if (writer.put({bytes, count})) return;
     writer.failure_ = StatusCode::write_failed;
     png_error(png, "");
   }
@@ -162,6 +171,7 @@ PngWriter::~PngWriter() {
 
 Status PngWriter::open(StreamHandle stream) {
   stream_ = stream;
+  TQ_TRY(waiting_.allocate(kWrittenAtOnce));
   png_ = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, this, PngHooks::fail, PngHooks::ignore,
                                    this, PngHooks::allocate<PngWriter>, PngHooks::release);
   if (png_ == nullptr) return StatusCode::out_of_memory;
@@ -200,6 +210,9 @@ Status PngWriter::write_header(const PngHeader& header, int bytes_per_pixel) {
   png_set_IHDR(png, info, static_cast<png_uint_32>(header.width),
                static_cast<png_uint_32>(header.height), header.bits, type, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  // libpng's own rule for which rows it filters.
+  const bool filtered = !header.indexed && header.bits >= 8;
+  png_set_compression_level(png, filtered ? kFilteredLevel : kUnfilteredLevel);
   if (header.indexed) put_palette(png, info, header);
   if (header.x_per_metre != 0 && header.y_per_metre != 0) {
     png_set_pHYs(png, info, header.x_per_metre, header.y_per_metre, PNG_RESOLUTION_METER);
@@ -222,7 +235,23 @@ Status PngWriter::finish() {
   png_structp png = png_of(png_);
   if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
   png_write_end(png, nullptr);
-  return kOk;
+  return flush() ? StatusCode::ok : StatusCode::write_failed;
+}
+
+bool PngWriter::put(std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const std::size_t piece = std::min(bytes.size(), waiting_.size() - used_);
+    std::memcpy(waiting_.data() + used_, bytes.data(), piece);
+    used_ += piece;
+    bytes = bytes.subspan(piece);
+    if (used_ == waiting_.size() && !flush()) return false;
+  }
+  return true;
+}
+
+bool PngWriter::flush() {
+  const std::size_t count = std::exchange(used_, 0);
+  return tq::write(stream_, waiting_.bytes().first(count)) == static_cast<std::int64_t>(count);
 }
 
 }  // namespace tq::formats

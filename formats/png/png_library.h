@@ -70,10 +70,17 @@ class PngWriter {
 
  private:
   friend struct PngHooks;
+  bool put(std::span<const std::uint8_t> bytes);
+  bool flush();
+
   void* png_ = nullptr;
   void* info_ = nullptr;
   Status failure_ = StatusCode::bad_image;
   StreamHandle stream_{-1};
+  // A copy goes out: libpng takes check sums of what it has written, which a caller's write
+  // function may have changed by then.
+  GlobalBlock waiting_;
+  std::size_t used_ = 0;
 };
 
 }  // namespace tq::formats

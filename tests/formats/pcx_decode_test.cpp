@@ -73,11 +73,8 @@ TEST(PcxDecode, EveryLayoutGivesItsHeaderPaletteAndRows) {
       if (without_rows && !end_is_known) continue;
       const GuardedBlock block(pcx_file(layout.file));
       CollectingSink sink;
-      if (end_is_known) {
-        open_memory_stream(block.data(), block.size());
-      } else {
-        open_memory_stream(block.data());
-      }
+      end_is_known ? open_memory_stream(block.data(), block.size())
+                   : open_memory_stream(block.data());
       EXPECT_EQ(decode_pcx({kMemoryStream, 0, sink.sink()}).raw(), without_rows ? -12 : 1);
       const BitmapInfoHeader& header = sink.header.header;
       EXPECT_EQ(sink.headers, 1);
@@ -122,16 +119,14 @@ TEST(PcxDecode, CutOffFileKeepsWhatItHas) {
   }
 }
 
-struct Refused {
-  const char* name;
-  PcxFields file;
-  std::int32_t status;
-  int headers = 0;
-};
-
 TEST(PcxDecode, FilesThatLie) {
   const Bytes run = {0xFF, 1};
-  const Refused cases[] = {
+  const struct {
+    const char* name;
+    PcxFields file;
+    std::int32_t status;
+    int headers = 0;
+  } cases[] = {
       {"no bytes per line", {.size = {8, 8, 8, 1, 0}, .data = run}, -3},
       {"no planes", {.size = {8, 8, 8, 0, 8}, .data = run}, -3},
       {"2 bits", {.size = {8, 8, 2, 1, 2}, .data = run}, -7},
@@ -142,7 +137,7 @@ TEST(PcxDecode, FilesThatLie) {
       {"a run of more than two lines", {.size = {31, 9, 8, 1, 31}, .data = run}, -3, 1},
       {"the same, late", {.size = {2, 9, 8, 1, 2}, .data = {1, 0xC4, 1}}, -3, 1},
   };
-  for (const Refused& refused : cases) {
+  for (const auto& refused : cases) {
     SCOPED_TRACE(refused.name);
     const CollectingSink sink = decode(pcx_file(refused.file), refused.status);
     EXPECT_EQ(sink.headers, refused.headers);

@@ -215,7 +215,7 @@ TEST_F(Scrambling, TailThatCouldNotBeWrittenStaysScrambled) {
 }
 
 TEST_F(CallerIo, GetsEveryHandleAndUnscrambledBytes) {
-  Bytes block(10, 0x77), bytes{1, 2, 3};
+  Bytes block(10, 0x77);
   open_memory_stream(block.data(), block.size());
   IMG_set_encrypt(1, 0x10);
   MemoryFile caller;
@@ -223,11 +223,12 @@ TEST_F(CallerIo, GetsEveryHandleAndUnscrambledBytes) {
     caller.handles.clear();
     caller.bytes.clear();
     EXPECT_EQ(seek(handle, 0, Origin::start), 0);
+    Bytes bytes{1, 2, 3};
     EXPECT_EQ(write(handle, bytes), 3);
     EXPECT_EQ(position(handle), 3);
     EXPECT_EQ(seek(handle, -2, Origin::end), 1);
     EXPECT_EQ(read_some(handle, 9), (Bytes{2, 3}));
-    EXPECT_EQ(caller.bytes, bytes);
+    EXPECT_EQ(caller.bytes, (Bytes{1, 2, 3}));
     EXPECT_THAT(caller.handles, Each(static_cast<std::int32_t>(handle)));
     EXPECT_EQ(caller.handles.size(), 5u);
   }

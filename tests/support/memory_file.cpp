@@ -53,6 +53,7 @@ std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, st
   if (file.bytes.size() < end) file.bytes.resize(end);
   if (put > 0) {
     std::memcpy(file.bytes.data() + file.position, buffer, static_cast<std::size_t>(put));
+    std::memset(buffer, 0x99, static_cast<std::size_t>(put));  // a caller may change it
   }
   file.position += put;
   return file.answer.value_or(put);

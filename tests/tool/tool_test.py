@@ -141,11 +141,12 @@ class Operations(ToolTest):
         self.refuse(2, "--method takes one of", "dither", "--method", "x", "deep.bmp", "out.bmp")
         self.assertEqual((self.folder / "out.bmp").read_bytes(), before)
 
-    def test_the_sheet_shows_pictures_of_any_depth(self):
-        for bits in (1, 4, 8, 24):
-            self.write_picture("in.bmp", 400, 300, bits)
+    def test_the_sheet_is_as_large_as_its_pictures(self):
+        for bits, width, height, shown in ((1, 400, 300, 210), (4, 20, 900, 210), (8, 1, 1, 1), (24, 900, 7, 2)):
+            self.write_picture("in.bmp", width, height, bits)
             self.succeed("sheet", "in.bmp", "sheet.bmp")
-            self.assertEqual(bmp.decode((self.folder / "sheet.bmp").read_bytes())[0], 24)
+            rows = bmp.decode((self.folder / "sheet.bmp").read_bytes())[1]
+            self.assertEqual(len(rows), 10 + 5 * (shown + 24))
 
 
 class Info(ToolTest):

@@ -1,7 +1,7 @@
 // tarnquill sheet: every operation on one picture, side by side, each labelled by its call.
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <string_view>
 
 #include "command.h"
 #include "dib_header.h"
@@ -13,8 +13,8 @@
 namespace tool {
 namespace {
 
-constexpr int kTileWidth = 280;
-constexpr int kTileHeight = 210;
+constexpr int kMostWidth = 280;  // of the picture
+constexpr int kMostHeight = 210;
 constexpr int kCaption = 14;
 constexpr int kGap = 10;
 constexpr int kColumns = 4;
@@ -79,23 +79,37 @@ constexpr Tile kTiles[] = {
 };
 constexpr int kTileCount = static_cast<int>(std::size(kTiles));
 
+constexpr int kCaptionWidth = [] {
+  std::size_t most = 0;
+  for (const Tile& tile : kTiles) most = std::max(most, std::string_view(tile.caption).size());
+  return static_cast<int>(most) * (letters::kWidth + 1);
+}();
+
+// Tiles as large as `picture` and its caption below it.
 class Sheet {
  public:
-  Sheet(int width, int height)
-      : width_(width), height_(height), pixels_(static_cast<std::size_t>(width) * height) {
-    std::fill(pixels_.begin(), pixels_.end(), Pixel{236, 236, 236});
+  explicit Sheet(std::int32_t picture) {
+    IMG_bitmap_info(picture, &picture_width_, &picture_height_, nullptr);
+    tile_width_ = std::max(picture_width_, kCaptionWidth) + kGap;
+    tile_height_ = picture_height_ + kCaption + kGap;
+    width_ = kColumns * tile_width_ + kGap;
+    height_ = (kTileCount + kColumns - 1) / kColumns * tile_height_ + kGap;
+    pixels_.assign(static_cast<std::size_t>(width_) * height_, Pixel{236, 236, 236});
   }
 
-  // The pixels as they are; tiles show dots, so nothing is scaled here.
-  void draw(std::int32_t image, int left, int top) {
+  // The pixels as they are; tiles show dots, so nothing is scaled here. A file may change between
+  // one tile and the next.
+  void draw(int tile, std::int32_t image) {
+    const int left = kGap + tile % kColumns * tile_width_;
+    const int top = kGap + tile / kColumns * tile_height_;
     std::int32_t width = 0, height = 0, bits = 0;
     IMG_bitmap_info(image, &width, &height, &bits);
     std::array<std::uint8_t, 1024> palette{};
     IMG_get_bitmap_palette(image, palette.data());
     std::vector<std::uint8_t> row(static_cast<std::size_t>(row_bytes(width, bits)));
-    for (std::int32_t y = 0; y < std::min(height, kTileHeight); ++y) {
+    for (std::int32_t y = 0; y < std::min(height, picture_height_); ++y) {
       IMGLOW_get_raster(image, row.data(), y, 0);
-      for (std::int32_t x = 0; x < std::min(width, kTileWidth); ++x) {
+      for (std::int32_t x = 0; x < std::min(width, picture_width_); ++x) {
         const std::uint8_t* colour = &row[static_cast<std::size_t>(x) * bits / 8];
         if (bits <= 8) {
           const int shift = 8 - bits - x * bits % 8;
@@ -104,11 +118,8 @@ class Sheet {
         at(left + x, top + y) = {colour[0], colour[1], colour[2]};
       }
     }
-  }
-
-  void caption(const char* text, int left, int top) {
-    letters::draw(text, [&](int x, int y) {
-      if (left + x < width_) at(left + x, top + y) = {40, 40, 40};
+    letters::draw(kTiles[tile].caption, [&](int x, int y) {
+      at(left + x, top + picture_height_ + 4 + y) = {40, 40, 40};
     });
   }
 
@@ -130,15 +141,17 @@ class Sheet {
   using Pixel = std::array<std::uint8_t, 3>;  // blue, green, red
   Pixel& at(int x, int y) { return pixels_[static_cast<std::size_t>(y) * width_ + x]; }
 
-  int width_, height_;
+  std::int32_t picture_width_ = 0, picture_height_ = 0;
+  int tile_width_ = 0, tile_height_ = 0;  // with the gap behind them
+  int width_ = 0, height_ = 0;
   std::vector<Pixel> pixels_;
 };
 
 // A tile's worth of the picture in 24 bits, which every operation takes.
 std::int32_t load(const Input& input) {
   const ImageFacts facts = input.facts(0);
-  const double shrink = std::max({1.0, static_cast<double>(facts.width) / kTileWidth,
-                                  static_cast<double>(facts.height) / kTileHeight});
+  const double shrink = std::max({1.0, static_cast<double>(facts.width) / kMostWidth,
+                                  static_cast<double>(facts.height) / kMostHeight});
   if (shrink > 1.0) {
     IMGLOW_set_decompsize(std::max(1, static_cast<int>(facts.width / shrink)),
                           std::max(1, static_cast<int>(facts.height / shrink)));
@@ -156,16 +169,12 @@ int run_sheet(const Arguments& arguments) {
   const std::vector<std::string>& names = arguments.operands();
   if (names.size() != 2) throw UsageError("a picture and the name of the sheet are needed");
   const Input input(names[0]);
-  constexpr int kStep = kTileHeight + kCaption + kGap;
-  Sheet sheet(kColumns * (kTileWidth + kGap) + kGap,
-              (kTileCount + kColumns - 1) / kColumns * kStep + kGap);
+  std::int32_t image = load(input);
+  Sheet sheet(image);
   for (int i = 0; i < kTileCount; ++i) {
-    const std::int32_t image = load(input);
+    if (i != 0) image = load(input);
     check(input.label(), kTiles[i].run(image));
-    const int left = kGap + i % kColumns * (kTileWidth + kGap);
-    const int top = kGap + i / kColumns * kStep;
-    sheet.draw(image, left, top);
-    sheet.caption(kTiles[i].caption, left, top + kTileHeight + 4);
+    sheet.draw(i, image);
     IMG_delete_bitmap(image);
   }
   Output output(names[1], false);
