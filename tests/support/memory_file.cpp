@@ -11,7 +11,7 @@ MemoryFile* installed = nullptr;  // the caller's functions carry no context
 
 }  // namespace
 
-MemoryFile::MemoryFile(std::vector<std::uint8_t> content) : bytes(std::move(content)) {
+MemoryFile::MemoryFile(Bytes content) : bytes(std::move(content)) {
   installed = this;
   install(true, true, true);
 }
@@ -25,17 +25,18 @@ void MemoryFile::install(bool read, bool write, bool seek) {
   set_caller_io(read ? on_read : nullptr, write ? on_write : nullptr, seek ? on_seek : nullptr);
 }
 
+// How many bytes to move; below 0: the answer.
 std::int32_t MemoryFile::start_transfer(std::int32_t stream, std::int32_t count) {
   handles.push_back(stream);
   counts.push_back(count);
   if (during_call) during_call();
-  return std::clamp(count, 0, most_per_call);
+  return std::min(count, calls++ == failing_call ? std::min(failure, count - 1) : most_per_call);
 }
 
 std::int32_t IMG_CB_C MemoryFile::on_read(std::int32_t stream, void* buffer, std::int32_t count) {
   MemoryFile& file = *installed;
-  if (file.calls++ == file.failing_call) return -1;
   const std::int64_t wanted = file.start_transfer(stream, count);
+  if (wanted < 0) return static_cast<std::int32_t>(wanted);
   const auto size = static_cast<std::int64_t>(file.bytes.size());
   const std::int64_t got = std::clamp<std::int64_t>(size - file.position, 0, wanted);
   if (got > 0) {
@@ -47,8 +48,8 @@ std::int32_t IMG_CB_C MemoryFile::on_read(std::int32_t stream, void* buffer, std
 
 std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, std::int32_t count) {
   MemoryFile& file = *installed;
-  if (file.calls++ == file.failing_call) return -1;
   const std::int32_t put = file.start_transfer(stream, count);
+  if (put < 0) return put;
   const auto end = static_cast<std::size_t>(file.position + put);
   if (file.bytes.size() < end) file.bytes.resize(end);
   if (put > 0) {
@@ -62,7 +63,7 @@ std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, st
 std::int32_t IMG_CB_C MemoryFile::on_seek(std::int32_t stream, std::int32_t offset,
                                           std::int32_t origin) {
   MemoryFile& file = *installed;
-  if (file.calls++ == file.failing_call) return -1;
+  if (file.calls++ == file.failing_call) return file.failure;
   file.handles.push_back(stream);
   std::int64_t target = offset;
   if (origin == 1) target += file.position;

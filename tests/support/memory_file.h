@@ -10,24 +10,27 @@
 
 namespace tq::test {
 
+using Bytes = std::vector<std::uint8_t>;
+
 class MemoryFile {
  public:
   static constexpr StreamHandle kHandle{4711};
 
   // Installs all three functions; whatever the handle, this file answers.
-  explicit MemoryFile(std::vector<std::uint8_t> content = {});
+  explicit MemoryFile(Bytes content = {});
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
   ~MemoryFile();  // brings the library's own functions back
 
   void install(bool read, bool write, bool seek);
 
-  std::vector<std::uint8_t> bytes;
+  Bytes bytes;
   std::int64_t position = 0;
   std::int32_t most_per_call = INT32_MAX;  // bytes, as a pipe would hand them out
   std::optional<std::int32_t> answer;      // of reads and writes, instead of the true count
   int calls = 0;                           // of reads, writes and seeks
-  int failing_call = -1;                   // of these, from 0: does nothing and answers -1
+  int failing_call = -1;                   // of these, from 0
+  std::int32_t failure = -1;               // its answer; of a transfer always less than asked for
   std::function<void()> during_call;       // what else the caller does in a read or write
   std::vector<std::int32_t> handles;       // as the functions were given them
   std::vector<std::int32_t> counts;        // of bytes asked for by reads and writes

@@ -22,17 +22,6 @@ struct Sample {
   Bytes file;
 };
 
-// The picture of a BMP file in another format.
-Bytes saved(const Bytes& file, std::int32_t code) {
-  Bytes block(4000);
-  const std::int32_t image = load(file);
-  const std::int32_t size = IMG_save_bitmap_block(image, block.data(), block.size(), code);
-  EXPECT_GT(size, 0);
-  EXPECT_EQ(IMG_delete_bitmap(image), IMG_OK);
-  block.resize(static_cast<std::size_t>(std::max(size, 0)));
-  return block;
-}
-
 std::vector<Sample> samples() {
   std::vector<Sample> all;
   for (const int bits : {1, 4, 8, 16, 24, 32}) all.push_back({"plain", plain_file(11, 3, bits)});
@@ -40,44 +29,15 @@ std::vector<Sample> samples() {
     all.push_back({name, bmp_file(fields)});
   };
   const Rgb white{255, 255, 255, 0}, black{0, 0, 0, 0};
-  add("inverted",
-      {.width = 20, .height = -3, .bits = 1, .palette = {white, black}, .pixels = pattern(12)});
-  add("5-6-5", {.width = 3,
-                .height = 2,
-                .bits = 16,
-                .compression = 3,
-                .pixels = pattern(16),
-                .masks = Bytes(12, 9)});
-  add("RLE8", {.width = 7,
-               .height = 3,
-               .bits = 8,
-               .compression = 1,
-               .palette = grey_palette(256),
-               .pixels = {3, 1, 0, 3, 2, 3, 4, 0, 0, 0, 0, 2, 2, 1, 4, 9, 0, 1}});
-  add("RLE4", {.width = 9,
-               .height = 2,
-               .bits = 4,
-               .compression = 2,
-               .palette = grey_palette(16),
-               .pixels = {3, 0x12, 0, 5, 0x34, 0x56, 0x70, 0, 0, 0, 9, 0x77, 0, 1}});
-  add("run lists", {.width = 40,
-                    .height = 2,
-                    .bits = 1,
-                    .compression = 99,
-                    .palette = grey_palette(2),
-                    .pixels = {6, 0, 3, 0, 9, 0, 4, 0, 1, 0}});
-  add("OS/2", {.header_bytes = 12,
-               .width = 5,
-               .height = 2,
-               .bits = 4,
-               .palette = grey_palette(16),
-               .pixels = pattern(8)});
-  add("bare", {.file_header = false,
-               .width = 5,
-               .height = 2,
-               .bits = 8,
-               .palette = grey_palette(256),
-               .pixels = pattern(16)});
+  const auto grey = grey_palette(256), grey16 = grey_palette(16);
+  add("inverted", {true, 40, 20, -3, 1, 0, {white, black}, pattern(12)});
+  add("5-6-5", {true, 40, 3, 2, 16, 3, {}, pattern(16), 0, 0, 0, Bytes(12, 9)});
+  add("RLE8", {true, 40, 7, 3, 8, 1, grey, {3, 1, 0, 3, 2, 3, 4, 0, 0, 0, 0, 2, 2, 1, 4, 9, 0, 1}});
+  add("RLE4",
+      {true, 40, 9, 2, 4, 2, grey16, {3, 0x12, 0, 5, 0x34, 0x56, 0x70, 0, 0, 0, 9, 0x77, 0, 1}});
+  add("run lists", {true, 40, 40, 2, 1, 99, grey_palette(2), {6, 0, 3, 0, 9, 0, 4, 0, 1, 0}});
+  add("OS/2", {true, 12, 5, 2, 4, 0, grey16, pattern(8)});
+  add("bare", {false, 40, 5, 2, 8, 0, grey, pattern(16)});
   const Bytes page = pcx_file({.size = {5, 3, 8, 1, 6},
                                .data = {1, 0xC8, 2, 0xC1, 0xC1, 3, 0xC7, 9},
                                .tail = pcx_palette()});
@@ -130,72 +90,29 @@ TEST(StreamSweep, EveryPrefixIsTheSameByNameFromMemoryAndFromTheCaller) {
   }
 }
 
-// A caller's functions of which one call answers something else than it should.
-struct FaultyCall {
-  std::int32_t number;  // counted from 0; reads and writes, or seeks
-  std::int32_t answer;
-  bool seeks;
-};
-
-std::int32_t calls_made = 0;
-FaultyCall faulty{};
-std::int64_t faulty_position = 0;
-Bytes faulty_bytes;
-
-std::int32_t IMG_CB_C faulty_seek(std::int32_t, std::int32_t offset, std::int32_t origin) {
-  if (faulty.seeks && calls_made++ == faulty.number) return faulty.answer;
-  const std::int64_t from[] = {0, faulty_position, static_cast<std::int64_t>(faulty_bytes.size())};
-  if (from[origin] + offset < 0) return -1;
-  faulty_position = from[origin] + offset;
-  return static_cast<std::int32_t>(faulty_position);
-}
-
-std::int32_t IMG_CB_C faulty_read(std::int32_t, void* buffer, std::int32_t count) {
-  const auto size = static_cast<std::int64_t>(faulty_bytes.size());
-  auto got = static_cast<std::int32_t>(std::clamp<std::int64_t>(size - faulty_position, 0, count));
-  const bool fault = !faulty.seeks && calls_made++ == faulty.number;
-  if (fault) got = std::min(got, std::max(faulty.answer, 0));
-  std::copy_n(faulty_bytes.data() + std::min(faulty_position, size), got,
-              static_cast<std::uint8_t*>(buffer));
-  faulty_position += got;
-  return fault ? faulty.answer : got;
-}
-
-std::int32_t IMG_CB_C faulty_write(std::int32_t, void* buffer, std::int32_t count) {
-  if (calls_made++ == faulty.number) return std::min(faulty.answer, count - 1);
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  faulty_bytes.insert(faulty_bytes.end(), bytes, bytes + count);
-  return count;
-}
-
 TEST(StreamSweep, AnyReadOrSeekMayFailOrComeShort) {
   for (const Sample& sample : samples()) {
     const std::int32_t type = IMGLOW_get_filetype_block(sample.file.data(), sample.file.size());
-    IMGLOW_set_fileio(faulty_read, nullptr, faulty_seek);
-    for (const bool seeks : {false, true}) {
-      for (const std::int32_t answer : {-1, 0, 1, INT32_MIN, INT32_MAX}) {
-        if (!seeks && answer == INT32_MAX) continue;  // claims bytes that nobody has written
-        for (std::int32_t number = 0;; ++number) {
-          SCOPED_TRACE(testing::Message() << sample.name << (seeks ? ", seek " : ", read ")
-                                          << number << " answers " << answer);
-          faulty = {number, answer, seeks};
-          faulty_bytes = sample.file;
-          faulty_position = calls_made = 0;
-          const std::int32_t image = IMG_decompress_bitmap_fd(1, 0, 0);
-          taken(image);
-          if (calls_made <= number) {  // the fault was not reached
-            ASSERT_EQ(image, 0);
-            ASSERT_GT(number, 1);
-            break;
-          }
-          ASSERT_THAT(image, kDecoded);
-          faulty_position = calls_made = 0;
-          ASSERT_THAT(IMGLOW_get_filetype_fd(1),
-                      testing::AnyOf(type, IMG_TYPE_BMP, IMG_TYPE_BMP_RLE, IMG_UNSUPPORTED));
+    for (const std::int32_t answer : {-1, 0, 1, INT32_MIN, INT32_MAX}) {
+      for (int call = 0;; ++call) {
+        SCOPED_TRACE(testing::Message()
+                     << sample.name << ", call " << call << " answers " << answer);
+        MemoryFile file(sample.file);
+        file.failing_call = call;
+        file.failure = answer;
+        const std::int32_t image = IMG_decompress_bitmap_fd(1, 0, 0);
+        taken(image);
+        if (file.calls <= call) {  // the fault was not reached
+          ASSERT_EQ(image, 0);
+          ASSERT_GT(call, 1);
+          break;
         }
+        ASSERT_THAT(image, kDecoded);
+        file.position = file.calls = 0;
+        ASSERT_THAT(IMGLOW_get_filetype_fd(1),
+                    testing::AnyOf(type, IMG_TYPE_BMP, IMG_TYPE_BMP_RLE, IMG_UNSUPPORTED));
       }
     }
-    IMGLOW_set_fileio(nullptr, nullptr, nullptr);
   }
 }
 
@@ -247,25 +164,25 @@ TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
     if (save.code == IMG_TYPE_PDF || save.code == IMG_TYPE_DCX) continue;
     const std::int32_t image = load(save.file);
     const Seen before = see(image);
-    IMGLOW_set_fileio(nullptr, faulty_write, nullptr);
+    MemoryFile file;
+    file.install(false, true, false);
     for (const std::int32_t answer : {-1, 0, 1, INT32_MAX}) {  // the last: one byte less
-      for (std::int32_t number = 0;; ++number) {
+      for (int number = 0;; ++number) {
         SCOPED_TRACE(testing::Message()
                      << save.name << ", write " << number << " answers " << answer);
-        faulty = {number, answer, false};
-        faulty_bytes.clear();
-        calls_made = 0;
+        file.failing_call = number;
+        file.failure = answer;
+        file.calls = 0;
         const std::int32_t saved = IMG_save_bitmap_fd(image, 1, save.code);
-        const bool reached = calls_made > number;
+        const bool reached = file.calls > number;
         ASSERT_EQ(saved, reached ? IMG_WRITE_FAILED : IMG_OK);
-        calls_made = 0;
+        file.calls = 0;
         ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), save.code), saved);
         ASSERT_EQ(std::filesystem::exists(name), saved == IMG_OK);
         std::filesystem::remove(name);
         if (!reached) break;
       }
     }
-    IMGLOW_set_fileio(nullptr, nullptr, nullptr);
     EXPECT_EQ(see(image), before);
     taken(image);
   }

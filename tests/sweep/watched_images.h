@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -31,6 +32,17 @@ inline Bytes plain_file(std::int32_t width, std::int32_t height, int bits) {
 
 inline std::int32_t load(const Bytes& file) {
   return IMG_decompress_bitmap_block(file.data(), file.size(), 0);
+}
+
+// The picture of a BMP file in another format.
+inline Bytes saved(const Bytes& file, std::int32_t code) {
+  Bytes block(9000);
+  const std::int32_t image = load(file);
+  const std::int32_t size = IMG_save_bitmap_block(image, block.data(), block.size(), code);
+  EXPECT_GT(size, 0);
+  EXPECT_EQ(IMG_delete_bitmap(image), IMG_OK);
+  block.resize(static_cast<std::size_t>(std::max(size, 0)));
+  return block;
 }
 
 // All that the interface shows of an image.
