@@ -26,7 +26,7 @@ struct PackedDib {
       : memory(40 + room) {
     const Bytes noise = Random(7).bytes(memory.size());
     std::memcpy(memory.data(), noise.data(), noise.size());
-    const HeaderBlock block = header_block(width, height, bits);
+    const HeaderBlock block = dib_header(width, height, bits);
     std::memcpy(memory.data(), &block, 40);
   }
   std::uint8_t* rest() const { return memory.data() + 40; }
@@ -67,32 +67,30 @@ TEST_F(ImageCreation, EveryDepthReadsItsOwnPaletteAndNothingBehind) {
 }
 
 TEST_F(ImageCreation, TwoColoursBecomeBlackAndWhiteUnlessTheFirstHasAZero) {
-  struct Case {
-    Bytes palette, expected;
-  };
   const Bytes black_white = {0, 0, 0, 255, 255, 255};
-  for (const Case& c : std::vector<Case>{{{255, 255, 255, 9, 0, 0, 0, 9}, black_white},
-                                         {{1, 1, 1, 9, 1, 1, 1, 9}, black_white},
-                                         {{0, 200, 200, 9, 5, 6, 7, 9}, {0, 200, 200, 5, 6, 7}},
-                                         {{200, 0, 200, 9, 5, 6, 7, 9}, {200, 0, 200, 5, 6, 7}},
-                                         {{200, 200, 0, 9, 5, 6, 7, 9}, {200, 200, 0, 5, 6, 7}},
-                                         {{0, 0, 0, 9, 0, 0, 0, 9}, {0, 0, 0, 0, 0, 0}}}) {
+  for (const auto& [palette, expected] :
+       std::vector<std::pair<Bytes, Bytes>>{{{255, 255, 255, 9, 0, 0, 0, 9}, black_white},
+                                            {{1, 1, 1, 9, 1, 1, 1, 9}, black_white},
+                                            {{0, 200, 200, 9, 5, 6, 7, 9}, {0, 200, 200, 5, 6, 7}},
+                                            {{200, 0, 200, 9, 5, 6, 7, 9}, {200, 0, 200, 5, 6, 7}},
+                                            {{200, 200, 0, 9, 5, 6, 7, 9}, {200, 200, 0, 5, 6, 7}},
+                                            {{0, 0, 0, 9, 0, 0, 0, 9}, {0, 0, 0, 0, 0, 0}}}) {
     const PackedDib dib(9, 2, 1, 8 + 8);
-    std::memcpy(dib.rest(), c.palette.data(), 8);
+    std::memcpy(dib.rest(), palette.data(), 8);
     const Bytes pixels(dib.rest() + 8, dib.rest() + 16);
     const Image shell(IMG_create_handle_shell(dib.memory.data()));
     const Image kept(IMG_create_handle_keep(dib.memory.data()));
     for (const std::int32_t image : {std::int32_t{shell}, std::int32_t{kept}}) {
       Bytes p(8);
       EXPECT_EQ(IMG_get_bitmap_palette(image, p.data()), 2);
-      EXPECT_EQ((Bytes{p[0], p[1], p[2], p[4], p[5], p[6]}), c.expected);
+      EXPECT_EQ((Bytes{p[0], p[1], p[2], p[4], p[5], p[6]}), expected);
     }
     EXPECT_EQ(Bytes(dib.rest() + 8, dib.rest() + 16), pixels) << "bits stay";
     // Later writes are not judged.
-    EXPECT_EQ(IMGLOW_put_palette(shell, c.palette.data()), 0);
+    EXPECT_EQ(IMGLOW_put_palette(shell, palette.data()), 0);
     Bytes p(8);
     EXPECT_EQ(IMGLOW_get_palette(shell, p.data()), 0);
-    EXPECT_EQ(p, c.palette);
+    EXPECT_EQ(p, palette);
   }
 }
 
@@ -100,7 +98,7 @@ TEST_F(ImageCreation, ShellTakesNothingFromTheDecodeSettings) {
   IMGLOW_set_decompsize(3, 3);
   IMGLOW_set_decomp_rect(1, 1, 4, 4);
   IMGLOW_set_decomp_reduction(1);
-  HeaderBlock block = header_block(40, 20, 8);
+  HeaderBlock block = dib_header(40, 20, 8);
   block.header.biCompression = 200;
   block.header.biClrUsed = 0x1007;
   block.header.biXPelsPerMeter = 300;
@@ -122,23 +120,19 @@ TEST_F(ImageCreation, ShellTakesNothingFromTheDecodeSettings) {
 }
 
 TEST_F(ImageCreation, SizesThatNoBlockHoldsAreRefusedBeforeAnythingIsWritten) {
-  struct Case {
-    std::int32_t width, height;
-    int bits;
-    std::int32_t status;
-  };
-  for (const Case& c : std::vector<Case>{{INT_MAX, INT_MAX, 32, -1},
-                                         {INT_MAX, 1, 32, -1},
-                                         {1, INT_MAX, 1, -1},
-                                         {1 << 30, 4, 8, -1},     // 2^32: nothing in 32 bits
-                                         {1 << 30, 1, 32, -1},    // a row alone
-                                         {23170, 30901, 24, -1},  // a little above 2^31
-                                         {INT_MIN, 1, 8, -3},
-                                         {1, -1, 8, -3}}) {
-    HeaderBlock block = header_block(c.width, c.height, c.bits);
-    EXPECT_EQ(IMG_create_handle_shell(&block), c.status) << c.width << 'x' << c.height;
-    EXPECT_EQ(IMG_create_handle_keep(&block), c.status) << c.width << 'x' << c.height;
-    EXPECT_EQ(IMG_delete_bitmap(0), c.status == -3 ? 0 : -13) << "only bad geometry keeps a handle";
+  for (const auto& [width, height, bits, status] :
+       std::vector<std::array<std::int32_t, 4>>{{INT_MAX, INT_MAX, 32, -1},
+                                                {INT_MAX, 1, 32, -1},
+                                                {1, INT_MAX, 1, -1},
+                                                {1 << 30, 4, 8, -1},     // 2^32: nothing in 32 bits
+                                                {1 << 30, 1, 32, -1},    // a row alone
+                                                {23170, 30901, 24, -1},  // a little above 2^31
+                                                {INT_MIN, 1, 8, -3},
+                                                {1, -1, 8, -3}}) {
+    HeaderBlock block = dib_header(width, height, bits);
+    EXPECT_EQ(IMG_create_handle_shell(&block), status) << width << 'x' << height;
+    EXPECT_EQ(IMG_create_handle_keep(&block), status) << width << 'x' << height;
+    EXPECT_EQ(IMG_delete_bitmap(0), status == -3 ? 0 : -13) << "only bad geometry keeps a handle";
   }
 }
 

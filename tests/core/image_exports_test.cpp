@@ -79,7 +79,7 @@ TEST_F(ImageExports, RefuseHandlesThatNameNoImage) {
 TEST_F(ImageExports, HandleLeftByBadGeometryHasNoPixelsButCanBeDeleted) {
   for (const auto& [width, height, bits] : std::vector<std::array<int, 3>>{
            {0, 1, 8}, {1, 0, 8}, {1, 1, 0}, {-5, 1, 1}, {1, INT_MIN, 24}, {1, 1, 33}}) {
-    HeaderBlock dib = header_block(width, height, bits);
+    HeaderBlock dib = dib_header(width, height, bits);
     EXPECT_EQ(IMG_create_handle_keep(&dib), -3);
     for (const Export& tested : exports_on_images()) {
       EXPECT_EQ(tested.call(0), tested.needs_pixels ? -1 : 0) << tested.name;
@@ -129,10 +129,7 @@ TEST_F(ImageExports, NullPointersAreRefusedOrSkipped) {
 }
 
 TEST_F(ImageExports, CropRectangleIsClampedAxisByAxis) {
-  struct Case {
-    std::int32_t from, side, clamped_from, clamped_side;
-  };
-  const std::vector<Case> axis_of_ten = {
+  const std::vector<std::array<std::int32_t, 4>> axis_of_ten = {
       {0, 10, 0, 9},      {0, 9, 0, 9},           {0, 8, 0, 8},       {3, 4, 3, 4},
       {3, 6, 3, 6},       {3, 7, 3, 6},           {3, INT_MAX, 3, 6}, {9, 1, 9, 0},
       {9, 0, 9, 0},       {8, 1, 8, 1},           {8, -7, 8, 1},      {10, 3, 0, 3},
@@ -141,17 +138,15 @@ TEST_F(ImageExports, CropRectangleIsClampedAxisByAxis) {
   };
   const Image wide = make_image(10, 8, Rows(40, Bytes(12)));
   const Image high = make_image(40, 8, Rows(10, Bytes(40)));
-  for (const Case& c : axis_of_ten) {
+  for (const auto& [from, side, clamped_from, clamped_side] : axis_of_ten) {
     std::int32_t x = 0, y = 0, w = 0, h = 0;
-    ASSERT_EQ(IMG_set_croprect(wide, c.from, 7, c.side, 11), 0);
+    ASSERT_EQ(IMG_set_croprect(wide, from, 7, side, 11), 0);
     ASSERT_EQ(IMG_get_croprect(wide, &x, &y, &w, &h), 0);
-    EXPECT_THAT((std::array{x, y, w, h}),
-                testing::ElementsAre(c.clamped_from, 7, c.clamped_side, 11));
-    ASSERT_EQ(IMG_set_croprect(high, 7, c.from, 11, c.side), 0);
+    EXPECT_THAT((std::array{x, y, w, h}), testing::ElementsAre(clamped_from, 7, clamped_side, 11));
+    ASSERT_EQ(IMG_set_croprect(high, 7, from, 11, side), 0);
     ASSERT_EQ(IMG_get_croprect(high, &x, nullptr, nullptr, &h), 0);
     ASSERT_EQ(IMG_get_croprect(high, nullptr, &y, &w, nullptr), 0);
-    EXPECT_THAT((std::array{x, y, w, h}),
-                testing::ElementsAre(7, c.clamped_from, 11, c.clamped_side));
+    EXPECT_THAT((std::array{x, y, w, h}), testing::ElementsAre(7, clamped_from, 11, clamped_side));
   }
 }
 
@@ -190,7 +185,7 @@ TEST_F(ImageExports, RasterAccessStaysInsideTheRow) {
 TEST_F(ImageExports, WritesThroughTheHeadersAddressDoNotMoveRows) {
   const Bytes second = {6, 7, 8, 9, 10, 0, 0, 0};
   const Image image = make_image(5, 8, {{1, 2, 3, 4, 5, 0, 0, 0}, second});
-  const HeaderBlock lies = header_block(1 << 30, -4, 32);
+  const HeaderBlock lies = dib_header(1 << 30, -4, 32);
   std::memcpy(reinterpret_cast<void*>(IMG_bitmap_info(image, nullptr, nullptr, nullptr)), &lies,
               40);
   std::int32_t width = 0;

@@ -14,7 +14,7 @@ namespace {
 class ImageTable : public LibraryTest {};
 
 std::int32_t shell(std::int32_t width, std::int32_t height = 1, int bits = 1) {
-  const HeaderBlock header = header_block(width, height, bits);
+  const HeaderBlock header = dib_header(width, height, bits);
   return IMG_create_handle_shell(&header);
 }
 
@@ -22,7 +22,7 @@ std::int32_t shell(std::int32_t width, std::int32_t height = 1, int bits = 1) {
 struct CallersDib {
   explicit CallersDib(std::int32_t width = 9, std::int32_t height = 3)
       : memory(1 + 48 + stride(width, 1) * static_cast<std::size_t>(height), 0xFF) {
-    const HeaderBlock block = header_block(width, height, 1);
+    const HeaderBlock block = dib_header(width, height, 1);
     std::memcpy(dib(), &block, 48);  // a palette that needs no change
   }
   std::uint8_t* dib() { return memory.data() + 1; }

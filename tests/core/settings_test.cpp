@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <map>
 
 #include "core/licence.h"
 #include "tests/support/library_test.h"
@@ -22,23 +23,18 @@ TEST_F(SettingsExports, DetectionSwitchesAreSharedByVariants) {
     EXPECT_EQ(IMGLOW_set_auto_detect(code), -7);
     EXPECT_EQ(IMGLOW_unset_auto_detect(code), -7);
   }
-  struct Group {
-    std::int32_t base;
-    std::vector<std::int32_t> variants;
-  };
-  for (const Group& group : std::vector<Group>{
+  for (const auto& [base, variants] : std::map<std::int32_t, std::vector<std::int32_t>>{
            {0, {7, 8, 9, 10, 16, 17, 40}}, {1, {12}}, {44, {}}, {46, {}}, {66, {}}}) {
     for (std::int32_t code = 0; code <= 66; ++code) IMGLOW_set_auto_detect(code);
-    EXPECT_EQ(IMGLOW_unset_auto_detect(group.base), 1);
-    EXPECT_EQ(IMGLOW_unset_auto_detect(group.base), 0) << "the previous value";
+    EXPECT_EQ(IMGLOW_unset_auto_detect(base), 1);
+    EXPECT_EQ(IMGLOW_unset_auto_detect(base), 0) << "the previous value";
     for (std::int32_t code = 0; code <= 66; ++code) {
-      const bool shared =
-          code == group.base || testing::Matches(testing::Contains(code))(group.variants);
-      EXPECT_EQ(IMGLOW_get_auto_detect(code), shared ? 0 : 1) << group.base << ' ' << code;
+      const bool shared = code == base || testing::Matches(testing::Contains(code))(variants);
+      EXPECT_EQ(IMGLOW_get_auto_detect(code), shared ? 0 : 1) << base << ' ' << code;
     }
-    for (const std::int32_t variant : group.variants) {
+    for (const std::int32_t variant : variants) {
       EXPECT_EQ(IMGLOW_set_auto_detect(variant), 0);
-      EXPECT_EQ(IMGLOW_get_auto_detect(group.base), 1);
+      EXPECT_EQ(IMGLOW_get_auto_detect(base), 1);
       EXPECT_EQ(IMGLOW_unset_auto_detect(variant), 1);
     }
   }

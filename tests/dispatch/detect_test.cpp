@@ -21,10 +21,6 @@ using namespace std::string_literals;
 
 class Detection : public LibraryTest {};
 
-Bytes bytes_of(const std::string& text) {
-  return {text.begin(), text.end()};
-}
-
 // `text` at `offset` of a file of `size` bytes that no test likes.
 Bytes file_with(const std::string& text, std::size_t offset = 0, std::size_t size = 0) {
   Bytes file(std::max({size, offset + text.size(), std::size_t{12}}), 0xEE);
@@ -224,8 +220,6 @@ TEST_F(Detection, MacPaintIsLookedForWhereThePictTestStopped) {
     }
   }
 }
-
-// ---- Variants ----------------------------------------------------------------------------------
 
 struct Tiff {
   bool big_endian = false;

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "include/tarnquill.h"
+#include "tests/support/bmp_file.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/pcx_file.h"
 #include "tests/support/scratch_folder.h"
@@ -12,11 +13,6 @@ namespace tq::test {
 namespace {
 
 using namespace std::string_literals;
-using Bytes = std::vector<std::uint8_t>;
-
-Bytes bytes_of(const std::string& text) {
-  return {text.begin(), text.end()};
-}
 
 Bytes page() {
   return pcx_file({.size = {3, 2, 8, 1, 3}, .data = {1, 2, 3, 4, 5, 6}, .tail = pcx_palette()});

@@ -20,11 +20,7 @@ Bytes grey_bmp(std::int32_t width, std::int32_t height, std::uint8_t first) {
   for (std::size_t i = 0; i < pixels.size(); ++i) {
     pixels[i] = static_cast<std::uint8_t>(first + i / stride(width, 8));
   }
-  return bmp_file({.width = width,
-                   .height = height,
-                   .bits = 8,
-                   .palette = grey_palette(256),
-                   .pixels = pixels});
+  return bmp_file({true, 40, width, height, 8, 0, grey_palette(256), pixels});
 }
 
 // Decodes another image from memory, as a program does that shows an icon meanwhile.
@@ -84,7 +80,7 @@ TEST_F(Reentry, OtherMemoryStreamDuringASaveIsNotWrittenTo) {
     EXPECT_EQ(out, expected);
   }
   // Rows of the caller's own.
-  HeaderBlock header = header_block(5, 4, 8);
+  HeaderBlock header = dib_header(5, 4, 8);
   std::fill(out.begin(), out.end(), std::uint8_t{0});
   EXPECT_EQ(IMGLOW_save_bitmap_mem(out.data(), &header, 1, supply_and_decode, &read), 1078 + 32);
   EXPECT_EQ(read, icon);
@@ -123,7 +119,7 @@ TEST_F(Reentry, ImageThatGoesWhileItsFileIsLookedAtIsNotSaved) {
         return;
       }
       IMG_delete_bitmap(image);
-      const HeaderBlock header = header_block(4, 4, 8);
+      const HeaderBlock header = dib_header(4, 4, 8);
       if (change == Change::replaced) IMG_create_handle_shell(&header);
     };
     EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), IMG_TYPE_DCX),

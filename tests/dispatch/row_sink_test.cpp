@@ -21,9 +21,6 @@ class RowSink : public LibraryTest {};
 
 using Picture = std::vector<Pixels>;  // from the top
 
-// ---- The model: what the settings do to a picture
-// ------------------------------------------------
-
 struct Colour {
   int red, green, blue;
 };
@@ -169,10 +166,8 @@ Picture picture_of(std::int32_t image) {
   return picture;
 }
 
-// ---- Sources -----------------------------------------------------------------------------------
-
 Source random_source(Random& random, std::int32_t width, std::int32_t height, int bits) {
-  Source source{header_block(width, height, bits), {}};
+  Source source{dib_header(width, height, bits), {}};
   for (Rgb& entry : source.block.palette) {
     const Bytes b = random.bytes(4);
     entry = {b[0], b[1], b[2], b[3]};
@@ -207,11 +202,8 @@ Bytes run_list(const Pixels& row, int closers = 6) {
     words.push_back(words.back());  // must not look like a row of bits
   }
   words[0] = static_cast<std::uint32_t>(2 * words.size());
-  Bytes list;
-  for (const std::uint32_t word : words) {
-    list.push_back(static_cast<std::uint8_t>(word));
-    list.push_back(static_cast<std::uint8_t>(word >> 8));
-  }
+  Bytes list = pack(words, 16);
+  list.resize(2 * words.size());
   return list;
 }
 
@@ -313,11 +305,9 @@ TEST_F(RowSink, GivesThePictureThatTheSettingsAskFor) {
   }
 }
 
-// ---- Single cases ------------------------------------------------------------------------------
-
 std::int32_t header_answer(std::int32_t width, std::int32_t height, int bits) {
   FedSink sink;
-  return sink.header(header_block(width, height, bits));
+  return sink.header(dib_header(width, height, bits));
 }
 
 TEST_F(RowSink, ImpossibleGeometryAndTheLicenceCheckRefuseTheHeader) {
@@ -333,20 +323,17 @@ TEST_F(RowSink, ImpossibleGeometryAndTheLicenceCheckRefuseTheHeader) {
                                        {1 << 30, 2, 24, -1}}) {
     EXPECT_EQ(header_answer(width, height, bits), status);
   }
-  struct Case {
-    Rect rect;
-    std::int32_t status;
-  };
-  for (const Case& c : std::vector<Case>{{{0, 0, 0, 5}, -3},
-                                         {{0, 0, 5, 0}, -3},
-                                         {{0, 0, -1, 5}, -3},
-                                         {{0, 0, INT_MIN, INT_MIN}, -3},
-                                         {{INT_MAX, INT_MAX, INT_MIN, 5}, -3},
-                                         {{INT_MAX, INT_MAX, INT_MAX, INT_MAX}, -1},
-                                         {{0, 0, INT_MAX, INT_MAX}, 0},  // not below the source
-                                         {{INT_MAX, INT_MAX, 3, 3}, 0}}) {
-    IMGLOW_set_decomp_rect(c.rect.x, c.rect.y, c.rect.width, c.rect.height);
-    for (const int bits : {1, 24}) EXPECT_EQ(header_answer(20, 20, bits), c.status) << c.rect.width;
+  for (const auto& [rect, status] : std::vector<std::pair<Rect, std::int32_t>>{
+           {{0, 0, 0, 5}, -3},
+           {{0, 0, 5, 0}, -3},
+           {{0, 0, -1, 5}, -3},
+           {{0, 0, INT_MIN, INT_MIN}, -3},
+           {{INT_MAX, INT_MAX, INT_MIN, 5}, -3},
+           {{INT_MAX, INT_MAX, INT_MAX, INT_MAX}, -1},
+           {{0, 0, INT_MAX, INT_MAX}, 0},  // not below the source
+           {{INT_MAX, INT_MAX, 3, 3}, 0}}) {
+    IMGLOW_set_decomp_rect(rect.x, rect.y, rect.width, rect.height);
+    for (const int bits : {1, 24}) EXPECT_EQ(header_answer(20, 20, bits), status) << rect.width;
   }
 }
 
@@ -354,7 +341,7 @@ TEST_F(RowSink, RowsThatAreTooLongTooShortOrNowhereDoNoHarm) {
   FedSink sink;
   const Bytes row = {1, 2, 3, 4, 5, 0, 0, 0};
   EXPECT_EQ(sink.row(row, 0), -3) << "there is no image yet";
-  ASSERT_EQ(sink.header(header_block(5, 6, 8)), 0);
+  ASSERT_EQ(sink.header(dib_header(5, 6, 8)), 0);
   for (const std::int32_t y : {-1, 6, INT_MIN, INT_MAX}) EXPECT_EQ(sink.row(row, y), 0);
   EXPECT_EQ(sink.row(Bytes(100, 7), 0), 0);
   EXPECT_EQ(sink.row({9, 9}, 2), 0);
@@ -367,10 +354,6 @@ TEST_F(RowSink, RowsThatAreTooLongTooShortOrNowhereDoNoHarm) {
 }
 
 TEST_F(RowSink, RunListsFromOutsideAreTakenAsFarAsTheyMakeSense) {
-  struct Case {
-    const char* list;  // the words of the list behind its length, in letters: a = 0
-    const char* row;   // of 26 pixels, black being #
-  };
   const auto words = [](const char* letters) {
     Bytes list = {0xFF, 0xFF};  // the length says nothing that the byte count does not
     for (; *letters != '\0'; ++letters) {
@@ -379,7 +362,8 @@ TEST_F(RowSink, RunListsFromOutsideAreTakenAsFarAsTheyMakeSense) {
     }
     return list;
   };
-  for (const Case& c : std::vector<Case>{
+  // The words of the list behind its length, in letters: a = 0; 26 pixels, black being #.
+  for (const auto& [letters, expected] : std::vector<std::pair<const char*, const char*>>{
            {"", ".........................."},
            {"a", "##########################"},
            {"ce", "..##......................"},
@@ -389,19 +373,19 @@ TEST_F(RowSink, RunListsFromOutsideAreTakenAsFarAsTheyMakeSense) {
            {"ceg{{{|||", "..##..####################"},
        }) {
     FedSink sink;
-    ASSERT_EQ(sink.header(header_block(26, 1, 1)), 0);
-    Bytes list = words(c.list);
+    ASSERT_EQ(sink.header(dib_header(26, 1, 1)), 0);
+    Bytes list = words(letters);
     if (list.size() == 4) list.push_back(0xEE);  // a length of its own, and half a word
     ASSERT_EQ(sink.row(list, 0), 0);
     const Image image(sink.finish());
     std::string row;
     const Picture drawn = picture_of(image);
     for (const std::uint32_t pixel : drawn[0]) row += pixel != 0 ? '.' : '#';
-    EXPECT_EQ(row, c.row) << c.list;
+    EXPECT_EQ(row, expected) << letters;
   }
   // A list of exactly a row's length is a row.
   FedSink sink;
-  ASSERT_EQ(sink.header(header_block(26, 1, 1)), 0);
+  ASSERT_EQ(sink.header(dib_header(26, 1, 1)), 0);
   ASSERT_EQ(sink.row({0xF0, 0x0F, 0xAA, 0x55}, 0), 0);
   const Image image(sink.finish());
   EXPECT_EQ(rows_of_image(image).at(0), (Bytes{0xF0, 0x0F, 0xAA, 0x7F}));
@@ -415,7 +399,7 @@ TEST_F(RowSink, OneBitImagesWhoseSidesDoNotSuitRunListsArePlainAndSaySo) {
                                                  {32, 65536, 0, 0},
                                                  {33, 65536, 0, 99}}) {
     IMGLOW_set_decompsize(scaled_width, 1);
-    HeaderBlock header = header_block(width, height, 1);
+    HeaderBlock header = dib_header(width, height, 1);
     header.header.biCompression = 99;  // as the file had it
     FedSink sink;
     ASSERT_EQ(sink.header(header), 0);
@@ -432,14 +416,14 @@ TEST_F(RowSink, OneBitImagesWhoseSidesDoNotSuitRunListsArePlainAndSaySo) {
 
 TEST_F(RowSink, SecondHeaderStartsAnew) {
   FedSink sink;
-  ASSERT_EQ(sink.header(header_block(40, 30, 24)), 0);
+  ASSERT_EQ(sink.header(dib_header(40, 30, 24)), 0);
   ASSERT_EQ(sink.row(Bytes(120, 3), 0), 0);
   // Beside the sink's own buffers.
   const auto image_blocks = [&] { return blocks() - memory_probe::tracked_blocks(); };
   const std::int64_t first = image_blocks();
-  EXPECT_EQ(sink.header(header_block(0, 30, 24)), -3);
-  ASSERT_EQ(sink.header(header_block(9, 2, 1)), 0);
-  ASSERT_EQ(sink.header(header_block(5, 2, 8)), 0);
+  EXPECT_EQ(sink.header(dib_header(0, 30, 24)), -3);
+  ASSERT_EQ(sink.header(dib_header(9, 2, 1)), 0);
+  ASSERT_EQ(sink.header(dib_header(5, 2, 8)), 0);
   EXPECT_EQ(image_blocks(), first);
   ASSERT_EQ(sink.row(Bytes(8, 5), 1), 0);
   const Image image(sink.finish());
@@ -457,7 +441,7 @@ TEST_F(RowSink, ProgressNamesTheSourcesHeightAndMayEndTheDecode) {
     return answer;
   });
   FedSink sink;
-  ASSERT_EQ(sink.header(header_block(9, 70000, 8)), 0);
+  ASSERT_EQ(sink.header(dib_header(9, 70000, 8)), 0);
   EXPECT_TRUE(values.empty());
   EXPECT_EQ(sink.row(Bytes(12), 0), 0);
   EXPECT_EQ(sink.row(Bytes(12), 1), 0) << "dropped, and counted";
@@ -465,9 +449,6 @@ TEST_F(RowSink, ProgressNamesTheSourcesHeightAndMayEndTheDecode) {
   EXPECT_EQ(sink.row(Bytes(12), 2), -123);
   EXPECT_EQ(values, std::vector<std::int32_t>(3, 70000));
 }
-
-// ---- Callbacks that reach for the image
-// ----------------------------------------------------------
 
 TEST_F(RowSink, CallerNeverSeesWhatMemoryHeldBefore) {
   for (const int bits : {1, 8, 24}) {
@@ -481,7 +462,7 @@ TEST_F(RowSink, CallerNeverSeesWhatMemoryHeldBefore) {
       EXPECT_EQ(rows[0], looks < 2 ? untouched : rows[0]);
       return 0;
     });
-    ASSERT_EQ(sink.header(header_block(9, 4, bits)), 0);
+    ASSERT_EQ(sink.header(dib_header(9, 4, bits)), 0);
     for (const std::int32_t y : {2, 0, 1}) ASSERT_EQ(sink.row(Bytes(stride(9, bits), 0x3C), y), 0);
     EXPECT_EQ(looks, 3);
     const Image image(sink.finish());
@@ -492,7 +473,7 @@ TEST_F(RowSink, CallerNeverSeesWhatMemoryHeldBefore) {
 TEST_F(RowSink, ImageDeletedByACallbackEndsTheDecode) {
   for (const bool reused : {false, true}) {
     FedSink sink;
-    const HeaderBlock header = header_block(9, 4, 8);
+    const HeaderBlock header = dib_header(9, 4, 8);
     ASSERT_EQ(sink.header(header), 0);
     EXPECT_EQ(IMG_delete_bitmap(sink.handle()), 0);
     const Image other(reused ? IMG_create_handle_shell(&header) : -1);

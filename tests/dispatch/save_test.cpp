@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "core/settings.h"
 #include "dispatch/row_supplier.h"
@@ -49,9 +50,6 @@ Supplied ask(ImageSupplier& supplier, std::int32_t y, std::size_t count) {
   const std::int32_t answer = supplier.callback().row({dest.data(), count}, y).raw();
   return {answer, {dest.data(), dest.data() + count}};
 }
-
-// ---- What the encoder is given
-// -------------------------------------------------------------------
 
 TEST_F(Saving, PlainRowsBeginAtTheNextWholeByteAndEndWithTheStoredRow) {
   Random random(21);
@@ -107,7 +105,7 @@ TEST_F(Saving, RunListsAreCutAtThePixel) {
       ASSERT_EQ(bits.bytes, expected) << width << ' ' << crop.x << '+' << crop.width;
 
       // 0, where the colour changes, the width and the width + 2 three times each.
-      std::vector<std::uint32_t> words = {0};
+      Pixels words = {0};
       std::uint32_t before = 1;
       // A black run that ends at the rectangle's edge stays, with no pixels.
       if (black_before && pixels[0] != 0) words.insert(words.end(), 2, 0);
@@ -117,10 +115,7 @@ TEST_F(Saving, RunListsAreCutAtThePixel) {
       }
       for (int i = 0; i < 6; ++i)
         words.push_back(static_cast<std::uint32_t>(crop.width + i / 3 * 2));
-      Bytes list;
-      for (const std::uint32_t word : words) {
-        for (int i = 0; i < 4; ++i) list.push_back(static_cast<std::uint8_t>(word >> 8 * i));
-      }
+      Bytes list = pack(words, 32);
       const std::size_t room = list.size() + static_cast<std::size_t>(random.between(0, 9));
       const Supplied got = ask(lists, y, room);
       ASSERT_EQ(got.answer, static_cast<std::int32_t>(list.size()));
@@ -139,7 +134,7 @@ TEST_F(Saving, RunListsAreCutAtThePixel) {
 
 TEST_F(Saving, ProgressCountsRowsAgainstSixteenBitsOfTheHeight) {
   for (const std::int32_t height : {3, 40000, 65536 + 5}) {
-    const HeaderBlock header = header_block(1, height, 1);
+    const HeaderBlock header = dib_header(1, height, 1);
     const Image image(IMG_create_handle_shell(&header));
     IMG_set_croprect(image, 0, 0, 1, 2);
     std::vector<std::int32_t> values;
@@ -155,9 +150,6 @@ TEST_F(Saving, ProgressCountsRowsAgainstSixteenBitsOfTheHeight) {
     EXPECT_EQ(values, std::vector<std::int32_t>(3, height % 65536));
   }
 }
-
-// ---- Files and memory
-// ----------------------------------------------------------------------------
 
 TEST_F(Saving, MemoryGetsTheBytesOfTheFile) {
   Random random(23);
@@ -186,34 +178,29 @@ TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
   const Image image = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
   const Image cropped = make_image(3, 8, {{1, 2, 3, 0}, {4, 5, 6, 0}});
   IMG_set_croprect(cropped, 2, 0, 1, 1);
-  HeaderBlock bad = header_block(0, 1, 8);
+  HeaderBlock bad = dib_header(0, 1, 8);
   EXPECT_EQ(IMG_create_handle_keep(&bad), -3);
   const Image leaked(2);
-  struct Case {
-    std::int32_t image;
-    const char* name;
-    std::int32_t code, status;
-  };
-  for (const Case& c : std::vector<Case>{{image, "a.bmp", 17, -7},
-                                         {image, "a.bmp", 1000, -7},
-                                         {image, "a.bmp", -2, -7},
-                                         {image, "a.imt", -1, -7},
-                                         {image, "mp", -1, -7},
-                                         {image, "a.bmp", 4, -23},
-                                         {cropped, "a.bmp", 1, -3},
-                                         {leaked, "a.bmp", 1, -1},
-                                         {12345, "a.bmp", 1, -13}}) {
-    const std::string name = folder.file(c.name);
+  using Case = std::tuple<std::int32_t, const char*, std::int32_t, std::int32_t>;
+  for (const auto& [handle, name, code, status] : std::vector<Case>{{image, "a.bmp", 17, -7},
+                                                                    {image, "a.bmp", 1000, -7},
+                                                                    {image, "a.bmp", -2, -7},
+                                                                    {image, "a.imt", -1, -7},
+                                                                    {image, "mp", -1, -7},
+                                                                    {image, "a.bmp", 4, -23},
+                                                                    {cropped, "a.bmp", 1, -3},
+                                                                    {leaked, "a.bmp", 1, -1},
+                                                                    {12345, "a.bmp", 1, -13}}) {
+    const std::string path = folder.file(name);
     for (const bool exists : {false, true}) {
-      std::filesystem::remove(name);
-      if (exists) write_file(name, {1, 2, 3});
-      EXPECT_EQ(IMG_save_bitmap(c.image, name.c_str(), c.code), c.status) << c.name << c.code;
-      EXPECT_EQ(std::filesystem::exists(name), exists) << c.name << c.code;
-      EXPECT_EQ(file_content(name), exists ? Bytes({1, 2, 3}) : Bytes()) << c.name << c.code;
+      std::filesystem::remove(path);
+      if (exists) write_file(path, {1, 2, 3});
+      EXPECT_EQ(IMG_save_bitmap(handle, path.c_str(), code), status) << name << code;
+      EXPECT_EQ(std::filesystem::exists(path), exists) << name << code;
+      EXPECT_EQ(file_content(path), exists ? Bytes({1, 2, 3}) : Bytes()) << name << code;
     }
     Bytes out(2000);
-    EXPECT_EQ(IMG_save_bitmap_block(c.image, out.data(), out.size(), c.code),
-              c.code == -1 ? -7 : c.status)
+    EXPECT_EQ(IMG_save_bitmap_block(handle, out.data(), out.size(), code), code == -1 ? -7 : status)
         << "memory has no name";
     EXPECT_EQ(out, Bytes(2000));
   }
@@ -259,9 +246,6 @@ TEST_F(Saving, EncoderRefusesAnImageBeforeTheFileIsOpened) {
   }
 }
 
-// ---- Rows of a caller's own
-// ----------------------------------------------------------------------
-
 struct CallersRows {
   std::vector<std::int32_t> asked{};
   std::int32_t failing_row = -1, answer = 0;
@@ -278,7 +262,7 @@ TEST_F(Saving, CallersHeaderAndRowsAreCheckedAndTakenAsTheyAre) {
   Bytes memory(1 + 1064), out(5000);
   const auto save = [&](std::int32_t width, std::int32_t height, int bits, std::int32_t code,
                         CallersRows& rows) {
-    const HeaderBlock header = header_block(width, height, bits);
+    const HeaderBlock header = dib_header(width, height, bits);
     std::memcpy(memory.data() + 1, &header, sizeof header);  // at an odd address
     return IMGLOW_save_bitmap_mem(out.data(), memory.data() + 1, code, supply, &rows);
   };
@@ -302,7 +286,7 @@ TEST_F(Saving, CallersHeaderAndRowsAreCheckedAndTakenAsTheyAre) {
     EXPECT_EQ(save(width, height, bits, code, rows), status);
   }
   EXPECT_TRUE(rows.asked.empty());
-  HeaderBlock header = header_block(3, 3, 8);
+  HeaderBlock header = dib_header(3, 3, 8);
   EXPECT_EQ(IMGLOW_save_bitmap_mem(out.data(), &header, 1, nullptr, nullptr), -7);
 }
 

@@ -82,22 +82,5 @@ TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
   }
 }
 
-TEST(BmpEncode, FailuresOfTheCallerAndDepthsWithoutCodesAreReported) {
-  const MemoryFile file;
-  for (const formats::Encoder encode : {encode_bmp, encode_dib, encode_bmp_rle}) {
-    HeaderBlock image = image_of(3, 2, 8);
-    GivenRows given({{1, 2, 3, 0}, {4, 5, 6, 0}});
-    given.failed_row = 0;
-    given.failure = -777;
-    EXPECT_EQ(encode({MemoryFile::kHandle, &image, given.supplier()}).raw(), -777);
-  }
-  const std::size_t written = file.bytes.size();
-  for (const int bits : {1, 24}) {
-    HeaderBlock image = image_of(3, 2, bits);
-    EXPECT_EQ(encode_bmp_rle({MemoryFile::kHandle, &image, {}}), StatusCode::wrong_depth);
-  }
-  EXPECT_EQ(file.bytes.size(), written);
-}
-
 }  // namespace
 }  // namespace tq::test

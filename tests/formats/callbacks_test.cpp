@@ -20,6 +20,8 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
     formats::Decoder decode;
     std::int32_t good;  // the decoder's status
   } codecs[] = {{formats::encode_bmp, formats::decode_bmp, 0},
+                {formats::encode_dib, formats::decode_bmp, 0},
+                {formats::encode_bmp_rle, formats::decode_bmp, 0},
                 {formats::encode_pcx, formats::decode_pcx, 1},
                 {formats::encode_jpeg, formats::decode_jpeg, 0},
                 {formats::encode_png, formats::decode_png, 0}};

@@ -14,7 +14,6 @@ using formats::can_append_dcx;
 using formats::count_dcx_pages;
 using formats::decode_dcx;
 using formats::encode_dcx;
-using Bytes = std::vector<std::uint8_t>;
 
 // One 8-bit pixel, and a palette whose entry 0 has the same red value.
 Bytes page(std::uint8_t pixel) {
@@ -29,9 +28,6 @@ struct Decoded {
   std::int32_t status;
   int pixel = -1, red = -1;
   friend bool operator==(const Decoded&, const Decoded&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const Decoded& decoded) {
-    return out << decoded.status << ", pixel " << decoded.pixel << ", red " << decoded.red;
-  }
 };
 
 Decoded decode(StreamHandle stream, std::uint32_t argument) {

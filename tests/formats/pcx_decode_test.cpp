@@ -12,7 +12,6 @@ namespace tq::test {
 namespace {
 
 using formats::decode_pcx;
-using Bytes = std::vector<std::uint8_t>;
 using Image = std::vector<Bytes>;  // rows from the top
 using Palette = std::vector<Rgb>;
 

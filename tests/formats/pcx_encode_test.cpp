@@ -13,7 +13,6 @@ namespace {
 
 using formats::decode_pcx;
 using formats::encode_pcx;
-using Bytes = std::vector<std::uint8_t>;
 using Image = std::vector<Bytes>;
 using testing::ElementsAreArray;
 

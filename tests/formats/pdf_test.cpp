@@ -9,6 +9,7 @@
 #include "formats/ccitt/ccitt.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
+#include "tests/support/bmp_file.h"
 #include "tests/support/collecting_sink.h"
 #include "tests/support/digest.h"
 #include "tests/support/fax_page.h"
@@ -47,9 +48,6 @@ Status save(const Picture& picture, std::int32_t failed_row = -1) {
 
 std::string text(const Bytes& bytes) {
   return {bytes.begin(), bytes.end()};
-}
-Bytes bytes_of(const std::string& text) {
-  return {text.begin(), text.end()};
 }
 
 std::string pixels_of(const Picture& picture) {

@@ -15,7 +15,6 @@ namespace {
 
 using formats::decode_png;
 using formats::encode_png;
-using Bytes = std::vector<std::uint8_t>;
 using Image = std::vector<Bytes>;
 
 // 5 x 5 pixels of grey, 8 bits, interlaced: pixel (x, y) is 10 y + x.

@@ -1,14 +1,16 @@
 // The LZW module through the library: GIF files made by hand, written and read back, and damaged.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "tests/modules/module_files.h"
 #include "tests/support/guarded_block.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/library_test.h"
 
 namespace tq::test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using Rows = std::vector<Bytes>;
 using testing::ElementsAre;
 
 class Gif : public testing::Test {
@@ -18,7 +20,7 @@ class Gif : public testing::Test {
 
 struct Picture {
   std::int32_t status = 0;
-  std::int32_t width = 0, height = 0, bits = 0, transparent = 0;
+  std::int32_t bits = 0, transparent = 0;
   Rows rows{};
   Bytes palette{};
 };
@@ -26,13 +28,8 @@ struct Picture {
 Picture take(std::int32_t image) {
   Picture picture{.status = image};
   if (image < 0) return picture;
-  IMG_bitmap_info(image, &picture.width, &picture.height, &picture.bits);
-  for (std::int32_t y = 0; y < picture.height; ++y) {
-    Bytes row(static_cast<std::size_t>((picture.width * picture.bits + 31) / 32 * 4));
-    EXPECT_EQ(IMGLOW_get_raster(image, row.data(), y, 0), 0);
-    row.resize(static_cast<std::size_t>((picture.width * picture.bits + 7) / 8));
-    picture.rows.push_back(row);
-  }
+  picture.bits = header_of_image(image).biBitCount;
+  picture.rows = rows_of_image(image);
   picture.palette.resize(1024);
   const std::int32_t entries = IMG_get_bitmap_palette(image, picture.palette.data());
   picture.palette.resize(4 * static_cast<std::size_t>(entries));
@@ -68,12 +65,12 @@ TEST_F(Gif, FramesAreChosenByPage) {
                      frame(3, 2, 1, 0) + Bytes{0x3B};
   const Picture first = decode(file);
   EXPECT_EQ(first.bits, 4);
-  EXPECT_THAT(first.rows, ElementsAre(Bytes{0x01}, Bytes{0x23}));
+  EXPECT_THAT(first.rows, ElementsAre(Bytes{0x01, 0, 0, 0}, Bytes{0x23, 0, 0, 0}));
   EXPECT_EQ(first.transparent, 2);
   EXPECT_THAT(Bytes(first.palette.begin(), first.palette.begin() + 8),
               ElementsAre(0, 0, 0, 0, 30, 20, 10, 0));
   const Picture second = decode(file, 1);
-  EXPECT_THAT(second.rows, ElementsAre(Bytes{0x32}, Bytes{0x10}));
+  EXPECT_THAT(second.rows, ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0}));
   EXPECT_EQ(second.transparent, IMG_NO_TRANSPARENCY);
   EXPECT_EQ(decode(file, 2).status, IMG_PAGE_PAST_END);
 }
@@ -95,12 +92,12 @@ TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
 }
 
 TEST_F(Gif, WhatIsWrittenReadsBack) {
-  HeaderBytes header = header_bytes(300, 300, 8);
-  for (int i = 0; i < 256; ++i) header[40 + 4 * i] = static_cast<std::uint8_t>(255 - i);
+  HeaderBlock header = dib_header(300, 300, 8);
+  for (int i = 0; i < 256; ++i) header.palette[i].blue = static_cast<std::uint8_t>(255 - i);
   // Few colours make long strings, noise fills the code table again and again.
   for (const std::uint32_t colours : {2u, 256u}) {
     Rows rows(300, Bytes(300));
-    const std::int32_t image = IMG_create_handle_shell(header.data());
+    const Image image(IMG_create_handle_shell(&header));
     for (std::int32_t y = 0, seed = 5; y < 300; ++y) {
       for (std::uint8_t& pixel : rows[y]) {
         seed = seed * 16645 % 65537;
@@ -119,9 +116,8 @@ TEST_F(Gif, WhatIsWrittenReadsBack) {
       const Picture back = take(IMG_decompress_bitmap_mem(block.data(), 0));
       EXPECT_EQ(back.rows, rows) << code;
       EXPECT_EQ(back.transparent, 1);
-      EXPECT_EQ(back.palette, Bytes(&header[40], &header[40] + 1024));
+      EXPECT_EQ(std::memcmp(back.palette.data(), header.palette.data(), 1024), 0);
     }
-    EXPECT_EQ(IMG_delete_bitmap(image), 0);
   }
 }
 
@@ -137,11 +133,23 @@ TEST_F(Gif, CutOffFilesGiveAStatusOrRows) {
 
 TEST_F(Gif, RefusesOtherDepthsAndShortWrites) {
   for (const int bits : {16, 24, 32, 8}) {
-    const std::int32_t image = IMG_create_handle_shell(header_bytes(3, 3, bits).data());
+    const Image image = make_image(3, bits, Rows(3, Bytes(12)));
     Bytes block(100);
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 100, IMG_TYPE_GIF), bits == 8 ? -9 : -21);
-    EXPECT_EQ(IMG_delete_bitmap(image), 0);
   }
+}
+
+// Of the library, that is; the module has a heap of its own.
+TEST_F(Gif, RefusedMemoryEndsReadingAndWriting) {
+  const Bytes file = kScreen + frame(0, 1, 2, 3) + Bytes{0x3B};
+  EXPECT_EQ(
+      with_every_refusal([&] { return IMG_decompress_bitmap_block(file.data(), file.size(), 0); }),
+      0);
+  Bytes block(200);
+  EXPECT_GT(with_every_refusal(
+                [&] { return IMG_save_bitmap_block(0, block.data(), block.size(), IMG_TYPE_GIF); }),
+            0);
+  EXPECT_EQ(IMG_delete_bitmap(0), 0);
 }
 
 }  // namespace

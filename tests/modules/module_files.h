@@ -1,8 +1,6 @@
 // Modules beside the test program, where they are looked for first.
 #pragma once
 
-#include <array>
-#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -36,18 +34,5 @@ class InstalledModule {
  private:
   std::filesystem::path name_;
 };
-
-using HeaderBytes = std::array<std::uint8_t, IMG_HEADER_BLOCK_BYTES>;
-
-inline HeaderBytes header_bytes(int width, int height, int bits) {
-  HeaderBytes header{40};
-  header[4] = static_cast<std::uint8_t>(width);
-  header[5] = static_cast<std::uint8_t>(width >> 8);
-  header[8] = static_cast<std::uint8_t>(height);
-  header[9] = static_cast<std::uint8_t>(height >> 8);
-  header[12] = 1;
-  header[14] = static_cast<std::uint8_t>(bits);
-  return header;
-}
 
 }  // namespace tq::test

@@ -4,13 +4,13 @@
 #include "formats/plugin/plugin.h"
 #include "tests/modules/module_files.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/image_builder.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using testing::ElementsAre;
 
 const Bytes kGif = {'G', 'I', 'F', '8', '9', 'a', 10, 20, 30, 40, 50};
@@ -34,14 +34,6 @@ Bytes decode_from_memory(std::int32_t page = 0) {
   return pixels_of(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), page));
 }
 
-std::int32_t small_image() {
-  HeaderBytes header = header_bytes(8, 1, 8);
-  const std::int32_t image = IMG_create_handle_shell(header.data());
-  const Bytes row = {1, 2, 3, 4, 5, 6, 7, 8};
-  EXPECT_EQ(IMGLOW_put_raster(image, row.data(), 0, 8), 0);
-  return image;
-}
-
 bool pdf_available = false;
 Status decode_pdf(const formats::DecodeRequest& request) {
   return formats::decode_pdf_by_module(request, pdf_available);
@@ -56,13 +48,12 @@ void expect_missing() {
   const ScratchFolder folder;
   const std::string name = folder.file("kept");
   write_file(name, {1, 2, 3});
-  const std::int32_t image = small_image();
+  const Image image = make_image(8, 8, {{1, 2, 3, 4, 5, 6, 7, 8}});
   for (const std::int32_t code : {IMG_TYPE_GIF, IMG_TYPE_GIF_INTERLACED, IMG_TYPE_TIFF_LZW}) {
     EXPECT_EQ(IMG_save_bitmap(image, name.c_str(), code), -23);
     EXPECT_EQ(file_content(name), (Bytes{1, 2, 3})) << "refused before it is opened";
   }
   EXPECT_EQ(IMG_save_bitmap(image, folder.file("a.bmp").c_str(), -1), 0);
-  EXPECT_EQ(IMG_delete_bitmap(image), 0);
 }
 
 TEST(Modules, MissingOnesHaveTheirStatusAndNothingElseSuffers) {
@@ -97,7 +88,7 @@ TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
   }
   EXPECT_THAT(decode_from_memory(9), ElementsAre(4, 1, 7, 9, 10, 20, 30, 40)) << "a page";
 
-  const std::int32_t image = small_image();
+  const Image image = make_image(8, 8, {{1, 2, 3, 4, 5, 6, 7, 8}});
   const struct {
     std::int32_t code;
     std::uint8_t mark;
@@ -109,7 +100,6 @@ TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
     EXPECT_THAT(block, ElementsAre(encoder.mark, 1, 2, 3, 4, 5, 6, 7, 8));
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 3, encoder.code), -9);
   }
-  EXPECT_EQ(IMG_delete_bitmap(image), 0);
   decode(formats::decode_tiff_lzw, -71);
   // Callers without callbacks.
   EXPECT_EQ(IMGLOW_decompress_bitmap_block(kGif.data(), kGif.size(), 0, nullptr, nullptr, nullptr),

@@ -12,6 +12,10 @@ Bytes field(std::uint32_t value, int bytes = 4) {
 
 }  // namespace
 
+Bytes bytes_of(std::string_view text) {
+  return {text.begin(), text.end()};
+}
+
 Bytes joined(const std::vector<Bytes>& parts) {
   Bytes all;
   for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "core/dib.h"
@@ -27,6 +28,8 @@ struct BmpFields {
 };
 
 Bytes bmp_file(const BmpFields& fields);
+
+Bytes bytes_of(std::string_view text);
 
 Bytes joined(const std::vector<Bytes>& parts);
 

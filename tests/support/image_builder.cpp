@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cstring>
-
 namespace tq::test {
 std::size_t stride(std::int64_t width, int bits) {
   return static_cast<std::size_t>(row_bytes(width, bits));
@@ -41,12 +39,8 @@ Pixels unpack(const Bytes& row, std::int32_t width, int bits) {
   return pixels;
 }
 
-HeaderBlock header_block(std::int32_t width, std::int32_t height, int bits) {
-  return dib_header(width, height, bits);
-}
-
 Image make_image(std::int32_t width, int bits, const Rows& rows, bool in_runs) {
-  const HeaderBlock header = header_block(width, static_cast<std::int32_t>(rows.size()), bits);
+  const HeaderBlock header = dib_header(width, static_cast<std::int32_t>(rows.size()), bits);
   Image image(IMG_create_handle_shell(&header));
   EXPECT_GE(image, 0);
   if (in_runs) {
@@ -59,11 +53,9 @@ Image make_image(std::int32_t width, int bits, const Rows& rows, bool in_runs) {
 }
 
 BitmapInfoHeader header_of_image(std::int32_t image) {
-  std::uint8_t bytes[1064];
-  BitmapInfoHeader header{};
-  EXPECT_EQ(IMGLOW_get_bitmap_header(image, bytes), 0);
-  std::memcpy(&header, bytes, sizeof header);
-  return header;
+  HeaderBlock block{};
+  EXPECT_EQ(IMGLOW_get_bitmap_header(image, &block), 0);
+  return block.header;
 }
 
 Rows rows_of_image(std::int32_t image) {

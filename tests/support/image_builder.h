@@ -43,8 +43,6 @@ class Image {
   std::int32_t handle_;
 };
 
-HeaderBlock header_block(std::int32_t width, std::int32_t height, int bits);
-
 // A shell image with these rows; a 1-bit one may be turned into run lists.
 Image make_image(std::int32_t width, int bits, const Rows& rows, bool in_runs = false);
 
