@@ -2,17 +2,15 @@
 // illegal ones, with callbacks that call back, with memory that runs out. Whatever happens, handles
 // are those that were given out, a call that fails leaves its image as it was, and everything is
 // given back.
-#include <unistd.h>
-
 #include <array>
-#include <filesystem>
-#include <fstream>
 #include <optional>
+#include <random>
 #include <string>
 
 #include "core/image_table.h"
 #include "fuzz/fuzz_support.h"
 #include "platform/memory.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq::fuzz {
 namespace {
@@ -46,8 +44,6 @@ Input& in() {
 bool exists(std::int32_t image) {
   return std::find(session->images.begin(), session->images.end(), image) != session->images.end();
 }
-
-// ---- Calls and callbacks ------------------------------------------------------------------------
 
 // Makes a call on an image (or kNoImage), maybe with an allocation refused.
 template <class Operation>
@@ -138,8 +134,6 @@ std::int32_t IMG_CB_C on_supply(void* context, void* dest, std::int32_t y, std::
   return next_row();
 }
 
-// ---- What calls work on -------------------------------------------------------------------------
-
 // Mostly one that exists.
 std::int32_t choose_image() {
   const std::uint8_t choice = in().u8();
@@ -176,21 +170,25 @@ Memory choose_dib() {
   const HeaderBlock header = dib_header(width, height, bits);
   Memory dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
   // Long runs now and then.
-  std::uint32_t state = in().u8();
-  const std::uint32_t changes = state % 5 == 0 ? 8 : 200;
+  const std::uint8_t seed = in().u8();
+  std::minstd_rand random(seed);
+  std::uint8_t last = seed;
   for (std::uint8_t& byte : dib) {
-    const std::uint32_t next = state * 1664525 + 1013904223;
-    state = (next >> 16 & 0xFF) < changes ? next : (state & 0xFF000000) | (next & 0xFFFFFF);
-    byte = static_cast<std::uint8_t>(state >> 24);
+    if (random() / 256 % 256 < (seed % 5 == 0 ? 8 : 200))
+      last = static_cast<std::uint8_t>(random());
+    byte = last;
   }
   std::memcpy(dib.data(), &header.header, sizeof header.header);
   return dib;
 }
 
-// Any sides and any depth.
-void change_sides(Memory& header) {
-  const Bytes bytes = in().take(12);
-  std::copy(bytes.begin(), bytes.end(), header.begin() + 4);
+// Mostly of a picture, now and then with any sides and any depth.
+Memory choose_header(std::uint8_t kind) {
+  Memory header = choose_dib();
+  // What stays behind the header is enough for every depth's palette.
+  header.resize(IMG_HEADER_BLOCK_BYTES);
+  if (kind >= 200) std::ranges::copy(in().take(12), header.begin() + 4);
+  return header;
 }
 
 // Mostly what was saved last, some of it changed; now and then anything.
@@ -207,22 +205,15 @@ Memory choose_file() {
   return file;
 }
 
-// ---- Making images ------------------------------------------------------------------------------
-
 void create_shell() {
-  if (session->images.size() >= kMostImages) return;
-  Memory header = choose_dib();
-  // What stays behind the header is enough for every depth's palette.
-  header.resize(IMG_HEADER_BLOCK_BYTES);
   const std::uint8_t kind = in().u8();
-  if (kind >= 200) change_sides(header);
+  Memory header = choose_header(kind);
   if (kind % 4 == 1) header[32] = kind, header[33] = 0x10;  // transparent
   add_image(call(kNoImage,
                  [&] { return IMG_create_handle_shell(kind == 255 ? nullptr : keep(header)); }));
 }
 
 void create_registered() {
-  if (session->images.size() >= kMostImages) return;
   Memory dib = choose_dib();
   const std::uint8_t kind = in().u8();
   if (kind % 8 == 2) std::fill_n(&dib[kind >= 64 ? 4 : 8], 4, kind >= 128 ? 0xFF : 0);
@@ -236,30 +227,21 @@ void create_registered() {
 }
 
 void decode() {
-  if (session->images.size() >= kMostImages) return;
   const Memory file = choose_file();
-  const std::int32_t way = in().below(5);
+  const std::int32_t way = in().below(8);
   const std::int32_t page = in().below(3) == 0 ? in().any_int() : 0, start = in().any_int();
   std::uint8_t* const block = way < 2 ? keep_global(file) : keep(file);
-  add_image(call(kNoImage, [&] {
+  const std::int64_t result = call(kNoImage, [&] {
     if (way == 0) return IMG_create_handle(block);
     if (way == 1) return IMG_decompress_bitmap_mem(block, page);
     if (way == 2) return IMG_decompress_bitmap_fd(IMG_MEMORY_STREAM, start, page);
-    return IMG_decompress_bitmap_block(block, file.size(), page);
-  }));
-}
-
-void decode_to_sink() {
-  const Memory file = choose_file();
-  std::uint8_t* const block = keep(file);
-  const std::int32_t offset = in().i8();
-  const bool whole = in().below(3) != 0;
-  const std::int64_t result = call(kNoImage, [&] {
-    return whole ? IMGLOW_decompress_bitmap_block(block, file.size(), 0, on_row, session, on_header)
-                 : IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, offset, 0, nullptr, nullptr,
-                                            on_header);
+    if (way < 5) return IMG_decompress_bitmap_block(block, file.size(), page);
+    if (way == 5)
+      return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, start, 0, nullptr, nullptr, on_header);
+    return IMGLOW_decompress_bitmap_block(block, file.size(), 0, on_row, session, on_header);
   });
-  TQ_CLAIM(result <= 0);
+  if (way < 5) add_image(result);
+  TQ_CLAIM(way < 5 || result <= 0);
 }
 
 void remove() {
@@ -275,8 +257,6 @@ void remove() {
   auto* const block = reinterpret_cast<std::uint8_t*>(address);
   if (leaves_block && platform::block_size(block) != 0) session->global_blocks.push_back(block);
 }
-
-// ---- Changing images ----------------------------------------------------------------------------
 
 void set_value() {
   const std::int32_t image = choose_image();
@@ -351,8 +331,6 @@ void convert() {
   if (kind < 2 || kind == 13) TQ_CLAIM(after.pixels() == before.pixels());
 }
 
-// ---- Settings -----------------------------------------------------------------------------------
-
 std::int32_t set_caller_io(std::int32_t value, std::int32_t failing_call) {
   caller_file = {.bytes = choose_file(),
                  .most_per_call = std::max(value % 50, 0),
@@ -404,8 +382,6 @@ void reset_settings() {
   }
 }
 
-// ---- Files --------------------------------------------------------------------------------------
-
 void query_file() {
   const Memory file = choose_file();
   std::uint8_t *const block = keep(file), *const global_block = keep_global(file);
@@ -424,21 +400,6 @@ std::int32_t choose_code() {
                                      IMG_TYPE_PDF,  IMG_TYPE_PCX, IMG_TYPE_DCX,     IMG_TYPE_PNG,
                                      IMG_TYPE_JPEG, 66,           IMG_TYPE_BY_NAME, 100000};
   return kCodes[in().below(std::size(kCodes))];
-}
-
-// What was saved comes back as it was.
-void check_saved(const View& view, std::int32_t code) {
-  const bool whole = view.crop[2] == view.width && view.crop[3] == view.height;
-  const bool kept = code == IMG_TYPE_BMP || code == IMG_TYPE_DIB
-                        ? one_of(view.bits, {4, 8, 24, 32})
-                        : code == IMG_TYPE_BMP_RLE && one_of(view.bits, {4, 8});
-  if (!whole || !kept) return;
-  // The stream stays open on it.
-  std::uint8_t* const file = keep(session->file);
-  const std::int32_t again = IMG_decompress_bitmap_block(file, session->file.size(), 0);
-  if (again == IMG_OUT_OF_MEMORY) return;
-  TQ_CLAIM(again >= 0 && look_at(again).pixels() == view.pixels());
-  TQ_CLAIM(IMG_delete_bitmap(again) == 0);
 }
 
 void save_to_memory() {
@@ -463,37 +424,28 @@ void save_to_memory() {
   TQ_CLAIM(result <= static_cast<std::int64_t>(room));
   s.file.assign(block, block + result);
   for (std::size_t i = s.file.size(); i < room; ++i) TQ_CLAIM(block[i] == 0x77);
-  check_saved(view, code);
 }
 
 // A file is whole, or left alone, or gone.
 void save_to_name() {
-  constexpr const char* kNames[] = {"/out.bmp", "/OUT.BMP", "/out.gif",
-                                    "/out.dcx", "/out.imt", "/out"};
-  static const struct Folder {
-    Folder() { std::filesystem::create_directory(path); }
-    ~Folder() { std::filesystem::remove_all(path); }
-    std::string path = "/dev/shm/tarnquill-fuzz-" + std::to_string(getpid());
-  } folder;
+  constexpr const char* kNames[] = {"out.bmp", "OUT.BMP", "out.gif", "out.dcx", "out.imt", "out"};
+  static const test::ScratchFolder folder;
   const std::int32_t image = choose_image(), code = choose_code();
-  const std::string name = folder.path + kNames[in().below(std::size(kNames))];
-  std::ofstream(name) << "old";
+  const std::string name = folder.file(kNames[in().below(std::size(kNames))]);
+  test::write_file(name, {'o', 'l', 'd'});
   const std::int64_t result =
       call(image, [&] { return IMG_save_bitmap(image, name.c_str(), code); });
   TQ_CLAIM(result <= 0);
   std::error_code gone;
   const auto size = std::filesystem::file_size(name, gone);
   if (result < 0 && !session->disturbed && session->depth == 0) TQ_CLAIM(gone || size == 3);
-  unlink(name.c_str());
+  std::filesystem::remove(name, gone);
 }
 
 void save_rows() {
-  Memory header = choose_dib();
-  header.resize(IMG_HEADER_BLOCK_BYTES);
   const std::uint8_t kind = in().u8();
-  if (kind >= 200) change_sides(header);
+  std::uint8_t* const block = keep(choose_header(kind));
   const std::int32_t code = choose_code();
-  std::uint8_t* const block = keep(header);
   std::uint8_t* const out = keep_global(Memory(in().u8() * 64u));
   call(kNoImage, [&] {
     return kind % 3 == 0 ? IMGLOW_save_bitmap(IMG_MEMORY_STREAM, block, code, on_supply, session)
@@ -502,15 +454,14 @@ void save_rows() {
   });
 }
 
-// ---- The sequence -------------------------------------------------------------------------------
-
 void step() {
   if (++session->calls > kMostCalls) return;
+  if (session->images.size() >= kMostImages) return remove();
   constexpr void (*kActions[])() = {
-      create_shell,   create_registered, decode,       decode,         remove,         set_value,
-      move_rows,      move_palette,      convert,      convert,        set_setting,    set_setting,
-      query_file,     save_to_memory,    save_to_name, decode_to_sink, reset_settings, save_rows,
-      save_to_memory, move_rows,         set_setting,  decode,         convert};
+      create_shell, create_registered, decode,         remove,     set_value,      move_rows,
+      move_palette, convert,           set_setting,    query_file, save_to_memory, save_to_name,
+      save_rows,    reset_settings,    decode,         decode,     convert,        convert,
+      set_setting,  set_setting,       save_to_memory, move_rows,  decode};
   kActions[in().below(std::size(kActions))]();
 }
 
