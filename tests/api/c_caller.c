@@ -1,6 +1,4 @@
 /* The interface seen by a C compiler: types, calling conventions, constants. */
-#include "c_caller.h"
-
 #include <string.h>
 #include <tarnquill.h>
 
@@ -30,6 +28,9 @@ static int32_t IMG_CB_C on_row(void* row, void* context, int32_t y, int32_t byte
   (void)row, (void)context, (void)y, (void)bytes;
   return -98;
 }
+
+/* Loads, queries, aborts and saves; the condition that did not hold, or null. */
+const char* call_from_c(void);
 
 const char* call_from_c(void) {
   /* 3 x 2 pixels of 8 bits. */

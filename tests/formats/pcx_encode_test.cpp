@@ -5,6 +5,7 @@
 #include "formats/pcx/pcx.h"
 #include "platform/cpu.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/image_builder.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/pcx_file.h"
 
@@ -13,7 +14,6 @@ namespace {
 
 using formats::decode_pcx;
 using formats::encode_pcx;
-using Image = std::vector<Bytes>;
 using testing::ElementsAreArray;
 
 HeaderBlock header_of(std::int32_t width, std::int32_t height, int bits) {
@@ -27,7 +27,7 @@ HeaderBlock header_of(std::int32_t width, std::int32_t height, int bits) {
   return block;
 }
 
-Bytes encode(HeaderBlock header, const Image& rows) {
+Bytes encode(HeaderBlock header, const Rows& rows) {
   MemoryFile file;
   GivenRows given(rows);
   EXPECT_EQ(encode_pcx({MemoryFile::kHandle, &header, given.supplier()}).raw(), 0);
@@ -43,7 +43,7 @@ TEST(PcxEncode, FilesOfEveryDepthByteByByte) {
   }
   const struct {
     int bits;
-    Image rows;
+    Rows rows;
     PcxFields file;
   } cases[] = {
       // Large values are runs of one; runs end at 63 and with the line.
@@ -76,18 +76,14 @@ TEST(PcxEncode, FilesOfEveryDepthByteByByte) {
 }
 
 // Noise, a few equal neighbours, many, hardly anything else, large values only.
-Image rows_of_all_kinds(int width, int bits) {
-  std::uint32_t seed = 7;
-  const auto random = [&](std::uint32_t below) {
-    seed = seed * 1664525 + 1013904223;
-    return (seed >> 8) % below;
-  };
-  const std::uint32_t kRepeats[] = {0, 25, 80, 99, 40};  // in a hundred
-  Image rows(5, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
+Rows rows_of_all_kinds(int width, int bits) {
+  Random random(7);
+  constexpr int kRepeats[] = {0, 25, 80, 99, 40};  // in a hundred
+  Rows rows(5, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
   for (std::size_t y = 0; y < 5; ++y) {
     std::uint8_t value = 0;
     for (int i = 0; i < (width * bits + 7) / 8; ++i) {
-      if (random(100) >= kRepeats[y]) value = static_cast<std::uint8_t>(random(256));
+      if (!random.chance(kRepeats[y])) value = static_cast<std::uint8_t>(random.between(0, 255));
       rows[y][i] = y == 4 ? value | 0xC0 : value;
     }
     if (bits == 4 && width % 2 != 0) rows[y][width / 2] &= 0xF0;
@@ -99,7 +95,7 @@ TEST(PcxEncode, ReadsBackAndIsTheSameOnEveryProcessor) {
   for (const int bits : {1, 4, 8, 24}) {
     for (int width = 1; width <= 260; width += width < 70 ? 1 : 19) {
       SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
-      const Image rows = rows_of_all_kinds(width, bits);
+      const Rows rows = rows_of_all_kinds(width, bits);
       settings().read_budget = width < 70 ? width + 1 : 30000;  // runs cross from chunk to chunk
       Bytes portable;
       for (const bool fast : {false, true}) {

@@ -78,21 +78,16 @@ std::vector<Call> calls(Material& m) {
   const auto block = [](const Bytes& file) {
     return [&file] { return IMG_decompress_bitmap_block(file.data(), file.size(), 0); };
   };
-  const auto with = [](auto set, auto unset, auto make) {
-    return [=] {
+  const auto with = [block](auto set, const Bytes& file) {
+    return [set, decode = block(file)] {
       set();
-      const std::int32_t result = make();
-      unset();
+      const std::int32_t result = decode();
+      IMGLOW_set_decompsize(0, 0);
+      IMGLOW_set_decomp_rect(0, 0, 0, 0);
+      IMGLOW_set_decomp_reduction(0);
       return result;
     };
   };
-  const auto size = [](std::int32_t width, std::int32_t height) {
-    return [=] { IMGLOW_set_decompsize(width, height); };
-  };
-  const auto rect = [](std::int32_t width) {
-    return [=] { IMGLOW_set_decomp_rect(0, 0, width, width); };
-  };
-  const auto reduce = [](std::int32_t bits) { return [=] { IMGLOW_set_decomp_reduction(bits); }; };
   const auto from_caller = [](const Bytes& file, auto make) {
     return [&file, make] {
       const MemoryFile stream(file);
@@ -114,11 +109,11 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_fd",
        from_caller(m.deep, [] { return IMG_decompress_bitmap_fd(1, 0, 0); })},
       {"IMG_decompress_bitmap_mem", [&m] { return IMG_decompress_bitmap_mem(m.global, 1); }},
-      {"IMG_decompress_bitmap_block", with(size(4, 3), size(0, 0), block(m.deep))},
-      {"IMG_decompress_bitmap_block", with(size(40, 3), size(0, 0), block(m.mono))},
-      {"IMG_decompress_bitmap_block", with(rect(3), rect(0), block(m.mono))},
-      {"IMG_decompress_bitmap_block", with(reduce(8), reduce(0), block(m.deep))},
-      {"IMG_decompress_bitmap_block", with(reduce(1), reduce(0), block(m.coded))},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decompsize(4, 3); }, m.deep)},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decompsize(40, 3); }, m.mono)},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_rect(0, 0, 3, 3); }, m.mono)},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(8); }, m.deep)},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(1); }, m.coded)},
       {"IMGLOW_decompress_bitmap", from_caller(m.coded,
                                                [] {
                                                  return IMGLOW_decompress_bitmap(
@@ -197,20 +192,17 @@ std::vector<Call> calls(Material& m) {
                             &m.colour_page, &m.pcx, &m.dcx, &m.png}) {
     all.push_back({"IMG_decompress_bitmap_block", block(*file)});
   }
-  for (const auto& [image, code] :
-       std::vector<std::pair<std::int32_t, std::int32_t>>{{Watched::kRuns, IMG_TYPE_BMP},
-                                                          {Watched::kRuns, IMG_TYPE_PDF},
-                                                          {Watched::kPlain, IMG_TYPE_BMP},
-                                                          {Watched::kPlain, IMG_TYPE_PDF},
-                                                          {Watched::kDeep, IMG_TYPE_DIB},
-                                                          {Watched::kDeep, IMG_TYPE_PDF},
-                                                          {Watched::kDeep, IMG_TYPE_JPEG},
-                                                          {Watched::kDeep, IMG_TYPE_PCX},
-                                                          {Watched::kDeep, IMG_TYPE_DCX},
-                                                          {Watched::kDeep, IMG_TYPE_PNG}}) {
-    all.push_back({"IMG_save_bitmap_block", [&m, image = image, code = code] {
-                     return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
-                   }});
+  const std::pair<std::int32_t, std::vector<std::int32_t>> saves[] = {
+      {Watched::kRuns, {IMG_TYPE_BMP, IMG_TYPE_PDF}},
+      {Watched::kPlain, {IMG_TYPE_BMP, IMG_TYPE_PDF}},
+      {Watched::kDeep,
+       {IMG_TYPE_DIB, IMG_TYPE_PDF, IMG_TYPE_JPEG, IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_PNG}}};
+  for (const auto& [image, codes] : saves) {
+    for (const std::int32_t code : codes) {
+      all.push_back({"IMG_save_bitmap_block", [&m, code, image = image] {
+                       return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
+                     }});
+    }
   }
   return all;
 }
