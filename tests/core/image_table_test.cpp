@@ -113,11 +113,13 @@ TEST_F(ImageTable, GlobalBlockOfACallerIsFreedUnlessItIsKept) {
     if (keep) free_block(block);
   }
   // A block says how large it is: one byte too few is no image, and the handle stays.
-  std::uint8_t* block = alloc_block(size - 1);
-  std::memcpy(block, dib.dib(), size - 1);
-  EXPECT_EQ(IMG_create_handle_keep(block), -3);
-  EXPECT_EQ(IMG_delete_bitmap(0), 0);
-  free_block(block);
+  for (const std::size_t too_small : {size - 1, std::size_t{39}}) {
+    std::uint8_t* block = alloc_block(too_small);
+    std::memcpy(block, dib.dib(), too_small);
+    EXPECT_EQ(IMG_create_handle_keep(block), -3);
+    EXPECT_EQ(IMG_delete_bitmap(0), 0);
+    free_block(block);
+  }
 }
 
 // Two or three images over the same pixels; they go with the last of them, whatever happened to it.

@@ -291,6 +291,7 @@ TEST_F(Detection, BmpIsRefinedByItsCompressionField) {
     const GuardedBlock file(bmp_file(c.fields));
     EXPECT_EQ(IMGLOW_get_filetype_block(file.data(), file.size()), c.code);
     EXPECT_EQ(IMGLOW_get_filetype_mem(file.data()), c.code) << "of a size that nobody tells";
+    EXPECT_EQ(IMGLOW_get_filetype_fd(IMG_MEMORY_STREAM), c.code) << "the stream stays open";
   }
 }
 

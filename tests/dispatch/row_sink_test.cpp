@@ -428,6 +428,14 @@ TEST_F(RowSink, SecondHeaderStartsAnew) {
   ASSERT_EQ(sink.row(Bytes(8, 5), 1), 0);
   const Image image(sink.finish());
   EXPECT_EQ(rows_of_image(image), (Rows{Bytes(8, 0), Bytes(8, 5)}));
+  // Nor does a scaled row of the first stand for one of the second.
+  IMGLOW_set_decompsize(4, 1);
+  FedSink scaled;
+  for (const std::uint8_t value : Bytes{1, 2}) {
+    ASSERT_EQ(scaled.header(dib_header(9, 3, 8)), 0);
+    ASSERT_EQ(scaled.row(Bytes(12, value), 0), 0);
+  }
+  EXPECT_EQ(rows_of_image(Image(scaled.finish())), Rows{Bytes(4, 2)});
   FedSink without_header;
   EXPECT_EQ(without_header.finish(), -3);
 }
