@@ -330,6 +330,11 @@ TEST_F(Detection, AsksTheRestOfAStreamAndPutsTheStreamBack) {
   stream.position = 7;
   EXPECT_EQ(IMGLOW_get_filetype_fd(4711), 9);
   EXPECT_EQ(stream.position, 7);
+  // An offset of 2^32 - 38 is not the start of a stream whose TIFF file begins at 38.
+  const Bytes directory(stream.bytes.begin() + 15, stream.bytes.end());
+  stream.bytes = joined({directory, bytes_of("II*\0\xDA\xFF\xFF\xFF\0\0"s)});
+  stream.position = 38;
+  EXPECT_EQ(IMGLOW_get_filetype_fd(4711), -7);
   const ScratchFolder folder;
   for (const std::string& name : {folder.file("none"), folder.path().string()}) {
     EXPECT_EQ(IMGLOW_get_filetype(name.c_str()), -2);

@@ -71,7 +71,7 @@ def model(width, height, kind, depth, interlaced, transparency, seed):
     if kind == INDEXED:
         chunks += chunk(b"PLTE", bytes(c for entry in palette for c in entry))
         if transparency == "several":
-            alpha = [state.randint(0, 255) for _ in range(entries)]
+            alpha = [state.choice((0, 255) if depth == 4 else range(256)) for _ in range(entries)]
             chunks += chunk(b"tRNS", bytes(alpha))
         elif transparency == "one":
             chunks += chunk(b"tRNS", bytes([255] * (entries - 1) + [0]))

@@ -94,6 +94,12 @@ std::vector<Call> calls(Material& m) {
       return make();
     };
   };
+  const auto to_sink = [] {
+    return IMGLOW_decompress_bitmap(1, 0, 0, ignore_row, nullptr, ignore_header);
+  };
+  const auto rows_of_zeros = [&m] {
+    return IMGLOW_save_bitmap(1, &m.coded[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr);
+  };
   Bytes* const row = &m.row;
   const auto put = [row](std::int32_t image, std::int32_t bytes) {
     return [=] { return IMGLOW_put_raster(image, row->data(), 1, bytes); };
@@ -114,11 +120,7 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_rect(0, 0, 3, 3); }, m.mono)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(8); }, m.deep)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(1); }, m.coded)},
-      {"IMGLOW_decompress_bitmap", from_caller(m.coded,
-                                               [] {
-                                                 return IMGLOW_decompress_bitmap(
-                                                     1, 0, 0, ignore_row, nullptr, ignore_header);
-                                               })},
+      {"IMGLOW_decompress_bitmap", from_caller(m.coded, to_sink)},
       {"IMGLOW_decompress_bitmap_mem",
        [&m] {
          return IMGLOW_decompress_bitmap_mem(m.global, 0, ignore_row, nullptr, ignore_header);
@@ -161,12 +163,7 @@ std::vector<Call> calls(Material& m) {
        from_caller(m.fax_page, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_PDF); })},
       {"IMG_save_bitmap_mem",
        [&m] { return IMG_save_bitmap_mem(Watched::kRuns, m.room, IMG_TYPE_DIB); }},
-      {"IMGLOW_save_bitmap", from_caller(m.deep,
-                                         [&m] {
-                                           return IMGLOW_save_bitmap(1, &m.coded[14],
-                                                                     IMG_TYPE_BMP_RLE, supply_zeros,
-                                                                     nullptr);
-                                         })},
+      {"IMGLOW_save_bitmap", from_caller(m.deep, rows_of_zeros)},
       {"IMGLOW_save_bitmap_mem",
        [&m] {
          return IMGLOW_save_bitmap_mem(m.room, &m.coded[14], IMG_TYPE_BMP, supply_zeros, nullptr);
