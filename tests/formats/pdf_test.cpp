@@ -211,12 +211,15 @@ TEST(PdfRead, ADocumentWithTheRightNameGivesItsPicture) {
 TEST(PdfRead, EverythingElseIsRefused) {
   const std::string good = readable(kSmall), pixels = pixels_of(kSmall).substr(20, 20);
   const std::string sides = "/Width 40\r\n/Height 30";  // the table's offsets hold if no byte moves
+  const std::string offset = std::to_string(good.rfind("xref\r\n0 "));
   constexpr std::int32_t kBad = -3;
   const std::tuple<const char*, std::string, std::int32_t> cases[] = {
       {"a name that ends in 0, which is a free object", document_of({kSmall}), kBad},
       {"less than 200 bytes", good.substr(good.size() - 199), kBad},
       {"none of the letters", replaced(good, "%%EOF", "%%FEO"), kBad},
       {"one of the letters is enough", replaced(good, "%%EOF", "%%xOx"), 0},
+      {"a mark without room for an offset",
+       good + "%EOF" + std::string(196 - offset.size(), '\n') + offset, kBad},
       {"a table offset that is no number", replaced(good, "xref\r\n", "xref\r\nx"), kBad},
       {"a table behind the end", replaced(good, "startxref\r\n", "startxref\r\n9999"), kBad},
       {"more entries than bytes", replaced(good, "xref\r\n0 8", "xref\r\n0 99999999999"), kBad},
