@@ -6,10 +6,8 @@
 
 #include "core/settings.h"
 #include "formats/bmp/bmp.h"
-#include "tests/support/bmp_file.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/guarded_block.h"
-#include "tests/support/memory_file.h"
 
 namespace tq::test {
 namespace {
@@ -87,13 +85,6 @@ std::vector<Variant> variants() {
 }
 // clang-format on
 
-CollectingSink decode(Bytes file, std::int32_t status = 0) {
-  CollectingSink sink;
-  open_memory_stream(file.data(), file.size());
-  EXPECT_EQ(decode_bmp({kMemoryStream, 0, sink.sink()}).raw(), status);
-  return sink;
-}
-
 // From memory that ends with the image, and from a stream that has it at an offset or where it
 // stands.
 TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
@@ -125,15 +116,15 @@ TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
 
 TEST(BmpDecode, WhatACutOffFileLacksIsZeroAndEveryRowComes) {
   BmpFields file{.width = 2, .height = 3, .bits = 24, .pixels = Bytes(10, 7)};
-  EXPECT_EQ(decode(bmp_file(file)).image(),
+  EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(),
             (Image{Bytes(8, 0), {7, 7, 0, 0, 0, 0, 0, 0}, Bytes(8, 7)}));
   for (const std::uint32_t offset : {1000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     file.pixel_offset = offset;
-    EXPECT_EQ(decode(bmp_file(file)).image(), Image(3, Bytes(8, 0))) << offset;
+    EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(), Image(3, Bytes(8, 0))) << offset;
   }
   file.file_header = false;
   file.colours_used = 0xFFFFFFFF;
-  EXPECT_EQ(decode(bmp_file(file)).image(), Image(3, Bytes(8, 0)));
+  EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(), Image(3, Bytes(8, 0)));
 }
 
 TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRowAndClaimsNoMoreThanItMay) {
@@ -155,7 +146,7 @@ TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRowAndClaimsNoMoreThanItMay) {
 TEST(BmpDecode, LengthsThatCannotBeEndTheRows) {
   for (const std::uint8_t length : Bytes{1, 205}) {
     const Bytes pixels = joined({{3, 0, 9, length, 0}, Bytes(400, 1)});
-    EXPECT_EQ(decode(bmp_file({true, 40, 1, 2, 24, 99, {}, pixels})).image(),
+    EXPECT_EQ(decoded(decode_bmp, bmp_file({true, 40, 1, 2, 24, 99, {}, pixels})).image(),
               (Image{{3, 0, 9}, {}}));
   }
 }
@@ -172,7 +163,8 @@ TEST(BmpDecode, ImpossibleSidesAndDepthsAreRefused) {
   for (const auto& [width, height, bits, compression, status] : cases) {
     SCOPED_TRACE(testing::Message() << width << " x " << height << ", " << bits << " bits");
     const auto coding = static_cast<std::uint32_t>(compression);
-    const CollectingSink sink = decode(bmp_file({true, 40, width, height, bits, coding}), status);
+    const CollectingSink sink =
+        decoded(decode_bmp, bmp_file({true, 40, width, height, bits, coding}), status);
     EXPECT_EQ(sink.rows.size(), 0u);
   }
 }
@@ -186,7 +178,8 @@ TEST(BmpDecode, ResolutionComesInDotsPerInchWhenBothSidesHaveOne) {
       {1, INT32_MAX, 1, 54546085, 0}};
   for (const auto& [file_header, x, y, delivered_x, delivered_y] : cases) {
     const BitmapInfoHeader header =
-        decode(bmp_file({file_header != 0, 40, 1, 1, 24, 0, {}, Bytes(4), 0, x, y})).header.header;
+        decoded(decode_bmp, bmp_file({file_header != 0, 40, 1, 1, 24, 0, {}, Bytes(4), 0, x, y}))
+            .header.header;
     EXPECT_EQ(header.biXPelsPerMeter, delivered_x) << x;
     EXPECT_EQ(header.biYPelsPerMeter, delivered_y) << x;
   }

@@ -2,9 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "formats/bmp/bmp.h"
-#include "tests/support/bmp_file.h"
-#include "tests/support/collecting_sink.h"
-#include "tests/support/memory_file.h"
+#include "tests/support/codec_runs.h"
 
 namespace tq::test {
 namespace {
@@ -13,37 +11,23 @@ using formats::encode_bmp;
 using formats::encode_bmp_rle;
 using formats::encode_dib;
 
-HeaderBlock image_of(int width, int height, int bits) {
-  HeaderBlock image = dib_header(width, height, bits);
-  const auto palette = grey_palette(bits <= 8 ? 1 << bits : 256);
-  std::copy(palette.begin(), palette.end(), image.palette.begin());
-  return image;
-}
-
-Bytes written_by(formats::Encoder encode, HeaderBlock image, const std::vector<Bytes>& rows) {
-  GivenRows given(rows);
-  const MemoryFile file;
-  EXPECT_EQ(encode({MemoryFile::kHandle, &image, given.supplier()}), kOk);
-  return file.bytes;
-}
-
 TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
   const std::vector<Bytes> rows = {{0x12, 0x30, 0, 0}, {0x45, 0x60, 0, 0}};
-  HeaderBlock image = image_of(3, 2, 4);
+  HeaderBlock image = grey_image(3, 2, 4);
   // None of these may reach the file but the resolution, in pixels per metre.
   image.header = {9, 3, 2, 7, 4, 200, 1, 96, 300, 0x1005, 3};
   BmpFields file{true, 40,   3,     2,  4, 0, grey_palette(16), joined({rows[1], rows[0]}),
                  0,    3780, 11811, {}, 8};
-  EXPECT_EQ(written_by(encode_bmp, image, rows), bmp_file(file));
+  EXPECT_EQ(encoded(encode_bmp, image, rows), bmp_file(file));
   file.file_header = false;
-  EXPECT_EQ(written_by(encode_dib, image, rows), bmp_file(file));
+  EXPECT_EQ(encoded(encode_dib, image, rows), bmp_file(file));
   // In front of codes both sizes are those of the uncompressed image, too.
   file.file_header = true;
   file.compression = 2;
   Bytes coded = bmp_file(file);
   coded.resize(coded.size() - 8);
   coded = joined({coded, {2, 0x45, 2, 0x60, 0, 0, 2, 0x12, 2, 0x30, 0, 0, 0, 1}});
-  EXPECT_EQ(written_by(encode_bmp_rle, image, rows), coded);
+  EXPECT_EQ(encoded(encode_bmp_rle, image, rows), coded);
 }
 
 TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
@@ -55,10 +39,10 @@ TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
                                    {INT32_MAX, INT32_MIN, INT32_MAX, INT32_MIN}};
   const Bytes row = {1, 2, 3, 0};
   for (const auto& [x, y, x_per_metre, y_per_metre] : cases) {
-    HeaderBlock image = image_of(1, 1, 24);
+    HeaderBlock image = grey_image(1, 1, 24);
     image.header.biXPelsPerMeter = x;
     image.header.biYPelsPerMeter = y;
-    EXPECT_EQ(written_by(encode_bmp, image, {row}),
+    EXPECT_EQ(encoded(encode_bmp, image, {row}),
               bmp_file({true, 40, 1, 1, 24, 0, {}, row, 0, x_per_metre, y_per_metre, {}, 4}))
         << x << " " << y;
   }
@@ -73,10 +57,9 @@ TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
         for (Bytes& row : rows) {
           for (std::uint8_t& byte : row) byte = value += 37;
         }
-        const MemoryFile file(written_by(encode, image_of(width, 2, bits), rows));
-        CollectingSink sink;
-        ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, sink.sink()}), kOk);
-        EXPECT_EQ(sink.image(), rows) << bits << " bits, width " << width;
+        const Bytes file = encoded(encode, grey_image(width, 2, bits), rows);
+        EXPECT_EQ(decoded(formats::decode_bmp, file).image(), rows)
+            << bits << " bits, width " << width;
       }
     }
   }

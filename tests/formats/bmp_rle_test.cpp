@@ -6,10 +6,8 @@
 
 #include "core/settings.h"
 #include "formats/bmp/bmp.h"
-#include "tests/support/bmp_file.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/digest.h"
-#include "tests/support/memory_file.h"
 
 namespace tq::test {
 namespace {
@@ -99,15 +97,13 @@ TEST(BmpRleDecode, AgreesWithTheModelOnRandomCutOffAndHostileCodes) {
         byte = static_cast<std::uint8_t>(random() % (round % 2 ? 4 : 256));
     }
     const auto expected = modelled_rows(codes, shape);
-    Bytes file = bmp_file({true, 40, shape.width, shape.height, shape.bits,
-                           shape.bits == 4 ? 2u : 1u, grey_palette(1 << shape.bits), codes});
-    CollectingSink from_memory, from_caller;
-    open_memory_stream(file.data(), file.size());
-    ASSERT_EQ(formats::decode_bmp({kMemoryStream, 0, from_memory.sink()}), kOk);
-    ASSERT_EQ(from_memory.rows, expected) << "round " << round;
+    const Bytes file = bmp_file({true, 40, shape.width, shape.height, shape.bits,
+                                 shape.bits == 4 ? 2u : 1u, grey_palette(1 << shape.bits), codes});
+    ASSERT_EQ(decoded(formats::decode_bmp, file).rows, expected) << "round " << round;
 
     settings().read_budget = 1 + static_cast<int>(random() % 700);  // chunks end within codes
     const MemoryFile stream(file);
+    CollectingSink from_caller;
     ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, from_caller.sink()}), kOk);
     ASSERT_EQ(from_caller.rows, expected) << "round " << round;
   }
@@ -139,11 +135,9 @@ TEST(BmpRleEncode, WritesTheCodesOfTheModel) {
     const Shape shape{1 + static_cast<int>(random() % (round % 10 == 0 ? 1500 : 40)),
                       1 + static_cast<int>(random() % 4), depths[round % 6]};
     const std::vector<Bytes> rows = random_rows(random, shape);
-    HeaderBlock image = dib_header(shape.width, shape.height, shape.bits);
-    GivenRows given(rows);
-    const MemoryFile file;
-    ASSERT_EQ(formats::encode_bmp_rle({MemoryFile::kHandle, &image, given.supplier()}), kOk);
-    const Bytes codes(file.bytes.begin() + 54 + palette_bytes(shape.bits), file.bytes.end());
+    const Bytes file =
+        encoded(formats::encode_bmp_rle, dib_header(shape.width, shape.height, shape.bits), rows);
+    const Bytes codes(file.begin() + 54 + palette_bytes(shape.bits), file.end());
     digest.add(codes);
     if (shape.bits > 8) continue;
     const auto again = modelled_rows(codes, shape);

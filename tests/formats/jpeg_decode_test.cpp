@@ -7,8 +7,7 @@
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/jpeg/jpeg.h"
-#include "tests/support/bmp_file.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/jpeg_file.h"
 #include "tests/support/library_test.h"
@@ -318,9 +317,7 @@ TEST(JpegDecode, InsideABitmapItIsTheSamePicture) {
   BmpFields fields{.width = 5, .height = 5, .bits = 24, .compression = 0x4745504A};
   fields.pixels = jpeg;
   const Bytes bmp = bmp_file(fields);
-  CollectingSink sink;
-  open_memory_stream(const_cast<std::uint8_t*>(bmp.data()), bmp.size());
-  EXPECT_EQ(formats::decode_bmp({kMemoryStream, 0, sink.sink()}), kOk);
+  const CollectingSink sink = decoded(formats::decode_bmp, bmp);
   EXPECT_EQ(sink.headers, 1);
   EXPECT_EQ(sink.image(), decode(jpeg).sink.image());
 }

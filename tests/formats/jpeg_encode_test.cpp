@@ -8,26 +8,16 @@
 #include "core/memory.h"
 #include "formats/jpeg/encoder_settings.h"
 #include "formats/jpeg/jpeg.h"
-#include "tests/support/bmp_file.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/jpeg_file.h"
-#include "tests/support/memory_file.h"
 
 namespace tq::test {
 namespace {
 
+using formats::decode_jpeg;
 using formats::encode_jpeg;
 using formats::set_jpeg_quality;
 using formats::set_jpeg_sampling;
-
-HeaderBlock image_of(int width, int height, int bits) {
-  HeaderBlock image = dib_header(width, height, bits);
-  if (bits == 8) {
-    const auto palette = grey_palette(256);
-    std::copy(palette.begin(), palette.end(), image.palette.begin());
-  }
-  return image;
-}
 
 // Smooth rows with an edge.
 std::vector<Bytes> rows_of(const HeaderBlock& image) {
@@ -57,13 +47,6 @@ Written save(HeaderBlock image, const std::vector<Bytes>& rows) {
 }
 Written save(const HeaderBlock& image) {
   return save(image, rows_of(image));
-}
-
-std::vector<Bytes> read_back(const Bytes& file) {
-  CollectingSink sink;
-  const MemoryFile stream(file);
-  EXPECT_EQ(formats::decode_jpeg({MemoryFile::kHandle, 0, sink.sink()}), kOk);
-  return sink.image();
 }
 
 struct Segment {
@@ -114,7 +97,7 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
   };
   formats::jpeg_encoder_settings() = kUnset;
   for (const Case& c : cases) {
-    const Bytes file = save(image_of(300, 5, c.bits)).file;
+    const Bytes file = save(grey_image(300, 5, c.bits)).file;
     Bytes markers;
     for (const Segment& each : segments(file)) {
       markers.push_back(static_cast<std::uint8_t>(each.marker));
@@ -133,7 +116,7 @@ TEST(JpegEncodeHeader, ResolutionIsTakenAsItStands) {
   const std::int32_t cases[][4] = {
       {0, 0, 96, 96}, {0, 300, 96, 96}, {300, 0, 300, 0}, {72, 100, 72, 100}};
   for (const auto& [x, y, x_written, y_written] : cases) {
-    HeaderBlock image = image_of(8, 8, 8);
+    HeaderBlock image = grey_image(8, 8, 8);
     image.header.biXPelsPerMeter = x;
     image.header.biYPelsPerMeter = y;
     const Bytes app0 = segment(save(image).file, 0xE0);
@@ -158,7 +141,7 @@ TEST(JpegEncodeHeader, QualityScalesTheBaseTables) {
       {1000, {1, 1, 1, 1}, {1, 1, 1, 1}},
   };
   const auto check = [&](const Case& c) {
-    const Bytes tables = segment(save(image_of(8, 8, 24)).file, 0xDB);
+    const Bytes tables = segment(save(grey_image(8, 8, 24)).file, 0xDB);
     ASSERT_EQ(tables.size(), 130u);
     EXPECT_EQ(tables[65], 1);
     for (int i = 0; i < 4; ++i) {
@@ -175,12 +158,12 @@ TEST(JpegEncodeHeader, QualityScalesTheBaseTables) {
 }
 
 TEST(JpegEncode, SomeImagesChangeTheSamplingForGood) {
-  const auto factors = [] { return segment(save(image_of(8, 8, 24)).file, 0xC0).at(7); };
+  const auto factors = [] { return segment(save(grey_image(8, 8, 24)).file, 0xC0).at(7); };
   set_jpeg_sampling(2, 2);
   EXPECT_EQ(factors(), 0x22);
-  EXPECT_EQ(segment(save(image_of(8, 8, 32)).file, 0xC0).at(7), 0x12);
+  EXPECT_EQ(segment(save(grey_image(8, 8, 32)).file, 0xC0).at(7), 0x12);
   EXPECT_EQ(factors(), 0x12);
-  EXPECT_EQ(save(image_of(8, 8, 8)).status, kOk);
+  EXPECT_EQ(save(grey_image(8, 8, 8)).status, kOk);
   EXPECT_EQ(factors(), 0x11);
 }
 
@@ -189,25 +172,25 @@ TEST(JpegEncode, SamplingThatCannotBeWrittenIsRefusedBeforeAnythingIs) {
                                    {4, 2, 0},  {2, 4, 0},   {3, 3, -7}, {4, 4, -7}};
   for (const auto& [h, v, answer] : cases) {
     set_jpeg_sampling(h, v);
-    const Written written = save(image_of(8, 8, 24));
+    const Written written = save(grey_image(8, 8, 24));
     EXPECT_EQ(written.status.raw(), answer) << h << " " << v;
     EXPECT_EQ(written.file.empty(), answer != 0);
   }
   set_jpeg_sampling(1, 1);
-  EXPECT_EQ(save(image_of(65535, 1, 24)).status, kOk);
-  EXPECT_EQ(save(image_of(1, 65535, 24)).status, kOk);
+  EXPECT_EQ(save(grey_image(65535, 1, 24)).status, kOk);
+  EXPECT_EQ(save(grey_image(1, 65535, 24)).status, kOk);
 }
 
 TEST(JpegEncode, PalettesAndFourComponentsComeBack) {
   set_jpeg_quality(95);
   set_jpeg_sampling(1, 1);
-  HeaderBlock image = image_of(16, 16, 8);
+  HeaderBlock image = grey_image(16, 16, 8);
   const std::vector<Bytes> rows = rows_of(image);
   // An inverted grey palette is looked up, not taken for the identity.
   std::reverse(image.palette.begin(), image.palette.end());
-  const std::vector<Bytes> greys = read_back(save(image).file);
+  const std::vector<Bytes> greys = decoded(decode_jpeg, save(image).file).image();
   for (Rgb& entry : image.palette) entry.red = 100;
-  const std::vector<Bytes> colours = read_back(save(image).file);
+  const std::vector<Bytes> colours = decoded(decode_jpeg, save(image).file).image();
   ASSERT_EQ(colours[0].size(), 48u);
   for (int i = 0; i < 256; ++i) {
     const int x = i % 16, y = i / 16;
@@ -215,8 +198,8 @@ TEST(JpegEncode, PalettesAndFourComponentsComeBack) {
     EXPECT_NEAR(colours[y][3 * x], 255 - rows[y][x], 16);
     EXPECT_NEAR(colours[y][3 * x + 2], 100, 16);
   }
-  const std::vector<Bytes> four = rows_of(image_of(16, 16, 32));
-  const std::vector<Bytes> back = read_back(save(image_of(16, 16, 32)).file);
+  const std::vector<Bytes> four = rows_of(grey_image(16, 16, 32));
+  const std::vector<Bytes> back = decoded(decode_jpeg, save(grey_image(16, 16, 32)).file).image();
   for (int i = 0; i < 16 * 64; ++i) EXPECT_NEAR(back[i / 64][i % 64], four[i / 64][i % 64], 24);
 }
 

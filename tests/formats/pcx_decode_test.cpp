@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 
 #include "formats/pcx/pcx.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/guarded_block.h"
-#include "tests/support/memory_file.h"
 #include "tests/support/pcx_file.h"
 
 namespace tq::test {
@@ -16,13 +15,6 @@ using Image = std::vector<Bytes>;  // rows from the top
 using Palette = std::vector<Rgb>;
 
 const Palette kBlackWhite = {{0, 0, 0, 0}, {255, 255, 255, 0}};
-
-CollectingSink decode(Bytes file, std::int32_t status = 1) {
-  CollectingSink sink;
-  open_memory_stream(file.data(), file.size());
-  EXPECT_EQ(decode_pcx({kMemoryStream, 0, sink.sink()}).raw(), status);
-  return sink;
-}
 
 struct Layout {
   const char* name;
@@ -109,7 +101,7 @@ TEST(PcxDecode, CutOffFileKeepsWhatItHas) {
   for (std::ptrdiff_t bytes = -1; bytes <= 8; ++bytes) {
     SCOPED_TRACE(bytes);
     const std::int32_t status = bytes < 0 ? -2 : bytes == 0 ? -12 : 1;
-    CollectingSink sink = decode({file.begin(), file.begin() + 128 + bytes}, status);
+    CollectingSink sink = decoded(decode_pcx, {file.begin(), file.begin() + 128 + bytes}, status);
     if (bytes < 0) continue;
     Image image = sink.image();
     image.resize(sink.rows.size());
@@ -138,12 +130,14 @@ TEST(PcxDecode, FilesThatLie) {
   };
   for (const auto& refused : cases) {
     SCOPED_TRACE(refused.name);
-    const CollectingSink sink = decode(pcx_file(refused.file), refused.status);
+    const CollectingSink sink = decoded(decode_pcx, pcx_file(refused.file), refused.status);
     EXPECT_EQ(sink.headers, refused.headers);
     EXPECT_THAT(sink.rows, testing::IsEmpty());
   }
   // Two lines are allowed.
-  EXPECT_EQ(decode(pcx_file({.size = {2, 2, 8, 1, 2}, .data = {0xC4, 1}})).rows.size(), 2u);
+  EXPECT_EQ(
+      decoded(decode_pcx, pcx_file({.size = {2, 2, 8, 1, 2}, .data = {0xC4, 1}}), 1).rows.size(),
+      2u);
 }
 
 }  // namespace

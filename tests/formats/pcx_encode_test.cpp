@@ -4,9 +4,8 @@
 #include "core/settings.h"
 #include "formats/pcx/pcx.h"
 #include "platform/cpu.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/image_builder.h"
-#include "tests/support/memory_file.h"
 #include "tests/support/pcx_file.h"
 
 namespace tq::test {
@@ -25,13 +24,6 @@ HeaderBlock header_of(std::int32_t width, std::int32_t height, int bits) {
                         static_cast<std::uint8_t>(i + 2), 0};
   }
   return block;
-}
-
-Bytes encode(HeaderBlock header, const Rows& rows) {
-  MemoryFile file;
-  GivenRows given(rows);
-  EXPECT_EQ(encode_pcx({MemoryFile::kHandle, &header, given.supplier()}).raw(), 0);
-  return file.bytes;
 }
 
 TEST(PcxEncode, FilesOfEveryDepthByteByByte) {
@@ -71,7 +63,7 @@ TEST(PcxEncode, FilesOfEveryDepthByteByByte) {
     PcxFields fields = c.file;
     fields.corner = {0, 0};
     const HeaderBlock header = header_of(fields.size.width, fields.size.height, c.bits);
-    EXPECT_THAT(encode(header, c.rows), ElementsAreArray(pcx_file(fields)));
+    EXPECT_THAT(encoded(encode_pcx, header, c.rows), ElementsAreArray(pcx_file(fields)));
   }
 }
 
@@ -100,12 +92,10 @@ TEST(PcxEncode, ReadsBackAndIsTheSameOnEveryProcessor) {
       Bytes portable;
       for (const bool fast : {false, true}) {
         platform::mask_cpu_features({fast, fast, fast, fast, fast});
-        const Bytes file = encode(header_of(width, 5, bits), rows);
+        const Bytes file = encoded(encode_pcx, header_of(width, 5, bits), rows);
         if (!fast) portable = file;
         ASSERT_EQ(file, portable);
-        CollectingSink sink;
-        MemoryFile stream(file);
-        ASSERT_EQ(decode_pcx({MemoryFile::kHandle, 0, sink.sink()}).raw(), 1);
+        const CollectingSink sink = decoded(decode_pcx, file, 1);
         ASSERT_EQ(sink.image(), rows) << fast;
         ASSERT_TRUE(bits != 8 || sink.header.palette == header_of(1, 1, 8).palette);
       }

@@ -3,9 +3,8 @@
 
 #include "formats/plugin/plugin.h"
 #include "tests/modules/module_files.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/codec_runs.h"
 #include "tests/support/image_builder.h"
-#include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::test {
@@ -14,14 +13,6 @@ namespace {
 using testing::ElementsAre;
 
 const Bytes kGif = {'G', 'I', 'F', '8', '9', 'a', 10, 20, 30, 40, 50};
-
-CollectingSink decode(const formats::Decoder& decoder, std::int32_t status) {
-  Bytes block = kGif;
-  CollectingSink sink;
-  open_memory_stream(block.data(), block.size());
-  EXPECT_EQ(decoder({kMemoryStream, 0, sink.sink()}).raw(), status);
-  return sink;
-}
 
 Bytes pixels_of(std::int32_t image) {
   Bytes row(8);
@@ -41,9 +32,9 @@ Status decode_pdf(const formats::DecodeRequest& request) {
 
 // All codecs of modules but the GIF decoder have their status; files are left alone.
 void expect_missing() {
-  decode(formats::decode_tiff_lzw, -23);
-  decode(formats::decode_abic, -1);
-  decode(decode_pdf, -36);
+  decoded(formats::decode_tiff_lzw, kGif, -23);
+  decoded(formats::decode_abic, kGif, -1);
+  decoded(decode_pdf, kGif, -36);
   EXPECT_FALSE(pdf_available);
   const ScratchFolder folder;
   const std::string name = folder.file("kept");
@@ -100,7 +91,7 @@ TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
     EXPECT_THAT(block, ElementsAre(encoder.mark, 1, 2, 3, 4, 5, 6, 7, 8));
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 3, encoder.code), -9);
   }
-  decode(formats::decode_tiff_lzw, -71);
+  decoded(formats::decode_tiff_lzw, kGif, -71);
   // Callers without callbacks.
   EXPECT_EQ(IMGLOW_decompress_bitmap_block(kGif.data(), kGif.size(), 0, nullptr, nullptr, nullptr),
             0);
@@ -127,12 +118,12 @@ TEST(Modules, StayWhileTheirCodeIsRunning) {
 
 TEST(Modules, OfPdfAndAbic) {
   const InstalledModule pdf("test_module", "pdfplug"), abic("test_module", "abicplug");
-  const CollectingSink sink = decode(decode_pdf, 5);
+  const CollectingSink sink = decoded(decode_pdf, kGif, 5);
   EXPECT_THAT(sink.rows.at(0).bytes, ElementsAre(1, 1, 99, 0, 10, 20, 30, 40)) << "no helper";
   open_memory_stream(nullptr, 0);
   EXPECT_EQ(decode_pdf({kMemoryStream, 0, {}}).raw(), -12);
   EXPECT_TRUE(pdf_available);
-  decode(formats::decode_abic, -72);
+  decoded(formats::decode_abic, kGif, -72);
 }
 
 }  // namespace
