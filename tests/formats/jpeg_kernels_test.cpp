@@ -30,8 +30,8 @@ std::vector<platform::CpuFeatures> feature_sets() {
 
 class JpegKernelsTest : public testing::Test {
  protected:
-  int below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }
-  std::mt19937 random_{1};
+  int below(int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); }
+  std::mt19937 random{1};
 };
 
 TEST_F(JpegKernelsTest, InverseTransformsAgreeUpToTheirBound) {
@@ -129,9 +129,9 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
     y[i] = static_cast<std::uint8_t>(below(256));
   }
   const auto convert = [&](const JpegKernels& k, bool halved, int at, int width) {
-    std::vector<std::uint8_t> bgr(static_cast<std::size_t>(3 * (width + kKernelMargin)), 0x77);
+    std::vector<std::uint8_t> bgr(3 * (static_cast<std::size_t>(width) + kKernelMargin), 0x77);
     (halved ? k.ycc_to_bgr_halved : k.ycc_to_bgr)(&y[at], &cb[at], &cr[at], bgr.data(), width);
-    bgr.resize(static_cast<std::size_t>(3 * width));
+    bgr.resize(3 * static_cast<std::size_t>(width));
     return bgr;
   };
   const JpegKernels portable = select_kernels({});
@@ -155,8 +155,8 @@ TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {
   using Rows = std::array<std::vector<std::int16_t>, 5>;
   const auto convert = [&](const JpegKernels& kernels, int width, int step) {
     Rows rows;
-    for (auto& row : rows) row.assign(static_cast<std::size_t>(width + kKernelMargin), 0);
-    const std::uint8_t* from = &pixels[static_cast<std::size_t>(3 * width + step)];
+    for (auto& row : rows) row.assign(static_cast<std::size_t>(width) + kKernelMargin, 0);
+    const std::uint8_t* from = &pixels[3 * static_cast<std::size_t>(width) + step];
     kernels.bgr_to_luma(from, rows[0].data(), width);
     kernels.bgr_to_ycc(from, step, rows[1].data(), rows[2].data(), rows[3].data(), width);
     kernels.grey_to_luma(from, rows[4].data(), width);

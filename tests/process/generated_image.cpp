@@ -55,7 +55,7 @@ Bytes generate_dib(const Depth& depth, int width, int height, int number) {
   for (int i = 0; i < entries; ++i) {
     block.palette[i] = palette_entry(i, entries, number % 3, random);
   }
-  const auto front = static_cast<std::size_t>(kDibHeaderBytes + 4 * entries);
+  const std::size_t front = kDibHeaderBytes + 4 * static_cast<std::size_t>(entries);
   Bytes dib(static_cast<std::size_t>(dib_bytes(width, height, bits)));
   std::memcpy(dib.data(), &block, front);
   const auto stride = static_cast<std::size_t>(row_bytes(width, bits));
@@ -80,7 +80,7 @@ Snapshot snapshot(std::int32_t image) {
   Snapshot seen;
   std::int32_t width = 0, height = 0, bits = 0;
   IMG_bitmap_info(image, &width, &height, &bits);
-  seen.front.resize(static_cast<std::size_t>(kDibHeaderBytes + palette_bytes(bits)));
+  seen.front.resize(kDibHeaderBytes + static_cast<std::size_t>(palette_bytes(bits)));
   IMGLOW_get_bitmap_header(image, seen.front.data());
   for (std::int32_t y = 0; y < height; ++y) {
     Bytes& row = seen.rows.emplace_back(static_cast<std::size_t>(row_bytes(width, bits)));

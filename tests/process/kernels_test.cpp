@@ -16,7 +16,7 @@ using test::Bytes;
 template <class Run>
 auto with_features(bool all, Run&& run) {
   platform::mask_cpu_features({all, all, all, all, all});
-  const auto result = run();
+  auto result = run();
   platform::mask_cpu_features({true, true, true, true, true});
   return result;
 }
