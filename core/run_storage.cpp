@@ -38,6 +38,28 @@ std::uint64_t changes_in(std::uint64_t pixels, std::uint64_t last, std::int32_t 
   return left < 64 ? changes & ~std::uint64_t{0} << (64 - left) : changes;
 }
 
+// Processors without an instruction for it have no faster way.
+int count_ones(std::uint64_t v) {
+  v -= v >> 1 & 0x5555555555555555;
+  v = (v & 0x3333333333333333) + (v >> 2 & 0x3333333333333333);
+  return static_cast<int>(((v + (v >> 4)) & 0x0F0F0F0F0F0F0F0F) * 0x0101010101010101 >> 56);
+}
+
+// Whether a row has more than `most` transitions: cheaper than their positions, of which rows of
+// dots would be given too many for nothing.
+bool has_more_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
+                          std::size_t most) {
+  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
+  std::size_t count = 0;
+  std::uint64_t last = 1;
+  for (std::int32_t x = 0; x < width && count <= most; x += 64) {
+    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+    count += static_cast<std::size_t>(count_ones(changes_in(pixels, last, width - x)));
+    last = pixels & 1;
+  }
+  return count > most;
+}
+
 // Where in eight pixels the colour changes, by their bits. The rest of the positions has no
 // meaning.
 struct ChangesOfByte {
@@ -189,6 +211,14 @@ StoredRow stored_row(const ImageRecord& image, std::int32_t y) {
   return {image.dib + image.run_table[y], stride_of(image)};
 }
 
+// Rows of dots come one after the other, from the top or from the bottom.
+bool is_beside_bits(const ImageRecord& image, std::int32_t y) {
+  const auto has_bits = [&](std::int32_t at) {
+    return at >= 0 && at < image.height && !is_white(image, at) && stored_row(image, at).as_bits();
+  };
+  return has_bits(y - 1) || has_bits(y + 1);
+}
+
 std::uint32_t front_bytes(const ImageRecord& image) {
   return static_cast<std::uint32_t>(kDibHeaderBytes + palette_bytes(image.bits));
 }
@@ -336,8 +366,10 @@ Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8
   TQ_TRY(reserve(image, most_bytes(image)));
   std::uint16_t* list = list_place(image);
   const std::size_t limit = std::max<std::size_t>(list_limit(image), 1);
+  const bool is_dots = is_beside_bits(image, y) && has_more_transitions(bits, image.width, limit);
   const std::int32_t count =
-      bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
+      is_dots ? -1
+              : bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
   if (count == 0) {
     commit_white(image, y);
   } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {
