@@ -6,6 +6,7 @@
 #include "process/process.h"
 #include "process/rebuild.h"
 #include "process/sixteen_colours.h"
+#include "process/wide_rows.h"
 
 namespace tq::process {
 namespace {

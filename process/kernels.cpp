@@ -3,7 +3,7 @@
 
 #include "platform/cpu.h"
 #include "process/grey.h"
-#include "process/sixteen_colours.h"
+#include "process/wide_rows.h"
 #include "process/x86/diffuse_sse2.h"
 #include "process/x86/kernels_x86.h"
 

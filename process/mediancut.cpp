@@ -1,7 +1,9 @@
 // Fixed palette with error diffusion. Despite the name of the operation no colours are chosen.
+#include <algorithm>
+#include <utility>
+
 #include "core/display_cache.h"
 #include "core/settings.h"
-#include "process/colour_window.h"
 #include "process/kernels.h"
 #include "process/nearest_colour.h"
 #include "process/process.h"
@@ -15,13 +17,18 @@ Status mediancut_color(ImageSource& image) {
   const std::array<Rgb, 256>& palette = fixed_palette(settings().dither_mode);
   CellColours cells(palette);
   TQ_TRY(cells.allocate());
-  ColourWindow window(image);
-  TQ_TRY(window.allocate());
+  // Errors may leave a row by two pixels at either end; what lands there is never read.
+  RowBuffer<Rgb, 2> current, next;
+  TQ_TRY(current.allocate(image.width()));
+  TQ_TRY(next.allocate(image.width()));
+  const auto load_next = [&](std::int32_t y) { image.read_colours(y, next.pixels()); };
   return replace_rows(image, {8, palette, marker_below_32(image)},
                       [&](std::int32_t y, std::span<std::uint8_t> row) {
-                        window.move_to(y);
-                        kernels().diffuse_to_cells(window.current(), window.next(), cells,
-                                                   row.data(), image.width());
+                        if (y == 0) load_next(0);
+                        std::swap(current, next);
+                        load_next(std::min(y + 1, image.height() - 1));
+                        kernels().diffuse_to_cells(current.data(), next.data(), cells, row.data(),
+                                                   image.width());
                       });
 }
 

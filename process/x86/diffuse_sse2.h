@@ -1,10 +1,10 @@
 // Colour diffusion for SSE2.
 #pragma once
 
-#include "process/colour_window.h"
 #include "process/index_finder.h"
 #include "process/nearest_colour.h"
 #include "process/sixteen_colours.h"
+#include "process/wide_rows.h"
 
 namespace tq::process::x86 {
 
