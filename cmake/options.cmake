@@ -7,6 +7,14 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
+# Its results need no precompiled headers, which it would have to be told to trust.
+find_program(TQ_CCACHE ccache)
+if(TQ_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${TQ_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TQ_CCACHE})
+  set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+endif()
+
 # On in the presets. Off for whoever builds a package: another compiler has other warnings.
 option(TQ_WARNINGS_AS_ERRORS "Let a compiler's warning end the build" OFF)
 
