@@ -1,0 +1,117 @@
+#include "io/stream_writer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/memory_file.h"
+
+namespace tq {
+namespace {
+
+using test::Bytes;
+using test::MemoryFile;
+using testing::ElementsAre;
+
+constexpr std::int32_t kPiece = 10;
+
+Bytes text(std::string_view characters) {
+  return {characters.begin(), characters.end()};
+}
+
+// Everything that can be put, over the ends of several pieces.
+Status put_all(StreamWriter& out) {
+  out.put(std::string_view("12345678"));
+  out.put_le32(0x34333231);
+  out.put_be32(0x35363738);
+  out.put_le16(0x4241);
+  out.put_be16(0x4344);
+  out.put8('!');
+  out.fill(25, '.');
+  out.print("%d%s", -7, "end");
+  const std::span<std::uint8_t> room = out.room(3 * kPiece);
+  if (!room.empty()) {
+    std::fill(room.begin(), room.end(), std::uint8_t{'r'});
+    out.take(3 * kPiece - 1);
+  }
+  out.put(std::string_view("x"));
+  return out.flush();
+}
+const std::string kAll = "12345678" "12345678" "ABCD!" + std::string(25, '.') + "-7end" +
+                         std::string(3 * kPiece - 1, 'r') + "x";
+
+TEST(StreamWriter, PutsInOrderAcrossPieces) {
+  MemoryFile file;
+  StreamWriter out;
+  ASSERT_EQ(out.open(MemoryFile::kHandle, kPiece), kOk);
+  EXPECT_EQ(put_all(out), kOk);
+  EXPECT_EQ(file.bytes, text(kAll));
+  EXPECT_EQ(out.count(), std::ssize(kAll));
+}
+
+TEST(StreamWriter, BytesArriveInPiecesOfOneSize) {
+  MemoryFile file;
+  StreamWriter out;
+  ASSERT_EQ(out.open(MemoryFile::kHandle, kPiece), kOk);
+  out.put(Bytes(37, 1));
+  EXPECT_EQ(out.flush(), kOk);
+  EXPECT_THAT(file.counts, ElementsAre(10, 10, 10, 7));
+}
+
+// Whichever write comes short: write_failed, nothing behind it, and it stays so.
+TEST(StreamWriter, ShortWriteEndsTheWork) {
+  int writes = 1;
+  for (int failing = 0; failing < writes; ++failing) {
+    MemoryFile file;
+    file.failing_call = failing;
+    file.failure = failing % 2 == 0 ? -1 : 3;
+    StreamWriter out;
+    ASSERT_EQ(out.open(MemoryFile::kHandle, kPiece), kOk);
+    EXPECT_EQ(put_all(out), StatusCode::write_failed);
+    EXPECT_EQ(file.calls, failing + 1);
+    EXPECT_EQ(out.flush(), StatusCode::write_failed);
+    EXPECT_TRUE(out.room(1).empty());
+    EXPECT_EQ(file.calls, failing + 1);
+    if (failing == 0) {
+      MemoryFile whole;
+      StreamWriter again;
+      ASSERT_EQ(again.open(MemoryFile::kHandle, kPiece), kOk);
+      ASSERT_EQ(put_all(again), kOk);
+      writes = whole.calls;
+    }
+  }
+  EXPECT_GT(writes, 5);
+}
+
+TEST(StreamWriter, PatchesWhatHasBeenWritten) {
+  for (int failing = -1; failing < 5; ++failing) {
+    MemoryFile file(text("head"));
+    file.position = 4;
+    StreamWriter out;
+    ASSERT_EQ(out.open(MemoryFile::kHandle, kPiece), kOk);
+    out.put(std::string_view("0123456789abcde"));
+    file.calls = 0;
+    file.failing_call = failing;
+    const Status patched = out.patch(6, text("##"));
+    EXPECT_EQ(patched, failing < 0 ? kOk : StatusCode::write_failed) << failing;
+    if (patched.failed()) continue;
+    out.put8('f');
+    EXPECT_EQ(out.flush(), kOk);
+    EXPECT_EQ(file.bytes, text("head01##456789abcdef"));
+    EXPECT_EQ(out.count(), 16);
+  }
+}
+
+TEST(StreamWriter, PrintTooLongIsAFailure) {
+  MemoryFile file;
+  StreamWriter out;
+  ASSERT_EQ(out.open(MemoryFile::kHandle), kOk);
+  out.print("%*d", StreamWriter::kLongestPrint, 1);
+  EXPECT_EQ(out.status(), kOk);
+  out.print("%*d", StreamWriter::kLongestPrint + 1, 1);
+  EXPECT_EQ(out.flush(), StatusCode::write_failed);
+}
+
+}  // namespace
+}  // namespace tq
