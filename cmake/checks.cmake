@@ -1,6 +1,5 @@
 # Checks of the sources and of the built library, as tests.
 
-set(TQ_PYTHON /usr/bin/python3 CACHE FILEPATH "Python for the checks")
 option(TQ_STATIC_CHECKS "Register the checks that look at sources only" OFF)
 
 if(TQ_STATIC_CHECKS)
@@ -11,7 +10,7 @@ if(TQ_STATIC_CHECKS)
     LABELS static WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 endif()
 
-# Header, export list and built library name the same functions.
+# Header and built library name the same functions.
 set(tq_plain --plain)  # imports and initialisers of an instrumented build are not the library's own
 if(TQ_INSTRUMENTED)
   set(tq_plain)

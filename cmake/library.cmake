@@ -14,7 +14,7 @@ else()
   tq_add_layer(platform ${TQ_PLATFORM_SOURCES} ${TQ_PLATFORM_POSIX_SOURCES})
 endif()
 set(TQ_LAYERS tq_platform)
-foreach(layer core io formats process dispatch)
+foreach(layer core io formats process dispatch api)
   string(TOUPPER ${layer} upper)
   if(TQ_${upper}_SOURCES)
     tq_add_layer(${layer} ${TQ_${upper}_SOURCES})
@@ -47,7 +47,12 @@ if(NOT TQ_INSTRUMENTED)
 endif()
 
 if(WIN32)
-  set(TQ_DEF ${PROJECT_SOURCE_DIR}/tarnquill.def)
+  # The export list follows from the header: names with the bytes of their arguments.
+  set(TQ_DEF ${PROJECT_BINARY_DIR}/tarnquill.def)
+  add_custom_command(OUTPUT ${TQ_DEF}
+    COMMAND ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tools/check_exports.py --write-def ${TQ_DEF}
+    DEPENDS include/tarnquill.h tools/check_exports.py
+    VERBATIM)
   target_sources(tarnquill PRIVATE ${TQ_DEF})
   set_target_properties(tarnquill PROPERTIES PREFIX "" LINK_DEPENDS ${TQ_DEF})
   # The list names decorated symbols (name@bytes); the DLL's name table holds the bare names.

@@ -7,6 +7,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
+set(TQ_PYTHON /usr/bin/python3 CACHE FILEPATH "Python for the DLL's export list and the checks")
+
 # Its results need no precompiled headers, which it would have to be told to trust.
 find_program(TQ_CCACHE ccache)
 if(TQ_CCACHE)

@@ -34,12 +34,4 @@ class OpenFile {
   bool open_ = false;
 };
 
-// Opens a file for reading, asks something of it and closes it. cannot_open, or the answer.
-template <class Query>
-Status with_file(const char* name, Query&& query) {
-  OpenFile file;
-  TQ_TRY(file.open(name, OpenMode::read));
-  return query(file.handle());
-}
-
 }  // namespace tq

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Compares the public header, the export list of the DLL and what a built library exports.
+"""Compares the public header with what a built library exports, or writes the DLL's export list.
 
-    check_exports.py                               the header against tarnquill.def
     check_exports.py --library FILE [--tools PREFIX] [--plain]
-                                                   also against a .so or .dll; with --plain its
-                                                   imports and static initialisers are checked too
-    check_exports.py --write-def                   write tarnquill.def from the header
+                                    a .so or .dll against the header; with --plain its imports and
+                                    static initialisers are checked too
+    check_exports.py --write-def FILE
+                                    the list that the DLL is linked by: every name with the bytes of
+                                    its arguments on 32-bit Windows (name@bytes)
 
-Every name in tarnquill.def carries the bytes of its arguments on 32-bit Windows (name@bytes), here
-computed from the header's C declarations. Prints one line per difference; exit code 1 if there is any.
+Prints one line per difference; exit code 1 if there is any.
 """
 import argparse
 import pathlib
@@ -18,7 +18,6 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 HEADER = ROOT / "include" / "tarnquill.h"
-DEF = ROOT / "tarnquill.def"
 
 # Sizes on 32-bit Windows. Every argument takes a multiple of 4 bytes on the stack.
 SIZES = {
@@ -73,12 +72,6 @@ def read_header(path):
     return exports, complaints
 
 
-def read_def(path):
-    lines = [line.split(";")[0].strip() for line in path.read_text().splitlines()]
-    names = lines[lines.index("EXPORTS") + 1:]
-    return [name for name in names if name]
-
-
 def run(command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
@@ -119,19 +112,16 @@ def differences(left, left_name, right, right_name):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--header", type=pathlib.Path, default=HEADER)
-    parser.add_argument("--def", dest="list", type=pathlib.Path, default=DEF)
     parser.add_argument("--library", type=pathlib.Path)
     parser.add_argument("--tools", default="", help="prefix of objdump, nm and readelf")
     parser.add_argument("--plain", action="store_true")
-    parser.add_argument("--write-def", action="store_true")
+    parser.add_argument("--write-def", type=pathlib.Path)
     options = parser.parse_args()
 
     exports, complaints = read_header(options.header)
-    decorated = [f"{name}@{size}" for name, size in exports.items()]
     if options.write_def:
-        options.list.write_text("LIBRARY tarnquill.dll\nEXPORTS\n"
-                                + "".join(f"  {name}\n" for name in decorated))
-    complaints += differences(decorated, options.header.name, read_def(options.list), options.list.name)
+        options.write_def.write_text("LIBRARY tarnquill.dll\nEXPORTS\n" + "".join(
+            f"  {name}@{size}\n" for name, size in exports.items()))
     if options.library:
         complaints += differences(exports, options.header.name,
                                   exported(options.library, options.tools), options.library.name)

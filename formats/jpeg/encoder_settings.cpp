@@ -1,10 +1,9 @@
-// The encoder's settings, their setters and exports.
+// The encoder's settings and their setters.
 #include "formats/jpeg/encoder_settings.h"
 
 #include <algorithm>
 
 #include "formats/jpeg/jpeg.h"
-#include "include/tarnquill.h"
 
 namespace tq::formats {
 namespace {
@@ -46,13 +45,3 @@ void set_jpeg_sampling(std::int32_t horizontal, std::int32_t vertical) {
 }
 
 }  // namespace tq::formats
-
-std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {
-  tq::formats::set_jpeg_quality(quality);
-  return IMG_OK;
-}
-
-std::int32_t IMG_CALL IMGLOW_set_jpg_interleave(std::int32_t horizontal, std::int32_t vertical) {
-  tq::formats::set_jpeg_sampling(horizontal, vertical);
-  return IMG_OK;
-}

@@ -38,8 +38,11 @@ Status put_all(StreamWriter& out) {
   out.put(std::string_view("x"));
   return out.flush();
 }
-const std::string kAll = "12345678" "12345678" "ABCD!" + std::string(25, '.') + "-7end" +
-                         std::string(3 * kPiece - 1, 'r') + "x";
+const std::string kAll =
+    "12345678"
+    "12345678"
+    "ABCD!" +
+    std::string(25, '.') + "-7end" + std::string(3 * kPiece - 1, 'r') + "x";
 
 TEST(StreamWriter, PutsInOrderAcrossPieces) {
   MemoryFile file;

@@ -312,10 +312,12 @@ TEST(AllocationSweep, CoversEveryExport) {
   std::set<std::string> covered, exported;
   for (const Call& call : calls(material)) covered.insert(call.name);
   for (const ValueCall& call : value_calls()) covered.insert(call.name);
-  std::ifstream definitions("../tarnquill.def");
-  for (std::string line; std::getline(definitions, line);) {
-    const std::size_t start = line.find("IMG"), end = line.find('@');
-    if (start != std::string::npos) exported.insert(line.substr(start, end - start));
+  std::ifstream header("../include/tarnquill.h");
+  for (std::string line; std::getline(header, line);) {
+    const std::size_t declared = line.find("IMG_CALL IMG");
+    if (!line.starts_with("IMG_API") || declared == std::string::npos) continue;
+    const std::size_t name = declared + 9;
+    exported.insert(line.substr(name, line.find('(') - name));
   }
   EXPECT_GT(exported.size(), 50u);
   EXPECT_THAT(covered, testing::ContainerEq(exported));

@@ -1,7 +1,7 @@
 // Exports of the operations.
-#include "core/abi.h"
-#include "include/tarnquill.h"
 #include "process/process.h"
+#include "api/abi.h"
+#include "include/tarnquill.h"
 
 namespace {
 
@@ -9,7 +9,7 @@ using tq::process::ImageSource;
 
 template <class Operation>
 std::int32_t process(std::int32_t image, Operation&& operation) {
-  return tq::with_pixels(image, [&](tq::ImageRecord&) {
+  return tq::api::with_pixels(image, [&](tq::ImageRecord&) {
     ImageSource source(tq::ImageHandle{image});
     return operation(source);
   });

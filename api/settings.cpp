@@ -1,6 +1,7 @@
-// Exports that change the process-wide settings.
-#include "core/abi.h"
+// Exports that change settings: detection, decoding, progress, streams, modules.
 #include "core/settings.h"
+#include "api/abi.h"
+#include "core/plugin_modules.h"
 #include "include/tarnquill.h"
 
 using tq::settings;
@@ -96,7 +97,22 @@ std::int32_t IMG_CALL IMGLOW_get_auto_detect(std::int32_t code) {
 }
 
 std::int32_t IMG_CALL IMG_ifl_version(std::int32_t* major, std::int32_t* minor) {
-  tq::store(major, std::int32_t{8});
-  tq::store(minor, std::int32_t{3});
+  tq::api::store(major, std::int32_t{8});
+  tq::api::store(minor, std::int32_t{3});
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write, img_seek_fn seek) {
+  tq::set_caller_io(read, write, seek);
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMG_set_encrypt(std::int32_t on, std::int32_t key) {
+  tq::set_scrambling((on & 0xFF) != 0, static_cast<std::uint32_t>(key));
+  return IMG_OK;
+}
+
+std::int32_t IMG_CALL IMG_unload_plugins(void) {
+  tq::unload_plugins();
   return IMG_OK;
 }

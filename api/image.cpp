@@ -1,7 +1,7 @@
-// Exports on images: deletion, queries, crop rectangle, display values, pixels, palettes.
+// Exports on images: creation, deletion, queries, crop rectangle, display values, pixels, palettes.
 #include <cstring>
 
-#include "core/abi.h"
+#include "api/abi.h"
 #include "core/image_create.h"
 #include "core/rows.h"
 #include "core/run_storage.h"
@@ -12,17 +12,17 @@ using tq::ImageRecord;
 using tq::kOk;
 using tq::Status;
 using tq::StatusCode;
-using tq::with_image;
-using tq::with_pixels;
+using tq::api::with_image;
+using tq::api::with_pixels;
 
 namespace {
 
 void store_rect(const tq::Rect& rect, std::int32_t* x, std::int32_t* y, std::int32_t* width,
                 std::int32_t* height) {
-  tq::store(x, rect.x);
-  tq::store(y, rect.y);
-  tq::store(width, rect.width);
-  tq::store(height, rect.height);
+  tq::api::store(x, rect.x);
+  tq::api::store(y, rect.y);
+  tq::api::store(width, rect.width);
+  tq::api::store(height, rect.height);
 }
 
 // Reaching the right or bottom edge costs the last column or row; callers rely on it.
@@ -97,9 +97,9 @@ std::intptr_t IMG_CALL IMG_bitmap_info(std::int32_t image, std::int32_t* width,
   std::intptr_t address = 0;
   const std::int32_t result = with_pixels(image, [&](ImageRecord& record) {
     const tq::BitmapInfoHeader header = tq::header_of(record);
-    tq::store(width, header.biWidth);
-    tq::store(height, header.biHeight);
-    tq::store(bits, std::int32_t{header.biBitCount});
+    tq::api::store(width, header.biWidth);
+    tq::api::store(height, header.biHeight);
+    tq::api::store(bits, std::int32_t{header.biBitCount});
     address = reinterpret_cast<std::intptr_t>(record.dib);
     return kOk;
   });
