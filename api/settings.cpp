@@ -1,10 +1,8 @@
 // Exports that change settings: detection, decoding, progress, streams, modules.
-#include "core/settings.h"
 #include "api/abi.h"
+#include "core/context.h"
 #include "core/plugin_modules.h"
 #include "include/tarnquill.h"
-
-using tq::settings;
 
 namespace {
 
@@ -12,7 +10,7 @@ namespace {
 bool* detect_switch(std::int32_t code) {
   const std::int32_t base = tq::base_code(code);
   if (base < 0 || base >= tq::kSwitches) return nullptr;
-  return &settings().auto_detect[static_cast<std::size_t>(base)];
+  return &tq::context().settings.auto_detect[static_cast<std::size_t>(base)];
 }
 
 std::int32_t change_switch(std::int32_t code, bool on) {
@@ -27,7 +25,7 @@ std::int32_t change_switch(std::int32_t code, bool on) {
 
 std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn callback,
                                         std::int32_t enable) {
-  auto& progress = settings().progress;
+  auto& progress = tq::context().settings.progress;
   progress.on = enable != 0 && callback != nullptr;
   if (progress.on) {
     progress.call = callback;
@@ -37,48 +35,48 @@ std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn c
 }
 
 std::int32_t IMG_CALL IMGLOW_set_dispfunc(std::intptr_t a, std::intptr_t b) {
-  settings().display_functions = {a, b};
+  tq::context().settings.display_functions = {a, b};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decomp_reduction(std::int32_t bits) {
-  settings().decomp_reduction = bits;
+  tq::context().settings.decomp_reduction = bits;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decompsize(std::int32_t width, std::int32_t height) {
-  settings().decomp_size = {width, height};
+  tq::context().settings.decomp_size = {width, height};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decomp_rect(std::int32_t x, std::int32_t y, std::int32_t width,
                                              std::int32_t height) {
-  settings().decomp_rect = {x < 0 ? 0 : x, y < 0 ? 0 : y, width, height};
+  tq::context().settings.decomp_rect = {x < 0 ? 0 : x, y < 0 ? 0 : y, width, height};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_dithermode(std::int32_t mode) {
-  settings().dither_mode = mode;
+  tq::context().settings.dither_mode = mode;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_autocolor(std::int32_t flag) {
-  settings().auto_color = flag;
+  tq::context().settings.auto_color = flag;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_alias(std::int32_t value) {
-  settings().alias = value;
+  tq::context().settings.alias = value;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_alias_quality(std::int32_t value) {
-  settings().alias_quality = value;
+  tq::context().settings.alias_quality = value;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_wipedelay(std::int32_t delay) {
-  settings().wipe_delay = delay;
+  tq::context().settings.wipe_delay = delay;
   return IMG_OK;
 }
 

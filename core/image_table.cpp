@@ -5,26 +5,23 @@
 #include <new>
 #include <span>
 
+#include "core/context.h"
 #include "core/display_cache.h"
 
 namespace tq {
 namespace {
 
-struct ImageTable {
-  ImageRecord** records = nullptr;
-  std::int32_t in_use = 0;  // one past the highest handle that is given out
-  std::uint64_t next_serial = 1;
-  std::int32_t adopted = 0;  // images whose pixels came from a caller
-};
-constinit ImageTable table;
+ImageTable& table() {
+  return context().images;
+}
 
 ImageRecord*& entry(ImageHandle handle) {
-  return table.records[static_cast<std::int32_t>(handle)];
+  return table().records[static_cast<std::int32_t>(handle)];
 }
 
 bool names_image(ImageHandle handle) {
   const auto index = static_cast<std::int32_t>(handle);
-  return index >= 0 && index < table.in_use && table.records[index] != nullptr;
+  return index >= 0 && index < table().in_use && table().records[index] != nullptr;
 }
 
 Status allocate_table() {
@@ -32,22 +29,22 @@ Status allocate_table() {
   std::uint8_t* block = alloc_block(kBytes);
   if (block == nullptr) return StatusCode::out_of_memory;
   std::memset(block, 0, kBytes);
-  table.records = reinterpret_cast<ImageRecord**>(block);
+  table().records = reinterpret_cast<ImageRecord**>(block);
   return kOk;
 }
 
 // Gives trailing free entries back, and the table with the last image.
 void trim_table() {
-  while (table.in_use > 0 && table.records[table.in_use - 1] == nullptr) --table.in_use;
-  if (table.in_use > 0) return;
-  free_block(table.records);
-  table.records = nullptr;
+  while (table().in_use > 0 && table().records[table().in_use - 1] == nullptr) --table().in_use;
+  if (table().in_use > 0) return;
+  free_block(table().records);
+  table().records = nullptr;
 }
 
 void free_record(ImageHandle handle) {
   ImageRecord& image = *entry(handle);
   release_display_cache(image);
-  if (image.caller_owned) --table.adopted;
+  if (image.caller_owned) --table().adopted;
   free_block(image.run_table);
   free_block(&image);
   entry(handle) = nullptr;
@@ -56,8 +53,8 @@ void free_record(ImageHandle handle) {
 
 // Another image over the same pixels: a caller may register those of an image that exists.
 ImageRecord* sharer_of(const ImageRecord& image) {
-  if (table.adopted == 0) return nullptr;
-  for (ImageRecord* other : std::span(table.records, table.in_use)) {
+  if (table().adopted == 0) return nullptr;
+  for (ImageRecord* other : std::span(table().records, table().in_use)) {
     if (other != nullptr && other != &image && other->dib == image.dib) return other;
   }
   return nullptr;
@@ -70,24 +67,24 @@ void free_pixels(const ImageRecord& image) {
     free_block(image.dib);
   } else if (heir->caller_owned && !image.caller_owned) {
     heir->caller_owned = false;
-    --table.adopted;
+    --table().adopted;
   }
 }
 
 }  // namespace
 
 Status allocate_image_slot() {
-  if (table.records == nullptr) TQ_TRY(allocate_table());
+  if (table().records == nullptr) TQ_TRY(allocate_table());
   std::int32_t index = 0;
-  while (index < table.in_use && table.records[index] != nullptr) ++index;
+  while (index < table().in_use && table().records[index] != nullptr) ++index;
   std::uint8_t* block = index < kMostImages ? alloc_block(sizeof(ImageRecord)) : nullptr;
   if (block == nullptr) {
     trim_table();
     return StatusCode::out_of_memory;
   }
-  table.records[index] = new (block) ImageRecord;
-  table.records[index]->serial = table.next_serial++;
-  if (index == table.in_use) ++table.in_use;
+  table().records[index] = new (block) ImageRecord;
+  table().records[index]->serial = table().next_serial++;
+  if (index == table().in_use) ++table().in_use;
   return Status::from_raw(index);
 }
 
@@ -120,12 +117,12 @@ ImageRecord* find_image(ImageHandle handle, std::uint64_t serial) {
 void adopt_block(ImageRecord& image, std::uint8_t* dib) {
   image.dib = dib;
   image.caller_owned = true;
-  ++table.adopted;
+  ++table().adopted;
 }
 
 void replace_dib(ImageRecord& image, std::uint8_t* dib) {
   if (image.caller_owned) {
-    --table.adopted;
+    --table().adopted;
   } else {
     free_pixels(image);
   }

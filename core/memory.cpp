@@ -5,6 +5,8 @@
 #include <iterator>
 #include <utility>
 
+#include "core/context.h"
+
 namespace tq {
 namespace {
 
@@ -16,42 +18,30 @@ constexpr bool kReuse = !__has_feature(address_sanitizer);
 constexpr bool kReuse = true;
 #endif
 
-// Every operation replaces an image by one of the same size, so the same sizes come and go. Two
-// blocks cover an image and its successor.
-constexpr int kKeptBlocks = 2;
 constexpr std::size_t kSmallestKept = std::size_t{256} << 10;
 constexpr std::size_t kMostKept = std::size_t{256} << 20;  // bytes, all together
 
-struct KeptBlock {
-  void* block = nullptr;
-  std::size_t size = 0;
-};
+using KeptBlock = MemoryState::KeptBlock;
 
-struct MemoryState {
-  KeptBlock kept[kKeptBlocks];
-  std::int64_t live = 0, tracked = 0;
-  std::int64_t refuse_after = -1;
-  bool refused = false;
-  std::uint64_t largest = kLargestBlock;
-  int fill = -1;
-};
-constinit MemoryState state;
+MemoryState& state() {
+  return context().memory;
+}
 
 bool refuse_this_one() {
-  if (state.refuse_after < 0 || state.refuse_after-- > 0) return false;
-  state.refused = true;
+  if (state().refuse_after < 0 || state().refuse_after-- > 0) return false;
+  state().refused = true;
   return true;
 }
 
 // Bytes `from` to `size` are fresh.
 void fill_fresh_bytes(void* block, std::size_t from, std::size_t size) {
-  if (state.fill < 0 || from >= size) return;
-  std::memset(static_cast<std::uint8_t*>(block) + from, state.fill, size - from);
+  if (state().fill < 0 || from >= size) return;
+  std::memset(static_cast<std::uint8_t*>(block) + from, state().fill, size - from);
 }
 
 // Freed already: a caller's stale address must not be handed out twice.
 bool is_kept(const void* block) {
-  return std::any_of(std::begin(state.kept), std::end(state.kept),
+  return std::any_of(std::begin(state().kept), std::end(state().kept),
                      [&](const KeptBlock& kept) { return kept.block == block; });
 }
 
@@ -59,14 +49,14 @@ bool keep_block(void* block, std::size_t size) {
   if (!kReuse || size < kSmallestKept || size > kMostKept) return false;
   std::size_t kept_bytes = size;
   KeptBlock* place = nullptr;
-  for (KeptBlock& kept : state.kept) {
+  for (KeptBlock& kept : state().kept) {
     kept_bytes += kept.size;
     if (kept.block == nullptr) place = &kept;
   }
   if (place == nullptr || kept_bytes > kMostKept) {
     // The newest size is the one that will be asked for.
     release_kept_blocks();
-    place = &state.kept[0];
+    place = &state().kept[0];
   }
   *place = {block, size};
   return true;
@@ -74,7 +64,7 @@ bool keep_block(void* block, std::size_t size) {
 
 // A kept block of this size, or somewhat larger and cut to it.
 void* take_kept_block(std::size_t size) {
-  for (KeptBlock& kept : state.kept) {
+  for (KeptBlock& kept : state().kept) {
     if (kept.block == nullptr || kept.size < size || kept.size - size > kept.size / 8) continue;
     const KeptBlock found = std::exchange(kept, {});
     if (found.size == size) return found.block;
@@ -92,7 +82,7 @@ __attribute__((destructor)) void release_at_unload() {
 }  // namespace
 
 std::uint8_t* alloc_block(std::uint64_t size) {
-  if (size > state.largest || refuse_this_one()) return nullptr;
+  if (size > state().largest || refuse_this_one()) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
   void* block = bytes >= kSmallestKept ? take_kept_block(bytes) : nullptr;
   if (block == nullptr) block = platform::block_alloc(bytes);
@@ -101,15 +91,15 @@ std::uint8_t* alloc_block(std::uint64_t size) {
     block = platform::block_alloc(bytes);
   }
   if (block == nullptr) return nullptr;
-  ++state.live;
+  ++state().live;
   fill_fresh_bytes(block, 0, bytes);
   return static_cast<std::uint8_t*>(block);
 }
 
 std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
-  if (size > state.largest || refuse_this_one()) return nullptr;
+  if (size > state().largest || refuse_this_one()) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
-  const std::size_t before = state.fill < 0 ? bytes : platform::block_size(block);
+  const std::size_t before = state().fill < 0 ? bytes : platform::block_size(block);
   void* moved = platform::block_resize(block, bytes);
   if (moved == nullptr) {
     release_kept_blocks();
@@ -122,12 +112,12 @@ std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
 void free_block(void* block) {
   const std::size_t size = platform::block_size(block);
   if (size == 0 || is_kept(block)) return;
-  --state.live;
+  --state().live;
   if (!keep_block(block, size)) platform::block_free(block);
 }
 
 void release_kept_blocks() {
-  for (KeptBlock& kept : state.kept) platform::block_free(std::exchange(kept, {}).block);
+  for (KeptBlock& kept : state().kept) platform::block_free(std::exchange(kept, {}).block);
 }
 
 GlobalBlock::GlobalBlock(GlobalBlock&& other) noexcept
@@ -146,7 +136,7 @@ GlobalBlock::~GlobalBlock() {
 void GlobalBlock::reset() {
   if (data_ == nullptr) return;
   free_block(data_);
-  --state.tracked;
+  --state().tracked;
   data_ = nullptr;
   size_ = 0;
 }
@@ -156,7 +146,7 @@ Status GlobalBlock::allocate(std::uint64_t size) {
   data_ = alloc_block(size);
   if (data_ == nullptr) return StatusCode::out_of_memory;
   size_ = static_cast<std::size_t>(size);
-  ++state.tracked;
+  ++state().tracked;
   return kOk;
 }
 
@@ -170,7 +160,7 @@ Status GlobalBlock::resize(std::uint64_t size) {
 }
 
 std::uint8_t* GlobalBlock::release() {
-  if (data_ != nullptr) --state.tracked;
+  if (data_ != nullptr) --state().tracked;
   size_ = 0;
   return std::exchange(data_, nullptr);
 }
@@ -178,23 +168,23 @@ std::uint8_t* GlobalBlock::release() {
 namespace memory_probe {
 
 void refuse_after(std::int64_t count) {
-  state.refuse_after = count;
-  state.refused = false;
+  state().refuse_after = count;
+  state().refused = false;
 }
 bool refused() {
-  return state.refused;
+  return state().refused;
 }
 void refuse_above(std::uint64_t bytes) {
-  state.largest = std::min(bytes, kLargestBlock);
+  state().largest = std::min(bytes, kLargestBlock);
 }
 void fill_fresh(int byte) {
-  state.fill = byte;
+  state().fill = byte;
 }
 std::int64_t live_blocks() {
-  return state.live;
+  return state().live;
 }
 std::int64_t tracked_blocks() {
-  return state.tracked;
+  return state().tracked;
 }
 
 }  // namespace memory_probe

@@ -1,15 +1,15 @@
 // Detection walks the table; the first format that is switched on and passes its test is the one.
 #include "dispatch/detect.h"
 
+#include "core/context.h"
 #include "core/licence.h"
-#include "core/settings.h"
 #include "dispatch/refine.h"
 
 namespace tq::dispatch {
 namespace {
 
 bool switched_on(const FileType& type) {
-  return settings().auto_detect[static_cast<std::size_t>(type.detect_switch)];
+  return context().settings.auto_detect[static_cast<std::size_t>(type.detect_switch)];
 }
 
 // The variant of a base format; other codes stay as they are.

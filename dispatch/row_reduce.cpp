@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "process/grey.h"
 #include "process/nearest_colour.h"
 #include "process/sixteen_colours.h"
@@ -30,9 +30,9 @@ int dithered_level(int value, int levels, int t) {
 }  // namespace
 
 void RowReducer::choose(const HeaderBlock& source) {
-  const std::int32_t target = settings().decomp_reduction;
+  const std::int32_t target = context().settings.decomp_reduction;
   bits_ = lowers(target, source.header.biBitCount) ? target : 0;
-  plain_thresholds_ = settings().dither_mode == 2;
+  plain_thresholds_ = context().settings.dither_mode == 2;
 }
 
 const Rgb* RowReducer::palette() const {

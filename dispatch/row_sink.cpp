@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/context.h"
 #include "core/image_table.h"
 #include "core/licence.h"
 #include "core/palettes.h"
 #include "core/run_storage.h"
-#include "core/settings.h"
 #include "dispatch/row_resize.h"
 
 namespace tq::dispatch {
@@ -26,7 +26,7 @@ bool cuts(std::int32_t from, std::int32_t edge, std::int32_t side) {
 
 // Callbacks into the caller may look at the image while it is being decoded.
 bool callers_can_look() {
-  return settings().progress.on || caller_io_installed();
+  return context().settings.progress.on || caller_io_installed();
 }
 
 }  // namespace
@@ -81,8 +81,8 @@ ImageShape ImageSink::choose_shape() {
                    .height = header.biHeight,
                    .bits = header.biBitCount,
                    .compression = header.biCompression};
-  const Size size = settings().decomp_size;
-  const Rect rect = settings().decomp_rect;
+  const Size size = context().settings.decomp_size;
+  const Rect rect = context().settings.decomp_rect;
   fit_ = Fit::whole;
   left_ = top_ = 0;
   if (size.width >= 1 && size.height >= 1) {

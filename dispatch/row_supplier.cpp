@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
+#include "core/context.h"
 #include "core/image_table.h"
 #include "core/rows.h"
 #include "core/run_storage.h"
-#include "core/settings.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {

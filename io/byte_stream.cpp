@@ -12,19 +12,8 @@ namespace {
 
 constexpr std::int32_t kUnknownLimit = 0x70000000;
 
-struct Streams {
-  img_read_fn read = nullptr;
-  img_write_fn write = nullptr;
-  img_seek_fn seek = nullptr;
-  MemoryStreamState memory;
-  int works = 0;  // one inside the other
-  bool scrambled = false;
-  std::uint8_t key = 0;
-};
-
-Streams& streams() {
-  static constinit Streams state;
-  return state;
+StreamState& streams() {
+  return context().streams;
 }
 
 std::int32_t count_of(std::span<const std::uint8_t> bytes) {
@@ -181,20 +170,20 @@ StreamWork::StreamWork() : before_(streams().memory) {
 }
 
 StreamWork::~StreamWork() {
-  Streams& state = streams();
+  StreamState& state = streams();
   // The outermost work leaves the stream open; callers rely on it.
   if (--state.works > 0) state.memory = before_;
 }
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek) {
-  Streams& state = streams();
+  StreamState& state = streams();
   state.read = read;
   state.write = write;
   state.seek = seek;
 }
 
 bool caller_io_installed() {
-  const Streams& state = streams();
+  const StreamState& state = streams();
   return state.read != nullptr || state.write != nullptr || state.seek != nullptr;
 }
 
@@ -205,7 +194,7 @@ void set_scrambling(bool on, std::uint32_t key) {
 }
 
 std::span<const std::uint8_t> memory_rest(StreamHandle stream) {
-  const Streams& state = streams();
+  const StreamState& state = streams();
   const bool as_it_lies = reads_memory(stream) && state.seek == nullptr && !state.scrambled;
   const std::int32_t left = as_it_lies ? memory_left() : 0;
   if (left == 0) return {};

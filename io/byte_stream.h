@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "core/context.h"
 #include "core/status.h"
 #include "include/tarnquill.h"
 
@@ -44,15 +45,6 @@ void open_memory_stream(void* block, std::size_t size);
 std::int32_t memory_position();
 void set_memory_position(std::int32_t position);
 std::uint32_t memory_openings();  // how often the stream was opened: whether it still is the same
-
-// Where the memory stream stands.
-struct MemoryStreamState {
-  std::uint8_t* block = nullptr;
-  std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
-  std::int32_t limit = 0;
-  bool limit_is_known = true;
-  std::uint32_t openings = 0;
-};
 
 // Work of an export on streams. Work that a callback of other work begins leaves the memory stream
 // as it found it: the other one goes on reading and writing its own block. Without it, rows would

@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/settings.h"
+#include "core/context.h"
 
 namespace tq {
 
 std::int64_t read_chunk_bytes(std::int64_t file_row_bytes) {
-  const std::int64_t budget = std::max<std::int64_t>(settings().read_budget, 1);
+  const std::int64_t budget = std::max<std::int64_t>(context().settings.read_budget, 1);
   const std::int64_t row = std::max<std::int64_t>(file_row_bytes, 1);
   return std::max<std::int64_t>(budget / row, 1) * row;
 }

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "process/kernels.h"
 
 namespace tq::process {

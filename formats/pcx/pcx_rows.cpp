@@ -3,14 +3,14 @@
 
 #include <algorithm>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "formats/pcx/pcx_runs.h"
 
 namespace tq::formats {
 namespace {
 
 std::int64_t chunk_bytes(std::int64_t line_bytes) {
-  const std::int64_t budget = settings().read_budget;
+  const std::int64_t budget = context().settings.read_budget;
   return line_bytes > budget ? 4 * line_bytes : budget;
 }
 

@@ -4,8 +4,8 @@
 #include <climits>
 #include <cstring>
 
+#include "core/context.h"
 #include "core/licence.h"
-#include "core/settings.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"

@@ -1,5 +1,5 @@
 // The process-wide settings as callers set and see them.
-#include "core/settings.h"
+#include "core/context.h"
 
 #include <gmock/gmock.h>
 

@@ -8,9 +8,9 @@
 #include <climits>
 #include <numeric>
 
+#include "core/context.h"
 #include "core/licence.h"
 #include "core/palettes.h"
-#include "core/settings.h"
 #include "tests/support/fed_sink.h"
 #include "tests/support/library_test.h"
 
@@ -64,7 +64,7 @@ int lowered_bits(int setting, int source) {
 }
 
 std::uint32_t lowered(const Colour& c, int bits, std::int32_t x, std::int32_t y) {
-  const bool plain = settings().dither_mode == 2;
+  const bool plain = context().settings.dither_mode == 2;
   const int t = threshold(x, y);
   if (bits == 1) {
     return (30 * c.red + 59 * c.green + 11 * c.blue) / 100 > (plain ? 127 : t) ? 1 : 0;
@@ -104,10 +104,10 @@ struct Expected {
 
 // The picture that results from rows delivered in this order.
 Expected expected_image(const Source& source, const std::vector<std::int32_t>& order) {
-  const Size size = settings().decomp_size;
-  const Rect rect = settings().decomp_rect;
+  const Size size = context().settings.decomp_size;
+  const Rect rect = context().settings.decomp_rect;
   Expected e{source.width(), source.height(), 0, source.bits() == 1, {}};
-  e.bits = lowered_bits(settings().decomp_reduction, source.bits());
+  e.bits = lowered_bits(context().settings.decomp_reduction, source.bits());
   const bool sized = size.width > 0 && size.height > 0;
   const bool scaled = sized && source.width() > size.width && source.height() > size.height;
   std::int32_t left = 0, top = 0;
@@ -236,13 +236,14 @@ std::vector<std::int32_t> delivery_order(Random& random, std::int32_t height) {
 void expect_decodes_as_modelled(Random& random, const Source& source, bool converted) {
   const std::vector<std::int32_t> order = delivery_order(random, source.height());
   const Expected expected = expected_image(source, order);
-  const Size size = settings().decomp_size;
-  const Rect rect = settings().decomp_rect;
+  const Size size = context().settings.decomp_size;
+  const Rect rect = context().settings.decomp_rect;
   SCOPED_TRACE(testing::Message() << source.width() << 'x' << source.height() << 'x'
                                   << source.bits() << " size " << size.width << 'x' << size.height
                                   << " rect " << rect.x << ',' << rect.y << ',' << rect.width << ','
-                                  << rect.height << " reduction " << settings().decomp_reduction
-                                  << " dither " << settings().dither_mode);
+                                  << rect.height << " reduction "
+                                  << context().settings.decomp_reduction << " dither "
+                                  << context().settings.dither_mode);
   FedSink sink;
   const OnProgress progress([&](std::int32_t) {
     if (!converted || expected.bits != 1 || random.chance(50)) return 0;
@@ -274,7 +275,7 @@ void expect_decodes_as_modelled(Random& random, const Source& source, bool conve
     palette.resize(static_cast<std::size_t>(entries));
     const Rgb* from = source.block.palette.data();
     if (is_reduced) {
-      from = expected.bits == 8   ? fixed_palette(settings().dither_mode).data()
+      from = expected.bits == 8   ? fixed_palette(context().settings.dither_mode).data()
              : expected.bits == 4 ? sixteen_colours().data()
                                   : black_and_white().data();
     }
@@ -286,7 +287,7 @@ TEST_F(RowSink, GivesThePictureThatTheSettingsAskFor) {
   Random random(11);
   const std::vector<int> depths = {1, 1, 4, 8, 16, 24, 32};
   for (int round = 0; round < 3000; ++round) {
-    settings() = Settings{};
+    context().settings = Settings{};
     const std::int32_t width = random.between(1, 70), height = random.between(1, 24);
     const Source source = random_source(random, width, height, random.pick(depths));
     if (random.chance(50)) {

@@ -12,7 +12,7 @@
 #include <set>
 #include <tuple>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "dispatch/row_supplier.h"
 #include "tests/support/bmp_file.h"
 #include "tests/support/fed_sink.h"

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "formats/bmp/bmp.h"
 #include "tests/support/codec_runs.h"
 #include "tests/support/guarded_block.h"
@@ -88,7 +88,7 @@ std::vector<Variant> variants() {
 // From memory that ends with the image, and from a stream that has it at an offset or where it
 // stands.
 TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
-  settings().read_budget = 1;  // a row at a time
+  context().settings.read_budget = 1;  // a row at a time
   for (const Variant& variant : variants()) {
     SCOPED_TRACE(variant.name);
     const Bytes file = bmp_file(variant.file);

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "formats/bmp/bmp.h"
 #include "tests/support/codec_runs.h"
 #include "tests/support/digest.h"
@@ -101,7 +101,8 @@ TEST(BmpRleDecode, AgreesWithTheModelOnRandomCutOffAndHostileCodes) {
                                  shape.bits == 4 ? 2u : 1u, grey_palette(1 << shape.bits), codes});
     ASSERT_EQ(decoded(formats::decode_bmp, file).rows, expected) << "round " << round;
 
-    settings().read_budget = 1 + static_cast<int>(random() % 700);  // chunks end within codes
+    context().settings.read_budget =
+        1 + static_cast<int>(random() % 700);  // chunks end within codes
     const MemoryFile stream(file);
     CollectingSink from_caller;
     ASSERT_EQ(formats::decode_bmp({MemoryFile::kHandle, 0, from_caller.sink()}), kOk);

@@ -1,7 +1,7 @@
 // What is written for each depth, byte by byte; that it reads back; what is refused.
 #include <gmock/gmock.h>
 
-#include "core/settings.h"
+#include "core/context.h"
 #include "formats/pcx/pcx.h"
 #include "platform/cpu.h"
 #include "tests/support/codec_runs.h"
@@ -88,7 +88,8 @@ TEST(PcxEncode, ReadsBackAndIsTheSameOnEveryProcessor) {
     for (int width = 1; width <= 260; width += width < 70 ? 1 : 19) {
       SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
       const Rows rows = rows_of_all_kinds(width, bits);
-      settings().read_budget = width < 70 ? width + 1 : 30000;  // runs cross from chunk to chunk
+      context().settings.read_budget =
+          width < 70 ? width + 1 : 30000;  // runs cross from chunk to chunk
       Bytes portable;
       for (const bool fast : {false, true}) {
         platform::mask_cpu_features({fast, fast, fast, fast, fast});

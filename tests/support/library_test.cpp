@@ -1,15 +1,15 @@
 #include "tests/support/library_test.h"
 
+#include "core/context.h"
 #include "core/image_table.h"
 #include "core/licence.h"
-#include "core/settings.h"
 #include "io/byte_stream.h"
 
 namespace tq::test {
 namespace {
 
 void reset_library() {
-  settings() = Settings{};
+  context().settings = Settings{};
   set_caller_io(nullptr, nullptr, nullptr);
   set_scrambling(false, 0);
   set_licence_check(nullptr);

@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
+#include "core/context.h"
 #include "core/memory.h"
-#include "core/settings.h"
 #include "io/byte_stream.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"

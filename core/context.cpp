@@ -1,15 +1,19 @@
-// The settings and the progress report.
-#include "core/settings.h"
+// The context and the progress report.
+#include "core/context.h"
 
 namespace tq {
+namespace {
 
-Settings& settings() {
-  static constinit Settings values;
-  return values;
+constinit Context the_context;
+
+}  // namespace
+
+Context& context() {
+  return the_context;
 }
 
 Status report_progress(std::int32_t value) {
-  const auto& progress = settings().progress;
+  const auto& progress = context().settings.progress;
   if (!progress.on) return kOk;
   const std::int32_t answer = progress.call(progress.context, value);
   return answer < 0 ? Status::from_raw(answer) : kOk;

@@ -1,0 +1,114 @@
+// All state that belongs to a caller: what stays from one call of the interface to the next. What
+// is the process's own (the register of live blocks, loaded modules, the processor's features, the
+// licence check) stands elsewhere.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/image_record.h"
+#include "include/tarnquill.h"
+
+namespace tq {
+
+inline constexpr int kSwitches = 67;
+
+constexpr std::array<bool, kSwitches> all_but_text() {
+  std::array<bool, kSwitches> on{};
+  on.fill(true);
+  on[IMG_TYPE_TEXT] = false;  // almost any ten printable bytes would pass
+  on[66] = false;
+  return on;
+}
+
+struct Settings {
+  struct {
+    img_progress_fn call = nullptr;
+    std::intptr_t context = 0;
+    bool on = false;
+  } progress;
+  std::int32_t decomp_reduction = 0;
+  Size decomp_size;
+  Rect decomp_rect;
+  std::int32_t dither_mode = 1;
+  std::array<bool, kSwitches> auto_detect = all_but_text();  // by file type code
+  std::int32_t read_budget = 30000;                          // bytes that a decoder reads at a time
+  // Kept for the display layer.
+  std::array<std::intptr_t, 2> display_functions{};
+  std::int32_t auto_color = 0, alias = 0, alias_quality = 0, wipe_delay = 0;
+};
+
+// Where the memory stream stands.
+struct MemoryStreamState {
+  std::uint8_t* block = nullptr;
+  std::int32_t position = 0;  // as callers set it: maybe negative or behind the limit
+  std::int32_t limit = 0;
+  bool limit_is_known = true;
+  std::uint32_t openings = 0;
+};
+
+struct StreamState {
+  img_read_fn read = nullptr;  // the caller's own functions, or null
+  img_write_fn write = nullptr;
+  img_seek_fn seek = nullptr;
+  MemoryStreamState memory;
+  int works = 0;  // of exports on streams, one inside the other
+  bool scrambled = false;
+  std::uint8_t key = 0;
+};
+
+struct ImageTable {
+  ImageRecord** records = nullptr;  // a block while there are images
+  std::int32_t in_use = 0;          // one past the highest handle that is given out
+  std::uint64_t next_serial = 1;
+  std::int32_t adopted = 0;  // images whose pixels came from a caller
+};
+
+struct MemoryState {
+  struct KeptBlock {
+    void* block = nullptr;
+    std::size_t size = 0;
+  };
+  // Every operation replaces an image by one of the same size, so the same sizes come and go. Two
+  // blocks cover an image and its successor.
+  std::array<KeptBlock, 2> kept;
+  std::int64_t live = 0, tracked = 0;
+  std::int64_t refuse_after = -1;
+  bool refused = false;
+  std::uint64_t largest = kLargestBlock;
+  int fill = -1;
+};
+
+struct Context {
+  Settings settings;
+  StreamState streams;
+  ImageTable images;
+  MemoryState memory;
+};
+
+Context& context();
+
+// The code whose auto-detect switch `code` shares: compression variants share their format's.
+constexpr std::int32_t base_code(std::int32_t code) {
+  switch (code) {
+    case 7:
+    case 8:
+    case 9:
+    case 10:
+    case 16:
+    case 17:
+    case 40:
+      return 0;
+    case 12:
+      return 1;
+    default:
+      return code;
+  }
+}
+
+// Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is
+// the result.
+Status report_progress(std::int32_t value);
+
+}  // namespace tq
