@@ -1,10 +1,11 @@
-// Exports that say what a file is, how many pages it has and what its header tells.
+// Exports that describe the formats, and say what a file is, how many pages it has and what its
+// header tells.
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "api/abi.h"
-#include "dispatch/detect.h"
-#include "dispatch/file_info.h"
-#include "dispatch/pages.h"
+#include "dispatch/dispatch.h"
 #include "include/tarnquill.h"
 
 using tq::Status;
@@ -13,7 +14,10 @@ using tq::api::with_file;
 using tq::api::with_memory;
 using tq::api::with_stream;
 using tq::dispatch::file_type_code;
-using tq::dispatch::PageQuery;
+using tq::formats::FileType;
+using tq::formats::kMultiPage;
+using tq::formats::kUnreported;
+using tq::formats::PageQuery;
 
 namespace {
 
@@ -31,7 +35,41 @@ auto info(void* header_out) {
   };
 }
 
+template <std::size_t kSize>
+void copy_text(std::string_view text, char (&field)[kSize]) {
+  std::fill(std::copy(text.begin(), text.end(), field), field + kSize, '\0');
+}
+
+// `read_by` is the format that `type` is a variant of, or itself.
+std::int32_t flags_of(const FileType& type, const FileType& read_by) {
+  std::int32_t flags = 0;
+  const auto set = [&](bool condition, std::int32_t flag) { flags |= condition ? flag : 0; };
+  set(read_by.decode != nullptr, IMG_FORMAT_READS);
+  set(type.encode != nullptr, IMG_FORMAT_WRITES);
+  set(read_by.count_pages != nullptr || (type.traits & kMultiPage) != 0, IMG_FORMAT_PAGES);
+  set(type.encode != nullptr && (type.traits & kMultiPage) != 0, IMG_FORMAT_APPENDS);
+  set(read_by.test != nullptr && (type.traits & kUnreported) == 0, IMG_FORMAT_DETECTED);
+  set(type.available != nullptr && type.available().failed(), IMG_FORMAT_MODULE);
+  return flags;
+}
+
 }  // namespace
+
+std::int32_t IMG_CALL IMG_get_format(std::int32_t index, img_format* format) {
+  const std::span<const FileType> types = tq::dispatch::file_types();
+  if (index < 0 || index >= std::ssize(types) || format == nullptr) return IMG_UNSUPPORTED;
+  if (format->size < static_cast<std::int32_t>(sizeof *format)) return IMG_UNSUPPORTED;
+  const FileType& type = types[index];
+  const FileType* read_by = type.variant_of < 0 ? &type : tq::dispatch::find_code(type.variant_of);
+  format->code = type.code;
+  format->flags = flags_of(type, *read_by);
+  format->read_depths = read_by->read_depths;
+  format->write_depths = type.write_depths;
+  copy_text(type.name, format->name);
+  copy_text(type.title, format->title);
+  copy_text(type.ending, format->extension);
+  return IMG_OK;
+}
 
 std::int32_t IMG_CALL IMGLOW_get_filetype(const char* name) {
   return with_file(name, file_type_code);
@@ -47,16 +85,16 @@ std::int32_t IMG_CALL IMGLOW_get_filetype_block(const void* block, std::size_t s
 }
 
 std::int32_t IMG_CALL IMGLOW_get_pages(const char* name) {
-  return with_file(name, pages(PageQuery::by_name));
+  return with_file(name, pages(tq::formats::kByFileName));
 }
 std::int32_t IMG_CALL IMGLOW_get_pages_fd(std::int32_t stream) {
-  return with_stream(stream, pages(PageQuery::by_handle));
+  return with_stream(stream, pages(tq::formats::kByHandle));
 }
 std::int32_t IMG_CALL IMGLOW_get_pages_mem(void* block) {
-  return with_memory(block, pages(PageQuery::in_memory));
+  return with_memory(block, pages(tq::formats::kInMemory));
 }
 std::int32_t IMG_CALL IMGLOW_get_pages_block(const void* block, std::size_t size) {
-  return with_memory(block, size, pages(PageQuery::in_memory));
+  return with_memory(block, size, pages(tq::formats::kInMemory));
 }
 
 std::int32_t IMG_CALL IMGLOW_get_fileinfo(const char* name, void* header) {

@@ -1,6 +1,6 @@
 // Exports that decode: into images, or into a caller's callbacks.
 #include "api/abi.h"
-#include "dispatch/decode.h"
+#include "dispatch/dispatch.h"
 #include "include/tarnquill.h"
 
 using tq::Status;

@@ -2,13 +2,14 @@
 #include "api/abi.h"
 #include "core/context.h"
 #include "core/plugin_modules.h"
+#include "dispatch/file_types.h"
 #include "include/tarnquill.h"
 
 namespace {
 
 // The switch of a file type code, or null.
 bool* detect_switch(std::int32_t code) {
-  const std::int32_t base = tq::base_code(code);
+  const std::int32_t base = tq::dispatch::switch_of(code);
   if (base < 0 || base >= tq::kSwitches) return nullptr;
   return &tq::context().settings.auto_detect[static_cast<std::size_t>(base)];
 }

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "api/abi.h"
-#include "dispatch/save.h"
+#include "dispatch/dispatch.h"
 #include "formats/jpeg/jpeg.h"
 #include "include/tarnquill.h"
 

@@ -89,24 +89,6 @@ struct Context {
 
 Context& context();
 
-// The code whose auto-detect switch `code` shares: compression variants share their format's.
-constexpr std::int32_t base_code(std::int32_t code) {
-  switch (code) {
-    case 7:
-    case 8:
-    case 9:
-    case 10:
-    case 16:
-    case 17:
-    case 40:
-      return 0;
-    case 12:
-      return 1;
-    default:
-      return code;
-  }
-}
-
 // Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is
 // the result.
 Status report_progress(std::int32_t value);

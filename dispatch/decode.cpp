@@ -1,14 +1,18 @@
-// Detect, look up, call; and the same with an image at the end.
-#include "dispatch/decode.h"
-
+// Detect, look up, call; with an image at the end, or stopped at the header.
 #include "core/image_table.h"
-#include "dispatch/detect.h"
+#include "dispatch/dispatch.h"
 #include "dispatch/row_sink.h"
 
 namespace tq::dispatch {
 namespace {
 
-constexpr std::uint32_t kPageFlag = 0x80000000;
+// Pages are numbers of 31 bits. An offset below 0 is taken as one, too; callers rely on it.
+constexpr std::int32_t kPageBits = 0x7FFFFFFF;
+
+std::int32_t IMG_CB_C take_header(void* block, void* context) {
+  *static_cast<BitmapInfoHeader*>(context) = static_cast<const HeaderBlock*>(block)->header;
+  return IMG_STOP_AFTER_HEADER;
+}
 
 }  // namespace
 
@@ -18,12 +22,14 @@ Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t pa
   const FileType* found = nullptr;
   TQ_TRY(detect(stream, found));
   if (found == nullptr || found->decode == nullptr) return StatusCode::unsupported;
-  auto offset_or_page = static_cast<std::uint32_t>(offset);
+  formats::DecodeRequest request{.stream = stream, .offset = offset, .sink = sink};
   if (page != 0) {
     seek(stream, offset, Origin::start);
-    offset_or_page = static_cast<std::uint32_t>(page) | kPageFlag;
+    request.page = page & kPageBits;
+  } else if (offset < 0) {
+    request.page = offset & kPageBits;
   }
-  const Status decoded = found->decode({stream, offset_or_page, sink});
+  const Status decoded = found->decode(request);
   return decoded.failed() ? decoded : kOk;
 }
 
@@ -37,6 +43,19 @@ Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page)
   TQ_TRY(decoded);
   TQ_TRY(sink.finish());
   return slot.keep();
+}
+
+Status file_info(StreamHandle stream, BitmapInfoHeader& header) {
+  header = {};
+  const formats::RowSink sink{.on_header = take_header, .context = &header};
+  const Status decoded = dispatch_decode(stream, 0, 0, sink);
+  return decoded == StatusCode::stop_after_header ? kOk : decoded;
+}
+
+Status image_orientation(StreamHandle stream) {
+  const FileType* found = nullptr;
+  TQ_TRY(detect(stream, found));
+  return StatusCode::unsupported;  // the formats that know it have no decoder
 }
 
 }  // namespace tq::dispatch

@@ -1,29 +1,13 @@
 // Detection walks the table; the first format that is switched on and passes its test is the one.
-#include "dispatch/detect.h"
-
 #include "core/context.h"
 #include "core/licence.h"
-#include "dispatch/refine.h"
+#include "dispatch/dispatch.h"
 
 namespace tq::dispatch {
 namespace {
 
 bool switched_on(const FileType& type) {
-  return context().settings.auto_detect[static_cast<std::size_t>(type.detect_switch)];
-}
-
-// The variant of a base format; other codes stay as they are.
-Status refine(StreamHandle stream, std::int32_t code) {
-  switch (code) {
-    case IMG_TYPE_TIFF:
-      return refine_tiff(stream);
-    case IMG_TYPE_BMP:
-      return refine_bmp(stream);
-    case IMG_TYPE_GIF:
-      return refine_gif(stream);
-    default:
-      return Status::from_raw(code);
-  }
+  return context().settings.auto_detect[switch_of(type)];
 }
 
 }  // namespace
@@ -32,7 +16,7 @@ Status detect(StreamHandle stream, const FileType*& found) {
   found = nullptr;
   TQ_TRY(check_licence());
   Probe probe{.bytes = {}, .stream = stream};
-  if (read(stream, probe.bytes) < kProbeBytes) return kOk;
+  if (read(stream, probe.bytes) < Probe::kBytes) return kOk;
   for (const FileType& type : file_types()) {
     if (type.test == nullptr || !switched_on(type) || !type.test(probe)) continue;
     found = &type;
@@ -48,10 +32,24 @@ Status file_type_code(StreamHandle stream) {
   const Status detected = detect(stream, found);
   seek(stream, start, Origin::start);
   TQ_TRY(detected);
-  if (found == nullptr || (found->traits & kUnreported) != 0) return StatusCode::unsupported;
-  const Status code = refine(stream, found->code);
+  if (found == nullptr || (found->traits & formats::kUnreported) != 0) {
+    return StatusCode::unsupported;
+  }
+  if (found->find_variant == nullptr) return Status::from_raw(found->code);
+  const Status variant = found->find_variant(stream);
   seek(stream, start, Origin::start);
-  return code;
+  TQ_TRY(variant);
+  const FileType* type = find_variant(*found, variant.raw());
+  return type == nullptr ? StatusCode::unsupported : Status::from_raw(type->code);
+}
+
+Status count_pages(StreamHandle stream, formats::PageQuery query) {
+  const FileType* found = nullptr;
+  TQ_TRY(detect(stream, found));
+  if (found == nullptr || found->count_pages == nullptr || (found->uncounted & query) != 0) {
+    return Status::from_raw(1);
+  }
+  return found->count_pages(stream);
 }
 
 }  // namespace tq::dispatch

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "dispatch/probes.h"
+#include "dispatch/signatures.h"
 #include "formats/bmp/bmp.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
@@ -39,7 +39,7 @@ bool is_cut(const Probe& p) {
 }
 
 bool is_text(const Probe& p) {
-  return std::all_of(p.bytes, p.bytes + kProbeBytes, [](std::uint8_t c) {
+  return std::all_of(p.bytes, p.bytes + Probe::kBytes, [](std::uint8_t c) {
     return (c >= 0x20 && c <= 0x7E) || (c >= 0x09 && c <= 0x0D) || c == 0x1A;
   });
 }
@@ -51,119 +51,164 @@ Status pages_unknown(StreamHandle /*stream*/) {
 
 // clang-format off
 constexpr FileType kFileTypes[] = {
-    {.code = 0, .detect_switch = 0, .type = "tif",
+    {.code = IMG_TYPE_TIFF, .name = "tiff", .title = "TIFF", .ending = "tif", .variant = 1,
      .test = [](const Probe& p) { return p.has("MM") || p.has("II"); },
-     .count_pages = pages_unknown, .traits = kMultiPage | kByName},
-    {.code = 4, .detect_switch = 4, .type = "gif",
+     .find_variant = find_tiff_variant, .count_pages = pages_unknown, .traits = kMultiPage | kByName},
+    {.code = IMG_TYPE_GIF, .name = "gif", .title = "GIF", .ending = "gif",
      .test = [](const Probe& p) { return p.has("GIF"); },
-     .decode = decode_gif, .encode = encode_gif, .available = gif_encoder_available,
+     .find_variant = find_gif_variant,
+     .decode = decode_gif, .read_depths = depths(1, 4, 8),
+     .encode = encode_gif, .write_depths = depths(1, 4, 8), .available = gif_encoder_available,
      .can_encode = can_encode_gif, .count_pages = count_gif_pages, .traits = kByName},
-    {.code = 1, .detect_switch = 1, .type = "bmp",
+    {.code = IMG_TYPE_BMP, .name = "bmp", .title = "BMP", .ending = "bmp",
      .test = [](const Probe& p) { return p.has("BM") || p.has("\x28\0\0\0"sv); },  // or a bare DIB
-     .decode = decode_bmp, .encode = encode_bmp, .traits = kByName},
-    {.code = 14, .detect_switch = 14, .type = "eps",
+     .find_variant = find_bmp_variant,
+     .decode = decode_bmp, .read_depths = depths(1, 4, 8, 16, 24, 32),
+     .encode = encode_bmp, .write_depths = depths(1, 4, 8, 16, 24, 32), .traits = kByName},
+    {.code = IMG_TYPE_EPS, .name = "eps", .title = "EPS", .ending = "eps",
      .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); }, .traits = kByName},
-    {.code = 59, .detect_switch = 59, .type = "pdf",
+    {.code = IMG_TYPE_PDF, .name = "pdf", .title = "PDF", .ending = "pdf",
      .test = [](const Probe& p) { return p.has("%PDF"); },
-     .decode = decode_pdf, .encode = encode_pdf, .can_encode = can_encode_pdf,
+     .decode = decode_pdf, .read_depths = depths(1, 8, 24),
+     .encode = encode_pdf, .write_depths = depths(1, 8, 24, 32), .can_encode = can_encode_pdf,
      .can_append = can_append_pdf, .supplier = Supplier::transitions, .traits = kMultiPage},
-    {.code = 11, .detect_switch = 11, .type = "dcx",
+    {.code = IMG_TYPE_DCX, .name = "dcx", .title = "DCX", .ending = "dcx",
      .test = [](const Probe& p) { return p.has("\xB1\x68\xDE\x3A"); },
-     .decode = decode_dcx, .encode = encode_dcx, .can_encode = can_encode_pcx,
+     .decode = decode_dcx, .read_depths = depths(1, 4, 8, 24),
+     .encode = encode_dcx, .write_depths = depths(1, 4, 8, 24), .can_encode = can_encode_pcx,
      .can_append = can_append_dcx, .count_pages = count_dcx_pages, .traits = kMultiPage | kByName},
-    {.code = 13, .detect_switch = 13, .type = "jpg",
+    {.code = IMG_TYPE_JPEG, .name = "jpeg", .title = "JPEG", .ending = "jpg",
      .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
-     .decode = decode_jpeg, .encode = encode_jpeg, .can_encode = can_encode_jpeg,
+     .decode = decode_jpeg, .read_depths = depths(8, 24, 32),
+     .encode = encode_jpeg, .write_depths = depths(8, 24, 32), .can_encode = can_encode_jpeg,
      .traits = kByName},
-    {.code = 5, .detect_switch = 5, .type = "wpg",
+    {.code = IMG_TYPE_WPG, .name = "wpg", .title = "WPG", .ending = "wpg",
      .test = [](const Probe& p) { return p.has("WPC", 1); }, .traits = kByName},
-    {.code = 18, .detect_switch = 18, .type = "cal",
+    {.code = IMG_TYPE_CALS, .name = "cals", .title = "CALS", .ending = "cal",
      .test = [](const Probe& p) { return p.has("src"); },
      .supplier = Supplier::transitions, .traits = kByName},
-    {.code = 43, .detect_switch = 43, .type = "png",
+    {.code = IMG_TYPE_PNG, .name = "png", .title = "PNG", .ending = "png",
      .test = [](const Probe& p) { return p.has("PNG", 1); },
-     .decode = decode_png, .encode = encode_png, .available = png_available,
+     .decode = decode_png, .read_depths = depths(1, 4, 8, 16, 24),
+     .encode = encode_png, .write_depths = depths(1, 4, 8, 16, 24), .available = png_available,
      .can_encode = can_encode_png, .traits = kByName},
-    {.code = 65, .detect_switch = 65, .type = "ncr",
+    {.code = IMG_TYPE_NCR, .name = "ncr", .title = "NCR", .ending = "ncr",
      .test = [](const Probe& p) { return p.has("NN") || p.has("nn"); }, .traits = kUnreported},
-    {.code = 23, .detect_switch = 23, .type = "kfx",
+    {.code = IMG_TYPE_KFX, .name = "kfx", .title = "KFX", .ending = "kfx",
      .test = [](const Probe& p) { return p.has(".KF"); }},
-    {.code = 26, .detect_switch = 26, .type = "iff",
+    {.code = IMG_TYPE_IFF, .name = "iff", .title = "IFF", .ending = "iff",
      .test = [](const Probe& p) { return p.has("FORM"); }, .traits = kByName},
-    {.code = 54, .detect_switch = 54, .type = "fpx",
+    {.code = IMG_TYPE_FLASHPIX, .name = "flashpix", .title = "FlashPix", .ending = "fpx",
      .test = [](const Probe& p) { return p.has("\xD0\xCF\x11\xE0\xA1\xB1"); }},
-    {.code = 22, .detect_switch = 22, .type = "gx2",
+    {.code = IMG_TYPE_GX2, .name = "gx2", .title = "GX2", .ending = "gx2",
      .test = [](const Probe& p) { return p.has("GX2"); }},
-    {.code = 19, .detect_switch = 19, .type = "lsd",
+    {.code = IMG_TYPE_LSD, .name = "lsd", .title = "LSD", .ending = "lsd",
      .test = [](const Probe& p) { return p.has("\xDC\xDC"); }},
-    {.code = 2, .detect_switch = 2, .type = "pcx",
+    {.code = IMG_TYPE_PCX, .name = "pcx", .title = "PCX", .ending = "pcx",
      .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; },
-     .decode = decode_pcx, .encode = encode_pcx, .can_encode = can_encode_pcx,
+     .decode = decode_pcx, .read_depths = depths(1, 4, 8, 24),
+     .encode = encode_pcx, .write_depths = depths(1, 4, 8, 24), .can_encode = can_encode_pcx,
      .traits = kByName},
-    {.code = 25, .detect_switch = 25, .type = "ico",
+    {.code = IMG_TYPE_ICON, .name = "icon", .title = "Windows icon", .ending = "ico",
      .test = [](const Probe& p) { return p.has("\0\0\1\0"sv) && one_of(p[6], {16, 32, 48, 64}); },
      .traits = kByName},
-    {.code = 3, .detect_switch = 3, .type = "tga", .test = is_targa, .traits = kByName},
-    {.code = 6, .detect_switch = 6, .type = "wmf",
+    {.code = IMG_TYPE_TARGA, .name = "targa", .title = "Targa", .ending = "tga",
+     .test = is_targa, .traits = kByName},
+    {.code = IMG_TYPE_WMF, .name = "wmf", .title = "Windows metafile", .ending = "wmf",
      .test = [](const Probe& p) { return p.has("\xD7\xCD\xC6\x9A"); }, .traits = kByName},
-    {.code = 24, .detect_switch = 24, .type = "ica",
+    {.code = IMG_TYPE_ICA, .name = "ica", .title = "ICA", .ending = "ica",
      .test = [](const Probe& p) { return p.has("0000") || p[0] == 'p'; },
      .count_pages = pages_unknown, .supplier = Supplier::transitions, .traits = kByName},
-    {.code = 49, .detect_switch = 24, .type = "mca", .test = is_mca,
-     .count_pages = pages_unknown, .supplier = Supplier::transitions,
+    {.code = IMG_TYPE_MCA, .name = "mca", .title = "MCA", .ending = "mca",
+     .switched_by = IMG_TYPE_ICA,
+     .test = is_mca,
+     .count_pages = pages_unknown, .uncounted = kByHandle | kInMemory, .supplier = Supplier::transitions,
      .traits = kMultiPage | kByName | kUnreported},
-    {.code = 39, .detect_switch = 39, .type = "pcd",
+    {.code = IMG_TYPE_PHOTO_CD, .name = "photo-cd", .title = "Photo CD", .ending = "pcd",
      .test = [](const Probe& p) { return p.has("\xFF\xFF\xFF\xFF"); }, .count_pages = pages_unknown},
-    {.code = 27, .detect_switch = 27, .type = "clp",
+    {.code = IMG_TYPE_CLIPBOARD, .name = "clipboard", .title = "Windows clipboard", .ending = "clp",
      .test = [](const Probe& p) { return p.has("P\xC3"); }, .traits = kByName},
-    {.code = 28, .detect_switch = 28, .type = "img",
+    {.code = IMG_TYPE_GEM, .name = "gem", .title = "GEM image", .ending = "img",
      .test = [](const Probe& p) { return p.has("\0\1\0"sv) && one_of(p[3], {8, 9}); }},
-    {.code = 29, .detect_switch = 29, .type = "btr",
+    {.code = IMG_TYPE_BTR, .name = "btr", .title = "BTR", .ending = "btr",
      .test = [](const Probe& p) { return p[0] == 0xBB && p[3] == 0x01; }},
-    {.code = 30, .detect_switch = 30, .type = "msp",
+    {.code = IMG_TYPE_MSP, .name = "msp", .title = "MSP", .ending = "msp",
      .test = [](const Probe& p) { return p.has("Lin") || p.has("DanM"); }},
-    {.code = 20, .detect_switch = 20, .type = "xbm", .test = probe_xbm, .traits = kByName},
-    {.code = 35, .detect_switch = 35, .type = "xpm",
+    {.code = IMG_TYPE_XBM, .name = "xbm", .title = "X bitmap", .ending = "xbm",
+     .test = probe_xbm, .traits = kByName},
+    {.code = IMG_TYPE_XPM, .name = "xpm", .title = "X pixmap", .ending = "xpm",
      .test = [](const Probe& p) { return p.has("/* XPM */"); }, .traits = kByName},
-    {.code = 36, .detect_switch = 36, .type = "xwd",
+    {.code = IMG_TYPE_XWD, .name = "xwd", .title = "X window dump", .ending = "xwd",
      .test = [](const Probe& p) { return p.has("\0\0\0\7"sv, 4); }, .traits = kByName},
-    {.code = 37, .detect_switch = 37, .type = "ras",
+    {.code = IMG_TYPE_SUN, .name = "sun", .title = "Sun raster", .ending = "ras",
      .test = [](const Probe& p) { return p.has("\x59\xA6\x6A\x95"); }, .traits = kByName},
-    {.code = 56, .detect_switch = 56, .type = "jed",
+    {.code = IMG_TYPE_JED, .name = "jed", .title = "JED", .ending = "jed",
      .test = [](const Probe& p) { return p.has("\x80\0\0"sv); }, .traits = kByName},
-    {.code = 58, .detect_switch = 58, .type = "fxs",
+    {.code = IMG_TYPE_FXS, .name = "fxs", .title = "FXS", .ending = "fxs",
      .test = [](const Probe& p) { return p.has("\x0B#") && p.has("\xC0\x06", 3); }},
-    {.code = 31, .detect_switch = 31, .type = "cut", .test = is_cut},
-    {.code = 61, .detect_switch = 61, .type = "mag",
+    {.code = IMG_TYPE_CUT, .name = "cut", .title = "CUT", .ending = "cut",
+     .test = is_cut},
+    {.code = IMG_TYPE_MAG, .name = "mag", .title = "MAG", .ending = "mag",
      .test = [](const Probe& p) { return p.has("WTI"); },
-     .count_pages = pages_unknown, .traits = kUnreported},
-    {.code = 38, .detect_switch = 38, .type = "txt", .test = is_text, .count_pages = pages_unknown},
-    {.code = 41, .detect_switch = 41, .type = "psd",
+     .count_pages = pages_unknown, .uncounted = kInMemory, .traits = kUnreported},
+    {.code = IMG_TYPE_TEXT, .name = "text", .title = "plain text", .ending = "txt",
+     .test = is_text, .count_pages = pages_unknown},
+    {.code = IMG_TYPE_PHOTOSHOP, .name = "photoshop", .title = "Photoshop", .ending = "psd",
      .test = [](const Probe& p) { return p.has("8BPS"); }, .traits = kByName},
-    {.code = 42, .detect_switch = 42, .type = "imt",
+    {.code = IMG_TYPE_IMT, .name = "imt", .title = "IMT", .ending = "imt",
      .test = [](const Probe& p) { return p.has("\x27" "C1\0"sv); }, .traits = kUnreported},
-    {.code = 15, .detect_switch = 15, .type = "pct", .test = probe_pict, .traits = kByName},
-    {.code = 21, .detect_switch = 21, .type = "mac", .test = probe_macpaint},
-    {.code = 60, .detect_switch = 60, .type = "sct", .test = probe_sct,
+    {.code = IMG_TYPE_PICT, .name = "pict", .title = "PICT", .ending = "pct",
+     .test = probe_pict, .traits = kByName},
+    {.code = IMG_TYPE_MACPAINT, .name = "macpaint", .title = "MacPaint", .ending = "mac",
+     .test = probe_macpaint},
+    {.code = IMG_TYPE_SCT, .name = "sct", .title = "SCT", .ending = "sct",
+     .test = probe_sct,
      .traits = kByName | kUnreported},
-    {.code = 55, .detect_switch = 55, .type = "dcm", .test = probe_dicom},
+    {.code = IMG_TYPE_DICOM, .name = "dicom", .title = "DICOM", .ending = "dcm",
+     .test = probe_dicom},
 
     // Variants and save-only codes: no test of their own.
-    {.code = 7, .type = "tif", .traits = kMultiPage},
-    {.code = 8, .type = "tif", .traits = kMultiPage},
-    {.code = 9, .type = "tif", .encode = encode_tiff_lzw, .available = tiff_lzw_encoder_available,
+    {.code = IMG_TYPE_TIFF_HUFFMAN, .name = "tiff-huffman", .title = "TIFF Huffman",
+     .variant_of = IMG_TYPE_TIFF, .variant = 2, .switched_by = IMG_TYPE_TIFF,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_TIFF_G3, .name = "tiff-g3", .title = "TIFF Group 3",
+     .variant_of = IMG_TYPE_TIFF, .variant = 3, .switched_by = IMG_TYPE_TIFF,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_TIFF_LZW, .name = "tiff-lzw", .title = "TIFF LZW",
+     .variant_of = IMG_TYPE_TIFF, .variant = 5, .switched_by = IMG_TYPE_TIFF,
+     .encode = encode_tiff_lzw, .write_depths = depths(1, 4, 8, 16, 24, 32),
+     .available = tiff_lzw_encoder_available,
      .can_append = pages_unknown, .traits = kMultiPage},
-    {.code = 10, .type = "tif", .supplier = Supplier::transitions, .traits = kMultiPage},
-    {.code = 12, .type = "bmp", .encode = encode_bmp_rle,
-     .can_encode = can_encode_bmp_rle},
-    {.code = 16, .type = "tif", .traits = kMultiPage},
-    {.code = 40, .type = "tif", .traits = kMultiPage},
-    {.code = 44, .type = "gif", .encode = encode_gif_interlaced,
+    {.code = IMG_TYPE_TIFF_G4, .name = "tiff-g4", .title = "TIFF Group 4",
+     .variant_of = IMG_TYPE_TIFF, .variant = 4, .switched_by = IMG_TYPE_TIFF,
+     .supplier = Supplier::transitions, .traits = kMultiPage},
+    {.code = IMG_TYPE_BMP_RLE, .name = "bmp-rle", .title = "BMP compressed",
+     .variant_of = IMG_TYPE_BMP, .variant = kBmpRunLengths, .switched_by = IMG_TYPE_BMP,
+     .encode = encode_bmp, .write_depths = depths(4, 8),
+     .can_encode = can_encode_bmp},
+    {.code = IMG_TYPE_TIFF_45, .name = "tiff-45", .title = "TIFF 45",
+     .variant_of = IMG_TYPE_TIFF, .variant = 45, .switched_by = IMG_TYPE_TIFF},
+    {.code = IMG_TYPE_TIFF_PACKBITS, .name = "tiff-packbits", .title = "TIFF PackBits",
+     .variant_of = IMG_TYPE_TIFF, .variant = 32773, .switched_by = IMG_TYPE_TIFF,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_TIFF_JPEG, .name = "tiff-jpeg", .title = "TIFF JPEG",
+     .variant_of = IMG_TYPE_TIFF, .variant = 6, .switched_by = IMG_TYPE_TIFF,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_GIF_INTERLACED, .name = "gif-interlaced", .title = "GIF interlaced",
+     .variant_of = IMG_TYPE_GIF, .variant = kGifInterlaced,
+     .encode = encode_gif, .write_depths = depths(1, 4, 8),
      .available = gif_interlaced_encoder_available, .can_encode = can_encode_gif},
-    {.code = 46, .type = "tif", .traits = kMultiPage},
-    {.code = 47, .type = "tif", .traits = kMultiPage},
-    {.code = 48, .type = "bmp", .encode = encode_dib},
-    {.code = 57, .type = "pcl", .traits = kByName},
+    {.code = IMG_TYPE_TIFF_32010, .name = "tiff-32010", .title = "TIFF 32010",
+     .variant_of = IMG_TYPE_TIFF, .variant = 32010,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_TIFF_32008, .name = "tiff-32008", .title = "TIFF 32008",
+     .variant_of = IMG_TYPE_TIFF, .variant = 32008,
+     .traits = kMultiPage},
+    {.code = IMG_TYPE_DIB, .name = "dib", .title = "DIB", .ending = "dib", .variant = kBmpBareDib,
+     .encode = encode_bmp, .write_depths = depths(1, 4, 8, 16, 24, 32)},
+    {.code = IMG_TYPE_PCL, .name = "pcl", .title = "PCL", .ending = "pcl",
+     .traits = kByName},
+    {.code = IMG_TYPE_POSTSCRIPT, .name = "postscript", .title = "PostScript", .ending = "ps"},
 };
 // clang-format on
 
@@ -184,17 +229,34 @@ const FileType* find_code(std::int32_t code) {
   return nullptr;
 }
 
+const FileType* find_variant(const FileType& format, std::int32_t variant) {
+  for (const FileType& type : kFileTypes) {
+    const bool related = &type == &format || type.variant_of == format.code;
+    if (related && type.variant == variant) return &type;
+  }
+  return nullptr;
+}
+
 std::int32_t code_for_name(std::string_view name) {
   if (name.size() < 3) return -1;
   const std::string_view ending = name.substr(name.size() - 3);
   for (const FileType& type : kFileTypes) {
     if ((type.traits & kByName) == 0) continue;
-    if (std::equal(ending.begin(), ending.end(), type.type.begin(), type.type.end(),
+    if (std::equal(ending.begin(), ending.end(), type.ending.begin(), type.ending.end(),
                    [](char a, char b) { return lower(a) == b; })) {
       return type.code;
     }
   }
   return -1;
+}
+
+std::int32_t switch_of(const FileType& type) {
+  return type.switched_by < 0 ? type.code : type.switched_by;
+}
+
+std::int32_t switch_of(std::int32_t code) {
+  const FileType* type = find_code(code);
+  return type == nullptr ? code : switch_of(*type);
 }
 
 }  // namespace tq::dispatch

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "core/image_record.h"
-#include "dispatch/file_types.h"
+#include "formats/codec.h"
 
 namespace tq::dispatch {
+
+using formats::Supplier;
 
 class ImageSupplier {
  public:

@@ -1,8 +1,11 @@
-// What a codec is: a function from a stream to a row sink, or from a row supplier to a stream.
+// What a format is: its row in the table of formats, and its codec, a function from a stream to a
+// row sink or from a row supplier to a stream.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "core/dib.h"
 #include "core/status.h"
@@ -37,13 +40,18 @@ struct RowSink {
   }
 };
 
-// The top bit of offset_or_page set: a page number in the other 31.
 struct DecodeRequest {
   StreamHandle stream;
-  std::uint32_t offset_or_page;
+  std::int32_t offset = 0;  // where the file begins in the stream, unless a page is asked for
   RowSink sink;
+  std::int32_t page = -1;  // of the file that begins at the stream's position; negative: by offset
 
-  bool has_page() const { return (offset_or_page & 0x80000000) != 0; }
+  bool has_page() const { return page >= 0; }
+  std::int32_t start() const { return has_page() ? position(stream) : offset; }
+  Status seek_to_start() const {
+    const bool there = has_page() || seek(stream, offset, Origin::start) >= 0;
+    return there ? StatusCode::ok : StatusCode::read_failed;
+  }
 };
 using Decoder = Status (*)(const DecodeRequest& request);
 
@@ -60,16 +68,85 @@ struct RowSupplier {
   }
 };
 
+struct FileType;
+
 // Geometry has been checked (check_geometry).
 struct EncodeRequest {
   StreamHandle stream;
   HeaderBlock* image;
   RowSupplier rows;
+  const FileType* type = nullptr;  // the row of the code that is saved
+
+  std::int32_t variant() const;
 };
 using Encoder = Status (*)(const EncodeRequest& request);
 
 // What an encoder refuses by the look of the image, before it writes anything: a request for which
 // this is kOk fails only by what happens to its rows and its stream. The rows are not asked for.
 using EncodeCheck = Status (*)(const EncodeRequest& request);
+
+// The first ten bytes of a file, and the stream for the few tests that look further.
+struct Probe {
+  static constexpr int kBytes = 10;
+
+  std::uint8_t bytes[kBytes];
+  StreamHandle stream;
+
+  constexpr std::uint8_t operator[](int i) const { return bytes[i]; }
+  constexpr bool has(std::string_view text, int at = 0) const {
+    return std::equal(text.begin(), text.end(), bytes + at,
+                      [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
+  }
+};
+
+enum class Supplier : std::uint8_t { plain, transitions };
+
+enum Trait : std::uint8_t {
+  kNone = 0,
+  kMultiPage = 1,   // saving to an existing file appends a page
+  kByName = 2,      // chosen by a file name that ends in `ending`
+  kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
+};
+
+// How the pages of a file are asked for.
+enum PageQuery : std::uint8_t { kByFileName = 1, kByHandle = 2, kInMemory = 4 };
+
+// Bits 0 to 5 stand for 1, 4, 8, 16, 24 and 32 bits a pixel.
+template <class... Depth>
+consteval std::uint8_t depths(Depth... depth) {
+  int set = 0;
+  for (const int bits : {depth...}) {
+    set |= bits == 1 ? 1 : bits == 4 ? 2 : bits == 8 ? 4 : bits == 16 ? 8 : bits == 24 ? 16 : 32;
+  }
+  return static_cast<std::uint8_t>(set);
+}
+
+// A row of THE table: a format or one of its variants, how it is recognised, and who codes it.
+struct FileType {
+  std::int16_t code;
+  const char* name;               // for a command line
+  const char* title;              // for people
+  std::string_view ending = {};   // of the names of such files, and what detection calls them
+  std::int16_t variant_of = -1;   // the code of the format that this one is a variant of
+  std::int32_t variant = 0;       // tells variants apart: a compression of TIFF, RLE of BMP …
+  std::int16_t switched_by = -1;  // the code whose auto-detect switch counts; -1: its own
+  bool (*test)(const Probe& probe) = nullptr;             // null: never detected
+  Status (*find_variant)(StreamHandle stream) = nullptr;  // which one a detected file is
+  Decoder decode = nullptr;                               // null: recognised, not decoded
+  std::uint8_t read_depths = 0;
+  Encoder encode = nullptr;  // null: not saved
+  std::uint8_t write_depths = 0;
+  Status (*available)() = nullptr;   // whether the encoder's module can be loaded
+  EncodeCheck can_encode = nullptr;  // null: an image of any kind
+  Status (*can_append)(StreamHandle stream) = nullptr;   // whether a page can be added; null: yes
+  Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
+  std::uint8_t uncounted = 0;                            // ways of asking that get 1 all the same
+  Supplier supplier = Supplier::plain;
+  std::uint8_t traits = kNone;
+};
+
+inline std::int32_t EncodeRequest::variant() const {
+  return type == nullptr ? 0 : type->variant;
+}
 
 }  // namespace tq::formats

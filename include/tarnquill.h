@@ -438,6 +438,38 @@ IMG_API int32_t IMG_CALL IMG_set_encrypt(int32_t on, int32_t key);
  * Returns 0. */
 IMG_API int32_t IMG_CALL IMG_unload_plugins(void);
 
+/* ---- Formats ------------------------------------------------------------------------------ */
+
+enum { /* flags of img_format */
+       IMG_FORMAT_READS = 1,
+       IMG_FORMAT_WRITES = 2,
+       IMG_FORMAT_PAGES = 4,     /* files may hold several pages */
+       IMG_FORMAT_APPENDS = 8,   /* saving to an existing file adds a page */
+       IMG_FORMAT_DETECTED = 16, /* IMGLOW_get_filetype may answer this code */
+       IMG_FORMAT_MODULE = 32    /* needs a module that cannot be loaded now */
+};
+
+/* A file type code and what the library does with it. Plain 32-bit fields and ASCII. */
+typedef struct {
+  int32_t size;         /* set by the caller: sizeof(img_format) */
+  int32_t code;         /* file type code */
+  int32_t flags;        /* IMG_FORMAT_READS ... */
+  int32_t read_depths;  /* of images that are made: bit 0 is 1 bit a pixel, then 4, 8, 16, 24, 32 */
+  int32_t write_depths; /* of images that can be saved so that they can be read again */
+  char name[16];        /* short, for a command line: "tiff-g4" */
+  char title[32];       /* "TIFF Group 4" */
+  char extension[8];    /* of file names, without a dot; "" when no file name chooses the code */
+} img_format;
+
+/* Describes the formats one by one, each variant that has a code of its own included.
+ *
+ *   index       from 0; the order is that of detection
+ *   format      filled but for its size, which says how large the caller's structure is
+ *
+ * Looks for the modules of the formats that need one. Returns 0, or IMG_UNSUPPORTED: beyond the
+ * last, null, or a size below that of img_format. */
+IMG_API int32_t IMG_CALL IMG_get_format(int32_t index, img_format* format);
+
 /* ---- What a file is ----------------------------------------------------------------------- */
 
 /* The file type code of a file, an open stream (at its current position, which is restored), or a

@@ -7,10 +7,14 @@ namespace tq::formats {
 
 Status decode_bmp(const DecodeRequest& request);
 
-Status encode_bmp(const EncodeRequest& request);      // uncompressed, with file header
-Status encode_bmp_rle(const EncodeRequest& request);  // RLE8, or RLE4 for 4 bits
-Status encode_dib(const EncodeRequest& request);      // uncompressed, without file header
+enum BmpVariant : std::int32_t {
+  kBmpPlain = 0,
+  kBmpRunLengths = 1,  // RLE8, or RLE4 for 4 bits
+  kBmpBareDib = 2      // plain, without file header
+};
+Status encode_bmp(const EncodeRequest& request);
 
-Status can_encode_bmp_rle(const EncodeRequest& request);  // wrong_depth for 1 and 24 bits
+Status can_encode_bmp(
+    const EncodeRequest& request);  // wrong_depth for 1 and 24 bits in run lengths
 
 }  // namespace tq::formats

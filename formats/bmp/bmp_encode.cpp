@@ -3,6 +3,7 @@
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/bmp/bmp_header.h"
+#include "formats/bmp/bmp_rows.h"
 
 namespace tq::formats {
 namespace {
@@ -22,11 +23,14 @@ Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
 }  // namespace
 
 Status encode_bmp(const EncodeRequest& request) {
-  return encode_plain(request, FileHeader::written);
-}
-
-Status encode_dib(const EncodeRequest& request) {
-  return encode_plain(request, FileHeader::none);
+  switch (request.variant()) {
+    case kBmpRunLengths:
+      return encode_bmp_rle(request);
+    case kBmpBareDib:
+      return encode_plain(request, FileHeader::none);
+    default:
+      return encode_plain(request, FileHeader::written);
+  }
 }
 
 }  // namespace tq::formats

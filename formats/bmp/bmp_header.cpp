@@ -62,8 +62,7 @@ StoredHeader read_stored_header(const DecodeRequest& request) {
   StoredHeader stored;
   stored.stream = request.stream;
   // A page number means the only image there is, which starts here.
-  stored.start = request.has_page() ? position(request.stream)
-                                    : static_cast<std::int32_t>(request.offset_or_page);
+  stored.start = request.start();
   if (!seek_to(request.stream, stored.start)) return stored;
 
   std::array<std::uint8_t, kFileHeaderBytes> file_header;

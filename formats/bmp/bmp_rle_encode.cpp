@@ -8,6 +8,7 @@
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/bmp/bmp_header.h"
+#include "formats/bmp/bmp_rows.h"
 #include "io/endian.h"
 
 namespace tq::formats {
@@ -140,13 +141,14 @@ Status encode_rows(const EncodeRequest& request) {
 
 }  // namespace
 
-Status can_encode_bmp_rle(const EncodeRequest& request) {
+Status can_encode_bmp(const EncodeRequest& request) {
   const int bits = request.image->header.biBitCount;
-  return bits == 1 || bits == 24 ? StatusCode::wrong_depth : StatusCode::ok;
+  const bool refused = request.variant() == kBmpRunLengths && (bits == 1 || bits == 24);
+  return refused ? StatusCode::wrong_depth : StatusCode::ok;
 }
 
 Status encode_bmp_rle(const EncodeRequest& request) {
-  TQ_TRY(can_encode_bmp_rle(request));
+  TQ_TRY(can_encode_bmp(request));
   const int bits = request.image->header.biBitCount;
   TQ_TRY(write_bmp_header(request, FileHeader::written, bits == 4 ? kBiRle4 : kBiRle8));
   return bits == 4 ? encode_rows<Rle4>(request) : encode_rows<Rle8>(request);

@@ -1,4 +1,4 @@
-// The readers of BMP rows that have a file of their own.
+// The readers and writers of BMP rows that have a file of their own.
 #pragma once
 
 #include "formats/bmp/bmp_header.h"
@@ -14,5 +14,7 @@ Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64
 
 // Run-length coded rows, always from the bottom up. Rows that no code reaches are not delivered.
 Status decode_rle_rows(const DecodeRequest& request, const BmpFile& file);
+
+Status encode_bmp_rle(const EncodeRequest& request);
 
 }  // namespace tq::formats

@@ -119,10 +119,7 @@ Status decode_scans(Decode& decode, const RowSink& sink, Layout layout) {
 
 Status decode_jpeg(const DecodeRequest& request) {
   // A page number means the only picture there is, which starts here.
-  if (!request.has_page()) {
-    const auto start = static_cast<std::int32_t>(request.offset_or_page);
-    if (seek(request.stream, start, Origin::start) < 0) return StatusCode::read_failed;
-  }
+  TQ_TRY(request.seek_to_start());
   ChunkReader input;
   TQ_TRY(input.open(request.stream, kSegmentChunk));
   const bool byte_by_byte = reads_memory(request.stream) && memory_rest(request.stream).empty();

@@ -131,8 +131,8 @@ Status copy_page(TempFile& page, StreamHandle stream) {
 }  // namespace
 
 Status decode_dcx(const DecodeRequest& request) {
-  const std::uint32_t page = request.has_page() ? request.offset_or_page & 0xFFFF : 0;
-  const auto start = request.has_page() ? 0 : static_cast<std::int32_t>(request.offset_or_page);
+  const std::uint32_t page = request.has_page() ? request.page & 0xFFFF : 0;
+  const std::int32_t start = request.has_page() ? 0 : request.offset;
   std::array<std::uint8_t, 4> magic{};
   seek(request.stream, start, Origin::start);
   if (read(request.stream, magic) < 4 || load_le32(magic.data()) != kMagic) {

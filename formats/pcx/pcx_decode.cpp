@@ -62,8 +62,7 @@ Status decode_pcx_in(const DecodeRequest& request, const PcxExtent& extent) {
 
 Status decode_pcx(const DecodeRequest& request) {
   // There is one page; a page number means the image at the current position.
-  const std::int32_t start = request.has_page() ? position(request.stream)
-                                                : static_cast<std::int32_t>(request.offset_or_page);
+  const std::int32_t start = request.start();
   return decode_pcx_in(request, {.start = start});
 }
 

@@ -7,8 +7,8 @@ namespace tq::formats {
 
 // no_lzw_module when the module, or this codec in it, is missing.
 Status decode_gif(const DecodeRequest& request);
+inline constexpr std::int32_t kGifInterlaced = 1;  // a variant
 Status encode_gif(const EncodeRequest& request);
-Status encode_gif_interlaced(const EncodeRequest& request);
 Status decode_tiff_lzw(const DecodeRequest& request);
 Status encode_tiff_lzw(const EncodeRequest& request);
 

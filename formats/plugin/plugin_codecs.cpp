@@ -42,8 +42,11 @@ std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y
 
 Status decode(const PluginCall& call, const DecodeRequest& request) {
   const RowSink& sink = request.sink;
+  // The top bit set: a page number in the other 31.
+  const std::uint32_t offset_or_page =
+      request.has_page() ? 0x80000000 | request.page : request.offset;
   return Status::from_raw(call.function<img_plugin_decode_fn>()(
-      request.offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
+      offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
       sink.on_header == nullptr ? any_header : sink.on_header,
       static_cast<std::int32_t>(request.stream)));
 }
@@ -82,10 +85,9 @@ Status decode_gif(const DecodeRequest& request) {
   return decode_lzw(PluginEntry::decode_gif, request);
 }
 Status encode_gif(const EncodeRequest& request) {
-  return encode_lzw(PluginEntry::encode_gif, request);
-}
-Status encode_gif_interlaced(const EncodeRequest& request) {
-  return encode_lzw(PluginEntry::encode_gif_interlaced, request);
+  const bool interlaced = request.variant() == kGifInterlaced;
+  return encode_lzw(interlaced ? PluginEntry::encode_gif_interlaced : PluginEntry::encode_gif,
+                    request);
 }
 Status decode_tiff_lzw(const DecodeRequest& request) {
   return decode_lzw(PluginEntry::decode_tiff_lzw, request);

@@ -223,9 +223,7 @@ Status png_available() {
 
 Status decode_png(const DecodeRequest& request) {
   // There is one page; a page number means the image at the current position.
-  if (!request.has_page()) {
-    seek(request.stream, static_cast<std::int32_t>(request.offset_or_page), Origin::start);
-  }
+  TQ_TRY(request.seek_to_start());
   PngReader reader;
   TQ_TRY(reader.open(request.stream));
   PngImage png;

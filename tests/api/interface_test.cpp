@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <numeric>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,42 @@ TEST_F(Interface, EveryDepthIsSavedAndLoaded) {
     IMG_delete_bitmap(image);
     EXPECT_EQ(IMG_bitmap_info(image, nullptr, nullptr, nullptr), IMG_BAD_HANDLE);
   }
+}
+
+// What the description of a format promises holds: saved, detected as that code, read again.
+TEST_F(Interface, FormatsDoWhatTheirDescriptionSays) {
+  constexpr int kDepths[] = {1, 4, 8, 16, 24, 32};
+  img_format format{};
+  EXPECT_EQ(IMG_get_format(0, nullptr), IMG_UNSUPPORTED);
+  EXPECT_EQ(IMG_get_format(0, &format), IMG_UNSUPPORTED) << "its size is not set";
+  std::set<std::string> names, extensions;
+  int formats = 0;
+  for (format.size = sizeof format; IMG_get_format(formats, &format) == IMG_OK; ++formats) {
+    SCOPED_TRACE(format.title);
+    EXPECT_TRUE(names.insert(format.name).second);
+    const std::string extension = format.extension;
+    EXPECT_TRUE(extension.empty() || extensions.insert(extension).second) << extension;
+    EXPECT_EQ(format.write_depths == 0, (format.flags & IMG_FORMAT_WRITES) == 0);
+    EXPECT_EQ(format.read_depths == 0, (format.flags & IMG_FORMAT_READS) == 0);
+    if ((format.flags & IMG_FORMAT_MODULE) != 0) continue;
+    for (int i = 0; i < 6; ++i) {
+      if ((format.write_depths >> i & 1) == 0) continue;
+      const std::string name = file((std::string(format.name) + char('0' + i)).c_str());
+      const std::int32_t image = make_picture(kDepths[i]);
+      const std::int32_t saved = IMG_save_bitmap(image, name.c_str(), format.code);
+      IMG_delete_bitmap(image);
+      EXPECT_GE(saved, 0) << kDepths[i] << " bits";
+      if ((format.flags & IMG_FORMAT_DETECTED) != 0) {
+        EXPECT_EQ(IMGLOW_get_filetype(name.c_str()), format.code);
+      }
+      // Documents written here are not read by the library itself.
+      if ((format.flags & IMG_FORMAT_READS) == 0 || format.code == IMG_TYPE_PDF) continue;
+      const std::int32_t loaded = IMG_decompress_bitmap(name.c_str());
+      EXPECT_GE(loaded, 0) << kDepths[i] << " bits";
+      IMG_delete_bitmap(loaded);
+    }
+  }
+  EXPECT_GT(formats, 50);
 }
 
 std::int32_t rows_until_abort = 0;

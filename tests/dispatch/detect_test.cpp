@@ -1,6 +1,6 @@
 // What a file is: a sample of every format beside one that misses by a byte, the order in which
 // they are tried, the variants of TIFF, BMP and GIF, and where the stream stands afterwards.
-#include "dispatch/detect.h"
+#include "dispatch/dispatch.h"
 
 #include <gmock/gmock.h>
 
@@ -32,7 +32,7 @@ std::string type_of(const Bytes& file) {
   open_memory_stream(const_cast<std::uint8_t*>(file.data()), file.size());
   const dispatch::FileType* found = nullptr;
   EXPECT_EQ(dispatch::detect(kMemoryStream, found), kOk);
-  return std::string(found == nullptr ? "" : found->type);
+  return std::string(found == nullptr ? "" : found->ending);
 }
 
 std::int32_t code_of(const Bytes& file) {

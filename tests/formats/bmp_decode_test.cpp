@@ -100,7 +100,7 @@ TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
     MemoryFile stream(joined({{'B', 'M', 'B'}, file}));
     EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 3, sinks[1].sink()}), kOk);
     stream.position = 3;
-    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0x80000002, sinks[2].sink()}), kOk);
+    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, sinks[2].sink(), 2}), kOk);
     BitmapInfoHeader header =
         dib_header(variant.file.width, std::abs(variant.file.height), variant.bits).header;
     header.biCompression = variant.compression;

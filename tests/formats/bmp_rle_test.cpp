@@ -137,7 +137,8 @@ TEST(BmpRleEncode, WritesTheCodesOfTheModel) {
                       1 + static_cast<int>(random() % 4), depths[round % 6]};
     const std::vector<Bytes> rows = random_rows(random, shape);
     const Bytes file =
-        encoded(formats::encode_bmp_rle, dib_header(shape.width, shape.height, shape.bits), rows);
+        encoded(formats::encode_bmp, dib_header(shape.width, shape.height, shape.bits), rows,
+                formats::kBmpRunLengths);
     const Bytes codes(file.begin() + 54 + palette_bytes(shape.bits), file.end());
     digest.add(codes);
     if (shape.bits > 8) continue;

@@ -19,24 +19,27 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
     formats::Encoder encode;
     formats::Decoder decode;
     std::int32_t good;  // the decoder's status
+    std::int32_t variant = 0;
   } codecs[] = {{formats::encode_bmp, formats::decode_bmp, 0},
-                {formats::encode_dib, formats::decode_bmp, 0},
-                {formats::encode_bmp_rle, formats::decode_bmp, 0},
+                {formats::encode_bmp, formats::decode_bmp, 0, formats::kBmpBareDib},
+                {formats::encode_bmp, formats::decode_bmp, 0, formats::kBmpRunLengths},
                 {formats::encode_pcx, formats::decode_pcx, 1},
                 {formats::encode_jpeg, formats::decode_jpeg, 0},
                 {formats::encode_png, formats::decode_png, 0}};
   const struct {
-    std::uint32_t argument;  // offset, or page: where the stream is
+    std::int32_t offset, page;
     std::int32_t header, row;
     std::size_t rows;
-  } cases[] = {{50, 1, 0, kSide}, {0x80000003, 1, 0, kSide}, {50, -18, 0, 0}, {50, 1, -777, 3}};
+  } cases[] = {
+      {50, -1, 1, 0, kSide}, {0, 3, 1, 0, kSide}, {50, -1, -18, 0, 0}, {50, -1, 1, -777, 3}};
   for (const auto& codec : codecs) {
     if (codec.encode == formats::encode_png && !formats::png_available().ok()) continue;
     HeaderBlock header = dib_header(kSide, kSide, 8);
+    const formats::FileType type{.code = 0, .name = "", .title = "", .variant = codec.variant};
     MemoryFile stream(std::vector<std::uint8_t>(50, 0xEE));
     stream.position = 50;
     GivenRows rows(std::vector(kSide, std::vector<std::uint8_t>(kSide, 7)));
-    EXPECT_GE(codec.encode({MemoryFile::kHandle, &header, rows.supplier()}).raw(), 0);
+    EXPECT_GE(codec.encode({MemoryFile::kHandle, &header, rows.supplier(), &type}).raw(), 0);
     for (const auto& c : cases) {
       stream.position = 50;
       CollectingSink sink;
@@ -44,14 +47,14 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
       sink.row_answer = c.row;
       sink.answered_row = 2;
       const std::int32_t status =
-          codec.decode({MemoryFile::kHandle, c.argument, sink.sink()}).raw();
+          codec.decode({MemoryFile::kHandle, c.offset, sink.sink(), c.page}).raw();
       EXPECT_EQ(status, c.header < 0 ? c.header : c.row < 0 ? c.row : codec.good);
       EXPECT_EQ(sink.rows.size(), c.rows);
     }
     rows.failed_row = 4;
     rows.failure = -55;
     MemoryFile failed;
-    EXPECT_EQ(codec.encode({MemoryFile::kHandle, &header, rows.supplier()}).raw(), -55);
+    EXPECT_EQ(codec.encode({MemoryFile::kHandle, &header, rows.supplier(), &type}).raw(), -55);
   }
 }
 

@@ -20,19 +20,16 @@ Bytes page(std::uint8_t pixel) {
   return pcx_file({.size = {1, 1, 8, 1, 1}, .data = {pixel}, .tail = pcx_palette(pixel)});
 }
 
-std::uint32_t page_number(std::uint32_t page) {
-  return 0x80000000 | page;
-}
-
 struct Decoded {
   std::int32_t status;
   int pixel = -1, red = -1;
   friend bool operator==(const Decoded&, const Decoded&) = default;
 };
 
-Decoded decode(StreamHandle stream, std::uint32_t argument) {
+// Page -1: the first of the file at `offset`.
+Decoded decode(StreamHandle stream, std::int32_t page, std::int32_t offset = 0) {
   CollectingSink sink;
-  Decoded decoded{decode_dcx({stream, argument, sink.sink()}).raw()};
+  Decoded decoded{decode_dcx({stream, offset, sink.sink(), page}).raw()};
   if (!sink.rows.empty()) {
     decoded.pixel = sink.rows[0].bytes[0];
     decoded.red = sink.header.palette[0].red;
@@ -40,44 +37,44 @@ Decoded decode(StreamHandle stream, std::uint32_t argument) {
   return decoded;
 }
 
-Decoded decode(const Bytes& file, std::uint32_t argument) {
+Decoded decode(const Bytes& file, std::int32_t page) {
   MemoryFile stream(file);
-  return decode(MemoryFile::kHandle, argument);
+  return decode(MemoryFile::kHandle, page);
 }
 
 // Of the file that answers now.
 Decoded read_back(int page) {
-  return decode(MemoryFile::kHandle, page_number(static_cast<std::uint32_t>(page)));
+  return decode(MemoryFile::kHandle, page);
 }
 
 TEST(DcxDecode, EveryPageHasItsOwnPixelsAndPalette) {
   const Bytes file = dcx_file({page(10), page(20), page(30)});
   const Decoded ten{1, 10, 10}, thirty{1, 30, 30};
-  EXPECT_EQ(decode(file, page_number(0)), ten);
-  EXPECT_EQ(decode(file, page_number(1)), (Decoded{1, 20, 20}));
-  EXPECT_EQ(decode(file, page_number(2)), thirty);
-  EXPECT_EQ(decode(file, page_number(0x12340002)), thirty) << "only 16 bits count";
-  EXPECT_EQ(decode(file, page_number(3)).status, -11);
-  EXPECT_EQ(decode(file, static_cast<std::uint32_t>(-3)).status, -11);
-  EXPECT_EQ(decode(file, 0), ten) << "an offset means page 0";
+  EXPECT_EQ(decode(file, 0), ten);
+  EXPECT_EQ(decode(file, 1), (Decoded{1, 20, 20}));
+  EXPECT_EQ(decode(file, 2), thirty);
+  EXPECT_EQ(decode(file, 0x12340002), thirty) << "only 16 bits count";
+  EXPECT_EQ(decode(file, 3).status, -11);
+  EXPECT_EQ(decode(file, 0x7FFFFFFD).status, -11);
+  EXPECT_EQ(decode(file, -1), ten) << "an offset means page 0";
   Bytes swapped = file;
   std::swap_ranges(&swapped[4], &swapped[8], &swapped[8]);
-  EXPECT_EQ(decode(swapped, page_number(1)), ten) << "pages in any order";
+  EXPECT_EQ(decode(swapped, 1), ten) << "pages in any order";
 
   // In memory that does not say where it ends, the last palette is found behind its pixels.
   const GuardedBlock block(file);
   open_memory_stream(block.data());
-  EXPECT_EQ(decode(kMemoryStream, page_number(2)), thirty);
+  EXPECT_EQ(decode(kMemoryStream, 2), thirty);
   open_memory_stream(block.data());
-  EXPECT_EQ(decode(kMemoryStream, page_number(0)), ten);
+  EXPECT_EQ(decode(kMemoryStream, 0), ten);
 }
 
 TEST(DcxDecode, TablesThatLie) {
   Bytes file = dcx_file({page(10), page(20)});
   for (const std::uint32_t offset : {0x7FFFFFFFu, 0xFFFFFFFFu}) {
     store_le32(&file[4], offset);
-    EXPECT_EQ(decode(file, page_number(0)).status, -2);
-    EXPECT_EQ(decode(file, page_number(1)), (Decoded{1, 20, 20})) << "no page begins there";
+    EXPECT_EQ(decode(file, 0).status, -2);
+    EXPECT_EQ(decode(file, 1), (Decoded{1, 20, 20})) << "no page begins there";
   }
   EXPECT_EQ(decode(Bytes{0xB1, 0x68, 0xDE}, 0).status, -3);
   EXPECT_EQ(decode(Bytes(70000, 1), 0).status, -3);
@@ -136,7 +133,7 @@ TEST(DcxEncode, BeginsAtThePosition) {
   EXPECT_EQ(file.bytes[299], 0x77);
   EXPECT_EQ(load_le32(&file.bytes[304]), 704u);
   EXPECT_EQ(load_le32(&file.bytes[308]), 704u + 128 + 1 + 769);
-  EXPECT_EQ(decode(MemoryFile::kHandle, 300), (Decoded{1, 5, 5}));
+  EXPECT_EQ(decode(MemoryFile::kHandle, -1, 300), (Decoded{1, 5, 5}));
   EXPECT_EQ(append(7, INT32_MAX - 400), -9) << "no room for a table";
 }
 
@@ -146,7 +143,7 @@ TEST(DcxEncode, MemoryAlwaysHoldsANewContainer) {
   open_memory_stream(block.data(), block.size());
   EXPECT_EQ(append(9, 0, kMemoryStream), 0);
   EXPECT_EQ(load_le32(&block[8]), 0u);
-  EXPECT_EQ(decode(block, 0).pixel, 9);
+  EXPECT_EQ(decode(block, -1).pixel, 9);
 }
 
 TEST(DcxEncode, LeavesTheContainerAloneWhenThePageFails) {

@@ -50,7 +50,7 @@ struct Decoded {
   CollectingSink sink;
   Status status = kOk;
 };
-Decoded decode(const Bytes& file, std::uint32_t offset = 0, const CollectingSink& sink = {}) {
+Decoded decode(const Bytes& file, std::int32_t offset = 0, const CollectingSink& sink = {}) {
   Decoded decoded{sink};
   const GuardedBlock block(file);
   open_memory_stream(block.data(), block.size());

@@ -18,17 +18,19 @@ inline HeaderBlock grey_image(int width, int height, int bits) {
   return image;
 }
 
-inline Bytes encoded(formats::Encoder encode, HeaderBlock image, const std::vector<Bytes>& rows) {
+inline Bytes encoded(formats::Encoder encode, HeaderBlock image, const std::vector<Bytes>& rows,
+                     std::int32_t variant = 0) {
+  const formats::FileType type{.code = 0, .name = "", .title = "", .variant = variant};
   GivenRows given(rows);
   const MemoryFile file;
-  EXPECT_EQ(encode({MemoryFile::kHandle, &image, given.supplier()}), kOk);
+  EXPECT_EQ(encode({MemoryFile::kHandle, &image, given.supplier(), &type}), kOk);
   return file.bytes;
 }
 
 inline CollectingSink decoded(formats::Decoder decode, Bytes file, std::int32_t status = 0) {
   CollectingSink sink;
   open_memory_stream(file.data(), file.size());
-  EXPECT_EQ(decode({kMemoryStream, 0, sink.sink()}).raw(), status);
+  EXPECT_EQ(decode({.stream = kMemoryStream, .sink = sink.sink()}).raw(), status);
   return sink;
 }
 

@@ -217,6 +217,12 @@ std::vector<ValueCall> value_calls() {
   static std::int32_t x, y;
   return {
       {"IMG_bitmap_info", 0, [] { return IMG_bitmap_info(kRuns, &x, &y, &x) == -1 ? -1 : 0; }},
+      {"IMG_get_format", 0,
+       [] {
+         img_format format{};
+         format.size = sizeof format;
+         return IMG_get_format(0, &format);
+       }},
       {"IMGLOW_get_bitmap_header", 0, [] { return IMGLOW_get_bitmap_header(kRuns, out); }},
       {"IMG_bitmap_palette", 2, [] { return IMG_bitmap_palette(kRuns); }},
       {"IMG_get_bitmap_palette", 2, [] { return IMG_get_bitmap_palette(kRuns, out); }},

@@ -1,0 +1,49 @@
+// The front-ends: what a stream holds, decoding it, saving to it. Everything goes by the table.
+#pragma once
+
+#include "core/image_table.h"
+#include "dispatch/file_types.h"
+
+namespace tq::dispatch {
+
+// --- Which format ---
+
+// Tests the bytes at the stream's current position. `found` is null when fewer than ten arrive or
+// nothing passes; that is no failure here. Leaves the stream at its start, except after a short
+// read. Fails only with refused_by_licence.
+Status detect(StreamHandle stream, const FileType*& found);
+
+// The file type code, variant included, of what begins at the stream's current position, which is
+// restored.
+Status file_type_code(StreamHandle stream);
+
+// 1 for what has no pages, also for what is not recognised.
+Status count_pages(StreamHandle stream, formats::PageQuery query);
+
+// The header of the image at the start of the stream; all 0 when the decoder fails before it has
+// one, and kept when it fails afterwards.
+Status file_info(StreamHandle stream, BitmapInfoHeader& header);
+
+// How the image is to be turned; unsupported for every format that does not tell.
+Status image_orientation(StreamHandle stream);
+
+// --- Decoding ---
+
+// Detects what begins at `offset` and decodes it into `sink`. `page` 0: by offset; else that page.
+Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t page,
+                       const formats::RowSink& sink);
+
+// The same into a new image; its handle, or a status.
+Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page);
+
+// --- Saving ---
+
+// Encodes rows of any origin. unsupported: no encoder for the code.
+Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code,
+                     const formats::RowSupplier& rows);
+
+// The image's crop rectangle, to a stream or to a file; handle is valid. `code` -1: by the name.
+Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code);
+Status save_image_file(ImageHandle handle, const char* name, std::int32_t code);
+
+}  // namespace tq::dispatch
