@@ -35,10 +35,12 @@ target_compile_options(tq_options INTERFACE
   -fno-exceptions -fno-rtti -fvisibility=hidden
   -ffp-contract=off)  # the same floating-point results on every processor
 
+# 32-bit x86 code needs SSE2: x87 registers would round differently from the 64-bit build.
+add_library(tq_requires_sse2 INTERFACE)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86|AMD64")
-  # x87 registers would round differently from the 64-bit build.
-  target_compile_options(tq_warnings INTERFACE -msse2 -mfpmath=sse)
+  target_compile_options(tq_requires_sse2 INTERFACE -msse2 -mfpmath=sse)
 endif()
+target_link_libraries(tq_warnings INTERFACE tq_requires_sse2)
 if(WIN32)
   # 32-bit callers align the stack to 4 bytes only; SSE spills need 16.
   target_compile_options(tq_options INTERFACE -mstackrealign)

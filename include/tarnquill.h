@@ -78,7 +78,21 @@ enum {
   IMG_NO_PDF_MODULE = -36       /* the PDF module could not be loaded */
 };
 
-/* ---- File type codes: a format and its compression ---------------------------------------- */
+/* ---- File type codes: a format and its compression ----------------------------------------
+ *
+ * What is read and written, by the depths of images in memory, in bits a pixel; the other codes are
+ * recognised only. IMG_get_format says the same to programs.
+ *
+ *               read                  written
+ *   BMP, DIB    1, 4, 8, 16, 24, 32   every depth. A 16-bit file gives 24 bits with the low three
+ *                                     bits 0, a bare 16-bit DIB 16; a file of two colours is taken
+ *                                     as black and white
+ *   BMP_RLE     4, 8                  4 as RLE4, 8 as RLE8 (16 and 32 give files that nobody reads)
+ *   PCX, DCX    1, 4, 8, 24           1, 4, 8, 24
+ *   JPEG        8, 24, 32             8, 24, 32
+ *   PNG         1, 4, 8, 16, 24       1, 4, 8, 16, 24, and 32 of blue, green, red
+ *   GIF         1, 4, 8               1, 4, 8; both by a module, which has to be there
+ *   PDF         1, 8, 24, one layout  1, 8, 24, 32 */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */
@@ -94,7 +108,7 @@ enum {
   IMG_TYPE_TIFF_LZW = 9,
   IMG_TYPE_TIFF_G4 = 10,
   IMG_TYPE_DCX = 11,
-  IMG_TYPE_BMP_RLE = 12, /* RLE8, or RLE4 for 4-bit images */
+  IMG_TYPE_BMP_RLE = 12,
   IMG_TYPE_JPEG = 13,
   IMG_TYPE_EPS = 14,
   IMG_TYPE_PICT = 15,
@@ -271,6 +285,10 @@ IMG_API int32_t IMG_CALL IMGLOW_get_transp_color(int32_t image);
  *   bytes       how many to copy; 0, or more than a row has, means the whole row (its padded size).
  *               The rest of the caller's buffer, or of the row, keeps its value.
  *
+ * Size buffers by the row rule: pixels of 1, 4, 16, 24 and 32 bits are packed, those of every other
+ * depth take a byte each (shells and registered DIBs of 2, 3 or 12 bits, too); then up to a multiple
+ * of 4 bytes. A whole row is as long as that.
+ *
  * Works on run lists too; their padding bits read as 1.
  * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (also: no pixels), IMG_UNSUPPORTED (row or count out
  * of range, null buffer; nothing is copied). */
@@ -289,8 +307,9 @@ IMG_API int32_t IMG_CALL IMG_bitmap_palette(int32_t image);
 IMG_API int32_t IMG_CALL IMG_get_bitmap_palette(int32_t image, void* out);
 
 /* Change a 1-bit image from run lists to plain pixels and back; bit 1 is white in both. Calls in
- * the wanted form already change nothing. Images wider than 65533 pixels stay plain. The address
- * given by IMG_bitmap_info changes.
+ * the wanted form already change nothing. Images wider than 65533 pixels stay plain, and those up to
+ * 32 pixels wide with more than 65535 rows, whose lists would be larger. The address given by
+ * IMG_bitmap_info changes.
  * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_WRONG_DEPTH (IMG_dib_to_runs, not 1 bit). On
  * failure the image is unchanged. */
 IMG_API int32_t IMG_CALL IMG_runs_to_dib(int32_t image);

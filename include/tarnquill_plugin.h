@@ -29,17 +29,25 @@
 /* Decodes an image from `stream`.
  *
  *   offset_or_page  where the image begins, in bytes; or, with the top bit set, a page number in
- * the other 31 bits: the file then begins at the stream's current position header, row     to be
- * called as described in tarnquill.h; a negative answer is to be returned at once. Neither is null
+ *                   the other 31 bits: the file then begins at the stream's current position
+ *   header, row     to be called as described in tarnquill.h; a negative answer is to be returned
+ *                   at once. Neither is null
+ *   sink_context    handed to both
+ *   stream          for the stream functions that set_callbacks has handed over
  *
  * Returns 0 or above, or a negative status. */
 typedef int32_t(IMG_CALL* img_plugin_decode_fn)(uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 int32_t stream);
 
-/* Encodes the image that `header_block` (IMG_HEADER_BLOCK_BYTES) describes to the stream's current
- * position, row by row from `supply`, which is not null and whose negative answer is to be returned
- * at once. Returns 0 or above, or a negative status. */
+/* Encodes an image to the current position of `stream`.
+ *
+ *   header_block    IMG_HEADER_BLOCK_BYTES: geometry and palette of the rows
+ *   supply          gives the rows, as described in tarnquill.h; a negative answer is to be returned
+ *                   at once. Not null
+ *   save_context    handed to it
+ *
+ * Returns 0 or above, or a negative status. */
 typedef int32_t(IMG_CALL* img_plugin_encode_fn)(int32_t stream, void* header_block,
                                                 img_supply_fn supply, void* save_context);
 
