@@ -129,6 +129,23 @@ TEST(JpegDecode, EveryLayoutGivesTheModelsPicture) {
   }
 }
 
+TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
+  // Only the last of them has more than its first coefficient.
+  const auto last_block = [](int width, int height) {
+    JpegPicture picture = picture_of(width, height, kLayouts[13], 0, 1);
+    for (auto& block : picture.components[0].blocks) block.assign(64, 0);
+    picture.components[0].blocks.back()[9] = 43;
+    return decode(jpeg_file(picture)).sink.image();
+  };
+  const std::vector<Bytes> wide = last_block(8 * 8190, 8 * 4), alone = last_block(8, 8);
+  ASSERT_EQ(wide.size(), 32u);
+  for (std::size_t y = 0; y < 32; ++y) {
+    const auto end = wide[y].end() - 8;
+    EXPECT_EQ(std::count(wide[y].begin(), end, 128), 8 * 8189) << y;
+    EXPECT_EQ(Bytes(end, wide[y].end()), y < 24 ? Bytes(8, 128) : alone[y - 24]) << y;
+  }
+}
+
 TEST(JpegDecode, FarTooBrightSamplesCountAsDark) {
   const int cases[][2] = {{-8 * 500, 0},      {-8 * 128, 0},    {8 * 127, 255}, {8 * 128, 255},
                           {8 * 383 + 3, 255}, {8 * 383 + 4, 0}, {8 * 1000, 0}};
