@@ -8,7 +8,7 @@
 namespace tq::formats::x86 {
 namespace {
 
-TQ_TARGET void forward_four(Vector (&s)[4]) {
+TQ_SIMD void forward_four(Vector (&s)[4]) {
   const Vector a = add16(s[0], s[3]), b = add16(s[1], s[2]);
   const Vector c = subtract16(s[0], s[3]), d = subtract16(s[1], s[2]);
   s[0] = add16(a, b);
@@ -17,7 +17,7 @@ TQ_TARGET void forward_four(Vector (&s)[4]) {
   s[3] = subtract16(scaled<553>(c), scaled<1338>(d));
 }
 
-TQ_TARGET void forward_eight(Vector (&x)[8]) {
+TQ_SIMD void forward_eight(Vector (&x)[8]) {
   Vector even[4], odd[4];
   TQ_UNROLLED for (int n = 0; n < 4; ++n) {
     even[n] = add16(x[n], x[7 - n]);
@@ -57,19 +57,19 @@ constexpr ZigzagMoves zigzag_moves() {
 inline constexpr ZigzagMoves kMoves = zigzag_moves();
 
 // Which values are not 0: the flags are moved, not the values.
-TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
+TQ_SIMD void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
   Vector zeros[4];
   TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    zeros[i] = zero_bytes(packed16(rows[2 * i], rows[2 * i + 1]));
+    zeros[i] = equal8(pack16(rows[2 * i], rows[2 * i + 1]), Vector{});
   }
   std::uint64_t present[kLanes] = {};
   TQ_UNROLLED for (int quarter = 0; quarter < 4; ++quarter) {
     Vector moved{};
     TQ_UNROLLED for (int pair = 0; pair < 4; ++pair) {
       if (!kMoves.needed[quarter][pair]) continue;
-      moved |= shuffled(zeros[pair], repeat(kMoves.places[quarter][pair]));
+      moved |= shuffle8(zeros[pair], load_repeated(kMoves.places[quarter][pair]));
     }
-    const std::uint32_t flags = ~top_bits(moved);
+    const std::uint32_t flags = ~top_bits8(moved);
     TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) {
       present[lane] |= static_cast<std::uint64_t>(flags >> 16 * lane & 0xFFFF) << 16 * quarter;
     }
@@ -77,11 +77,11 @@ TQ_TARGET void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
   TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) out[lane].present = present[lane];
 }
 
-TQ_ENTRY void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
-                             const QuantiseTable& table, QuantisedBlock* out) {
+TQ_KERNEL void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
+                              const QuantiseTable& table, QuantisedBlock* out) {
   for (int n = 0; n < count; n += kLanes, samples += 8 * kLanes, out += kLanes) {
     Vector x[8];
-    TQ_UNROLLED for (int i = 0; i < 8; ++i) x[i] = shifted_left<4>(load(samples + i * stride));
+    TQ_UNROLLED for (int i = 0; i < 8; ++i) x[i] = shift_left16<4>(load(samples + i * stride));
     transpose(x);
     forward_eight(x);
     TQ_UNROLLED for (Vector& values : x) values = rounded<3>(values);
@@ -89,11 +89,11 @@ TQ_ENTRY void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride,
     forward_eight(x);
     TQ_UNROLLED for (int i = 0; i < 8; ++i) {
       const Vector value = rounded<2>(x[i]);
-      const Vector biased = add16(amount(value), repeat(table.bias + 8 * i));
-      const Vector quotient =
-          high_product_unsigned(high_product_unsigned(biased, repeat(table.reciprocal + 8 * i)),
-                                repeat(table.scale + 8 * i));
-      x[i] = with_sign(quotient, value);
+      const Vector biased = add16(abs16(value), load_repeated(table.bias + 8 * i));
+      const Vector quotient = multiply_high_unsigned16(
+          multiply_high_unsigned16(biased, load_repeated(table.reciprocal + 8 * i)),
+          load_repeated(table.scale + 8 * i));
+      x[i] = apply_sign16(quotient, value);
       store_lane<0>(out[0].values + 8 * i, x[i]);
       if constexpr (kLanes == 2) store_lane<1>(out[1].values + 8 * i, x[i]);
     }

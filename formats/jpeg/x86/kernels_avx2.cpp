@@ -1,7 +1,7 @@
 // The kernels in registers of 256 bits: two blocks at a time.
 #if defined(__x86_64__) || defined(__i386__)
 
-#include "formats/jpeg/x86/registers_avx2.h"
+#include "platform/x86/simd256.h"
 // The kernels are written in terms of the registers.
 #include "formats/jpeg/x86/add_kernels.h"
 #include "formats/jpeg/x86/x86_kernels.h"

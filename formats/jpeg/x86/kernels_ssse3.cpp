@@ -1,7 +1,7 @@
 // The kernels in registers of 128 bits: a block at a time.
 #if defined(__x86_64__) || defined(__i386__)
 
-#include "formats/jpeg/x86/registers_ssse3.h"
+#include "platform/x86/simd128.h"
 // The kernels are written in terms of the registers.
 #include "formats/jpeg/x86/add_kernels.h"
 #include "formats/jpeg/x86/x86_kernels.h"
@@ -9,8 +9,8 @@
 namespace tq::formats::x86 {
 namespace {
 
-TQ_ENTRY void inverse_single(const std::int16_t* coefficients, const DequantiseTable& table,
-                             std::uint8_t* samples, std::ptrdiff_t stride) {
+TQ_KERNEL void inverse_single(const std::int16_t* coefficients, const DequantiseTable& table,
+                              std::uint8_t* samples, std::ptrdiff_t stride) {
   inverse_blocks(&coefficients, table, &samples, stride);
 }
 

@@ -2,10 +2,10 @@
 // than asked for.
 #pragma once
 
-#include "formats/jpeg/x86/registers.h"
-
 namespace tq::formats::x86 {
 namespace {
+
+using namespace simd;
 
 inline constexpr int kPixels = 16 * kLanes;  // whose samples fill a register
 
@@ -15,22 +15,22 @@ inline constexpr int kRedFraction = 26346, kGreenCbFraction = 22554, kGreenCrFra
                      kBlueFraction = 50594;
 
 template <int kFraction>
-TQ_TARGET Vector cut_product(Vector amount) {
-  return high_product_unsigned(amount, all16(kFraction));
+TQ_SIMD Vector truncated_product(Vector magnitude) {
+  return multiply_high_unsigned16(magnitude, all16(kFraction));
 }
 
 // What chroma adds to blue and red and takes from green.
 struct Chroma {
   Vector blue, green, red;
 };
-TQ_TARGET Chroma chroma_of(Vector cb, Vector cr) {
+TQ_SIMD Chroma chroma_of(Vector cb, Vector cr) {
   cb = subtract16(cb, all16(128));
   cr = subtract16(cr, all16(128));
-  const Vector b = amount(cb), r = amount(cr);
-  return {with_sign(add16(b, cut_product<kBlueFraction>(b)), cb),
-          add16(with_sign(cut_product<kGreenCbFraction>(b), cb),
-                with_sign(cut_product<kGreenCrFraction>(r), cr)),
-          with_sign(add16(r, cut_product<kRedFraction>(r)), cr)};
+  const Vector b = abs16(cb), r = abs16(cr);
+  return {apply_sign16(add16(b, truncated_product<kBlueFraction>(b)), cb),
+          add16(apply_sign16(truncated_product<kGreenCbFraction>(b), cb),
+                apply_sign16(truncated_product<kGreenCrFraction>(r), cr)),
+          apply_sign16(add16(r, truncated_product<kRedFraction>(r)), cr)};
 }
 
 // Which pixel's byte of a colour goes where in each third of 16 pixels.
@@ -50,40 +50,44 @@ constexpr Turns pixel_turns() {
 inline constexpr Turns kTurns = pixel_turns();
 
 template <int kThird>
-TQ_TARGET Vector third_of(Vector blue, Vector green, Vector red) {
+TQ_SIMD Vector third_of(Vector blue, Vector green, Vector red) {
   const auto& turn = kTurns.of[kThird];
-  return shuffled(blue, repeat(turn[0])) | shuffled(green, repeat(turn[1])) |
-         shuffled(red, repeat(turn[2]));
+  return shuffle8(blue, load_repeated(turn[0])) | shuffle8(green, load_repeated(turn[1])) |
+         shuffle8(red, load_repeated(turn[2]));
 }
 
 // `low` and `high` belong to the first and the second 8 pixels of every lane.
-TQ_TARGET void store_pixels(const std::uint8_t* y, const Chroma& low, const Chroma& high,
-                            std::uint8_t* bgr) {
+TQ_SIMD void store_pixels(const std::uint8_t* y, const Chroma& low, const Chroma& high,
+                          std::uint8_t* bgr) {
   const Vector luma = load(y);
-  const Vector y0 = low8(luma, Vector{}), y1 = high8(luma, Vector{});
-  const Vector blue = packed16_unsigned(add16(y0, low.blue), add16(y1, high.blue));
-  const Vector green = packed16_unsigned(subtract16(y0, low.green), subtract16(y1, high.green));
-  const Vector red = packed16_unsigned(add16(y0, low.red), add16(y1, high.red));
+  const Vector y0 = interleave_low8(luma, Vector{}), y1 = interleave_high8(luma, Vector{});
+  const Vector blue = pack_unsigned16(add16(y0, low.blue), add16(y1, high.blue));
+  const Vector green = pack_unsigned16(subtract16(y0, low.green), subtract16(y1, high.green));
+  const Vector red = pack_unsigned16(add16(y0, low.red), add16(y1, high.red));
   store_in_turn(bgr, third_of<0>(blue, green, red), third_of<1>(blue, green, red),
                 third_of<2>(blue, green, red));
 }
 
-TQ_ENTRY void ycc_to_bgr(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
-                         std::uint8_t* bgr, int width) {
+TQ_KERNEL void ycc_to_bgr(const std::uint8_t* y, const std::uint8_t* cb, const std::uint8_t* cr,
+                          std::uint8_t* bgr, int width) {
   for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
     const Vector b = load(cb + x), r = load(cr + x);
-    store_pixels(y + x, chroma_of(low8(b, Vector{}), low8(r, Vector{})),
-                 chroma_of(high8(b, Vector{}), high8(r, Vector{})), bgr);
+    store_pixels(y + x, chroma_of(interleave_low8(b, Vector{}), interleave_low8(r, Vector{})),
+                 chroma_of(interleave_high8(b, Vector{}), interleave_high8(r, Vector{})), bgr);
   }
 }
 
 // One chroma sample per two pixels.
-TQ_ENTRY void ycc_to_bgr_halved(const std::uint8_t* y, const std::uint8_t* cb,
-                                const std::uint8_t* cr, std::uint8_t* bgr, int width) {
+TQ_KERNEL void ycc_to_bgr_halved(const std::uint8_t* y, const std::uint8_t* cb,
+                                 const std::uint8_t* cr, std::uint8_t* bgr, int width) {
   for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
     const Chroma c = chroma_of(load_widened(cb + x / 2), load_widened(cr + x / 2));
-    store_pixels(y + x, {low16(c.blue, c.blue), low16(c.green, c.green), low16(c.red, c.red)},
-                 {high16(c.blue, c.blue), high16(c.green, c.green), high16(c.red, c.red)}, bgr);
+    store_pixels(y + x,
+                 {interleave_low16(c.blue, c.blue), interleave_low16(c.green, c.green),
+                  interleave_low16(c.red, c.red)},
+                 {interleave_high16(c.blue, c.blue), interleave_high16(c.green, c.green),
+                  interleave_high16(c.red, c.red)},
+                 bgr);
   }
 }
 

@@ -1,4 +1,4 @@
-// What is special about registers of 256 bits and AVX2; registers.h has what is not.
+// Registers of 256 bits, AVX2: what is special about them, and the words of simd.h.
 #pragma once
 
 #include <immintrin.h>
@@ -6,11 +6,11 @@
 #include <cstdint>
 
 // A kernel, and what kernels are made of.
-#define TQ_ENTRY __attribute__((target("avx2"))) inline
-#define TQ_TARGET __attribute__((target("avx2"), always_inline)) inline
+#define TQ_KERNEL __attribute__((target("avx2"))) inline
+#define TQ_SIMD __attribute__((target("avx2"), always_inline)) inline
 #define TQ_INTRINSIC(name) _mm256_##name
 
-namespace tq::formats::x86 {
+namespace tq::simd {
 namespace {
 
 using Vector = __m256i;
@@ -18,26 +18,26 @@ using FloatVector = __m256;
 inline constexpr int kLanes = 2;  // of 128 bits
 
 // A register of one lane everywhere, or of its first and its last lane; and one of its lanes.
-TQ_TARGET Vector repeated(__m128i x) {
+TQ_SIMD Vector repeated(__m128i x) {
   return _mm256_broadcastsi128_si256(x);
 }
-TQ_TARGET Vector joined(__m128i first, __m128i last) {
+TQ_SIMD Vector joined(__m128i first, __m128i last) {
   return _mm256_set_m128i(last, first);
 }
 template <int kLane>
-TQ_TARGET __m128i lane(Vector x) {
+TQ_SIMD __m128i lane(Vector x) {
   return _mm256_extracti128_si256(x, kLane);
 }
 // Makes one sequence of what two values of 64 bits per lane hold in turn.
-TQ_TARGET Vector in_sequence(Vector x) {
+TQ_SIMD Vector in_sequence(Vector x) {
   return _mm256_permute4x64_epi64(x, 0xD8);
 }
 // A byte for each 16-bit value.
-TQ_TARGET Vector load_widened(const std::uint8_t* from) {
+TQ_SIMD Vector load_widened(const std::uint8_t* from) {
   return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
 }
 // The first lanes of all three, then the last ones.
-TQ_TARGET void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
+TQ_SIMD void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
   auto* const out = reinterpret_cast<__m256i*>(to);
   _mm256_storeu_si256(out, _mm256_permute2x128_si256(a, b, 0x20));
   _mm256_storeu_si256(out + 1, _mm256_permute2x128_si256(c, a, 0x30));
@@ -45,4 +45,6 @@ TQ_TARGET void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
 }
 
 }  // namespace
-}  // namespace tq::formats::x86
+}  // namespace tq::simd
+
+#include "platform/x86/simd.h"
