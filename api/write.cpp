@@ -81,11 +81,11 @@ std::int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, std::int
 }
 
 std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {
-  tq::formats::set_jpeg_quality(quality);
+  tq::jpeg::set_jpeg_quality(quality);
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_jpg_interleave(std::int32_t h, std::int32_t v) {
-  tq::formats::set_jpeg_sampling(h, v);
+  tq::jpeg::set_jpeg_sampling(h, v);
   return IMG_OK;
 }

@@ -87,7 +87,7 @@ void decode_ours(benchmark::State& state, const Case& c) {
   for (auto _ : state) {
     open_memory_stream(file.data(), file.size());
     const Status status =
-        formats::decode_jpeg({kMemoryStream, 0, {take_header, take_row, out.data()}});
+        jpeg::decode_jpeg({kMemoryStream, 0, {take_header, take_row, out.data()}});
     if (status.failed()) state.SkipWithError("not decoded");
   }
   state.SetLabel(std::to_string(file.size()) + " bytes");
@@ -136,9 +136,9 @@ void encode_ours(benchmark::State& state, const Case& c) {
   }
   for (auto _ : state) {
     open_memory_stream(out.data(), out.size());
-    formats::set_jpeg_quality(c.quality);
-    formats::set_jpeg_sampling(c.sampling == TJSAMP_444 ? 1 : 2, c.sampling == TJSAMP_420 ? 2 : 1);
-    const Status status = formats::encode_jpeg({kMemoryStream, &image, {Rows::supply, &rows}});
+    jpeg::set_jpeg_quality(c.quality);
+    jpeg::set_jpeg_sampling(c.sampling == TJSAMP_444 ? 1 : 2, c.sampling == TJSAMP_420 ? 2 : 1);
+    const Status status = jpeg::encode_jpeg({kMemoryStream, &image, {Rows::supply, &rows}});
     if (status.failed()) state.SkipWithError("not encoded");
   }
   state.SetLabel(std::to_string(memory_position()) + " bytes");

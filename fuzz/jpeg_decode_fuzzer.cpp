@@ -36,7 +36,7 @@ Digest decode(StreamHandle stream, int fresh_byte, bool fast) {
   memory_probe::fill_fresh(fresh_byte);
   platform::mask_cpu_features({fast, fast, fast, fast, fast});
   Seen seen;
-  const Status status = formats::decode_jpeg({stream, 0, {Seen::on_header, Seen::on_row, &seen}});
+  const Status status = jpeg::decode_jpeg({stream, 0, {Seen::on_header, Seen::on_row, &seen}});
   TQ_CLAIM(one_of(status.raw(), {0, -1, -3, -7, -12, kAborted}));
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
   seen.digest.add(status.raw());

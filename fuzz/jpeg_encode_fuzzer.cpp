@@ -43,13 +43,13 @@ void fuzz(Bytes bytes) {
   Memory files[] = {Memory(room), Memory(room)};
   std::int32_t status[2] = {};
   for (int i = 0; i < 2; ++i) {
-    formats::set_jpeg_quality(quality);
-    formats::set_jpeg_sampling(h, v);
+    jpeg::set_jpeg_quality(quality);
+    jpeg::set_jpeg_sampling(h, v);
     const bool fast = i == 0;
     platform::mask_cpu_features({fast, fast, fast, fast, fast});
     memory_probe::fill_fresh(fast ? 0xA5 : 0x3C);
     open_memory_stream(files[i].data(), files[i].size());
-    status[i] = formats::encode_jpeg({kMemoryStream, &image, {supply, &pixels}}).raw();
+    status[i] = jpeg::encode_jpeg({kMemoryStream, &image, {supply, &pixels}}).raw();
     files[i].resize(static_cast<std::size_t>(memory_position()));
   }
   TQ_CLAIM(status[0] == status[1] && files[0] == files[1]);
@@ -58,7 +58,7 @@ void fuzz(Bytes bytes) {
   if (status[0] < 0) return;
   HeaderBlock read;
   open_memory_stream(files[0].data(), files[0].size());
-  TQ_CLAIM(formats::decode_jpeg({kMemoryStream, 0, {keep_header, nullptr, &read}}) == kOk);
+  TQ_CLAIM(jpeg::decode_jpeg({kMemoryStream, 0, {keep_header, nullptr, &read}}) == kOk);
   TQ_CLAIM(read.header.biWidth == image.header.biWidth);
   TQ_CLAIM(read.header.biHeight == image.header.biHeight);
   TQ_CLAIM(memory_position() + 2u == files[0].size());  // in front of EOI

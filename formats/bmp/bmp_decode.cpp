@@ -176,9 +176,9 @@ Status decode_embedded_jpeg(const DecodeRequest& request, const BmpFile& file) {
   if (file.pixels_at < 0 || file.pixels_at > std::numeric_limits<std::int32_t>::max()) {
     return StatusCode::read_failed;
   }
-  return decode_jpeg({.stream = request.stream,
-                      .offset = static_cast<std::int32_t>(file.pixels_at),
-                      .sink = request.sink});
+  return jpeg::decode_jpeg({.stream = request.stream,
+                            .offset = static_cast<std::int32_t>(file.pixels_at),
+                            .sink = request.sink});
 }
 
 }  // namespace

@@ -180,9 +180,9 @@ Status decode_by_own_reader(const DecodeRequest& request) {
   seek(request.stream, data, Origin::start);
   switch (image.kind) {
     case PixelKind::jpeg:
-      return decode_jpeg({.stream = request.stream,
-                          .offset = static_cast<std::int32_t>(data),
-                          .sink = request.sink});
+      return jpeg::decode_jpeg({.stream = request.stream,
+                                .offset = static_cast<std::int32_t>(data),
+                                .sink = request.sink});
     case PixelKind::ccitt:
       return decode_ccitt(request, image);
     case PixelKind::none:

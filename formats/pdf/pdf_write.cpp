@@ -115,7 +115,7 @@ Status PageWriter::write_pixels(std::int32_t& bytes) {
     TQ_TRY(written);
     bytes = written.raw();
   } else {
-    TQ_TRY(encode_jpeg(request_));
+    TQ_TRY(jpeg::encode_jpeg(request_));
     const std::int64_t length = tq::position(request_.stream) - out_.position();
     if (length < 0) return StatusCode::write_failed;
     bytes = static_cast<std::int32_t>(length);
@@ -223,7 +223,7 @@ Status PageWriter::write_page() {
 }  // namespace
 
 Status can_encode_pdf(const EncodeRequest& request) {
-  return request.image->header.biBitCount == 1 ? kOk : can_encode_jpeg(request);
+  return request.image->header.biBitCount == 1 ? kOk : jpeg::can_encode_jpeg(request);
 }
 
 Status encode_pdf(const EncodeRequest& request) {

@@ -1,7 +1,7 @@
 // The words in which kernels for registers of any width are written. What is not said to be
 // otherwise works on each lane of 128 bits by itself. A file includes simd128.h or simd256.h, which
-// include this, and then its kernels; the target stands with each function, not in compiler options,
-// so that inline functions of other headers stay what they are for everybody.
+// include this, and then its kernels; the target stands with each function, not in compiler
+// options, so that inline functions of other headers stay what they are for everybody.
 #pragma once
 
 #include <cstdint>

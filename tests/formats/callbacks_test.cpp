@@ -24,7 +24,7 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
                 {formats::encode_bmp, formats::decode_bmp, 0, formats::kBmpBareDib},
                 {formats::encode_bmp, formats::decode_bmp, 0, formats::kBmpRunLengths},
                 {formats::encode_pcx, formats::decode_pcx, 1},
-                {formats::encode_jpeg, formats::decode_jpeg, 0},
+                {jpeg::encode_jpeg, jpeg::decode_jpeg, 0},
                 {formats::encode_png, formats::decode_png, 0}};
   const struct {
     std::int32_t offset, page;

@@ -15,7 +15,7 @@
 namespace tq::test {
 namespace {
 
-using formats::decode_jpeg;
+using jpeg::decode_jpeg;
 using testing::Each;
 
 std::vector<int> steps(int low, int slope = 1) {

@@ -67,16 +67,16 @@ void encode_and_decode(const Case& c, Digest& files, Digest& pixels) {
   }
   for (const int quality : {1, 30, 75, 90, 100}) {
     for (const Content content : {Content::slopes, Content::noise, Content::extremes}) {
-      formats::set_jpeg_quality(quality);
-      formats::set_jpeg_sampling(c.h, c.v);
+      jpeg::set_jpeg_quality(quality);
+      jpeg::set_jpeg_sampling(c.h, c.v);
       GivenRows given(rows_of(content, c.bits));
       MemoryFile file;
-      ASSERT_EQ(formats::encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}), kOk);
+      ASSERT_EQ(jpeg::encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}), kOk);
       files.add(file.bytes);
       // Between the header and the rest of the data whole pieces are written, which callers see.
       for (std::size_t i = 1; i + 2 < file.counts.size(); ++i) EXPECT_EQ(file.counts[i], 20000);
       file.install(false, false, false);
-      for (const Bytes& row : decoded(formats::decode_jpeg, file.bytes).image()) pixels.add(row);
+      for (const Bytes& row : decoded(jpeg::decode_jpeg, file.bytes).image()) pixels.add(row);
     }
   }
 }

@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "core/memory.h"
-#include "formats/jpeg/encoder_settings.h"
+#include "formats/jpeg/encode/encoder.h"
 #include "formats/jpeg/jpeg.h"
 #include "tests/support/codec_runs.h"
 #include "tests/support/jpeg_file.h"
@@ -14,10 +14,10 @@
 namespace tq::test {
 namespace {
 
-using formats::decode_jpeg;
-using formats::encode_jpeg;
-using formats::set_jpeg_quality;
-using formats::set_jpeg_sampling;
+using jpeg::decode_jpeg;
+using jpeg::encode_jpeg;
+using jpeg::set_jpeg_quality;
+using jpeg::set_jpeg_sampling;
 
 // Smooth rows with an edge.
 std::vector<Bytes> rows_of(const HeaderBlock& image) {
@@ -73,9 +73,6 @@ Bytes segment(const Bytes& file, int marker) {
   return {};
 }
 
-// As the process starts; no setter brings this state back.
-const formats::JpegEncoderSettings kUnset = formats::jpeg_encoder_settings();
-
 TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
   struct Case {
     int bits;
@@ -95,7 +92,7 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
        {8, 0, 5, 1, 44, 1, 1, 0x11, 0},
        {1, 1, 0, 0, 63, 0}},
   };
-  formats::jpeg_encoder_settings() = kUnset;
+  jpeg::encoder_settings() = {};  // as the process starts; no setter brings this state back
   for (const Case& c : cases) {
     const Bytes file = save(grey_image(300, 5, c.bits)).file;
     Bytes markers;

@@ -7,12 +7,12 @@
 #include <random>
 #include <vector>
 
-#include "formats/jpeg/kernels.h"
+#include "formats/jpeg/dsp/kernels.h"
 
 namespace tq::test {
 namespace {
 
-using namespace formats;
+using namespace jpeg;
 
 std::vector<platform::CpuFeatures> feature_sets() {
   const platform::CpuFeatures all = platform::cpu_features();
@@ -28,6 +28,8 @@ std::vector<platform::CpuFeatures> feature_sets() {
   return sets;
 }
 
+const Kernels kPortable = select_kernels({});
+
 class JpegKernelsTest : public testing::Test {
  protected:
   int below(int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); }
@@ -36,7 +38,7 @@ class JpegKernelsTest : public testing::Test {
 
 TEST_F(JpegKernelsTest, InverseTransformsAgreeUpToTheirBound) {
   for (const auto& features : feature_sets()) {
-    const JpegKernels kernels = select_kernels(features);
+    const Kernels kernels = select_kernels(features);
     for (int round = 0; round < 20000; ++round) {
       DequantiseTable table;
       alignas(32) std::int16_t blocks[2][kBlock] = {};
@@ -55,13 +57,13 @@ TEST_F(JpegKernelsTest, InverseTransformsAgreeUpToTheirBound) {
       }
       // The first block alone, then both beside each other.
       std::uint8_t expected[16 * 8] = {}, single[16 * 8] = {}, pair[16 * 8] = {};
-      inverse_transform(blocks[0], table, expected, 16);
+      kPortable.inverse(blocks[0], table, expected, 16);
       kernels.inverse_small(blocks[0], table, single, 16);
       ASSERT_TRUE(std::equal(expected, expected + 128, single)) << round;
-      inverse_transform(blocks[1], table, expected + 8, 16);
+      kPortable.inverse(blocks[1], table, expected + 8, 16);
       kernels.inverse_small_pair({blocks[0], blocks[1]}, table, {pair, pair + 8}, 16);
       ASSERT_TRUE(std::equal(expected, expected + 128, pair)) << round;
-      ASSERT_EQ(kernels.magnitude(blocks[0], table), magnitude(blocks[0], table));
+      ASSERT_EQ(kernels.magnitude(blocks[0], table), kPortable.magnitude(blocks[0], table));
     }
   }
 }
@@ -109,7 +111,7 @@ TEST_F(JpegKernelsTest, QuantisedBlocksAgree) {
     for (auto& step : steps) step = static_cast<std::uint8_t>(1 + (round + below(4)) % 255);
     const QuantiseTable table = quantise_table(steps);
     QuantisedBlock expected[kBlocks], found[kBlocks + 1];
-    forward_blocks(samples.data(), kStride, kBlocks, table, expected);
+    kPortable.forward(samples.data(), kStride, kBlocks, table, expected);
     for (const auto& features : feature_sets()) {
       select_kernels(features).forward(samples.data(), kStride, kBlocks, table, found);
       for (int i = 0; i < kBlocks; ++i) {
@@ -128,19 +130,18 @@ TEST_F(JpegKernelsTest, ColoursAgreeOnAllWidths) {
     cr[i] = static_cast<std::uint8_t>(i >> 8);
     y[i] = static_cast<std::uint8_t>(below(256));
   }
-  const auto convert = [&](const JpegKernels& k, bool halved, int at, int width) {
+  const auto convert = [&](const Kernels& k, bool halved, int at, int width) {
     std::vector<std::uint8_t> bgr(3 * (static_cast<std::size_t>(width) + kKernelMargin), 0x77);
     (halved ? k.ycc_to_bgr_halved : k.ycc_to_bgr)(&y[at], &cb[at], &cr[at], bgr.data(), width);
     bgr.resize(3 * static_cast<std::size_t>(width));
     return bgr;
   };
-  const JpegKernels portable = select_kernels({});
   for (const auto& features : feature_sets()) {
-    const JpegKernels kernels = select_kernels(features);
+    const Kernels kernels = select_kernels(features);
     for (const bool halved : {false, true}) {
-      EXPECT_EQ(convert(kernels, halved, 0, 65536), convert(portable, halved, 0, 65536));
+      EXPECT_EQ(convert(kernels, halved, 0, 65536), convert(kPortable, halved, 0, 65536));
       for (int width = 0; width <= 200; ++width) {
-        ASSERT_EQ(convert(kernels, halved, width, width), convert(portable, halved, width, width));
+        ASSERT_EQ(convert(kernels, halved, width, width), convert(kPortable, halved, width, width));
       }
     }
   }
@@ -153,7 +154,7 @@ TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {
   }
   // Luminance with and without chroma, chroma, grey.
   using Rows = std::array<std::vector<std::int16_t>, 5>;
-  const auto convert = [&](const JpegKernels& kernels, int width, int step) {
+  const auto convert = [&](const Kernels& kernels, int width, int step) {
     Rows rows;
     for (auto& row : rows) row.assign(static_cast<std::size_t>(width) + kKernelMargin, 0);
     const std::uint8_t* from = &pixels[3 * static_cast<std::size_t>(width) + step];
@@ -169,8 +170,7 @@ TEST_F(JpegKernelsTest, EncoderSamplesAgreeOnAllWidthsAndSteps) {
   for (const auto& features : feature_sets()) {
     for (int width = 0; width <= 200; ++width) {
       for (int step = 1; step <= 4; ++step) {
-        ASSERT_EQ(convert(select_kernels(features), width, step),
-                  convert(select_kernels({}), width, step))
+        ASSERT_EQ(convert(select_kernels(features), width, step), convert(kPortable, width, step))
             << width << " " << step;
       }
     }

@@ -58,7 +58,7 @@ std::string pixels_of(const Picture& picture) {
     EXPECT_EQ(encoder.open({}, picture.width), kOk);
     EXPECT_TRUE(encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, picture.height}).ok());
   } else {
-    EXPECT_EQ(encode(formats::encode_jpeg, picture), kOk);
+    EXPECT_EQ(encode(jpeg::encode_jpeg, picture), kOk);
   }
   return text(file.bytes);
 }
