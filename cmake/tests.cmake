@@ -58,6 +58,11 @@ if(TQ_API_TESTS)
   tq_register_tests(api_tests)
 endif()
 
+# Beside the module, so that its formats are swept as well.
+set_target_properties(sweep_tests PROPERTIES
+  RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/lzw_module)
+add_dependencies(sweep_tests lzw_module)
+
 # Modules: one program in a folder of its own, because it puts modules beside itself.
 if(TQ_MODULE_TESTS)
   tq_add_module(test_module trqvpl1 tests/modules/test_module.cpp)

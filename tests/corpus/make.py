@@ -1,0 +1,239 @@
+#!/usr/bin/env python3
+"""Makes the files of SOURCES.md again, and digests.txt: what other programs see in them. A line of that:
+
+    file, page, file type code, depth or status, width, height, digest of the pixels (or the file that shows
+    them), the programs that agreed, the rule of the library's own that was applied
+
+Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, ghostscript, openjdk-17-jdk-headless, gifsicle,
+libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf and dcmtk, as Debian 12 has them."""
+import collections
+import io
+import math
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+
+from PIL import Image, ImageDraw
+
+HERE = pathlib.Path(__file__).resolve().parent
+LINE = re.compile(r"^(-?\d+) +(-?\d+)(?::(\S+))? +(\S+/\S+) +(.+)$", re.MULTILINE)
+FARTHEST = 4  # two decoders of JPEG from each other
+
+JAVA = """
+import java.io.File; import javax.imageio.*; import javax.imageio.stream.*;
+class Save { public static void main(String[] a) throws Exception {  // format, in, out, compression, order
+  ImageWriter writer = ImageIO.getImageWritersByFormatName(a[0]).next();
+  ImageWriteParam how = writer.getDefaultWriteParam();
+  if (a.length > 3) { how.setCompressionMode(ImageWriteParam.MODE_EXPLICIT); how.setCompressionType(a[3]); }
+  if (a.length > 4) ((javax.imageio.plugins.bmp.BMPImageWriteParam) how).setTopDown(true);
+  try (ImageOutputStream out = new FileImageOutputStream(new File(a[2]))) {
+    writer.setOutput(out);
+    writer.write(null, new IIOImage(ImageIO.read(new File(a[1])), null, null), how); } } }
+"""
+POSTSCRIPT = """%!
+/Helvetica findfont 11 scalefont setfont 0.9 1 0.8 setrgbcolor 0 0 200 200 rectfill
+0.8 0.1 0.2 setrgbcolor 9 4 7 0 360 arc fill 0.1 0.3 0.8 setrgbcolor 14 3 moveto (fox) show showpage
+"""
+SCANS = {"scans.txt": "0;\n1;\n2;\n",
+         "bits.txt": "0,1,2: 0-0, 0, 2;\n0: 1-63, 0, 1;\n1: 1-5, 0, 0;\n2: 1-63, 0, 0;\n1: 6-63, 0, 0;\n"
+                     "0,1,2: 0-0, 2, 1;\n0,1,2: 0-0, 1, 0;\n0: 1-63, 1, 0;\n"}
+
+
+def draw(width, height):
+    """A sky, a ball, a little noise."""
+    picture, state = Image.new("RGB", (width, height)), 7
+    for y in range(height):
+        for x in range(width):
+            state = (state * 1103515245 + 12345) % 2**31
+            away = math.hypot((x - width * 0.6) / height, y / height - 0.55) / 0.35
+            colour = (60 + 150 * y / height, 120 + 90 * y / height, 220 - 60 * x / width)
+            if away < 1:
+                light = math.sqrt(1 - away * away)
+                colour = (230 * light, 60 + 40 * light, 40 + 60 * x / width)
+            picture.putpixel((x, y), tuple(int(c) + (state >> 16) % 12 for c in colour))
+    return picture
+
+
+def write_text(picture, lines):
+    for i, line in enumerate(lines):
+        ImageDraw.Draw(picture).text((2, 2 + 13 * i), line, 0)
+    return picture
+
+
+def draw_sources():
+    small = draw(29, 19)
+    for name, picture in (("photo.png", draw(48, 37)), ("photo.jpg", draw(48, 37)), ("small.png", small),
+                          ("small.tif", small), ("even.png", draw(28, 19))):
+        picture.save(name)
+    small.putalpha(Image.radial_gradient("L").resize(small.size))
+    small.save("alpha.png")
+    mono = write_text(Image.new("1", (45, 21), 1), ["Tarn"])
+    mono.save("mono.png")
+    mono.save("mono.tif", compression="group4")
+    mono.rotate(180).save("mono2.png")
+    chart = Image.new("P", (45, 21), 15)
+    for i in range(15):
+        ImageDraw.Draw(chart).rectangle((3 * i, 20 - i * 37 % 20, 3 * i + 1, 20), i)
+    runs = Image.new("P", (44, 20))  # no literal run of an odd number of bytes: Java's writer forgets to pad these
+    runs.putdata([(x // 4 + y if y < 10 else 7 * x + 3 * y) % 16 for y in range(20) for x in range(44)])
+    for name, picture in (("chart", chart), ("runs", runs)):
+        picture.putpalette([level for i in range(16) for level in
+                            ((128 if i < 8 else 255) * (i & 1), (128 if i < 8 else 255) * (i >> 1 & 1), 16 * i + 15)])
+        picture.save(name + ".png", bits=4)
+        picture.save(name + "8.png", bits=8)
+    words = "a tarn is a small lake in the mountains its water is quiet cold and clear".split()
+    write_text(Image.new("1", (600, 800), 1),
+               [" ".join(words[(i * 5 + j * 3 + i // 4) % len(words)] for j in range(15 if i % 9 else 4))
+                for i in range(60)]).save("page.png")
+    for name, text in {"text.ps": POSTSCRIPT, "Save.java": JAVA, **SCANS}.items():
+        pathlib.Path(name).write_text(text)
+
+
+def run(*command):
+    """What the command writes, nothing when it fails."""
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
+    return done.stdout if done.returncode == 0 else b""
+
+
+def make(command, file):
+    file.parent.mkdir(exist_ok=True)
+    if command.startswith("pillow "):
+        exec(command[7:], {"Image": Image, "o": file})  # a line of the list beside this script
+        return
+    command = re.sub(r"(?<= )([()])(?= )", r"\\\1", command)
+    command = command.replace("java ", "java Save.java ").replace("ffmpeg ", "ffmpeg -v error -bitexact ")
+    subprocess.run(["bash", "-c", f"set -o pipefail; o='{file}'; {command}"], check=True)
+
+
+# ---- What others see: red, green, blue, alpha of all pixels, 8 bits or 16 with the high byte first ---------
+
+def by_pillow(file, page):
+    with Image.open(file) as image:
+        image.seek(page)
+        return image.convert("RGBA").tobytes() if image.mode[0] != "I" else b""
+
+
+def by_netpbm(file, page):
+    readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"]}
+    picture = run(*readers.get(file.parent.name, ["false"]), str(file))
+    return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
+
+
+def views(file, page, deep, alpha):
+    depth = ["-depth", "16", "-endian", "MSB"] if deep else ["-depth", "8"]
+    yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, "rgba:-")
+    yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, "rgba:-")
+    if page == 0:
+        yield "ffmpeg", run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-pix_fmt",
+                            "rgba64be" if deep else "rgba", "-frames:v", "1", "-")
+    if not deep:
+        try:
+            yield "Pillow", by_pillow(file, page)
+        except (OSError, EOFError, ValueError):
+            pass
+        yield "netpbm", b"" if alpha else by_netpbm(file, page)
+
+
+def ruled(view, rules):
+    """Red, green and blue by the library's own rules: those of 16-bit bitmaps, the high byte of 16, on white."""
+    view = view[::2] if "high" in rules else view
+    masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
+    out = bytearray()
+    for i in range(0, len(view), 4):
+        alpha = view[i + 3] if "white" in rules else 255
+        out += bytes(((c & mask) * alpha + 255 * (255 - alpha) + 127) // 255 for c, mask in zip(view[i:i + 3], masks))
+    return bytes(out)
+
+
+def fnv(data):
+    value = 0xCBF29CE484222325
+    for byte in data:
+        value = (value ^ byte) * 0x100000001B3 & 0xFFFFFFFFFFFFFFFF
+    return f"{value:016x}"
+
+
+def agreed(file, page, rules):
+    """The digest that most programs see, and which they are."""
+    seen = collections.defaultdict(list)
+    for program, view in views(file, page, "high" in rules, "white" in rules):
+        if view:
+            seen[fnv(ruled(view, rules))].append(program)
+    digest, programs = max(seen.items(), key=lambda item: len(item[1]), default=("-", []))
+    return (digest, programs) if len(programs) > 1 else ("-", ["-"])
+
+
+# ---- JPEG: whole numbers may be rounded in several ways -----------------------------------------------------
+
+LAYOUTS = {"gray": (1, 1), "yuvj444p": (1, 1), "yuvj422p": (2, 1), "yuvj420p": (2, 2), "yuvj440p": (1, 2),
+           "yuvj411p": (4, 1)}
+
+
+def by_planes(file, size):
+    """ffmpeg's samples, each as often as it counts."""
+    layout = run("ffprobe", "-v", "error", "-show_entries", "stream=pix_fmt", "-of", "csv=p=0", str(file)).decode().strip()
+    if layout not in LAYOUTS:
+        return b""
+    raw = run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-")
+    planes = []
+    for h, v in ((1, 1), LAYOUTS[layout], LAYOUTS[layout])[:1 if layout == "gray" else 3]:
+        width, height = -(-size[0] // h), -(-size[1] // v)
+        plane = Image.frombytes("L", (width, height), raw[:width * height])
+        planes.append(plane.resize((width * h, height * v), Image.NEAREST).crop((0, 0, *size)))
+        raw = raw[width * height:]
+    return (planes[0] if layout == "gray" else Image.merge("YCbCr", planes).convert("RGB")).tobytes()
+
+
+def shown(file, known):
+    """A file with the pixels, no sample smoothed, and the programs that see nearly the same."""
+    image, plain = Image.open(file), ["-define", "jpeg:fancy-upsampling=off", "-depth", "8"]
+    if image.mode == "CMYK":  # the samples side by side
+        programs, pixels = ["Pillow"], Image.frombytes("L", (4 * image.width, image.height), image.tobytes())
+        others = {"ImageMagick": run("convert", str(file), *plain, "cmyk:-")}
+    else:
+        programs = ["djpeg"]
+        pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(file))))
+        others = {"ffmpeg": by_planes(file, image.size),
+                  "ImageMagick": run("convert", *plain, str(file), "gray:-" if pixels.mode == "L" else "rgb:-")}
+    data = pixels.tobytes()
+    programs += [other for other, seen in others.items()
+                 if len(seen) == len(data) and max(abs(a - b) for a, b in zip(seen, data)) <= FARTHEST]
+    key = (pixels.mode, pixels.size, data)
+    if key not in known:
+        known[key] = HERE / "shown" / (file.stem + ".png")
+        known[key].parent.mkdir(exist_ok=True)
+        pixels.save(known[key], optimize=True)
+    return f"shown/{known[key].name}", programs
+
+
+def main():
+    lines, known = [], {}
+    for old in HERE.glob("*/"):
+        shutil.rmtree(old)
+
+    def add(file, page, code, result, size, seen, rules=""):
+        name, (pixels, programs) = file.relative_to(HERE), seen
+        if int(result) > 0 and len(programs) < 2:
+            print("not agreed:", name, page)
+        lines.append(f"{name} {page} {code} {result} {size} {pixels} {','.join(programs)} {rules or '-'}\n")
+
+    with tempfile.TemporaryDirectory() as folder:
+        os.chdir(folder)
+        draw_sources()
+        for code, result, rules, name, command in LINE.findall((HERE / "SOURCES.md").read_text()):
+            file = HERE / name
+            make(command, file)
+            sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines() or ["0 0"]
+            for page, size in enumerate(sizes if int(result) > 0 else sizes[:1]):
+                lossy = file.suffix == ".jpg" and int(result) > 0
+                seen = shown(file, known) if lossy else agreed(file, page, rules.split(","))
+                add(file, page, code, result, size, seen, rules)
+        for (mode, size, _), name in known.items():
+            add(name, 0, 43, 8 if mode == "L" else 24, "%d %d" % size, agreed(name, 0, [""]))
+    (HERE / "digests.txt").write_text("".join(lines))
+
+
+if __name__ == "__main__":
+    main()
