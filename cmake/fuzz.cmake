@@ -14,9 +14,9 @@ if(NOT CMAKE_CROSSCOMPILING)
     add_custom_command(OUTPUT ${TQ_SEEDS}.stamp
       COMMAND ${CMAKE_COMMAND} -E rm -rf ${TQ_SEEDS}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${TQ_SEEDS}
-      COMMAND make_seeds ${TQ_SEEDS}
+      COMMAND make_seeds ${TQ_SEEDS} ${PROJECT_SOURCE_DIR}/tests/corpus
       COMMAND ${CMAKE_COMMAND} -E touch ${TQ_SEEDS}.stamp
-      DEPENDS make_seeds
+      DEPENDS make_seeds tests/corpus/digests.txt
       COMMENT "Writing the seed corpus"
       VERBATIM)
     add_custom_target(seeds ALL DEPENDS ${TQ_SEEDS}.stamp)

@@ -8,6 +8,7 @@
 #include "core/context.h"
 #include "core/memory.h"
 #include "io/byte_stream.h"
+#include "tests/support/corpus.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/sweep/watched_images.h"
@@ -54,14 +55,10 @@ struct Material {
 
   std::string in, out;
   Bytes mono = plain_file(70, 5, 1), deep = plain_file(9, 4, 24), wide = plain_file(70000, 2, 1);
-  Bytes coded = bmp_file({true, 40, 20, 3, 8, 1, grey_palette(256), {20, 7, 0, 0, 20, 9, 0, 1}});
+  Bytes grey = plain_file(20, 3, 8);
   Bytes lists = bmp_file({true, 40, 70, 2, 1, 99, grey_palette(2), {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
-  Bytes jpeg = saved(deep, IMG_TYPE_JPEG);
   Bytes fax_page = document(mono), colour_page = document(deep);
-  Bytes pcx = saved(deep, IMG_TYPE_PCX), dcx = saved(deep, IMG_TYPE_DCX);
-  Bytes png = saved(deep, IMG_TYPE_PNG);
   Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
-  Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 3, 1, 3, 0, 1, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};
   Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
   std::uint8_t* global = nullptr;
   std::uint8_t* room = nullptr;
@@ -98,7 +95,7 @@ std::vector<Call> calls(Material& m) {
     return IMGLOW_decompress_bitmap(1, 0, 0, ignore_row, nullptr, ignore_header);
   };
   const auto rows_of_zeros = [&m] {
-    return IMGLOW_save_bitmap(1, &m.coded[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr);
+    return IMGLOW_save_bitmap(1, &m.grey[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr);
   };
   Bytes* const row = &m.row;
   const auto put = [row](std::int32_t image, std::int32_t bytes) {
@@ -119,8 +116,8 @@ std::vector<Call> calls(Material& m) {
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decompsize(40, 3); }, m.mono)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_rect(0, 0, 3, 3); }, m.mono)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(8); }, m.deep)},
-      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(1); }, m.coded)},
-      {"IMGLOW_decompress_bitmap", from_caller(m.coded, to_sink)},
+      {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(1); }, m.grey)},
+      {"IMGLOW_decompress_bitmap", from_caller(m.grey, to_sink)},
       {"IMGLOW_decompress_bitmap_mem",
        [&m] {
          return IMGLOW_decompress_bitmap_mem(m.global, 0, ignore_row, nullptr, ignore_header);
@@ -131,10 +128,8 @@ std::vector<Call> calls(Material& m) {
                                                nullptr, ignore_header);
        }},
       {"IMGLOW_get_filetype", [&m] { return IMGLOW_get_filetype(m.in.c_str()); }},
-      {"IMGLOW_get_filetype_fd", from_caller(m.tiff, [] { return IMGLOW_get_filetype_fd(1); })},
+      {"IMGLOW_get_filetype_fd", from_caller(m.deep, [] { return IMGLOW_get_filetype_fd(1); })},
       {"IMGLOW_get_filetype_mem", [&m] { return IMGLOW_get_filetype_mem(m.global); }},
-      {"IMGLOW_get_filetype_block",
-       [&m] { return IMGLOW_get_filetype_block(m.tiff.data(), m.tiff.size()); }},
       {"IMGLOW_get_pages", [&m] { return IMGLOW_get_pages(m.in.c_str()); }},
       {"IMGLOW_get_pages_fd", from_caller(m.deep, [] { return IMGLOW_get_pages_fd(1); })},
       {"IMGLOW_get_pages_mem", [&m] { return IMGLOW_get_pages_mem(m.global); }},
@@ -142,10 +137,10 @@ std::vector<Call> calls(Material& m) {
        [&m] { return IMGLOW_get_pages_block(m.mono.data(), m.mono.size()); }},
       {"IMGLOW_get_fileinfo", [&m] { return IMGLOW_get_fileinfo(m.in.c_str(), m.row.data()); }},
       {"IMGLOW_get_fileinfo_fd",
-       from_caller(m.jpeg, [&m] { return IMGLOW_get_fileinfo_fd(1, m.row.data()); })},
+       from_caller(m.deep, [&m] { return IMGLOW_get_fileinfo_fd(1, m.row.data()); })},
       {"IMGLOW_get_fileinfo_mem", [&m] { return IMGLOW_get_fileinfo_mem(m.global, m.row.data()); }},
       {"IMGLOW_get_fileinfo_block",
-       [&m] { return IMGLOW_get_fileinfo_block(m.jpeg.data(), m.jpeg.size(), m.row.data()); }},
+       [&m] { return IMGLOW_get_fileinfo_block(m.deep.data(), m.deep.size(), m.row.data()); }},
       {"IMGLOW_get_image_orientation",
        [&m] { return IMGLOW_get_image_orientation(m.in.c_str()) == IMG_UNSUPPORTED ? 0 : -2; }},
       {"IMG_unload_plugins", [] { return IMG_unload_plugins(); }},
@@ -166,7 +161,7 @@ std::vector<Call> calls(Material& m) {
       {"IMGLOW_save_bitmap", from_caller(m.deep, rows_of_zeros)},
       {"IMGLOW_save_bitmap_mem",
        [&m] {
-         return IMGLOW_save_bitmap_mem(m.room, &m.coded[14], IMG_TYPE_BMP, supply_zeros, nullptr);
+         return IMGLOW_save_bitmap_mem(m.room, &m.grey[14], IMG_TYPE_BMP, supply_zeros, nullptr);
        }},
       {"IMG_color_gray", [] { return IMG_color_gray(Watched::kDeep); }},
       {"IMG_mediancut_color", [] { return IMG_mediancut_color(Watched::kDeep); }},
@@ -185,20 +180,24 @@ std::vector<Call> calls(Material& m) {
       {"IMG_delete_bitmap_keep",
        [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},
   };
-  for (const Bytes* file : {&m.mono, &m.wide, &m.coded, &m.lists, &m.cut_off, &m.jpeg, &m.fax_page,
-                            &m.colour_page, &m.pcx, &m.dcx, &m.png}) {
+  for (const Bytes* file : {&m.mono, &m.wide, &m.lists, &m.cut_off, &m.fax_page, &m.colour_page}) {
     all.push_back({"IMG_decompress_bitmap_block", block(*file)});
   }
-  const std::pair<std::int32_t, std::vector<std::int32_t>> saves[] = {
-      {Watched::kRuns, {IMG_TYPE_BMP, IMG_TYPE_PDF}},
-      {Watched::kPlain, {IMG_TYPE_BMP, IMG_TYPE_PDF}},
-      {Watched::kDeep,
-       {IMG_TYPE_DIB, IMG_TYPE_PDF, IMG_TYPE_JPEG, IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_PNG}}};
-  for (const auto& [image, codes] : saves) {
-    for (const std::int32_t code : codes) {
-      all.push_back({"IMG_save_bitmap_block", [&m, code, image = image] {
-                       return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
-                     }});
+  for (const CorpusFile& file : corpus_files()) {
+    const auto code = [&bytes = file.bytes] {
+      return std::min(IMGLOW_get_filetype_block(bytes.data(), bytes.size()), 0);
+    };
+    if (code() == 0) all.push_back({"IMGLOW_get_filetype_block", code});
+    if (file.decoded) all.push_back({"IMG_decompress_bitmap_block", block(file.bytes)});
+  }
+  // With every code that has room for them.
+  const Watched images;
+  for (std::int32_t image = 0; image < Watched::kCount; ++image) {
+    for (std::int32_t code = 0; code <= IMG_TYPE_NCR; ++code) {
+      const auto save = [&m, image, code] {
+        return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
+      };
+      if (save() > 0) all.push_back({"IMG_save_bitmap_block", save});
     }
   }
   return all;
@@ -299,7 +298,7 @@ TEST(AllocationSweep, RefusedAllocationsChangeNothing) {
     }
     std::filesystem::remove(material.out);
   }
-  EXPECT_GT(refusals, 80);
+  EXPECT_GT(refusals, 800);
 }
 
 TEST(AllocationSweep, ExportsOfValuesNeedNoMemory) {
