@@ -66,7 +66,7 @@ def write_text(picture, lines):
 def draw_sources():
     small = draw(29, 19)
     for name, picture in (("photo.png", draw(48, 37)), ("photo.jpg", draw(48, 37)), ("small.png", small),
-                          ("small.tif", small), ("even.png", draw(28, 19))):
+                          ("small.tif", small), ("even.png", draw(28, 19)), ("wide.png", draw(131, 67))):
         picture.save(name)
     small.putalpha(Image.radial_gradient("L").resize(small.size))
     small.save("alpha.png")
@@ -167,23 +167,14 @@ def agreed(file, page, rules):
 
 # ---- JPEG: whole numbers may be rounded in several ways -----------------------------------------------------
 
-LAYOUTS = {"gray": (1, 1), "yuvj444p": (1, 1), "yuvj422p": (2, 1), "yuvj420p": (2, 2), "yuvj440p": (1, 2),
-           "yuvj411p": (4, 1)}
+# ffmpeg's upright sampling is a matter of its own
+SIDEWAYS = {"gray", "yuvj444p", "yuvj422p", "yuvj411p"}
 
 
-def by_planes(file, size):
-    """ffmpeg's samples, each as often as it counts."""
+def by_ffmpeg(file):
     layout = run("ffprobe", "-v", "error", "-show_entries", "stream=pix_fmt", "-of", "csv=p=0", str(file)).decode().strip()
-    if layout not in LAYOUTS:
-        return b""
-    raw = run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-")
-    planes = []
-    for h, v in ((1, 1), LAYOUTS[layout], LAYOUTS[layout])[:1 if layout == "gray" else 3]:
-        width, height = -(-size[0] // h), -(-size[1] // v)
-        plane = Image.frombytes("L", (width, height), raw[:width * height])
-        planes.append(plane.resize((width * h, height * v), Image.NEAREST).crop((0, 0, *size)))
-        raw = raw[width * height:]
-    return (planes[0] if layout == "gray" else Image.merge("YCbCr", planes).convert("RGB")).tobytes()
+    return run("ffmpeg", "-v", "error", "-i", str(file), "-sws_flags", "neighbor+full_chroma_int+accurate_rnd",
+               "-f", "rawvideo", "-pix_fmt", "gray" if layout == "gray" else "rgb24", "-") if layout in SIDEWAYS else b""
 
 
 def shown(file, known):
@@ -195,7 +186,7 @@ def shown(file, known):
     else:
         programs = ["djpeg"]
         pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(file))))
-        others = {"ffmpeg": by_planes(file, image.size),
+        others = {"ffmpeg": by_ffmpeg(file),
                   "ImageMagick": run("convert", *plain, str(file), "gray:-" if pixels.mode == "L" else "rgb:-")}
     data = pixels.tobytes()
     programs += [other for other, seen in others.items()

@@ -1,0 +1,195 @@
+#!/usr/bin/env python3
+"""BMP, PCX, DCX, GIF and PNG files of every width written here and read by Pillow, netpbm and ImageMagick, and
+the other way round. What these write in other layouts is in tests/corpus.
+
+    image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
+import pathlib
+import random
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+
+try:
+    from PIL import Image
+except ImportError:
+    sys.exit(77)
+from library import Library, conclude
+
+WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)
+HEIGHT = 13
+RLE, DCX, CODES = 12, 11, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png"}
+READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam"}
+failures = []
+compared = 0
+
+
+def equal(name, left, right):
+    global compared
+    compared += 1
+    if left.size != right.size or left.convert("RGB").tobytes() != right.convert("RGB").tobytes():
+        failures.append(name)
+
+
+def noise(width, mode, seed):
+    """Runs, single pixels and large values in one picture."""
+    state = random.Random(seed)
+    most = {"1": 1, "4": 15}.get(mode, 255)
+    data = []
+    while len(data) < width * HEIGHT:
+        pixel = tuple(state.randint(0, most) for _ in range(3)) if mode == "RGB" else state.randint(0, most)
+        data += [255 * pixel if mode == "1" else pixel] * state.choice((1, 1, 1, 2, 3, 70))
+    image = Image.new({"4": "P"}.get(mode, mode), (width, HEIGHT))
+    image.putdata(data[:width * HEIGHT])
+    if mode in ("P", "4"):
+        image.putpalette([state.randint(0, 255) for _ in range(768)])
+    return image
+
+
+def pack(image, mode):
+    """(bits, rows, palette) as the library takes them."""
+    palette = image.getpalette() if mode in ("P", "4") else [0, 0, 0, 255, 255, 255]
+    data, stride = image.tobytes("raw", *(("BGR",) if mode == "RGB" else ())), -(-image.width * len(image.getbands()))
+    if mode == "1":
+        stride = (image.width + 7) // 8
+    rows = [data[y * stride:(y + 1) * stride] for y in range(image.height)]
+    if mode == "4":
+        rows = [bytes(a << 4 | b for a, b in zip(row[::2], row[1::2] + b"\0")) for row in rows]
+    entries = [tuple(palette[i:i + 3]) for i in range(0, len(palette), 3)]
+    return {"1": 1, "4": 4, "P": 8, "RGB": 24}[mode], rows, entries[:16] if mode == "4" else entries
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], check=True, capture_output=True, **options).stdout
+
+
+def read_by_others(name, image, code, what):
+    # The fields of compressed bitmaps say how large they would be without, which these two refuse; and of one pixel
+    # Pillow reads no PCX.
+    if code != RLE and (image.size[0] > 1 or name.suffix != ".pcx"):
+        equal(f"Pillow reads {what}", Image.open(name), image)
+    reader, picture = READERS.get(name.suffix[1:]), name.parent / "out.ppm"
+    if reader and shutil.which(reader):
+        picture.write_bytes(run(reader, name))
+        equal(f"netpbm reads {what}", Image.open(picture), image)
+    # It takes the empty colour map of 1-bit PCX files for all black, and reads none in version 2.
+    if shutil.which("convert") and code != RLE and (name.suffix != ".pcx" or len(image.getbands()) == 3):
+        run("convert", name, "-depth", "8", picture)
+        equal(f"ImageMagick reads {what}", Image.open(picture), image)
+
+
+def widths(library, folder):
+    for width in WIDTHS:
+        for mode in ("1", "4", "P", "RGB"):
+            image = noise(width, mode, 7 * width)
+            handle = library.make(width, HEIGHT, *pack(image, mode), 300, 150)
+            for code, ending in CODES.items():
+                name, what = folder / f"ours.{ending}", f"code {code}, {mode}{width}"
+                name.unlink(missing_ok=True)
+                status = library.call("IMG_save_bitmap", handle, str(name), code)
+                refused = mode == "RGB" and ending == "gif" or mode in ("1", "RGB") and code == RLE
+                if (status < 0) != refused:
+                    failures.append(f"{what}: status {status}")
+                if status < 0:
+                    continue
+                image_here = library.open(str(name))
+                equal(f"own {what}", library.rgb(image_here), image)
+                read_by_others(name, image, code, what)
+                library.delete(image_here)
+            library.delete(handle)
+            for ending in ("bmp", "pcx", "png", "gif"):
+                name = folder / f"theirs.{ending}"
+                if mode == "RGB" and (ending == "gif" or width == 1 and ending == "pcx"):
+                    continue
+                image.save(name)
+                theirs = library.open(str(name))
+                equal(f"Pillow's {ending}, {mode}{width}", library.rgb(theirs), image)
+                library.delete(theirs)
+            if shutil.which("pnmtopng"):
+                image.convert("RGB").save(folder / "in.ppm")
+                name.with_suffix(".png").write_bytes(run("pnmtopng", "-interlace", folder / "in.ppm"))
+                theirs = library.open(str(name.with_suffix(".png")))
+                equal(f"netpbm's interlaced png, {mode}{width}", library.rgb(theirs), image)
+                library.delete(theirs)
+
+
+def containers(library, folder):
+    name, pages = folder / "pages.dcx", []
+    for i in range(100):
+        mode = ("1", "4", "P", "RGB")[i % 4]
+        pages.append(noise(20 + i, mode, i))
+        library.save(library.make(20 + i, HEIGHT, *pack(pages[-1], mode)), str(name))
+        if i == 30:  # so far all of them
+            for page in range(i + 1):
+                if page % 4 == 2:  # takes every palette from the end of the container
+                    continue
+                theirs = Image.open(name)
+                theirs.seek(page)
+                equal(f"Pillow reads page {page}", theirs, pages[page])
+    before = name.read_bytes()
+    if library.call("IMG_save_bitmap", library.make(2, 1, 8, [b"\1\2"]), str(name), DCX) != -7 or name.read_bytes() != before:
+        failures.append("page 101")
+    for page, image in enumerate(pages):
+        equal(f"page {page}", library.rgb(library.open_page(str(name), page)), image)
+
+
+def large(library, folder):
+    """The code table of LZW fills up many times."""
+    image, name = Image.effect_noise((640, 480), 90), folder / "large.gif"
+    for interlace in (0, 1):
+        image.save(name, interlace=interlace)
+        equal(f"large, interlace {interlace}", library.rgb(library.open(str(name))), image)
+    library.save(library.open(str(name)), str(name), 4)
+    equal("large, own", Image.open(name), image)
+
+
+def transparency(library, folder):
+    image = noise(20, "P", 3)
+    for ending in ("gif", "png"):
+        name = folder / f"transparent.{ending}"
+        image.save(name, transparency=7)
+        handle = library.open(str(name))
+        if library.call("IMGLOW_get_transp_color", handle) != Image.open(name).info.get("transparency"):
+            failures.append(f"transparency read: {ending}")
+        library.call("IMGLOW_set_transp_color", handle, 5)
+        library.save(handle, str(name))
+        if Image.open(name).info.get("transparency") not in (5, b"\xff\xff\xff\xff\xff\0"):
+            failures.append(f"transparency written: {ending}")
+
+
+def deep_png(library, folder):
+    """16 bits, and 32 bits of colour; 32 bits of ink are refused."""
+    state, name = random.Random(1), folder / "deep.png"
+    samples = [[state.randint(0, 65535) for _ in range(31)] for _ in range(9)]
+    library.save(library.make(31, 9, 16, [struct.pack("<31H", *row) for row in samples]), str(name))
+    if list(Image.open(name).getdata()) != [s for row in samples for s in row]:
+        failures.append("16 bits")
+    image = noise(31, "RGB", 5)
+    rows = [image.convert("RGBA").tobytes("raw", "BGRA")[124 * y:124 * y + 124] for y in range(HEIGHT)]
+    dib = struct.pack("<IiiHHIIiiII", 40, 31, HEIGHT, 1, 32, 0, 0, 0, 0, 0, 0) + b"".join(reversed(rows))
+    library.save(library.checked("IMG_decompress_bitmap_block", dib, len(dib), 0), str(name))
+    equal("32 bits", Image.open(name), image)
+    if library.call("IMG_save_bitmap", library.make(31, 1, 32, rows[:1]), str(name), -1) != -21:
+        failures.append("cyan, magenta, yellow, black")
+    for file in folder.glob("*.png"):
+        if shutil.which("pngcheck") and run("pngcheck", "-q", file):
+            failures.append(f"pngcheck {file.name}")
+
+
+def main():
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        # The module is looked for beside the library.
+        shutil.copy(sys.argv[1], folder / "libtarnquill.so")
+        shutil.copy(sys.argv[2], folder)
+        library = Library(str(folder / "libtarnquill.so"))
+        for part in (widths, containers, large, transparency, deep_png):
+            part(library, folder)
+        library.call("IMG_unload_plugins")
+    print(f"{compared} pictures compared, {len(failures)} differ")
+    return conclude(failures)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
