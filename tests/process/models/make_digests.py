@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
 """Writes ../digests.inc: for every operation a digest of the results on the generated images of
-../generated_image.cpp. Usage: make_digests.py > ../digests.inc"""
+../generated_image.cpp; with --check the exit code is 1 when they are not those."""
+import pathlib
+import sys
+
 import operations as ops
 
 WIDTHS = [1, 2, 3, 7, 8, 9, 17, 31, 64, 70, 133]
@@ -108,7 +111,7 @@ class Digest:
 
 
 def main():
-    print("// Written by models/make_digests.py from an independent model of the operations.")
+    lines = ["// Written by models/make_digests.py from an independent model of the operations.\n"]
     sizes = [(width, height) for width in WIDTHS for height in HEIGHTS]
     images = [generate(*source, *size, number) for source in SOURCES
               for number, size in enumerate(sizes)]
@@ -116,7 +119,11 @@ def main():
         digest = Digest()
         for image in images:
             digest.add_result(*run(image))
-        print(f'{{"{operation}", 0x{digest.value:016X}}},')
+        lines.append(f'{{"{operation}", 0x{digest.value:016X}}},\n')
+    written = pathlib.Path(__file__).resolve().parent.parent / "digests.inc"
+    if "--check" in sys.argv:
+        sys.exit(written.read_text() != "".join(lines))
+    written.write_text("".join(lines))
 
 
 if __name__ == "__main__":
