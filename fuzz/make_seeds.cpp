@@ -125,6 +125,7 @@ void write_corpus_seeds(const std::string& corpus) {
       case IMG_TYPE_GIF:
       case IMG_TYPE_GIF_INTERLACED:
         write_file("gif/" + name, test::joined({Bytes{0, 1}, file.bytes}));
+        write_file("module/" + name, test::joined({Bytes{1, 0, 255}, file.bytes}));
         break;
       case IMG_TYPE_PDF:
         write_file("pdf/" + name, file.bytes);
@@ -167,6 +168,7 @@ void write_random_seeds() {
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
+    write_file("module/mixed_" + name, calls);
   }
 }
 
