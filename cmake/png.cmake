@@ -16,9 +16,8 @@ endfunction()
 
 if(TQ_PNG)
   list(APPEND TQ_FORMATS_SOURCES
-    formats/png/png_decode.cpp
-    formats/png/png_encode.cpp
-    formats/png/png_library.cpp)
+    formats/png/library.cpp
+    formats/png/png.cpp)
   list(APPEND TQ_FORMATS_TESTS tests/formats/png_test.cpp)
   if(WIN32)
     tq_find_built_png(win32)
@@ -30,7 +29,7 @@ if(TQ_PNG)
     target_link_libraries(tq_png INTERFACE PNG::PNG)
   endif()
 else()
-  list(APPEND TQ_FORMATS_SOURCES formats/png/png_none.cpp)
+  list(APPEND TQ_FORMATS_SOURCES formats/png/none.cpp)
   add_library(tq_png INTERFACE)
 endif()
 if(TQ_LIBFUZZER)

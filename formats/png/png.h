@@ -3,18 +3,18 @@
 
 #include "formats/codec.h"
 
-namespace tq::formats {
+namespace tq::png {
 
 // 16-bit grey stays 16 bits, other 16-bit samples lose their low byte. Transparent pixels are laid
 // on white, unless exactly one entry of a palette, or level of grey, is transparent: then it is
 // marked.
-Status decode_png(const DecodeRequest& request);
+Status decode_png(const formats::DecodeRequest& request);
 
-Status encode_png(const EncodeRequest& request);
+Status encode_png(const formats::EncodeRequest& request);
 
 // wrong_depth for other than 1, 4, 8, 16, 24 and 32 bits, and for cyan, magenta, yellow, black.
-Status can_encode_png(const EncodeRequest& request);
+Status can_encode_png(const formats::EncodeRequest& request);
 
 Status png_available();
 
-}  // namespace tq::formats
+}  // namespace tq::png

@@ -12,8 +12,8 @@
 namespace tq::test {
 namespace {
 
-using formats::decode_png;
-using formats::encode_png;
+using png::decode_png;
+using png::encode_png;
 using Image = std::vector<Bytes>;
 
 // 5 x 5 pixels of grey, 8 bits, interlaced: pixel (x, y) is 10 y + x.

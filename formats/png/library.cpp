@@ -1,21 +1,18 @@
 // Calls of libpng. Each of them sets the place that an error jumps to, and has nothing in its frame
 // that would have to be cleaned up.
-#include "formats/png/png_library.h"
+#include "formats/png/library.h"
 
 #include <png.h>
 
 #include <algorithm>
 #include <csetjmp>
-#include <cstring>
-#include <utility>
 
-namespace tq::formats {
+namespace tq::png {
 namespace {
 
 constexpr png_uint_32 kLargestSide = 0x7FFFFFFF;  // what does not fit a block is refused later
 constexpr int kMostCachedChunks = 64;
 constexpr png_alloc_size_t kLargestChunk = 1 << 20;
-constexpr std::size_t kWrittenAtOnce = 32 << 10;
 
 // zlib's levels against its own, 6: pictures take 0.3 to 0.9 of the time, photos 1 % more bytes and
 // drawings 4 % at most. Levels below 4 take no notice of filters.
@@ -62,8 +59,9 @@ struct PngHooks {
   }
   static void write(png_structp png, png_bytep bytes, std::size_t count) {
     auto& writer = *static_cast<PngWriter*>(png_get_io_ptr(png));
-    if (writer.put({bytes, count})) return;
-    writer.failure_ = StatusCode::write_failed;
+    writer.out_.put({bytes, count});
+    writer.failure_ = writer.out_.status();
+    if (writer.failure_.ok()) return;
     png_error(png, "");
   }
   static void flush(png_structp /*png*/) {}
@@ -89,8 +87,8 @@ namespace {
 
 void take_header(png_structp png, png_infop info, PngHeader& header) {
   const int type = png_get_color_type(png, info);
-  header.width = static_cast<std::int32_t>(png_get_image_width(png, info));
-  header.height = static_cast<std::int32_t>(png_get_image_height(png, info));
+  header.width = png_get_image_width(png, info);
+  header.height = png_get_image_height(png, info);
   header.bits = png_get_bit_depth(png, info);
   header.colour = (type & PNG_COLOR_MASK_COLOR) != 0;
   header.indexed = type == PNG_COLOR_TYPE_PALETTE;
@@ -170,8 +168,7 @@ PngWriter::~PngWriter() {
 }
 
 Status PngWriter::open(StreamHandle stream) {
-  stream_ = stream;
-  TQ_TRY(waiting_.allocate(kWrittenAtOnce));
+  TQ_TRY(out_.open(stream));
   png_ = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, this, PngHooks::fail, PngHooks::ignore,
                                    this, PngHooks::allocate<PngWriter>, PngHooks::release);
   if (png_ == nullptr) return StatusCode::out_of_memory;
@@ -207,8 +204,7 @@ Status PngWriter::write_header(const PngHeader& header, int bytes_per_pixel) {
   const int type = header.indexed  ? PNG_COLOR_TYPE_PALETTE
                    : header.colour ? PNG_COLOR_TYPE_RGB
                                    : PNG_COLOR_TYPE_GRAY;
-  png_set_IHDR(png, info, static_cast<png_uint_32>(header.width),
-               static_cast<png_uint_32>(header.height), header.bits, type, PNG_INTERLACE_NONE,
+  png_set_IHDR(png, info, header.width, header.height, header.bits, type, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   // libpng's own rule for which rows it filters.
   const bool filtered = !header.indexed && header.bits >= 8;
@@ -235,23 +231,7 @@ Status PngWriter::finish() {
   png_structp png = png_of(png_);
   if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
   png_write_end(png, nullptr);
-  return flush() ? StatusCode::ok : StatusCode::write_failed;
+  return out_.flush();
 }
 
-bool PngWriter::put(std::span<const std::uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const std::size_t piece = std::min(bytes.size(), waiting_.size() - used_);
-    std::memcpy(waiting_.data() + used_, bytes.data(), piece);
-    used_ += piece;
-    bytes = bytes.subspan(piece);
-    if (used_ == waiting_.size() && !flush()) return false;
-  }
-  return true;
-}
-
-bool PngWriter::flush() {
-  const std::size_t count = std::exchange(used_, 0);
-  return tq::write(stream_, waiting_.bytes().first(count)) == static_cast<std::int64_t>(count);
-}
-
-}  // namespace tq::formats
+}  // namespace tq::png

@@ -5,8 +5,9 @@
 
 #include "formats/codec.h"
 #include "io/chunk_reader.h"
+#include "io/stream_writer.h"
 
-namespace tq::formats {
+namespace tq::png {
 
 struct PngColour {
   std::uint8_t red = 0, green = 0, blue = 0, alpha = 255;
@@ -70,17 +71,10 @@ class PngWriter {
 
  private:
   friend struct PngHooks;
-  bool put(std::span<const std::uint8_t> bytes);
-  bool flush();
-
   void* png_ = nullptr;
   void* info_ = nullptr;
   Status failure_ = StatusCode::bad_image;
-  StreamHandle stream_{-1};
-  // A copy goes out: libpng takes check sums of what it has written, which a caller's write
-  // function may have changed by then.
-  GlobalBlock waiting_;
-  std::size_t used_ = 0;
+  StreamWriter out_;
 };
 
-}  // namespace tq::formats
+}  // namespace tq::png

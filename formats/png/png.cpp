@@ -1,13 +1,21 @@
-// PNG images to rows: what depth they come in, and what happens to each row.
+// PNG images to rows: what depth they come in, and what happens to each row. And back: grey where
+// the palette is a grey ramp, else indexed, else of colours.
+#include "formats/png/png.h"
+
 #include <algorithm>
 
+#include "core/numbers.h"
 #include "core/palettes.h"
-#include "formats/png/png.h"
-#include "formats/png/png_library.h"
+#include "formats/png/library.h"
 #include "io/endian.h"
 
-namespace tq::formats {
+namespace tq::png {
 namespace {
+
+using formats::DecodeRequest;
+using formats::EncodeRequest;
+
+// --- Reading ---
 
 using Bytes = std::span<const std::uint8_t>;
 using Row = std::span<std::uint8_t>;
@@ -34,7 +42,7 @@ std::int32_t dots_per_inch(std::uint32_t per_metre) {
 }
 
 std::uint8_t on_white(int level, int alpha) {
-  return static_cast<std::uint8_t>((level * alpha + 255 * (255 - alpha) + 127) / 255);
+  return byte((level * alpha + 255 * (255 - alpha) + 127) / 255);
 }
 
 bool is_level(const PngColour& colour, int level) {
@@ -54,7 +62,7 @@ int single_transparent_entry(const PngHeader& file) {
 }
 
 void mark_transparent(int index, HeaderBlock& image) {
-  image.header.biClrUsed = kTransparent | static_cast<std::uint32_t>(index);
+  image.header.biClrUsed = kTransparent | index;
 }
 
 int image_bits(int sample_bits) {
@@ -127,10 +135,10 @@ void widen(Bytes stored, std::int32_t width, int bits, Row row) {
   const int mask = (1 << bits) - 1;
   std::fill(row.begin(), row.end(), std::uint8_t{0});
   for (std::int32_t x = 0; x < width; ++x) {
-    const std::size_t bit = static_cast<std::size_t>(x) * bits;
-    const int shift = 8 - bits - static_cast<int>(bit % 8);
-    const int pixel = stored[bit / 8] >> shift & mask;
-    row[x / 2] = static_cast<std::uint8_t>(row[x / 2] | (x % 2 == 0 ? pixel << 4 : pixel));
+    const std::size_t pixels_before = x;
+    const std::size_t bit = pixels_before * bits;
+    const int pixel = stored[bit / 8] >> (8 - bits - bit % 8) & mask;
+    row[x / 2] |= byte(x % 2 == 0 ? pixel << 4 : pixel);
   }
 }
 
@@ -158,7 +166,7 @@ void convert(const PngImage& png, Bytes stored, Row row) {
       break;
     case RowKind::inverted:
       std::transform(stored.begin(), stored.end(), row.begin(),
-                     [](std::uint8_t byte) { return static_cast<std::uint8_t>(~byte); });
+                     [](std::uint8_t bits) { return byte(~bits); });
       break;
     case RowKind::widened:
       widen(stored, width, png.file.bits, row);
@@ -195,11 +203,12 @@ Status decode_rows(const DecodeRequest& request, const PngImage& png, PngReader&
 Status decode_interlaced(const DecodeRequest& request, const PngImage& png, PngReader& reader,
                          std::int64_t stored_bytes) {
   const BitmapInfoHeader& header = png.image.header;
-  const auto step = static_cast<std::size_t>(stored_bytes);
-  const std::uint64_t all = static_cast<std::uint64_t>(header.biHeight) * step;
-  if (all > kLargestBlock) return StatusCode::out_of_memory;
+  if (stored_bytes > std::int64_t{kLargestBlock} / header.biHeight) {
+    return StatusCode::out_of_memory;
+  }
+  const auto step = static_cast<std::ptrdiff_t>(stored_bytes);
   RowBuffer<std::uint8_t> stored, row;
-  TQ_TRY(stored.allocate(static_cast<std::int64_t>(all)));
+  TQ_TRY(stored.allocate(stored_bytes * header.biHeight));
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   Status read = kOk;
   for (int pass = 0; pass < reader.passes() && read.ok(); ++pass) {
@@ -236,4 +245,92 @@ Status decode_png(const DecodeRequest& request) {
                              : decode_rows(request, png, reader, stored_bytes);
 }
 
-}  // namespace tq::formats
+// --- Writing ---
+
+namespace {
+
+std::uint32_t per_metre(std::int32_t dots_per_inch) {
+  if (dots_per_inch <= 0) return 0;
+  const std::int64_t dots = (std::int64_t{dots_per_inch} * 10000 + 127) / 254;
+  return static_cast<std::uint32_t>(std::min<std::int64_t>(dots, INT32_MAX));
+}
+
+bool is_grey_ramp(const HeaderBlock& image) {
+  const int last = (1 << image.header.biBitCount) - 1;
+  for (int i = 0; i <= last; ++i) {
+    const int level = i * 255 / last;
+    const Rgb& entry = image.palette[i];
+    if (entry.blue != level || entry.green != level || entry.red != level) return false;
+  }
+  return true;
+}
+
+void describe_indexed(const HeaderBlock& image, PngHeader& file) {
+  const bool transparent = (image.header.biClrUsed & kTransparent) != 0;
+  file.bits = image.header.biBitCount;
+  if (!transparent && is_grey_ramp(image)) return;
+  file.indexed = file.colour = true;
+  file.entries = 1 << file.bits;
+  for (int i = 0; i < file.entries; ++i) {
+    const Rgb& entry = image.palette[i];
+    file.palette[i] = {entry.red, entry.green, entry.blue, 255};
+  }
+  const int index = image.header.biClrUsed & 0xFF;
+  if (transparent && index < file.entries) file.palette[index].alpha = 0;
+}
+
+// Saving to memory does not tell which 32-bit images are of colours.
+bool has_colours(const EncodeRequest& request) {
+  return request.image->header.biCompression == kRgb32 || request.stream == kMemoryStream;
+}
+
+Status describe(const EncodeRequest& request, PngHeader& file) {
+  const BitmapInfoHeader& header = request.image->header;
+  file.width = header.biWidth;
+  file.height = header.biHeight;
+  file.x_per_metre = per_metre(header.biXPelsPerMeter);
+  file.y_per_metre = per_metre(header.biYPelsPerMeter);
+  switch (header.biBitCount) {
+    case 1:
+    case 4:
+    case 8:
+      describe_indexed(*request.image, file);
+      return kOk;
+    case 16:
+      file.bits = 16;
+      return kOk;
+    case 24:
+    case 32:
+      if (header.biBitCount == 32 && !has_colours(request)) return StatusCode::wrong_depth;
+      file.bits = 8;
+      file.colour = true;
+      return kOk;
+    default:
+      return StatusCode::wrong_depth;
+  }
+}
+
+}  // namespace
+
+Status can_encode_png(const EncodeRequest& request) {
+  PngHeader file;
+  return describe(request, file);
+}
+
+Status encode_png(const EncodeRequest& request) {
+  const BitmapInfoHeader& header = request.image->header;
+  PngHeader file;
+  TQ_TRY(describe(request, file));
+  PngWriter writer;
+  TQ_TRY(writer.open(request.stream));
+  TQ_TRY(writer.write_header(file, header.biBitCount / 8));
+  RowBuffer<std::uint8_t> row;
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  for (std::int32_t y = 0; y < header.biHeight; ++y) {
+    TQ_TRY(request.rows.row(row.pixels(), y));
+    TQ_TRY(writer.write_row(row.data()));
+  }
+  return writer.finish();
+}
+
+}  // namespace tq::png
