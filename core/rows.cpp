@@ -1,9 +1,10 @@
-// Rows in and out of an image, and their colours.
+// Rows of plain images and of run lists in and out, and whole images from one to the other.
 #include "core/rows.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "core/image_draft.h"
 #include "core/run_storage.h"
 
 namespace tq {
@@ -15,11 +16,11 @@ Status check_copy(const ImageRecord& image, std::int32_t y, std::int32_t& bytes)
   return kOk;
 }
 
-Rgb ink_to_colour(const std::uint8_t* cmyk) {
-  const auto channel = [&](int ink) {
-    return static_cast<std::uint8_t>(std::max(255 - cmyk[ink] - cmyk[3], 0));
-  };
-  return {channel(2), channel(1), channel(0), 0};
+Status create_beside(ImageDraft& draft, const ImageRecord& image, bool in_runs) {
+  HeaderBlock source{.header = header_of(image)};
+  std::copy(palette_of(image).begin(), palette_of(image).end(), source.palette.begin());
+  return draft.create(
+      source, {.width = image.width, .height = image.height, .bits = 1, .in_runs = in_runs});
 }
 
 }  // namespace
@@ -27,11 +28,11 @@ Rgb ink_to_colour(const std::uint8_t* cmyk) {
 Status get_raster(const ImageRecord& image, std::uint8_t* out, std::int32_t y, std::int32_t bytes) {
   TQ_TRY(check_copy(image, y, bytes));
   if (!image.in_runs) {
-    std::memcpy(out, plain_row(image, y).data(), static_cast<std::size_t>(bytes));
+    std::memcpy(out, plain_row(image, y).data(), bytes);
     return kOk;
   }
   if (bytes == image.bytes_per_row) {
-    expand_row(image, y, {out, static_cast<std::size_t>(bytes)});
+    expand_row(image, y, std::span(out, bytes));
     return kOk;
   }
   RowBuffer<std::uint8_t> row;
@@ -44,7 +45,7 @@ Status get_raster(const ImageRecord& image, std::uint8_t* out, std::int32_t y, s
 Status put_raster(ImageRecord& image, const std::uint8_t* in, std::int32_t y, std::int32_t bytes) {
   TQ_TRY(check_copy(image, y, bytes));
   if (!image.in_runs) {
-    std::memcpy(plain_row(image, y).data(), in, static_cast<std::size_t>(bytes));
+    std::memcpy(plain_row(image, y).data(), in, bytes);
     return kOk;
   }
   RowBuffer<std::uint8_t> row;
@@ -54,51 +55,26 @@ Status put_raster(ImageRecord& image, const std::uint8_t* in, std::int32_t y, st
   return store_bits(image, y, row.pixels());
 }
 
-void copy_bits(std::span<const std::uint8_t> bits, std::int32_t first, std::int32_t width,
-               std::span<std::uint8_t> out) {
-  const auto from = bits.subspan(static_cast<std::size_t>(first / 8));
-  const int shift = first & 7;
-  const auto byte_at = [&](std::size_t i) {
-    const int next = shift != 0 && i + 1 < from.size() ? from[i + 1] >> (8 - shift) : 0;
-    return static_cast<std::uint8_t>(from[i] << shift | next);
-  };
-  const auto whole = static_cast<std::size_t>(width / 8);
-  for (std::size_t i = 0; i < whole; ++i) out[i] = byte_at(i);
-  if (const int rest = width & 7; rest != 0) {
-    const auto stay = static_cast<std::uint8_t>(0xFF >> rest);
-    out[whole] = static_cast<std::uint8_t>((out[whole] & stay) | (byte_at(whole) & ~stay));
-  }
+Status runs_to_dib(ImageRecord& image) {
+  if (!image.in_runs) return kOk;
+  ImageDraft plain;
+  TQ_TRY(create_beside(plain, image, false));
+  for (std::int32_t y = 0; y < image.height; ++y)
+    expand_row(image, y, plain_row(plain.record(), y));
+  plain.install(image);
+  return kOk;
 }
 
-void row_to_colours(std::span<const std::uint8_t> row, const RowFormat& format,
-                    std::span<Rgb> colours) {
-  const auto width = static_cast<std::size_t>(format.width);
-  const auto convert = [&](auto&& colour_at) {
-    for (std::size_t x = 0; x < width; ++x) colours[x] = colour_at(x);
-  };
-  switch (format.bits) {
-    case 1:
-      return convert([&](std::size_t x) { return format.palette[row[x / 8] >> (7 - x % 8) & 1]; });
-    case 4:
-      return convert([&](std::size_t x) {
-        return format.palette[x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15];
-      });
-    case 8:
-      return convert([&](std::size_t x) { return format.palette[row[x]]; });
-    case 16:
-      return convert([&](std::size_t x) { return format.palette[row[2 * x + 1]]; });
-    case 24:
-      return convert([&](std::size_t x) {
-        return Rgb{row[3 * x], row[3 * x + 1], row[3 * x + 2], 0};
-      });
-    case 32:
-      if (format.cmyk) return convert([&](std::size_t x) { return ink_to_colour(&row[4 * x]); });
-      return convert([&](std::size_t x) {
-        return Rgb{row[4 * x], row[4 * x + 1], row[4 * x + 2], 0};
-      });
-    default:
-      return convert([](std::size_t) { return Rgb{}; });
+Status dib_to_runs(ImageRecord& image) {
+  if (image.bits != 1) return StatusCode::wrong_depth;
+  if (image.in_runs || !keeps_runs(image.width, image.height)) return kOk;
+  ImageDraft runs;
+  TQ_TRY(create_beside(runs, image, true));
+  for (std::int32_t y = 0; y < image.height; ++y) {
+    TQ_TRY(store_bits(runs.record(), y, plain_row(image, y)));
   }
+  runs.install(image);
+  return kOk;
 }
 
 }  // namespace tq

@@ -57,8 +57,4 @@ void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t
 std::int32_t row_transitions(const ImageRecord& image, std::int32_t y,
                              std::span<std::uint16_t> out);
 
-// The whole image. On failure it is unchanged.
-Status runs_to_dib(ImageRecord& image);
-Status dib_to_runs(ImageRecord& image);
-
 }  // namespace tq

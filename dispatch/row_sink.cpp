@@ -7,9 +7,8 @@
 #include "core/context.h"
 #include "core/image_table.h"
 #include "core/licence.h"
-#include "core/palettes.h"
 #include "core/run_storage.h"
-#include "dispatch/row_resize.h"
+#include "pixels/rows.h"
 
 namespace tq::dispatch {
 namespace {
@@ -103,7 +102,7 @@ ImageShape ImageSink::choose_shape() {
       fit_ = Fit::cut;
     }
   }
-  reducer_.choose(source_);
+  reducer_.choose(source_, context().settings.decomp_reduction, context().settings.dither_mode);
   if (reducer_.active()) {
     shape.bits = reducer_.bits();
     shape.palette = reducer_.palette();
@@ -179,18 +178,18 @@ std::span<const std::uint8_t> ImageSink::whole_row(std::span<const std::uint8_t>
   return whole_.pixels();
 }
 
-std::span<const std::uint8_t> ImageSink::fit_row(std::span<const std::uint8_t> pixels) {
+std::span<const std::uint8_t> ImageSink::fit_row(std::span<const std::uint8_t> row) {
   switch (fit_) {
     case Fit::scaled:
-      scale_row(pixels, source_.header.biWidth, bits_, fitted_.pixels(), width_);
+      pixels::scale_row(row, source_.header.biWidth, bits_, fitted_.pixels(), width_);
       return fitted_.pixels();
     case Fit::cut:
-      cut_row(pixels, source_.header.biWidth, bits_, left_, fitted_.pixels(), width_);
+      pixels::cut_row(row, source_.header.biWidth, bits_, left_, fitted_.pixels(), width_);
       return fitted_.pixels();
     case Fit::whole:
       break;
   }
-  return pixels;
+  return row;
 }
 
 // Rows that were not delivered become 0. Those that a cut reaches beyond the source are white in 1

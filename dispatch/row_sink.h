@@ -4,8 +4,8 @@
 
 #include "core/image_create.h"
 #include "core/image_record.h"
-#include "dispatch/row_reduce.h"
 #include "formats/codec.h"
+#include "pixels/reduce.h"
 
 namespace tq::dispatch {
 
@@ -52,7 +52,7 @@ class ImageSink {
   Status allocate_buffers(const ImageShape& shape);
   bool place_row(std::int32_t& y);
   std::span<const std::uint8_t> whole_row(std::span<const std::uint8_t> bytes);
-  std::span<const std::uint8_t> fit_row(std::span<const std::uint8_t> pixels);
+  std::span<const std::uint8_t> fit_row(std::span<const std::uint8_t> row);
   void clear_undelivered(ImageRecord& image);
   Status store(ImageRecord& image, std::span<const std::uint8_t> bytes, std::int32_t y);
 
@@ -64,7 +64,7 @@ class ImageSink {
   Fit fit_ = Fit::whole;
   std::int32_t left_ = 0, top_ = 0;  // of the decode rectangle, in source pixels
   std::int32_t last_scaled_row_ = -1;
-  RowReducer reducer_;
+  pixels::RowReducer reducer_;
   bool has_header_ = false;
   std::int32_t width_ = 0, height_ = 0, bits_ = 0;  // of the image that was made
   DeliveredRows delivered_;

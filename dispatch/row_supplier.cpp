@@ -5,9 +5,9 @@
 
 #include "core/context.h"
 #include "core/image_table.h"
-#include "core/rows.h"
 #include "core/run_storage.h"
 #include "io/endian.h"
+#include "pixels/rows.h"
 
 namespace tq::dispatch {
 namespace {
@@ -132,7 +132,7 @@ void ImageSupplier::copy_runs(const ImageRecord& record, std::int32_t y,
   std::fill(dest.begin(), dest.end(), fill_);
   const auto room = static_cast<std::int64_t>(dest.size()) * 8;
   const auto count = std::min<std::int64_t>(crop_.width, room);
-  copy_bits(expanded_.pixels(), crop_.x, static_cast<std::int32_t>(count), dest);
+  pixels::copy_bits(expanded_.pixels(), crop_.x, static_cast<std::int32_t>(count), dest);
 }
 
 // Word 0 is 0; then ascending positions inside the crop rectangle where the colour changes, white

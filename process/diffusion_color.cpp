@@ -2,10 +2,11 @@
 #include <utility>
 
 #include "core/display_cache.h"
+#include "pixels/colours.h"
+#include "pixels/rows.h"
 #include "process/kernels.h"
 #include "process/process.h"
 #include "process/rebuild.h"
-#include "process/sixteen_colours.h"
 #include "process/wide_rows.h"
 
 namespace tq::process {
@@ -21,10 +22,10 @@ void give(WideColour& to, const std::int32_t (&error)[3], int shift) {
 }
 
 void diffuse_row(WideColour* current, WideColour* next, std::uint8_t* out, std::int32_t width) {
-  const Rgb* palette = sixteen_colours().data();
-  pack_nibbles(out, width, [&](std::int32_t x) {
+  const Rgb* palette = pixels::sixteen_colours().data();
+  pixels::pack_nibbles(out, width, [&](std::int32_t x) {
     const std::int32_t(&value)[4] = current[x].channel;
-    const int index = cut_sixteen(value[2], value[1], value[0]);
+    const int index = pixels::plain_sixteen(value[2], value[1], value[0]);
     const Rgb chosen = palette[index];
     const auto minus = [](std::int32_t a, std::uint8_t b) {
       return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - b);
@@ -65,7 +66,7 @@ Status diffusion_color(ImageSource& image) {
     image.read_colours(y, colours.pixels());
     kernels().widen_channels(colours.data(), row, image.width());
   };
-  return replace_rows(image, {4, sixteen_colours(), marker_below_32(image)},
+  return replace_rows(image, {4, pixels::sixteen_colours(), marker_below_32(image)},
                       [&](std::int32_t y, std::span<std::uint8_t> row) {
                         const bool last = y + 1 == image.height();
                         if (y == 0) load(0, rows.row[0]);

@@ -1,5 +1,6 @@
 // Conversion to 8-bit grey.
 #include "core/display_cache.h"
+#include "pixels/colours.h"
 #include "process/grey_rows.h"
 #include "process/process.h"
 #include "process/rebuild.h"
@@ -12,7 +13,7 @@ Status color_gray(ImageSource& image) {
   GreyRows grey(image, GreyKind::level);
   TQ_TRY(grey.allocate());
   return replace_rows(
-      image, {8, grey_ramp(), marker_below_32(image)},
+      image, {8, pixels::grey_ramp(), marker_below_32(image)},
       [&](std::int32_t y, std::span<std::uint8_t> row) { grey.read(y, row.data()); });
 }
 

@@ -1,14 +1,21 @@
 // Palette images need one look-up per pixel, the others a weighted sum.
 #include "process/grey_rows.h"
 
-#include "process/kernels.h"
-#include "process/pixel_indices.h"
+#include "pixels/colours.h"
+#include "pixels/kernels.h"
+#include "pixels/rows.h"
 
 namespace tq::process {
 namespace {
 
+// The grey of an image's depth in a conversion to 8-bit grey.
+int grey_level(Rgb c, int bits) {
+  if (bits == 4) return pixels::wrapped_brightness(c);
+  return bits <= 16 ? pixels::intensity(c) : pixels::brightness(c);
+}
+
 int grey_of(Rgb colour, GreyKind kind, int bits) {
-  return kind == GreyKind::luma ? luma(colour) : grey_level(colour, bits);
+  return kind == GreyKind::luma ? pixels::luma(colour) : grey_level(colour, bits);
 }
 
 }  // namespace
@@ -38,14 +45,16 @@ void GreyRows::read(std::int32_t y, std::uint8_t* out) const {
   const std::int32_t width = image_.width();
   const int bits = image_.bits();
   if (bits == 24) {
-    (kind_ == GreyKind::luma ? kernels().luma_24 : kernels().brightness_24)(row, out, width);
+    const pixels::Kernels& kernels = pixels::kernels();
+    (kind_ == GreyKind::luma ? kernels.luma_24 : kernels.brightness_24)(row, out, width);
   } else if (bits == 32) {
     image_.read_colours(y, colours_.pixels());
     for (std::int32_t x = 0; x < width; ++x) {
       out[x] = static_cast<std::uint8_t>(grey_of(colours_.data()[x], kind_, bits));
     }
   } else {
-    for_each_index(row, bits, width, [&](std::int32_t x, int index) { out[x] = table_[index]; });
+    pixels::for_each_index(row, bits, width,
+                           [&](std::int32_t x, int index) { out[x] = table_[index]; });
   }
 }
 

@@ -1,12 +1,12 @@
 // Rows of an image as one byte of grey per pixel.
 #pragma once
 
-#include "process/grey.h"
+#include "pixels/colours.h"
 #include "process/image_source.h"
 
 namespace tq::process {
 
-enum class GreyKind : std::uint8_t { level, luma };  // see grey.h
+enum class GreyKind : std::uint8_t { level, luma };
 
 class GreyRows {
  public:

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "core/context.h"
-#include "process/kernels.h"
+#include "pixels/rows.h"
 
 namespace tq::process {
 
@@ -45,8 +45,7 @@ std::span<const std::uint8_t> ImageSource::row(std::int32_t y) const {
 }
 
 void ImageSource::read_colours(std::int32_t y, std::span<Rgb> colours) const {
-  if (bits_ == 24) return kernels().widen_24(row(y).data(), colours.data(), width_);
-  row_to_colours(
+  pixels::row_to_colours(
       row(y),
       {.width = width_, .bits = bits_, .cmyk = header_.biCompression == 0, .palette = palette()},
       colours);

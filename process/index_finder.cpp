@@ -1,5 +1,6 @@
 // Searches behind the table of cells.
 #include "process/index_finder.h"
+#include "pixels/colours.h"
 
 namespace tq::process {
 
@@ -32,8 +33,8 @@ std::uint8_t IndexFinder::index_of(Rgb colour) {
   if (known.key == key) return known.index;
   if (colour == last_) return last_index_;
   const Octree::Place place = tree_.find(colour);
-  const std::uint8_t index =
-      place.index >= 0 ? static_cast<std::uint8_t>(place.index) : nearest_colour(colour, palette_);
+  const std::uint8_t index = place.index >= 0 ? static_cast<std::uint8_t>(place.index)
+                                              : pixels::nearest_colour(colour, palette_);
   if (place.level < 7 || exact_) known = {key, index};
   last_ = colour;
   last_index_ = index;

@@ -2,33 +2,12 @@
 #include "process/kernels.h"
 
 #include "platform/cpu.h"
-#include "process/grey.h"
 #include "process/wide_rows.h"
 #include "process/x86/diffuse_sse2.h"
 #include "process/x86/kernels_x86.h"
 
 namespace tq::process {
 namespace {
-
-template <int (*kGrey)(Rgb)>
-void weigh_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
-  for (std::int32_t x = 0; x < width; ++x, bgr += 3) {
-    grey[x] = static_cast<std::uint8_t>(kGrey({bgr[0], bgr[1], bgr[2], 0}));
-  }
-}
-
-void widen_24(const std::uint8_t* bgr, Rgb* colours, std::int32_t width) {
-  for (std::int32_t x = 0; x < width; ++x, bgr += 3) colours[x] = {bgr[0], bgr[1], bgr[2], 0};
-}
-
-void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
-  for (std::int32_t x = 0; x < width; ++x, bgr += 3, out += 4) {
-    out[0] = 0;
-    out[1] = bgr[2];
-    out[2] = bgr[1];
-    out[3] = bgr[0];
-  }
-}
 
 void keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
   for (std::int32_t x = 0; x < width; ++x, bgr += 3) keys[x] = key_of({bgr[0], bgr[1], bgr[2], 0});
@@ -50,34 +29,13 @@ void widen_channels(const Rgb* colours, WideColour* out, std::int32_t width) {
   for (std::int32_t x = 0; x < width; ++x) out[x] = WideColour(colours[x]);
 }
 
-constexpr Kernels kPortable{weigh_24<brightness>, weigh_24<luma>, widen_24,
-                            widen_24_reversed,    keys_24,        at_least,
-                            diffuse_to_cells,     widen_channels, diffuse_to_sixteen};
+constexpr Kernels kPortable{keys_24, at_least, diffuse_to_cells, widen_channels,
+                            diffuse_to_sixteen};
 
 #if defined(__SSE2__)
 
 // The faster kernels, with the rest of the row done by the portable ones.
 namespace with_ssse3 {
-
-void brightness_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
-  const std::int32_t done = x86::brightness_24(bgr, grey, width);
-  weigh_24<brightness>(bgr + 3 * done, grey + done, width - done);
-}
-
-void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
-  const std::int32_t done = x86::luma_24(bgr, grey, width);
-  weigh_24<luma>(bgr + 3 * done, grey + done, width - done);
-}
-
-void widen_24(const std::uint8_t* bgr, Rgb* colours, std::int32_t width) {
-  const std::int32_t done = x86::widen_24(bgr, reinterpret_cast<std::uint8_t*>(colours), width);
-  process::widen_24(bgr + 3 * done, colours + done, width - done);
-}
-
-void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
-  const std::int32_t done = x86::widen_24_reversed(bgr, out, width);
-  process::widen_24_reversed(bgr + 3 * done, out + 4 * done, width - done);
-}
 
 void keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width) {
   const std::int32_t done = x86::keys_24(bgr, keys, width);
@@ -92,10 +50,8 @@ void at_least(const std::uint8_t* grey, const LeastWhite& least, std::uint8_t* b
 
 }  // namespace with_ssse3
 
-constexpr Kernels kSsse3{
-    with_ssse3::brightness_24,     with_ssse3::luma_24, with_ssse3::widen_24,
-    with_ssse3::widen_24_reversed, with_ssse3::keys_24, with_ssse3::at_least,
-    x86::diffuse_to_cells,         x86::widen_channels, x86::diffuse_to_sixteen};
+constexpr Kernels kSsse3{with_ssse3::keys_24, with_ssse3::at_least, x86::diffuse_to_cells,
+                         x86::widen_channels, x86::diffuse_to_sixteen};
 
 #endif
 

@@ -23,17 +23,8 @@ constexpr std::uint16_t key_of(Rgb c) {
 }
 
 struct Kernels {
-  // One byte of grey per pixel, see grey.h. `bgr` has 3 * width bytes, not one more is read.
-  void (*brightness_24)(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
-  void (*luma_24)(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
-
-  // Blue, green, red to blue, green, red, 0.
-  void (*widen_24)(const std::uint8_t* bgr, Rgb* colours, std::int32_t width);
-
-  // Blue, green, red to 0, red, green, blue.
-  void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
-
-  // The upper four bits of red, green and blue, in this order.
+  // The upper four bits of red, green and blue, in this order. `bgr` has 3 * width bytes, not one
+  // more is read.
   void (*keys_24)(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width);
 
   // A set bit, leftmost first, where the grey is not below `least`; (width + 7) / 8 bytes.

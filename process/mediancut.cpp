@@ -4,6 +4,7 @@
 
 #include "core/context.h"
 #include "core/display_cache.h"
+#include "pixels/colours.h"
 #include "process/kernels.h"
 #include "process/nearest_colour.h"
 #include "process/process.h"
@@ -14,7 +15,7 @@ namespace tq::process {
 Status mediancut_color(ImageSource& image) {
   release_display_cache(image.record());
   if (!image.is_deep()) return StatusCode::wrong_depth;
-  const std::array<Rgb, 256>& palette = fixed_palette(context().settings.dither_mode);
+  const std::array<Rgb, 256>& palette = pixels::fixed_palette(context().settings.dither_mode);
   CellColours cells(palette);
   TQ_TRY(cells.allocate());
   // Errors may leave a row by two pixels at either end; what lands there is never read.

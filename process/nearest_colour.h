@@ -1,4 +1,4 @@
-// The nearest of a palette's colours.
+// The nearest of 256 colours, remembered by cells.
 #pragma once
 
 #include <array>
@@ -7,17 +7,6 @@
 #include "core/dib.h"
 
 namespace tq::process {
-
-// Components are halved before they are compared.
-constexpr int halved_distance(Rgb a, Rgb b) {
-  const int blue = (a.blue >> 1) - (b.blue >> 1);
-  const int green = (a.green >> 1) - (b.green >> 1);
-  const int red = (a.red >> 1) - (b.red >> 1);
-  return blue * blue + green * green + red * red;
-}
-
-// The lowest index of those at the least distance; 0 in an empty palette.
-std::uint8_t nearest_colour(Rgb colour, std::span<const Rgb> palette);
 
 // The nearest of 256 colours for every 15-bit colour. The first colour of such a cell that is asked
 // for decides for all of them; callers rely on the result.

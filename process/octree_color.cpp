@@ -1,11 +1,11 @@
 // A palette made for the image, and serpentine Floyd-Steinberg diffusion against it.
 #include <algorithm>
 
+#include "pixels/rows.h"
 #include "platform/cpu.h"
 #include "process/index_finder.h"
 #include "process/process.h"
 #include "process/rebuild.h"
-#include "process/sixteen_colours.h"
 #include "process/x86/diffuse_sse2.h"
 
 namespace tq::process {
@@ -123,7 +123,8 @@ Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, s
         if (result_bits == 8) {
           std::copy_n(indices.data(), image.width(), row.data());
         } else {
-          pack_nibbles(row.data(), image.width(), [&](std::int32_t x) { return indices[x]; });
+          pixels::pack_nibbles(row.data(), image.width(),
+                               [&](std::int32_t x) { return indices[x]; });
         }
       }));
   return Status::from_raw(written);

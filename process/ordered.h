@@ -1,12 +1,10 @@
 // Threshold matrices of the ordered dithers. The threshold of pixel (x, y) is [x & 7][y & 7].
 #pragma once
 
-#include "core/palettes.h"
+#include "pixels/colours.h"
 
 namespace tq::process {
 
-using ThresholdMatrix = std::uint8_t[8][8];
-
-extern const ThresholdMatrix kClusteredDots;
+extern const pixels::ThresholdMatrix kClusteredDots;
 
 }  // namespace tq::process

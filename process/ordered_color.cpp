@@ -1,10 +1,10 @@
 // Ordered dither to the 16 fixed colours.
 #include "core/display_cache.h"
-#include "process/grey.h"
+#include "pixels/colours.h"
+#include "pixels/rows.h"
 #include "process/ordered.h"
 #include "process/process.h"
 #include "process/rebuild.h"
-#include "process/sixteen_colours.h"
 
 namespace tq::process {
 
@@ -18,14 +18,14 @@ Status bayer_color(ImageSource& image) {
     if (image.bits() != 16) image.read_colours(y, colours.pixels());
   };
   // The intensity of 4-bit images is not lowered.
-  const auto full_intensity = image.bits() == 4 ? brightness : intensity;
-  return replace_rows(image, {4, sixteen_colours(), marker_below_32(image)},
+  const auto full_intensity = image.bits() == 4 ? pixels::brightness : pixels::intensity;
+  return replace_rows(image, {4, pixels::sixteen_colours(), marker_below_32(image)},
                       [&](std::int32_t y, std::span<std::uint8_t> row) {
                         read(y);
-                        pack_nibbles(row.data(), image.width(), [&](std::int32_t x) {
+                        pixels::pack_nibbles(row.data(), image.width(), [&](std::int32_t x) {
                           const Rgb c = colours.data()[x];
-                          return ordered_sixteen(c, full_intensity(c),
-                                                 kDispersedDots[x & 7][y & 7]);
+                          return pixels::ordered_sixteen(c, full_intensity(c),
+                                                         pixels::kDispersedDots[x & 7][y & 7]);
                         });
                       });
 }

@@ -8,7 +8,7 @@
 
 namespace tq::process {
 
-const ThresholdMatrix kClusteredDots = {
+const pixels::ThresholdMatrix kClusteredDots = {
     {136, 192, 160, 128, 116, 60, 92, 124}, {168, 232, 224, 212, 84, 20, 28, 40},
     {200, 248, 244, 180, 52, 4, 8, 72},     {152, 184, 216, 148, 100, 68, 36, 104},
     {112, 56, 88, 120, 140, 196, 164, 132}, {80, 16, 24, 44, 172, 236, 228, 208},
@@ -17,7 +17,7 @@ const ThresholdMatrix kClusteredDots = {
 
 namespace {
 
-Status dither(ImageSource& image, const ThresholdMatrix& matrix) {
+Status dither(ImageSource& image, const pixels::ThresholdMatrix& matrix) {
   release_display_cache(image.record());
   if (!image.is_deep()) return StatusCode::unsupported;
   GreyRows grey(image, GreyKind::luma);
@@ -32,7 +32,7 @@ Status dither(ImageSource& image, const ThresholdMatrix& matrix) {
 }  // namespace
 
 Status bayer_mono(ImageSource& image) {
-  return dither(image, kDispersedDots);
+  return dither(image, pixels::kDispersedDots);
 }
 
 Status halftone_mono(ImageSource& image) {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "core/image_draft.h"
-#include "core/palettes.h"
 #include "core/run_storage.h"
+#include "pixels/colours.h"
 #include "process/image_source.h"
 
 namespace tq::process {
@@ -47,7 +47,7 @@ Status replace_by_mono(ImageSource& image, MakeBits&& make_bits) {
   const bool in_runs = keeps_runs(image.width(), image.height());
   ImageDraft result;
   TQ_TRY(create_result(result, image,
-                       {1, black_and_white(), in_runs ? kInRuns : marker_below_32(image)}));
+                       {1, pixels::black_and_white(), in_runs ? kInRuns : marker_below_32(image)}));
   RowBuffer<std::uint8_t> bits;
   TQ_TRY(bits.allocate(row_bytes(image.width(), 1)));
   for (std::int32_t y = 0; y < image.height(); ++y) {

@@ -21,8 +21,7 @@ MAY_INCLUDE = {
     "process": {"pixels", "core", "platform"},
     "show": {"pixels", "core", "platform"},
     "scan": {"io", "core", "platform"},
-    # Reduction while decoding takes the operations' row functions.
-    "dispatch": {"process", "formats", "pixels", "io", "core", "platform"},
+    "dispatch": {"formats", "pixels", "io", "core", "platform"},
     "api": {"dispatch", "process", "show", "scan", "formats", "io", "core", "platform"},
     # Linked with the objects of what it includes, loaded apart.
     "modules": {"formats", "coding", "pixels", "io", "core", "platform"},

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-#include "core/palettes.h"
 #include "formats/pcx/pcx_rows.h"
 #include "io/endian.h"
+#include "pixels/colours.h"
 
 namespace tq::formats {
 namespace {
@@ -44,7 +44,7 @@ bool is_known_layout(const PcxHeader& file) {
 
 void fill_grey(int bits, HeaderBlock& image) {
   const int last = (1 << bits) - 1;
-  for (int i = 0; i <= last; ++i) image.palette[i] = grey_ramp()[i * 255 / last];
+  for (int i = 0; i <= last; ++i) image.palette[i] = pixels::grey_ramp()[i * 255 / last];
 }
 
 template <class Colours>
@@ -57,7 +57,7 @@ bool normalise_two_colours(HeaderBlock& image) {
   const Rgb zero = image.palette[0], one = image.palette[1];
   const bool inverted = one == kBlack && zero != kBlack;
   const bool useless = zero == one && (zero == kBlack || zero == kWhite);
-  if (inverted || useless) fill(black_and_white(), image);
+  if (inverted || useless) fill(pixels::black_and_white(), image);
   return inverted;
 }
 
@@ -68,9 +68,9 @@ bool read_small_palette(const PcxHeader& file, HeaderBlock& image) {
     fill_grey(bits, image);
   } else if (file.version == 0 || file.version == 3) {
     if (bits == 1) {
-      fill(black_and_white(), image);
+      fill(pixels::black_and_white(), image);
     } else {
-      fill(sixteen_colours(), image);
+      fill(pixels::sixteen_colours(), image);
     }
   } else {
     std::copy_n(file.colours.begin(), 1 << bits, image.palette.begin());
@@ -112,7 +112,7 @@ void read_large_palette(StreamHandle stream, const PcxExtent& extent, const PcxH
   PaletteBytes bytes{};
   const bool found = (extent.end && read_palette_before(stream, *extent.end, bytes)) ||
                      read_palette_at_end(stream, extent.start, file, bytes);
-  if (!found) return fill(grey_ramp(), image);
+  if (!found) return fill(pixels::grey_ramp(), image);
   for (int i = 0; i < 256; ++i) image.palette[i] = load_colour(&bytes[3 * i]);
 }
 

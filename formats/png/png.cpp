@@ -5,9 +5,9 @@
 #include <algorithm>
 
 #include "core/numbers.h"
-#include "core/palettes.h"
 #include "formats/png/library.h"
 #include "io/endian.h"
+#include "pixels/colours.h"
 
 namespace tq::png {
 namespace {
@@ -105,7 +105,7 @@ void choose_grey(PngImage& png) {
   }
   png.image = dib_header(file.width, file.height, file.alpha ? 8 : image_bits(file.bits));
   const int last = file.bits >= 8 ? 255 : (1 << file.bits) - 1;
-  for (int i = 0; i <= last; ++i) png.image.palette[i] = grey_ramp()[i * 255 / last];
+  for (int i = 0; i <= last; ++i) png.image.palette[i] = pixels::grey_ramp()[i * 255 / last];
   if (!file.alpha && file.bits <= 8 && file.transparent_level >= 0) {
     mark_transparent(file.transparent_level & last, png.image);
   }

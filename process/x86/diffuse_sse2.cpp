@@ -1,6 +1,8 @@
 // Rows of colour diffusion with one pixel, or a window of four, in a register.
 #include "process/x86/diffuse_sse2.h"
 
+#include "pixels/rows.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 
@@ -145,7 +147,8 @@ __attribute__((always_inline)) inline int diffuse_pixel(WideChain& chain) {
 }
 
 __attribute__((always_inline)) inline void diffuse_pixels(WideChain& chain, std::int32_t count) {
-  pack_nibbles(chain.out + chain.x / 2, count, [&](std::int32_t) { return diffuse_pixel(chain); });
+  pixels::pack_nibbles(chain.out + chain.x / 2, count,
+                       [&](std::int32_t) { return diffuse_pixel(chain); });
 }
 
 }  // namespace

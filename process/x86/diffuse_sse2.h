@@ -3,7 +3,6 @@
 
 #include "process/index_finder.h"
 #include "process/nearest_colour.h"
-#include "process/sixteen_colours.h"
 #include "process/wide_rows.h"
 
 namespace tq::process::x86 {

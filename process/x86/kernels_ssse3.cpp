@@ -28,57 +28,11 @@ TQ_SSSE3 __m128i four_pixels(const std::uint8_t* bgr) {
 // Loading four pixels reads four bytes of the next two as well.
 constexpr std::int32_t kReadAhead = 2;
 
-// Weighted sums of eight pixels; no sum exceeds 15 bits.
-TQ_SSSE3 __m128i eight_sums(const std::uint8_t* bgr, __m128i weights) {
-  return _mm_hadd_epi16(_mm_maddubs_epi16(four_pixels(bgr), weights),
-                        _mm_maddubs_epi16(four_pixels(bgr + 12), weights));
-}
-
 TQ_SSSE3 __m128i weights_of(int blue, int green, int red) {
   return _mm_set1_epi32(red << 16 | green << 8 | blue);
 }
 
 }  // namespace
-
-TQ_SSSE3 std::int32_t brightness_24(const std::uint8_t* bgr, std::uint8_t* grey,
-                                    std::int32_t width) {
-  const __m128i weights = weights_of(14, 75, 38);
-  std::int32_t x = 0;
-  for (; x + 16 + kReadAhead <= width; x += 16, bgr += 48) {
-    const __m128i low = _mm_srli_epi16(eight_sums(bgr, weights), 7);
-    const __m128i high = _mm_srli_epi16(eight_sums(bgr + 24, weights), 7);
-    store(grey + x, _mm_packus_epi16(low, high));
-  }
-  return x;
-}
-
-TQ_SSSE3 std::int32_t luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width) {
-  const __m128i weights = weights_of(11, 59, 30);
-  const __m128i hundredth = _mm_set1_epi16(5243);  // of 2^19; exact for all sums
-  std::int32_t x = 0;
-  for (; x + 16 + kReadAhead <= width; x += 16, bgr += 48) {
-    const __m128i low = _mm_mulhi_epu16(eight_sums(bgr, weights), hundredth);
-    const __m128i high = _mm_mulhi_epu16(eight_sums(bgr + 24, weights), hundredth);
-    store(grey + x, _mm_packus_epi16(_mm_srli_epi16(low, 3), _mm_srli_epi16(high, 3)));
-  }
-  return x;
-}
-
-TQ_SSSE3 std::int32_t widen_24(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width) {
-  std::int32_t x = 0;
-  for (; x + 4 + kReadAhead <= width; x += 4) store(out + 4 * x, four_pixels(bgr + 3 * x));
-  return x;
-}
-
-TQ_SSSE3 std::int32_t widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out,
-                                        std::int32_t width) {
-  const __m128i order = _mm_setr_epi8(-1, 2, 1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9);
-  std::int32_t x = 0;
-  for (; x + 4 + kReadAhead <= width; x += 4) {
-    store(out + 4 * x, _mm_shuffle_epi8(load(bgr + 3 * x), order));
-  }
-  return x;
-}
 
 // Four keys in 32-bit lanes.
 TQ_SSSE3 __m128i four_keys(const std::uint8_t* bgr) {

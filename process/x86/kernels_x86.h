@@ -6,10 +6,6 @@
 
 namespace tq::process::x86 {
 
-std::int32_t brightness_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
-std::int32_t luma_24(const std::uint8_t* bgr, std::uint8_t* grey, std::int32_t width);
-std::int32_t widen_24(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
-std::int32_t widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, std::int32_t width);
 std::int32_t keys_24(const std::uint8_t* bgr, std::uint16_t* keys, std::int32_t width);
 std::int32_t at_least(const std::uint8_t* grey, const std::uint8_t* least, std::uint8_t* bits,
                       std::int32_t width);

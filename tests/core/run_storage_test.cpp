@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "core/palettes.h"
+#include "pixels/colours.h"
 #include "tests/support/digest.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
@@ -223,7 +223,8 @@ TEST_F(RunStorage, ConversionsKeepWhatElseTheImageHas) {
 // The 256 colours are data: their digest was taken from where they are laid down.
 TEST(FixedPalettes, SystemColoursAreTheTable) {
   Digest digest;
-  for (const Rgb& c : fixed_palette(2)) digest.add(Bytes{c.blue, c.green, c.red, c.reserved});
+  for (const Rgb& c : pixels::fixed_palette(2))
+    digest.add(Bytes{c.blue, c.green, c.red, c.reserved});
   EXPECT_EQ(digest.value(), 0x8AE10656FB5AF42B);
 }
 

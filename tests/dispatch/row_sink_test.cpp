@@ -10,7 +10,7 @@
 
 #include "core/context.h"
 #include "core/licence.h"
-#include "core/palettes.h"
+#include "pixels/colours.h"
 #include "tests/support/fed_sink.h"
 #include "tests/support/library_test.h"
 
@@ -85,7 +85,7 @@ std::uint32_t lowered(const Colour& c, int bits, std::int32_t x, std::int32_t y)
   std::uint32_t best = 0;
   int least = INT_MAX;
   for (std::uint32_t i = 0; i < 256; ++i) {
-    const Rgb p = fixed_palette(2)[i];
+    const Rgb p = pixels::fixed_palette(2)[i];
     const int distance = half(c.red, p.red) + half(c.green, p.green) + half(c.blue, p.blue);
     if (distance < least) {
       least = distance;
@@ -275,9 +275,9 @@ void expect_decodes_as_modelled(Random& random, const Source& source, bool conve
     palette.resize(static_cast<std::size_t>(entries));
     const Rgb* from = source.block.palette.data();
     if (is_reduced) {
-      from = expected.bits == 8   ? fixed_palette(context().settings.dither_mode).data()
-             : expected.bits == 4 ? sixteen_colours().data()
-                                  : black_and_white().data();
+      from = expected.bits == 8   ? pixels::fixed_palette(context().settings.dither_mode).data()
+             : expected.bits == 4 ? pixels::sixteen_colours().data()
+                                  : pixels::black_and_white().data();
     }
     EXPECT_EQ(palette, std::vector<Rgb>(from, from + entries));
   }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "include/tarnquill.h"
+#include "pixels/kernels.h"
 #include "platform/cpu.h"
 #include "tests/process/generated_image.h"
 #include "tests/support/guarded_block.h"
@@ -24,25 +25,26 @@ auto with_features(bool all, Run&& run) {
 TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
   std::uint32_t state = 1;
   for (int width = 0; width <= 200; ++width) {
-    Bytes pixels(static_cast<std::size_t>(3 * width));
-    for (auto& byte : pixels) {
+    Bytes colours(static_cast<std::size_t>(3 * width));
+    for (auto& byte : colours) {
       state = state * 1664525 + 1013904223;
       byte = width % 5 == 0 ? 255 : static_cast<std::uint8_t>(state >> 24);
     }
     const auto run_all = [&] {
-      const test::GuardedBlock block(pixels);
+      const test::GuardedBlock block(colours);
       const std::uint8_t* in = block.data();
       const int room = 4 * width + 32;  // for a row, and what must not be written to
       Bytes out(static_cast<std::size_t>(6 * room), 0xA5);
       std::uint8_t* const row = out.data();
-      const Kernels& k = kernels();
+      const pixels::Kernels& k = pixels::kernels();
       k.brightness_24(in, row, width);
       k.luma_24(in, row + room, width);
       k.widen_24_reversed(in, row + 2 * room, width);
       k.widen_24(in, reinterpret_cast<Rgb*>(row + 3 * room), width);
-      k.keys_24(in, reinterpret_cast<std::uint16_t*>(row + 4 * room), width);
+      kernels().keys_24(in, reinterpret_cast<std::uint16_t*>(row + 4 * room), width);
       // Of one byte per pixel: the end of the others.
-      k.at_least(in + 2 * width, {{5, 129, 33, 161, 9, 253, 0, 169}}, row + 5 * room, width);
+      kernels().at_least(in + 2 * width, {{5, 129, 33, 161, 9, 253, 0, 169}}, row + 5 * room,
+                         width);
       return out;
     };
     EXPECT_EQ(with_features(true, run_all), with_features(false, run_all)) << width;

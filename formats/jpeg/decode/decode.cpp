@@ -3,9 +3,9 @@
 #include <new>
 #include <utility>
 
-#include "core/palettes.h"
 #include "formats/jpeg/decode/scan.h"
 #include "formats/jpeg/jpeg.h"
+#include "pixels/colours.h"
 
 namespace tq::jpeg {
 namespace {
@@ -17,7 +17,7 @@ HeaderBlock describe(const Tables& tables, Layout layout) {
   HeaderBlock image = dib_header(frame.width, frame.height, layout_bits(layout));
   image.header.biXPelsPerMeter = tables.x_density;
   image.header.biYPelsPerMeter = tables.y_density;
-  if (frame.count == 1) image.palette = grey_ramp();
+  if (frame.count == 1) image.palette = pixels::grey_ramp();
   return image;
 }
 

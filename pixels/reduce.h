@@ -3,15 +3,14 @@
 #pragma once
 
 #include "core/memory.h"
-#include "core/palettes.h"
-#include "core/rows.h"
+#include "pixels/rows.h"
 
-namespace tq::dispatch {
+namespace tq::pixels {
 
 class RowReducer {
  public:
-  // Takes the setting, if it lowers the source's depth.
-  void choose(const HeaderBlock& source);
+  // Reduces to `bits`, if that lowers the source's depth.
+  void choose(const HeaderBlock& source, std::int32_t bits, std::int32_t dither_mode);
   bool active() const { return bits_ != 0; }
   int bits() const { return bits_; }
   const Rgb* palette() const;
@@ -19,7 +18,7 @@ class RowReducer {
   Status allocate(const HeaderBlock& source);  // buffers, when active
 
   // The row of source line y (0 = top), valid until the next call.
-  std::span<const std::uint8_t> reduce(std::span<const std::uint8_t> row, std::int32_t y);
+  Bytes reduce(Bytes row, int y);
 
  private:
   struct CachedColour {
@@ -27,9 +26,9 @@ class RowReducer {
     std::uint8_t index;
   };
 
-  void reduce_to_8(std::int32_t y);
-  void reduce_to_4(std::int32_t y);
-  void reduce_to_1(std::int32_t y);
+  void reduce_to_8(int y);
+  void reduce_to_4(int y);
+  void reduce_to_1(int y);
   std::uint8_t nearest(Rgb colour);
 
   int bits_ = 0;
@@ -40,4 +39,4 @@ class RowReducer {
   RowBuffer<CachedColour> cache_;
 };
 
-}  // namespace tq::dispatch
+}  // namespace tq::pixels

@@ -1,12 +1,13 @@
-// The palettes that the library brings along.
-#include "core/palettes.h"
+// The palettes that the library brings along, and the search in one.
+#include "pixels/colours.h"
 
-namespace tq {
+#include <climits>
+
+namespace tq::pixels {
 namespace {
 
 constexpr Rgb grey(int level) {
-  const auto v = static_cast<std::uint8_t>(level);
-  return {v, v, v, 0};
+  return {byte(level), byte(level), byte(level), 0};
 }
 
 constexpr std::array<Rgb, 256> kGreyRamp = [] {
@@ -30,9 +31,8 @@ constexpr std::array<Rgb, 16> kSixteenColours = [] {
 constexpr std::array<Rgb, 256> kUniformColours = [] {
   std::array<Rgb, 256> colours{};
   for (int i = 0; i < 256; ++i) {
-    colours[i] = {static_cast<std::uint8_t>((i & 3) * 255 / 3),
-                  static_cast<std::uint8_t>((i >> 2 & 7) * 255 / 7),
-                  static_cast<std::uint8_t>((i >> 5 & 7) * 255 / 7), 0};
+    colours[i] = {byte((i & 3) * 255 / 3), byte((i >> 2 & 7) * 255 / 7),
+                  byte((i >> 5 & 7) * 255 / 7), 0};
   }
   return colours;
 }();
@@ -73,15 +73,22 @@ constexpr std::array<Rgb, 256> kSystemColours = [] {
   std::array<Rgb, 256> colours{};
   for (int i = 0; i < 256; ++i) {
     const std::uint32_t rgb = kReservedAndGrid[i];
-    colours[i] = {static_cast<std::uint8_t>(rgb), static_cast<std::uint8_t>(rgb >> 8),
-                  static_cast<std::uint8_t>(rgb >> 16), 0};
+    colours[i] = {byte(rgb), byte(rgb >> 8), byte(rgb >> 16), 0};
   }
   return colours;
 }();
 
+// Components are halved before they are compared.
+constexpr int halved_distance(Rgb a, Rgb b) {
+  const int blue = (a.blue >> 1) - (b.blue >> 1);
+  const int green = (a.green >> 1) - (b.green >> 1);
+  const int red = (a.red >> 1) - (b.red >> 1);
+  return blue * blue + green * green + red * red;
+}
+
 }  // namespace
 
-const std::uint8_t kDispersedDots[8][8] = {
+const ThresholdMatrix kDispersedDots = {
     {4, 128, 32, 160, 8, 136, 40, 168},   {192, 64, 224, 96, 200, 72, 232, 104},
     {48, 176, 16, 144, 56, 184, 24, 152}, {240, 112, 208, 80, 248, 120, 216, 88},
     {12, 140, 44, 172, 4, 132, 36, 164},  {204, 76, 236, 108, 196, 68, 228, 100},
@@ -102,4 +109,17 @@ const std::array<Rgb, 256>& fixed_palette(std::int32_t dither_mode) {
   return dither_mode == 2 ? kSystemColours : kUniformColours;
 }
 
-}  // namespace tq
+std::uint8_t nearest_colour(Rgb colour, std::span<const Rgb> palette) {
+  int least = INT_MAX;
+  std::size_t found = 0;
+  for (std::size_t i = 0; i < palette.size(); ++i) {
+    const int distance = halved_distance(colour, palette[i]);
+    if (distance < least) {
+      least = distance;
+      found = i;
+    }
+  }
+  return byte(found);
+}
+
+}  // namespace tq::pixels

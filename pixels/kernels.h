@@ -1,0 +1,38 @@
+// Row kernels: plain functions over one row, without state. The portable ones are the reference;
+// faster ones for some processors give the same bytes.
+#pragma once
+
+#include <cstdint>
+
+#include "core/dib.h"
+#include "platform/cpu.h"
+
+namespace tq::pixels {
+
+// `bgr` are 3 * width bytes; not one more is read or written.
+struct Kernels {
+  // Blue, green, red to blue, green, red, 0.
+  void (*widen_24)(const std::uint8_t* bgr, Rgb* colours, int width);
+
+  // Blue, green, red to 0, red, green, blue.
+  void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, int width);
+
+  void (*merge_planes)(const std::uint8_t* blue, const std::uint8_t* green, const std::uint8_t* red,
+                       std::uint8_t* bgr, int width);
+  void (*split_planes)(const std::uint8_t* bgr, std::uint8_t* blue, std::uint8_t* green,
+                       std::uint8_t* red, int width);
+
+  // One byte of grey per pixel, see colours.h.
+  void (*brightness_24)(const std::uint8_t* bgr, std::uint8_t* grey, int width);
+  void (*luma_24)(const std::uint8_t* bgr, std::uint8_t* grey, int width);
+};
+
+extern const Kernels kPortableKernels, kSsse3Kernels;
+
+// The fastest for a processor, and for this one.
+const Kernels& select_kernels(const platform::CpuFeatures& features);
+inline const Kernels& kernels() {
+  return select_kernels(platform::cpu_features());
+}
+
+}  // namespace tq::pixels

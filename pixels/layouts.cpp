@@ -1,0 +1,232 @@
+// The table of layouts: one row of it is a way between a file's rows and the library's.
+#include <algorithm>
+#include <array>
+
+#include "pixels/colours.h"
+#include "pixels/kernels.h"
+#include "pixels/rows.h"
+
+namespace tq::pixels {
+namespace {
+
+using From = const std::uint8_t*;
+using To = std::uint8_t*;
+
+// Indices
+
+template <int kBits>
+int stored_index(From stored, int x) {
+  constexpr int kPerByte = 8 / kBits;
+  return stored[x / kPerByte] >> (8 - kBits - x % kPerByte * kBits) & ((1 << kBits) - 1);
+}
+
+template <int kBits>
+void indices_to_4(From stored, std::ptrdiff_t, int width, To row) {
+  pack_nibbles(row, width, [&](int x) { return stored_index<kBits>(stored, x) & 15; });
+}
+
+void bytes_to_1(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; x += 8) {
+    int bits = 0;
+    for (int i = 0; i < std::min(width - x, 8); ++i) bits |= (stored[x + i] & 1) << (7 - i);
+    *row++ = byte(bits);
+  }
+}
+
+template <int kBits>
+void to_bytes(From row, int width, To stored, std::ptrdiff_t) {
+  for_each_index(row, kBits, width, [&](int x, int index) { stored[x] = byte(index); });
+}
+
+// Planes of bits, eight pixels at a time
+
+// A byte's bits in the lowest bits of eight nibbles, the first pixel in the highest nibble.
+constexpr std::array<std::uint32_t, 256> kSpread = [] {
+  std::array<std::uint32_t, 256> spread{};
+  for (std::uint32_t bits = 0; bits < 256; ++bits) {
+    for (int bit = 0; bit < 8; ++bit) spread[bits] |= (bits >> bit & 1) << 4 * bit;
+  }
+  return spread;
+}();
+
+// The opposite.
+constexpr std::uint8_t gather(std::uint32_t nibbles) {
+  std::uint32_t bits = nibbles & 0x11111111;
+  bits = (bits | bits >> 3) & 0x03030303;
+  bits = (bits | bits >> 6) & 0x000F000F;
+  return byte(bits | bits >> 12);
+}
+
+std::uint32_t load_nibbles(From from) {
+  std::uint32_t nibbles;
+  std::memcpy(&nibbles, from, sizeof nibbles);
+  return __builtin_bswap32(nibbles);
+}
+
+void store_nibbles(To to, std::uint32_t nibbles) {
+  const std::uint32_t stored = __builtin_bswap32(nibbles);
+  std::memcpy(to, &stored, sizeof stored);
+}
+
+template <int kPlanes>
+void merge_planes(From stored, std::ptrdiff_t plane_bytes, int width, To row) {
+  for (int x = 0; x < width; x += 8, ++stored, row += 4) {
+    std::uint32_t nibbles = 0;
+    for (int i = 0; i < kPlanes; ++i) nibbles |= kSpread[stored[i * plane_bytes]] << i;
+    store_nibbles(row, nibbles);
+  }
+}
+
+void split_planes(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
+  for (int x = 0; x < width; x += 8, ++stored, row += 4) {
+    const std::uint32_t nibbles = load_nibbles(row);
+    for (int i = 0; i < 4; ++i) stored[i * plane_bytes] = gather(nibbles >> i);
+  }
+}
+
+// Words
+
+void swap_words(From from, To to, int width) {
+  for (int x = 0; x < width; ++x, from += 2, to += 2) {
+    const std::uint8_t high = from[0];
+    to[0] = from[1];
+    to[1] = high;
+  }
+}
+
+void unpack_grey16(From stored, std::ptrdiff_t, int width, To row) {
+  swap_words(stored, row, width);
+}
+
+void pack_grey16(From row, int width, To stored, std::ptrdiff_t) {
+  swap_words(row, stored, width);
+}
+
+// The low bits of a channel stay 0, so full intensity is 248 or 252 and not 255.
+template <int kGreenBits>
+void widen_words(From stored, std::ptrdiff_t, int width, To row) {
+  constexpr int kGreen = 0xFF << (8 - kGreenBits) & 0xFF;
+  for (int x = 0; x < width; ++x, stored += 2, row += 3) {
+    const int pixel = stored[0] | stored[1] << 8;
+    row[0] = byte(pixel << 3 & 0xF8);
+    row[1] = byte(pixel >> (kGreenBits - 3) & kGreen);
+    row[2] = byte(pixel >> (kGreenBits + 2) & 0xF8);
+  }
+}
+
+// A byte for each channel
+
+void merge_channels(From stored, std::ptrdiff_t plane_bytes, int width, To row) {
+  kernels().merge_planes(stored + 2 * plane_bytes, stored + plane_bytes, stored, row, width);
+}
+
+void split_channels(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
+  kernels().split_planes(row, stored + 2 * plane_bytes, stored + plane_bytes, stored, width);
+}
+
+// kStep bytes a pixel, with red at kRed, green and blue behind it.
+template <int kStep, int kRed>
+void turn_to_bgr(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += kStep, row += 3) {
+    const std::uint8_t red = stored[kRed];
+    row[1] = stored[kRed + 1];
+    row[0] = stored[kRed + 2];
+    row[2] = red;
+  }
+}
+
+template <int kStep>
+void turn_to_rgb(From row, int width, To stored, std::ptrdiff_t) {
+  for (int x = 0; x < width; ++x, row += kStep, stored += 3) {
+    stored[0] = row[2];
+    stored[1] = row[1];
+    stored[2] = row[0];
+  }
+}
+
+void pack_xrgb(From row, int width, To stored, std::ptrdiff_t) {
+  kernels().widen_24_reversed(row, stored, width);
+}
+
+void mix_cmyk(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 4, row += 3) {
+    const Rgb colour = colour_of_cmyk(stored);
+    row[0] = colour.blue;
+    row[1] = colour.green;
+    row[2] = colour.red;
+  }
+}
+
+void lay_grey_on_white(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 2) row[x] = on_white(stored[0], stored[1]);
+}
+
+void lay_colours_on_white(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 4, row += 3) {
+    for (int i = 0; i < 3; ++i) row[i] = on_white(stored[2 - i], stored[3]);
+  }
+}
+
+constexpr RowLayout kLayouts[] = {
+    {Layout::bits_1, 4, 1, 1, indices_to_4<1>, nullptr},
+    {Layout::bits_2, 4, 2, 1, indices_to_4<2>, nullptr},
+    {Layout::bytes, 1, 8, 1, bytes_to_1, to_bytes<1>},
+    {Layout::bytes, 4, 8, 1, indices_to_4<8>, to_bytes<4>},
+    {Layout::bit_planes_3, 4, 1, 3, merge_planes<3>, nullptr},
+    {Layout::bit_planes_4, 4, 1, 4, merge_planes<4>, split_planes},
+    {Layout::grey16_be, 16, 16, 1, unpack_grey16, pack_grey16},
+    {Layout::rgb555, 24, 16, 1, widen_words<5>, nullptr},
+    {Layout::rgb565, 24, 16, 1, widen_words<6>, nullptr},
+    {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
+    {Layout::rgb, 24, 24, 1, turn_to_bgr<3, 0>, turn_to_rgb<3>},
+    {Layout::rgb, 32, 24, 1, nullptr, turn_to_rgb<4>},
+    {Layout::rgbx, 24, 32, 1, turn_to_bgr<4, 0>, nullptr},
+    {Layout::xrgb, 24, 32, 1, turn_to_bgr<4, 1>, pack_xrgb},
+    {Layout::cmyk, 24, 32, 1, mix_cmyk, nullptr},
+    {Layout::grey_alpha, 8, 16, 1, lay_grey_on_white, nullptr},
+    {Layout::rgba, 24, 32, 1, lay_colours_on_white, nullptr},
+};
+
+// How many pixels both sides have room for.
+int common_width(const RowLayout& layout, int width, std::ptrdiff_t plane_bytes,
+                 std::ptrdiff_t row_bytes) {
+  const auto pixels_in = [](std::int64_t bytes, int bits) { return bytes * 8 / bits; };
+  return static_cast<int>(std::min({std::int64_t{width}, pixels_in(plane_bytes, layout.plane_bits),
+                                    pixels_in(row_bytes & ~3, layout.bits)}));
+}
+
+// Clears what lies behind the whole bytes of the pixels, before those are written.
+void clear_behind(Row row, int width, int bits) {
+  const auto filled = static_cast<std::ptrdiff_t>(std::int64_t{width} * bits / 8);
+  std::fill(row.begin() + filled, row.end(), std::uint8_t{0});
+}
+
+}  // namespace
+
+std::span<const RowLayout> row_layouts() {
+  return kLayouts;
+}
+
+const RowLayout* find_layout(Layout layout, int bits) {
+  const auto* const found = std::ranges::find_if(
+      kLayouts, [&](const RowLayout& way) { return way.layout == layout && way.bits == bits; });
+  return found != std::end(kLayouts) ? found : nullptr;
+}
+
+void unpack(const RowLayout& layout, Bytes stored, int width, Row row) {
+  const std::ptrdiff_t plane_bytes = std::ssize(stored) / layout.planes;
+  const int there = common_width(layout, width, plane_bytes, std::ssize(row));
+  clear_behind(row, there, layout.bits);
+  layout.unpack(stored.data(), plane_bytes, there, row.data());
+}
+
+void pack(const RowLayout& layout, Bytes row, int width, Row stored) {
+  const std::ptrdiff_t plane_bytes = std::ssize(stored) / layout.planes;
+  const int there = common_width(layout, width, plane_bytes, std::ssize(row));
+  for (int i = 0; i < layout.planes; ++i) {
+    clear_behind(stored.subspan(i * plane_bytes, plane_bytes), there, layout.plane_bits);
+  }
+  layout.pack(row.data(), there, stored.data(), plane_bytes);
+}
+
+}  // namespace tq::pixels
