@@ -8,7 +8,6 @@
 #include "core/image_table.h"
 #include "core/licence.h"
 #include "core/run_storage.h"
-#include "pixels/rows.h"
 
 namespace tq::dispatch {
 namespace {

@@ -51,11 +51,12 @@ constexpr Kernels kPortableKernels{.widen_24 = widen_24,
                                    .brightness_24 = weigh_24<brightness>,
                                    .luma_24 = weigh_24<luma>};
 
-const Kernels& select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
+Kernels select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
+  Kernels kernels = kPortableKernels;
 #if defined(__i386__) || defined(__x86_64__)
-  if (features.ssse3) return kSsse3Kernels;
+  if (features.ssse3) add_ssse3_kernels(kernels);
 #endif
-  return kPortableKernels;
+  return kernels;
 }
 
 }  // namespace tq::pixels

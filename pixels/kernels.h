@@ -27,11 +27,12 @@ struct Kernels {
   void (*luma_24)(const std::uint8_t* bgr, std::uint8_t* grey, int width);
 };
 
-extern const Kernels kPortableKernels, kSsse3Kernels;
+extern const Kernels kPortableKernels;
+void add_ssse3_kernels(Kernels& kernels);
 
-// The fastest for a processor, and for this one.
-const Kernels& select_kernels(const platform::CpuFeatures& features);
-inline const Kernels& kernels() {
+// The fastest for a processor, and for this one, less what is masked.
+Kernels select_kernels(const platform::CpuFeatures& features);
+inline Kernels kernels() {
   return select_kernels(platform::cpu_features());
 }
 

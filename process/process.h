@@ -1,7 +1,7 @@
 // Operations: they give an image other pixels, or leave it as it is and say why.
 #pragma once
 
-#include "process/image_source.h"
+#include "process/frame.h"
 
 namespace tq::process {
 

@@ -63,6 +63,12 @@ TQ_SIMD void store_halves(void* low, void* high, Vector x) {
 
 // Bytes
 
+TQ_SIMD Vector all8(int value) {
+  return TQ_INTRINSIC(set1_epi8)(static_cast<char>(value));
+}
+TQ_BINARY(add_saturated8, adds_epu8)  // without a sign: stops at 255, or at 0
+TQ_BINARY(subtract_saturated8, subs_epu8)
+TQ_BINARY(min8, min_epu8)          // without a sign
 TQ_BINARY(equal8, cmpeq_epi8)      // all bits where a == b
 TQ_BINARY(shuffle8, shuffle_epi8)  // those of a at the places b; 0 at places from 0x80 on
 // The top bit of every byte, 16 bits per lane.
@@ -87,6 +93,9 @@ TQ_BINARY(greater16, cmpgt_epi16)  // all bits where a > b
 TQ_UNARY(abs16, abs_epi16)
 TQ_SHIFT(shift_left16, slli_epi16)
 TQ_SHIFT(shift_right16, srai_epi16)  // with the sign
+TQ_SHIFT(shift_right_unsigned16, srli_epi16)
+TQ_BINARY(multiply_add8, maddubs_epi16)  // the sum of two products, of a without a sign and b
+TQ_BINARY(add_neighbours16, hadd_epi16)  // sums of two, of a and then of b
 
 // 32 bits
 
@@ -94,8 +103,15 @@ TQ_SIMD Vector all32(int value) {
   return TQ_INTRINSIC(set1_epi32)(value);
 }
 TQ_BINARY(add32, add_epi32)
+TQ_BINARY(subtract32, sub_epi32)
+TQ_BINARY(greater32, cmpgt_epi32)
 TQ_BINARY(multiply_add16, madd_epi16)  // the sum of two products of 16 bits
 TQ_SHIFT(shift_right32, srai_epi32)    // with the sign
+TQ_SHIFT(shift_right_unsigned32, srli_epi32)
+// The top bit of every value, 4 bits per lane.
+TQ_SIMD std::uint32_t top_bits32(Vector x) {
+  return static_cast<std::uint32_t>(TQ_INTRINSIC(movemask_ps)(reinterpret_cast<FloatVector>(x)));
+}
 // Over all lanes.
 TQ_SIMD std::uint32_t sum32(Vector x) {
   __m128i sum = lane<0>(x);
@@ -103,6 +119,12 @@ TQ_SIMD std::uint32_t sum32(Vector x) {
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
   return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
+}
+
+// Order: by places of 32-bit values, two bits each, the lowest first.
+template <int kPlaces>
+TQ_SIMD Vector shuffle32(Vector x) {
+  return TQ_INTRINSIC(shuffle_epi32)(x, kPlaces);
 }
 
 // Order: values of the low or the high halves of a and b in turn

@@ -36,6 +36,9 @@ TQ_SIMD Vector in_sequence(Vector x) {
 TQ_SIMD Vector load_widened(const std::uint8_t* from) {
   return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
 }
+TQ_SIMD Vector load_widened(const std::int8_t* from) {
+  return _mm256_cvtepi8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
 // The first lanes of all three, then the last ones.
 TQ_SIMD void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
   auto* const out = reinterpret_cast<__m256i*>(to);

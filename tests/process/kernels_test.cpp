@@ -1,5 +1,5 @@
 // Faster kernels against the portable ones: by themselves, and inside whole operations.
-#include "process/kernels.h"
+#include "process/colour/kernels.h"
 
 #include <gtest/gtest.h>
 

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "core/dib.h"
+#include "core/numbers.h"
 
 namespace tq::process {
 
@@ -15,7 +16,7 @@ inline constexpr std::array<std::uint32_t, 256> kSpreadBits = [] {
   std::array<std::uint32_t, 256> spread{};
   for (int value = 0; value < 256; ++value) {
     for (int bit = 0; bit < 8; ++bit) {
-      spread[value] |= static_cast<std::uint32_t>(value >> bit & 1) << (3 * bit);
+      spread[value] |= (value >> bit & 1u) << (3 * bit);
     }
   }
   return spread;
@@ -40,9 +41,9 @@ class Octree {
   Status allocate(std::int32_t most_colours);
 
   // `count` pixels of this colour, one after the other.
-  void insert(Rgb colour, std::uint32_t count) {
+  void insert(Rgb colour, std::size_t count) {
     Node& leaf = leaf_for(colour);
-    leaf.count += count;
+    leaf.count += static_cast<std::uint32_t>(count);
     leaf.blue += std::uint64_t{colour.blue} * count;
     leaf.green += std::uint64_t{colour.green} * count;
     leaf.red += std::uint64_t{colour.red} * count;
@@ -95,7 +96,7 @@ class Octree {
     return kSpreadBits[colour.blue] << 2 | kSpreadBits[colour.green] << 1 | kSpreadBits[colour.red];
   }
   static int child_at(std::uint32_t path, int level) {
-    return static_cast<int>(path >> (3 * (kLevels - 1 - level))) & 7;
+    return path >> (3 * (kLevels - 1 - level)) & 7;
   }
   Node& node(NodeIndex index) const { return nodes_.data()[index]; }
   Node& leaf_for(Rgb colour) {

@@ -1,5 +1,5 @@
 // Octree of colours: eight levels, one bit of blue, green and red each.
-#include "process/octree.h"
+#include "process/colour/octree.h"
 
 #include <algorithm>
 
@@ -10,7 +10,7 @@ Status Octree::allocate(std::int32_t most_colours) {
   TQ_TRY(nodes_.allocate(kNodes));
   TQ_TRY(leaf_of_cell_.allocate(1 << kCellBits));
   node(kRoot).level = -1;
-  for (int i = kNodes - 1; i > 0; --i) release(static_cast<NodeIndex>(i));
+  for (int i = kNodes - 1; i > 0; --i) release(word(i));
   return kOk;
 }
 
@@ -28,7 +28,7 @@ Octree::NodeIndex Octree::create(NodeIndex parent, int child, int level) {
   node(made) = {};
   node(made).parent = parent;
   node(made).level = static_cast<std::int8_t>(level);
-  node(made).path = node(parent).path << 3 | static_cast<std::uint32_t>(child);
+  node(made).path = node(parent).path << 3 | child;
   node(parent).children[child] = made;
   if (level < leaf_level_) {
     const NodeIndex first = reducible_[level];
@@ -96,7 +96,7 @@ void Octree::insert_row(std::span<const Rgb> colours) {
     if (count == 1) {
       insert(colours[first]);
     } else {
-      insert(colours[first], static_cast<std::uint32_t>(count));
+      insert(colours[first], count);
     }
   });
 }
@@ -133,7 +133,7 @@ void Octree::number(NodeIndex index, std::span<Rgb> palette) {
   Node& here = node(index);
   if (here.count != 0) {
     const auto mean = [&](std::uint64_t sum) {
-      return static_cast<std::uint8_t>(std::min<std::uint64_t>(sum / here.count, 255));
+      return byte(std::min<std::uint64_t>(sum / here.count, 255));
     };
     here.index = written_;
     palette[written_++] = {mean(here.blue), mean(here.green), mean(here.red), 0};

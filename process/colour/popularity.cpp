@@ -2,9 +2,8 @@
 #include <algorithm>
 #include <functional>
 
-#include "process/kernels.h"
+#include "process/colour/kernels.h"
 #include "process/process.h"
-#include "process/rebuild.h"
 
 namespace tq::process {
 namespace {
@@ -15,8 +14,7 @@ constexpr std::int16_t kUnknown = -1;
 
 // The bottom of the key's cell, not its middle.
 constexpr Rgb colour_of(int key) {
-  return {static_cast<std::uint8_t>((key & 15) << 4), static_cast<std::uint8_t>(key & 0xF0),
-          static_cast<std::uint8_t>(key >> 8 << 4), 0};
+  return {byte((key & 15) << 4), byte(key & 0xF0), byte(key >> 8 << 4), 0};
 }
 
 struct Histogram {
@@ -35,7 +33,7 @@ class KeyRows {
     if (image_.bits() == 32) TQ_TRY(colours_.allocate(image_.width()));
     return keys_.allocate(image_.width());
   }
-  std::span<const std::uint16_t> read(std::int32_t y) const {
+  std::span<const std::uint16_t> read(int y) const {
     if (image_.bits() == 24) {
       kernels().keys_24(image_.row(y).data(), keys_.data(), image_.width());
     } else {
@@ -62,8 +60,7 @@ void count_keys(Histogram& histogram, std::span<const std::uint16_t> keys) {
 
 void add_counts(Histogram& histogram) {
   for (std::size_t key = 0; key < kKeys; ++key) {
-    histogram.counts[key] =
-        static_cast<std::uint16_t>(histogram.counts[key] + histogram.others[key]);
+    histogram.counts[key] = word(histogram.counts[key] + histogram.others[key]);
   }
 }
 
@@ -73,7 +70,7 @@ void choose_keys(Histogram& histogram, std::array<std::uint16_t, 256>& keys) {
   std::size_t used = 0;
   for (std::uint32_t key = 0; key < kKeys; ++key) {
     if (histogram.counts[key] == 0) continue;
-    histogram.ranks[used++] = static_cast<std::uint32_t>(histogram.counts[key]) << 12 | key;
+    histogram.ranks[used++] = std::uint32_t{histogram.counts[key]} << 12 | key;
   }
   const std::size_t chosen = std::min(used, keys.size() - 1);
   const auto ranks = histogram.ranks.begin();
@@ -81,7 +78,7 @@ void choose_keys(Histogram& histogram, std::array<std::uint16_t, 256>& keys) {
   keys.fill(kHighestKey);
   keys[0] = 0;
   for (std::size_t i = 0; i < chosen; ++i) {
-    keys[i + 1] = static_cast<std::uint16_t>(histogram.ranks[i] & kHighestKey);
+    keys[i + 1] = word(histogram.ranks[i] & kHighestKey);
   }
 }
 
@@ -111,7 +108,7 @@ Status popularity_color(ImageSource& image) {
   KeyRows rows(image);
   TQ_TRY(rows.allocate());
 
-  for (std::int32_t y = 0; y < image.height(); ++y) count_keys(histogram, rows.read(y));
+  for (int y = 0; y < image.height(); ++y) count_keys(histogram, rows.read(y));
   add_counts(histogram);
   std::array<std::uint16_t, 256> keys;
   choose_keys(histogram, keys);
@@ -119,15 +116,14 @@ Status popularity_color(ImageSource& image) {
   std::transform(keys.begin(), keys.end(), palette.begin(), colour_of);
   histogram.nearest.fill(kUnknown);
 
-  return replace_rows(image, {8, palette, marker_below_32(image)},
-                      [&](std::int32_t y, std::span<std::uint8_t> row) {
-                        std::uint8_t* out = row.data();
-                        for (const std::uint16_t key : rows.read(y)) {
-                          std::int16_t& nearest = histogram.nearest[key];
-                          if (nearest == kUnknown) nearest = nearest_key(key, keys);
-                          *out++ = static_cast<std::uint8_t>(nearest);
-                        }
-                      });
+  return replace_rows(image, {8, palette, marker_below_32(image)}, [&](int y, Row row) {
+    std::uint8_t* out = row.data();
+    for (const std::uint16_t key : rows.read(y)) {
+      std::int16_t& nearest = histogram.nearest[key];
+      if (nearest == kUnknown) nearest = nearest_key(key, keys);
+      *out++ = byte(nearest);
+    }
+  });
 }
 
 }  // namespace tq::process

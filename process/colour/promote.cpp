@@ -4,10 +4,7 @@
 #include <cstring>
 
 #include "core/display_cache.h"
-#include "pixels/colours.h"
-#include "pixels/rows.h"
 #include "process/process.h"
-#include "process/rebuild.h"
 
 namespace tq::process {
 namespace {
@@ -21,7 +18,7 @@ class StoredRows {
   Status allocate() {
     return image_.in_runs() ? bits_.allocate(row_bytes(image_.width(), 1)) : kOk;
   }
-  pixels::Bytes read(std::int32_t y) const {
+  Bytes read(int y) const {
     if (!image_.in_runs()) return image_.row(y);
     expand_row(image_.record(), y, bits_.pixels());
     return bits_.pixels();
@@ -33,18 +30,18 @@ class StoredRows {
 };
 
 // 16-bit samples stay as they are, at the start of the wider row.
-void copy_samples(pixels::Bytes from, int width, pixels::Row row) {
+void copy_samples(Bytes from, int width, Row row) {
   std::fill(std::copy_n(from.begin(), 2 * width, row.begin()), row.end(), std::uint8_t{0});
 }
 
-void widen_to_8(pixels::Bytes from, int bits, int width, pixels::Row row) {
+void widen_to_8(Bytes from, int bits, int width, Row row) {
   std::uint8_t* out = row.data();
   const int white = bits == 1 ? 255 : 1;
   pixels::for_each_index(from.data(), bits, width,
                          [&](int x, int index) { out[x] = byte(index * white); });
 }
 
-void widen_to_24(pixels::Bytes from, const ImageSource& image, pixels::Row row) {
+void widen_to_24(Bytes from, const ImageSource& image, Row row) {
   std::uint8_t* out = row.data();
   // One store of four bytes a pixel, of which the next one overwrites the fourth. The last of them
   // is padding, or belongs to the row above or to the room behind the rows.
@@ -56,8 +53,8 @@ void widen_to_24(pixels::Bytes from, const ImageSource& image, pixels::Row row) 
   behind = kept;
 }
 
-void widen_to_32(pixels::Bytes from, const ImageSource& image, const std::array<Rgb, 256>& colours,
-                 pixels::Row row) {
+void widen_to_32(Bytes from, const ImageSource& image, const std::array<Rgb, 256>& colours,
+                 Row row) {
   Rgb* out = reinterpret_cast<Rgb*>(row.data());
   pixels::for_each_index(from.data(), image.bits(), image.width(),
                          [&](int x, int index) { out[x] = colours[index]; });
@@ -68,8 +65,7 @@ template <class Widen>
 Status promote(ImageSource& image, int bits, std::span<const Rgb> palette, Widen&& widen) {
   StoredRows rows(image);
   TQ_TRY(rows.allocate());
-  return replace_rows(image, {bits, palette},
-                      [&](std::int32_t y, pixels::Row row) { widen(rows.read(y), row); });
+  return replace_rows(image, {bits, palette}, [&](int y, Row row) { widen(rows.read(y), row); });
 }
 
 bool has_rule(const ImageSource& image) {
@@ -84,9 +80,8 @@ Status promote_8(ImageSource& image) {
   // Run lists have no palette of their own; any other image keeps its entries, whatever its pixels
   // turn into.
   const std::span<const Rgb> palette = image.in_runs() ? pixels::grey_ramp() : image.palette();
-  return promote(image, 8, palette, [&](pixels::Bytes from, pixels::Row row) {
-    widen_to_8(from, image.bits(), image.width(), row);
-  });
+  return promote(image, 8, palette,
+                 [&](Bytes from, Row row) { widen_to_8(from, image.bits(), image.width(), row); });
 }
 
 Status promote_24(ImageSource& image) {
@@ -95,7 +90,7 @@ Status promote_24(ImageSource& image) {
   // With an RGB marker a pixel is read as unused, red, green, blue; callers rely on it.
   const bool cmyk = image.header().biCompression == 0;
   const auto* const four = pixels::find_layout(cmyk ? Layout::cmyk : Layout::xrgb, 24);
-  return promote(image, 24, {}, [&](pixels::Bytes from, pixels::Row row) {
+  return promote(image, 24, {}, [&](Bytes from, Row row) {
     if (image.bits() == 16) return copy_samples(from, image.width(), row);
     if (image.bits() == 32) return pixels::unpack(*four, from, image.width(), row);
     widen_to_24(from, image, row);
@@ -111,7 +106,7 @@ Status promote_32(ImageSource& image) {
     colours[i].reserved = 0;
   }
   const auto* const four = pixels::find_layout(Layout::xrgb, 24);
-  return promote(image, 32, {}, [&](pixels::Bytes from, pixels::Row row) {
+  return promote(image, 32, {}, [&](Bytes from, Row row) {
     if (image.bits() == 16) return copy_samples(from, image.width(), row);
     if (image.bits() == 24) return pixels::pack(*four, from, image.width(), row);
     widen_to_32(from, image, colours, row);

@@ -1,0 +1,133 @@
+// The frame of every operation: the rows of an image go in from the top, and the finished result
+// takes the place of its pixels. An operation that fails or is aborted leaves the image as it was.
+#pragma once
+
+#include <array>
+#include <cstring>
+
+#include "core/image_draft.h"
+#include "core/image_table.h"
+#include "core/run_storage.h"
+#include "pixels/colours.h"
+#include "pixels/rows.h"
+
+namespace tq::process {
+
+using pixels::Bytes;
+using pixels::Row;
+
+// The image that an operation reads. Holds what must stay the same while it runs: between two rows
+// the caller's progress callback may do anything, so rows are found anew each time.
+class ImageSource {
+ public:
+  explicit ImageSource(ImageHandle handle);  // a valid one, of an image that has pixels
+
+  ImageRecord& record() const { return *record_; }
+  int width() const { return width_; }
+  int height() const { return height_; }
+  int bits() const { return bits_; }
+  bool in_runs() const { return in_runs_; }
+  const BitmapInfoHeader& header() const { return header_; }
+  std::span<const Rgb> palette() const {
+    return std::span(palette_).first(palette_bytes(bits_) / 4);
+  }
+
+  // 4, 8, 16, 24 or 32: what all reductions and dithers take.
+  bool is_deep() const;
+
+  // Reports one more row to the caller: its negative answer, or bad_handle when the image is gone
+  // or has got pixels of another kind.
+  Status next_row();
+
+  // Row y as it is stored. Not for run lists.
+  Bytes row(int y) const;
+
+  // Row y as colours; 32-bit pixels as the image's marker says.
+  void read_colours(int y, std::span<Rgb> colours) const;
+
+ private:
+  ImageHandle handle_;
+  ImageRecord* record_;
+  std::uint64_t serial_;
+  int width_, height_, bits_;
+  bool in_runs_;
+  BitmapInfoHeader header_;
+  std::array<Rgb, 256> palette_{};
+};
+
+// Rows of an image as one byte of grey per pixel: as a conversion to 8-bit grey gives them, which
+// depends on the depth, or as thresholds and 1-bit dithers compare them.
+enum class GreyKind : std::uint8_t { level, luma };
+
+class GreyRows {
+ public:
+  GreyRows(const ImageSource& image, GreyKind kind);
+  Status allocate();
+  // Row y: in the image itself where its bytes are the greys, else in a buffer of this object.
+  Bytes read(int y);
+  void read(int y, Row out) const;
+
+ private:
+  const ImageSource& image_;
+  GreyKind kind_;
+  std::array<std::uint8_t, 256> table_;  // of palette indices
+  bool bytes_are_greys_;
+  RowBuffer<Rgb> colours_;  // of 32-bit rows
+  RowBuffer<std::uint8_t> levels_;
+};
+
+struct NewShape {
+  int bits;
+  std::span<const Rgb> palette;   // the rest of the new palette is 0
+  std::uint32_t compression = 0;  // the marker of the new pixels
+};
+
+// The marker that is left when the result has fewer than 32 bits: that of blue, green, red pixels
+// would lie.
+inline std::uint32_t marker_below_32(const ImageSource& image) {
+  const std::uint32_t marker = image.header().biCompression;
+  return marker == kRgb32 ? 0 : marker;
+}
+
+// What does not depend on the operation stays as the source's header has it.
+Status create_result(ImageDraft& result, const ImageSource& image, const NewShape& shape);
+
+// Runs `make_row(y, row)` for every row; a row's padding is 0, its pixels are not set.
+template <class MakeRow>
+Status replace_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
+  ImageDraft result;
+  TQ_TRY(create_result(result, image, shape));
+  for (int y = 0; y < image.height(); ++y) {
+    TQ_TRY(image.next_row());
+    const Row row = plain_row(result.record(), y);
+    std::memset(row.data() + row.size() - 4, 0, 4);
+    make_row(y, row);
+  }
+  result.install(image.record());
+  return kOk;
+}
+
+// The same for 1-bit results, white being 1: they are held as run lists where images of their size
+// are.
+template <class MakeBits>
+Status replace_by_mono(ImageSource& image, MakeBits&& make_bits) {
+  const bool in_runs = keeps_runs(image.width(), image.height());
+  ImageDraft result;
+  TQ_TRY(create_result(result, image,
+                       {1, pixels::black_and_white(), in_runs ? kInRuns : marker_below_32(image)}));
+  RowBuffer<std::uint8_t> bits;
+  TQ_TRY(bits.allocate(row_bytes(image.width(), 1)));
+  for (int y = 0; y < image.height(); ++y) {
+    TQ_TRY(image.next_row());
+    make_bits(y, bits.pixels());
+    if (in_runs) {
+      TQ_TRY(store_bits(result.record(), y, bits.pixels()));
+    } else {
+      std::memcpy(plain_row(result.record(), y).data(), bits.data(), bits.size());
+    }
+  }
+  result.install(image.record());
+  return kOk;
+}
+
+}  // namespace tq::process
