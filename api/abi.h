@@ -3,7 +3,7 @@
 #pragma once
 
 #include "core/image_table.h"
-#include "io/open_file.h"
+#include "io/byte_stream.h"
 
 namespace tq::api {
 

@@ -7,7 +7,7 @@
 
 #include "core/dib.h"
 #include "formats/pdf/pdf.h"
-#include "io/open_file.h"
+#include "io/byte_stream.h"
 
 namespace tq {
 namespace {

@@ -1,8 +1,10 @@
-// Images come into being: decoded, made empty, or registered from a caller's memory.
+// Images come into being: decoded, made empty, registered from a caller's memory, or with other
+// pixels than before.
 #include "core/image_create.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "core/image_table.h"
 #include "core/licence.h"
@@ -135,6 +137,28 @@ Status adopt_dib(ImageRecord& image, void* packed_dib) {
   image.gamma = kDefaultGamma;
   if (bits == 1) normalise_mono_palette(palette_of(image).data());
   return kOk;
+}
+
+ImageDraft::~ImageDraft() {
+  free_block(record_.dib);
+  free_block(record_.run_table);
+}
+
+Status ImageDraft::create(const HeaderBlock& source, const ImageShape& shape) {
+  return create_pixels(record_, source, shape);
+}
+
+void ImageDraft::install(ImageRecord& image) {
+  replace_dib(image, std::exchange(record_.dib, nullptr));
+  image.width = record_.width;
+  image.height = record_.height;
+  image.bits = record_.bits;
+  image.bytes_per_row = record_.bytes_per_row;
+  image.dib_size = record_.dib_size;
+  image.in_runs = record_.in_runs;
+  image.run_table = std::exchange(record_.run_table, nullptr);
+  image.runs_end = record_.runs_end;
+  image.runs_dead = record_.runs_dead;
 }
 
 }  // namespace tq

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include "core/dib.h"
@@ -41,10 +42,19 @@ struct ImageRecord {
 };
 
 // The header may lie at any address, so it is copied.
-BitmapInfoHeader header_of(const ImageRecord& image);
-void set_header(ImageRecord& image, const BitmapInfoHeader& header);
+inline BitmapInfoHeader header_of(const ImageRecord& image) {
+  BitmapInfoHeader header;
+  std::memcpy(&header, image.dib, sizeof header);
+  return header;
+}
+inline void set_header(ImageRecord& image, const BitmapInfoHeader& header) {
+  std::memcpy(image.dib, &header, sizeof header);
+}
 
-std::span<Rgb> palette_of(const ImageRecord& image);
+inline std::span<Rgb> palette_of(const ImageRecord& image) {
+  return std::span(reinterpret_cast<Rgb*>(image.dib + kDibHeaderBytes),
+                   palette_bytes(image.bits) / 4);
+}
 
 // Where the rows begin.
 inline std::uint8_t* pixels_of(const ImageRecord& image) {
@@ -53,8 +63,13 @@ inline std::uint8_t* pixels_of(const ImageRecord& image) {
 
 // A row of an image with plain pixels. y = 0 is the top row, stored last.
 inline std::span<std::uint8_t> plain_row(const ImageRecord& image, std::int32_t y) {
-  const auto stride = static_cast<std::size_t>(image.bytes_per_row);
-  return {pixels_of(image) + static_cast<std::size_t>(image.height - y - 1) * stride, stride};
+  const std::size_t stride = image.bytes_per_row;
+  return {pixels_of(image) + (image.height - y - 1) * stride, stride};
 }
+
+// Drops the copy of an image that the display layer converts for its device and keeps with the
+// record; operations call it before they look at the image, even if they then refuse it. Until the
+// display layer exists no record has one.
+inline void release_display_cache(ImageRecord& /*image*/) {}
 
 }  // namespace tq

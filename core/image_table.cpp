@@ -6,7 +6,7 @@
 #include <span>
 
 #include "core/context.h"
-#include "core/display_cache.h"
+#include "core/image_record.h"
 
 namespace tq {
 namespace {

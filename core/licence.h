@@ -1,14 +1,19 @@
-// The licence check, which guards detection and image creation.
+// The licence check, which guards detection and image creation. It belongs to the process.
 #pragma once
 
 #include "core/status.h"
 
 namespace tq {
 
-Status check_licence();
-
-// Replaces the check in tests; null brings the granting one back.
+// Replaces the check in tests; null brings back the one that grants.
 using LicenceCheck = Status (*)();
-void set_licence_check(LicenceCheck check);
+inline constinit LicenceCheck licence_check = nullptr;
+
+inline void set_licence_check(LicenceCheck check) {
+  licence_check = check;
+}
+inline Status check_licence() {
+  return licence_check == nullptr ? kOk : licence_check();
+}
 
 }  // namespace tq

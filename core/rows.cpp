@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/image_draft.h"
+#include "core/image_create.h"
 #include "core/run_storage.h"
 
 namespace tq {

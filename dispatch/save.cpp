@@ -4,7 +4,7 @@
 #include "core/numbers.h"
 #include "dispatch/dispatch.h"
 #include "dispatch/row_supplier.h"
-#include "io/open_file.h"
+#include "io/byte_stream.h"
 
 namespace tq::dispatch {
 namespace {

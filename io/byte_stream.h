@@ -77,4 +77,34 @@ bool end_is_known(StreamHandle stream);
 // Whether bytes come from memory whose end is not known to be beyond what the format needs.
 bool reads_memory(StreamHandle stream);
 
+// A file that closes itself.
+class OpenFile {
+ public:
+  OpenFile() = default;
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() { close(); }
+
+  // cannot_open when reading, cannot_create otherwise; a null name likewise.
+  Status open(const char* name, OpenMode mode) {
+    close();
+    const std::int32_t file = name == nullptr ? -1 : open_file(name, mode);
+    if (file < 0) {
+      return mode == OpenMode::read ? StatusCode::cannot_open : StatusCode::cannot_create;
+    }
+    handle_ = StreamHandle{file};
+    open_ = true;
+    return kOk;
+  }
+  void close() {
+    if (open_) close_file(handle_);
+    open_ = false;
+  }
+  StreamHandle handle() const { return handle_; }
+
+ private:
+  StreamHandle handle_{-1};
+  bool open_ = false;
+};
+
 }  // namespace tq

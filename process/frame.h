@@ -5,7 +5,7 @@
 #include <array>
 #include <cstring>
 
-#include "core/image_draft.h"
+#include "core/image_create.h"
 #include "core/image_table.h"
 #include "core/run_storage.h"
 #include "pixels/colours.h"

@@ -1,7 +1,7 @@
 // To grey, and by thresholds to black and white: given ones, found ones, matrices of them.
 #include <algorithm>
 
-#include "core/display_cache.h"
+#include "core/image_record.h"
 #include "process/colour/kernels.h"
 #include "process/process.h"
 

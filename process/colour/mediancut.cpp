@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "core/context.h"
-#include "core/display_cache.h"
+#include "core/image_record.h"
 #include "process/colour/kernels.h"
 #include "process/process.h"
 

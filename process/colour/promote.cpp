@@ -3,7 +3,7 @@
 #include <array>
 #include <cstring>
 
-#include "core/display_cache.h"
+#include "core/image_record.h"
 #include "process/process.h"
 
 namespace tq::process {

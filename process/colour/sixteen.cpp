@@ -2,7 +2,7 @@
 // from left to right.
 #include <utility>
 
-#include "core/display_cache.h"
+#include "core/image_record.h"
 #include "process/colour/kernels.h"
 #include "process/process.h"
 

@@ -8,7 +8,6 @@
 
 #include "core/memory.h"
 #include "include/tarnquill.h"
-#include "io/open_file.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"

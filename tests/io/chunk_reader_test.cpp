@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "include/tarnquill.h"
-#include "io/open_file.h"
+#include "io/byte_stream.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
