@@ -569,7 +569,9 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  *
  *   name        file name; a multi-page code appends a page to an existing file, every other code
  *               replaces it. A file whose save failed half way is removed. A file that the code
- *               cannot add a page to is left alone: IMG_BAD_IMAGE.
+ *               cannot add a page to is left alone: IMG_BAD_IMAGE. Except on Windows, what is no
+ *               regular file is never removed: a link stays, and the file that it leads to holds
+ *               what had been written; a pipe or a device stays, and a page cannot be added to it
  *   code        file type code; IMG_TYPE_BY_NAME takes the last three characters of the name
  *   block       memory that the file is written to; a global memory block bounds itself, any
  *               other must be large enough

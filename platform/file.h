@@ -13,7 +13,7 @@ enum class FileMode : std::int32_t { read = 0, update = 1, create = 2 };
 std::int32_t file_open(const char* name, FileMode mode);
 bool file_exists(const char* name);
 void file_close(std::int32_t file);
-bool file_remove(const char* name);
+bool file_remove(const char* name);  // on POSIX regular files only: no link, pipe or device
 
 // Bytes read or written, fewer than `count` only at the end of the file or on an error; negative
 // when nothing could be read or written because of an error.

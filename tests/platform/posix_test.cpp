@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -23,6 +24,7 @@ TEST(PosixFile, PositionsBeyond31BitsAreFailures) {
   const std::string name = folder.file("sparse");
   const std::int32_t file = file_open(name.c_str(), FileMode::create);
   ASSERT_GE(file, 0);
+  EXPECT_EQ(fcntl(file, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC) << "not for the caller's children";
   const std::uint8_t bytes[] = {1, 2, 3};
   EXPECT_EQ(file_seek(file, INT32_MAX, 0), INT32_MAX);
   ASSERT_EQ(file_write(file, bytes, 3), 3);
@@ -43,12 +45,21 @@ TEST(PosixFile, PositionsBeyond31BitsAreFailures) {
   file_close(again);
 }
 
-TEST(PosixFile, ReadsOnWhenAPipeIsSlow) {
+TEST(PosixFile, ReadsOnWhenAPipeIsSlowAndASignalComes) {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};  // and no SA_RESTART
+  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
   int pipe_ends[2];
   ASSERT_EQ(pipe(pipe_ends), 0);
-  std::thread writer([&] {
+  std::thread writer([&, reader = pthread_self()] {
+    const auto interrupt = [&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      pthread_kill(reader, SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    };
+    interrupt();
     EXPECT_EQ(write(pipe_ends[1], "abc", 3), 3);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    interrupt();
     EXPECT_EQ(write(pipe_ends[1], "def", 3), 3);
     close(pipe_ends[1]);
   });
@@ -99,6 +110,7 @@ TEST(PosixFile, TemporaryFilesNeedNoUsableFolderInTheEnvironment) {
     const std::int32_t file = file_create_temporary(name);
     ASSERT_GE(file, 0) << folder;
     EXPECT_EQ(std::string(name).substr(0, 8), "/tmp/img");
+    EXPECT_EQ(fcntl(file, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     file_close(file);
     EXPECT_TRUE(file_remove(name));
   }

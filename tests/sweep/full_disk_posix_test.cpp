@@ -1,8 +1,12 @@
-// A disk that is full after any number of bytes.
+// A disk that is full after any number of bytes, and what is no regular file.
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <string>
+#include <thread>
 
 #include "core/memory.h"
 #include "tests/support/scratch_folder.h"
@@ -55,6 +59,43 @@ TEST(FullDiskSweep, NoHalfFileStays) {
       EXPECT_EQ(memory_probe::live_blocks(), 0);
     }
   }
+}
+
+TEST(FullDiskSweep, LinksAndPipesStay) {
+  const ScratchFolder folder;
+  const std::string link = folder.file("link"), target = folder.file("target");
+  const std::string pipe = folder.file("pipe");
+  std::filesystem::create_symlink("target", link);
+  write_file(target, Bytes(1000, 7));
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::int32_t image = load(plain_file(300, 300, 24));
+  {
+    const FullDisk disk(100);
+    EXPECT_EQ(IMG_save_bitmap(image, link.c_str(), IMG_TYPE_BMP), IMG_WRITE_FAILED);
+  }
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(std::filesystem::file_size(target), 100) << "what the manual says";
+
+  // A reader that goes after the first bytes; the signal for it must not end the process.
+  std::signal(SIGPIPE, SIG_DFL);
+  std::thread reader([&] {
+    const int file = open(pipe.c_str(), O_RDONLY);
+    char byte = 0;
+    EXPECT_EQ(read(file, &byte, 1), 1);
+    close(file);
+  });
+  EXPECT_EQ(IMG_save_bitmap(image, pipe.c_str(), IMG_TYPE_BMP), IMG_WRITE_FAILED);
+  reader.join();
+  EXPECT_EQ(IMG_save_bitmap(image, pipe.c_str(), IMG_TYPE_PDF), IMG_CANNOT_CREATE);
+  EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+
+  Bytes received;
+  std::thread keeper([&] { received = file_content(pipe); });
+  EXPECT_EQ(IMG_save_bitmap(image, pipe.c_str(), IMG_TYPE_BMP), IMG_OK);
+  keeper.join();
+  EXPECT_EQ(IMG_save_bitmap(image, link.c_str(), IMG_TYPE_BMP), IMG_OK);
+  EXPECT_EQ(received, file_content(target));
+  IMG_delete_bitmap(image);
 }
 
 }  // namespace
