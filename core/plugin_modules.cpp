@@ -22,7 +22,7 @@ struct ModuleRow {
 
 // In the order in which they are unloaded.
 constexpr ModuleRow kModuleRows[kModules] = {
-    {"trqvpl1", true, true, StatusCode::out_of_memory},
+    {"trqvpl1", true, true, StatusCode::no_lzw_module},
     {"pdfplug", true, false, StatusCode::no_pdf_module},
     {"abicplug", false, false, StatusCode::out_of_memory},
 };
@@ -74,8 +74,9 @@ Status load(PluginModule module, const ModuleCallbacks& callbacks) {
   const auto index = static_cast<std::size_t>(module);
   if (modules().loaded[index] != nullptr) return kOk;
   const ModuleRow& row = kModuleRows[index];
-  void* loaded = platform::module_open(row.stem);
-  if (loaded == nullptr) return row.missing;
+  bool unknown = false;
+  void* loaded = platform::module_open(row.stem, unknown);
+  if (loaded == nullptr) return unknown ? StatusCode::cannot_open : row.missing;
   platform::at_detach(unload_plugins);
   modules().loaded[index] = loaded;
   find_entries(module, loaded);

@@ -33,8 +33,8 @@ class PluginCall {
   PluginCall& operator=(const PluginCall&) = delete;
   ~PluginCall();
 
-  // Loads the module if need be. no_pdf_module for the PDF module, out_of_memory for the others,
-  // when the module or the entry is missing.
+  // Loads the module if need be. When it or the entry is missing: no_lzw_module, no_pdf_module,
+  // out_of_memory for ABIC. cannot_open when there was no descriptor left to look for it.
   Status begin(PluginEntry entry, const ModuleCallbacks& callbacks);
 
   template <class Function>

@@ -53,7 +53,8 @@ extern "C" {
 enum {
   IMG_OK = 0,
   IMG_OUT_OF_MEMORY = -1,       /* an allocation failed, or the image has no pixels */
-  IMG_CANNOT_OPEN = -2,         /* the named input file could not be opened */
+  IMG_CANNOT_OPEN = -2,         /* the named input file, or for lack of descriptors a module, could
+                                   not be opened */
   IMG_BAD_IMAGE = -3,           /* invalid image data: a side or depth below 1, a wrong signature */
   IMG_CANNOT_CREATE = -6,       /* the output file could not be opened or created */
   IMG_UNSUPPORTED = -7,         /* unknown format or code, depth not handled, bad parameter */
@@ -591,8 +592,9 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
  * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, no code for the name, or a
  * side that the format has no room for), IMG_BAD_IMAGE (empty crop rectangle), IMG_WRONG_DEPTH (the
- * format cannot hold this depth), IMG_NO_LZW_MODULE: all these leave an existing file alone; or
- * IMG_WRITE_FAILED, IMG_OUT_OF_MEMORY, or a progress callback's answer. */
+ * format cannot hold this depth), IMG_NO_LZW_MODULE, IMG_CANNOT_OPEN (the module): all these leave
+ * an existing file alone; or IMG_WRITE_FAILED, IMG_OUT_OF_MEMORY, or a progress callback's answer.
+ */
 IMG_API int32_t IMG_CALL IMG_save_bitmap(int32_t image, const char* name, int32_t code);
 IMG_API int32_t IMG_CALL IMG_save_bitmap_fd(int32_t image, int32_t stream, int32_t code);
 IMG_API int32_t IMG_CALL IMG_save_bitmap_mem(int32_t image, void* block, int32_t code);

@@ -58,24 +58,20 @@ Status encode(const PluginCall& call, const EncodeRequest& request) {
       rows.on_row == nullptr ? no_row : rows.on_row, rows.context));
 }
 
-Status begin_lzw(PluginEntry entry, PluginCall& call) {
-  return call.begin(entry, kCallbacks).failed() ? StatusCode::no_lzw_module : StatusCode::ok;
-}
-
 Status lzw_available(PluginEntry entry) {
   PluginCall call;
-  return begin_lzw(entry, call);
+  return call.begin(entry, kCallbacks);
 }
 
 Status decode_lzw(PluginEntry entry, const DecodeRequest& request) {
   PluginCall call;
-  TQ_TRY(begin_lzw(entry, call));
+  TQ_TRY(call.begin(entry, kCallbacks));
   return decode(call, request);
 }
 
 Status encode_lzw(PluginEntry entry, const EncodeRequest& request) {
   PluginCall call;
-  TQ_TRY(begin_lzw(entry, call));
+  TQ_TRY(call.begin(entry, kCallbacks));
   return encode(call, request);
 }
 

@@ -2,7 +2,10 @@
 #include "platform/module.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -27,20 +30,30 @@ void own_directory(char* directory) {
   directory[length] = '\0';
 }
 
+bool out_of_descriptors() {
+  const int file = open("/", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return errno == EMFILE || errno == ENFILE;
+  close(file);
+  return false;
+}
+
 __attribute__((destructor)) void on_detach() {
   if (detach_action != nullptr) detach_action();
 }
 
 }  // namespace
 
-void* module_open(const char* stem) {
+void* module_open(const char* stem, bool& unknown) {
+  unknown = false;
   char directory[kLongestName];
   own_directory(directory);
   char name[kLongestName + 64];
   std::snprintf(name, sizeof name, "%s%s.so", directory, stem);
   if (void* module = dlopen(name, RTLD_NOW | RTLD_LOCAL); module != nullptr) return module;
   std::snprintf(name, sizeof name, "%s.so", stem);
-  return dlopen(name, RTLD_NOW | RTLD_LOCAL);
+  void* const module = dlopen(name, RTLD_NOW | RTLD_LOCAL);
+  unknown = module == nullptr && out_of_descriptors();
+  return module;
 }
 
 void* module_symbol(void* module, const char* name) {

@@ -14,7 +14,8 @@ void (*detach_action)() = nullptr;
 
 namespace tq::platform {
 
-void* module_open(const char* stem) {
+void* module_open(const char* stem, bool& unknown) {
+  unknown = false;
   char name[64];
   std::snprintf(name, sizeof name, "%s.dll", stem);
   return LoadLibraryA(name);

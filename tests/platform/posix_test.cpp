@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "include/tarnquill.h"
 #include "platform/file.h"
 #include "platform/memory.h"
 #include "tests/support/scratch_folder.h"
@@ -115,6 +116,22 @@ TEST(PosixFile, TemporaryFilesNeedNoUsableFolderInTheEnvironment) {
     EXPECT_TRUE(file_remove(name));
   }
   before == nullptr ? unsetenv("TMPDIR") : setenv("TMPDIR", kept.c_str(), 1);
+}
+
+TEST(PosixModule, IsNotMissingWhereThereIsNoDescriptorToLookForIt) {
+  const auto gif = [] {
+    const std::uint8_t bytes[] = {'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0};
+    return IMG_decompress_bitmap_block(bytes, sizeof bytes, 0);
+  };
+  EXPECT_EQ(gif(), IMG_NO_LZW_MODULE) << "none beside this program";
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = dup(0);
+  close(next);
+  const rlimit limit{static_cast<rlim_t>(next), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(gif(), IMG_CANNOT_OPEN);
+  setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(PosixMemory, ClearedPagesCostNothingUntilTheyAreUsed) {
