@@ -30,4 +30,7 @@ extern const Command kSheet;
 // Writes "tarnquill: MESSAGE" to standard error.
 void complain(const std::string& message);
 
+// Standard output is done; `code`, or kExitError and a complaint when it could not be written.
+int flushed(int code);
+
 }  // namespace tool

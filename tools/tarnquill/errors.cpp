@@ -44,17 +44,34 @@ const char* status_meaning(std::int32_t status) {
   return found != std::end(kMeanings) ? found->text : "failed";
 }
 
-std::string printable(const std::string& name) {
+Character first_character(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned first = byte(0);
+  const Character lone = {1, first, first >= 0x80};
+  if (first < 0xC2 || first > 0xF4) return lone;
+  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  if (text.size() < length) return lone;
+  char32_t code = first & (0x7F >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return lone;
+    code = code << 6 | (byte(i) & 0x3F);
+  }
+  const bool overlong = code < (length == 3 ? 0x800U : length == 4 ? 0x10000U : 0U);
+  const bool surrogate = code >= 0xD800 && code < 0xE000;
+  return overlong || surrogate || code > 0x10FFFF ? lone : Character{length, code, false};
+}
+
+bool controls_terminal(char32_t code) {
+  return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x2028 && code <= 0x202E) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
+std::string printable(std::string_view name) {
   std::string text;
-  unsigned before = 0;
-  for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (before == 0xC2 && byte >= 0x80 && byte < 0xA0) {
-      text.back() = '?';  // U+0080 to U+009F in UTF-8
-    } else {
-      text += byte < 0x20 || byte == 0x7F ? '?' : c;
-    }
-    before = byte;
+  while (!name.empty()) {
+    const Character next = first_character(name);
+    text += controls_terminal(next.code) ? "?" : name.substr(0, next.bytes);
+    name.remove_prefix(next.bytes);
   }
   return text;
 }

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "tarnquill.h"
 
@@ -32,10 +34,34 @@ class Failure : public std::runtime_error {
 // The value, unless it is a failure of what was tried with `file`.
 std::int32_t check(const std::string& file, std::int32_t result);
 
+// What `work` gives; memory that it does not get is a failure of `file`, so that others go on.
+template <class Work>
+auto within_memory(const std::string& file, Work&& work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    throw Failure(file, IMG_OUT_OF_MEMORY);
+  } catch (const std::length_error&) {  // more than a vector can hold
+    throw Failure(file, IMG_OUT_OF_MEMORY);
+  }
+}
+
 // The meaning of a status code in a few words.
 const char* status_meaning(std::int32_t status);
 
+// A character of UTF-8, or a byte that is part of none.
+struct Character {
+  std::size_t bytes;
+  char32_t code;  // of a lone byte its value
+  bool lone;
+};
+Character first_character(std::string_view text);  // which is not empty
+
+// Whether a terminal might obey it: control characters, the same as lone bytes, and what changes
+// the direction of the text or ends a line.
+bool controls_terminal(char32_t code);
+
 // A name for messages: what would control a terminal becomes "?".
-std::string printable(const std::string& name);
+std::string printable(std::string_view name);
 
 }  // namespace tool

@@ -31,14 +31,16 @@ Report look_at(const std::string& name, int page) {
   Report report;
   report.file = name;
   try {
-    const Input input(name);
-    report.file = input.label();
-    report.code = check(report.file, input.file_type());
-    if (const std::int32_t pages = input.pages(); pages >= 0) report.pages = pages;
-    if (report.pages && page >= std::max(*report.pages, 1)) {
-      throw Failure(report.file, IMG_PAGE_PAST_END);
-    }
-    report.facts = input.facts(page);
+    within_memory(input_label(name), [&] {
+      const Input input(name);
+      report.file = input.label();
+      report.code = check(report.file, input.file_type());
+      if (const std::int32_t pages = input.pages(); pages >= 0) report.pages = pages;
+      if (report.pages && page >= std::max(*report.pages, 1)) {
+        throw Failure(report.file, IMG_PAGE_PAST_END);
+      }
+      report.facts = input.facts(page);
+    });
   } catch (const Failure& failure) {
     report.status = failure.status();
   }
@@ -105,38 +107,21 @@ void print_table(const std::vector<Report>& reports) {
 
 // ---- JSON ----
 
-// The length of the well-formed UTF-8 character at the front of `text`, 0 if there is none.
-std::size_t utf8_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned first = byte(0);
-  if (first < 0x80) return 1;
-  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-  const bool surrogate = first == 0xED && byte(1) >= 0xA0;
-  const bool beyond = first == 0xF4 && byte(1) >= 0x90;
-  return overlong || surrogate || beyond ? 0 : length;
-}
-
 std::string quoted(std::string_view text) {
   std::string result = "\"";
   while (!text.empty()) {
-    const std::size_t length = utf8_length(text);
-    const auto c = static_cast<unsigned char>(text[0]);
-    if (length == 0) {
+    const Character next = first_character(text);
+    if (next.lone) {
       result += "\\ufffd";  // file names may hold any bytes, JSON may not
-    } else if (c < 0x20) {
+    } else if (controls_terminal(next.code)) {
       char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04x", c);
+      std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(next.code) & 0xFFFF);
       result += escape;
     } else {
-      if (c == '"' || c == '\\') result += '\\';
-      result += text.substr(0, length);
+      if (text[0] == '"' || text[0] == '\\') result += '\\';
+      result += text.substr(0, next.bytes);
     }
-    text.remove_prefix(std::max<std::size_t>(length, 1));
+    text.remove_prefix(next.bytes);
   }
   return result + "\"";
 }
@@ -184,13 +169,13 @@ int run_info(const Arguments& arguments) {
   } else {
     print_table(reports);
   }
-  bool failed = std::fflush(stdout) != 0;
+  int code = flushed(kExitOk);
   for (const Report& report : reports) {
     if (report.status == IMG_OK) continue;
     complain(Failure(report.file, report.status).what());
-    failed = true;
+    code = kExitError;
   }
-  return failed ? kExitError : kExitOk;
+  return code;
 }
 
 }  // namespace

@@ -44,7 +44,11 @@ std::int32_t IMG_CB_C refuse_row(void* /*row*/, void* /*context*/, std::int32_t 
 
 }  // namespace
 
-Input::Input(const std::string& name) : label_(name == "-" ? "standard input" : name) {
+std::string input_label(const std::string& name) {
+  return name == "-" ? "standard input" : name;
+}
+
+Input::Input(const std::string& name) : label_(input_label(name)) {
   if (name == "-") {
     set_binary(stdin);
     bytes_ = read_all(stdin, label_);

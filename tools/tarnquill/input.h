@@ -16,6 +16,9 @@ struct ImageFacts {
   int y_dpi = 0;
 };
 
+// For messages.
+std::string input_label(const std::string& name);
+
 class Input {
  public:
   // Files that cannot be read from any position, and "-", are taken into memory. Throws Failure.
@@ -24,7 +27,8 @@ class Input {
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
 
-  const std::string& label() const { return label_; }  // for messages
+  const std::string& label() const { return label_; }
+  bool in_memory() const { return stream_ < 0; }
 
   // As the library's functions; `page` counts from 0. The first two may give a status code.
   std::int32_t file_type() const;
@@ -33,8 +37,6 @@ class Input {
   std::int32_t decode(int page) const;  // the image handle; throws Failure
 
  private:
-  bool in_memory() const { return stream_ < 0; }
-
   std::string label_;
   std::int32_t stream_ = -1;
   std::vector<std::uint8_t> bytes_;

@@ -15,6 +15,12 @@ void complain(const std::string& message) {
   std::fprintf(stderr, "tarnquill: %s\n", message.c_str());
 }
 
+int flushed(int code) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+  complain(Failure("standard output", IMG_WRITE_FAILED).what());
+  return kExitError;
+}
+
 namespace {
 
 constexpr const Command* kCommands[] = {&kInfo,   &kPages,  &kConvert,   &kAppend,  &kGray,
@@ -29,7 +35,7 @@ const Command* find_command(const std::string& name) {
 
 int print(const std::string& text) {
   std::fputs(text.c_str(), stdout);
-  return std::fflush(stdout) == 0 ? kExitOk : kExitError;
+  return flushed(kExitOk);
 }
 
 std::string general_help() {

@@ -18,17 +18,19 @@ int run_pages(const Arguments& arguments) {
   int code = kExitOk;
   for (const std::string& name : names) {
     try {
-      const Input input(name);
-      check(input.label(), input.file_type());
-      const std::int32_t pages = check(input.label(), input.pages());
-      if (names.size() > 1) std::printf("%s: ", printable(input.label()).c_str());
-      std::printf("%d\n", static_cast<int>(pages));
+      within_memory(input_label(name), [&] {
+        const Input input(name);
+        check(input.label(), input.file_type());
+        const std::int32_t pages = check(input.label(), input.pages());
+        if (names.size() > 1) std::printf("%s: ", printable(input.label()).c_str());
+        std::printf("%d\n", static_cast<int>(pages));
+      });
     } catch (const Failure& failure) {
       complain(failure.what());
       code = kExitError;
     }
   }
-  return std::fflush(stdout) == 0 ? code : kExitError;
+  return flushed(code);
 }
 
 }  // namespace

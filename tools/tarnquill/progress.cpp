@@ -21,7 +21,9 @@ constexpr char kEraseLine[] = "\r\033[K";
 // The end of a long name says more than its beginning.
 std::string shortened(const std::string& name) {
   if (name.size() <= kNameCells) return name;
-  return "..." + name.substr(name.size() - (kNameCells - 3));
+  std::size_t start = name.size() - (kNameCells - 3);
+  while (start < name.size() && (name[start] & 0xC0) == 0x80) ++start;  // not inside of a character
+  return "..." + name.substr(start);
 }
 
 }  // namespace
