@@ -54,7 +54,7 @@ def encode(pixels, bits, dots_per_metre=0):
 
 
 def decode(data):
-    """(bits, rows of colours from the top down) of an uncompressed or RLE8 file, or of a bare DIB."""
+    """(bits, rows of colours from the top down) of an uncompressed file, or of a bare DIB."""
     at = 14 if data[:2] == b"BM" else 0
     size, width, height, _, bits, compression = struct.unpack_from("<IiiHHI", data, at)
     assert size == 40 and width > 0 and height > 0, "header"
@@ -62,11 +62,8 @@ def decode(data):
     pixels = at + 40 + 4 * len(palette)
     if at:
         assert struct.unpack_from("<I", data, 10)[0] == pixels, "offset of the pixels"
-    if compression == 1:
-        rows = decode_rle8(data[pixels:], width, height)
-    else:
-        assert compression == 0 and len(data) == pixels + row_bytes(width, bits) * height, "size"
-        rows = [unpack_row(data[pixels + i * row_bytes(width, bits):], width, bits) for i in range(height)]
+    assert compression == 0 and len(data) == pixels + row_bytes(width, bits) * height, "size"
+    rows = [unpack_row(data[pixels + i * row_bytes(width, bits):], width, bits) for i in range(height)]
     if palette:
         rows = [[palette[index] for index in row] for row in rows]
     return bits, rows[::-1]
@@ -78,23 +75,3 @@ def unpack_row(data, width, bits):
         return [tuple(data[step * x:step * x + 3]) for x in range(width)]
     mask = (1 << bits) - 1
     return [data[x * bits // 8] >> (8 - bits - x * bits % 8) & mask for x in range(width)]
-
-
-def decode_rle8(data, width, height):
-    rows, row, at = [], [], 0
-    while True:
-        count, value = data[at], data[at + 1]
-        at += 2
-        if count:
-            row += [value] * count
-        elif value == 0:
-            assert len(row) == width, "length of a row"
-            rows.append(row)
-            row = []
-        elif value == 1:
-            assert at == len(data) and len(rows) == height and not row, "end of the picture"
-            return rows
-        else:
-            assert value > 2, "no jumps are written"
-            row += data[at:at + value]
-            at += value + value % 2

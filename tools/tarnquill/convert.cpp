@@ -1,5 +1,6 @@
 // tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
 #include <cstdio>
+#include <memory>
 #include <set>
 
 #include "codes.h"
@@ -203,19 +204,18 @@ void prepare_decode(const Plan& plan, const Input& input) {
 }
 
 std::int32_t save(const Plan& plan, const Image& image, const std::optional<Rect>& crop,
-                  const Output& output, Progress& progress) {
-  rewind_stream(output.stream());  // documents begin there, also when a page is added
+                  std::int32_t stream, Progress& progress) {
   // A grey image changes the setting for those that follow.
   IMGLOW_set_jpg_interleave(plan.sampling.width, plan.sampling.height);
-  if (!crop) return IMG_save_bitmap_fd(image.handle(), output.stream(), plan.code);
-  return CroppedRows(image.handle(), *crop, progress).save(output.stream(), plan.code);
+  if (!crop) return IMG_save_bitmap_fd(image.handle(), stream, plan.code);
+  return CroppedRows(image.handle(), *crop, progress).save(stream, plan.code);
 }
+
+using InputPointer = std::shared_ptr<const Input>;
 
 // Decodes one input and saves it to the output that `open` gives; that may be the same file.
 template <class Open>
-void save_input(const Plan& plan, const std::string& from, Progress& progress, Open&& open) {
-  progress.begin_file(from == "-" ? "standard input" : from);
-  std::optional<Input> input(from);
+void save_input(const Plan& plan, InputPointer input, Progress& progress, Open&& open) {
   prepare_decode(plan, *input);
   progress.begin_stage("reading");
   const Image image(input->decode(plan.page));
@@ -230,8 +230,11 @@ void save_input(const Plan& plan, const std::string& from, Progress& progress, O
     written = part;
   }
   progress.begin_stage("writing");
-  Output& output = open();
-  check(output.label(), save(plan, image, crop, output, progress));
+  const SavePage page = [&](std::int32_t stream) {
+    return save(plan, image, crop, stream, progress);
+  };
+  Output& output = open(page);
+  output.save(page);
   progress.clear();
   if (plan.verbose && !plan.quiet) {
     const FileCode* const type = find_code(plan.code);
@@ -252,24 +255,43 @@ std::string output_name(const Plan& plan, const std::string& input) {
   return type != nullptr ? name + "." + type->ending : name;
 }
 
-// One result of all inputs, or none.
-void convert_to_pages(const Plan& plan, Progress& progress) {
+// What came through a pipe, by its place among the inputs: it cannot be read again.
+using Piped = std::vector<InputPointer>;
+
+InputPointer open_input(const Plan& plan, std::size_t i, Piped& piped, Progress& progress) {
+  progress.begin_file(input_label(plan.inputs[i]));
+  if (piped[i] != nullptr) return piped[i];
+  auto input = std::make_shared<const Input>(plan.inputs[i]);
+  if (plan.appends && input->in_memory()) piped[i] = input;
+  return input;
+}
+
+// One result of all inputs, or none. False: the file that they are added to has changed meanwhile.
+bool convert_to_pages(const Plan& plan, Piped& piped, Progress& progress) {
   std::optional<Output> output;
-  for (const std::string& input : plan.inputs) {
-    save_input(plan, input, progress, [&]() -> Output& {
-      if (!output) output.emplace(plan.out, plan.appends);
-      return *output;
+  for (std::size_t i = 0; i < plan.inputs.size(); ++i) {
+    const std::string label = input_label(plan.inputs[i]);
+    within_memory(label, [&] {
+      save_input(plan, open_input(plan, i, piped, progress), progress,
+                 [&](const SavePage& page) -> Output& {
+                   if (output) return *output;
+                   return plan.appends ? output.emplace(plan.out, page) : output.emplace(plan.out);
+                 });
     });
-    if (interrupted() != 0) return;
+    if (interrupted() != 0) throw Failure(label, kInterrupted);
   }
-  output->commit();
+  return output->commit();
 }
 
 void convert_one(const Plan& plan, const std::string& from, const std::string& to,
                  Progress& progress) {
   std::optional<Output> output;
-  save_input(plan, from, progress, [&]() -> Output& { return output.emplace(to, false); });
-  output->commit();
+  progress.begin_file(input_label(from));
+  within_memory(input_label(from), [&] {
+    save_input(plan, std::make_shared<const Input>(from), progress,
+               [&](const SavePage&) -> Output& { return output.emplace(to); });
+    static_cast<void>(output->commit());  // nothing that could have changed
+  });
 }
 
 // Calls `work`; the exit code of what it throws.
@@ -314,7 +336,11 @@ int run(const Arguments& arguments, bool appends) {
   }
   Progress progress(!plan.quiet && is_terminal(stderr));
   if (plan.out_is_folder || !holds_pages(plan.code)) return convert_each(plan, progress);
-  return reported(progress, [&] { convert_to_pages(plan, progress); });
+  return reported(progress, [&] {
+    Piped piped(plan.inputs.size());
+    while (!convert_to_pages(plan, piped, progress)) {
+    }
+  });
 }
 
 int run_convert(const Arguments& arguments) {

@@ -34,6 +34,33 @@ std::int32_t choose_code(const Arguments& arguments, const std::string& out) {
   return *code;
 }
 
+void operate_on(const std::string& from, int page, const std::string& to, std::int32_t code,
+                const Operation& operation, Progress& progress) {
+  progress.begin_file(input_label(from));
+  progress.begin_stage("reading");
+  std::int32_t image = -1;
+  {
+    const Input input(from);  // the output may be the same file
+    image = input.decode(page);
+  }
+  progress.begin_stage("processing");
+  check(input_label(from), operation(image));
+  progress.begin_stage("writing");
+  const FileCode* const type = find_code(code);
+  const bool appends = type != nullptr && type->appends;
+  const SavePage save = [&](std::int32_t stream) {
+    return IMG_save_bitmap_fd(image, stream, code);
+  };
+  for (bool done = false; !done;) {
+    std::optional<Output> output;
+    appends ? output.emplace(to, save) : output.emplace(to);
+    output->save(save);
+    done = output->commit();
+  }
+  progress.clear();
+  IMG_delete_bitmap(image);
+}
+
 int operate(const Arguments& arguments, const Operation& operation) {
   const std::vector<std::string>& names = arguments.operands();
   if (names.size() != 2) throw UsageError("an input and an output are needed");
@@ -44,24 +71,8 @@ int operate(const Arguments& arguments, const Operation& operation) {
   }
 
   Progress progress(!arguments.has("quiet") && is_terminal(stderr));
-  progress.begin_file(names[0] == "-" ? "standard input" : names[0]);
-  progress.begin_stage("reading");
-  std::int32_t image = -1;
-  std::string label;
-  {
-    const Input input(names[0]);  // the output may be the same file
-    label = input.label();
-    image = input.decode(page);
-  }
-  progress.begin_stage("processing");
-  check(label, operation(image));
-  progress.begin_stage("writing");
-  const FileCode* const type = find_code(code);
-  Output output(names[1], type != nullptr && type->appends);
-  check(output.label(), IMG_save_bitmap_fd(image, output.stream(), code));
-  output.commit();
-  progress.clear();
-  IMG_delete_bitmap(image);
+  within_memory(input_label(names[0]),
+                [&] { operate_on(names[0], page, names[1], code, operation, progress); });
   return kExitOk;
 }
 

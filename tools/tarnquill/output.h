@@ -4,30 +4,47 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+
+#include "system.h"
 
 namespace tool {
 
+// Saves an image to a stream; the library's status.
+using SavePage = std::function<std::int32_t(std::int32_t stream)>;
+
 class Output {
  public:
-  // `name` "-" is standard output. `append`: an existing file's bytes come first. Throws Failure.
-  Output(const std::string& name, bool append);
+  // `name` "-" is standard output. Throws Failure, as all that follows.
+  explicit Output(const std::string& name);
+
+  // The result begins with what the file holds already. Whether `page` can be added to that is
+  // found out before it is copied.
+  Output(const std::string& name, const SavePage& page);
+
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
   const std::string& label() const { return label_; }  // for messages
-  std::int32_t stream() const { return stream_; }      // to read, write and seek
-  void commit();                                       // throws Failure
+  void save(const SavePage& page);
+
+  // False, and nothing done, when the file that the result begins with has changed meanwhile: all
+  // is to be done again.
+  [[nodiscard]] bool commit();
 
  private:
-  void create_temporary(const std::string& folder);
+  void create_temporary();
   void close();
-  void copy_contents(std::FILE* to) const;
+  void copy_contents(std::FILE* to);
 
   std::string label_;
   std::string destination_;  // empty: copied to standard output
   bool replaces_ = false;    // moved to the destination, not copied into it
+  bool appends_ = false;
+  FileState before_;    // of the destination, when appending
+  std::string folder_;  // of the temporary file, with a separator
   std::string temporary_;
   std::int32_t stream_ = -1;
 };

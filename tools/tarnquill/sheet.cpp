@@ -177,10 +177,10 @@ int run_sheet(const Arguments& arguments) {
     sheet.draw(i, image);
     IMG_delete_bitmap(image);
   }
-  Output output(names[1], false);
-  check(output.label(), IMG_save_bitmap_fd(sheet.image(), output.stream(), IMG_TYPE_BMP));
-  output.commit();
-  return kExitOk;
+  Output output(names[1]);
+  output.save(
+      [&](std::int32_t stream) { return IMG_save_bitmap_fd(sheet.image(), stream, IMG_TYPE_BMP); });
+  return output.commit() ? kExitOk : kExitError;
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 // The operating system through POSIX.
 #define _FILE_OFFSET_BITS 64  // files beyond 2 GiB open on 32-bit systems too
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -47,12 +49,66 @@ void rewind_stream(std::int32_t stream) {
   lseek(stream, 0, SEEK_SET);
 }
 
+std::int64_t position_of(std::int32_t stream) {
+  return lseek(stream, 0, SEEK_CUR);
+}
+
 void close_stream(std::int32_t stream) {
   close(stream);
 }
 
+std::int32_t read_stream(std::int32_t stream, void* bytes, std::int32_t count) {
+  for (;;) {
+    const ssize_t got = read(stream, bytes, static_cast<std::size_t>(count));
+    if (got >= 0 || errno != EINTR || caught_signal != 0) return static_cast<std::int32_t>(got);
+  }
+}
+
+bool write_stream(std::int32_t stream, const void* bytes, std::int32_t count) {
+  for (std::int32_t done = 0; done < count;) {
+    const ssize_t put = write(stream, static_cast<const char*>(bytes) + done,
+                              static_cast<std::size_t>(count - done));
+    if (put < 0 && errno == EINTR && caught_signal == 0) continue;
+    if (put <= 0) return false;
+    done += static_cast<std::int32_t>(put);
+  }
+  return true;
+}
+
+FileState state_of(const std::string& name) {
+  struct stat status;
+  if (stat(name.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size),
+          static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1000000000 +
+              static_cast<std::uint64_t>(status.st_mtim.tv_nsec)};
+}
+
+void take_turn(const std::string& name) {
+  static int held = -1;
+  for (;;) {
+    if (held >= 0) close(held);
+    held = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    // Where there are no locks, the look before the result is moved has to do.
+    if (held < 0 || flock(held, LOCK_EX) != 0) return;
+    struct stat status;
+    const FileState named = state_of(name);
+    if (fstat(held, &status) != 0) return;
+    if (named.volume == status.st_dev && named.number == status.st_ino) return;
+    // Whoever had the turn before has put another file there.
+  }
+}
+
 bool replace_file(const std::string& from, const std::string& to) {
   return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool name_file(const std::string& from, const std::string& to) {
+  if (link(from.c_str(), to.c_str()) == 0) {
+    unlink(from.c_str());
+    return true;
+  }
+  // File systems without links.
+  return errno != EEXIST && path_kind(to) == PathKind::absent && replace_file(from, to);
 }
 
 void remove_file(const std::string& name) {
@@ -78,7 +134,13 @@ void copy_permissions(const std::string& from, const std::string& to) {
 
 std::string temporary_folder() {
   const char* const folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder != 0 ? folder : "/tmp";
+  static const std::string kept =
+      std::string(folder != nullptr && *folder != 0 ? folder : "/tmp") + "/";
+  return kept;
+}
+
+void set_library_temporary_folder(const std::string& folder) {
+  setenv("TMPDIR", folder.empty() ? "." : folder.c_str(), 1);
 }
 
 bool is_terminal(std::FILE* file) {
@@ -91,13 +153,14 @@ void catch_interrupts() {
   struct sigaction action = {};
   action.sa_handler = note_signal;
   action.sa_flags = SA_RESETHAND;  // and no SA_RESTART: a read that waits for input returns
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction before = {};
     sigaction(number, nullptr, &before);
     if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
   }
-  // A closed pipe is a failed write, which cleans up.
+  // A closed pipe and a limit are failed writes, which clean up.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int interrupted() {
