@@ -34,6 +34,14 @@ if(NOT TQ_INSTRUMENTED)
   set_tests_properties(package.consumer PROPERTIES LABELS package TIMEOUT 300)
 endif()
 
+# Where memory ends is not to be seen in an instrumented program.
+if(TARGET tarnquill_tool AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME package.tool
+    COMMAND ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tests/tool/tool_test.py
+            $<TARGET_FILE:tarnquill_tool> Destinations)
+  set_tests_properties(package.tool PROPERTIES LABELS package TIMEOUT 300)
+endif()
+
 # Comparisons with other programs; skipped where those are not installed.
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(ccitt_coder tests/peers/ccitt_coder.cpp)

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
 """Tests of the command line program: tool_test.py PROGRAM [unittest's arguments]."""
+import fcntl
 import json
 import os
 import pathlib
@@ -10,7 +11,6 @@ import stat
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import unittest
 
@@ -319,6 +319,8 @@ class Conversions(ToolTest):
         self.write_picture("a.bmp", 20, 10, 4)
         self.refuse(0, "a.bmp -> b.bmp: BMP compressed, 3x2, 4-bit\n", "convert", "-v", "--crop", "1,1,3,2",
                   "--code", "12", "a.bmp", "b.bmp")
+        self.succeed("convert", "-v", "a.bmp", "b.bmp", preexec_fn=lambda: os.close(2))
+        self.assertEqual((self.folder / "b.bmp").read_bytes(), (self.folder / "a.bmp").read_bytes())
 
 
 class Destinations(ToolTest):
@@ -357,16 +359,12 @@ class Destinations(ToolTest):
         source = self.write_picture("a.bmp")
         pipe = self.folder / "pipe"
         os.mkfifo(pipe)
-        read = []
-        reader = threading.Thread(target=lambda: read.append(pipe.read_bytes()), daemon=True)
-        reader.start()
-        self.succeed("convert", "--code", "bmp", "a.bmp", "pipe")
-        reader.join(WAIT)
-        self.assertEqual(read, [source.read_bytes()])
-        self.assertTrue(pipe.is_fifo())
-        writer = threading.Thread(target=lambda: pipe.write_bytes(source.read_bytes()), daemon=True)
-        writer.start()
-        self.succeed("convert", "pipe", "b.bmp")
+        for words, move in ((["--code", "1", "a.bmp", "pipe"], pipe.read_bytes),
+                            (["pipe", "b.bmp"], lambda: pipe.write_bytes(source.read_bytes()))):
+            process = self.start("convert", *words)
+            self.assertIn(move(), (source.read_bytes(), source.stat().st_size))
+            self.assertEqual(process.wait(WAIT), 0)
+            self.assertTrue(pipe.is_fifo())
         self.assertEqual((self.folder / "b.bmp").read_bytes(), source.read_bytes())
 
     def test_a_full_device_and_a_closed_pipe_are_failed_writes(self):
@@ -414,10 +412,17 @@ class Destinations(ToolTest):
 class Appending(ToolTest):
     def test_at_once_takes_turns(self):
         self.write_picture("a.bmp")
-        for pages in (6, 12):  # the first make the file
-            runs = [self.start("append", "a.bmp", "pages.dcx") for _ in range(6)]
-            self.assertEqual([run.wait(WAIT) for run in runs], [0] * 6)
-            self.assertEqual(self.succeed("pages", "pages.dcx"), b"%d\n" % pages)
+        def start():
+            return [self.start("append", "a.bmp", "pages.dcx") for _ in range(6)]
+        runs = start()  # with no file yet
+        self.assertEqual([run.wait(WAIT) for run in runs], [0] * 6)
+        with open(self.folder / "pages.dcx") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            runs = start()
+            time.sleep(0.3)
+            self.assertEqual([run.poll() for run in runs], [None] * 6)
+        self.assertEqual([run.wait(WAIT) for run in runs], [0] * 6)
+        self.assertEqual(self.succeed("pages", "pages.dcx"), b"12\n")
 
     def test_starts_over_when_the_file_has_changed(self):
         picture = self.write_picture("a.bmp").read_bytes()

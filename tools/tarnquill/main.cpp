@@ -111,6 +111,7 @@ int run_and_report(int argc, char** argv) {
 }  // namespace tool
 
 int main(int argc, char** argv) {
+  tool::hold_standard_streams();
   tool::catch_interrupts();
   const int code = tool::run_and_report(argc, argv);
   if (const int signal = tool::interrupted(); signal != 0) tool::end_by_signal(signal);

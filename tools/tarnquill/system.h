@@ -46,6 +46,8 @@ void copy_permissions(const std::string& from, const std::string& to);
 std::string temporary_folder();
 void set_library_temporary_folder(const std::string& folder);
 
+// Standard streams that the program was started without fail; no file of ours takes their place.
+void hold_standard_streams();
 bool is_terminal(std::FILE* file);
 void set_binary(std::FILE* file);
 

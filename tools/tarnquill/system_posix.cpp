@@ -143,6 +143,13 @@ void set_library_temporary_folder(const std::string& folder) {
   setenv("TMPDIR", folder.empty() ? "." : folder.c_str(), 1);
 }
 
+void hold_standard_streams() {
+  for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest free number is given out: this one. Opened the wrong way, so that its use fails.
+    if (fcntl(file, F_GETFD) < 0) open("/dev/null", file == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 bool is_terminal(std::FILE* file) {
   return isatty(fileno(file)) != 0;
 }

@@ -147,6 +147,8 @@ void set_library_temporary_folder(const std::string& folder) {
   SetEnvironmentVariableA("TMP", folder.empty() ? "." : folder.c_str());
 }
 
+void hold_standard_streams() {}  // a missing one is no handle, which no file gets
+
 bool is_terminal(std::FILE* file) {
   return _isatty(_fileno(file)) != 0;
 }
