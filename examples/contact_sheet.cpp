@@ -1,7 +1,10 @@
 // Draws small copies of images side by side, with their names, and saves the sheet as a BMP file.
 // Shows how to read the pixels of an image of any depth, and how to make an image of one's own.
 //
-//   contact_sheet OUT.bmp IN...
+//   contact_sheet [--cell WxH] [--large] OUT.bmp IN...
+//
+//   --cell    how large a copy is at most, 200x150 without it
+//   --large   the first copy stands on the left, as high as all others together
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -15,11 +18,13 @@
 
 namespace {
 
-constexpr int kCellWidth = 200;
-constexpr int kCellHeight = 150;
 constexpr int kGap = 12;
 constexpr int kCaption = 14;
-constexpr int kColumns = 4;
+constexpr int kColumns = 4, kColumnsBesideLarge = 2;
+
+struct Cell {
+  int left, top, width, height;  // without the caption
+};
 
 using Pixel = std::array<std::uint8_t, 3>;  // blue, green, red
 
@@ -59,15 +64,15 @@ class Sheet {
     std::fill(pixels_.begin(), pixels_.end(), Pixel{244, 244, 244});
   }
 
-  // Draws the image into the rectangle, each pixel the mean of those that fall on it. Small images
-  // keep their size.
-  void draw(Reader& image, int left, int top) {
-    const double shrink = std::max({1.0, static_cast<double>(image.width()) / kCellWidth,
-                                    static_cast<double>(image.height()) / kCellHeight});
+  // Draws the image into the cell, each pixel the mean of those that fall on it. Small images keep
+  // their size.
+  void draw(Reader& image, const Cell& cell) {
+    const double shrink = std::max({1.0, static_cast<double>(image.width()) / cell.width,
+                                    static_cast<double>(image.height()) / cell.height});
     const int width = std::max(1, static_cast<int>(image.width() / shrink));
     const int height = std::max(1, static_cast<int>(image.height() / shrink));
-    left += (kCellWidth - width) / 2;
-    top += (kCellHeight - height) / 2;
+    const int left = cell.left + (cell.width - width) / 2;
+    const int top = cell.top + (cell.height - height) / 2;
     std::vector<std::array<std::int64_t, 4>> sums(static_cast<std::size_t>(width) * height);
     for (int y = 0; y < image.height(); ++y) {
       image.read(y);
@@ -89,8 +94,9 @@ class Sheet {
     }
   }
 
-  void caption(const std::string& text, int left, int top) {
-    left += std::max(0, (kCellWidth - static_cast<int>(text.size()) * 6) / 2);
+  void caption(const std::string& text, const Cell& cell) {
+    const int left = cell.left + std::max(0, (cell.width - static_cast<int>(text.size()) * 6) / 2);
+    const int top = cell.top + cell.height + 4;
     letters::draw(text.c_str(), [&](int x, int y) {
       if (left + x < width_) at(left + x, top + y) = {60, 60, 60};
     });
@@ -131,37 +137,72 @@ std::string stem(const std::string& name) {
   return base.substr(0, base.rfind('.'));
 }
 
+// Where the copies stand, and how large the sheet is.
+struct Layout {
+  Layout(int count, int cell_width, int cell_height, bool large) {
+    const int small = count - (large ? 1 : 0);
+    const int columns = std::max(1, std::min(small, large ? kColumnsBesideLarge : kColumns));
+    const int rows = std::max(1, (small + columns - 1) / columns);
+    const int step = cell_height + kCaption + kGap;
+    int left = kGap;
+    if (large) {
+      const int high = rows * step - kCaption - kGap;
+      cells.push_back({left, kGap, high * 5 / 7, high});  // a page of paper
+      left += high * 5 / 7 + kGap;
+    }
+    for (int i = 0; i < small; ++i) {
+      cells.push_back({left + i % columns * (cell_width + kGap), kGap + i / columns * step,
+                       cell_width, cell_height});
+    }
+    width = left + columns * (cell_width + kGap);
+    height = rows * step + kGap;
+  }
+  std::vector<Cell> cells;
+  int width, height;
+};
+
+int usage(const char* program) {
+  std::fprintf(stderr, "usage: %s [--cell WxH] [--large] OUT.bmp IN...\n", program);
+  return 2;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
-    std::fprintf(stderr, "usage: %s OUT.bmp IN...\n", argv[0]);
-    return 2;
+  int cell_width = 200, cell_height = 150, first = 1;
+  bool large = false;
+  for (; first < argc && argv[first][0] == '-'; ++first) {
+    const std::string option = argv[first];
+    if (option == "--large") {
+      large = true;
+    } else if (option != "--cell" || ++first == argc ||
+               std::sscanf(argv[first], "%4dx%4d", &cell_width, &cell_height) != 2 ||
+               cell_width < 1 || cell_height < 1) {
+      return usage(argv[0]);
+    }
   }
-  const int count = argc - 2;
-  const int columns = std::min(count, kColumns);
-  const int rows = (count + columns - 1) / columns;
-  const int step = kCellHeight + kCaption + kGap;
-  Sheet sheet(columns * (kCellWidth + kGap) + kGap, rows * step + kGap);
+  const int count = argc - first - 1;
+  if (count < 1) return usage(argv[0]);
+  const Layout layout(count, cell_width, cell_height, large);
+  Sheet sheet(layout.width, layout.height);
   for (int i = 0; i < count; ++i) {
-    const char* const name = argv[i + 2];
+    const char* const name = argv[first + 1 + i];
     const std::int32_t image = IMG_decompress_bitmap(name);
     if (image < 0) {
       std::fprintf(stderr, "%s: status %d\n", name, static_cast<int>(image));
       return 1;
     }
-    const int left = kGap + i % columns * (kCellWidth + kGap);
-    const int top = kGap + i / columns * step;
     Reader reader(image);
     if (reader.bits() == 16) {
       std::fprintf(stderr, "%s: 16-bit images are not drawn\n", name);
       return 1;
     }
-    sheet.draw(reader, left, top);
-    sheet.caption(stem(name), left, top + kCellHeight + 4);
+    sheet.draw(reader, layout.cells[i]);
+    sheet.caption(stem(name), layout.cells[i]);
     IMG_delete_bitmap(image);
   }
-  const std::int32_t status = sheet.save(argv[1]);
-  if (status < 0) std::fprintf(stderr, "%s: status %d\n", argv[1], static_cast<int>(status));
+  const char* const out = argv[first];
+  const std::int32_t status = sheet.save(out);
+  if (status < 0) std::fprintf(stderr, "%s: status %d\n", out, static_cast<int>(status));
   return status < 0 ? 1 : 0;
 }

@@ -1,4 +1,4 @@
-// Capital letters and digits of 5 x 7 pixels, for captions and for pages that look like text.
+// Capital letters, digits and a few marks of 5 x 7 pixels, for captions and for pages that look like text.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +37,10 @@ void draw(const char* text, Dot&& dot) {
     if (c == '-') {
       for (int x = 1; x < 4; ++x) dot(left + x, 3);
     }
+    if (c == '.' || c == ',' || c == ':') dot(left + 2, 5);
+    if (c == '.') dot(left + 2, 6);
+    if (c == ',') dot(left + 1, 6);
+    if (c == ':') dot(left + 2, 2);
     if (index < 0) continue;
     for (int x = 0; x < kWidth; ++x) {
       for (int y = 0; y < kHeight; ++y) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "letters.h"
 
@@ -149,30 +150,45 @@ Picture paint_chart(int width, int height) {
   return picture;
 }
 
-// An A4 page of text-like lines.
+// An A4 page of text.
 Picture paint_page() {
-  constexpr int kWidth = 2480;
-  constexpr int kHeight = 3508;
-  constexpr const char* kWords[] = {"raster", "scan",  "line",  "of",    "the",   "page",
-                                    "a",      "run",   "row",   "plane", "pixel", "is",
-                                    "black",  "white", "paper", "and"};
+  constexpr int kWidth = 2480, kHeight = 3508, kMargin = 250;
+  constexpr int kLine = 62, kLetter = 5, kTitleLetter = 18;  // in letters; in pixels a dot
+  constexpr const char* kParagraphs[] = {
+      "This page was drawn dot by dot, 300 to the inch: eight million seven hundred thousand dots, "
+      "each of them black or white. As plain bits they take a megabyte, though most of the page is "
+      "paper.",
+      "In memory a row is a list of the places where its colour changes, white coming first. A row "
+      "of paper has none. A row through a line of letters has a hundred or two, and where its bits "
+      "would be fewer the bits are kept. What is done to pages is done to these lists.",
+      "In a file the fourth group of facsimile codes says of each row how it differs from the one "
+      "above. Where the stem of a letter goes straight down, one bit is enough for each of its "
+      "edges, and so a page like this one takes a few thousandths of a second and a small part of "
+      "its megabyte.",
+      "A small copy that takes every fourth dot leaves holes in the letters. The mean of all the "
+      "dots that fall on a pixel makes their edges grey instead, and four dots to a pixel in each "
+      "direction can still be read, as here.",
+      "Photographs have no such rows. To print one in black and white its greys are broken up: by "
+      "a pattern that is the same everywhere, or by handing on to the neighbours what a dot came "
+      "out too dark or too light.",
+      "Whoever looks at the sheet sees copies. The page itself lies beside it, and so does the "
+      "document that was made of it, in which other programs find the same dots."};
   Picture page{kWidth, kHeight,
                std::vector<Colour>(static_cast<std::size_t>(kWidth) * kHeight, Colour{1, 1, 1})};
   const Colour ink = {0, 0, 0};
-  write_text(page, "A page of text", 250, 260, 18, ink);
-  for (int x = 250; x < kWidth - 250; ++x) {
+  write_text(page, "A page of text", kMargin, 260, kTitleLetter, ink);
+  for (int x = kMargin; x < kWidth - kMargin; ++x) {
     for (int y = 430; y < 438; ++y) page.at(x, y) = ink;
   }
-  int word = 0;
-  for (int top = 520; top < kHeight - 300; top += 70) {
-    const bool last_of_paragraph = (top / 70) % 9 == 0;
-    std::string line;
-    while (line.size() < (last_of_paragraph ? 25u : 60u)) {
-      line += kWords[static_cast<int>(noise(word, top) * 15.99)];
-      line += ' ';
-      ++word;
+  int top = 540;
+  for (std::string_view rest : kParagraphs) {
+    while (!rest.empty()) {
+      std::size_t end = rest.size() > kLine ? rest.rfind(' ', kLine) : rest.size();
+      write_text(page, std::string(rest.substr(0, end)).c_str(), kMargin, top, kLetter, ink);
+      rest.remove_prefix(std::min(end + 1, rest.size()));
+      top += 74;
     }
-    write_text(page, line.c_str(), 250, top, 5, ink);
+    top += 60;
   }
   return page;
 }

@@ -1,7 +1,5 @@
 // Command lines as the program reads them: words between zero bytes. What is understood can be said
 // again and means the same, what is refused is told without harm to a terminal.
-#include <map>
-
 #include "fuzz/fuzz_support.h"
 #include "tools/tarnquill/errors.h"
 #include "tools/tarnquill/options.h"
@@ -9,8 +7,10 @@
 namespace tq::fuzz {
 namespace {
 
-constexpr tool::Option kOptions[] = {{"code", 0, "N", ""},      {"crop", 0, "X,Y,W,H", ""},
-                                     {"size", 0, "WxH", ""},    {"output", 'o', "OUT", ""},
+constexpr tool::Option kOptions[] = {{"code", 0, "N", ""},
+                                     {"crop", 0, "X,Y,W,H", ""},
+                                     {"size", 0, "WxH", ""},
+                                     {"output", 'o', "OUT", ""},
                                      {"quiet", 'q', nullptr, ""}};
 
 void check_shown(std::string_view text) {

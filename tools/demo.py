@@ -1,20 +1,20 @@
 #!/usr/bin/python3
-"""Converts pictures with the tarnquill program and compares the results with what other programs
-read from the same files. Prints a table and makes a contact sheet.
+"""Converts a page and pictures with the tarnquill program and compares the results with what other
+programs read from the same files. Says what came of it and makes a sheet of copies.
 
 demo.py BIN_FOLDER OUT_FOLDER [FILE...]
 """
-import glob
 import os
 import pathlib
+import re
 import shutil
 import struct
 import subprocess
 import sys
 import time
 
-MOST_FOUND = 4  # pictures that the machine happens to have
-SIZE = (160, 120)
+SIZE = (160, 120)  # of scaled pictures
+TILE = (260, 195)  # of copies on the sheet
 
 
 # ---- Pictures as other programs read them: (width, height, bytes of red, green, blue) ----
@@ -32,15 +32,18 @@ def run(*command, data=None):
                           stderr=subprocess.DEVNULL).stdout
 
 
+NETPBM = {".bmp": "bmptopnm", ".png": "pngtopnm", ".gif": "giftopnm", ".pcx": "pcxtoppm", ".jpg": "jpegtopnm"}
+
+
 def read_by_netpbm(name):
-    pnm = run("bmptopnm", "-quiet", name)
+    pnm = run(NETPBM[pathlib.Path(name).suffix], "-quiet", name)
     if not pnm.startswith(b"P6"):
         pnm = run("ppmtoppm", data=run("pnmdepth", "-quiet", "255", data=pnm))
     return parse_ppm(pnm)
 
 
 def read_by_imagemagick(name):
-    return parse_ppm(run("convert", "bmp:" + name, "-depth", "8", "ppm:-"))
+    return parse_ppm(run("convert", name, "-depth", "8", "ppm:-"))
 
 
 def read_by_pillow(name):
@@ -72,7 +75,7 @@ def read_by_peers(name):
     for peer, read in PEERS.items():
         try:
             pictures[peer] = read(str(name))
-        except (subprocess.CalledProcessError, OSError, ValueError, IndexError):
+        except (subprocess.CalledProcessError, OSError, ValueError, LookupError):
             pass  # a file that this program does not support
     return pictures
 
@@ -155,79 +158,168 @@ def with_file_header(name):
 
 # ---- The demonstration ----
 
+def dots(name):
+    """The bits of a black and white picture as poppler takes them out of a document, or netpbm of a file."""
+    if name.suffix != ".pdf":
+        return run("bmptopnm", "-quiet", name).split(maxsplit=3)[3]
+    run("pdfimages", name, name.with_suffix(""))
+    return pathlib.Path(f"{name.with_suffix('')}-000.pbm").read_bytes().split(maxsplit=3)[3]
+
+
 class Demonstration:
     def __init__(self, programs, out):
         self.programs, self.out = programs, out
         self.results = out / "results"
-        self.rows, self.bad, self.confirmed = [], 0, 0
+        self.bad, self.confirmed, self.tiles = 0, 0, []
 
-    def convert(self, source, operation, *options, ending="bmp"):
-        """Runs the program; the result's name, or None."""
-        result = self.results / f"{source.stem}.{operation.replace(' ', '-')}.{ending}"
+    def run(self, command, source, name, *options):
+        """Runs the program; the result, or None."""
+        result = self.results / name
         started = time.monotonic()
-        done = subprocess.run([self.programs / "tarnquill", "convert", *options, source, result],
+        done = subprocess.run([self.programs / "tarnquill", command, *options, source, result],
                               stderr=subprocess.PIPE, text=True)
-        took = 1000 * (time.monotonic() - started)
-        if done.returncode:
-            self.note(source, operation, "-", took, done.stderr.strip())
-            self.bad += 1
-            return None
-        self.took = took
-        return result
+        self.took = 1000 * (time.monotonic() - started)
+        if done.returncode == 0:
+            return result
+        self.say(f"{command} {source.name} {name}", None, done.stderr.strip())
+        self.bad += 1
+        return None
 
-    def note(self, source, operation, size, took, verdict):
-        print(f"{source.name:22.22} {operation:15} {size:>10} {took:8.1f}  {verdict}", flush=True)
+    def say(self, what, result, verdict):
+        size = f"{result.stat().st_size:,}" if result else ""
+        print(f"  {what:52.52} {size:>11} {self.took:6.0f} ms  {verdict}", flush=True)
 
-    def check(self, source, operation, result, expected, strict=True):
-        """Compares what each program reads from the result with the picture expected."""
-        if result is None:
-            return
+    def judge(self, good, text):
+        self.confirmed += bool(good)
+        self.bad += not good
+        return text if good else "DIFFERENT: not " + text
+
+    def verdict(self, result, expected, strict=True):
+        """What other programs see in the result, compared with the picture expected."""
         readable = with_file_header(result) if result.suffix == ".dib" else result
         seen = read_by_peers(readable)
         if readable != result:
             readable.unlink()
         differing = [peer for peer, picture in seen.items() if picture != expected]
         if expected is None:
-            verdict = "not compared: no two programs agree on the original"
-        elif differing:
-            verdict = "DIFFERENT for " + ", ".join(differing)
+            return "not compared: no two programs agree on the original"
+        if differing:
             self.bad += strict
-        elif seen:
-            verdict = "as expected for " + ", ".join(seen)
-            self.confirmed += 1
-        else:
-            verdict = "not compared: no other program here reads it"
-        self.note(source, operation, str(result.stat().st_size), self.took, verdict)
+            return "DIFFERENT for " + ", ".join(differing)
+        if not seen:
+            return "not compared: no other program here reads it"
+        self.confirmed += 1
+        return "as expected for " + ", ".join(seen)
 
-    def show(self, source, strict=True):
+    def show_page(self, page):
+        self.took = 0
+        print(f"== a page: A4 at 300 dots per inch, black and white, {page.stat().st_size:,} bytes")
+        pdf = self.run("convert", page, "page.pdf")
+        if not pdf:
+            return
+        ratio = page.stat().st_size // pdf.stat().st_size
+        same_dots = "compared by nobody: poppler or netpbm is missing"
+        if shutil.which("pdfimages") and shutil.which("bmptopnm"):
+            same_dots = self.judge(dots(pdf) == dots(page), "the same dots for poppler and netpbm")
+        self.say(f"a PDF document, Group 4: 1/{ratio} of its size", pdf, same_dots)
+        self.copy_of(page, f"a page - {pdf.stat().st_size} bytes as group 4")
+
+        x, y = 700, 500
+        part = self.run("convert", page, "part.bmp", "--crop", f"{x},{y},{TILE[0]},{TILE[1]}")
+        width, _, pixels = agreed(page)
+        rows = (pixels[3 * ((y + i) * width + x):][:3 * TILE[0]] for i in range(TILE[1]))
+        self.say(f"a part of it, {TILE[0]} x {TILE[1]}", part, self.verdict(part, (*TILE, b"".join(rows))))
+        self.copy_of(part, "a part of it dot by dot")
+
+        small = self.results / "small.bmp"
+        subprocess.run([self.programs / "contact_sheet", "--cell", "620x877", small, page], check=True)
+        small = self.run("gray", small, "page-small.png")
+        self.say("a small grey picture that can still be read", small, self.verdict(small, agreed(small)))
+
+    def show_photo(self, photo):
+        print(f"== a photograph: 2400 x 1800 pixels of 24 bits, {photo.stat().st_size:,} bytes")
+        original = agreed(photo)
+        for quality in (90, 30):
+            jpeg = self.run("convert", photo, f"photo-{quality}.jpg", "--quality", str(quality))
+            shown = "compared by nobody: netpbm is missing"
+            if shutil.which("pnmpsnr"):
+                ppm = self.out / "photo.ppm"
+                for name, data in ((ppm, run("bmptopnm", photo)), (self.out / "jpeg.ppm", run("jpegtopnm", jpeg))):
+                    name.write_bytes(data)
+                told = subprocess.run(["pnmpsnr", ppm, self.out / "jpeg.ppm"], capture_output=True, text=True)
+                decibels = float(re.search(r"Y.*?([0-9.]+) dB", told.stderr + told.stdout)[1])
+                shown = self.judge(decibels > 28, f"{decibels:.1f} dB from the original for netpbm")
+            self.say(f"JPEG, quality {quality}", jpeg, shown)
+        png = self.run("convert", photo, "photo.png")
+        self.say("PNG", png, self.verdict(png, original))
+        pcx = self.run("convert", photo, "photo.pcx")
+        self.say("PCX", pcx, self.verdict(pcx, original))
+        few = self.run("reduce", photo, "few.bmp", "--colors", "256")
+        gif = self.run("convert", few, "photo.gif")
+        if gif:
+            self.say("GIF of 256 colours of its own", gif, self.verdict(gif, agreed(few)))
+        mono = self.run("dither", photo, "mono.bmp")
+        pdf = self.run("convert", mono, "mono.pdf")
+        if shutil.which("pdfimages") and shutil.which("bmptopnm"):
+            self.say("PDF in black and white, error diffusion", pdf,
+                     self.judge(dots(pdf) == dots(mono), "the same dots for poppler and netpbm"))
+        self.copy_of(self.run("convert", self.results / "photo-30.jpg", "jpeg.bmp"),
+                     f"jpeg - {(self.results / 'photo-30.jpg').stat().st_size} bytes")
+        chart = self.run("convert", self.out / "inputs" / "chart-4.bmp", "chart.png")
+        self.copy_of(self.run("convert", chart, "chart.bmp"), f"png - {chart.stat().st_size} bytes")
+        # Every dot is to be seen on the sheet: scaled first.
+        tile = self.run("convert", photo, "tile.bmp", "--size", "x".join(map(str, TILE)))
+        for caption, command, *options in (
+                ("16 colours of its own", "reduce", "--colors", "16", "--bits", "4"),
+                ("16 fixed colours - diffusion", "dither", "--method", "diffusion-color"),
+                ("grey", "gray"),
+                ("black and white - diffusion", "dither"),
+                ("black and white - halftone", "dither", "--method", "halftone")):
+            self.copy_of(self.run(command, tile, f"{caption}.bmp", *options), caption)
+
+    def show_bmp(self, source, strict=True):
+        """All that can be done to one file, in one line."""
         bits, compression, bottom_up = bmp_facts(source)
         low_bits = (0xF8, 0xFC if compression == 3 else 0xF8, 0xF8) if bits == 16 else None
         picture = agreed(source, low_bits)
-        size = "x".join(map(str, SIZE))
-        steps = [("save as 1", same, ["--code", "1"], "bmp"),
-                 ("save as 48", same, ["--code", "48"], "dib"),
-                 ("scale", scaled(bottom_up), ["-q", "--size", size], "bmp")]
+        steps = [("bmp", same, ["--code", "1"]), ("dib", same, ["--code", "48"]),
+                 ("bmp", scaled(bottom_up), ["-q", "--size", "x".join(map(str, SIZE))])]
         if bits in (4, 8):
-            steps.insert(1, ("save as 12", same, ["--code", "12"], "bmp"))
+            steps.append(("bmp", same, ["--code", "12"]))
         if picture and min(picture[:2]) >= 8:
             rect = ",".join(map(str, middle(*picture[:2])))
-            steps += [("crop", cropped, ["--crop", rect], "bmp"),
-                      ("cut decoding", cropped, ["--rect", rect], "bmp")]
-        for operation, model, options, ending in steps:
-            result = self.convert(source, operation, *options, ending=ending)
-            self.check(source, operation, result, picture and model(picture), strict)
+            steps += [("bmp", cropped, ["--crop", rect]), ("bmp", cropped, ["--rect", rect])]
+        verdicts, took = {}, 0
+        for i, (ending, model, options) in enumerate(steps):
+            result = self.run("convert", source, f"{source.stem}-{i}.{ending}", *options)
+            if result:
+                verdict = self.verdict(result, picture and model(picture), strict)
+                if "DIFFERENT" in verdict:
+                    verdict += f" ({' '.join(options)})"
+                verdicts[verdict] = verdicts.get(verdict, 0) + 1
+            took += self.took
+        self.took = took
+        self.say(source.name, source, "; ".join(f"{count} {verdict}" for verdict, count in verdicts.items()))
 
     def show_reductions(self, source):
         """Reduced pictures have no counterpart elsewhere: programs have to agree on what they see."""
         for bits in ("8", "4", "1"):
-            for mode, how in (("1", "ordered"), ("2", "nearest")):
-                operation = f"{bits} bits {how}"
-                result = self.convert(source, operation, "--reduce", bits, "--dither-mode", mode)
-                self.check(source, operation, result, result and agreed(result))
+            for mode, how in (("1", "ordered dither"), ("2", "nearest colour")):
+                result = self.run("convert", source, f"{bits}-{mode}.bmp", "--reduce", bits, "--dither-mode", mode)
+                if result:
+                    self.say(f"{source.name} to {bits} bits, {how}", result, self.verdict(result, agreed(result)))
 
-    def contact_sheet(self, pictures):
-        sheet = self.out / "contact-sheet.bmp"
-        subprocess.run([self.programs / "contact_sheet", sheet, *pictures], check=True)
+    def copy_of(self, result, caption):
+        """A tile of the sheet: captions are the names of files."""
+        if result:
+            self.tiles.append(self.results / f"{caption}.bmp")
+            if result != self.tiles[-1]:
+                shutil.copy(result, self.tiles[-1])
+
+    def sheet(self):
+        sheet = self.out / "sheet.bmp"
+        subprocess.run([self.programs / "contact_sheet", "--cell", "x".join(map(str, TILE)), "--large", sheet,
+                        *self.tiles], check=True)
         return self.as_png(sheet)
 
     def operations_sheet(self, picture):
@@ -242,21 +334,13 @@ class Demonstration:
         return png
 
 
-def found_on_this_machine():
-    """BMP files that installed packages brought along."""
-    found = []
-    for name in sorted(glob.glob("/usr/share/**/*.bmp", recursive=True)):
-        if os.path.isfile(name) and 100 < os.path.getsize(name) < 20 << 20:
-            found.append(pathlib.Path(name))
-    return found[:MOST_FOUND]
-
-
-def as_bmp(name, folder):
-    """A file of the user's, through another program if its format is not read yet."""
-    path = pathlib.Path(name)
+def as_bmp(programs, name, folder):
+    """A file of the user's; through another program if the library does not read its format."""
+    path, converted = pathlib.Path(name), folder / (pathlib.Path(name).stem + ".bmp")
     if path.read_bytes()[:2] == b"BM":
         return path
-    converted = folder / (path.stem + ".bmp")
+    if subprocess.run([programs / "tarnquill", "convert", "-q", path, converted], capture_output=True).returncode == 0:
+        return converted
     if Image:
         with Image.open(path) as image:
             image.convert("RGB").save(converted)
@@ -268,44 +352,32 @@ def as_bmp(name, folder):
 
 def main():
     programs, out = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+    # Where the module for GIF is built; installed, it lies beside the library.
+    os.environ["LD_LIBRARY_PATH"] = str(programs.resolve().parent / "modules" / "lzw_module")
     show = Demonstration(programs, out)
-    inputs = out / "inputs"
-    shutil.rmtree(show.results, ignore_errors=True)
-    for folder in (inputs, show.results):
-        folder.mkdir(parents=True, exist_ok=True)
-
-    print("== pictures")
+    inputs, yours = out / "inputs", out / "yours"
+    shutil.rmtree(out, ignore_errors=True)
+    for folder in (inputs, yours, show.results):
+        folder.mkdir(parents=True)
     subprocess.run([programs / "make_scene", inputs], check=True)
-    made = sorted(inputs.glob("*.bmp"))
-    (out / "yours").mkdir(exist_ok=True)
-    yours = len(sys.argv) - 3
-    extra = [as_bmp(name, out / "yours") for name in sys.argv[3:]] + found_on_this_machine()
-    subprocess.run([programs / "tarnquill", "info", *made, *extra], check=False)
+    extra = [as_bmp(programs, name, yours) for name in sys.argv[3:]]
+    print("Sizes in bytes; milliseconds of a whole process; read for comparison by",
+          ", ".join(PEERS) or "no other program: none is installed")
 
-    print("== conversions")
-    print("MS: the milliseconds of a whole process. PIXELS: compared with what these programs read:")
-    print(", ".join(PEERS) or "none is installed")
-    print(f"{'FILE':22} {'OPERATION':15} {'BYTES':>10} {'MS':>8}  PIXELS")
-    for source in made:
-        show.show(source)
+    show.show_page(inputs / "page-1.bmp")
+    show.show_photo(inputs / "photo-24.bmp")
+    print("== BMP files of every kind: saved as 1, 12 and 48, scaled, cropped, cut while decoding")
+    for source in sorted(inputs.glob("*.bmp")):
+        show.show_bmp(source)
     show.show_reductions(inputs / "photo-24.bmp")
     for source in extra:
-        show.show(source, strict=False)
+        show.show_bmp(source, strict=False)
 
-    results = show.results
-    picture = show.contact_sheet(
-        [results / f"{name}.bmp" for name in (
-            "photo-24.save-as-1", "photo-24.crop", "photo-24.scale", "chart-4.save-as-12",
-            "photo-24.8-bits-ordered", "photo-24.4-bits-ordered", "photo-24.1-bits-ordered",
-            "page-1.crop", "photo-24.8-bits-nearest", "photo-24.4-bits-nearest",
-            "photo-24.1-bits-nearest", "page-1.save-as-1", "scene-565.save-as-1",
-            "os2-8.save-as-12", "top-down-24.save-as-1", "chart-rle8.crop")])
-    operations = [show.operations_sheet(name) for name in [inputs / "photo-24.bmp", *extra[:yours]]]
     print("== summary")
     print(f"{show.confirmed} results read as expected by other programs, {show.bad} failures.")
-    print(f"The picture: {picture.resolve()}")
-    for sheet in operations:
-        print(f"All operations on one picture: {sheet.resolve()}")
+    print(f"The picture: {show.sheet().resolve()}")
+    for picture in [inputs / "photo-24.bmp", *extra]:
+        print(f"All operations on one picture: {show.operations_sheet(picture).resolve()}")
     return 1 if show.bad else 0
 
 

@@ -2,16 +2,19 @@
 # Installs what is missing of the Debian packages that the groups named need; all groups without a
 # name. A call with nothing missing takes no time and no network. Needs root only to install.
 #
-#   tools/install_dependencies.sh [build] [linux32] [win32] [bench] [peers]
+#   tools/install_dependencies.sh [build] [test] [tidy] [linux32] [win32] [bench] [shown] [peers]
 set -euo pipefail
+cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.."
 
 declare -A packages=(
-  [build]="g++ cmake ninja-build googletest git python3 pkg-config clang libclang-rt-14-dev
-    clang-format clang-tidy libpng-dev dpkg-dev"
-  [linux32]="g++-multilib"
-  [win32]="g++-mingw-w64-i686-posix debootstrap"
+  [build]="g++ cmake ninja-build python3 libpng-dev"
+  [test]="googletest git pkg-config clang libclang-rt-14-dev clang-format"
+  [tidy]="clang-tidy"
+  [linux32]="g++-multilib dpkg-dev"
+  [win32]="g++-mingw-w64-i686-posix debootstrap dpkg-dev"
   [bench]="libbenchmark-dev"
   # Other programs that read and write the same formats; what uses them does without if it must.
+  [shown]="netpbm poppler-utils"
   [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev
     libfreeimage-dev libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils"
 )
@@ -41,17 +44,17 @@ install() {
   export DEBIAN_FRONTEND=noninteractive
   if [ -z "$updated" ]; then
     # A source that cannot be reached matters only if the packages then cannot be found.
-    apt-get -qq -o DPkg::Lock::Timeout=300 update < /dev/null || true
+    tools/with_progress.sh build/packages.log apt-get -q -o DPkg::Lock::Timeout=300 update || true
     updated=yes
   fi
-  apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@" \
-    < /dev/null > /dev/null
+  tools/with_progress.sh build/packages.log apt-get -q -o DPkg::Lock::Timeout=300 \
+    -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@"
 }
 
-[ $# -gt 0 ] || set -- build linux32 win32 bench peers
+[ $# -gt 0 ] || set -- build test tidy linux32 win32 bench shown peers
 needed=() optional=()
 for group in "$@"; do
-  if [ "$group" = peers ]; then optional+=("$group"); else needed+=("$group"); fi
+  if [ "$group" = peers ] || [ "$group" = shown ]; then optional+=("$group"); else needed+=("$group"); fi
 done
 
 if [ ${#needed[@]} -gt 0 ]; then
