@@ -1,9 +1,11 @@
 # Fuzz targets. With TQ_LIBFUZZER (preset fuzz) they are libFuzzer programs; otherwise a small main
 # replays files through them, and a test runs the seed corpus that make_seeds writes.
 
+option(TQ_FUZZ "Build the fuzz targets" OFF)
 option(TQ_LIBFUZZER "Link the fuzz targets with libFuzzer" OFF)
+add_custom_target(fuzzers)
 
-if(NOT CMAKE_CROSSCOMPILING)
+if(TQ_FUZZ)
   if(TQ_FUZZ_SEED_SOURCES)
     add_executable(make_seeds ${TQ_FUZZ_SEED_SOURCES})
     target_link_libraries(make_seeds PRIVATE ${TQ_LAYERS} tq_warnings)
@@ -28,6 +30,7 @@ if(NOT CMAKE_CROSSCOMPILING)
     if(TARGET tq_test_support)
       target_link_libraries(${name} PRIVATE tq_test_support)
     endif()
+    add_dependencies(fuzzers ${name} seeds)
     if(TQ_LIBFUZZER)
       target_sources(${name} PRIVATE fuzz/libfuzzer_main.cpp)
       target_link_options(${name} PRIVATE -fsanitize=fuzzer)

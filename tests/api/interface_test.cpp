@@ -1,6 +1,6 @@
 // The shared library as its callers use it: images saved, loaded, aborted. What else it does is
 // tested where it is done.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <tarnquill.h>
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Handles over the life of many images, and who frees the pixels that a caller registered.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>

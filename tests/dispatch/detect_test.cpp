@@ -2,7 +2,7 @@
 // they are tried, the variants of TIFF, BMP and GIF, and where the stream stands afterwards.
 #include "dispatch/dispatch.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <climits>
 #include <string>

@@ -1,5 +1,5 @@
 // How many pages files of each kind have, by every way of asking, and what their headers say.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <array>
 

@@ -1,5 +1,5 @@
 // Callbacks that call the library while it decodes or saves.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 

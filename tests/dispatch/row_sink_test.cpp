@@ -2,7 +2,7 @@
 // order, twice, too short or never. Compared with pictures of plain numbers.
 #include "dispatch/row_sink.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>

@@ -1,6 +1,6 @@
 #include "tests/support/image_builder.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace tq::test {
 std::size_t stride(std::int64_t width, int bits) {

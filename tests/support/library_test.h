@@ -2,7 +2,7 @@
 // settings.
 #pragma once
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstdint>
 

@@ -325,7 +325,7 @@ TEST(AllocationSweep, CoversEveryExport) {
     exported.insert(line.substr(name, line.find('(') - name));
   }
   EXPECT_GT(exported.size(), 50u);
-  EXPECT_THAT(covered, testing::ContainerEq(exported));
+  EXPECT_EQ(covered, exported);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // Small files cut off at every byte, and streams whose every call fails or comes short: by name, by
 // the caller's functions, in memory.
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <string>
 

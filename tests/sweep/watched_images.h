@@ -1,7 +1,7 @@
 // Images that a sweep works on, and proof that failures left them as they were.
 #pragma once
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
