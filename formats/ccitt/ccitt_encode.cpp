@@ -186,7 +186,7 @@ Status CcittEncoder::take_row(const RowSupplier& rows, std::int32_t y, std::int3
   if (!gets_bits_) {
     const auto words = static_cast<std::int32_t>(
         std::min<std::size_t>(static_cast<std::size_t>(got.raw()), room.size()) / 4);
-    count = tidy_list(row_.data() + 1, std::min(words - 1, width_), width_);
+    count = tidy_list(row_.data() + 1, words - 1, width_);
     return kOk;
   }
   if (from_bits_.size() == 0) TQ_TRY(from_bits_.allocate(std::int64_t{width_} + kListWords));

@@ -132,6 +132,33 @@ TEST_F(Saving, RunListsAreCutAtThePixel) {
   }
 }
 
+// As many transitions as pixels, beside a rectangle's edge that makes two more, fit into a list.
+TEST_F(Saving, CroppedRunListsAreWrittenLikeTheirPixels) {
+  Random random(24);
+  const auto document = [](std::int32_t image) {
+    Bytes out(2000);
+    out.resize(static_cast<std::size_t>(
+        std::max(0, IMG_save_bitmap_block(image, out.data(), out.size(), IMG_TYPE_PDF))));
+    return out;
+  };
+  for (std::int32_t x = 0; x < 40; ++x) {
+    const std::int32_t width = random.between(1, 40 - x);
+    Rows rows = {Bytes(8, 0x55), Bytes(8, 0xAA)};
+    for (int i = 0; i < 6; ++i) rows.push_back(random.bit_row(50, random.pick<int>({5, 50, 90})));
+    const Image lists = make_image(50, 1, rows, true);
+    IMG_set_croprect(lists, x, 0, width, 8);
+    rows.resize(7);  // a rectangle that reaches the edge loses its last row
+    for (Bytes& row : rows) {
+      const Pixels pixels = unpack(row, 50, 1);
+      row = pack(Pixels(pixels.begin() + x, pixels.begin() + x + width), 1, 0xFF);
+      row.resize(stride(width, 1), 0xFF);
+    }
+    const Bytes expected = document(make_image(width, 1, rows));
+    ASSERT_FALSE(expected.empty());
+    ASSERT_EQ(document(lists), expected) << x << '+' << width;
+  }
+}
+
 TEST_F(Saving, ProgressCountsRowsAgainstSixteenBitsOfTheHeight) {
   for (const std::int32_t height : {3, 40000, 65536 + 5}) {
     const HeaderBlock header = dib_header(1, height, 1);
