@@ -50,6 +50,7 @@ class CcittDecoder {
   Status decode(ChunkReader& input, std::int64_t limit, CcittStrip strip, const RowSink& sink);
 
  private:
+  void accept(int count, bool ascends);
   Status deliver(const RowSink& sink, std::int32_t y);
   template <class Source>
   Status decode_group4(Source& source, CcittStrip strip, const RowSink& sink);
@@ -61,6 +62,7 @@ class CcittDecoder {
   bool as_runs_ = false;
   RowBuffer<std::int32_t> row_, reference_;  // transitions, then the width a few times
   std::int32_t count_ = 0;                   // of transitions in `reference_`, the row before
+  bool ascends_ = true;                      // no two of them are at one place
   RowBuffer<std::uint16_t> list_;
   RowBuffer<std::uint8_t> bits_;
 };

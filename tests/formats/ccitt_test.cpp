@@ -179,6 +179,8 @@ TEST(Ccitt, UnusualCodesAreRead) {
       {"a run of 0 in place of the rest", k1d, "10110000110111 0000110111", {}},
       {"fill in front of the end of a line, no end of the page", k1d, "000000000001 10011 0000000000000000000000000001 00110101 000101 000000000001", {0xFF, 0x00}},
       {"two-dimensional rows without ends of lines", CcittScheme::group3_2d, "1 1011 011 0 1 1", {0xF0, 0xF0}},
+      {"a run one pixel longer than the row", k1d, "10100", {}},
+      {"data behind the end of the page", k1d, "10011 000000000001 000000000001 000000000001 000000000001 000000000001 000000000001 10011", {0xFF}},
       {"uncompressed mode is refused", kGroup4, "1 0000001111 1", {0xFF}},
       {"the end of the block ends the page", kGroup4, "1 000000000001000000000001 11111111", {0xFF}},
       {"a transition to the left of the one before it", kGroup4, "1 001 0111 11 0000010 0000010", {0xFF}},
@@ -190,6 +192,27 @@ TEST(Ccitt, UnusualCodesAreRead) {
     for (const std::uint8_t row : given.rows) rows.push_back({row, 0xFF, 0xFF, 0xFF});
     EXPECT_EQ(decoded({given.scheme}, packed(given.bits), 8, 5), rows) << given.what;
   }
+}
+
+// Some writers begin a row with two runs of no length, keep them in the row that the next one
+// refers to, and code that one by passing over them.
+TEST(Ccitt, RunsOfNoLengthStayInTheReferenceRow) {
+  const std::string none = "00110101 0000110111", black = "0001000 0000100";  // 0 and 0, 20 and 10
+  const std::string passing = "0001 001" + black + "1", same = "111", white_34 = "00010011";
+  const std::pair<CcittScheme, std::string> cases[] = {
+      {CcittScheme::group4, "001" + none + "001" + black + "1" + passing + same},
+      {CcittScheme::group3_2d, "1" + none + black + white_34 + "0" + passing + "0" + same}};
+  Pixels row(64);
+  std::fill_n(row.begin() + 20, 10, true);
+  for (const auto& [scheme, bits] : cases) {
+    for (const CcittRows delivery : {CcittRows::bits, CcittRows::runs}) {
+      EXPECT_EQ(decoded({scheme}, packed(bits), 64, 5, delivery),
+                delivery == CcittRows::bits ? bits_of(Page(3, row)) : lists_of(Page(3, row)));
+    }
+  }
+  std::string too_many;
+  for (int i = 0; i < 600; ++i) too_many += "001" + none;
+  EXPECT_EQ(decoded({CcittScheme::group4}, packed(too_many + "1"), 8, 5), std::vector<Bytes>());
 }
 
 // How many rows at the beginning and at the end are as they should be.
