@@ -15,9 +15,7 @@ class Input {
  public:
   explicit Input(std::int32_t stream) : stream_(stream) {}
 
-  bool read(std::uint8_t* bytes, std::int32_t count) const {
-    return count == 0 || host().read(stream_, bytes, count) == count;
-  }
+  bool read(std::uint8_t* bytes, std::int32_t count) const { return take(bytes, count) == count; }
   int byte() const {
     std::uint8_t value = 0;
     return read(&value, 1) ? value : -1;
@@ -42,11 +40,21 @@ class Input {
   }
 
  private:
+  // How many bytes there were. A pipe hands them out in pieces.
+  std::int32_t take(std::uint8_t* bytes, std::int32_t count) const {
+    std::int32_t done = 0;
+    while (done < count) {
+      const std::int32_t got = host().read(stream_, bytes + done, count - done);
+      if (got <= 0) break;
+      done += std::min(got, count - done);
+    }
+    return done;
+  }
+
   // A block and the length of the one behind it, which is always there, are read at once.
   bool fetch() {
     if (next_ == 0) return false;
-    const std::int32_t got =
-        std::clamp(host().read(stream_, block_.data(), next_ + 1), 0, next_ + 1);
+    const std::int32_t got = take(block_.data(), next_ + 1);
     const bool whole = got == next_ + 1;
     length_ = std::min(got, next_);
     used_ = 0;
@@ -308,6 +316,8 @@ std::int32_t decode(std::uint32_t offset_or_page, img_row_fn row, void* sink_con
   block.height = frame.height;
   block.planes = 1;
   block.bits = static_cast<std::uint16_t>(packing.bits);
+  block.image_bytes = static_cast<std::uint32_t>(row_bytes(frame.width, packing.bits)) *
+                      static_cast<std::uint32_t>(frame.height);
   block.palette = frame.palette;
   if (frame.transparent >= 0) {
     block.colours_used = kTransparent | static_cast<std::uint32_t>(frame.transparent);

@@ -3,10 +3,13 @@
 
 #include <cstring>
 
+#include "formats/plugin/plugin.h"
 #include "tests/modules/module_files.h"
+#include "tests/support/collecting_sink.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
+#include "tests/support/memory_file.h"
 
 namespace tq::test {
 namespace {
@@ -78,16 +81,30 @@ TEST_F(Gif, FramesAreChosenByPage) {
 TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
   const struct {
     Bytes palette;
-    int bits, pixels;
-  } cases[] = {{{0, 0, 0, 255, 255, 255}, 1, 0x40},
-               {{255, 255, 255, 0, 0, 0}, 1, 0x80},
-               {{255, 0, 0, 0, 0, 0}, 4, 0x01}};
+    int bits, pixels, transparent;
+  } cases[] = {{{0, 0, 0, 255, 255, 255}, 1, 0x40, 0},
+               {{255, 255, 255, 0, 0, 0}, 1, 0x80, 1},
+               {{255, 0, 0, 0, 0, 0}, 4, 0x01, 0}};
+  const Bytes control = {0x21, 0xF9, 4, 1, 0, 0, 0, 0};
   for (const auto& c : cases) {
     const Picture picture =
-        decode(Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + c.palette +
+        decode(Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + c.palette + control +
                Bytes{0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B});  // pixels 0, 1
     EXPECT_EQ(picture.bits, c.bits);
+    EXPECT_EQ(picture.transparent, c.transparent);
     EXPECT_EQ(picture.rows.at(0).at(0) & (c.bits == 1 ? 0xC0 : 0xFF), c.pixels);
+  }
+}
+
+TEST_F(Gif, PipesHandOutPieces) {
+  const Bytes frames = kScreen + kComment + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0);
+  for (const std::int32_t most : {1, 2, 7, 100}) {
+    MemoryFile pipe(frames);
+    pipe.most_per_call = most;
+    CollectingSink sink;
+    EXPECT_EQ(formats::decode_gif({MemoryFile::kHandle, 0x80000001, sink.sink()}), kOk);
+    EXPECT_EQ(sink.header.header.biSizeImage, 8u);
+    EXPECT_THAT(sink.image(), ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0})) << most;
   }
 }
 
