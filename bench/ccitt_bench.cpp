@@ -21,7 +21,7 @@
 #include "core/image_table.h"
 #include "dispatch/row_sink.h"
 #include "dispatch/row_supplier.h"
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 
 namespace tq {
 namespace {
@@ -106,14 +106,22 @@ Bytes& out() {
   return bytes;
 }
 
+formats::FaxStrip strip() {
+  return {.width = page().width, .rows = page().height};
+}
+
 std::int32_t encode_once() {
   dispatch::ImageSupplier supplier(page_image(), image_record(page_image()),
                                    dispatch::Supplier::transitions);
   if (supplier.allocate().failed()) std::abort();
   open_memory_stream(out().data(), out().size());
-  formats::CcittEncoder encoder;
-  if (encoder.open({}, page().width).failed()) std::abort();
-  return encoder.encode(kMemoryStream, supplier.callback(), {0, page().height}).raw();
+  StreamWriter encoded;
+  if (encoded.open(kMemoryStream, formats::kFaxChunk).failed() ||
+      encode_fax_strip(encoded, strip(), supplier.callback()).failed() ||
+      encoded.flush().failed()) {
+    std::abort();
+  }
+  return static_cast<std::int32_t>(encoded.count());
 }
 
 void per_pixel(benchmark::State& state) {
@@ -129,19 +137,17 @@ void group4_encode(benchmark::State& state) {
 BENCHMARK(group4_encode)->Unit(benchmark::kMicrosecond);
 
 void group4_decode(benchmark::State& state) {
-  const auto size = static_cast<std::size_t>(encode_once());
+  const std::int32_t size = encode_once();
   for (auto _ : state) {
-    open_memory_stream(out().data(), size);
+    open_memory_stream(out().data(), static_cast<std::size_t>(size));
     ImageSlot slot;
     if (slot.allocate().failed()) std::abort();
     dispatch::ImageSink sink(slot.handle(), slot.record());
     const formats::RowSink rows = sink.callbacks();
     HeaderBlock header = dib_header(page().width, page().height, 1);
     ChunkReader input;
-    formats::CcittDecoder decoder;
-    if (rows.header(header).failed() || input.open(kMemoryStream, 65536).failed() ||
-        decoder.open({}, page().width, formats::CcittRows::runs).failed() ||
-        decoder.decode(input, static_cast<std::int64_t>(size), {0, page().height}, rows).raw() !=
+    if (rows.header(header).failed() || input.open(kMemoryStream, formats::kFaxChunk).failed() ||
+        decode_fax_strip(input, size, strip(), formats::FaxRows::runs, rows).raw() !=
             page().height) {
       state.SkipWithError("not decoded");
     }

@@ -1,14 +1,14 @@
 // Decodes facsimile rows from any bytes. What was decoded, or as many transition lists that cannot
 // be trusted, is coded and must come back the same. The first bytes choose coding and width.
 #include "core/run_storage.h"
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "fuzz/fuzz_support.h"
 
 namespace tq::fuzz {
 namespace {
 
-using formats::CcittCoding;
-using formats::CcittRows;
+using formats::FaxRows;
+using formats::FaxStrip;
 
 constexpr std::int32_t kRows = 24;
 
@@ -53,28 +53,27 @@ struct Rows {
   }
 };
 
-Rows decode(Bytes data, const CcittCoding& coding, std::int32_t width, CcittRows delivery) {
-  Rows sink{width};
+Rows decode(Bytes data, FaxStrip strip, FaxRows delivery) {
+  strip.rows = kRows;
+  Rows sink{strip.width};
   Memory copy(data.begin(), data.end());
   open_memory_stream(copy.data(), copy.size());
   ChunkReader input;
-  formats::CcittDecoder decoder;
-  TQ_CLAIM(input.open(kMemoryStream, 1).ok() && decoder.open(coding, width, delivery).ok());
-  const Status decoded = decoder.decode(input, static_cast<std::int64_t>(data.size()), {0, kRows},
-                                        {nullptr, Rows::take, &sink});
+  TQ_CLAIM(input.open(kMemoryStream, 1).ok());
+  const Status decoded =
+      decode_fax_strip(input, std::ssize(data), strip, delivery, {nullptr, Rows::take, &sink});
   TQ_CLAIM(decoded.raw() == static_cast<std::int32_t>(sink.rows.size()));
   return sink;
 }
 
-Memory encode(Rows& given, const CcittCoding& coding) {
+Memory encode(Rows& given, FaxStrip strip) {
   Memory coded(given.rows.size() * (static_cast<std::size_t>(given.width) + 64));
   open_memory_stream(coded.data(), coded.size());
-  formats::CcittEncoder encoder;
-  TQ_CLAIM(encoder.open(coding, given.width).ok());
-  const Status written = encoder.encode(kMemoryStream, {Rows::give, &given},
-                                        {0, static_cast<std::int32_t>(given.rows.size())});
-  TQ_CLAIM(written.ok());
-  coded.resize(static_cast<std::size_t>(written.raw()));
+  StreamWriter out;
+  strip.rows = static_cast<std::int32_t>(given.rows.size());
+  TQ_CLAIM(out.open(kMemoryStream).ok());
+  TQ_CLAIM(encode_fax_strip(out, strip, {Rows::give, &given}).ok() && out.flush().ok());
+  coded.resize(static_cast<std::size_t>(out.count()));
   return coded;
 }
 
@@ -84,18 +83,18 @@ void fuzz(Bytes bytes) {
   Input in(bytes);
   const std::uint8_t flags = in.u8();
   const auto flag = [&](int bit) { return (flags >> bit & 1) != 0; };
-  const CcittCoding coding{static_cast<formats::CcittScheme>(flags & 3), flag(2), flag(3), flag(4),
-                           flag(5)};
+  const ccitt::Coding coding{static_cast<ccitt::Scheme>(flags & 3), flag(3), flag(4), flag(5)};
   const std::int32_t width = 1 + (in.u8() | (in.u8() & 3) << 8);
-  Rows given = decode(in.rest(), coding, width, flag(6) ? CcittRows::runs : CcittRows::bits);
+  const FaxStrip strip{coding, flag(2), width};
+  Rows given = decode(in.rest(), strip, flag(6) ? FaxRows::runs : FaxRows::bits);
   if (given.rows.empty()) return;
   if (flag(7)) given.lists = &in;
-  const Memory coded = encode(given, coding);
-  Rows again = decode(coded, coding, width, CcittRows::bits);
+  const Memory coded = encode(given, strip);
+  Rows again = decode(coded, strip, FaxRows::bits);
   // Bits that fill the last byte may be taken for another row.
   TQ_CLAIM(again.rows.size() >= given.rows.size());
   again.rows.resize(given.rows.size());
-  TQ_CLAIM(flag(7) ? encode(again, coding) == coded : again.rows == given.rows);
+  TQ_CLAIM(flag(7) ? encode(again, strip) == coded : again.rows == given.rows);
 }
 
 }  // namespace tq::fuzz

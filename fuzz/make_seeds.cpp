@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "formats/pdf/pdf.h"
 #include "fuzz/decode_settings.h"
 #include "fuzz/fuzz_support.h"
@@ -138,15 +138,18 @@ void write_corpus_seeds(const std::string& corpus) {
 
 void write_ccitt_seeds() {
   for (int variant = 0; variant < 64; ++variant) {
-    const tq::formats::CcittCoding coding{static_cast<tq::formats::CcittScheme>(variant & 3),
-                                          (variant & 4) != 0, (variant & 8) != 0,
-                                          (variant & 16) != 0, (variant & 32) != 0};
+    const auto flag = [&](int bit) { return (variant >> bit & 1) != 0; };
     const int width = 40 + 13 * variant;
+    const tq::formats::FaxStrip strip{
+        .coding = {static_cast<tq::ccitt::Scheme>(variant & 3), flag(3), flag(4), flag(5)},
+        .lsb_first = flag(2),
+        .width = width,
+        .rows = 12};
     Bytes block(10000);
     tq::open_memory_stream(block.data(), block.size());
-    tq::formats::CcittEncoder encoder;
-    all_written = all_written && encoder.open(coding, width).ok() &&
-                  encoder.encode(tq::kMemoryStream, {stripes, nullptr}, {0, 12}).ok();
+    tq::StreamWriter out;
+    all_written = all_written && out.open(tq::kMemoryStream).ok() &&
+                  encode_fax_strip(out, strip, {stripes, nullptr}).ok() && out.flush().ok();
     block.resize(static_cast<std::size_t>(tq::memory_position()));
     const Bytes settings = {static_cast<std::uint8_t>(variant),
                             static_cast<std::uint8_t>(width - 1),

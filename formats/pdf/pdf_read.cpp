@@ -4,7 +4,7 @@
 #include <array>
 
 #include "core/memory.h"
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
 #include "formats/pdf/pdf_text.h"
@@ -165,11 +165,10 @@ Status decode_ccitt(const DecodeRequest& request, const PdfImage& image) {
   block.palette[1] = {255, 255, 255, 0};
   TQ_TRY(request.sink.header(block));
   ChunkReader input;
-  TQ_TRY(input.open(request.stream, kCcittChunk));
-  CcittDecoder decoder;
-  TQ_TRY(decoder.open({.scheme = CcittScheme::group4}, image.width, CcittRows::bits));
-  const Status rows = decoder.decode(input, INT32_MAX, {0, image.height}, request.sink);
-  return rows.failed() ? rows : kOk;
+  TQ_TRY(input.open(request.stream, kFaxChunk));
+  const FaxStrip strip{.width = image.width, .rows = image.height};
+  TQ_TRY(decode_fax_strip(input, INT32_MAX, strip, FaxRows::bits, request.sink));
+  return kOk;
 }
 
 Status decode_by_own_reader(const DecodeRequest& request) {

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "core/memory.h"
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
 #include "formats/pdf/pdf_existing.h"
@@ -109,11 +109,13 @@ Status PageWriter::write_pixels(std::int32_t& bytes) {
   TQ_TRY(out_.flush());
   const BitmapInfoHeader& header = request_.image->header;
   if (in_black_and_white()) {
-    CcittEncoder encoder;
-    TQ_TRY(encoder.open({.scheme = CcittScheme::group4}, header.biWidth));
-    const Status written = encoder.encode(request_.stream, request_.rows, {0, header.biHeight});
-    TQ_TRY(written);
-    bytes = written.raw();
+    StreamWriter pixels;
+    TQ_TRY(pixels.open(request_.stream, kFaxChunk));
+    const FaxStrip strip{.width = header.biWidth, .rows = header.biHeight};
+    TQ_TRY(encode_fax_strip(pixels, strip, request_.rows));
+    TQ_TRY(pixels.flush());
+    if (pixels.count() > INT32_MAX) return StatusCode::write_failed;
+    bytes = static_cast<std::int32_t>(pixels.count());
   } else {
     TQ_TRY(jpeg::encode_jpeg(request_));
     const std::int64_t length = tq::position(request_.stream) - out_.position();

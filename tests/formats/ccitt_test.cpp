@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "tests/support/collecting_sink.h"
 #include "tests/support/digest.h"
 #include "tests/support/fax_page.h"
@@ -13,11 +13,10 @@
 namespace tq::test {
 namespace {
 
-using formats::CcittCoding;
-using formats::CcittDecoder;
-using formats::CcittEncoder;
-using formats::CcittRows;
-using formats::CcittScheme;
+using ccitt::Coding;
+using ccitt::Scheme;
+using formats::FaxRows;
+using formats::FaxStrip;
 
 std::int32_t rows_of(const Page& page) {
   return static_cast<std::int32_t>(page.size());
@@ -26,30 +25,37 @@ std::int32_t width_of(const Page& page) {
   return static_cast<std::int32_t>(page[0].size());
 }
 
-Bytes encoded(const CcittCoding& coding, const Page& page, bool lists) {
+Status encode(StreamHandle stream, FaxStrip strip, std::int32_t width, std::int32_t rows,
+              const formats::RowSupplier& supplier) {
+  StreamWriter out;
+  TQ_TRY(out.open(stream, formats::kFaxChunk));
+  strip.width = width;
+  strip.rows = rows;
+  TQ_TRY(encode_fax_strip(out, strip, supplier));
+  return out.flush();
+}
+
+Bytes encoded(const FaxStrip& strip, const Page& page, bool lists) {
   PageSupplier rows(page, lists);
   const MemoryFile file;
-  CcittEncoder encoder;
-  EXPECT_EQ(encoder.open(coding, width_of(page)), kOk);
-  const Status written = encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, rows_of(page)});
-  EXPECT_EQ(written.raw(), static_cast<std::int32_t>(file.bytes.size()));
+  EXPECT_EQ(encode(MemoryFile::kHandle, strip, width_of(page), rows_of(page), rows.supplier()),
+            kOk);
   return file.bytes;
 }
 
-std::vector<Bytes> decoded(const CcittCoding& coding, const Bytes& data, std::int32_t width,
-                           std::int32_t rows, CcittRows delivery = CcittRows::bits) {
+std::vector<Bytes> decoded(FaxStrip strip, const Bytes& data, std::int32_t width, std::int32_t rows,
+                           FaxRows delivery = FaxRows::bits) {
   open_memory_stream(const_cast<std::uint8_t*>(data.data()), data.size());
   ChunkReader input;
-  CcittDecoder decoder;
   CollectingSink sink;
   EXPECT_EQ(input.open(kMemoryStream, 1), kOk);
-  EXPECT_EQ(decoder.open(coding, width, delivery), kOk);
-  const auto size = static_cast<std::int64_t>(data.size());
-  const Status status = decoder.decode(input, size, {0, rows}, sink.sink());
-  EXPECT_EQ(status.raw(), static_cast<std::int32_t>(sink.rows.size()));
+  strip.width = width;
+  strip.rows = rows;
+  const Status status = decode_fax_strip(input, std::ssize(data), strip, delivery, sink.sink());
+  EXPECT_EQ(status.raw(), std::ssize(sink.rows));
   std::vector<Bytes> image;
   for (const CollectedRow& row : sink.rows) {
-    EXPECT_EQ(row.y, static_cast<std::int32_t>(image.size()));
+    EXPECT_EQ(row.y, std::ssize(image));
     image.push_back(row.bytes);
   }
   return image;
@@ -95,36 +101,36 @@ std::vector<Page> all_pages() {
 // The digests are those of a plain model of the standard. libtiff, Pillow and leptonica read such
 // data, and libtiff writes the same for Group 4: tests/peers.
 TEST(Ccitt, CodesAreThoseOfTheStandardAndReadBack) {
-  const std::pair<CcittCoding, std::uint64_t> codings[] = {
-      {{CcittScheme::huffman}, 0x590C162D7C4F87D5},
-      {{CcittScheme::group4}, 0x7EEB27AB772703E4},
-      {{CcittScheme::group4, true}, 0xDCD7350EC28AD4F5},
-      {{CcittScheme::group4, false, true, false, true}, 0x7BAA5A4CC7B1FB20},
-      {{CcittScheme::group3_1d, false, false, false, true}, 0xF90A025863C6FBC},
-      {{CcittScheme::group3_1d, false, false, true, true}, 0x4AB4F6471C956FA2},
-      {{CcittScheme::group3_1d, false, true, false, false}, 0x590C162D7C4F87D5},
-      {{CcittScheme::group3_1d, false, true, true, false}, 0xD8398BE82C5E67D7},
-      {{CcittScheme::group3_2d, false, false, false, false, 4}, 0xA8849B33A636DAA4},
-      {{CcittScheme::group3_2d, false, false, true, false, 4}, 0x61BB25585058AF33},
-      {{CcittScheme::group3_2d, false, true, false, true, 4}, 0x6C494F0971D8DEEB},
-      {{CcittScheme::group3_2d, false, true, true, true, 4}, 0x582C81E847EE69FF},
-      {{CcittScheme::group3_2d, true, false, true, true, 2}, 0x3108A5A80490EDD2},
+  const std::pair<FaxStrip, std::uint64_t> strips[] = {
+      {{{Scheme::huffman}}, 0x590C162D7C4F87D5},
+      {{{Scheme::group4}}, 0x7EEB27AB772703E4},
+      {{{Scheme::group4}, true}, 0xDCD7350EC28AD4F5},
+      {{{Scheme::group4, true, false, true}}, 0x7BAA5A4CC7B1FB20},
+      {{{Scheme::group3_1d, false, false, true}}, 0xF90A025863C6FBC},
+      {{{Scheme::group3_1d, false, true, true}}, 0x4AB4F6471C956FA2},
+      {{{Scheme::group3_1d, true, false, false}}, 0x590C162D7C4F87D5},
+      {{{Scheme::group3_1d, true, true, false}}, 0xD8398BE82C5E67D7},
+      {{{Scheme::group3_2d, false, false, false, 4}}, 0xA8849B33A636DAA4},
+      {{{Scheme::group3_2d, false, true, false, 4}}, 0x61BB25585058AF33},
+      {{{Scheme::group3_2d, true, false, true, 4}}, 0x6C494F0971D8DEEB},
+      {{{Scheme::group3_2d, true, true, true, 4}}, 0x582C81E847EE69FF},
+      {{{Scheme::group3_2d, false, true, true, 2}, true}, 0x3108A5A80490EDD2},
   };
   const std::vector<Page> pages = all_pages();
-  for (const auto& tested : codings) {
-    const CcittCoding& coding = tested.first;
+  for (const auto& tested : strips) {
+    const FaxStrip& strip = tested.first;
     Digest digest;
     for (const Page& page : pages) {
       SCOPED_TRACE(testing::Message()
-                   << width_of(page) << " wide, scheme " << static_cast<int>(coding.scheme));
-      const Bytes data = encoded(coding, page, false);
+                   << width_of(page) << " wide, scheme " << static_cast<int>(strip.coding.scheme));
+      const Bytes data = encoded(strip, page, false);
       digest.add(data);
-      ASSERT_EQ(encoded(coding, page, true), data);
-      const auto rows = [&](CcittRows delivery) {
-        return decoded(coding, data, width_of(page), rows_of(page), delivery);
+      ASSERT_EQ(encoded(strip, page, true), data);
+      const auto rows = [&](FaxRows delivery) {
+        return decoded(strip, data, width_of(page), rows_of(page), delivery);
       };
-      ASSERT_EQ(rows(CcittRows::bits), bits_of(page));
-      ASSERT_EQ(rows(CcittRows::runs), lists_of(page));
+      ASSERT_EQ(rows(FaxRows::bits), bits_of(page));
+      ASSERT_EQ(rows(FaxRows::runs), lists_of(page));
     }
     EXPECT_EQ(digest.value(), tested.second);
   }
@@ -147,9 +153,7 @@ TEST(Ccitt, ListsOfSuppliersAreTakenAsFarAsTheyAscend) {
       return static_cast<std::int32_t>(4 * static_cast<Words*>(words)->size());
     };
     const MemoryFile file;
-    CcittEncoder encoder;
-    ASSERT_EQ(encoder.open({}, 8), kOk);
-    EXPECT_GT(encoder.encode(MemoryFile::kHandle, {supply, &list}, {0, 1}).raw(), 0);
+    EXPECT_EQ(encode(MemoryFile::kHandle, {}, 8, 1, {supply, &list}), kOk);
     EXPECT_EQ(file.bytes, encoded({}, {row}, false)) << testing::PrintToString(list);
   }
 }
@@ -168,17 +172,17 @@ Bytes packed(std::string bits) {
 TEST(Ccitt, UnusualCodesAreRead) {
   struct Case {
     const char* what;
-    CcittScheme scheme;
+    Scheme scheme;
     const char* bits;
     Bytes rows;
   };
-  constexpr auto kGroup4 = CcittScheme::group4, k1d = CcittScheme::group3_1d;
+  constexpr auto kGroup4 = Scheme::group4, k1d = Scheme::group3_1d;
   // clang-format off
   const Case cases[] = {
       {"a run of 0 in the middle: white 2, black 0, white 2, black 1, the end as it was", kGroup4, "001 0111 0000110111 001 0111 010 1", {0xF7}},
       {"a run of 0 in place of the rest", k1d, "10110000110111 0000110111", {}},
       {"fill in front of the end of a line, no end of the page", k1d, "000000000001 10011 0000000000000000000000000001 00110101 000101 000000000001", {0xFF, 0x00}},
-      {"two-dimensional rows without ends of lines", CcittScheme::group3_2d, "1 1011 011 0 1 1", {0xF0, 0xF0}},
+      {"two-dimensional rows without ends of lines", Scheme::group3_2d, "1 1011 011 0 1 1", {0xF0, 0xF0}},
       {"a run one pixel longer than the row", k1d, "10100", {}},
       {"data behind the end of the page", k1d, "10011 000000000001 000000000001 000000000001 000000000001 000000000001 000000000001 10011", {0xFF}},
       {"uncompressed mode is refused", kGroup4, "1 0000001111 1", {0xFF}},
@@ -190,7 +194,7 @@ TEST(Ccitt, UnusualCodesAreRead) {
   for (const Case& given : cases) {
     std::vector<Bytes> rows;
     for (const std::uint8_t row : given.rows) rows.push_back({row, 0xFF, 0xFF, 0xFF});
-    EXPECT_EQ(decoded({given.scheme}, packed(given.bits), 8, 5), rows) << given.what;
+    EXPECT_EQ(decoded({{given.scheme}}, packed(given.bits), 8, 5), rows) << given.what;
   }
 }
 
@@ -199,20 +203,20 @@ TEST(Ccitt, UnusualCodesAreRead) {
 TEST(Ccitt, RunsOfNoLengthStayInTheReferenceRow) {
   const std::string none = "00110101 0000110111", black = "0001000 0000100";  // 0 and 0, 20 and 10
   const std::string passing = "0001 001" + black + "1", same = "111", white_34 = "00010011";
-  const std::pair<CcittScheme, std::string> cases[] = {
-      {CcittScheme::group4, "001" + none + "001" + black + "1" + passing + same},
-      {CcittScheme::group3_2d, "1" + none + black + white_34 + "0" + passing + "0" + same}};
+  const std::pair<Scheme, std::string> cases[] = {
+      {Scheme::group4, "001" + none + "001" + black + "1" + passing + same},
+      {Scheme::group3_2d, "1" + none + black + white_34 + "0" + passing + "0" + same}};
   Pixels row(64);
   std::fill_n(row.begin() + 20, 10, true);
   for (const auto& [scheme, bits] : cases) {
-    for (const CcittRows delivery : {CcittRows::bits, CcittRows::runs}) {
-      EXPECT_EQ(decoded({scheme}, packed(bits), 64, 5, delivery),
-                delivery == CcittRows::bits ? bits_of(Page(3, row)) : lists_of(Page(3, row)));
+    for (const FaxRows delivery : {FaxRows::bits, FaxRows::runs}) {
+      EXPECT_EQ(decoded({{scheme}}, packed(bits), 64, 5, delivery),
+                delivery == FaxRows::bits ? bits_of(Page(3, row)) : lists_of(Page(3, row)));
     }
   }
   std::string too_many;
   for (int i = 0; i < 600; ++i) too_many += "001" + none;
-  EXPECT_EQ(decoded({CcittScheme::group4}, packed(too_many + "1"), 8, 5), std::vector<Bytes>());
+  EXPECT_EQ(decoded({}, packed(too_many + "1"), 8, 5), std::vector<Bytes>());
 }
 
 // How many rows at the beginning and at the end are as they should be.
@@ -230,24 +234,24 @@ std::size_t intact(const std::vector<Bytes>& rows, const std::vector<Bytes>& exp
 TEST(Ccitt, DamageLeavesTheOtherRows) {
   const Page page = printed_page(120, 20, 9, 11);
   const auto expected = bits_of(page);
-  for (const CcittScheme scheme : {CcittScheme::huffman, CcittScheme::group3_1d,
-                                   CcittScheme::group3_2d, CcittScheme::group4}) {
-    const bool resumes = scheme == CcittScheme::group3_1d || scheme == CcittScheme::group3_2d;
-    const CcittCoding coding{scheme, false, false, true, resumes, 4};
-    const Bytes data = encoded(coding, page, true);
-    const std::size_t most_lost = scheme == CcittScheme::group3_1d ? 3 : 6;
+  for (const Scheme scheme :
+       {Scheme::huffman, Scheme::group3_1d, Scheme::group3_2d, Scheme::group4}) {
+    const bool resumes = scheme == Scheme::group3_1d || scheme == Scheme::group3_2d;
+    const FaxStrip strip{{scheme, false, true, resumes, 4}};
+    const Bytes data = encoded(strip, page, true);
+    const std::size_t most_lost = scheme == Scheme::group3_1d ? 3 : 6;
     for (std::size_t bit = 0; bit < 8 * data.size(); ++bit) {
       SCOPED_TRACE(bit);
-      const auto cut = decoded(coding, Bytes(data.begin(), data.begin() + bit / 8), 120, 20);
-      ASSERT_TRUE(std::equal(cut.begin(), cut.end(), expected.begin()));
+      const auto truncated = decoded(strip, Bytes(data.begin(), data.begin() + bit / 8), 120, 20);
+      ASSERT_TRUE(std::equal(truncated.begin(), truncated.end(), expected.begin()));
       Bytes damaged = data;
       damaged[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> bit % 8);
-      const auto rows = decoded(coding, damaged, 120, 21);
+      const auto rows = decoded(strip, damaged, 120, 21);
       if (resumes) {
         ASSERT_GE(rows.size() + 1, expected.size());
         ASSERT_GE(intact(rows, expected) + most_lost, expected.size());
       } else {
-        ASSERT_GE(intact(rows, expected), cut.size());
+        ASSERT_GE(intact(rows, expected), truncated.size());
       }
     }
   }
@@ -260,9 +264,7 @@ TEST(Ccitt, FailuresOfTheEncodersCallersPassThrough) {
   const auto encode_into = [&](std::size_t room) {
     Bytes block(room);
     open_memory_stream(block.data(), block.size());
-    CcittEncoder encoder;
-    EXPECT_EQ(encoder.open({}, 2000), kOk);
-    return encoder.encode(kMemoryStream, rows.supplier(), {0, 600});
+    return encode(kMemoryStream, {}, 2000, 600, rows.supplier());
   };
   ASSERT_GT(size, 65537u);  // more than one buffer
   for (const std::size_t room :

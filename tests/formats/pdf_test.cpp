@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "core/memory.h"
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
 #include "tests/support/bmp_file.h"
@@ -54,9 +54,11 @@ std::string pixels_of(const Picture& picture) {
   const MemoryFile file;
   if (picture.bits == 1) {
     GivenRows rows(rows_of(picture));
-    formats::CcittEncoder encoder;
-    EXPECT_EQ(encoder.open({}, picture.width), kOk);
-    EXPECT_TRUE(encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, picture.height}).ok());
+    StreamWriter out;
+    EXPECT_EQ(out.open(MemoryFile::kHandle), kOk);
+    const formats::FaxStrip strip{.width = picture.width, .rows = picture.height};
+    EXPECT_EQ(encode_fax_strip(out, strip, rows.supplier()), kOk);
+    EXPECT_EQ(out.flush(), kOk);
   } else {
     EXPECT_EQ(encode(jpeg::encode_jpeg, picture), kOk);
   }

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "formats/ccitt/ccitt.h"
+#include "formats/fax.h"
 #include "tests/support/collecting_sink.h"
 #include "tests/support/fax_page.h"
 #include "tests/support/memory_file.h"
@@ -14,13 +14,12 @@ namespace tq::test {
 namespace {
 
 struct Coder {
-  formats::CcittCoding coding;
-  std::int32_t width, height;
+  formats::FaxStrip strip;
 
-  std::size_t stride() const { return (static_cast<std::size_t>(width) + 7) / 8; }
+  std::size_t stride() const { return (static_cast<std::size_t>(strip.width) + 7) / 8; }
 
   bool encode(Bytes& bytes) const {
-    Page page(static_cast<std::size_t>(height), Pixels(static_cast<std::size_t>(width)));
+    Page page(static_cast<std::size_t>(strip.rows), Pixels(static_cast<std::size_t>(strip.width)));
     for (std::size_t y = 0; y < page.size(); ++y) {
       for (std::size_t x = 0; x < page[y].size(); ++x) {
         page[y][x] = (bytes.at(y * stride() + x / 8) << x % 8 & 0x80) != 0;
@@ -28,9 +27,9 @@ struct Coder {
     }
     PageSupplier rows(page, true);
     const MemoryFile file;
-    formats::CcittEncoder encoder;
-    const bool done = encoder.open(coding, width).ok() &&
-                      encoder.encode(MemoryFile::kHandle, rows.supplier(), {0, height}).ok();
+    StreamWriter out;
+    const bool done = out.open(MemoryFile::kHandle).ok() &&
+                      encode_fax_strip(out, strip, rows.supplier()).ok() && out.flush().ok();
     bytes = file.bytes;
     return done;
   }
@@ -38,11 +37,10 @@ struct Coder {
   bool decode(Bytes& bytes) const {
     const MemoryFile file(bytes);
     ChunkReader input;
-    formats::CcittDecoder decoder;
     CollectingSink sink;
-    if (input.open(MemoryFile::kHandle, formats::kCcittChunk).failed() ||
-        decoder.open(coding, width, formats::CcittRows::bits).failed() ||
-        decoder.decode(input, INT32_MAX, {0, height}, sink.sink()).raw() != height) {
+    if (input.open(MemoryFile::kHandle, formats::kFaxChunk).failed() ||
+        decode_fax_strip(input, INT32_MAX, strip, formats::FaxRows::bits, sink.sink()).raw() !=
+            strip.rows) {
       return false;
     }
     bytes.clear();
@@ -62,10 +60,11 @@ int main(int argc, char** argv) {
   using namespace tq::test;
   if (argc != 6) return 2;
   const auto has = [&](char option) { return std::strchr(argv[3], option) != nullptr; };
-  const Coder coder{{static_cast<tq::formats::CcittScheme>(std::atoi(argv[2])), has('l'), has('a'),
-                     has('e'), has('b')},
-                    std::atoi(argv[4]),
-                    std::atoi(argv[5])};
+  const auto scheme = static_cast<tq::ccitt::Scheme>(std::atoi(argv[2]));
+  const Coder coder{{.coding = {scheme, has('a'), has('e'), has('b')},
+                     .lsb_first = has('l'),
+                     .width = std::atoi(argv[4]),
+                     .rows = std::atoi(argv[5])}};
   Bytes bytes;
   for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
     bytes.push_back(static_cast<std::uint8_t>(byte));

@@ -1,14 +1,20 @@
-// Code words as the standards print them, and the tables made of them while compiling.
-#include "formats/ccitt/ccitt_codes.h"
+// The code words of ITU-T T.4 and T.6, as the standards print them and as numbers.
+#pragma once
 
+#include <array>
+#include <cstdint>
+#include <iterator>
 #include <string_view>
 
-namespace tq::formats {
-namespace {
+#include "core/numbers.h"
+
+namespace tq::ccitt {
+
+namespace words {
 
 // clang-format off
 // ITU-T T.4, tables 2 and 3a: runs of 0 .. 63 pixels, then of 64, 128 .. 1728.
-constexpr std::array<std::string_view, 91> kWhite = {
+inline constexpr std::array<std::string_view, 91> kWhite = {
     "00110101", "000111", "0111", "1000", "1011", "1100", "1110", "1111",
     "10011", "10100", "00111", "01000", "001000", "000011", "110100", "110101",
     "101010", "101011", "0100111", "0001100", "0001000", "0010111", "0000011", "0000100",
@@ -22,7 +28,7 @@ constexpr std::array<std::string_view, 91> kWhite = {
     "011010110", "011010111", "011011000", "011011001", "011011010", "011011011", "010011000", "010011001",
     "010011010", "011000", "010011011",
 };
-constexpr std::array<std::string_view, 91> kBlack = {
+inline constexpr std::array<std::string_view, 91> kBlack = {
     "0000110111", "010", "11", "10", "011", "0011", "0010",
     "00011", "000101", "000100", "0000100", "0000101", "0000111", "00000100",
     "00000111", "000011000", "0000010111", "0000011000", "0000001000", "00001100111", "00001101000",
@@ -38,66 +44,51 @@ constexpr std::array<std::string_view, 91> kBlack = {
     "0000001010011", "0000001010100", "0000001010101", "0000001011010", "0000001011011", "0000001100100", "0000001100101",
 };
 // ITU-T T.4, table 3b: 1792 .. 2560 pixels, either colour.
-constexpr std::array<std::string_view, 13> kLong = {
+inline constexpr std::array<std::string_view, 13> kLong = {
     "00000001000", "00000001100", "00000001101", "000000010010", "000000010011", "000000010100", "000000010101",
     "000000010110", "000000010111", "000000011100", "000000011101", "000000011110", "000000011111",
 };
 // clang-format on
 
-constexpr CcittCode parse(std::string_view word) {
-  CcittCode code{0, static_cast<std::uint8_t>(word.size())};
-  for (const char bit : word) code.bits = static_cast<std::uint16_t>(code.bits << 1 | (bit - '0'));
-  return code;
-}
+}  // namespace words
 
-constexpr std::array<CcittCode, kRunCodes> run_codes(
-    const std::array<std::string_view, 91>& words) {
-  std::array<CcittCode, kRunCodes> codes{};
-  for (std::size_t i = 0; i < words.size(); ++i) codes[i] = parse(words[i]);
-  for (std::size_t i = 0; i < kLong.size(); ++i) codes[words.size() + i] = parse(kLong[i]);
-  return codes;
-}
+struct Code {
+  std::uint16_t bits;
+  std::uint8_t length;
+};
 
-constexpr int run_of(int index) {
-  return index < 64 ? index : (index - 63) * 64;
-}
+inline constexpr int kLongestMakeUp = 2560;
+inline constexpr int kRunCodes = 64 + kLongestMakeUp / 64;  // runs 0 .. 63, then 64, 128, ..
 
-constexpr RunTable run_table(const std::array<CcittCode, kRunCodes>& codes) {
-  RunTable table{};
-  for (int i = 0; i < kRunCodes; ++i) {
-    const CcittCode code = codes[static_cast<std::size_t>(i)];
-    const int open_bits = kLongestRunCode - code.length;
-    for (int rest = 0; rest < 1 << open_bits; ++rest) {
-      table[static_cast<std::size_t>(code.bits << open_bits | rest)] =
-          static_cast<std::uint16_t>(run_of(i) << 4 | code.length);
+inline constexpr Code kEol{1, 12};
+inline constexpr int kEolsAtEnd = 6;  // in a row: the end of a Group 3 page
+inline constexpr Code kPass{1, 4};
+inline constexpr Code kHorizontal{1, 3};
+// By the distance a1 - b1 + 3.
+inline constexpr std::array<Code, 7> kVertical = {Code{2, 7}, {2, 6}, {2, 3}, {1, 1},
+                                                  {3, 3},     {3, 6}, {3, 7}};
+
+using RunCodes = std::array<Code, kRunCodes>;
+
+// By colour: white, black.
+inline constexpr std::array<RunCodes, 2> kRunCode = [] {
+  std::array<RunCodes, 2> codes{};
+  for (int colour = 0; colour < 2; ++colour) {
+    const auto& runs = colour == 0 ? words::kWhite : words::kBlack;
+    for (int i = 0; i < kRunCodes; ++i) {
+      const auto shorter = std::ssize(runs);
+      const std::string_view printed = i < shorter ? runs[i] : words::kLong[i - shorter];
+      Code& code = codes[colour][i];
+      code.length = byte(printed.size());
+      for (const char bit : printed) code.bits = word(code.bits << 1 | (bit - '0'));
     }
   }
-  return table;
+  return codes;
+}();
+
+// The run of the i-th code.
+constexpr int run_of(int i) {
+  return i < 64 ? i : (i - 63) * 64;
 }
 
-constexpr void enter(ModeTable& table, CcittCode code, CcittMode mode, int distance) {
-  const int open_bits = kLongestModeCode - code.length;
-  for (int rest = 0; rest < 1 << open_bits; ++rest) {
-    table[static_cast<std::size_t>(code.bits << open_bits | rest)] = {
-        mode, code.length, static_cast<std::int8_t>(distance)};
-  }
-}
-
-constexpr ModeTable mode_table() {
-  ModeTable table{};
-  enter(table, kPass, CcittMode::pass, 0);
-  enter(table, kHorizontal, CcittMode::horizontal, 0);
-  for (int distance = -3; distance <= 3; ++distance) {
-    enter(table, kVertical[distance + 3], CcittMode::vertical, distance);
-  }
-  return table;
-}
-
-}  // namespace
-
-constexpr std::array<std::array<CcittCode, kRunCodes>, 2> kRunCode = {run_codes(kWhite),
-                                                                      run_codes(kBlack)};
-constexpr std::array<RunTable, 2> kRunTable = {run_table(kRunCode[0]), run_table(kRunCode[1])};
-constexpr ModeTable kModeTable = mode_table();
-
-}  // namespace tq::formats
+}  // namespace tq::ccitt

@@ -1,0 +1,286 @@
+// From code words to transitions.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <utility>
+
+#include "coding/ccitt/ccitt.h"
+#include "coding/ccitt/codes.h"
+
+namespace tq::ccitt {
+namespace {
+
+constexpr int kLongestRunCode = 13;   // bits
+constexpr int kLongestModeCode = 7;   // bits
+constexpr int kTerminators = 4;       // entries behind the last run end that are the width
+constexpr int kMostEmptyRuns = 1024;  // of a row, beside those of a pixel and more
+constexpr int kEolZeros = 11;         // bits of 0 before the 1 that ends an end-of-line code
+
+// Calls enter(index, code) for all indices of `index_bits` bits that begin with the code.
+template <class Enter>
+constexpr void for_each_index(Code code, int index_bits, Enter enter) {
+  const int open_bits = index_bits - code.length;
+  for (int rest = 0; rest < 1 << open_bits; ++rest) enter(code.bits << open_bits | rest);
+}
+
+// A run looked up by the next 13 bits: its length in pixels, 64 and more being make-up codes, above
+// its code's length in the low four bits. 0: no code begins like this.
+using RunTable = std::array<std::uint16_t, 1 << kLongestRunCode>;
+
+constexpr RunTable run_table(const RunCodes& codes) {
+  RunTable table{};
+  for (int i = 0; i < kRunCodes; ++i) {
+    for_each_index(codes[i], kLongestRunCode,
+                   [&](int index) { table[index] = word(run_of(i) << 4 | codes[i].length); });
+  }
+  return table;
+}
+constexpr std::array<RunTable, 2> kRunTable = {run_table(kRunCode[0]), run_table(kRunCode[1])};
+
+enum class Mode : std::uint8_t { none, pass, horizontal, vertical };
+
+// A mode looked up by the next 7 bits. `none`: an extension, an end of block, or no code at all.
+struct ModeEntry {
+  Mode mode = Mode::none;
+  std::uint8_t length = 0;
+  std::int8_t distance = 0;
+};
+
+constexpr auto kModeTable = [] {
+  std::array<ModeEntry, 1 << kLongestModeCode> table{};
+  const auto enter = [&](Code code, Mode mode, std::int8_t distance) {
+    for_each_index(code, kLongestModeCode, [&](int index) {
+      table[index] = {mode, code.length, distance};
+    });
+  };
+  enter(kPass, Mode::pass, 0);
+  enter(kHorizontal, Mode::horizontal, 0);
+  for (std::int8_t distance = -3; distance <= 3; ++distance) {
+    enter(kVertical[distance + 3], Mode::vertical, distance);
+  }
+  return table;
+}();
+
+// The ends of a row's runs while they are decoded, colours by turns; those of runs without length
+// stay, because the next row may refer to them.
+struct RunsInProgress {
+  std::int32_t* ends;
+  std::int32_t count = 0;
+  int empty_runs = 0;
+
+  int colour() const { return count & 1; }  // 1: black
+  bool add(std::int32_t end) {
+    if (count > 0 && ends[count - 1] == end) {
+      if (++empty_runs > kMostEmptyRuns) return false;
+    }
+    ends[count++] = end;
+    return true;
+  }
+};
+
+// Leaves out pairs at one place, so that what is left ascends. Returns how many that are.
+std::int32_t drop_empty_runs(std::span<const std::int32_t> ends, std::int32_t* out) {
+  std::int32_t kept = 0;
+  for (const std::int32_t end : ends) {
+    if (kept > 0 && out[kept - 1] == end)
+      --kept;
+    else
+      out[kept++] = end;
+  }
+  return kept;
+}
+
+// Adds a run of this colour to `position`; false when there is none or it leaves the row.
+bool take_run(BitReader& reader, int colour, std::int32_t width, std::int32_t& position) {
+  const RunTable& table = kRunTable[colour];
+  std::int32_t run = 0;
+  do {
+    reader.fill();
+    const int entry = table[reader.peek(kLongestRunCode)];
+    if (entry == 0) return false;
+    reader.skip(entry & 15);
+    run = entry >> 4;
+    if (run > width - position) return false;
+    position += run;
+  } while (run >= 64);
+  return true;
+}
+
+// Skips bits until the next are an end-of-line code; false at the end of the data.
+bool find_eol(BitReader& reader) {
+  while (true) {
+    reader.fill();
+    if (reader.at_end()) return false;
+    const int zeros = std::countl_zero(reader.bits() | 1);
+    if (zeros < kEolZeros) {
+      // Up to the last 1 of the bits looked at there is no place for the zeros to begin.
+      reader.skip(kEolZeros - std::countr_zero(reader.peek(kEolZeros)));
+    } else {
+      reader.skip(std::min(zeros, BitReader::kAhead) - kEolZeros);
+      if (zeros < BitReader::kAhead) return true;
+    }
+  }
+}
+
+// An end-of-line code with the zeros that fill it up; false, taking nothing or the rest of the
+// data, when there is none.
+bool take_eol(BitReader& reader) {
+  reader.fill();
+  if (reader.peek(kEolZeros) != 0) return false;
+  while (reader.peek(kEolZeros) == 0) {
+    if (reader.at_end()) return false;
+    reader.skip(kEolZeros);
+    reader.fill();
+  }
+  reader.skip(std::countl_zero(reader.bits()) + 1);
+  return true;
+}
+
+}  // namespace
+
+Status Decoder::open(const Coding& coding, std::int32_t width) {
+  coding_ = coding;
+  width_ = width;
+  const std::int64_t most_entries = std::int64_t{width} + 1 + kMostEmptyRuns + kTerminators;
+  TQ_TRY(runs_.ends.allocate(most_entries));
+  return reference_.ends.allocate(most_entries);
+}
+
+void Decoder::start(coding::PieceSource data) {
+  reader_ = BitReader(data);
+  close_row(reference_, 0, true);
+  reference_is_good_ = true;
+}
+
+// Completes a row behind its last run end.
+void Decoder::close_row(Runs& runs, std::int32_t count, bool ascend) const {
+  while (count > 0 && runs.ends[count - 1] >= width_) --count;
+  std::fill_n(runs.ends.data() + count, kTerminators, width_);
+  runs.count = count;
+  runs.ascend = ascend;
+}
+
+std::span<const std::int32_t> Decoder::row() {
+  const auto ends = reference_.ends.pixels().first(reference_.count);
+  if (reference_.ascend) return ends;
+  // Where the next row will be decoded there is room.
+  return runs_.ends.pixels().first(drop_empty_runs(ends, runs_.ends.data()));
+}
+
+// A row that stands for itself.
+bool Decoder::decode_runs() {
+  BitReader reader = reader_;
+  RunsInProgress row{runs_.ends.data()};
+  std::int32_t position = 0;
+  bool valid = true;
+  while (valid && position < width_) {
+    valid = take_run(reader, row.colour(), width_, position) && row.add(position);
+  }
+  reader_ = reader;
+  close_row(runs_, row.count, row.empty_runs == 0);
+  return valid;
+}
+
+// A row that refers to the one before. b1 is that one's first run end behind a0 to the opposite
+// colour, at the beginning of the row even one at 0; the standard's names.
+bool Decoder::decode_modes() {
+  BitReader reader = reader_;
+  RunsInProgress row{runs_.ends.data()};
+  const std::int32_t width = width_;
+  const std::int32_t* const reference = reference_.ends.data();
+  const std::int32_t* b1 = reference;
+  const int most_same = reference_.ascend ? BitReader::kAhead : 0;
+  std::int32_t a0 = 0;
+  bool valid = true;
+  while (a0 < width) {
+    reader.fill();
+    // Most transitions lie right below one of the row before, each said by a single bit. Where run
+    // ends there are not all different, each step has to look for b1.
+    const int same = std::min(std::countl_one(reader.bits()), most_same);
+    int taken = 0;
+    while (taken < same && a0 < width) {
+      a0 = *b1++;
+      row.ends[row.count++] = a0;
+      ++taken;
+    }
+    reader.skip(taken);
+    if (taken == BitReader::kAhead || a0 >= width) continue;
+
+    reader.fill();
+    const ModeEntry mode = kModeTable[reader.peek(kLongestModeCode)];
+    reader.skip(mode.length);
+    if (mode.mode == Mode::vertical) {
+      const std::int32_t a1 = *b1 + mode.distance;
+      valid = a1 >= a0 && a1 <= width && row.add(a1);
+      a0 = a1;
+      b1 += mode.distance < 0 && b1 != reference ? -1 : 1;
+    } else if (mode.mode == Mode::horizontal) {
+      const int colour = row.colour();
+      valid = take_run(reader, colour, width, a0) && row.add(a0) &&
+              take_run(reader, 1 - colour, width, a0) && row.add(a0);
+    } else if (mode.mode == Mode::pass) {
+      a0 = b1[1];
+      b1 += 2;
+    } else {
+      valid = false;
+    }
+    if (!valid) break;
+    if (a0 < width && (a0 > 0 || row.count > 0)) {
+      while (*b1 <= a0) b1 += 2;
+    }
+  }
+  reader_ = reader;
+  close_row(runs_, row.count, row.empty_runs == 0);
+  return valid;
+}
+
+bool Decoder::next_group4_row() {
+  if (coding_.byte_aligned) reader_.align();
+  if (!decode_modes() || reader_.overrun()) return false;
+  std::swap(runs_, reference_);
+  return true;
+}
+
+// What stands before a row; false at the end of the page.
+bool Decoder::start_group3_row(bool& by_modes) {
+  const bool tagged = coding_.scheme == Scheme::group3_2d;
+  // Bits that fill a byte could be taken for the beginning of an end of line.
+  const bool may_have_eols =
+      coding_.scheme != Scheme::huffman && (coding_.end_of_line || !coding_.byte_aligned);
+  const auto take_tag = [&] {
+    by_modes = tagged && reader_.peek(1) == 0;
+    if (tagged) reader_.skip(1);
+  };
+  reader_.fill();
+  if (reader_.at_end()) return false;
+  int eols = 0;
+  while (may_have_eols && take_eol(reader_)) {
+    if (++eols == kEolsAtEnd) return false;
+    take_tag();
+  }
+  if (eols == 0) {
+    if (coding_.byte_aligned || coding_.scheme == Scheme::huffman) reader_.align();
+    reader_.fill();
+    take_tag();
+  }
+  return !reader_.at_end();
+}
+
+bool Decoder::next_group3_row() {
+  bool by_modes = false;
+  if (!start_group3_row(by_modes)) return false;
+  const bool good = by_modes ? reference_is_good_ && decode_modes() : decode_runs();
+  if (reader_.overrun()) return false;
+  reference_is_good_ = good;
+  if (good) {
+    std::swap(runs_, reference_);
+    return true;
+  }
+  return coding_.scheme != Scheme::huffman && find_eol(reader_);
+}
+
+bool Decoder::next_row() {
+  return coding_.scheme == Scheme::group4 ? next_group4_row() : next_group3_row();
+}
+
+}  // namespace tq::ccitt

@@ -1,0 +1,149 @@
+// Rows between the facsimile coder and sinks and suppliers.
+#include "formats/fax.h"
+
+#include <algorithm>
+
+#include "core/run_storage.h"
+
+namespace tq::formats {
+namespace {
+
+// The strip's bytes, piece by piece.
+class StripPieces {
+ public:
+  StripPieces(ChunkReader& input, std::int64_t limit) : input_(input), left_(limit) {}
+
+  Status open(bool reversed) { return reversed ? reversed_.allocate(kFaxChunk) : kOk; }
+
+  std::span<const std::uint8_t> next_piece() {
+    input_.skip(taken_);
+    const auto wanted = std::min<std::int64_t>(left_, kFaxChunk);
+    const auto piece = input_.peek(static_cast<std::size_t>(wanted));
+    taken_ = piece.size();
+    left_ = piece.empty() ? 0 : left_ - std::ssize(piece);
+    if (reversed_.size() == 0) return piece;
+    const auto copy = reversed_.bytes().first(piece.size());
+    std::copy(piece.begin(), piece.end(), copy.begin());
+    coding::reverse_bits(copy);
+    return copy;
+  }
+
+ private:
+  ChunkReader& input_;
+  std::int64_t left_;      // bytes not yet in a piece
+  std::size_t taken_ = 0;  // bytes of the present piece
+  GlobalBlock reversed_;
+};
+
+// Hands decoded rows to a sink, as run lists if they can be.
+class RowDelivery {
+ public:
+  Status open(std::int32_t width, FaxRows rows) {
+    width_ = width;
+    as_runs_ = rows == FaxRows::runs && width <= kWidestRuns;
+    if (as_runs_) TQ_TRY(list_.allocate(std::int64_t{width} + 1 + kTerminators + 1));
+    return bits_.allocate(row_bytes(width, 1));
+  }
+
+  Status deliver(std::span<const std::int32_t> transitions, const RowSink& sink, std::int32_t y) {
+    std::size_t words = 1 + transitions.size() + kTerminators;
+    if (2 * words == bits_.size()) ++words;  // that size would say bits
+    if (!as_runs_ || words > kMostWords) {
+      transitions_to_bits(transitions, width_, bits_.pixels());
+      return sink.row(bits_.pixels(), y);
+    }
+    std::uint16_t* at = list_.data();
+    *at++ = word(2 * words);
+    for (const std::int32_t position : transitions) *at++ = word(position);
+    at = std::fill_n(at, 3, word(width_));
+    std::fill(at, list_.data() + words, word(width_ + 2));
+    return sink.row({reinterpret_cast<const std::uint8_t*>(list_.data()), 2 * words}, y);
+  }
+
+ private:
+  static constexpr int kTerminators = 6;             // of a run list
+  static constexpr std::size_t kMostWords = 0x7FFF;  // the first is the list's length in bytes
+
+  std::int32_t width_ = 0;
+  bool as_runs_ = false;
+  RowBuffer<std::uint16_t> list_;
+  RowBuffer<std::uint8_t> bits_;
+};
+
+// Asks a supplier for rows, and gives them to the encoder.
+class SuppliedRows {
+ public:
+  explicit SuppliedRows(const RowSupplier& rows) : rows_(rows) {}
+
+  Status open(std::int32_t width) {
+    bits_bytes_ = static_cast<std::size_t>(row_bytes(width, 1));
+    return words_.allocate(std::int64_t{width} + kMoreWords);
+  }
+
+  // A supplier fills all that it is given, so once it has chosen bits it is asked for no more.
+  Status take(std::int32_t y, ccitt::Encoder& encoder) {
+    const std::span<std::uint8_t> bytes{reinterpret_cast<std::uint8_t*>(words_.data()),
+                                        words_.size() * sizeof(std::int32_t)};
+    const auto room = gives_bits_ ? bytes.first(bits_bytes_) : bytes;
+    const Status got = rows_.row(room, y);
+    TQ_TRY(got);
+    gives_bits_ = got.raw() == 0;
+    if (gives_bits_) {
+      encoder.take_bits(bytes.first(bits_bytes_));
+    } else {
+      // The first word is no transition.
+      const auto words = words_.pixels().first(std::min<std::size_t>(got.raw(), room.size()) / 4);
+      encoder.take_transitions(words.subspan(words.empty() ? 0 : 1));
+    }
+    return kOk;
+  }
+
+ private:
+  static constexpr int kMoreWords = 16;  // of a list, beside the transitions
+
+  const RowSupplier& rows_;
+  std::size_t bits_bytes_ = 0;
+  bool gives_bits_ = false;  // the supplier's last row was one
+  RowBuffer<std::int32_t> words_;
+};
+
+}  // namespace
+
+Status decode_fax_strip(ChunkReader& input, std::int64_t limit, const FaxStrip& strip,
+                        FaxRows delivery, const RowSink& sink) {
+  StripPieces pieces(input, limit);
+  TQ_TRY(pieces.open(strip.lsb_first));
+  ccitt::Decoder decoder;
+  TQ_TRY(decoder.open(strip.coding, strip.width));
+  RowDelivery rows;
+  TQ_TRY(rows.open(strip.width, delivery));
+  decoder.start(coding::PieceSource::of(pieces));
+  std::int32_t y = 0;
+  for (; y < strip.rows && decoder.next_row(); ++y) {
+    TQ_TRY(rows.deliver(decoder.row(), sink, strip.first_row + y));
+  }
+  return Status::from_raw(y);
+}
+
+Status encode_fax_strip(StreamWriter& out, const FaxStrip& strip, const RowSupplier& supplier) {
+  ccitt::Encoder encoder;
+  TQ_TRY(encoder.open(strip.coding, strip.width));
+  SuppliedRows rows(supplier);
+  TQ_TRY(rows.open(strip.width));
+  encoder.start();
+  const auto put = [&](std::int64_t most_bytes, auto code) {
+    const std::span<std::uint8_t> room = out.room(most_bytes);
+    TQ_TRY(out.status());
+    const std::ptrdiff_t bytes = code(room.data()) - room.data();
+    if (strip.lsb_first) coding::reverse_bits(room.first(bytes));
+    out.take(bytes);
+    return kOk;
+  };
+  for (std::int32_t y = 0; y < strip.rows; ++y) {
+    TQ_TRY(rows.take(strip.first_row + y, encoder));
+    TQ_TRY(put(encoder.most_bytes(), [&](std::uint8_t* at) { return encoder.put_row(at); }));
+  }
+  return put(ccitt::Encoder::kMostBytesAtEnd, [&](std::uint8_t* at) { return encoder.finish(at); });
+}
+
+}  // namespace tq::formats
