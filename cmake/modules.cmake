@@ -1,4 +1,4 @@
-# Separately loaded modules. They know the public headers only.
+# Separately loaded modules.
 
 function(tq_add_module target stem)
   add_library(${target} MODULE ${ARGN})
@@ -20,7 +20,10 @@ function(tq_add_module target stem)
 endfunction()
 
 # Beside the library, where it looks first.
-tq_add_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES})
+tq_add_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES} ${TQ_MODULE_BASE_SOURCES})
+# What it does not call of these folders stays out of it.
+target_compile_options(lzw_module PRIVATE -ffunction-sections -fdata-sections)
+target_link_options(lzw_module PRIVATE -Wl,--gc-sections)
 if(WIN32)
   install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
 else()

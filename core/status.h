@@ -26,6 +26,7 @@ enum class StatusCode : std::int32_t {
   no_lzw_module = -23,
   no_transparency = -26,
   whole_image_decoder = -27,
+  page_past_end = -31,
   no_pdf_module = -36,
 };
 

@@ -102,7 +102,8 @@ TEST_F(Gif, PipesHandOutPieces) {
     MemoryFile pipe(frames);
     pipe.most_per_call = most;
     CollectingSink sink;
-    EXPECT_EQ(formats::decode_gif({MemoryFile::kHandle, 0x80000001, sink.sink()}), kOk);
+    EXPECT_EQ(formats::decode_gif({.stream = MemoryFile::kHandle, .sink = sink.sink(), .page = 1}),
+              kOk);
     EXPECT_EQ(sink.header.header.biSizeImage, 8u);
     EXPECT_THAT(sink.image(), ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0})) << most;
   }
@@ -138,7 +139,7 @@ TEST_F(Gif, WhatIsWrittenReadsBack) {
   }
 }
 
-TEST_F(Gif, CutOffFilesGiveAStatusOrRows) {
+TEST_F(Gif, TruncatedFilesGiveAStatusOrRows) {
   const Bytes file = kScreen + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0) + Bytes{0x3B};
   for (std::size_t length = 0; length < file.size(); ++length) {
     for (const std::int32_t page : {0, 1}) {
