@@ -2,8 +2,6 @@
 #include "io/stream_writer.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <iterator>
 #include <utility>
 
@@ -14,7 +12,8 @@ namespace tq {
 Status StreamWriter::open(StreamHandle stream, std::int32_t piece_bytes) {
   stream_ = stream;
   piece_ = piece_bytes;
-  used_ = written_ = 0;
+  used_ = 0;
+  written_ = 0;
   status_ = buffer_.allocate(static_cast<std::uint64_t>(piece_bytes));
   return status_;
 }
@@ -55,21 +54,6 @@ void StreamWriter::fill(std::int64_t count, int value) {
     take(std::ssize(bytes));
     count -= std::ssize(bytes);
   }
-}
-
-void StreamWriter::print(const char* format, ...) {
-  const std::span<std::uint8_t> text = room(kLongestPrint + 1);
-  if (text.empty()) return;
-  va_list values;
-  va_start(values, format);
-  const int bytes =
-      std::vsnprintf(reinterpret_cast<char*>(text.data()), text.size(), format, values);
-  va_end(values);
-  if (bytes < 0 || bytes > kLongestPrint) {
-    status_ = StatusCode::write_failed;
-    return;
-  }
-  take(bytes);
 }
 
 std::span<std::uint8_t> StreamWriter::room(std::int64_t bytes) {

@@ -1,8 +1,10 @@
 // Bytes on their way to a stream: gathered, then written in pieces of one size.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string_view>
 
@@ -76,5 +78,21 @@ class StreamWriter {
   std::int64_t written_ = 0;
   Status status_ = kOk;
 };
+
+// Here, so that only who prints links the system's formatting.
+inline void StreamWriter::print(const char* format, ...) {
+  const std::span<std::uint8_t> text = room(kLongestPrint + 1);
+  if (text.empty()) return;
+  va_list values;
+  va_start(values, format);
+  const int bytes =
+      std::vsnprintf(reinterpret_cast<char*>(text.data()), text.size(), format, values);
+  va_end(values);
+  if (bytes < 0 || bytes > kLongestPrint) {
+    status_ = StatusCode::write_failed;
+    return;
+  }
+  take(bytes);
+}
 
 }  // namespace tq
