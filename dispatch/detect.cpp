@@ -16,7 +16,7 @@ Status detect(StreamHandle stream, const FileType*& found) {
   found = nullptr;
   TQ_TRY(check_licence());
   Probe probe{.bytes = {}, .stream = stream};
-  if (read(stream, probe.bytes) < Probe::kBytes) return kOk;
+  if (read_fully(stream, probe.bytes) < Probe::kBytes) return kOk;
   for (const FileType& type : file_types()) {
     if (type.test == nullptr || !switched_on(type) || !type.test(probe)) continue;
     found = &type;

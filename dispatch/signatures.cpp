@@ -30,7 +30,7 @@ struct Bytes {
 template <std::size_t kSize>
 Bytes<kSize> read_on(StreamHandle stream) {
   Bytes<kSize> bytes;
-  bytes.count = static_cast<std::size_t>(read(stream, bytes.data));
+  bytes.count = static_cast<std::size_t>(read_fully(stream, bytes.data));
   return bytes;
 }
 
@@ -69,7 +69,7 @@ struct TiffOrder {
 bool skip_sub_blocks(StreamHandle stream) {
   for (;;) {
     std::array<std::uint8_t, 1> length{};
-    if (read(stream, length) < 1) return false;
+    if (read_fully(stream, length) < 1) return false;
     if (length[0] == 0) return true;
     seek(stream, length[0], Origin::current);
   }
@@ -112,7 +112,7 @@ bool probe_dicom(const Probe& probe) {
 Status find_tiff_variant(StreamHandle stream) {
   const std::int32_t start = position(stream);
   std::array<std::uint8_t, 8> header{};
-  read(stream, header);
+  read_fully(stream, header);
   const TiffOrder order{header[0] == 'M'};
   const std::int64_t directory = std::int64_t{start} + order.u32(&header[4]);
   if (directory > INT32_MAX ||
@@ -120,7 +120,7 @@ Status find_tiff_variant(StreamHandle stream) {
     return StatusCode::unsupported;
   }
   std::array<std::uint8_t, 2> count{};
-  read(stream, count);
+  read_fully(stream, count);
   ChunkReader entries;
   TQ_TRY(entries.open(stream, read_chunk_bytes(kIfdEntryBytes)));
   for (int left = order.u16(count.data()); left > 0; --left) {
@@ -141,13 +141,13 @@ Status find_bmp_variant(StreamHandle stream) {
   constexpr std::size_t kFileHeader = 14, kSize = 4, kUpToCompression = 20;
   std::array<std::uint8_t, kFileHeader + kUpToCompression> header{};
   const std::span<std::uint8_t> bytes(header);
-  read(stream, bytes.first(2));
+  read_fully(stream, bytes.first(2));
   const bool bare = header[0] != 'B' || header[1] != 'M';
   const std::size_t info = bare ? 0 : kFileHeader;
   // Step by step: the shortest files end before a full header would.
-  read(stream, bytes.subspan(2, info + kSize - 2));
+  read_fully(stream, bytes.subspan(2, info + kSize - 2));
   if (load_le32(&header[info]) == 12) return kOk;  // OS/2: never coded
-  read(stream, bytes.subspan(info + kSize, kUpToCompression - kSize));
+  read_fully(stream, bytes.subspan(info + kSize, kUpToCompression - kSize));
   const bool compressed = load_le32(&header[info + 16]) != 0;
   return Status::from_raw(compressed ? formats::kBmpRunLengths : formats::kBmpPlain);
 }
@@ -155,21 +155,21 @@ Status find_bmp_variant(StreamHandle stream) {
 // GIF89a specification, sections 18 to 24.
 Status find_gif_variant(StreamHandle stream) {
   std::array<std::uint8_t, 13> screen{};
-  if (read(stream, screen) < 13) return StatusCode::bad_image;
+  if (read_fully(stream, screen) < 13) return StatusCode::bad_image;
   const std::uint8_t flags = screen[10];
   if ((flags & 0x80) != 0) seek(stream, 3 << ((flags & 7) + 1), Origin::current);
   for (;;) {
     std::array<std::uint8_t, 1> introducer{};
-    if (read(stream, introducer) < 1) return StatusCode::bad_image;
+    if (read_fully(stream, introducer) < 1) return StatusCode::bad_image;
     if (introducer[0] == ',') break;
     std::array<std::uint8_t, 1> label{};
-    if (introducer[0] != '!' || read(stream, label) < 1) return StatusCode::bad_image;
+    if (introducer[0] != '!' || read_fully(stream, label) < 1) return StatusCode::bad_image;
     std::array<std::uint8_t, 5> control{};
-    if (label[0] == 0xF9 && read(stream, control) < 5) return StatusCode::bad_image;
+    if (label[0] == 0xF9 && read_fully(stream, control) < 5) return StatusCode::bad_image;
     if (!skip_sub_blocks(stream)) return StatusCode::bad_image;
   }
   std::array<std::uint8_t, 10> descriptor{};  // and the first byte of the data
-  if (read(stream, descriptor) < 10) return StatusCode::bad_image;
+  if (read_fully(stream, descriptor) < 10) return StatusCode::bad_image;
   const bool interlaced = (descriptor[8] & 0x40) != 0;
   return Status::from_raw(interlaced ? formats::kGifInterlaced : 0);
 }

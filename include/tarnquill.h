@@ -162,7 +162,8 @@ enum {
 typedef int32_t(IMG_CB_STD* img_progress_fn)(intptr_t context, int32_t value);
 
 /* Input and output of your own, see IMGLOW_set_fileio. Each returns the count of bytes read or
- * written, or the new position. The write function may modify `buffer`. */
+ * written, or the new position. A read may give fewer bytes than asked for: more are asked for
+ * until it answers 0 or less. The write function may modify `buffer`. */
 typedef int32_t(IMG_CB_C* img_read_fn)(int32_t stream, void* buffer, int32_t count);
 typedef int32_t(IMG_CB_C* img_write_fn)(int32_t stream, void* buffer, int32_t count);
 typedef int32_t(IMG_CB_C* img_seek_fn)(int32_t stream, int32_t offset, int32_t origin);

@@ -55,8 +55,8 @@ typedef int32_t(IMG_CALL* img_plugin_encode_fn)(int32_t stream, void* header_blo
 typedef int32_t(IMG_CB_C* img_tiff_helper_fn)(void);
 
 /* Called once, right after the module has been loaded, with the library's own stream functions:
- * they reach files, the memory stream and the caller's input and output alike. `helper` is null for
- * pdfplug. */
+ * they reach files, the memory stream and the caller's input and output alike. `read` gives fewer
+ * bytes than it is asked for only at the end or on an error. `helper` is null for pdfplug. */
 typedef void(IMG_CALL* img_set_callbacks_fn)(img_read_fn read, img_write_fn write, img_seek_fn seek,
                                              img_tiff_helper_fn helper);
 

@@ -104,6 +104,13 @@ std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes) {
   return taken;
 }
 
+std::int32_t read_fully(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  bytes = bytes.first(static_cast<std::size_t>(count_of(bytes)));
+  std::int32_t done = 0;
+  for (std::int32_t got = 1; got > 0; done += got) got = read(stream, bytes.subspan(done));
+  return done;
+}
+
 std::int32_t write(StreamHandle stream, std::span<std::uint8_t> bytes) {
   const auto handle = static_cast<std::int32_t>(stream);
   const std::int32_t count = count_of(bytes);

@@ -22,8 +22,13 @@ enum class OpenMode : std::int32_t { read = 0, update = 1, create = 2, exists = 
 std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin);
 std::int32_t position(StreamHandle stream);
 
-// Bytes read, fewer than asked only at the end or on an error; never negative.
+// Bytes read, never negative; fewer than asked at the end, on an error, or because a caller's
+// function hands out as many as it has.
 std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes);
+
+// Reads until all of them are there; fewer only at the end or on an error. For everything that has
+// a size: headers, tables, palettes.
+std::int32_t read_fully(StreamHandle stream, std::span<std::uint8_t> bytes);
 
 // Bytes written. While scrambling is on, `bytes` is changed during the call, and what could not be
 // written stays changed: never pass constant data.

@@ -32,7 +32,7 @@ struct StoredHeader {
 };
 
 void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  const std::int32_t got = read(stream, bytes);
+  const std::int32_t got = read_fully(stream, bytes);
   std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
 }
 

@@ -31,13 +31,6 @@ constexpr std::int32_t interlaced_row(std::int32_t n, std::int32_t height) {
   return height - 1;
 }
 
-// How many bytes there were. A pipe hands them out in pieces.
-std::int32_t read_fully(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  std::int32_t done = 0;
-  for (std::int32_t got = 1; got > 0; done += got) got = tq::read(stream, bytes.subspan(done));
-  return done;
-}
-
 // Reads exactly what the format says is there: the stream may be memory that ends with the file.
 class Input {
  public:

@@ -135,7 +135,7 @@ Status decode_dcx(const DecodeRequest& request) {
   const std::int32_t start = request.has_page() ? 0 : request.offset;
   std::array<std::uint8_t, 4> magic{};
   seek(request.stream, start, Origin::start);
-  if (read(request.stream, magic) < 4 || load_le32(magic.data()) != kMagic) {
+  if (read_fully(request.stream, magic) < 4 || load_le32(magic.data()) != kMagic) {
     return StatusCode::bad_image;
   }
   PcxExtent extent;

@@ -94,7 +94,7 @@ using PaletteBytes = std::array<std::uint8_t, kPcxPaletteBytes>;
 bool read_palette_before(StreamHandle stream, std::int32_t end, PaletteBytes& bytes) {
   const std::int32_t from = end - kPcxPaletteBytes;
   return from >= 0 && seek(stream, from, Origin::start) == from &&
-         read(stream, bytes) == kPcxPaletteBytes;
+         read_fully(stream, bytes) == kPcxPaletteBytes;
 }
 
 bool read_palette_at_end(StreamHandle stream, std::int32_t start, const PcxHeader& file,
@@ -104,7 +104,7 @@ bool read_palette_at_end(StreamHandle stream, std::int32_t start, const PcxHeade
   } else if (seek(stream, -kPcxPaletteBytes, Origin::end) < 0) {
     return false;
   }
-  return read(stream, bytes) == kPcxPaletteBytes;
+  return read_fully(stream, bytes) == kPcxPaletteBytes;
 }
 
 void read_large_palette(StreamHandle stream, const PcxExtent& extent, const PcxHeader& file,
@@ -127,7 +127,7 @@ Status read_pcx_header(StreamHandle stream, std::int32_t start, PcxHeader& file)
   if (start > INT32_MAX - kPcxHeaderBytes) return StatusCode::cannot_open;
   std::array<std::uint8_t, kPcxHeaderBytes> bytes{};
   seek(stream, start, Origin::start);
-  if (read(stream, bytes) < kPcxHeaderBytes) return StatusCode::cannot_open;
+  if (read_fully(stream, bytes) < kPcxHeaderBytes) return StatusCode::cannot_open;
   file.version = bytes[1];
   file.bits = bytes[3];
   file.width = load_le16(&bytes[8]) - load_le16(&bytes[4]) + 1;

@@ -18,7 +18,7 @@ using Window = std::array<std::uint8_t, kTailBytes>;
 PdfText read_window(StreamHandle stream, std::int64_t at, std::span<std::uint8_t> window) {
   if (at < 0 || at > INT32_MAX) return {};
   if (seek(stream, static_cast<std::int32_t>(at), Origin::start) != at) return {};
-  return PdfText(window.first(static_cast<std::size_t>(read(stream, window))));
+  return PdfText(window.first(static_cast<std::size_t>(read_fully(stream, window))));
 }
 
 // The offset of the cross-reference table, as the document's end gives it; 0 if there is none.

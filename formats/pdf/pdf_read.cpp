@@ -59,7 +59,7 @@ PdfText Reader::window(std::int64_t at, std::size_t bytes) {
   if (at < 0 || at > INT32_MAX) return {};
   if (seek(stream_, static_cast<std::int32_t>(at), Origin::start) < 0) return {};
   const std::span<std::uint8_t> room = work_.bytes().first(bytes);
-  return PdfText(room.first(static_cast<std::size_t>(read(stream_, room))));
+  return PdfText(room.first(static_cast<std::size_t>(read_fully(stream_, room))));
 }
 
 // The number in the line above the last '%'.
@@ -67,7 +67,7 @@ Status Reader::find_table(std::int32_t& table) {
   if (!end_is_known(stream_)) return StatusCode::bad_image;
   if (seek(stream_, -kTailBytes, Origin::end) < 0) return StatusCode::bad_image;
   const std::span<std::uint8_t> room = work_.bytes().first(kTailBytes);
-  PdfText tail(room.first(static_cast<std::size_t>(read(stream_, room))));
+  PdfText tail(room.first(static_cast<std::size_t>(read_fully(stream_, room))));
   const std::size_t percent = tail.text().rfind('%');
   if (percent == std::string_view::npos) return StatusCode::bad_image;
   // One letter in its place is enough: callers rely on this.

@@ -11,7 +11,7 @@ std::span<std::uint8_t> bytes_of(void* buffer, std::int32_t count) {
 }
 
 std::int32_t IMG_CB_C read_stream(std::int32_t stream, void* buffer, std::int32_t count) {
-  return read(StreamHandle{stream}, bytes_of(buffer, count));
+  return read_fully(StreamHandle{stream}, bytes_of(buffer, count));
 }
 std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32_t count) {
   return write(StreamHandle{stream}, bytes_of(buffer, count));

@@ -26,6 +26,7 @@ struct Picture {
   std::int32_t bits = 0, transparent = 0;
   Rows rows{};
   Bytes palette{};
+  friend bool operator==(const Picture&, const Picture&) = default;
 };
 
 Picture take(std::int32_t image) {
@@ -42,7 +43,11 @@ Picture take(std::int32_t image) {
 }
 
 Picture decode(const Bytes& file, std::int32_t page = 0) {
-  return take(IMG_decompress_bitmap_block(file.data(), file.size(), page));
+  Picture whole = take(IMG_decompress_bitmap_block(file.data(), file.size(), page));
+  MemoryFile pipe(file);
+  pipe.most_per_call = 3;
+  EXPECT_EQ(take(IMG_decompress_bitmap_fd(1, 0, page)), whole);
+  return whole;
 }
 
 Bytes operator+(Bytes left, const Bytes& right) {

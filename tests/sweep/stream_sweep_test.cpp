@@ -46,6 +46,7 @@ std::vector<Sample> samples() {
   all.push_back({"PCX", page});
   all.push_back({"DCX", dcx_file({page, page}, 3)});
   all.push_back({"PNG", saved(plain_file(11, 3, 24), IMG_TYPE_PNG)});
+  all.push_back({"JPEG", saved(plain_file(11, 3, 24), IMG_TYPE_JPEG)});
   return all;
 }
 
@@ -89,6 +90,24 @@ TEST(StreamSweep, EveryPrefixIsTheSameByNameFromMemoryAndFromTheCaller) {
       ASSERT_EQ(taken(from_caller), seen);
     }
     EXPECT_GT(images, 0);
+  }
+}
+
+TEST(StreamSweep, ReadsMayHandOutAFewBytesAtATime) {
+  for (const Sample& sample : samples()) {
+    const std::vector<Seen> whole = taken(load(sample.file));
+    ASSERT_EQ(whole.size(), 1u);
+    const std::int32_t type = IMGLOW_get_filetype_block(sample.file.data(), sample.file.size());
+    const std::int32_t pages = IMGLOW_get_pages_block(sample.file.data(), sample.file.size());
+    for (const std::int32_t most : {1, 2, 3, 7, 19, 100}) {
+      SCOPED_TRACE(testing::Message() << sample.name << ", " << most << " bytes");
+      MemoryFile file(sample.file);
+      file.most_per_call = most;
+      EXPECT_EQ(IMGLOW_get_filetype_fd(1), type);
+      EXPECT_EQ(taken(IMG_decompress_bitmap_fd(1, 0, 0)), whole);
+      file.position = 0;
+      EXPECT_EQ(IMGLOW_get_pages_fd(1), pages);
+    }
   }
 }
 
