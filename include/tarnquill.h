@@ -571,9 +571,11 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  *
  *   name        file name; a multi-page code appends a page to an existing file, every other code
  *               replaces it. A file whose save failed half way is removed. A file that the code
- *               cannot add a page to is left alone: IMG_BAD_IMAGE. Except on Windows, what is no
- *               regular file is never removed: a link stays, and the file that it leads to holds
- *               what had been written; a pipe or a device stays, and a page cannot be added to it
+ *               cannot add a page to is left alone: IMG_BAD_IMAGE for one of something else,
+ *               IMG_UNSUPPORTED for a DCX whose table of pages has no room, IMG_READ_FAILED for one
+ *               whose table cannot be read whole. Except on Windows, what is no regular file is never
+ *               removed: a link stays, and the file that it leads to holds what had been written; a
+ *               pipe or a device stays, and a page cannot be added to it
  *   code        file type code; IMG_TYPE_BY_NAME takes the last three characters of the name
  *   block       memory that the file is written to; a global memory block bounds itself, any
  *               other must be large enough
@@ -581,6 +583,9 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  *
  * A crop rectangle starting inside a byte (1- and 4-bit images) starts at the next whole byte; that
  * of an image in run lists starts at its pixel.
+ *
+ * DCX (code 11) adds its page to the container that begins at the stream's position; if there is
+ * none, a new one is written there, over whatever the stream holds. In memory it always is new.
  *
  * PDF (code 59) is one picture to a page of 612 x 792 points, centred at a point per pixel and
  * scaled down to fit: 1 bit as Group 4, 8, 24 and 32 bits as JPEG. Pages are added to documents

@@ -67,21 +67,57 @@ Status find_page(StreamHandle stream, std::int32_t start, std::uint32_t page, Pc
   return kOk;
 }
 
-// The entry for the next page, or kFull. Looks from entry 1 on; callers rely on entry 0.
-int free_entry(const Table& table) {
-  for (int i = 1; i < kWrittenPages; ++i) {
-    if (load_le32(&table[4 + 4 * i]) == 0) return i;
-  }
-  return kFull;
+// What begins at the stream's position.
+struct Existing {
+  std::int32_t start = 0;  // the position
+  std::int32_t bytes = 0;  // of the table; what the stream does not have of it is 0
+  Table table{};
+
+  bool is_container() const { return bytes >= 4 && load_le32(table.data()) == kMagic; }
+  std::uint32_t entry(int i) const { return load_le32(&table[4 + 4 * i]); }
+  std::int32_t entry_position(int i) const { return start + 4 + 4 * i; }
+};
+
+Status move_to(StreamHandle stream, std::int32_t to) {
+  return seek(stream, to, Origin::start) == to ? StatusCode::ok : StatusCode::write_failed;
 }
 
-// What begins at the stream's position, which is restored. `container`: there is one.
-void read_table(StreamHandle stream, Table& table, bool& container) {
-  const std::int32_t start = position(stream);
-  table.fill(0);
-  const std::int32_t got = read(stream, table);
-  seek(stream, start, Origin::start);
-  container = got >= 4 && load_le32(table.data()) == kMagic;
+// Leaves the position as it was. Entries that were not read must not be taken for free ones: pages
+// would be lost.
+Status look_at(StreamHandle stream, Existing& found) {
+  found = {.start = position(stream)};
+  if (found.start < 0 || found.start > INT32_MAX - kTableBytes) return StatusCode::write_failed;
+  found.bytes = read_fully(stream, found.table);
+  if (found.bytes < kTableBytes) {
+    const std::int32_t end = seek(stream, 0, Origin::end);
+    if (end < 0) return StatusCode::write_failed;
+    if (end > found.start + found.bytes) return StatusCode::read_failed;
+  }
+  return move_to(stream, found.start);
+}
+
+// The entry for the next page, or kFull. Looks from entry 1 on; callers rely on entry 0. Tables of
+// other writers end where their first page begins: there must be room for a zero behind the entry,
+// but for the last one of a table as long as ours.
+int free_entry(const Existing& found) {
+  std::int64_t room = found.start + found.bytes;
+  if (found.entry(0) != 0) room = std::min<std::int64_t>(room, found.entry(0));
+  int i = 1;
+  for (; i < kWrittenPages && found.entry(i) != 0; ++i) {
+    room = std::min<std::int64_t>(room, found.entry(i));
+  }
+  const int used = std::min(i + 2, kWrittenPages);  // entries, the zero among them
+  const bool free =
+      i < kWrittenPages && found.entry(used - 1) == 0 && found.entry_position(used) <= room;
+  return free ? i : kFull;
+}
+
+// Whether a page can be added, and how: as `entry` of the container, or as the first of a new one.
+Status find_room(StreamHandle stream, Existing& found, int& entry) {
+  TQ_TRY(look_at(stream, found));
+  if (!found.is_container()) return kOk;
+  entry = free_entry(found);
+  return entry == kFull ? StatusCode::unsupported : StatusCode::ok;
 }
 
 Status write_all(StreamHandle stream, std::span<std::uint8_t> bytes) {
@@ -101,31 +137,34 @@ Status write_words(StreamHandle stream, std::initializer_list<std::uint32_t> wor
 Status begin_container(StreamHandle stream, std::int32_t start) {
   Table empty{};
   TQ_TRY(write_all(stream, empty));
-  seek(stream, start, Origin::start);
+  TQ_TRY(move_to(stream, start));
   const std::int32_t first_page = start + kTableBytes;
   TQ_TRY(write_words(stream, {kMagic, static_cast<std::uint32_t>(first_page)}));
-  seek(stream, first_page, Origin::start);
-  return kOk;
+  return move_to(stream, first_page);
 }
 
-Status add_page(StreamHandle stream, std::int32_t start, int entry) {
+// Leaves the stream where the page goes: at its end. The entry comes first, because it says where
+// the page before ends. One that was written in part could point anywhere and is taken back.
+Status add_entry(StreamHandle stream, std::int32_t at, std::int32_t page_bytes) {
   const std::int32_t end = seek(stream, 0, Origin::end);
-  if (end < 0) return StatusCode::write_failed;
-  seek(stream, start + 4 + 4 * entry, Origin::start);
-  TQ_TRY(write_words(stream, {static_cast<std::uint32_t>(end)}));
-  seek(stream, end, Origin::start);
-  return kOk;
+  if (end < 0 || end > INT32_MAX - page_bytes) return StatusCode::write_failed;
+  TQ_TRY(move_to(stream, at));
+  Status added = write_words(stream, {static_cast<std::uint32_t>(end)});
+  if (added.ok()) added = move_to(stream, end);
+  if (added.failed() && move_to(stream, at).ok()) (void)write_words(stream, {0});
+  return added;
 }
 
-Status copy_page(TempFile& page, StreamHandle stream) {
-  GlobalBlock block;
-  TQ_TRY(block.allocate(kCopyBytes));
-  page.seek(0, 0);
-  for (;;) {
-    const std::int32_t got = page.read(block.bytes());
-    TQ_TRY(write_all(stream, block.bytes().first(static_cast<std::size_t>(got))));
-    if (got < static_cast<std::int32_t>(kCopyBytes)) return kOk;
+Status copy_page(TempFile& page, std::int32_t bytes, std::span<std::uint8_t> block,
+                 StreamHandle stream) {
+  while (bytes > 0) {
+    const std::int32_t wanted = std::min(bytes, static_cast<std::int32_t>(block.size()));
+    const std::int32_t got = page.read(block.first(wanted));
+    if (got <= 0) return StatusCode::read_failed;
+    TQ_TRY(write_all(stream, block.first(got)));
+    bytes -= got;
   }
+  return kOk;
 }
 
 }  // namespace
@@ -153,11 +192,10 @@ Status count_dcx_pages(StreamHandle stream) {
 }
 
 Status can_append_dcx(StreamHandle stream) {
-  Table table;
-  bool container = false;
-  read_table(stream, table, container);
-  if (container && free_entry(table) == kFull) return StatusCode::unsupported;
-  return kOk;
+  Existing found;
+  int entry = kFull;
+  TQ_TRY(find_room(stream, found, entry));
+  return found.is_container() || found.bytes == 0 ? StatusCode::ok : StatusCode::bad_image;
 }
 
 Status encode_dcx(const EncodeRequest& request) {
@@ -165,22 +203,30 @@ Status encode_dcx(const EncodeRequest& request) {
   const StreamHandle stream = request.stream;
   // The size of what lies in memory is not known, so there is nothing to append to.
   const bool may_append = stream != kMemoryStream;
-  if (may_append) TQ_TRY(can_append_dcx(stream));
+  Existing found{.start = position(stream)};
+  int entry = kFull;
+  if (may_append) TQ_TRY(find_room(stream, found, entry));
 
   // A page that cannot be encoded leaves the container as it was.
   TempFile page;
   TQ_TRY(page.create());
   TQ_TRY(encode_pcx_to({.file = &page}, request));
+  const std::int32_t page_bytes = page.seek(0, 2);
+  if (page_bytes < 0 || page.seek(0, 0) != 0) return StatusCode::read_failed;
+  GlobalBlock block;
+  TQ_TRY(block.allocate(kCopyBytes));
 
-  const std::int32_t start = position(stream);
-  if (start < 0 || start > INT32_MAX - kTableBytes) return StatusCode::write_failed;
-  Table table;
-  bool container = false;
-  if (may_append) read_table(stream, table, container);
-  const int entry = container ? free_entry(table) : kFull;
-  if (container && entry == kFull) return StatusCode::unsupported;
-  TQ_TRY(container ? add_page(stream, start, entry) : begin_container(stream, start));
-  return copy_page(page, stream);
+  // Whoever supplied the rows may have worked on the stream.
+  if (may_append) TQ_TRY(find_room(stream, found, entry));
+  if (found.is_container()) {
+    TQ_TRY(add_entry(stream, found.entry_position(entry), page_bytes));
+  } else {
+    if (found.start < 0 || found.start > INT32_MAX - kTableBytes - page_bytes) {
+      return StatusCode::write_failed;
+    }
+    TQ_TRY(begin_container(stream, found.start));
+  }
+  return copy_page(page, page_bytes, block.bytes(), stream);
 }
 
 }  // namespace tq::formats

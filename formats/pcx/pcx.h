@@ -16,8 +16,8 @@ Status decode_dcx(const DecodeRequest& request);
 Status encode_dcx(const EncodeRequest& request);  // adds a page to what begins at the position
 Status count_dcx_pages(StreamHandle stream);
 
-// Whether the container that begins at the position, if there is one, has room for a page:
-// unsupported if not. Leaves the position as it was.
+// Whether a page can be added to what begins at the position, which stays: nothing at all, or a
+// container. unsupported when its table has no room, bad_image for anything else.
 Status can_append_dcx(StreamHandle stream);
 
 }  // namespace tq::formats

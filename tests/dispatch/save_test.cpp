@@ -231,6 +231,11 @@ TEST_F(Saving, RefusedSaveLeavesAnExistingFileAlone) {
         << "memory has no name";
     EXPECT_EQ(out, Bytes(2000));
   }
+  for (const std::int32_t code : {IMG_TYPE_DCX, IMG_TYPE_PDF}) {
+    write_file(folder.file("foreign"), {1, 2, 3});
+    EXPECT_EQ(IMG_save_bitmap(image, folder.file("foreign").c_str(), code), -3) << code;
+    EXPECT_EQ(file_content(folder.file("foreign")), (Bytes{1, 2, 3})) << code;
+  }
   EXPECT_EQ(IMG_save_bitmap(image, folder.file("none/a.bmp").c_str(), 1), -6);
   EXPECT_EQ(IMG_save_bitmap(image, folder.path().string().c_str(), 1), -6);
 }

@@ -126,6 +126,40 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
   EXPECT_EQ(read_back(100).status, -11);
 }
 
+// Entry 0 is that of the only page, behind a table of so many entries.
+TEST(DcxEncode, TablesOfOtherWritersMustHaveRoomForAZeroBehindTheEntry) {
+  Bytes beside_others = dcx_file({page(1)}, 4);
+  beside_others[12] = 99;  // behind the zero
+  Bytes cut = dcx_file({}, 40);
+  store_le32(&cut[4], 404);
+  cut.resize(14);
+  const struct {
+    const char* what;
+    Bytes file;
+    std::int32_t by_name, status;
+  } cases[] = {{"nothing", {}, 0, 0},
+               {"no container", {1, 2, 3}, -3, 0},
+               {"another magic", Bytes(500, 7), -3, 0},
+               {"one entry", dcx_file({page(1)}, 1), -7, -7},
+               {"a zero", dcx_file({page(1)}, 2), -7, -7},
+               {"room for a page", dcx_file({page(1)}, 3), 0, 0},
+               {"a long table", dcx_file({page(1)}, 1024), 0, 0},
+               {"an entry behind the end", beside_others, -7, -7},
+               {"a table that is cut off", cut, -7, -7},
+               {"all entries in use", dcx_file(std::vector<Bytes>(101, page(1)), 101), -7, -7}};
+  for (const auto& [what, before, by_name, status] : cases) {
+    MemoryFile file(before);
+    EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), by_name) << what;
+    EXPECT_EQ(append(9), status) << what;
+    if (status != 0) {
+      EXPECT_EQ(file.bytes, before) << what;
+    } else if (by_name == 0 && !before.empty()) {
+      EXPECT_EQ(read_back(0).pixel, 1) << what;
+      EXPECT_EQ(read_back(1).pixel, 9) << what;
+    }
+  }
+}
+
 TEST(DcxEncode, BeginsAtThePosition) {
   MemoryFile file(Bytes(1000, 0x77));
   EXPECT_EQ(append(5, 300), 0);

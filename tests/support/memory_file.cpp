@@ -63,7 +63,7 @@ std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, st
 std::int32_t IMG_CB_C MemoryFile::on_seek(std::int32_t stream, std::int32_t offset,
                                           std::int32_t origin) {
   MemoryFile& file = *installed;
-  if (file.calls++ == file.failing_call) return file.failure;
+  if (file.calls++ == file.failing_call) return file.seeks_lie ? file.failure : -1;
   file.handles.push_back(stream);
   std::int64_t target = offset;
   if (origin == 1) target += file.position;

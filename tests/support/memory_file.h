@@ -31,6 +31,7 @@ class MemoryFile {
   int calls = 0;                           // of reads, writes and seeks
   int failing_call = -1;                   // of these, from 0
   std::int32_t failure = -1;               // its answer; of a transfer always less than asked for
+  bool seeks_lie = false;                  // by that answer; else a seek that fails says so
   std::function<void()> during_call;       // what else the caller does in a read or write
   std::vector<std::int32_t> handles;       // as the functions were given them
   std::vector<std::int32_t> counts;        // of bytes asked for by reads and writes
