@@ -589,11 +589,11 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  *
  * PDF (code 59) is one picture to a page of 612 x 792 points, centred at a point per pixel and
  * scaled down to fit: 1 bit as Group 4, 8, 24 and 32 bits as JPEG. Pages are added to documents
- * that were written here; a stream of less than 200 bytes becomes a new document, and memory always
- * does (its size is its position). A save to a stream that fails leaves what was there and maybe a
- * part of the page behind it: cut the stream off there before the next page. Grey and 32-bit
- * pictures stand under a colour space of three components, which other programs show wrongly or not
- * at all; promote them to 24 bits.
+ * that were written here. A stream of less than 200 bytes, or an empty file, becomes a new
+ * document, and memory always does (its size is its position). A save to a stream that fails leaves
+ * what was there and maybe a part of the page behind it: cut the stream off there before the next
+ * page. Grey and 32-bit pictures stand under a colour space of three components, which other
+ * programs show wrongly or not at all; promote them to 24 bits.
  *
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
  * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, no code for the name, or a

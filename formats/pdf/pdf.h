@@ -15,7 +15,7 @@ Status encode_pdf(const EncodeRequest& request);
 // 1 bit, and what a JPEG can hold.
 Status can_encode_pdf(const EncodeRequest& request);
 
-// Whether a page can be added to what the stream holds.
+// Whether a page can be added to what the stream holds: nothing at all, or a document.
 Status can_append_pdf(StreamHandle stream);
 
 }  // namespace tq::formats

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
+#include <cstdio>
 
 #include "formats/pdf/pdf_page.h"
 #include "formats/pdf/pdf_text.h"
+#include "io/chunk_reader.h"
 
 namespace tq::formats {
 namespace {
@@ -29,6 +32,50 @@ std::int32_t table_offset(PdfText tail) {
   tail.move_to(start);
   tail.skip_line();
   return tail.number();
+}
+
+// Compares an object's text with what it should be.
+class ObjectText {
+ public:
+  Status open(StreamHandle stream, std::uint32_t offset) {
+    const auto at = static_cast<std::int32_t>(offset);
+    if (seek(stream, at, Origin::start) != at) return StatusCode::bad_image;
+    return input_.open(stream, kChunkBytes);
+  }
+  [[gnu::format(printf, 2, 3)]] bool goes_on(const char* format, ...) {
+    char expected[kChunkBytes];
+    va_list values;
+    va_start(values, format);
+    const int bytes = std::vsnprintf(expected, sizeof expected, format, values);
+    va_end(values);
+    const PdfText there(input_.peek(bytes));
+    const bool equal = there.text() == expected;
+    input_.skip(bytes);
+    return equal;
+  }
+
+ private:
+  static constexpr std::size_t kChunkBytes = 1000;
+  ChunkReader input_;
+};
+
+Status check_catalog(StreamHandle stream, std::int32_t last, std::uint32_t offset) {
+  ObjectText text;
+  TQ_TRY(text.open(stream, offset));
+  const bool known = text.goes_on(kObjectText, object_number(last, kCatalog)) &&
+                     text.goes_on(kCatalogText, object_number(last, kPageTree));
+  return known ? StatusCode::ok : StatusCode::bad_image;
+}
+
+Status check_page_tree(StreamHandle stream, std::int32_t last, std::uint32_t offset) {
+  ObjectText text;
+  TQ_TRY(text.open(stream, offset));
+  bool known =
+      text.goes_on(kObjectText, object_number(last, kPageTree)) && text.goes_on(kPageTreeText);
+  for (std::int32_t page = 0; known && page <= last; ++page) {
+    known = text.goes_on(kKidText, object_number(page, kPage));
+  }
+  return known && text.goes_on(kPageTreeEndText, last + 1) ? StatusCode::ok : StatusCode::bad_image;
 }
 
 }  // namespace
@@ -85,7 +132,10 @@ Status read_offsets(StreamHandle stream, const ExistingDocument& document,
     done += count;
     at += static_cast<std::int64_t>(count) * kEntryBytes;
   }
-  return kOk;
+  if (document.pages == 0) return kOk;
+  const std::int32_t last = document.pages - 1;
+  TQ_TRY(check_catalog(stream, last, offsets[object_number(last, kCatalog) - 1]));
+  return check_page_tree(stream, last, offsets[object_number(last, kPageTree) - 1]);
 }
 
 }  // namespace tq::formats

@@ -17,8 +17,9 @@ struct ExistingDocument {
 // bad_image when the stream holds 200 bytes or more that are no such document.
 Status find_document(StreamHandle stream, ExistingDocument& document);
 
-// The byte offsets of objects 1, 2 and so on, as many as `offsets` has. bad_image for a broken
-// table.
+// The byte offsets of objects 1, 2 and so on: of all the document has. bad_image for a broken
+// table, and for a page tree that does not list the pages as they are listed here: a new one would
+// lose those of another writer.
 Status read_offsets(StreamHandle stream, const ExistingDocument& document,
                     std::span<std::uint32_t> offsets);
 

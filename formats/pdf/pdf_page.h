@@ -1,5 +1,5 @@
-// What the pages of a document have in common: the numbers of their objects, and where the picture
-// goes.
+// What the pages of a document have in common: the numbers of their objects, the text that lists
+// them, and where the picture goes.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,13 @@ enum PageObject : std::int32_t {
 constexpr std::int32_t object_number(std::int32_t page, PageObject object) {
   return kObjectsPerPage * page + object;
 }
+
+// The document's catalog and page tree, by which it is known again: each object's number first.
+inline constexpr char kObjectText[] = "%d 0 obj\r\n";
+inline constexpr char kCatalogText[] = "<<\r\n/Type /Catalog\r\n/Pages %d 0 R\r\n>>\r\n";
+inline constexpr char kPageTreeText[] = "<<\r\n/Type /Pages\r\n/Kids [";
+inline constexpr char kKidText[] = "%d 0 R \r\n";
+inline constexpr char kPageTreeEndText[] = "]\r\n/Count %d\r\n/MediaBox [ 0 0 612 792 ]\r\n>>\r\n";
 
 // In points from the lower left corner of a page of 612 x 792 points.
 struct Placement {

@@ -101,7 +101,7 @@ Status PageWriter::read_existing() {
 
 Status PageWriter::begin(PageObject object) {
   offset_of(number(object)) = static_cast<std::uint32_t>(out_.position());
-  return out_.text("%d 0 obj\r\n", number(object));
+  return out_.text(kObjectText, number(object));
 }
 
 // The encoder writes to the stream itself.
@@ -153,7 +153,7 @@ Status PageWriter::write_image() {
 
 Status PageWriter::write_catalog() {
   TQ_TRY(begin(kCatalog));
-  TQ_TRY(out_.text("<<\r\n/Type /Catalog\r\n/Pages %d 0 R\r\n>>\r\n", number(kPageTree)));
+  TQ_TRY(out_.text(kCatalogText, number(kPageTree)));
   TQ_TRY(end());
   TQ_TRY(begin(kProcedureSet));
   TQ_TRY(out_.lines("[ /PDF /ImageB  ]"));
@@ -184,11 +184,11 @@ Status PageWriter::write_page_object() {
 
 Status PageWriter::write_page_tree() {
   TQ_TRY(begin(kPageTree));
-  TQ_TRY(out_.text("<<\r\n/Type /Pages\r\n/Kids ["));
+  TQ_TRY(out_.text(kPageTreeText));
   for (std::int32_t page = 0; page <= page_; ++page) {
-    TQ_TRY(out_.text("%d 0 R \r\n", object_number(page, kPage)));
+    TQ_TRY(out_.text(kKidText, object_number(page, kPage)));
   }
-  TQ_TRY(out_.text("]\r\n/Count %d\r\n/MediaBox [ 0 0 612 792 ]\r\n>>\r\n", page_ + 1));
+  TQ_TRY(out_.text(kPageTreeEndText, page_ + 1));
   return end();
 }
 
@@ -239,6 +239,7 @@ Status encode_pdf(const EncodeRequest& request) {
 Status can_append_pdf(StreamHandle stream) {
   ExistingDocument document;
   TQ_TRY(find_document(stream, document));
+  if (document.pages == 0 && stream_size(stream) > 0) return StatusCode::bad_image;
   RowBuffer<std::uint32_t> offsets;
   TQ_TRY(offsets.allocate(std::int64_t{kObjectsPerPage} * document.pages));
   return read_offsets(stream, document, offsets.pixels());

@@ -38,9 +38,9 @@ std::int32_t IMG_CB_C MemoryFile::on_read(std::int32_t stream, void* buffer, std
   const std::int64_t wanted = file.start_transfer(stream, count);
   if (wanted < 0) return static_cast<std::int32_t>(wanted);
   const auto size = static_cast<std::int64_t>(file.bytes.size());
-  const std::int64_t got = std::clamp<std::int64_t>(size - file.position, 0, wanted);
+  const std::int64_t got = std::clamp<std::int64_t>(size - file.index(), 0, wanted);
   if (got > 0) {
-    std::memcpy(buffer, file.bytes.data() + file.position, static_cast<std::size_t>(got));
+    std::memcpy(buffer, file.bytes.data() + file.index(), static_cast<std::size_t>(got));
   }
   file.position += got;
   return file.answer.value_or(static_cast<std::int32_t>(got));
@@ -50,10 +50,10 @@ std::int32_t IMG_CB_C MemoryFile::on_write(std::int32_t stream, void* buffer, st
   MemoryFile& file = *installed;
   const std::int32_t put = file.start_transfer(stream, count);
   if (put < 0) return put;
-  const auto end = static_cast<std::size_t>(file.position + put);
+  const auto end = static_cast<std::size_t>(file.index() + put);
   if (file.bytes.size() < end) file.bytes.resize(end);
   if (put > 0) {
-    std::memcpy(file.bytes.data() + file.position, buffer, static_cast<std::size_t>(put));
+    std::memcpy(file.bytes.data() + file.index(), buffer, static_cast<std::size_t>(put));
     std::memset(buffer, 0x99, static_cast<std::size_t>(put));  // a caller may change it
   }
   file.position += put;
@@ -67,7 +67,7 @@ std::int32_t IMG_CB_C MemoryFile::on_seek(std::int32_t stream, std::int32_t offs
   file.handles.push_back(stream);
   std::int64_t target = offset;
   if (origin == 1) target += file.position;
-  if (origin == 2) target += static_cast<std::int64_t>(file.bytes.size());
+  if (origin == 2) target += static_cast<std::int64_t>(file.bytes.size()) + file.hole;
   if (target < 0 || target > INT32_MAX) return -1;
   file.position = target;
   return static_cast<std::int32_t>(target);
