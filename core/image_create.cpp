@@ -112,9 +112,11 @@ Status create_shell(ImageRecord& image, const void* header) {
                 static_cast<std::size_t>(palette_bytes(bits)));
   }
   if (bits == 1) normalise_mono_palette(source.palette.data());
-  TQ_TRY(create_image(
-      image, source,
-      {.width = source.header.biWidth, .height = source.header.biHeight, .bits = bits}));
+  TQ_TRY(create_image(image, source,
+                      {.width = source.header.biWidth,
+                       .height = source.header.biHeight,
+                       .bits = bits,
+                       .compression = source.header.biCompression == kRgb32 ? kRgb32 : 0}));
   clear_rows(image, 0, image.height);
   return kOk;
 }

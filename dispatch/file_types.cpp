@@ -90,7 +90,7 @@ constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_PNG, .name = "png", .title = "PNG", .ending = "png",
      .test = [](const Probe& p) { return p.has("PNG", 1); },
      .decode = png::decode_png, .read_depths = depths(1, 4, 8, 16, 24),
-     .encode = png::encode_png, .write_depths = depths(1, 4, 8, 16, 24), .available = png::png_available,
+     .encode = png::encode_png, .write_depths = depths(1, 4, 8, 16, 24, 32), .available = png::png_available,
      .can_encode = png::can_encode_png, .traits = kByName},
     {.code = IMG_TYPE_NCR, .name = "ncr", .title = "NCR", .ending = "ncr",
      .test = [](const Probe& p) { return p.has("NN") || p.has("nn"); }, .traits = kUnreported},

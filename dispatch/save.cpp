@@ -18,17 +18,18 @@ Status find_encoder(std::int32_t code, const FileType*& type) {
   return type->available == nullptr ? kOk : type->available();
 }
 
+bool is_cmyk(const BitmapInfoHeader& header) {
+  return header.biBitCount == 32 && header.biCompression != kRgb32;
+}
+
 // What the encoder is told: the crop rectangle's geometry, the image's palette and transparency.
-HeaderBlock header_for(const ImageRecord& image, StreamHandle stream, const FileType& type) {
+HeaderBlock header_for(const ImageRecord& image) {
   HeaderBlock block{.header = header_of(image)};
   const std::span<const Rgb> palette = palette_of(image);
   std::copy(palette.begin(), palette.end(), block.palette.begin());
   block.header.biBitCount = word(image.bits);
   block.header.biWidth = image.crop.width;
   block.header.biHeight = image.crop.height;
-  if (type.supplier == Supplier::plain && stream == kMemoryStream) {
-    block.header.biCompression = 0;
-  }
   if (image.has_transparent) {
     block.header.biClrUsed = kTransparent | byte(image.transparent_colour);
   }
@@ -40,9 +41,9 @@ Status check_image(const ImageRecord& image, StreamHandle stream, const FileType
                    HeaderBlock& header) {
   if (image.dib == nullptr) return StatusCode::out_of_memory;
   if (image.crop.width < 1 || image.crop.height < 1) return StatusCode::bad_image;
-  header = header_for(image, stream, type);
+  header = header_for(image);
   if (type.can_encode == nullptr) return kOk;
-  return type.can_encode({stream, &header, {}, &type});
+  return type.can_encode({stream, &header, {}, &type, is_cmyk(header.header)});
 }
 
 // What has been checked.
@@ -51,7 +52,10 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
   ImageSupplier supplier(handle, image_record(handle), type.supplier);
   TQ_TRY(supplier.allocate());
   TQ_TRY(check_geometry(header.header));
-  return type.encode({stream, &header, supplier.callback(), &type});
+  const bool cmyk = is_cmyk(header.header);
+  // In memory the mark of the pixels is not passed on: encoders of modules rely on this.
+  if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
+  return type.encode({stream, &header, supplier.callback(), &type, cmyk});
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
@@ -72,7 +76,7 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
   const FileType* type = nullptr;
   TQ_TRY(find_encoder(code, type));
   TQ_TRY(check_geometry(header.header));
-  return type->encode({stream, &header, rows, type});
+  return type->encode({stream, &header, rows, type, is_cmyk(header.header)});
 }
 
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {

@@ -76,6 +76,7 @@ struct EncodeRequest {
   HeaderBlock* image;
   RowSupplier rows;
   const FileType* type = nullptr;  // the row of the code that is saved
+  bool cmyk = false;  // 32 bits are cyan, magenta, yellow, black; the header may not say so
 
   std::int32_t variant() const;
 };

@@ -217,7 +217,8 @@ IMG_API int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib);
 /* Makes an image of the given geometry with all pixels 0.
  *
  *   header      BITMAPINFOHEADER and its palette (2, 16 or 256 entries below 24 bits). A
- *               biClrUsed of 0x1000 | index makes that index transparent.
+ *               biClrUsed of 0x1000 | index makes that index transparent. biCompression stays if
+ *               it is 200 and becomes 0 otherwise
  *
  * Decode size, rectangle and reduction settings do not apply.
  * Returns the image handle, IMG_BAD_IMAGE (null, a side below 1, a depth outside 1..32),
@@ -625,7 +626,8 @@ IMG_API int32_t IMG_CALL IMGLOW_set_jpg_interleave(int32_t h, int32_t v);
 
 /* Encode rows of your own.
  *
- *   header      IMG_HEADER_BLOCK_BYTES: geometry and palette of the rows
+ *   header      IMG_HEADER_BLOCK_BYTES: geometry and palette of the rows; biCompression tells
+ *               what 32 bits mean
  *   supply      called for each row in the order that the format stores them
  *
  * Return the encoder's result (memory: the number of bytes written) or a status as above. */

@@ -279,11 +279,6 @@ void describe_indexed(const HeaderBlock& image, PngHeader& file) {
   if (transparent && index < file.entries) file.palette[index].alpha = 0;
 }
 
-// Saving to memory does not tell which 32-bit images are of colours.
-bool has_colours(const EncodeRequest& request) {
-  return request.image->header.biCompression == kRgb32 || request.stream == kMemoryStream;
-}
-
 Status describe(const EncodeRequest& request, PngHeader& file) {
   const BitmapInfoHeader& header = request.image->header;
   file.width = header.biWidth;
@@ -301,7 +296,7 @@ Status describe(const EncodeRequest& request, PngHeader& file) {
       return kOk;
     case 24:
     case 32:
-      if (header.biBitCount == 32 && !has_colours(request)) return StatusCode::wrong_depth;
+      if (request.cmyk) return StatusCode::wrong_depth;
       file.bits = 8;
       file.colour = true;
       return kOk;

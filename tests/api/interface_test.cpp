@@ -23,6 +23,7 @@ using Bytes = std::vector<std::uint8_t>;
 std::int32_t make_picture(int bits) {
   std::uint8_t header[IMG_HEADER_BLOCK_BYTES] = {40, 0, 0, 0, 32, 0, 0, 0, 8, 0, 0, 0, 1};
   header[14] = static_cast<std::uint8_t>(bits);
+  if (bits == 32) header[16] = 200;  // colours
   const std::int32_t image = IMG_create_handle_shell(header);
   for (std::int32_t y = 0; y < 8; ++y) {
     Bytes row(128);

@@ -98,14 +98,14 @@ TEST_F(ImageCreation, ShellTakesNothingFromTheDecodeSettings) {
   IMGLOW_set_decompsize(3, 3);
   IMGLOW_set_decomp_rect(1, 1, 4, 4);
   IMGLOW_set_decomp_reduction(1);
-  HeaderBlock block = dib_header(40, 20, 8);
+  HeaderBlock block = dib_header(40, 20, 32);
   block.header.biCompression = 200;
   block.header.biClrUsed = 0x1007;
   block.header.biXPelsPerMeter = 300;
   block.header.biYPelsPerMeter = 600;
   BitmapInfoHeader expected = block.header;
-  expected.biCompression = expected.biClrUsed = 0;  // the index is the image's, not the header's
-  expected.biSizeImage = 800;
+  expected.biClrUsed = 0;  // the index is the image's, not the header's
+  expected.biSizeImage = 3200;
   set_licence_check([]() -> Status { return StatusCode::refused_by_licence; });
   EXPECT_EQ(IMG_create_handle_shell(&block), -19);
   set_licence_check(nullptr);

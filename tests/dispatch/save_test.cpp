@@ -14,6 +14,7 @@
 
 #include "core/context.h"
 #include "dispatch/row_supplier.h"
+#include "formats/png/png.h"
 #include "tests/support/bmp_file.h"
 #include "tests/support/fed_sink.h"
 #include "tests/support/guarded_block.h"
@@ -260,11 +261,18 @@ TEST_F(Saving, EncoderRefusesAnImageBeforeTheFileIsOpened) {
       EXPECT_EQ(IMG_save_bitmap_fd(image, 4711, code), status) << code;
       EXPECT_EQ(stream.bytes, Bytes()) << code;
     }
+    Bytes out(100000);  // memory is told the same
+    const std::int32_t in_memory = IMG_save_bitmap_block(image, out.data(), out.size(), code);
+    EXPECT_EQ(std::min(in_memory, 0), status) << code;
     return status;
   };
   const std::map<std::int32_t, std::set<int>> wrong_depths = {
       {1, {}},          {2, {16, 32}}, {11, {16, 32}}, {12, {1, 24}},
       {13, {1, 4, 16}}, {43, {32}},    {48, {}},       {59, {4, 16}}};  // 32: ink
+  HeaderBlock colours = dib_header(2, 1, 32);
+  colours.header.biCompression = 200;
+  const Image colour_image(IMG_create_handle_shell(&colours));
+  EXPECT_EQ(refused(colour_image, 43), png::png_available().raw());
   for (const int bits : {1, 4, 8, 16, 24, 32}) {
     const Image image = image_of_bits(bits);
     for (const auto& [code, wrong] : wrong_depths) {
