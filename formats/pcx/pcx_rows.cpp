@@ -14,6 +14,12 @@ std::int64_t chunk_bytes(std::int64_t line_bytes) {
   return line_bytes > budget ? 4 * line_bytes : budget;
 }
 
+// How few coded bytes can fill so many of a line. Memory that does not say where it ends may end
+// behind them.
+std::ptrdiff_t fewest_coded(std::ptrdiff_t missing) {
+  return 2 * (missing / kLongestPcxRun) + std::min<std::ptrdiff_t>(missing % kLongestPcxRun, 2);
+}
+
 }  // namespace
 
 Status PcxLines::open(StreamHandle stream, const PcxHeader& file) {
@@ -24,7 +30,8 @@ Status PcxLines::open(StreamHandle stream, const PcxHeader& file) {
 
 Status PcxLines::gather() {
   while (held_ < line_bytes_) {
-    const std::span<const std::uint8_t> input = input_.peek_all(2);
+    std::span<const std::uint8_t> input = input_.peek_all(fewest_coded(line_bytes_ - held_));
+    if (input.size() == 1 && input[0] >= kPcxRun) input = input_.peek_all(2);  // the run's value
     if (input.empty() && !started_) return StatusCode::read_failed;
     started_ = true;
     PcxRuns runs{input.data(), input.data() + input.size(), buffer_.data() + held_,

@@ -45,6 +45,10 @@ std::vector<Sample> samples() {
                                .tail = pcx_palette()});
   all.push_back({"PCX", page});
   all.push_back({"DCX", dcx_file({page, page}, 3)});
+  // The file ends with a literal byte, and with a run.
+  for (const Bytes& data : {Bytes{0xC2, 1, 0xC3, 2, 9}, Bytes{0xC2, 1, 0xC3, 2, 0xC1, 9}}) {
+    all.push_back({"PCX of 1 bit", pcx_file({.size = {15, 3, 1, 1, 2}, .data = data})});
+  }
   all.push_back({"PNG", saved(plain_file(11, 3, 24), IMG_TYPE_PNG)});
   all.push_back({"JPEG", saved(plain_file(11, 3, 24), IMG_TYPE_JPEG)});
   return all;
@@ -107,6 +111,21 @@ TEST(StreamSweep, ReadsMayHandOutAFewBytesAtATime) {
       EXPECT_EQ(taken(IMG_decompress_bitmap_fd(1, 0, 0)), whole);
       file.position = 0;
       EXPECT_EQ(IMGLOW_get_pages_fd(1), pages);
+    }
+  }
+}
+
+TEST(StreamSweep, MemoryWithoutASizeIsNotReadBehindTheFile) {
+  for (const Sample& sample : samples()) {
+    const std::vector<Seen> whole = taken(load(sample.file));
+    ASSERT_EQ(whole.size(), 1u);
+    for (const std::uint8_t key : Bytes{0, 0x55}) {
+      SCOPED_TRACE(testing::Message() << sample.name << ", key " << int{key});
+      const GuardedBlock block(sample.file);
+      for (std::uint8_t& byte : block.bytes()) byte ^= key;
+      IMG_set_encrypt(key, key);
+      EXPECT_EQ(taken(IMG_decompress_bitmap_mem(block.data(), 0)), whole);
+      IMG_set_encrypt(0, 0);
     }
   }
 }
