@@ -136,12 +136,13 @@ std::int64_t pixel_position(const StoredHeader& stored) {
   return palette_position(stored) + stored_palette_bytes(stored);
 }
 
-// All entries are read, however few the file has: the others get whatever lies there. But nothing
-// behind the image, as memory may end with it; and of coded rows the end is not known.
+// All entries are read, however few the file has: the others get whatever lies there. But in memory
+// without a size nothing behind the image, as the memory may end with it; and of coded rows the end
+// is not known.
 std::size_t readable_palette_bytes(const StoredHeader& stored, const BmpFile& file) {
   const std::int64_t all = stored_palette_bytes(stored);
   const std::int64_t before_pixels = file.pixels_at - palette_position(stored);
-  if (before_pixels < 0) return static_cast<std::size_t>(all);
+  if (before_pixels < 0 || end_is_known(stored.stream)) return static_cast<std::size_t>(all);
   const bool coded = file.rows != BmpRows::as_delivered;
   const std::int64_t pixel_bytes = coded ? 0 : stored_row_bytes(file) * file.image.header.biHeight;
   return static_cast<std::size_t>(std::clamp<std::int64_t>(before_pixels + pixel_bytes, 0, all));

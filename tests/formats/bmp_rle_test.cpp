@@ -8,6 +8,7 @@
 #include "formats/bmp/bmp.h"
 #include "tests/support/codec_runs.h"
 #include "tests/support/digest.h"
+#include "tests/support/guarded_block.h"
 
 namespace tq::test {
 namespace {
@@ -150,6 +151,21 @@ TEST(BmpRleEncode, WritesTheCodesOfTheModel) {
     }
   }
   EXPECT_EQ(digest.value(), 0xB315C7D8C318F758);
+}
+
+// Three colours, and codes behind them that memory without a size may end with.
+TEST(BmpRleDecode, PaletteIsReadAtItsFullLengthWhereTheEndIsKnown) {
+  BmpFields fields{.width = 4, .height = 2, .bits = 8, .compression = 1, .colours_used = 2};
+  fields.palette = {{0, 0, 0, 0}, {10, 20, 30, 0}};
+  fields.pixels = {4, 1, 0, 0, 4, 0, 0, 1};
+  const Bytes file = bmp_file(fields);
+  EXPECT_EQ(decoded(formats::decode_bmp, file).header.palette[2], (Rgb{4, 1, 0, 0}));
+  const GuardedBlock block(file);
+  open_memory_stream(block.data());
+  CollectingSink sink;
+  EXPECT_EQ(formats::decode_bmp({kMemoryStream, 0, sink.sink()}), kOk);
+  EXPECT_EQ(sink.header.palette[2], (Rgb{0, 0, 0, 0}));
+  EXPECT_EQ(sink.image()[0], Bytes(4, 0));
 }
 
 }  // namespace
