@@ -4,9 +4,10 @@ option(TQ_STATIC_CHECKS "Register the checks that look at sources only" OFF)
 
 if(TQ_STATIC_CHECKS)
   add_test(NAME static.layers COMMAND ${TQ_PYTHON} tools/check_layers.py)
+  add_test(NAME static.compatibility COMMAND ${TQ_PYTHON} tools/check_compatibility.py)
   add_test(NAME static.size COMMAND ${TQ_PYTHON} tools/check_size.py)
   add_test(NAME static.format COMMAND tools/check_format.sh)
-  set_tests_properties(static.layers static.size static.format PROPERTIES
+  set_tests_properties(static.layers static.compatibility static.size static.format PROPERTIES
     LABELS static WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME model COMMAND ${TQ_PYTHON} tests/process/models/make_digests.py --check
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
