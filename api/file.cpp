@@ -44,10 +44,10 @@ void copy_text(std::string_view text, char (&field)[kSize]) {
 std::int32_t flags_of(const FileType& type, const FileType& read_by) {
   std::int32_t flags = 0;
   const auto set = [&](bool condition, std::int32_t flag) { flags |= condition ? flag : 0; };
-  set(read_by.decode != nullptr, IMG_FORMAT_READS);
-  set(type.encode != nullptr, IMG_FORMAT_WRITES);
+  set(read_by.read_depths != 0, IMG_FORMAT_READS);
+  set(type.write_depths != 0, IMG_FORMAT_WRITES);
   set(read_by.count_pages != nullptr || (type.traits & kMultiPage) != 0, IMG_FORMAT_PAGES);
-  set(type.encode != nullptr && (type.traits & kMultiPage) != 0, IMG_FORMAT_APPENDS);
+  set(type.write_depths != 0 && (type.traits & kMultiPage) != 0, IMG_FORMAT_APPENDS);
   set(read_by.test != nullptr && (type.traits & kUnreported) == 0, IMG_FORMAT_DETECTED);
   set(type.available != nullptr && type.available().failed(), IMG_FORMAT_MODULE);
   return flags;

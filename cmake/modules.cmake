@@ -24,6 +24,13 @@ tq_add_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES} ${TQ_MODULE_BASE_SOURC
 # What it does not call of these folders stays out of it.
 target_compile_options(lzw_module PRIVATE -ffunction-sections -fdata-sections)
 target_link_options(lzw_module PRIVATE -Wl,--gc-sections)
+if(NOT WIN32)
+  # For programs run from the build tree. On Windows that folder is the tests' as well, and some of
+  # them need it not to be there.
+  add_custom_command(TARGET lzw_module POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:lzw_module> $<TARGET_FILE_DIR:tarnquill>
+    VERBATIM)
+endif()
 if(WIN32)
   install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
 else()

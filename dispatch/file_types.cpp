@@ -176,7 +176,7 @@ constexpr FileType kFileTypes[] = {
      .traits = kMultiPage},
     {.code = IMG_TYPE_TIFF_LZW, .name = "tiff-lzw", .title = "TIFF LZW",
      .variant_of = IMG_TYPE_TIFF, .variant = 5, .switched_by = IMG_TYPE_TIFF,
-     .encode = encode_tiff_lzw, .write_depths = depths(1, 4, 8, 16, 24, 32),
+     .encode = encode_tiff_lzw,
      .available = tiff_lzw_encoder_available,
      .can_append = pages_unknown, .traits = kMultiPage},
     {.code = IMG_TYPE_TIFF_G4, .name = "tiff-g4", .title = "TIFF Group 4",

@@ -1,4 +1,4 @@
-// Names of file type codes: for people, for --code, and for the ends of file names.
+// File type codes by number, by name and by the end of a file name, as the library describes them.
 #pragma once
 
 #include <cstdint>
@@ -6,23 +6,19 @@
 #include <string>
 #include <string_view>
 
+#include "tarnquill.h"
+
 namespace tool {
 
-struct FileCode {
-  std::int32_t code;
-  const char* name;    // what --code takes
-  const char* title;   // what people call it
-  const char* ending;  // of a file name, without the dot
-  bool appends;        // saving adds a page to an existing file
-};
-
-// Null for a code without a name.
-const FileCode* find_code(std::int32_t code);
+std::optional<img_format> find_code(std::int32_t code);
 
 // From a number or a name.
 std::optional<std::int32_t> parse_code(std::string_view text);
 
 // From the end of a file name.
 std::optional<std::int32_t> code_of_file_name(const std::string& name);
+
+// What the names of its files end in, without a dot; variants share that of their format.
+std::string ending_of(const img_format& format);
 
 }  // namespace tool

@@ -99,8 +99,8 @@ void choose_output(const Arguments& arguments, Plan& plan) {
 }
 
 bool holds_pages(std::int32_t code) {
-  const FileCode* const type = find_code(code);
-  return type != nullptr && type->appends;
+  const auto type = find_code(code);
+  return type && (type->flags & IMG_FORMAT_APPENDS) != 0;
 }
 
 void check_output(const Plan& plan) {
@@ -237,9 +237,9 @@ void save_input(const Plan& plan, InputPointer input, Progress& progress, Open&&
   output.save(page);
   progress.clear();
   if (plan.verbose && !plan.quiet) {
-    const FileCode* const type = find_code(plan.code);
+    const auto type = find_code(plan.code);
     std::fprintf(stderr, "%s -> %s: %s, %s, %d-bit\n", printable(label).c_str(),
-                 printable(output.label()).c_str(), type != nullptr ? type->title : "?",
+                 printable(output.label()).c_str(), type ? type->title : "?",
                  size_text(written.width, written.height).c_str(), image.bits());
   }
 }
@@ -248,11 +248,11 @@ void save_input(const Plan& plan, InputPointer input, Progress& progress, Open&&
 
 std::string output_name(const Plan& plan, const std::string& input) {
   if (!plan.out_is_folder) return plan.out;
-  const FileCode* const type = find_code(plan.code);
+  const auto type = find_code(plan.code);
   std::string name = plan.out;
   if (!is_separator(name.back())) name += '/';
   name += input == "-" ? "stdin" : stem_of(input);
-  return type != nullptr ? name + "." + type->ending : name;
+  return type ? name + "." + ending_of(*type) : name;
 }
 
 // What came through a pipe, by its place among the inputs: it cannot be read again.

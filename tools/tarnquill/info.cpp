@@ -48,8 +48,8 @@ Report look_at(const std::string& name, int page) {
 }
 
 std::string title_of(std::int32_t code) {
-  const FileCode* const named = find_code(code);
-  return named != nullptr ? named->title : "code " + std::to_string(code);
+  const auto named = find_code(code);
+  return named ? named->title : "code " + std::to_string(code);
 }
 
 // ---- Table ----

@@ -46,8 +46,8 @@ void operate_on(const std::string& from, int page, const std::string& to, std::i
   progress.begin_stage("processing");
   check(input_label(from), operation(image));
   progress.begin_stage("writing");
-  const FileCode* const type = find_code(code);
-  const bool appends = type != nullptr && type->appends;
+  const auto type = find_code(code);
+  const bool appends = type && (type->flags & IMG_FORMAT_APPENDS) != 0;
   const SavePage save = [&](std::int32_t stream) {
     return IMG_save_bitmap_fd(image, stream, code);
   };
