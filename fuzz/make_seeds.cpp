@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "dispatch/file_types.h"
 #include "formats/fax.h"
-#include "formats/pdf/pdf.h"
 #include "fuzz/decode_settings.h"
 #include "fuzz/fuzz_support.h"
 #include "tests/support/bmp_file.h"
@@ -75,16 +75,39 @@ std::int32_t IMG_CB_C stripes(void*, void* dest, std::int32_t y, std::int32_t by
   return 0;
 }
 
-void write_pdf_seeds() {
-  Bytes block(20000);
-  tq::HeaderBlock header = tq::dib_header(21, 9, 1);
-  tq::open_memory_stream(block.data(), block.size());
-  for (int pages = 1; pages <= 3; ++pages) {
-    all_written = all_written &&
-                  tq::formats::encode_pdf({tq::kMemoryStream, &header, {stripes, nullptr}}).ok();
-    write_file("pdf/pages_" + std::to_string(pages),
-               Bytes(block.begin(), block.begin() + tq::memory_position()));
+bool takes_pages(const tq::formats::FileType* type) {
+  return type != nullptr && type->can_append != nullptr && type->decode != nullptr;
+}
+
+// By what number the append target knows a format that takes pages.
+std::uint8_t append_number(std::int32_t code) {
+  std::uint8_t number = 0;
+  for (const tq::formats::FileType& type : tq::dispatch::file_types()) {
+    if (type.code == code) break;
+    if (takes_pages(&type)) ++number;
   }
+  return number;
+}
+
+// Files of some pages for every format that pages are added to.
+void write_append_seeds() {
+  IMGLOW_set_fileio(tq::fuzz::caller_read, tq::fuzz::caller_write, tq::fuzz::caller_seek);
+  for (const tq::formats::FileType& type : tq::dispatch::file_types()) {
+    if (!takes_pages(&type)) continue;
+    tq::fuzz::caller_file = {};
+    for (std::uint8_t pages = 0; pages < 4; ++pages) {
+      write_file("append/" + std::string(type.name) + "_" + std::to_string(pages),
+                 test::joined({{append_number(type.code), pages}, tq::fuzz::caller_file.bytes}));
+      tq::HeaderBlock header = tq::dib_header(21, 9, pages == 1 ? 8 : 1);
+      tq::fuzz::caller_file.position = 0;
+      all_written =
+          all_written && type.encode({tq::StreamHandle{1}, &header, {stripes, nullptr}}).ok();
+    }
+  }
+  IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+}
+
+void write_pdf_seeds() {
   // As the reader wants it: a page number that is a place, a name that ends in an object's number.
   for (const std::string filter : {"CCITTFaxDecode", "DCTDecode"}) {
     std::string file = "%PDF-1.2\r\n/Tarnquill4\r\n", table = "0000000000 65535 f\r\n";
@@ -100,7 +123,6 @@ void write_pdf_seeds() {
     const std::string start = std::to_string(file.size());
     file.append("xref\r\n0 5\r\n").append(table).append("trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\n");
     file.append("startxref\r\n").append(start).append("\r\n%%EOF\r\n");
-    write_file("pdf/" + filter, bytes_of(file));
     write_decode_seeds("pdf_" + filter, bytes_of(file));
   }
 }
@@ -117,8 +139,12 @@ void write_corpus_seeds(const std::string& corpus) {
     std::ranges::replace(name, '/', '_');
     if (file.decoded) write_decode_seeds(name, file.bytes);
     if (!file.decoded) write_file("decode/" + name, test::joined({query, file.bytes}));
+    const std::int32_t code = IMGLOW_get_filetype_block(file.bytes.data(), file.bytes.size());
+    if (takes_pages(tq::dispatch::find_code(code))) {
+      write_file("append/" + name, test::joined({{append_number(code), 0}, file.bytes}));
+    }
     // For the targets of one format; page and interlacing stand in front of a GIF file.
-    switch (IMGLOW_get_filetype_block(file.bytes.data(), file.bytes.size())) {
+    switch (code) {
       case IMG_TYPE_JPEG:
         write_file("jpeg_decode/" + name, file.bytes);
         break;
@@ -126,9 +152,6 @@ void write_corpus_seeds(const std::string& corpus) {
       case IMG_TYPE_GIF_INTERLACED:
         write_file("gif/" + name, test::joined({Bytes{0, 1}, file.bytes}));
         write_file("module/" + name, test::joined({Bytes{1, 0, 255}, file.bytes}));
-        break;
-      case IMG_TYPE_PDF:
-        write_file("pdf/" + name, file.bytes);
         break;
       default:
         break;
@@ -193,8 +216,8 @@ void write_options_seeds() {
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   folder = argv[1];
-  for (const auto write : {write_saved_seeds, write_pdf_seeds, write_ccitt_seeds,
-                           write_options_seeds, write_random_seeds})
+  for (const auto write : {write_saved_seeds, write_append_seeds, write_pdf_seeds,
+                           write_ccitt_seeds, write_options_seeds, write_random_seeds})
     write();
   write_corpus_seeds(argv[2]);
   return all_written ? 0 : 1;

@@ -572,7 +572,7 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  *
  *   name        file name; a multi-page code appends a page to an existing file, every other code
  *               replaces it. A file whose save failed half way is removed. A file that the code
- *               cannot add a page to is left alone: IMG_BAD_IMAGE for one of something else,
+ *               cannot add a page to is left alone: IMG_BAD_IMAGE (something else, or cut off),
  *               IMG_UNSUPPORTED for a DCX whose table of pages has no room, IMG_READ_FAILED for one
  *               whose table cannot be read whole. Except on Windows, what is no regular file is never
  *               removed: a link stays, and the file that it leads to holds what had been written; a

@@ -16,9 +16,6 @@ constexpr std::uint32_t kMostPages = 1024;  // that are looked for
 constexpr int kWrittenPages = 100;          // that a container written here has room for
 constexpr int kTableBytes = 4 + 4 * kWrittenPages;
 constexpr std::size_t kCopyBytes = 4000;
-constexpr int kFull = 0;  // entry 0 is never searched for
-
-using Table = std::array<std::uint8_t, kTableBytes>;
 
 // Reads table entries one after the other; the end counts as 0. A table that is full ends with no
 // zero entry but where the first page begins.
@@ -70,8 +67,9 @@ Status find_page(StreamHandle stream, std::int32_t start, std::uint32_t page, Pc
 // What begins at the stream's position.
 struct Existing {
   std::int32_t start = 0;  // the position
+  std::int32_t end = 0;    // of the stream
   std::int32_t bytes = 0;  // of the table; what the stream does not have of it is 0
-  Table table{};
+  std::array<std::uint8_t, kTableBytes + 4> table{};  // a longer one may have a zero there
 
   bool is_container() const { return bytes >= 4 && load_le32(table.data()) == kMagic; }
   std::uint32_t entry(int i) const { return load_le32(&table[4 + 4 * i]); }
@@ -88,36 +86,37 @@ Status look_at(StreamHandle stream, Existing& found) {
   found = {.start = position(stream)};
   if (found.start < 0 || found.start > INT32_MAX - kTableBytes) return StatusCode::write_failed;
   found.bytes = read_fully(stream, found.table);
-  if (found.bytes < kTableBytes) {
-    const std::int32_t end = seek(stream, 0, Origin::end);
-    if (end < 0) return StatusCode::write_failed;
-    if (end > found.start + found.bytes) return StatusCode::read_failed;
-  }
+  found.end = seek(stream, 0, Origin::end);
+  if (found.end < 0) return StatusCode::write_failed;
+  const bool whole = found.bytes == static_cast<std::int32_t>(found.table.size());
+  if (!whole && found.end > found.start + found.bytes) return StatusCode::read_failed;
   return move_to(stream, found.start);
 }
 
-// The entry for the next page, or kFull. Looks from entry 1 on; callers rely on entry 0. Tables of
-// other writers end where their first page begins: there must be room for a zero behind the entry,
-// but for the last one of a table as long as ours.
-int free_entry(const Existing& found) {
-  std::int64_t room = found.start + found.bytes;
-  if (found.entry(0) != 0) room = std::min<std::int64_t>(room, found.entry(0));
-  int i = 1;
-  for (; i < kWrittenPages && found.entry(i) != 0; ++i) {
-    room = std::min<std::int64_t>(room, found.entry(i));
+// The entry for the next page. Entry 0 is never free; callers rely on it. Tables of other writers
+// end where their first page begins: there must be room for a zero behind the entry, but for the
+// last one of a table as long as ours. Pages that lie behind the end are lost, and would be found
+// in the new one.
+Status find_entry(const Existing& found, int& entry) {
+  std::int64_t table_end = found.start + found.bytes;
+  for (int i = 0; i < kWrittenPages && found.entry_position(i + 1) <= table_end; ++i) {
+    const std::int64_t page = found.entry(i);
+    if (page > found.end) return StatusCode::bad_image;
+    if (page != 0) table_end = std::min(table_end, page);
+    if (page != 0 || i == 0) continue;
+    const bool has_zero = found.entry_position(i + 2) <= table_end && found.entry(i + 1) == 0;
+    const bool is_last = i + 1 == kWrittenPages && table_end == found.entry_position(kWrittenPages);
+    if (!has_zero && !is_last) break;
+    entry = i;
+    return kOk;
   }
-  const int used = std::min(i + 2, kWrittenPages);  // entries, the zero among them
-  const bool free =
-      i < kWrittenPages && found.entry(used - 1) == 0 && found.entry_position(used) <= room;
-  return free ? i : kFull;
+  return StatusCode::unsupported;
 }
 
 // Whether a page can be added, and how: as `entry` of the container, or as the first of a new one.
 Status find_room(StreamHandle stream, Existing& found, int& entry) {
   TQ_TRY(look_at(stream, found));
-  if (!found.is_container()) return kOk;
-  entry = free_entry(found);
-  return entry == kFull ? StatusCode::unsupported : StatusCode::ok;
+  return found.is_container() ? find_entry(found, entry) : kOk;
 }
 
 Status write_all(StreamHandle stream, std::span<std::uint8_t> bytes) {
@@ -135,7 +134,7 @@ Status write_words(StreamHandle stream, std::initializer_list<std::uint32_t> wor
 
 // Leaves the stream where the first page goes.
 Status begin_container(StreamHandle stream, std::int32_t start) {
-  Table empty{};
+  std::array<std::uint8_t, kTableBytes> empty{};
   TQ_TRY(write_all(stream, empty));
   TQ_TRY(move_to(stream, start));
   const std::int32_t first_page = start + kTableBytes;
@@ -145,12 +144,11 @@ Status begin_container(StreamHandle stream, std::int32_t start) {
 
 // Leaves the stream where the page goes: at its end. The entry comes first, because it says where
 // the page before ends. One that was written in part could point anywhere and is taken back.
-Status add_entry(StreamHandle stream, std::int32_t at, std::int32_t page_bytes) {
-  const std::int32_t end = seek(stream, 0, Origin::end);
-  if (end < 0 || end > INT32_MAX - page_bytes) return StatusCode::write_failed;
+Status add_entry(StreamHandle stream, const Existing& found, int entry) {
+  const std::int32_t at = found.entry_position(entry);
   TQ_TRY(move_to(stream, at));
-  Status added = write_words(stream, {static_cast<std::uint32_t>(end)});
-  if (added.ok()) added = move_to(stream, end);
+  Status added = write_words(stream, {static_cast<std::uint32_t>(found.end)});
+  if (added.ok()) added = move_to(stream, found.end);
   if (added.failed() && move_to(stream, at).ok()) (void)write_words(stream, {0});
   return added;
 }
@@ -193,7 +191,7 @@ Status count_dcx_pages(StreamHandle stream) {
 
 Status can_append_dcx(StreamHandle stream) {
   Existing found;
-  int entry = kFull;
+  int entry = 0;
   TQ_TRY(find_room(stream, found, entry));
   return found.is_container() || found.bytes == 0 ? StatusCode::ok : StatusCode::bad_image;
 }
@@ -204,7 +202,7 @@ Status encode_dcx(const EncodeRequest& request) {
   // The size of what lies in memory is not known, so there is nothing to append to.
   const bool may_append = stream != kMemoryStream;
   Existing found{.start = position(stream)};
-  int entry = kFull;
+  int entry = 0;
   if (may_append) TQ_TRY(find_room(stream, found, entry));
 
   // A page that cannot be encoded leaves the container as it was.
@@ -218,14 +216,10 @@ Status encode_dcx(const EncodeRequest& request) {
 
   // Whoever supplied the rows may have worked on the stream.
   if (may_append) TQ_TRY(find_room(stream, found, entry));
-  if (found.is_container()) {
-    TQ_TRY(add_entry(stream, found.entry_position(entry), page_bytes));
-  } else {
-    if (found.start < 0 || found.start > INT32_MAX - kTableBytes - page_bytes) {
-      return StatusCode::write_failed;
-    }
-    TQ_TRY(begin_container(stream, found.start));
-  }
+  const bool adds = found.is_container();
+  const std::int64_t page_start = adds ? found.end : std::int64_t{found.start} + kTableBytes;
+  if (found.start < 0 || page_start + page_bytes > INT32_MAX) return StatusCode::write_failed;
+  TQ_TRY(adds ? add_entry(stream, found, entry) : begin_container(stream, found.start));
   return copy_page(page, page_bytes, block.bytes(), stream);
 }
 

@@ -17,7 +17,8 @@ Status encode_dcx(const EncodeRequest& request);  // adds a page to what begins 
 Status count_dcx_pages(StreamHandle stream);
 
 // Whether a page can be added to what begins at the position, which stays: nothing at all, or a
-// container. unsupported when its table has no room, bad_image for anything else.
+// container. unsupported when its table has no room, bad_image for a container that has lost pages
+// and for anything else.
 Status can_append_dcx(StreamHandle stream);
 
 }  // namespace tq::formats

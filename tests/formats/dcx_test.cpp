@@ -130,6 +130,10 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
 TEST(DcxEncode, TablesOfOtherWritersMustHaveRoomForAZeroBehindTheEntry) {
   Bytes beside_others = dcx_file({page(1)}, 4);
   beside_others[12] = 99;  // behind the zero
+  Bytes zero_behind_ours = dcx_file(std::vector<Bytes>(99, page(1)), 150);
+  store_le32(&zero_behind_ours[404], 5000);  // entry 100
+  Bytes lost = dcx_file({page(1), page(2)});
+  lost.resize(load_le32(&lost[8]) - 1);
   Bytes cut = dcx_file({}, 40);
   store_le32(&cut[4], 404);
   cut.resize(14);
@@ -144,8 +148,10 @@ TEST(DcxEncode, TablesOfOtherWritersMustHaveRoomForAZeroBehindTheEntry) {
                {"a zero", dcx_file({page(1)}, 2), -7, -7},
                {"room for a page", dcx_file({page(1)}, 3), 0, 0},
                {"a long table", dcx_file({page(1)}, 1024), 0, 0},
+               {"a long table, its entry 100 in use", zero_behind_ours, -7, -7},
+               {"pages behind the end", lost, -3, -3},
                {"an entry behind the end", beside_others, -7, -7},
-               {"a table that is cut off", cut, -7, -7},
+               {"a table that is cut off", cut, -3, -3},
                {"all entries in use", dcx_file(std::vector<Bytes>(101, page(1)), 101), -7, -7}};
   for (const auto& [what, before, by_name, status] : cases) {
     MemoryFile file(before);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/memory.h"
+#include "tests/support/corpus.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/pcx_file.h"
@@ -20,7 +21,7 @@ const auto kDecoded = testing::AnyOf(0, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_CANN
                                      IMG_READ_FAILED, IMG_NO_SUCH_PAGE);
 
 struct Sample {
-  const char* name;
+  std::string name;
   Bytes file;
 };
 
@@ -51,6 +52,15 @@ std::vector<Sample> samples() {
   }
   all.push_back({"PNG", saved(plain_file(11, 3, 24), IMG_TYPE_PNG)});
   all.push_back({"JPEG", saved(plain_file(11, 3, 24), IMG_TYPE_JPEG)});
+  return all;
+}
+
+// These and what other programs wrote.
+std::vector<Sample> all_samples() {
+  std::vector<Sample> all = samples();
+  for (const CorpusFile& file : corpus_files()) {
+    if (file.decoded) all.push_back({file.name, file.bytes});
+  }
   return all;
 }
 
@@ -98,12 +108,11 @@ TEST(StreamSweep, EveryPrefixIsTheSameByNameFromMemoryAndFromTheCaller) {
 }
 
 TEST(StreamSweep, ReadsMayHandOutAFewBytesAtATime) {
-  for (const Sample& sample : samples()) {
+  for (const Sample& sample : all_samples()) {
     const std::vector<Seen> whole = taken(load(sample.file));
-    ASSERT_EQ(whole.size(), 1u);
     const std::int32_t type = IMGLOW_get_filetype_block(sample.file.data(), sample.file.size());
     const std::int32_t pages = IMGLOW_get_pages_block(sample.file.data(), sample.file.size());
-    for (const std::int32_t most : {1, 2, 3, 7, 19, 100}) {
+    for (const std::int32_t most : {1, 19, 100}) {
       SCOPED_TRACE(testing::Message() << sample.name << ", " << most << " bytes");
       MemoryFile file(sample.file);
       file.most_per_call = most;
@@ -116,9 +125,8 @@ TEST(StreamSweep, ReadsMayHandOutAFewBytesAtATime) {
 }
 
 TEST(StreamSweep, MemoryWithoutASizeIsNotReadBehindTheFile) {
-  for (const Sample& sample : samples()) {
+  for (const Sample& sample : all_samples()) {
     const std::vector<Seen> whole = taken(load(sample.file));
-    ASSERT_EQ(whole.size(), 1u);
     for (const std::uint8_t key : Bytes{0, 0x55}) {
       SCOPED_TRACE(testing::Message() << sample.name << ", key " << int{key});
       const GuardedBlock block(sample.file);
