@@ -171,8 +171,8 @@ Picture paint_page() {
       "Photographs have no such rows. To print one in black and white its greys are broken up: by "
       "a pattern that is the same everywhere, or by handing on to the neighbours what a dot came "
       "out too dark or too light.",
-      "Whoever looks at the sheet sees copies. The page itself lies beside it, and so does the "
-      "document that was made of it, in which other programs find the same dots."};
+      ("Whoever looks at the sheet sees copies. The page itself lies beside it, and so does the "
+       "document that was made of it, in which other programs find the same dots.")};
   Picture page{kWidth, kHeight,
                std::vector<Colour>(static_cast<std::size_t>(kWidth) * kHeight, Colour{1, 1, 1})};
   const Colour ink = {0, 0, 0};

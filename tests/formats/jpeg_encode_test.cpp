@@ -9,7 +9,6 @@
 #include "formats/jpeg/encode/encoder.h"
 #include "formats/jpeg/jpeg.h"
 #include "tests/support/codec_runs.h"
-#include "tests/support/jpeg_file.h"
 
 namespace tq::test {
 namespace {
