@@ -82,8 +82,9 @@ void choose_keys(Histogram& histogram, std::array<std::uint16_t, 256>& keys) {
   }
 }
 
-// Distances are those of the cells, the lowest index of equal ones wins.
-std::int16_t nearest_key(int key, const std::array<std::uint16_t, 256>& keys) {
+// Distances are those of the cells, the lowest index of equal ones wins. Called once for a key, from
+// a loop over pixels whose registers it would take.
+[[gnu::noinline]] std::int16_t nearest_key(int key, const std::array<std::uint16_t, 256>& keys) {
   const auto square = [](int a, int b) { return (2 * a - 2 * b) * (2 * a - 2 * b); };
   int least = 65535;
   std::int16_t found = 0;
