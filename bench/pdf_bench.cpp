@@ -36,7 +36,7 @@ void append(const std::string& name) {
   const bool exists = fs::exists(name);
   if (file.open(name.c_str(), exists ? OpenMode::update : OpenMode::create).failed()) std::abort();
   HeaderBlock header = dib_header(kWidth, kHeight, 1);
-  if (formats::encode_pdf({file.handle(), &header, {draw_row, nullptr}}).failed()) std::abort();
+  if (pdf::encode({file.handle(), &header, {draw_row, nullptr}}).failed()) std::abort();
 }
 
 void pdf_append(benchmark::State& state) {

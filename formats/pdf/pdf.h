@@ -4,18 +4,18 @@
 
 #include "formats/codec.h"
 
-namespace tq::formats {
+namespace tq::pdf {
 
-Status decode_pdf(const DecodeRequest& request);
+Status decode(const formats::DecodeRequest& request);
 
 // Adds a page to the document in the stream, or starts one in a stream of less than 200 bytes.
 // bad_image, before anything is written, when the stream holds something else.
-Status encode_pdf(const EncodeRequest& request);
+Status encode(const formats::EncodeRequest& request);
 
 // 1 bit, and what a JPEG can hold.
-Status can_encode_pdf(const EncodeRequest& request);
+Status can_encode(const formats::EncodeRequest& request);
 
 // Whether a page can be added to what the stream holds: nothing at all, or a document.
-Status can_append_pdf(StreamHandle stream);
+Status can_append(StreamHandle stream);
 
-}  // namespace tq::formats
+}  // namespace tq::pdf

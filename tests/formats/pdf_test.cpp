@@ -18,9 +18,6 @@
 namespace tq::test {
 namespace {
 
-using formats::can_append_pdf;
-using formats::decode_pdf;
-
 struct Picture {
   std::int32_t width, height;
   int bits;
@@ -43,7 +40,7 @@ Status encode(formats::Encoder encoder, const Picture& picture, std::int32_t fai
 }
 
 Status save(const Picture& picture, std::int32_t failed_row = -1) {
-  return encode(formats::encode_pdf, picture, failed_row);
+  return encode(pdf::encode, picture, failed_row);
 }
 
 std::string text(const Bytes& bytes) {
@@ -114,7 +111,7 @@ TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnewEvenIfItOnlyWrites) {
   for (const bool only_writes : {false, true}) {
     MemoryFile file(Bytes(only_writes ? 0 : 199, 'x'));
     file.install(!only_writes, true, !only_writes);
-    EXPECT_EQ(can_append_pdf(MemoryFile::kHandle),
+    EXPECT_EQ(pdf::can_append(MemoryFile::kHandle),
               only_writes ? StatusCode::ok : StatusCode::bad_image);
     ASSERT_EQ(save(kSmall), kOk);
     EXPECT_EQ(text(file.bytes), document_of({kSmall}));
@@ -155,7 +152,7 @@ TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
   };
   for (const auto& [what, content] : cases) {
     const MemoryFile file(bytes_of(content));
-    EXPECT_EQ(can_append_pdf(MemoryFile::kHandle), StatusCode::bad_image) << what;
+    EXPECT_EQ(pdf::can_append(MemoryFile::kHandle), StatusCode::bad_image) << what;
     EXPECT_EQ(save(kSmall), StatusCode::bad_image) << what;
     EXPECT_EQ(text(file.bytes), content) << what;
   }
@@ -198,7 +195,7 @@ std::string readable(const Picture& picture) {
 
 Status read(const std::string& content, CollectingSink& sink) {
   const MemoryFile file(bytes_of(content));
-  return decode_pdf({MemoryFile::kHandle, 0, sink.sink()});
+  return pdf::decode({MemoryFile::kHandle, 0, sink.sink()});
 }
 
 TEST(PdfRead, ADocumentWithTheRightNameGivesItsPicture) {

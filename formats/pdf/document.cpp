@@ -1,31 +1,85 @@
-#include "formats/pdf/pdf_existing.h"
+// Text, and the document that a page is added to.
+#include "formats/pdf/document.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <limits>
 
-#include "formats/pdf/pdf_page.h"
-#include "formats/pdf/pdf_text.h"
 #include "io/chunk_reader.h"
 
-namespace tq::formats {
+namespace tq::pdf {
 namespace {
 
-constexpr std::int32_t kTailBytes = 200;
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool ends_line(char c) {
+  return c == '\r' || c == '\n';
+}
+
+}  // namespace
+
+bool Text::find(std::string_view what) {
+  const std::size_t found = text_.find(what, at_);
+  at_ = std::min(found, text_.size());
+  return found != std::string_view::npos;
+}
+
+bool Text::find_key(std::string_view name) {
+  while (find("/")) {
+    ++at_;
+    if (rest().starts_with(name)) {
+      at_ += name.size();
+      return true;
+    }
+  }
+  return false;
+}
+
+void Text::skip_line_ends() {
+  while (ends_line(current())) ++at_;
+}
+
+void Text::skip_line() {
+  while (!at_end() && !ends_line(current())) ++at_;
+  skip_line_ends();
+}
+
+bool Text::to_digit() {
+  while (!at_end() && !is_digit(current())) ++at_;
+  return !at_end();
+}
+
+std::int32_t Text::number() {
+  constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+  while (current() == ' ' || current() == '\t') ++at_;
+  std::int32_t value = 0;
+  for (; is_digit(current()); ++at_) {
+    const std::int32_t digit = current() - '0';
+    value = value > (kMost - digit) / 10 ? kMost : 10 * value + digit;
+  }
+  return value;
+}
+
+std::int32_t seek_to(StreamHandle stream, std::int64_t at) {
+  if (at < 0 || at > INT32_MAX) return -1;
+  return seek(stream, static_cast<std::int32_t>(at), Origin::start);
+}
+
+namespace {
+
 constexpr std::int32_t kEntryBytes = 20;  // of the cross-reference table
 
 using Window = std::array<std::uint8_t, kTailBytes>;
 
 // What there is of a window at this place.
-PdfText read_window(StreamHandle stream, std::int64_t at, std::span<std::uint8_t> window) {
-  if (at < 0 || at > INT32_MAX) return {};
-  if (seek(stream, static_cast<std::int32_t>(at), Origin::start) != at) return {};
-  return PdfText(window.first(static_cast<std::size_t>(read_fully(stream, window))));
+Text read_window(StreamHandle stream, std::int64_t at, std::span<std::uint8_t> window) {
+  return seek_to(stream, at) == at ? read_text(stream, window) : Text();
 }
 
 // The offset of the cross-reference table, as the document's end gives it; 0 if there is none.
-std::int32_t table_offset(PdfText tail) {
+std::int32_t table_offset(Text tail) {
   const std::size_t end = tail.text().rfind("%%EOF");
   const std::size_t start = tail.text().rfind("startxref", end);
   if (end == std::string_view::npos || start == std::string_view::npos) return 0;
@@ -37,9 +91,8 @@ std::int32_t table_offset(PdfText tail) {
 // Compares an object's text with what it should be.
 class ObjectText {
  public:
-  Status open(StreamHandle stream, std::uint32_t offset) {
-    const auto at = static_cast<std::int32_t>(offset);
-    if (seek(stream, at, Origin::start) != at) return StatusCode::bad_image;
+  Status open(StreamHandle stream, std::int32_t offset) {
+    if (seek(stream, offset, Origin::start) != offset) return StatusCode::bad_image;
     return input_.open(stream, kChunkBytes);
   }
   [[gnu::format(printf, 2, 3)]] bool goes_on(const char* format, ...) {
@@ -48,7 +101,7 @@ class ObjectText {
     va_start(values, format);
     const int bytes = std::vsnprintf(expected, sizeof expected, format, values);
     va_end(values);
-    const PdfText there(input_.peek(bytes));
+    const Text there(input_.peek(bytes));
     const bool equal = there.text() == expected;
     input_.skip(bytes);
     return equal;
@@ -59,7 +112,7 @@ class ObjectText {
   ChunkReader input_;
 };
 
-Status check_catalog(StreamHandle stream, std::int32_t last, std::uint32_t offset) {
+Status check_catalog(StreamHandle stream, std::int32_t last, std::int32_t offset) {
   ObjectText text;
   TQ_TRY(text.open(stream, offset));
   const bool known = text.goes_on(kObjectText, object_number(last, kCatalog)) &&
@@ -67,7 +120,7 @@ Status check_catalog(StreamHandle stream, std::int32_t last, std::uint32_t offse
   return known ? StatusCode::ok : StatusCode::bad_image;
 }
 
-Status check_page_tree(StreamHandle stream, std::int32_t last, std::uint32_t offset) {
+Status check_page_tree(StreamHandle stream, std::int32_t last, std::int32_t offset) {
   ObjectText text;
   TQ_TRY(text.open(stream, offset));
   bool known =
@@ -87,7 +140,7 @@ Status find_document(StreamHandle stream, ExistingDocument& document) {
   if (size < 0 && position(stream) >= 0) return StatusCode::write_failed;
   if (size < kTailBytes) return kOk;
   Window window;
-  PdfText text = read_window(stream, 0, std::span(window).first(5));
+  Text text = read_window(stream, 0, std::span(window).first(5));
   if (text.text() != "%PDF-") return StatusCode::bad_image;
   const std::int32_t table = table_offset(read_window(stream, size - kTailBytes, window));
   text = read_window(stream, table, window);
@@ -96,7 +149,7 @@ Status find_document(StreamHandle stream, ExistingDocument& document) {
   const std::int32_t first = text.number();
   const std::int32_t count = text.number();
   text.skip_line();
-  const std::int64_t entries = table + static_cast<std::int64_t>(text.position());
+  const std::int64_t entries = std::int64_t{table} + text.position();
   if (first != 0 || count <= 1 || (count - 1) % kObjectsPerPage != 0 ||
       entries + std::int64_t{kEntryBytes} * count > size) {
     return StatusCode::bad_image;
@@ -112,25 +165,24 @@ Status find_document(StreamHandle stream, ExistingDocument& document) {
 }
 
 Status read_offsets(StreamHandle stream, const ExistingDocument& document,
-                    std::span<std::uint32_t> offsets) {
+                    std::span<std::int32_t> offsets) {
   std::array<std::uint8_t, 100 * kEntryBytes> chunk;
   std::int64_t at = std::int64_t{document.table} + kEntryBytes;
   for (std::size_t done = 0; done < offsets.size();) {
     const std::size_t count = std::min(offsets.size() - done, chunk.size() / kEntryBytes);
-    const PdfText entries = read_window(stream, at, std::span(chunk).first(count * kEntryBytes));
+    const Text entries = read_window(stream, at, std::span(chunk).first(count * kEntryBytes));
     if (entries.text().size() < count * kEntryBytes) return StatusCode::bad_image;
     for (std::size_t i = 0; i < count; ++i) {
-      const auto bytes = std::span(chunk).subspan(i * kEntryBytes, kEntryBytes);
-      PdfText entry(bytes);
+      Text entry{std::span(chunk).subspan(i * kEntryBytes, kEntryBytes)};
       const std::int32_t offset = entry.number();
       if (entry.position() != 10 || entry[10] != ' ' || entry[17] != 'n' ||
           offset >= document.bytes) {
         return StatusCode::bad_image;
       }
-      offsets[done + i] = static_cast<std::uint32_t>(offset);
+      offsets[done + i] = offset;
     }
     done += count;
-    at += static_cast<std::int64_t>(count) * kEntryBytes;
+    at += std::int64_t{kEntryBytes} * count;
   }
   if (document.pages == 0) return kOk;
   const std::int32_t last = document.pages - 1;
@@ -138,4 +190,4 @@ Status read_offsets(StreamHandle stream, const ExistingDocument& document,
   return check_page_tree(stream, last, offsets[object_number(last, kPageTree) - 1]);
 }
 
-}  // namespace tq::formats
+}  // namespace tq::pdf

@@ -1,23 +1,19 @@
 // The library's own reader, for when the PDF module is missing. It knows one layout, and takes the
 // steps below just so because callers rely on which documents it refuses.
-#include <algorithm>
-#include <array>
-
 #include "core/memory.h"
 #include "formats/fax.h"
 #include "formats/jpeg/jpeg.h"
+#include "formats/pdf/document.h"
 #include "formats/pdf/pdf.h"
-#include "formats/pdf/pdf_text.h"
 #include "formats/plugin/plugin.h"
 
-namespace tq::formats {
+namespace tq::pdf {
 namespace {
 
-constexpr std::int32_t kTailBytes = 200;
 constexpr std::size_t kWindowBytes = 65536;
 constexpr std::size_t kObjectBytes = 3000;
 constexpr std::size_t kImageBytes = 10000;
-constexpr std::size_t kShortestEntry = 18;  // of the cross-reference table, bytes
+constexpr int kShortestEntry = 18;  // of the cross-reference table, bytes
 constexpr std::int32_t kWidestImage = 65533;
 
 struct Entry {
@@ -27,7 +23,7 @@ struct Entry {
 
 enum class PixelKind : std::uint8_t { none, jpeg, ccitt };
 
-struct PdfImage {
+struct Image {
   std::int32_t width = 0, height = 0;
   PixelKind kind = PixelKind::none;
   std::int64_t data = 0;  // position in the stream
@@ -37,14 +33,14 @@ class Reader {
  public:
   explicit Reader(StreamHandle stream) : stream_(stream) {}
 
-  Status find_image(PdfImage& image);
+  Status find_image(Image& image);
 
  private:
-  PdfText window(std::int64_t at, std::size_t bytes);
+  Text window(std::int64_t at, std::size_t bytes);
   Status find_table(std::int32_t& table);
-  Status read_table(std::int32_t table, PdfText& behind);
-  Status look_up(PdfText text, std::string_view key, std::int32_t& object) const;
-  Status read_image(std::int32_t offset, PdfImage& image);
+  Status read_table(std::int32_t table, Text& behind);
+  Status look_up(Text text, std::string_view key, std::int32_t& object) const;
+  Status read_image(std::int32_t offset, Image& image);
 
   bool in_use(std::int32_t object) const { return object < count_ && entries_[object].in_use != 0; }
 
@@ -55,19 +51,15 @@ class Reader {
 };
 
 // Up to `bytes` bytes from this place; nothing when there are none.
-PdfText Reader::window(std::int64_t at, std::size_t bytes) {
-  if (at < 0 || at > INT32_MAX) return {};
-  if (seek(stream_, static_cast<std::int32_t>(at), Origin::start) < 0) return {};
-  const std::span<std::uint8_t> room = work_.bytes().first(bytes);
-  return PdfText(room.first(static_cast<std::size_t>(read_fully(stream_, room))));
+Text Reader::window(std::int64_t at, std::size_t bytes) {
+  return seek_to(stream_, at) < 0 ? Text() : read_text(stream_, work_.bytes().first(bytes));
 }
 
 // The number in the line above the last '%'.
 Status Reader::find_table(std::int32_t& table) {
   if (!end_is_known(stream_)) return StatusCode::bad_image;
   if (seek(stream_, -kTailBytes, Origin::end) < 0) return StatusCode::bad_image;
-  const std::span<std::uint8_t> room = work_.bytes().first(kTailBytes);
-  PdfText tail(room.first(static_cast<std::size_t>(read_fully(stream_, room))));
+  Text tail = read_text(stream_, work_.bytes().first(kTailBytes));
   const std::size_t percent = tail.text().rfind('%');
   if (percent == std::string_view::npos) return StatusCode::bad_image;
   // One letter in its place is enough: callers rely on this.
@@ -83,19 +75,17 @@ Status Reader::find_table(std::int32_t& table) {
 }
 
 // `behind` is what follows the entries.
-Status Reader::read_table(std::int32_t table, PdfText& behind) {
-  PdfText text = window(table, kObjectBytes);
+Status Reader::read_table(std::int32_t table, Text& behind) {
+  Text text = window(table, kObjectBytes);
   if (!text.find("x")) return StatusCode::bad_image;
   text.skip(4);
   text.skip_line_ends();
   if (!text.find(" ")) return StatusCode::bad_image;
   const std::int32_t count = text.number();
   text.skip_line();
-  text = window(table + static_cast<std::int64_t>(text.position()), kWindowBytes);
+  text = window(std::int64_t{table} + text.position(), kWindowBytes);
   if (text.at_end()) return StatusCode::read_failed;
-  if (static_cast<std::size_t>(count) > text.text().size() / kShortestEntry) {
-    return StatusCode::bad_image;
-  }
+  if (count > std::ssize(text.text()) / kShortestEntry) return StatusCode::bad_image;
   TQ_TRY(entries_.allocate(count));
   for (count_ = 0; count_ < count; ++count_) {
     const std::size_t start = text.position();
@@ -110,14 +100,14 @@ Status Reader::read_table(std::int32_t table, PdfText& behind) {
 }
 
 // The first number behind a key, which has to be an object in use.
-Status Reader::look_up(PdfText text, std::string_view key, std::int32_t& object) const {
+Status Reader::look_up(Text text, std::string_view key, std::int32_t& object) const {
   if (!text.find_key(key) || !text.to_digit()) return StatusCode::bad_image;
   object = text.number();
   return in_use(object) ? kOk : StatusCode::bad_image;
 }
 
-Status Reader::read_image(std::int32_t offset, PdfImage& image) {
-  PdfText text = window(offset, kImageBytes);
+Status Reader::read_image(std::int32_t offset, Image& image) {
+  Text text = window(offset, kImageBytes);
   while (!text.at_end() && !text.rest().starts_with(">>")) {
     if (text.current() != '/') {
       text.skip(1);
@@ -134,15 +124,15 @@ Status Reader::read_image(std::int32_t offset, PdfImage& image) {
   }
   if (!text.find("st")) return StatusCode::bad_image;
   text.skip_line();
-  image.data = offset + static_cast<std::int64_t>(text.position());
+  image.data = std::int64_t{offset} + text.position();
   return kOk;
 }
 
-Status Reader::find_image(PdfImage& image) {
+Status Reader::find_image(Image& image) {
   TQ_TRY(work_.allocate(kWindowBytes));
   std::int32_t table = 0;
   TQ_TRY(find_table(table));
-  PdfText text;
+  Text text;
   TQ_TRY(read_table(table, text));
   if (!text.find("tr")) return StatusCode::bad_image;
   text.skip_line();
@@ -156,7 +146,7 @@ Status Reader::find_image(PdfImage& image) {
   return read_image(entries_[picture].offset, image);
 }
 
-Status decode_ccitt(const DecodeRequest& request, const PdfImage& image) {
+Status decode_ccitt(const formats::DecodeRequest& request, const Image& image) {
   if (image.width < 1 || image.width > kWidestImage || image.height < 1 ||
       image.height > kWidestImage) {
     return StatusCode::bad_image;
@@ -165,23 +155,21 @@ Status decode_ccitt(const DecodeRequest& request, const PdfImage& image) {
   block.palette[1] = {255, 255, 255, 0};
   TQ_TRY(request.sink.header(block));
   ChunkReader input;
-  TQ_TRY(input.open(request.stream, kFaxChunk));
-  const FaxStrip strip{.width = image.width, .rows = image.height};
-  TQ_TRY(decode_fax_strip(input, INT32_MAX, strip, FaxRows::bits, request.sink));
+  TQ_TRY(input.open(request.stream, formats::kFaxChunk));
+  const formats::FaxStrip strip{.width = image.width, .rows = image.height};
+  TQ_TRY(decode_fax_strip(input, INT32_MAX, strip, formats::FaxRows::bits, request.sink));
   return kOk;
 }
 
-Status decode_by_own_reader(const DecodeRequest& request) {
-  PdfImage image;
+Status decode_by_own_reader(const formats::DecodeRequest& request) {
+  Image image;
   TQ_TRY(Reader(request.stream).find_image(image));
   if (image.data > INT32_MAX) return StatusCode::bad_image;
   const auto data = static_cast<std::int32_t>(image.data);
   seek(request.stream, data, Origin::start);
   switch (image.kind) {
     case PixelKind::jpeg:
-      return jpeg::decode_jpeg({.stream = request.stream,
-                                .offset = static_cast<std::int32_t>(data),
-                                .sink = request.sink});
+      return jpeg::decode_jpeg({.stream = request.stream, .offset = data, .sink = request.sink});
     case PixelKind::ccitt:
       return decode_ccitt(request, image);
     case PixelKind::none:
@@ -193,11 +181,11 @@ Status decode_by_own_reader(const DecodeRequest& request) {
 
 }  // namespace
 
-Status decode_pdf(const DecodeRequest& request) {
+Status decode(const formats::DecodeRequest& request) {
   // A module that answers no_pdf_module itself has the last word.
   bool available = false;
-  const Status decoded = decode_pdf_by_module(request, available);
+  const Status decoded = formats::decode_pdf_by_module(request, available);
   return available ? decoded : decode_by_own_reader(request);
 }
 
-}  // namespace tq::formats
+}  // namespace tq::pdf
