@@ -22,6 +22,12 @@ constexpr std::array<bool, kSwitches> all_but_text() {
   return on;
 }
 
+// What JPEG saves use.
+struct JpegSettings {
+  std::int32_t quality = 0;   // 1 to 100; 0: none has been set
+  std::int32_t h = 2, v = 1;  // sampling factors of luminance
+};
+
 struct Settings {
   struct {
     img_progress_fn call = nullptr;
@@ -34,6 +40,7 @@ struct Settings {
   std::int32_t dither_mode = 1;
   std::array<bool, kSwitches> auto_detect = all_but_text();  // by file type code
   std::int32_t read_budget = 30000;                          // bytes that a decoder reads at a time
+  JpegSettings jpeg;
   // Kept for the display layer.
   std::array<std::intptr_t, 2> display_functions{};
   std::int32_t auto_color = 0, alias = 0, alias_quality = 0, wipe_delay = 0;

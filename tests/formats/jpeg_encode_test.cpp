@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/memory.h"
-#include "formats/jpeg/encode/encoder.h"
+#include "core/context.h"
 #include "formats/jpeg/jpeg.h"
 #include "tests/support/codec_runs.h"
 
@@ -91,7 +90,7 @@ TEST(JpegEncodeHeader, EverySegmentIsInItsPlace) {
        {8, 0, 5, 1, 44, 1, 1, 0x11, 0},
        {1, 1, 0, 0, 63, 0}},
   };
-  jpeg::encoder_settings() = {};  // as the process starts; no setter brings this state back
+  context().settings.jpeg = {};  // as the process starts; no setter brings this state back
   for (const Case& c : cases) {
     const Bytes file = save(grey_image(300, 5, c.bits)).file;
     Bytes markers;

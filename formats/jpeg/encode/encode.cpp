@@ -12,7 +12,7 @@ constexpr int kLongestSide = 65535;
 constexpr int kMostBlocksOfMcu = 10;
 
 // Frame and sampling. What the pixels do to the factors stays in the settings.
-Status choose_frame(const BitmapInfoHeader& header, Pixels pixels, EncoderSettings& settings,
+Status choose_frame(const BitmapInfoHeader& header, Pixels pixels, JpegSettings& settings,
                     EncodedFrame& frame) {
   if (pixels == Pixels::grey) settings.h = settings.v = 1;
   if (pixels == Pixels::four) settings.h = 1;
@@ -99,7 +99,7 @@ class Coder {
 Status can_encode_jpeg(const formats::EncodeRequest& request) {
   Pixels pixels = Pixels::bgr;
   TQ_TRY(choose_pixels(*request.image, pixels));
-  EncoderSettings settings = encoder_settings();
+  JpegSettings settings = context().settings.jpeg;
   EncodedFrame frame;
   return choose_frame(request.image->header, pixels, settings, frame);
 }
@@ -109,8 +109,8 @@ Status encode_jpeg(const formats::EncodeRequest& request) {
   TQ_TRY(choose_pixels(*request.image, pixels));
   EncodedFrame frame;
   // Factors that the pixels change stay so for later saves: callers rely on it.
-  TQ_TRY(choose_frame(request.image->header, pixels, encoder_settings(), frame));
-  choose_steps(encoder_settings(), frame);
+  TQ_TRY(choose_frame(request.image->header, pixels, context().settings.jpeg, frame));
+  choose_steps(context().settings.jpeg, frame);
   Planes planes;
   TQ_TRY(planes.allocate(request, pixels, frame));
   Coder coder(frame, planes);

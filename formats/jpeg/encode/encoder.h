@@ -7,19 +7,13 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/context.h"
 #include "core/memory.h"
 #include "formats/codec.h"
 #include "formats/jpeg/dsp/kernels.h"
 #include "io/stream_writer.h"
 
 namespace tq::jpeg {
-
-// What later saves use.
-struct EncoderSettings {
-  std::int32_t quality = 0;   // 1..100; 0: none has been set
-  std::int32_t h = 2, v = 1;  // sampling factors of luminance
-};
-EncoderSettings& encoder_settings();
 
 inline constexpr int kMostEncodedComponents = 4;
 
@@ -34,7 +28,7 @@ struct EncodedFrame {
 };
 
 // The steps of the quality that is set.
-void choose_steps(const EncoderSettings& settings, EncodedFrame& frame);
+void choose_steps(const JpegSettings& settings, EncodedFrame& frame);
 
 // From SOI to SOS.
 void put_header(StreamWriter& out, const EncodedFrame& frame);

@@ -1,5 +1,5 @@
-// The segments in front of the picture: SOI, APP14, APP0, DQT, SOF0, DHT, SOS; and what stays set
-// for them.
+// The segments in front of the picture: SOI, APP14, APP0, DQT, SOF0, DHT, SOS; and the settings
+// that they depend on.
 #include <algorithm>
 #include <string_view>
 
@@ -31,8 +31,6 @@ constexpr QuantiserSteps kBaseChrominance = {
     99, 99, 99, 99, 99, 99, 99, 99,
     99, 99, 99, 99, 99, 99, 99, 99};
 // clang-format on
-
-constinit EncoderSettings settings_of_saves;
 
 QuantiserSteps scaled(const QuantiserSteps& base, int percent) {
   QuantiserSteps steps;
@@ -104,20 +102,16 @@ void put_scan(StreamWriter& out, const EncodedFrame& frame) {
 
 }  // namespace
 
-EncoderSettings& encoder_settings() {
-  return settings_of_saves;
-}
-
 void set_jpeg_quality(std::int32_t quality) {
-  encoder_settings().quality = std::clamp(quality, 1, 100);
+  context().settings.jpeg.quality = std::clamp(quality, 1, 100);
 }
 
 void set_jpeg_sampling(std::int32_t horizontal, std::int32_t vertical) {
-  encoder_settings().h = horizontal;
-  encoder_settings().v = vertical;
+  context().settings.jpeg.h = horizontal;
+  context().settings.jpeg.v = vertical;
 }
 
-void choose_steps(const EncoderSettings& settings, EncodedFrame& frame) {
+void choose_steps(const JpegSettings& settings, EncodedFrame& frame) {
   const int quality = settings.quality == 0 ? 50 : settings.quality;
   const int percent = quality < 50 ? 5000 / quality : 200 - 2 * quality;
   frame.luminance = scaled(kBaseLuminance, percent);
