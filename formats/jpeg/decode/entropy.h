@@ -78,7 +78,7 @@ struct Value {
 
 // Reads past what it is told to read: behind the data there are always enough zero bytes for a
 // block (see EntropySource), so nothing here asks where they end. A plain value: the block
-// functions keep a copy in registers.
+// functions keep a copy in registers. coding::BitReader, which asks, takes an eighth longer.
 struct BitReader {
   const std::uint8_t* next = nullptr;
   BitWord bits = 0;  // at the top; what is below `count` belongs to the bytes at `next`

@@ -72,7 +72,7 @@ constexpr BlockCodes block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
 }
 
 // Any value behind any run. By value, so that callers keep theirs in registers.
-BitSink put_value(BitSink out, int run, std::int32_t value, const EncodeTable& ac) {
+BitWriter put_value(BitWriter out, int run, std::int32_t value, const EncodeTable& ac) {
   for (; run > 15; run -= 16) out.put(ac.code[kZeroRun], ac.length[kZeroRun]);
   const Code code = code_of(ac, run, std::clamp(value, -kMostCoefficient, kMostCoefficient));
   out.put(code.bits, code.length);
@@ -85,8 +85,8 @@ constexpr BlockCodes kLuminanceCodes = block_codes(kDcLuminance, kAcLuminance);
 constexpr BlockCodes kChrominanceCodes = block_codes(kDcChrominance, kAcChrominance);
 
 void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32_t& predictor,
-                BitSink& sink) {
-  BitSink out = sink;
+                BitWriter& writer) {
+  BitWriter out = writer;
   const std::int32_t difference =
       std::clamp<std::int32_t>(block.values[0] - predictor, -kMostDifference, kMostDifference);
   predictor += difference;
@@ -107,12 +107,12 @@ void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32
     out.put(entry >> 8, byte(entry));
   }
   if (last != kBlock - 1) out.put(codes.ac.code[kEndOfBlock], codes.ac.length[kEndOfBlock]);
-  sink = out;
+  writer = out;
 }
 
 Status CodeWriter::open(StreamHandle stream) {
   TQ_TRY(codes_.allocate(kCodeBytes));
-  bits_.next = codes_.data();
+  bits_.move_to(codes_.data());
   return out_.open(stream, kPiece);
 }
 
@@ -124,22 +124,24 @@ Status CodeWriter::write_header(const EncodedFrame& frame) {
 Status CodeWriter::end_blocks() {
   constexpr std::uint8_t kStuffed[] = {0};
   const std::uint8_t* from = codes_.data();
-  odd_ ^= (bits_.next - from) % 2 != 0;
-  while (from != bits_.next) {
-    const void* const ff = std::memchr(from, 0xFF, bits_.next - from);
-    const std::uint8_t* const end =
-        ff == nullptr ? bits_.next : static_cast<const std::uint8_t*>(ff) + 1;
-    out_.put(std::span(from, end));
+  const std::uint8_t* const end = bits_.end();
+  odd_ ^= (end - from) % 2 != 0;
+  while (from != end) {
+    const void* const ff = std::memchr(from, 0xFF, end - from);
+    const std::uint8_t* const piece_end =
+        ff == nullptr ? end : static_cast<const std::uint8_t*>(ff) + 1;
+    out_.put(std::span(from, piece_end));
     if (ff != nullptr) out_.put(kStuffed);
-    from = end;
+    from = piece_end;
   }
-  bits_.next = codes_.data();
+  bits_.move_to(codes_.data());
   return out_.status();
 }
 
 Status CodeWriter::finish() {
-  const int used = bits_.count + (odd_ ? 8 : 0);
-  if (used != 0) bits_.put(0, 16 - used);
+  bits_.align();
+  const bool odd = (bits_.end() - codes_.data()) % 2 != 0;
+  if (odd != odd_) bits_.put(0, 8);
   TQ_TRY(end_blocks());
   TQ_TRY(out_.flush());
   out_.put_be16(0xFFD9);

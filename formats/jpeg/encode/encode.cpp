@@ -67,7 +67,7 @@ class Coder {
   }
 
   void code(int count) {
-    BitSink out = writer_.bits();
+    BitWriter out = writer_.bits();
     for (int x = 0; x < count; ++x) {
       const QuantisedBlock* blocks = blocks_.data();
       for (int i = 0; i < frame_.count; ++i) {

@@ -3,10 +3,9 @@
 #pragma once
 
 #include <array>
-#include <bit>
 #include <cstdint>
-#include <cstring>
 
+#include "coding/bits.h"
 #include "core/context.h"
 #include "core/memory.h"
 #include "formats/codec.h"
@@ -80,32 +79,15 @@ class Planes {
   RowBuffer<std::uint8_t, 3 * kKernelMargin> looked_up_;  // as the kernels take it
 };
 
-// The registers of code_block: codes, most significant bit first, without stuffed bytes.
-struct BitSink {
-  std::uint64_t word = 0;  // `count` bits are pending at its top, the others are 0
-  int count = 0;           // below 8
-  std::uint8_t* next = nullptr;
-
-  // At most 32 bits; no bit of `code` above `length` is set. Eight bytes are written, whatever
-  // their number, as that takes no decision.
-  void put(std::uint32_t code, int length) {
-    count += length;
-    word |= std::uint64_t{code} << (64 - count);
-    std::uint64_t ordered = word;
-    if constexpr (std::endian::native == std::endian::little) ordered = __builtin_bswap64(word);
-    std::memcpy(next, &ordered, sizeof ordered);
-    next += count >> 3;
-    word <<= count & ~7;
-    count &= 7;
-  }
-};
+// Codes without stuffed bytes; code_block keeps a copy in registers.
+using BitWriter = coding::BitWriter<coding::BitOrder::msb_first>;
 
 struct BlockCodes;
 extern const BlockCodes kLuminanceCodes, kChrominanceCodes;  // the typical Huffman tables
 
 // `predictor` is the DC value of the component's last block.
 void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32_t& predictor,
-                BitSink& sink);
+                BitWriter& writer);
 
 // Codes on their way to the stream: a zero byte is stuffed behind each 0xFF. Pieces have exactly
 // kPiece bytes: callers with output functions of their own see them.
@@ -119,7 +101,7 @@ class CodeWriter {
   // In front of the first block; in a write of its own.
   Status write_header(const EncodedFrame& frame);
 
-  BitSink& bits() { return bits_; }
+  BitWriter& bits() { return bits_; }
 
   // Stuffs what has been coded; whole pieces are written.
   Status end_blocks();
@@ -135,7 +117,7 @@ class CodeWriter {
 
   StreamWriter out_;
   GlobalBlock codes_;
-  BitSink bits_;
+  BitWriter bits_;
   bool odd_ = false;  // whether an odd number of bytes has been coded, without stuffed ones
 };
 
