@@ -17,6 +17,12 @@ const Bytes& colour_file() {
   return file;
 }
 
+// 5-5-5, which become 24 bits.
+const Bytes& words_file() {
+  static const Bytes file = bmp_file(kWidth, kHeight, 16, noise(2 * kPixels));
+  return file;
+}
+
 const Bytes& grey_file() {
   static const Bytes file = bmp_file(kWidth, kHeight, 8, runs(kPixels));
   return file;
@@ -74,6 +80,9 @@ void memcpy_24(benchmark::State& state) {
 void decode_24(benchmark::State& state) {
   decode(state, colour_file(), 3 * kPixels);
 }
+void decode_16(benchmark::State& state) {
+  decode(state, words_file(), 3 * kPixels);
+}
 void save_24(benchmark::State& state) {
   save(state, colour_file(), IMG_TYPE_BMP, 3 * kPixels);
 }
@@ -126,6 +135,7 @@ void peak_memory_24(benchmark::State& state) {
 
 BENCHMARK(memcpy_24)->Unit(benchmark::kMillisecond);
 BENCHMARK(decode_24)->Unit(benchmark::kMillisecond);
+BENCHMARK(decode_16)->Unit(benchmark::kMillisecond);
 BENCHMARK(save_24)->Unit(benchmark::kMillisecond);
 BENCHMARK(memcpy_8)->Unit(benchmark::kMillisecond);
 BENCHMARK(decode_8)->Unit(benchmark::kMillisecond);
