@@ -1,6 +1,8 @@
 // Headers of device-independent bitmaps: made, checked, normalised.
 #include "core/dib.h"
 
+#include "core/numbers.h"
+
 namespace tq {
 
 HeaderBlock dib_header(std::int32_t width, std::int32_t height, int bits) {
@@ -9,10 +11,8 @@ HeaderBlock dib_header(std::int32_t width, std::int32_t height, int bits) {
   block.header.biWidth = width;
   block.header.biHeight = height;
   block.header.biPlanes = 1;
-  block.header.biBitCount = static_cast<std::uint16_t>(bits);
-  // Sides that no image can have wrap here and are refused by check_geometry.
-  block.header.biSizeImage =
-      static_cast<std::uint32_t>(row_bytes(width, bits)) * static_cast<std::uint32_t>(height);
+  block.header.biBitCount = word(bits);
+  block.header.biSizeImage = image_bytes(width, height, bits);
   return block;
 }
 

@@ -63,6 +63,11 @@ constexpr std::int64_t row_bytes(std::int64_t width, int bits) {
   return (bytes + 3) & ~std::int64_t{3};
 }
 
+// All rows, as biSizeImage says it. The sides may be anything: what is too large wraps.
+constexpr std::uint32_t image_bytes(std::int32_t width, std::int32_t height, int bits) {
+  return static_cast<std::uint32_t>(row_bytes(width, bits)) * height;
+}
+
 // Header, palette and rows in one block. Sides are above 0 and below 2^31.
 constexpr std::uint64_t dib_bytes(std::int32_t width, std::int32_t height, int bits) {
   return static_cast<std::uint64_t>(row_bytes(width, bits)) * static_cast<std::uint64_t>(height) +

@@ -149,7 +149,7 @@ Status find_bmp_variant(StreamHandle stream) {
   if (load_le32(&header[info]) == 12) return kOk;  // OS/2: never coded
   read_fully(stream, bytes.subspan(info + kSize, kUpToCompression - kSize));
   const bool compressed = load_le32(&header[info + 16]) != 0;
-  return Status::from_raw(compressed ? formats::kBmpRunLengths : formats::kBmpPlain);
+  return Status::from_raw(compressed ? bmp::kRunLengths : bmp::kPlain);
 }
 
 // GIF89a specification, sections 18 to 24.

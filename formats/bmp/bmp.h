@@ -3,18 +3,18 @@
 
 #include "formats/codec.h"
 
-namespace tq::formats {
+namespace tq::bmp {
 
-Status decode_bmp(const DecodeRequest& request);
+Status decode_bmp(const formats::DecodeRequest& request);
 
-enum BmpVariant : std::int32_t {
-  kBmpPlain = 0,
-  kBmpRunLengths = 1,  // RLE8, or RLE4 for 4 bits
-  kBmpBareDib = 2      // plain, without file header
+enum Variant : std::int32_t {
+  kPlain = 0,
+  kRunLengths = 1,  // RLE8, or RLE4 for 4 bits
+  kBareDib = 2      // plain, without file header
 };
-Status encode_bmp(const EncodeRequest& request);
+Status encode_bmp(const formats::EncodeRequest& request);
 
-Status can_encode_bmp(
-    const EncodeRequest& request);  // wrong_depth for 1 and 24 bits in run lengths
+// wrong_depth for 1 and 24 bits in run lengths.
+Status can_encode_bmp(const formats::EncodeRequest& request);
 
-}  // namespace tq::formats
+}  // namespace tq::bmp

@@ -1,20 +1,19 @@
 // Uncompressed BMP rows, delivered from where they lie unless a row has to be changed; rows with
 // their length in front; and the choice of the row reader.
 #include <algorithm>
-#include <limits>
 
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
-#include "formats/bmp/bmp_header.h"
-#include "formats/bmp/bmp_rows.h"
+#include "formats/bmp/header.h"
 #include "formats/jpeg/jpeg.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
+#include "pixels/rows.h"
 
-namespace tq::formats {
+namespace tq::bmp {
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using pixels::Bytes;
 
 // A file that is cut off gives all its rows, but one of a few bytes may claim a thousand million of
 // them: what it lacks beyond this is not delivered.
@@ -29,7 +28,7 @@ class StoredRows {
   StoredRows& operator=(const StoredRows&) = delete;
   ~StoredRows() { input_.skip(lent_); }
 
-  Status open(const DecodeRequest& request, const BmpFile& file) {
+  Status open(const DecodeRequest& request, const File& file) {
     row_bytes_ = static_cast<std::size_t>(stored_row_bytes(file));
     return open_pixels(request, file, read_chunk_bytes(stored_row_bytes(file)), input_);
   }
@@ -46,7 +45,7 @@ class StoredRows {
       lent_ = there_ = row.size();
       if (there_ == row_bytes_) return kOk;
       ended_ = true;
-      TQ_TRY(padded_.allocate(static_cast<std::int64_t>(row_bytes_)));
+      TQ_TRY(padded_.allocate(row_bytes_));
       std::copy(row.begin(), row.end(), padded_.data());
     }
     row = padded_.pixels();
@@ -65,59 +64,20 @@ class StoredRows {
   bool ended_ = false;
 };
 
-// A row that is changed before it is delivered.
-using ChangedRow = RowBuffer<std::uint8_t>;
-
-struct Rgb555 {
-  // The low three bits stay 0, so full intensity is 248 and not 255.
-  static constexpr int blue(int pixel) { return pixel << 3 & 0xF8; }
-  static constexpr int green(int pixel) { return pixel >> 2 & 0xF8; }
-  static constexpr int red(int pixel) { return pixel >> 7 & 0xF8; }
-};
-struct Rgb565 {
-  static constexpr int blue(int pixel) { return pixel << 3 & 0xF8; }
-  static constexpr int green(int pixel) { return pixel >> 3 & 0xFC; }
-  static constexpr int red(int pixel) { return pixel >> 8 & 0xF8; }
-};
-
-template <class Pixel>
-void expand(Bytes stored, std::int32_t width, ChangedRow& row) {
-  const std::uint8_t* from = stored.data();
-  std::uint8_t* to = row.data();
-  for (std::int32_t x = 0; x < width; ++x, from += 2, to += 3) {
-    const int pixel = load_le16(from);
-    to[0] = static_cast<std::uint8_t>(Pixel::blue(pixel));
-    to[1] = static_cast<std::uint8_t>(Pixel::green(pixel));
-    to[2] = static_cast<std::uint8_t>(Pixel::red(pixel));
-  }
+// null: rows lie in the file as they are delivered.
+const pixels::RowLayout* layout_of(const File& file) {
+  if (file.rows == Rows::rgb555) return pixels::find_layout(pixels::Layout::rgb555, 24);
+  if (file.rows == Rows::rgb565) return pixels::find_layout(pixels::Layout::rgb565, 24);
+  return nullptr;
 }
 
-void invert(Bytes stored, ChangedRow& row) {
-  std::transform(stored.begin(), stored.end(), row.data(),
-                 [](std::uint8_t byte) { return static_cast<std::uint8_t>(~byte); });
-}
-
-// The row as it is delivered: itself, or what it is changed to in `row`.
-Bytes delivered(const BmpFile& file, Bytes stored, ChangedRow& row) {
-  const std::int32_t width = file.image.header.biWidth;
-  if (file.rows == BmpRows::rgb555) {
-    expand<Rgb555>(stored, width, row);
-  } else if (file.rows == BmpRows::rgb565) {
-    expand<Rgb565>(stored, width, row);
-  } else if (file.inverted) {
-    invert(stored, row);
-  } else {
-    return stored;
-  }
-  return row.pixels();
-}
-
-Status decode_plain_rows(const DecodeRequest& request, const BmpFile& file) {
+Status decode_plain_rows(const DecodeRequest& request, const File& file) {
   const BitmapInfoHeader& header = file.image.header;
   StoredRows rows;
   TQ_TRY(rows.open(request, file));
-  ChangedRow changed;
-  if (file.rows != BmpRows::as_delivered || file.inverted) {
+  const pixels::RowLayout* const layout = layout_of(file);
+  RowBuffer<std::uint8_t> changed;
+  if (layout != nullptr || file.inverted) {
     TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   }
   std::uint64_t missing = 0;
@@ -127,14 +87,17 @@ Status decode_plain_rows(const DecodeRequest& request, const BmpFile& file) {
     if (rows.missing() != 0) missing += std::max(rows.missing(), kRowCost);
     if (missing > kMostMissing) return kOk;
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
-    TQ_TRY(request.sink.row(delivered(file, row, changed), y));
+    if (layout != nullptr) pixels::unpack(*layout, row, header.biWidth, changed.pixels());
+    if (file.inverted) pixels::invert(row, changed.pixels());
+    if (changed.size() != 0) row = changed.pixels();
+    TQ_TRY(request.sink.row(row, y));
   }
   return kOk;
 }
 
 // Rows from the top, each behind a 16-bit count of bytes that includes itself and is delivered with
 // the row. A file that is cut off, or a count that cannot be, ends the rows.
-Status decode_length_prefixed_rows(const DecodeRequest& request, const BmpFile& file) {
+Status decode_length_prefixed_rows(const DecodeRequest& request, const File& file) {
   const BitmapInfoHeader& header = file.image.header;
   const std::int64_t longest = 4 * std::int64_t{header.biWidth} + 200;
   RowBuffer<std::uint8_t> row;
@@ -144,27 +107,27 @@ Status decode_length_prefixed_rows(const DecodeRequest& request, const BmpFile& 
 
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     if (input.read(row.pixels().first(2)) < 2) return kOk;
-    std::size_t length = load_le16(row.data());
-    if (length < 2 || static_cast<std::int64_t>(length) > longest) return kOk;
-    if (input.read(row.pixels().subspan(2, length - 2)) < length - 2) return kOk;
-    if (header.biBitCount == 1 &&
-        static_cast<std::int64_t>(length) == row_bytes(header.biWidth, 1)) {
+    int length = load_le16(row.data());
+    if (length < 2 || length > longest) return kOk;
+    const std::span<std::uint8_t> rest = row.pixels().subspan(2, length - 2);
+    if (input.read(rest) < rest.size()) return kOk;
+    if (header.biBitCount == 1 && length == row_bytes(header.biWidth, 1)) {
       // A run list of this length would be taken for a row of bits.
-      store_le16(row.data() + length, static_cast<std::uint16_t>(header.biWidth + 2));
+      store_le16(row.data() + length, word(header.biWidth + 2));
       length += 2;
-      store_le16(row.data(), static_cast<std::uint16_t>(length));
+      store_le16(row.data(), word(length));
     }
     TQ_TRY(request.sink.row(row.pixels().first(length), y));
   }
   return kOk;
 }
 
-Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
+Status decode_rows(const DecodeRequest& request, const File& file) {
   switch (file.rows) {
-    case BmpRows::rle4:
-    case BmpRows::rle8:
+    case Rows::rle4:
+    case Rows::rle8:
       return decode_rle_rows(request, file);
-    case BmpRows::length_prefixed:
+    case Rows::length_prefixed:
       return decode_length_prefixed_rows(request, file);
     default:
       return decode_plain_rows(request, file);
@@ -172,30 +135,21 @@ Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
 }
 
 // A JPEG file in place of the pixels: size, depth, palette and resolution are its own.
-Status decode_embedded_jpeg(const DecodeRequest& request, const BmpFile& file) {
-  if (file.pixels_at < 0 || file.pixels_at > std::numeric_limits<std::int32_t>::max()) {
-    return StatusCode::read_failed;
-  }
-  return jpeg::decode_jpeg({.stream = request.stream,
-                            .offset = static_cast<std::int32_t>(file.pixels_at),
-                            .sink = request.sink});
+Status decode_embedded_jpeg(const DecodeRequest& request, const File& file) {
+  if (file.pixels_at < 0) return StatusCode::read_failed;
+  return jpeg::decode_jpeg(
+      {.stream = request.stream, .offset = file.pixels_at, .sink = request.sink});
 }
 
 }  // namespace
 
-Status open_pixels(const DecodeRequest& request, const BmpFile& file, std::int64_t chunk_bytes,
-                   ChunkReader& input) {
-  if (!seek_to(request.stream, file.pixels_at)) return kOk;
-  return input.open(request.stream, chunk_bytes);
-}
-
 Status decode_bmp(const DecodeRequest& request) {
-  BmpFile file;
-  TQ_TRY(read_bmp_header(request, file));
-  if (file.rows == BmpRows::jpeg) return decode_embedded_jpeg(request, file);
+  File file;
+  TQ_TRY(read_header(request, file));
+  if (file.rows == Rows::jpeg) return decode_embedded_jpeg(request, file);
   TQ_TRY(request.sink.header(file.image));
   TQ_TRY(decode_rows(request, file));
   return kOk;
 }
 
-}  // namespace tq::formats
+}  // namespace tq::bmp

@@ -5,15 +5,16 @@
 #include <utility>
 
 #include "core/memory.h"
-#include "formats/bmp/bmp_rows.h"
+#include "core/numbers.h"
+#include "formats/bmp/header.h"
 #include "io/chunk_reader.h"
 
-namespace tq::formats {
+namespace tq::bmp {
 namespace {
 
-constexpr int kLongestRun = 255;           // pixels
-constexpr std::size_t kLongestCode = 258;  // bytes: two, and a literal run padded to an even count
-constexpr int kStep = 16;                  // bytes stored at a time
+constexpr int kLongestRun = 255;            // pixels
+constexpr std::int64_t kLongestCode = 258;  // bytes: two, and a literal run padded to an even count
+constexpr int kStep = 16;                   // bytes stored at a time
 
 // Runs may start at the end of the row and are stored in whole steps.
 constexpr int kSlack = kLongestRun + kStep;
@@ -44,7 +45,7 @@ void copy_exactly(std::uint8_t* to, const std::uint8_t* from, int bytes) {
 // still: nothing that is written there can be seen.
 class Rle8Line {
  public:
-  Rle8Line(std::uint8_t* line, std::uint8_t* before, std::int64_t row_bytes)
+  Rle8Line(std::uint8_t* line, std::uint8_t* before, std::ptrdiff_t row_bytes)
       : line_(line), before_(before), end_(row_bytes) {}
 
   static int run_bytes(int pixels) { return pixels; }
@@ -58,13 +59,13 @@ class Rle8Line {
     x_ = std::min(x_ + count, end_);
   }
   void skip(int count) {
-    const std::int64_t x = std::min(x_ + count, end_);
+    const std::ptrdiff_t x = std::min(x_ + count, end_);
     keep(x);
     x_ = x;
   }
   std::span<const std::uint8_t> complete() {
     keep(end_);
-    return {line_, static_cast<std::size_t>(end_)};
+    return std::span(line_, end_);
   }
   void start_next() {
     std::swap(line_, before_);
@@ -72,21 +73,19 @@ class Rle8Line {
   }
 
  private:
-  void keep(std::int64_t end) {
-    std::memcpy(line_ + x_, before_ + x_, static_cast<std::size_t>(end - x_));
-  }
+  void keep(std::ptrdiff_t end) { std::memcpy(line_ + x_, before_ + x_, end - x_); }
 
   std::uint8_t* line_;
   std::uint8_t* before_;
-  std::int64_t end_;  // bytes, which are pixels
-  std::int64_t x_ = 0;
+  std::ptrdiff_t end_;  // bytes, which are pixels
+  std::ptrdiff_t x_ = 0;
 };
 
 // The same with two pixels per byte, the left one in the high bits.
 class Rle4Line {
  public:
-  Rle4Line(std::uint8_t* line, std::uint8_t* before, std::int64_t row_bytes)
-      : line_(line), before_(before), end_(2 * row_bytes) {}
+  Rle4Line(std::uint8_t* line, std::uint8_t* before, std::ptrdiff_t row_bytes)
+      : line_(line), before_(before), row_bytes_(row_bytes), end_(2 * std::int64_t{row_bytes}) {}
 
   static int run_bytes(int pixels) { return (pixels + 1) / 2; }
 
@@ -95,8 +94,8 @@ class Rle4Line {
     std::uint8_t* to = line_ + x_ / 2;
     x_ += count;
     if ((x_ - count) % 2 != 0) {
-      *to = join(*to, static_cast<std::uint8_t>(value >> 4));
-      value = static_cast<std::uint8_t>(value << 4 | value >> 4);
+      *to = join(*to, byte(value >> 4));
+      value = byte(value << 4 | value >> 4);
       ++to;
       --count;
     }
@@ -110,8 +109,8 @@ class Rle4Line {
       copy_exactly(to, from, bytes);
     } else {
       for (int i = 0; i < bytes; ++i) {
-        to[i] = join(to[i], static_cast<std::uint8_t>(from[i] >> 4));
-        to[i + 1] = static_cast<std::uint8_t>(from[i] << 4);
+        to[i] = join(to[i], byte(from[i] >> 4));
+        to[i + 1] = byte(from[i] << 4);
       }
     }
     x_ = std::min(x_ + count, end_);
@@ -123,7 +122,7 @@ class Rle4Line {
   }
   std::span<const std::uint8_t> complete() {
     keep(end_);
-    return {line_, static_cast<std::size_t>(end_ / 2)};
+    return std::span(line_, row_bytes_);
   }
   void start_next() {
     std::swap(line_, before_);
@@ -132,7 +131,7 @@ class Rle4Line {
 
  private:
   static std::uint8_t join(std::uint8_t left, std::uint8_t right) {
-    return static_cast<std::uint8_t>((left & 0xF0) | (right & 0x0F));
+    return byte((left & 0xF0) | (right & 0x0F));
   }
   void keep(std::int64_t end) {
     std::int64_t first = x_ / 2;
@@ -141,13 +140,12 @@ class Rle4Line {
       ++first;
     }
     const std::int64_t last = (end + 1) / 2;
-    if (first < last) {
-      std::memcpy(line_ + first, before_ + first, static_cast<std::size_t>(last - first));
-    }
+    if (first < last) std::copy(before_ + first, before_ + last, line_ + first);
   }
 
   std::uint8_t* line_;
   std::uint8_t* before_;
+  std::ptrdiff_t row_bytes_;
   std::int64_t end_;  // pixels
   std::int64_t x_ = 0;
 };
@@ -157,10 +155,10 @@ enum Escape : std::uint8_t { kEndOfLine = 0, kEndOfBitmap = 1, kDelta = 2 };
 // The size of the code that starts with these two bytes. The parity of a literal run's own bytes
 // decides on the pad byte.
 template <class Line>
-std::size_t code_bytes(const std::uint8_t* code) {
+int code_bytes(const std::uint8_t* code) {
   if (code[0] != 0 || code[1] < kDelta) return 2;
   if (code[1] == kDelta) return 4;
-  const auto run = static_cast<std::size_t>(Line::run_bytes(code[1]));
+  const int run = Line::run_bytes(code[1]);
   return 2 + run + run % 2;
 }
 
@@ -171,7 +169,7 @@ Status decode_codes(std::span<const std::uint8_t> bytes, const RowSink& sink, Li
                     std::int32_t& y, std::size_t& used) {
   Line line = decoded;  // in registers: the bytes stored could be its members
   const std::uint8_t* code = bytes.data();
-  std::size_t left = bytes.size();
+  std::ptrdiff_t left = std::ssize(bytes);
   while (left >= 2 && y >= 0) {
     if (code[0] != 0) {
       line.fill(code[0], code[1]);
@@ -179,7 +177,7 @@ Status decode_codes(std::span<const std::uint8_t> bytes, const RowSink& sink, Li
       left -= 2;
       continue;
     }
-    const std::size_t size = code_bytes<Line>(code);
+    const int size = code_bytes<Line>(code);
     if (left < size) break;
     switch (code[1]) {
       case kEndOfLine:
@@ -209,26 +207,25 @@ Status decode_codes(std::span<const std::uint8_t> bytes, const RowSink& sink, Li
 }
 
 template <class Line>
-Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
+Status decode_rows(const DecodeRequest& request, const File& file) {
   const BitmapInfoHeader& header = file.image.header;
   const std::int64_t bytes_per_row = row_bytes(header.biWidth, header.biBitCount);
   RowBuffer<std::uint8_t> first, second;
   TQ_TRY(first.allocate(bytes_per_row + kSlack));
   TQ_TRY(second.allocate(bytes_per_row + kSlack));
-  const auto chunk_bytes =
-      std::max(static_cast<std::size_t>(read_chunk_bytes(bytes_per_row)), kLongestCode);
+  const std::int64_t chunk_bytes = std::max(read_chunk_bytes(bytes_per_row), kLongestCode);
   ChunkReader input;
-  TQ_TRY(open_pixels(request, file, static_cast<std::int64_t>(chunk_bytes), input));
+  TQ_TRY(open_pixels(request, file, chunk_bytes, input));
 
   // Memory that has to be copied may end behind the last code.
   const bool by_code = reads_memory(request.stream) && memory_rest(request.stream).empty();
-  const std::size_t look_ahead = by_code ? 2 : chunk_bytes;
-  Line line(first.data(), second.data(), bytes_per_row);
+  const std::size_t look_ahead = by_code ? 2 : static_cast<std::size_t>(chunk_bytes);
+  Line line(first.data(), second.data(), std::ssize(first.pixels()) - kSlack);
   std::int32_t y = header.biHeight - 1;
   while (y >= 0) {
     auto bytes = input.peek(look_ahead);
     if (bytes.size() < 2) break;
-    bytes = input.peek(std::max(look_ahead, code_bytes<Line>(bytes.data())));
+    bytes = input.peek(std::max<std::size_t>(look_ahead, code_bytes<Line>(bytes.data())));
     std::size_t used = 0;
     TQ_TRY(decode_codes(bytes, request.sink, line, y, used));
     if (used == 0) break;  // cut off within a code; the line it belongs to is dropped
@@ -239,9 +236,9 @@ Status decode_rows(const DecodeRequest& request, const BmpFile& file) {
 
 }  // namespace
 
-Status decode_rle_rows(const DecodeRequest& request, const BmpFile& file) {
-  return file.rows == BmpRows::rle4 ? decode_rows<Rle4Line>(request, file)
-                                    : decode_rows<Rle8Line>(request, file);
+Status decode_rle_rows(const DecodeRequest& request, const File& file) {
+  return file.rows == Rows::rle4 ? decode_rows<Rle4Line>(request, file)
+                                 : decode_rows<Rle8Line>(request, file);
 }
 
-}  // namespace tq::formats
+}  // namespace tq::bmp

@@ -1,17 +1,19 @@
-// Writes run-length coded bitmaps: RLE8 over the pixels of a row, RLE4 over its pairs of pixels.
-// Where runs and literals begin and end is fixed, so that equal images give equal files.
+// Writes bitmaps: plain ones, and run-length coded ones, RLE8 over the pixels of a row, RLE4 over its
+// pairs of pixels. Where runs and literals begin and end is fixed, so that equal images give equal
+// files.
 #include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstring>
 
 #include "core/memory.h"
+#include "core/numbers.h"
 #include "formats/bmp/bmp.h"
-#include "formats/bmp/bmp_header.h"
-#include "formats/bmp/bmp_rows.h"
+#include "formats/bmp/header.h"
 #include "io/endian.h"
+#include "io/stream_writer.h"
 
-namespace tq::formats {
+namespace tq::bmp {
 namespace {
 
 constexpr int kStep = 16;   // bytes copied at a time
@@ -77,7 +79,7 @@ class Changes {
  private:
   std::uint64_t block_at(std::ptrdiff_t i) const {
     const std::uint64_t* bits = bits_.data() + i / kBlock;
-    const int shift = static_cast<int>(i % kBlock);
+    const std::ptrdiff_t shift = i % kBlock;
     return bits[0] >> shift | bits[1] << 1 << (63 - shift);
   }
 
@@ -90,9 +92,7 @@ class Changes {
 template <class Coding>
 std::uint8_t* code_row(const std::uint8_t* row, std::ptrdiff_t count, const Changes& changes,
                        std::uint8_t* out) {
-  const auto pixels = [](std::ptrdiff_t bytes) {
-    return static_cast<std::uint8_t>(bytes * Coding::kPixelsPerByte);
-  };
+  const auto pixels = [](std::ptrdiff_t bytes) { return byte(bytes * Coding::kPixelsPerByte); };
   for (std::ptrdiff_t i = 0; i < count;) {
     const std::uint8_t* at = row + i;
     if (i >= count - 3 || at[0] == at[1]) {
@@ -118,40 +118,68 @@ std::uint8_t* code_row(const std::uint8_t* row, std::ptrdiff_t count, const Chan
 }
 
 template <class Coding>
-Status encode_rows(const EncodeRequest& request) {
+Status encode_rows(const EncodeRequest& request, std::uint32_t compression) {
   const BitmapInfoHeader& header = request.image->header;
+  StreamWriter out;
+  TQ_TRY(write_header(request, FileHeader::written, compression, out));
   // Pixels of 16 and 32 bits are taken as bytes too, as many as the row has pixels: callers rely on
   // the codes, though no reader makes an image of them.
   const std::ptrdiff_t count =
       header.biWidth / Coding::kPixelsPerByte + header.biWidth % Coding::kPixelsPerByte;
-  Row row, codes;
+  Row row;
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
-  TQ_TRY(codes.allocate(2 * std::int64_t{count} + 2));
   Changes changes;
   TQ_TRY(changes.allocate(count));
   for (std::int32_t y = header.biHeight - 1; y >= 0; --y) {
     TQ_TRY(request.rows.row(row.pixels(), y));
     changes.mark(row.data());
-    const std::uint8_t* end = code_row<Coding>(row.data(), count, changes, codes.data());
-    TQ_TRY(write_all(request.stream, std::span(codes.data(), end - codes.data())));
+    std::uint8_t* const codes = out.room(2 * std::int64_t{count} + 2 + kStep).data();
+    TQ_TRY(out.status());
+    out.take(code_row<Coding>(row.data(), count, changes, codes) - codes);
+    TQ_TRY(out.flush());
   }
-  std::uint8_t end_of_bitmap[] = {0, 1};
-  return write_all(request.stream, end_of_bitmap);
+  out.put8(0);
+  out.put8(1);  // end of the bitmap
+  return out.flush();
+}
+
+// Each row is a write of its own, from the bottom up.
+Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
+  const BitmapInfoHeader& header = request.image->header;
+  const std::int64_t bytes = row_bytes(header.biWidth, header.biBitCount);
+  StreamWriter out;
+  TQ_TRY(write_header(request, file_header, kBiRgb, out));
+  const std::span<std::uint8_t> fresh = out.room(bytes);
+  std::fill(fresh.begin(), fresh.end(), std::uint8_t{0});  // a supplier may leave bytes as they are
+  for (std::int32_t y = header.biHeight - 1; y >= 0; --y) {
+    const std::span<std::uint8_t> row = out.room(bytes);
+    TQ_TRY(out.status());
+    TQ_TRY(request.rows.row(row, y));
+    out.take(std::ssize(row));
+    TQ_TRY(out.flush());
+  }
+  return kOk;
 }
 
 }  // namespace
 
 Status can_encode_bmp(const EncodeRequest& request) {
   const int bits = request.image->header.biBitCount;
-  const bool refused = request.variant() == kBmpRunLengths && (bits == 1 || bits == 24);
+  const bool refused = request.variant() == kRunLengths && (bits == 1 || bits == 24);
   return refused ? StatusCode::wrong_depth : StatusCode::ok;
 }
 
-Status encode_bmp_rle(const EncodeRequest& request) {
+Status encode_bmp(const EncodeRequest& request) {
   TQ_TRY(can_encode_bmp(request));
-  const int bits = request.image->header.biBitCount;
-  TQ_TRY(write_bmp_header(request, FileHeader::written, bits == 4 ? kBiRle4 : kBiRle8));
-  return bits == 4 ? encode_rows<Rle4>(request) : encode_rows<Rle8>(request);
+  switch (request.variant()) {
+    case kRunLengths:
+      return request.image->header.biBitCount == 4 ? encode_rows<Rle4>(request, kBiRle4)
+                                                   : encode_rows<Rle8>(request, kBiRle8);
+    case kBareDib:
+      return encode_plain(request, FileHeader::none);
+    default:
+      return encode_plain(request, FileHeader::written);
+  }
 }
 
-}  // namespace tq::formats
+}  // namespace tq::bmp

@@ -1,13 +1,14 @@
 // BMP headers: a file header or none, an information header or an OS/2 core header, the palette.
-#include "formats/bmp/bmp_header.h"
+#include "formats/bmp/header.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
 
 #include "io/endian.h"
+#include "pixels/colours.h"
 
-namespace tq::formats {
+namespace tq::bmp {
 namespace {
 
 constexpr int kFileHeaderBytes = 14;
@@ -22,7 +23,7 @@ constexpr Rgb kWhite{255, 255, 255, 0};
 // The headers as the file has them.
 struct StoredHeader {
   StreamHandle stream{};
-  std::int64_t start = 0;  // where they begin in the stream
+  std::int32_t start = 0;  // where they begin in the stream
   bool has_file_header = false;
   std::uint32_t pixel_offset = 0;  // of the file header
   std::uint32_t header_bytes = 0;
@@ -31,23 +32,32 @@ struct StoredHeader {
   bool is_core() const { return header_bytes == kCoreHeaderBytes; }
 };
 
+// The position, or -1 if no stream has it.
+std::int32_t stream_position(std::int64_t position) {
+  constexpr std::int64_t kLast = std::numeric_limits<std::int32_t>::max();
+  return position < 0 || position > kLast ? -1 : static_cast<std::int32_t>(position);
+}
+
+// Whether the stream is there now.
+bool seek_to(StreamHandle stream, std::int32_t position) {
+  return position >= 0 && seek(stream, position, Origin::start) >= 0;
+}
+
 void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
   const std::int32_t got = read_fully(stream, bytes);
   std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
 }
 
 BitmapInfoHeader load_info_header(const std::uint8_t* p) {
-  return {.biSize = load_le32(p),
-          .biWidth = static_cast<std::int32_t>(load_le32(p + 4)),
-          .biHeight = static_cast<std::int32_t>(load_le32(p + 8)),
-          .biPlanes = load_le16(p + 12),
-          .biBitCount = load_le16(p + 14),
-          .biCompression = load_le32(p + 16),
-          .biSizeImage = load_le32(p + 20),
-          .biXPelsPerMeter = static_cast<std::int32_t>(load_le32(p + 24)),
-          .biYPelsPerMeter = static_cast<std::int32_t>(load_le32(p + 28)),
-          .biClrUsed = load_le32(p + 32),
-          .biClrImportant = load_le32(p + 36)};
+  BitmapInfoHeader info{};
+  info.biWidth = load_le32(p + 4);
+  info.biHeight = load_le32(p + 8);
+  info.biBitCount = load_le16(p + 14);
+  info.biCompression = load_le32(p + 16);
+  info.biXPelsPerMeter = load_le32(p + 24);
+  info.biYPelsPerMeter = load_le32(p + 28);
+  info.biClrUsed = load_le32(p + 32);
+  return info;
 }
 
 BitmapInfoHeader load_core_header(const std::uint8_t* p) {
@@ -95,26 +105,27 @@ bool has_rows_of(int bits) {
   return bits == 0 || bits == 1 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32;
 }
 
-BmpRows choose_rows(const StoredHeader& stored) {
+Rows choose_rows(const StoredHeader& stored) {
   const int bits = stored.info.biBitCount;
   const std::uint32_t compression = stored.info.biCompression;
-  if (compression == kBiRle4 && bits == 4) return BmpRows::rle4;
-  if (compression == kBiRle8 && bits == 8) return BmpRows::rle8;
-  if (compression == kLengthPrefixed) return BmpRows::length_prefixed;
-  if (compression == kJpegData) return BmpRows::jpeg;
+  if (compression == kBiRle4 && bits == 4) return Rows::rle4;
+  if (compression == kBiRle8 && bits == 8) return Rows::rle8;
+  if (compression == kLengthPrefixed) return Rows::length_prefixed;
+  if (compression == kJpegData) return Rows::jpeg;
   // The masks are not read, 16 bits with bit fields are always 5-6-5: callers rely on this.
-  if (compression == kBiBitFields && (bits == 16 || bits == 12)) return BmpRows::rgb565;
+  if (compression == kBiBitFields && (bits == 16 || bits == 12)) return Rows::rgb565;
   // 16-bit rows that are stored top-down are taken as rows of 24-bit pixels: callers rely on this.
-  if (bits == 16 && stored.has_file_header && stored.info.biHeight > 0) return BmpRows::rgb555;
-  return BmpRows::as_delivered;
+  if (bits == 16 && stored.has_file_header && stored.info.biHeight > 0) return Rows::rgb555;
+  return Rows::as_delivered;
 }
 
 // The palette is looked for where a header of 40 bytes would end, however long the header is, and
 // that of a core header always behind a file header, whether there is one or not: callers rely on
 // this.
 std::int64_t palette_position(const StoredHeader& stored) {
-  if (stored.is_core()) return stored.start + kFileHeaderBytes + kCoreHeaderBytes;
-  return stored.start + (stored.has_file_header ? kFileHeaderBytes : 0) + kInfoHeaderBytes;
+  const std::int64_t start = stored.start;
+  if (stored.is_core()) return start + kFileHeaderBytes + kCoreHeaderBytes;
+  return start + (stored.has_file_header ? kFileHeaderBytes : 0) + kInfoHeaderBytes;
 }
 
 int stored_palette_bytes(const StoredHeader& stored) {
@@ -125,7 +136,7 @@ int stored_palette_bytes(const StoredHeader& stored) {
 
 // Without a file header the pixels follow the colours in use, or all colours if their count is 0.
 std::int64_t pixel_position(const StoredHeader& stored) {
-  if (stored.has_file_header) return stored.start + stored.pixel_offset;
+  if (stored.has_file_header) return std::int64_t{stored.start} + stored.pixel_offset;
   const BitmapInfoHeader& info = stored.info;
   const bool has_masks = info.biCompression == kBiBitFields &&
                          stored.header_bytes == kInfoHeaderBytes && info.biBitCount > 8;
@@ -139,18 +150,18 @@ std::int64_t pixel_position(const StoredHeader& stored) {
 // All entries are read, however few the file has: the others get whatever lies there. But in memory
 // without a size nothing behind the image, as the memory may end with it; and of coded rows the end
 // is not known.
-std::size_t readable_palette_bytes(const StoredHeader& stored, const BmpFile& file) {
-  const std::int64_t all = stored_palette_bytes(stored);
+int readable_palette_bytes(const StoredHeader& stored, const File& file) {
+  const int all = stored_palette_bytes(stored);
   const std::int64_t before_pixels = file.pixels_at - palette_position(stored);
-  if (before_pixels < 0 || end_is_known(stored.stream)) return static_cast<std::size_t>(all);
-  const bool coded = file.rows != BmpRows::as_delivered;
+  if (before_pixels < 0 || end_is_known(stored.stream)) return all;
+  const bool coded = file.rows != Rows::as_delivered;
   const std::int64_t pixel_bytes = coded ? 0 : stored_row_bytes(file) * file.image.header.biHeight;
-  return static_cast<std::size_t>(std::clamp<std::int64_t>(before_pixels + pixel_bytes, 0, all));
+  return static_cast<int>(std::clamp<std::int64_t>(before_pixels + pixel_bytes, 0, all));
 }
 
-void read_palette(const StoredHeader& stored, BmpFile& file) {
+void read_palette(const StoredHeader& stored, File& file) {
   std::array<std::uint8_t, 1024> bytes{};
-  if (seek_to(stored.stream, palette_position(stored))) {
+  if (seek_to(stored.stream, stream_position(palette_position(stored)))) {
     read_or_zero(stored.stream, std::span(bytes).first(readable_palette_bytes(stored, file)));
   }
   std::array<Rgb, 256>& palette = file.image.palette;
@@ -173,11 +184,17 @@ bool force_black_and_white(std::array<Rgb, 256>& palette) {
   return inverted;
 }
 
-void set_grey_levels(std::array<Rgb, 256>& palette) {
-  for (int i = 0; i < 256; ++i) {
-    const auto level = static_cast<std::uint8_t>(i);
-    palette[i] = {level, level, level, 0};
-  }
+std::int32_t truncated(double value) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  return static_cast<std::int32_t>(std::clamp<double>(value, Limits::min(), Limits::max()));
+}
+
+std::int32_t dots_per_inch(std::int32_t pixels_per_metre) {
+  return truncated(pixels_per_metre * 0.0254 + 0.5);
+}
+
+std::int32_t pixels_per_metre(std::int32_t dots_per_inch) {
+  return truncated(dots_per_inch * 39.37007874015748 + 0.5);
 }
 
 // A resolution of which one side is missing stays as it is, and so do the small values of bare
@@ -189,19 +206,13 @@ bool is_per_metre(const StoredHeader& stored) {
   return stored.has_file_header || info.biXPelsPerMeter > kMostDotsPerInch;
 }
 
-std::uint32_t image_bytes(std::int32_t width, std::int32_t height, int bits) {
-  // Unsigned, as the sides are not checked yet.
-  return static_cast<std::uint32_t>(static_cast<std::uint64_t>(row_bytes(width, bits)) *
-                                    static_cast<std::uint64_t>(height));
-}
-
 BitmapInfoHeader delivered_header(const StoredHeader& stored) {
   BitmapInfoHeader header = stored.info;
   const int bits = delivered_bits(stored);
   header.biSize = kDibHeaderBytes;
   header.biHeight = std::max(header.biHeight, -header.biHeight);
   header.biPlanes = 1;
-  header.biBitCount = static_cast<std::uint16_t>(bits);
+  header.biBitCount = word(bits);
   const bool marked = bits == 32 || header.biCompression == kRgb32;
   header.biCompression = marked ? kRgb32 : kBiRgb;
   header.biSizeImage = image_bytes(header.biWidth, header.biHeight, bits);
@@ -214,74 +225,36 @@ BitmapInfoHeader delivered_header(const StoredHeader& stored) {
   return header;
 }
 
-std::int32_t truncated(double value) {
-  using Limits = std::numeric_limits<std::int32_t>;
-  return static_cast<std::int32_t>(
-      std::clamp(value, static_cast<double>(Limits::min()), static_cast<double>(Limits::max())));
+void put_file_header(const BitmapInfoHeader& image, StreamWriter& out) {
+  const int pixels_at = kFileHeaderBytes + kInfoHeaderBytes + palette_bytes(image.biBitCount);
+  out.put("BM");
+  out.put_le32(image_bytes(image.biWidth, image.biHeight, image.biBitCount) + pixels_at);
+  out.put_le32(0);
+  out.put_le32(pixels_at);
 }
 
-Status write_file_header(const EncodeRequest& request) {
-  const BitmapInfoHeader& image = request.image->header;
-  const std::uint32_t pixels_at = static_cast<std::uint32_t>(kFileHeaderBytes + kInfoHeaderBytes +
-                                                             palette_bytes(image.biBitCount));
-  std::array<std::uint8_t, kFileHeaderBytes> bytes{'B', 'M'};
-  store_le32(&bytes[2], image_bytes(image.biWidth, image.biHeight, image.biBitCount) + pixels_at);
-  store_le32(&bytes[10], pixels_at);
-  return write_all(request.stream, bytes);
-}
-
-Status write_info_header(const EncodeRequest& request, std::uint32_t compression) {
-  const BitmapInfoHeader& image = request.image->header;
-  std::array<std::uint8_t, kInfoHeaderBytes> bytes{};
-  store_le32(&bytes[0], kInfoHeaderBytes);
-  store_le32(&bytes[4], static_cast<std::uint32_t>(image.biWidth));
-  store_le32(&bytes[8], static_cast<std::uint32_t>(image.biHeight));
-  store_le16(&bytes[12], 1);
-  store_le16(&bytes[14], image.biBitCount);
-  store_le32(&bytes[16], compression);
-  store_le32(&bytes[20], image_bytes(image.biWidth, image.biHeight, image.biBitCount));
-  if (image.biXPelsPerMeter != 0 && image.biYPelsPerMeter != 0) {
-    store_le32(&bytes[24], static_cast<std::uint32_t>(pixels_per_metre(image.biXPelsPerMeter)));
-    store_le32(&bytes[28], static_cast<std::uint32_t>(pixels_per_metre(image.biYPelsPerMeter)));
-  }
-  return write_all(request.stream, bytes);
-}
-
-Status write_palette(const EncodeRequest& request) {
-  // A copy, because writing may change what it is given.
-  std::array<Rgb, 256> palette = request.image->palette;
-  const auto bytes = static_cast<std::size_t>(palette_bytes(request.image->header.biBitCount));
-  return write_all(request.stream,
-                   std::span(reinterpret_cast<std::uint8_t*>(palette.data()), bytes));
+void put_info_header(const BitmapInfoHeader& image, std::uint32_t compression, StreamWriter& out) {
+  const bool has_resolution = image.biXPelsPerMeter != 0 && image.biYPelsPerMeter != 0;
+  out.put_le32(kInfoHeaderBytes);
+  out.put_le32(image.biWidth);
+  out.put_le32(image.biHeight);
+  out.put_le16(1);
+  out.put_le16(image.biBitCount);
+  out.put_le32(compression);
+  out.put_le32(image_bytes(image.biWidth, image.biHeight, image.biBitCount));
+  out.put_le32(has_resolution ? pixels_per_metre(image.biXPelsPerMeter) : 0);
+  out.put_le32(has_resolution ? pixels_per_metre(image.biYPelsPerMeter) : 0);
+  out.fill(8, 0);
 }
 
 }  // namespace
 
-bool seek_to(StreamHandle stream, std::int64_t position) {
-  if (position < 0 || position > std::numeric_limits<std::int32_t>::max()) return false;
-  return seek(stream, static_cast<std::int32_t>(position), Origin::start) >= 0;
-}
-
-Status write_all(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  if (static_cast<std::size_t>(write(stream, bytes)) < bytes.size())
-    return StatusCode::write_failed;
-  return kOk;
-}
-
-std::int32_t dots_per_inch(std::int32_t pixels_per_metre) {
-  return truncated(pixels_per_metre * 0.0254 + 0.5);
-}
-
-std::int32_t pixels_per_metre(std::int32_t dots_per_inch) {
-  return truncated(dots_per_inch * 39.37007874015748 + 0.5);
-}
-
-Status read_bmp_header(const DecodeRequest& request, BmpFile& file) {
+Status read_header(const DecodeRequest& request, File& file) {
   const StoredHeader stored = read_stored_header(request);
   file.rows = choose_rows(stored);
-  file.pixels_at = pixel_position(stored);
+  file.pixels_at = stream_position(pixel_position(stored));
   file.top_down = stored.info.biHeight < 0;
-  if (file.rows == BmpRows::jpeg) return kOk;  // the JPEG data have a header of their own
+  if (file.rows == Rows::jpeg) return kOk;  // the JPEG data have a header of their own
   if (stored.info.biHeight == std::numeric_limits<std::int32_t>::min()) {
     return StatusCode::bad_image;  // it has no opposite
   }
@@ -291,23 +264,38 @@ Status read_bmp_header(const DecodeRequest& request, BmpFile& file) {
   if (!has_rows_of(bits)) return StatusCode::unsupported;
   if (bits >= 1 && bits <= 8) read_palette(stored, file);
   if (bits == 1) file.inverted = force_black_and_white(file.image.palette);
-  if (bits == 16) set_grey_levels(file.image.palette);
+  if (bits == 16) file.image.palette = pixels::grey_ramp();
   return kOk;
 }
 
-std::int64_t stored_row_bytes(const BmpFile& file) {
+std::int64_t stored_row_bytes(const File& file) {
   const std::int64_t width = file.image.header.biWidth;
   // Rows of 5-5-5 are packed without padding, those of 5-6-5 are padded: callers rely on this.
-  if (file.rows == BmpRows::rgb555) return 2 * width;
-  if (file.rows == BmpRows::rgb565) return row_bytes(width, 16);
+  if (file.rows == Rows::rgb555) return 2 * width;
+  if (file.rows == Rows::rgb565) return row_bytes(width, 16);
   return row_bytes(width, file.image.header.biBitCount);
 }
 
-Status write_bmp_header(const EncodeRequest& request, FileHeader file_header,
-                        std::uint32_t compression) {
-  if (file_header == FileHeader::written) TQ_TRY(write_file_header(request));
-  TQ_TRY(write_info_header(request, compression));
-  return write_palette(request);
+Status open_pixels(const DecodeRequest& request, const File& file, std::int64_t chunk_bytes,
+                   ChunkReader& input) {
+  if (!seek_to(request.stream, file.pixels_at)) return kOk;
+  return input.open(request.stream, chunk_bytes);
 }
 
-}  // namespace tq::formats
+Status write_header(const EncodeRequest& request, FileHeader file_header, std::uint32_t compression,
+                    StreamWriter& out) {
+  const BitmapInfoHeader& image = request.image->header;
+  TQ_TRY(out.open(request.stream, sizeof request.image->palette));
+  if (file_header == FileHeader::written) {
+    put_file_header(image, out);
+    TQ_TRY(out.flush());
+  }
+  put_info_header(image, compression, out);
+  TQ_TRY(out.flush());
+  const std::span all(reinterpret_cast<const std::uint8_t*>(request.image->palette.data()),
+                      sizeof request.image->palette);
+  out.put(all.first(palette_bytes(image.biBitCount)));
+  return out.flush();
+}
+
+}  // namespace tq::bmp

@@ -12,7 +12,7 @@
 namespace tq::test {
 namespace {
 
-using formats::decode_bmp;
+using bmp::decode_bmp;
 using Image = std::vector<Bytes>;  // rows from the top
 using Palette = std::vector<Rgb>;
 

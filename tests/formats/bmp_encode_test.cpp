@@ -7,7 +7,7 @@
 namespace tq::test {
 namespace {
 
-using formats::encode_bmp;
+using bmp::encode_bmp;
 
 TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
   const std::vector<Bytes> rows = {{0x12, 0x30, 0, 0}, {0x45, 0x60, 0, 0}};
@@ -18,14 +18,14 @@ TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
                  0,    3780, 11811, {}, 8};
   EXPECT_EQ(encoded(encode_bmp, image, rows), bmp_file(file));
   file.file_header = false;
-  EXPECT_EQ(encoded(encode_bmp, image, rows, formats::kBmpBareDib), bmp_file(file));
+  EXPECT_EQ(encoded(encode_bmp, image, rows, bmp::kBareDib), bmp_file(file));
   // In front of codes both sizes are those of the uncompressed image, too.
   file.file_header = true;
   file.compression = 2;
   Bytes coded = bmp_file(file);
   coded.resize(coded.size() - 8);
   coded = joined({coded, {2, 0x45, 2, 0x60, 0, 0, 2, 0x12, 2, 0x30, 0, 0, 0, 1}});
-  EXPECT_EQ(encoded(encode_bmp, image, rows, formats::kBmpRunLengths), coded);
+  EXPECT_EQ(encoded(encode_bmp, image, rows, bmp::kRunLengths), coded);
 }
 
 TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
@@ -48,7 +48,7 @@ TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
 
 TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
   std::uint8_t value = 0;
-  for (const formats::BmpVariant variant : {formats::kBmpPlain, formats::kBmpBareDib}) {
+  for (const bmp::Variant variant : {bmp::kPlain, bmp::kBareDib}) {
     for (const int bits : {1, 4, 8, 24, 32}) {
       for (int width = 1; width <= 40; ++width) {
         std::vector<Bytes> rows(2, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
@@ -56,8 +56,7 @@ TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
           for (std::uint8_t& byte : row) byte = value += 37;
         }
         const Bytes file = encoded(encode_bmp, grey_image(width, 2, bits), rows, variant);
-        EXPECT_EQ(decoded(formats::decode_bmp, file).image(), rows)
-            << bits << " bits, width " << width;
+        EXPECT_EQ(decoded(bmp::decode_bmp, file).image(), rows) << bits << " bits, width " << width;
       }
     }
   }
