@@ -1,8 +1,8 @@
 // Exports that change settings: detection, decoding, progress, streams, modules.
 #include "api/abi.h"
 #include "core/context.h"
-#include "core/plugin_modules.h"
 #include "dispatch/file_types.h"
+#include "formats/plugin/plugin.h"
 #include "include/tarnquill.h"
 
 namespace {
@@ -112,6 +112,6 @@ std::int32_t IMG_CALL IMG_set_encrypt(std::int32_t on, std::int32_t key) {
 }
 
 std::int32_t IMG_CALL IMG_unload_plugins(void) {
-  tq::unload_plugins();
+  tq::plugin::unload_plugins();
   return IMG_OK;
 }

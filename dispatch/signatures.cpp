@@ -171,7 +171,7 @@ Status find_gif_variant(StreamHandle stream) {
   std::array<std::uint8_t, 10> descriptor{};  // and the first byte of the data
   if (read_fully(stream, descriptor) < 10) return StatusCode::bad_image;
   const bool interlaced = (descriptor[8] & 0x40) != 0;
-  return Status::from_raw(interlaced ? formats::kGifInterlaced : 0);
+  return Status::from_raw(interlaced ? plugin::kGifInterlaced : 0);
 }
 
 }  // namespace tq::dispatch

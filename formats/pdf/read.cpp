@@ -184,7 +184,7 @@ Status decode_by_own_reader(const formats::DecodeRequest& request) {
 Status decode(const formats::DecodeRequest& request) {
   // A module that answers no_pdf_module itself has the last word.
   bool available = false;
-  const Status decoded = formats::decode_pdf_by_module(request, available);
+  const Status decoded = plugin::decode_pdf_by_module(request, available);
   return available ? decoded : decode_by_own_reader(request);
 }
 

@@ -3,18 +3,18 @@
 
 #include "formats/codec.h"
 
-namespace tq::formats {
+namespace tq::plugin {
 
 // no_lzw_module when the module, or this codec in it, is missing.
-Status decode_gif(const DecodeRequest& request);
+Status decode_gif(const formats::DecodeRequest& request);
 inline constexpr std::int32_t kGifInterlaced = 1;  // a variant
-Status encode_gif(const EncodeRequest& request);
-Status decode_tiff_lzw(const DecodeRequest& request);
-Status encode_tiff_lzw(const EncodeRequest& request);
+Status encode_gif(const formats::EncodeRequest& request);
+Status decode_tiff_lzw(const formats::DecodeRequest& request);
+Status encode_tiff_lzw(const formats::EncodeRequest& request);
 
 // wrong_depth and unsupported for what no GIF file can hold, whatever its module answers: more than
 // 8 bits, sides above 65535.
-Status can_encode_gif(const EncodeRequest& request);
+Status can_encode_gif(const formats::EncodeRequest& request);
 
 // Whether the encoders above can be called; the same status if not.
 Status gif_encoder_available();
@@ -23,11 +23,15 @@ Status tiff_lzw_encoder_available();
 
 // `available` is false, and no_pdf_module the result, when the module cannot be loaded; the module
 // itself may answer no_pdf_module, too.
-Status decode_pdf_by_module(const DecodeRequest& request, bool& available);
+Status decode_pdf_by_module(const formats::DecodeRequest& request, bool& available);
 
-Status decode_abic(const DecodeRequest& request);  // out_of_memory when the module is missing
+Status decode_abic(
+    const formats::DecodeRequest& request);  // out_of_memory when the module is missing
+
+// Unloads all modules: now, or when the last call of one of them has returned.
+void unload_plugins();
 
 // Frames are not counted, with or without the module; callers rely on the status.
 Status count_gif_pages(StreamHandle stream);
 
-}  // namespace tq::formats
+}  // namespace tq::plugin

@@ -107,7 +107,7 @@ TEST_F(Gif, PipesHandOutPieces) {
     MemoryFile pipe(frames);
     pipe.most_per_call = most;
     CollectingSink sink;
-    EXPECT_EQ(formats::decode_gif({.stream = MemoryFile::kHandle, .sink = sink.sink(), .page = 1}),
+    EXPECT_EQ(plugin::decode_gif({.stream = MemoryFile::kHandle, .sink = sink.sink(), .page = 1}),
               kOk);
     EXPECT_EQ(sink.header.header.biSizeImage, 8u);
     EXPECT_THAT(sink.image(), ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0})) << most;

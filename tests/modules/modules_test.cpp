@@ -27,13 +27,13 @@ Bytes decode_from_memory(std::int32_t page = 0) {
 
 bool pdf_available = false;
 Status decode_pdf(const formats::DecodeRequest& request) {
-  return formats::decode_pdf_by_module(request, pdf_available);
+  return plugin::decode_pdf_by_module(request, pdf_available);
 }
 
 // All codecs of modules but the GIF decoder have their status; files are left alone.
 void expect_missing() {
-  decoded(formats::decode_tiff_lzw, kGif, -23);
-  decoded(formats::decode_abic, kGif, -1);
+  decoded(plugin::decode_tiff_lzw, kGif, -23);
+  decoded(plugin::decode_abic, kGif, -1);
   decoded(decode_pdf, kGif, -36);
   EXPECT_FALSE(pdf_available);
   const ScratchFolder folder;
@@ -91,7 +91,7 @@ TEST(Modules, AreHandedTheStreamsOnceAndForwardEverything) {
     EXPECT_THAT(block, ElementsAre(encoder.mark, 1, 2, 3, 4, 5, 6, 7, 8));
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 3, encoder.code), -9);
   }
-  decoded(formats::decode_tiff_lzw, kGif, -71);
+  decoded(plugin::decode_tiff_lzw, kGif, -71);
   // Callers without callbacks.
   EXPECT_EQ(IMGLOW_decompress_bitmap_block(kGif.data(), kGif.size(), 0, nullptr, nullptr, nullptr),
             0);
@@ -109,7 +109,7 @@ TEST(Modules, StayWhileTheirCodeIsRunning) {
   Bytes block = kGif;
   open_memory_stream(block.data(), block.size());
   const formats::RowSink sink{.on_row = unload_in_row};
-  EXPECT_EQ(formats::decode_gif({kMemoryStream, 0, sink}).raw(), 5) << "the module's own answer";
+  EXPECT_EQ(plugin::decode_gif({kMemoryStream, 0, sink}).raw(), 5) << "the module's own answer";
   EXPECT_EQ(decode_from_memory()[0], 1) << "unloaded when the call had returned";
   EXPECT_EQ(IMG_unload_plugins(), 0);
   EXPECT_EQ(IMG_unload_plugins(), 0);
@@ -123,7 +123,7 @@ TEST(Modules, OfPdfAndAbic) {
   open_memory_stream(nullptr, 0);
   EXPECT_EQ(decode_pdf({kMemoryStream, 0, {}}).raw(), -12);
   EXPECT_TRUE(pdf_available);
-  decoded(formats::decode_abic, kGif, -72);
+  decoded(plugin::decode_abic, kGif, -72);
 }
 
 }  // namespace

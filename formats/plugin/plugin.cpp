@@ -1,0 +1,259 @@
+// The separately loaded modules: one table of them and one of their entries, loading at the first
+// call, and codecs that forward to them, with the library's stream functions.
+#include "formats/plugin/plugin.h"
+
+#include <array>
+#include <iterator>
+
+#include "include/tarnquill_plugin.h"
+#include "platform/module.h"
+
+namespace tq::plugin {
+namespace {
+
+using formats::DecodeRequest;
+using formats::EncodeRequest;
+using formats::RowSink;
+using formats::RowSupplier;
+
+// --- What modules are handed ---
+
+std::span<std::uint8_t> bytes_of(void* buffer, std::int32_t count) {
+  if (buffer == nullptr || count < 0) return {};
+  return std::span(static_cast<std::uint8_t*>(buffer), count);
+}
+
+std::int32_t IMG_CB_C read_stream(std::int32_t stream, void* buffer, std::int32_t count) {
+  return read_fully(StreamHandle{stream}, bytes_of(buffer, count));
+}
+std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32_t count) {
+  return write(StreamHandle{stream}, bytes_of(buffer, count));
+}
+std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
+  return seek(StreamHandle{stream}, offset, Origin{origin});
+}
+std::int32_t IMG_CB_C no_tiff_helper() {
+  return IMG_UNSUPPORTED;
+}
+
+// Modules are promised callbacks that can be called.
+std::int32_t IMG_CB_C any_header(void* /*header*/, void* /*context*/) {
+  return 1;
+}
+std::int32_t IMG_CB_C any_row(void* /*row*/, void* /*context*/, std::int32_t /*y*/,
+                              std::int32_t /*bytes*/) {
+  return 0;
+}
+std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y*/,
+                             std::int32_t /*bytes*/) {
+  return IMG_UNSUPPORTED;
+}
+
+// --- Modules ---
+
+enum ModuleIndex { kLzw, kPdf, kAbic, kModules };  // in the order in which they are unloaded
+
+struct Module {
+  const char* stem;
+  bool takes_callbacks;
+  bool takes_helper;
+  StatusCode missing;  // it, or an entry of it
+};
+
+constexpr Module kModuleTable[] = {
+    {"trqvpl1", true, true, StatusCode::no_lzw_module},
+    {"pdfplug", true, false, StatusCode::no_pdf_module},
+    {"abicplug", false, false, StatusCode::out_of_memory},
+};
+static_assert(std::size(kModuleTable) == kModules);
+
+enum EntryIndex {
+  kDecodeGif,
+  kEncodeGif,
+  kEncodeGifInterlaced,
+  kDecodeTiffLzw,
+  kEncodeTiffLzw,
+  kDecodePdf,
+  kDecodeAbic,
+  kEntries
+};
+
+struct Entry {
+  ModuleIndex module;
+  const char* name;
+};
+
+constexpr Entry kEntryTable[] = {
+    {kLzw, "decode_gif"}, {kLzw, "encode_gif"}, {kLzw, "encode_gifi"},      {kLzw, "decode_tif"},
+    {kLzw, "encode_tif"}, {kPdf, "decode_pdf"}, {kAbic, "IMG_decomp_abic"},
+};
+static_assert(std::size(kEntryTable) == kEntries);
+
+struct Loaded {
+  std::array<void*, kModules> modules{};
+  std::array<void*, kEntries> entries{};
+  int calls = 0;  // of entries, that have not returned
+  bool unload_wanted = false;
+};
+
+Loaded& loaded() {
+  static constinit Loaded state;
+  return state;
+}
+
+// Whatever was known of the module before is forgotten.
+void find_entries(int index, void* module) {
+  for (int i = 0; i < kEntries; ++i) {
+    if (kEntryTable[i].module != index) continue;
+    loaded().entries[i] =
+        module == nullptr ? nullptr : platform::module_symbol(module, kEntryTable[i].name);
+  }
+}
+
+void hand_over_callbacks(void* module, const Module& row) {
+  if (!row.takes_callbacks) return;
+  const auto set =
+      reinterpret_cast<img_set_callbacks_fn>(platform::module_symbol(module, "set_callbacks"));
+  if (set == nullptr) return;
+  set(read_stream, write_stream, seek_stream, row.takes_helper ? no_tiff_helper : nullptr);
+}
+
+Status load(ModuleIndex index) {
+  if (loaded().modules[index] != nullptr) return kOk;
+  const Module& row = kModuleTable[index];
+  bool unknown = false;
+  void* const module = platform::module_open(row.stem, unknown);
+  if (module == nullptr) return unknown ? StatusCode::cannot_open : row.missing;
+  platform::at_detach(unload_plugins);
+  loaded().modules[index] = module;
+  find_entries(index, module);
+  hand_over_callbacks(module, row);
+  return kOk;
+}
+
+// A call of an entry, whose module stays loaded until the end of the scope.
+class Call {
+ public:
+  Call() = default;
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call() {
+    if (!begun_) return;
+    if (--loaded().calls == 0 && loaded().unload_wanted) unload_plugins();
+  }
+
+  // Loads the module if need be. cannot_open when there was no descriptor left to look for it.
+  Status begin(EntryIndex entry) {
+    const ModuleIndex module = kEntryTable[entry].module;
+    ++loaded().calls;  // set_callbacks is the module's code, too
+    begun_ = true;
+    TQ_TRY(load(module));
+    address_ = loaded().entries[entry];
+    return address_ != nullptr ? StatusCode::ok : kModuleTable[module].missing;
+  }
+
+  Status decode(const DecodeRequest& request) const {
+    const RowSink& sink = request.sink;
+    // The top bit set: a page number in the other 31.
+    const std::uint32_t offset_or_page =
+        request.has_page() ? 0x80000000 | request.page : request.offset;
+    return Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
+        offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
+        sink.on_header == nullptr ? any_header : sink.on_header,
+        static_cast<std::int32_t>(request.stream)));
+  }
+
+  Status encode(const EncodeRequest& request) const {
+    const RowSupplier& rows = request.rows;
+    return Status::from_raw(reinterpret_cast<img_plugin_encode_fn>(address_)(
+        static_cast<std::int32_t>(request.stream), request.image,
+        rows.on_row == nullptr ? no_row : rows.on_row, rows.context));
+  }
+
+ private:
+  void* address_ = nullptr;
+  bool begun_ = false;
+};
+
+// --- Codecs ---
+
+constexpr int kDeepestGif = 8, kLargestGifSide = 65535;
+
+Status available(EntryIndex entry) {
+  Call call;
+  return call.begin(entry);
+}
+
+Status decode(EntryIndex entry, const DecodeRequest& request) {
+  Call call;
+  TQ_TRY(call.begin(entry));
+  return call.decode(request);
+}
+
+Status encode(EntryIndex entry, const EncodeRequest& request) {
+  Call call;
+  TQ_TRY(call.begin(entry));
+  return call.encode(request);
+}
+
+}  // namespace
+
+void unload_plugins() {
+  Loaded& state = loaded();
+  // Code that is running must not go away: a callback of it may have come here.
+  state.unload_wanted = state.calls != 0;
+  if (state.unload_wanted) return;
+  for (int i = 0; i < kModules; ++i) {
+    if (state.modules[i] == nullptr) continue;
+    platform::module_close(state.modules[i]);
+    state.modules[i] = nullptr;
+    find_entries(i, nullptr);
+  }
+}
+
+Status decode_gif(const DecodeRequest& request) {
+  return decode(kDecodeGif, request);
+}
+Status encode_gif(const EncodeRequest& request) {
+  return encode(request.variant() == kGifInterlaced ? kEncodeGifInterlaced : kEncodeGif, request);
+}
+Status decode_tiff_lzw(const DecodeRequest& request) {
+  return decode(kDecodeTiffLzw, request);
+}
+Status encode_tiff_lzw(const EncodeRequest& request) {
+  return encode(kEncodeTiffLzw, request);
+}
+Status decode_abic(const DecodeRequest& request) {
+  return decode(kDecodeAbic, request);
+}
+
+Status decode_pdf_by_module(const DecodeRequest& request, bool& available) {
+  Call call;
+  const Status begun = call.begin(kDecodePdf);
+  available = begun.ok();
+  TQ_TRY(begun);
+  return call.decode(request);
+}
+
+Status can_encode_gif(const EncodeRequest& request) {
+  const BitmapInfoHeader& header = request.image->header;
+  if (header.biBitCount > kDeepestGif) return StatusCode::wrong_depth;
+  const bool fits = header.biWidth <= kLargestGifSide && header.biHeight <= kLargestGifSide;
+  return fits ? StatusCode::ok : StatusCode::unsupported;
+}
+
+Status gif_encoder_available() {
+  return available(kEncodeGif);
+}
+Status gif_interlaced_encoder_available() {
+  return available(kEncodeGifInterlaced);
+}
+Status tiff_lzw_encoder_available() {
+  return available(kEncodeTiffLzw);
+}
+
+Status count_gif_pages(StreamHandle /*stream*/) {
+  return StatusCode::no_lzw_module;
+}
+
+}  // namespace tq::plugin
