@@ -208,9 +208,10 @@ std::span<const RowLayout> row_layouts() {
 }
 
 const RowLayout* find_layout(Layout layout, int bits) {
-  const auto* const found = std::ranges::find_if(
-      kLayouts, [&](const RowLayout& way) { return way.layout == layout && way.bits == bits; });
-  return found != std::end(kLayouts) ? found : nullptr;
+  for (const RowLayout& way : kLayouts) {
+    if (way.layout == layout && way.bits == bits) return &way;
+  }
+  return nullptr;
 }
 
 void unpack(const RowLayout& layout, Bytes stored, int width, Row row) {

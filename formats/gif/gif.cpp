@@ -10,6 +10,7 @@
 #include "coding/lzw.h"
 #include "io/endian.h"
 #include "io/stream_writer.h"
+#include "pixels/rows.h"
 
 namespace tq::gif {
 namespace {
@@ -172,34 +173,7 @@ struct Packing {
     }
     return {4, false};
   }
-
-  void pack(std::span<const std::uint8_t> pixels, std::span<std::uint8_t> row) const {
-    if (bits == 8) {
-      std::copy(pixels.begin(), pixels.end(), row.begin());
-      return;
-    }
-    const std::ptrdiff_t width = std::ssize(pixels);
-    const int per_byte = 8 / bits, mask = (1 << bits) - 1, flip = inverted ? 1 : 0;
-    for (std::ptrdiff_t x = 0; x < width; x += per_byte) {
-      int value = 0;
-      for (std::ptrdiff_t i = x; i < x + per_byte; ++i) {
-        value = value << bits | (i < width ? (pixels[i] & mask) ^ flip : 0);
-      }
-      row[x / per_byte] = byte(value);
-    }
-  }
 };
-
-// The pixels of a row, in place or in `pixels`.
-std::span<const std::uint8_t> unpack(std::span<const std::uint8_t> row, int bits,
-                                     std::span<std::uint8_t> pixels) {
-  if (bits == 8) return row.first(pixels.size());
-  const int per_byte = 8 / bits, mask = (1 << bits) - 1;
-  for (int x = 0; x < std::ssize(pixels); ++x) {
-    pixels[x] = byte(row[x / per_byte] >> (per_byte - 1 - x % per_byte) * bits & mask);
-  }
-  return pixels;
-}
 
 Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
                    const formats::RowSink& sink) {
@@ -208,17 +182,23 @@ Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
   if (pixel_bits < 1 || pixel_bits > 8) return StatusCode::bad_image;
   input.begin_blocks();
   lzw::Decoder codes;
-  RowBuffer<std::uint8_t> pixels, row;
+  RowBuffer<std::uint8_t> indices, row;
   TQ_TRY(codes.open());
-  TQ_TRY(pixels.allocate(frame.width));
+  TQ_TRY(indices.allocate(frame.width));
   TQ_TRY(row.allocate(row_bytes(frame.width, packing.bits)));
   codes.start(pixel_bits, coding::PieceSource::of(input));
+  const auto* const layout = pixels::find_layout(pixels::Layout::bytes, packing.bits);
   std::ptrdiff_t there = frame.width;
   for (std::int32_t n = 0; n < frame.height && there == frame.width; ++n) {
-    there = codes.read(pixels.pixels());
+    there = codes.read(indices.pixels());
     if (there == 0) break;
-    std::fill(pixels.data() + there, pixels.data() + frame.width, std::uint8_t{0});
-    packing.pack(pixels.pixels(), row.pixels());
+    std::fill(indices.data() + there, indices.data() + frame.width, std::uint8_t{0});
+    if (packing.inverted) pixels::invert(indices.pixels(), indices.pixels());
+    if (layout != nullptr) {
+      pixels::unpack(*layout, indices.pixels(), frame.width, row.pixels());
+    } else {
+      std::copy_n(indices.data(), frame.width, row.data());
+    }
     TQ_TRY(sink.row(row.pixels(), frame.interlaced ? interlaced_row(n, frame.height) : n));
   }
   return kOk;
@@ -289,11 +269,11 @@ Status encode_frame(const formats::EncodeRequest& request, bool interlaced) {
   if (width < 1 || height < 1) return StatusCode::bad_image;
   if (width > kLargestSide || height > kLargestSide) return StatusCode::unsupported;
 
-  RowBuffer<std::uint8_t> row, pixels, coded;
+  RowBuffer<std::uint8_t> row, indices, coded;
   lzw::Encoder codes;
   StreamWriter out;
   TQ_TRY(row.allocate(row_bytes(width, bits)));
-  TQ_TRY(pixels.allocate(width));
+  TQ_TRY(indices.allocate(width));
   TQ_TRY(coded.allocate(lzw::Encoder::most_bytes(width)));
   TQ_TRY(codes.open());
   TQ_TRY(out.open(request.stream, kPieceBytes));
@@ -303,10 +283,13 @@ Status encode_frame(const formats::EncodeRequest& request, bool interlaced) {
   out.put8(pixel_bits);
   codes.start(pixel_bits);
   BlockWriter blocks(out);
+  const auto* const layout = pixels::find_layout(pixels::Layout::bytes, bits);
+  const auto taken = (layout != nullptr ? indices : row).pixels().first(width);
   std::uint8_t* const start = coded.data();
   for (std::int32_t n = 0; n < height; ++n) {
     TQ_TRY(request.rows.row(row.pixels(), interlaced ? interlaced_row(n, height) : n));
-    blocks.put({start, codes.put(unpack(row.pixels(), bits, pixels.pixels()), start)});
+    if (layout != nullptr) pixels::pack(*layout, row.pixels(), width, indices.pixels());
+    blocks.put({start, codes.put(taken, start)});
     TQ_TRY(out.status());
   }
   blocks.put({start, codes.finish(start)});

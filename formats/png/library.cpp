@@ -146,8 +146,6 @@ Status PngReader::start_rows(const RowForm& form, std::int64_t& row_bytes) {
   if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
   if (form.to_8_bits) png_set_strip_16(png);
   if (form.with_alpha) png_set_tRNS_to_alpha(png);
-  png_set_bgr(png);
-  png_set_swap(png);
   passes_ = png_set_interlace_handling(png);
   png_read_update_info(png, info_of(info_));
   row_bytes = static_cast<std::int64_t>(png_get_rowbytes(png, info_of(info_)));
@@ -195,7 +193,7 @@ void put_palette(png_structp png, png_infop info, const PngHeader& header) {
 
 }  // namespace
 
-Status PngWriter::write_header(const PngHeader& header, int bytes_per_pixel) {
+Status PngWriter::write_header(const PngHeader& header) {
   png_structp png = png_of(png_);
   png_infop info = info_of(info_);
   if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
@@ -214,9 +212,6 @@ Status PngWriter::write_header(const PngHeader& header, int bytes_per_pixel) {
     png_set_pHYs(png, info, header.x_per_metre, header.y_per_metre, PNG_RESOLUTION_METER);
   }
   png_write_info(png, info);
-  png_set_bgr(png);
-  if (header.bits == 16) png_set_swap(png);
-  if (bytes_per_pixel == 4) png_set_filler(png, 0, PNG_FILLER_AFTER);
   return kOk;
 }
 

@@ -36,8 +36,8 @@ class PngReader {
   Status open(StreamHandle stream);
   Status read_header(PngHeader& header);
 
-  // How rows come: as they are; 16 bits with the low byte first; colours of 8 bits, blue first;
-  // grey of 8 bits; and the last two with an alpha byte behind each pixel.
+  // How rows come: as the file has them, with samples of 16 bits made 8, and with an alpha byte
+  // behind each pixel.
   struct RowForm {
     bool to_8_bits = false, with_alpha = false;
   };
@@ -64,8 +64,7 @@ class PngWriter {
   ~PngWriter();
 
   Status open(StreamHandle stream);
-  // Rows are taken as RowForm gives them; `bytes_per_pixel` 4: the fourth byte is left out.
-  Status write_header(const PngHeader& header, int bytes_per_pixel);
+  Status write_header(const PngHeader& header);
   Status write_row(const std::uint8_t* row);
   Status finish();
 

@@ -8,6 +8,7 @@
 #include "formats/png/library.h"
 #include "io/endian.h"
 #include "pixels/colours.h"
+#include "pixels/rows.h"
 
 namespace tq::png {
 namespace {
@@ -17,32 +18,25 @@ using formats::EncodeRequest;
 
 // --- Reading ---
 
-using Bytes = std::span<const std::uint8_t>;
-using Row = std::span<std::uint8_t>;
-
-enum class RowKind {
-  as_they_are,
-  inverted,       // 1 bit, white comes first in the file
-  widened,        // 1 or 2 bits to 4
-  grey_on_white,  // 8 bits and alpha
-  colours_on_white,
-  grey16_on_white,  // one level is transparent
-};
+using pixels::Bytes;
+using pixels::Layout;
+using pixels::Row;
 
 struct PngImage {
   PngHeader file;
   HeaderBlock image;
-  RowKind rows = RowKind::as_they_are;
   PngReader::RowForm form;
+  const pixels::RowLayout* layout = nullptr;  // null: rows lie in the file as in the image
+  bool inverted = false;                      // 1 bit, white comes first in the file
 };
+
+void set_layout(PngImage& png, Layout layout) {
+  png.layout = pixels::find_layout(layout, png.image.header.biBitCount);
+}
 
 std::int32_t dots_per_inch(std::uint32_t per_metre) {
   const std::uint64_t dots = (std::uint64_t{per_metre} * 254 + 5000) / 10000;
   return static_cast<std::int32_t>(std::min<std::uint64_t>(dots, INT32_MAX));
-}
-
-std::uint8_t on_white(int level, int alpha) {
-  return byte((level * alpha + 255 * (255 - alpha) + 127) / 255);
 }
 
 bool is_level(const PngColour& colour, int level) {
@@ -65,29 +59,24 @@ void mark_transparent(int index, HeaderBlock& image) {
   image.header.biClrUsed = kTransparent | index;
 }
 
-int image_bits(int sample_bits) {
-  return sample_bits == 2 ? 4 : sample_bits;
-}
-
 void choose_indexed(PngImage& png) {
   const PngHeader& file = png.file;
   int transparent = single_transparent_entry(file);
   const bool two = file.bits == 1 && file.entries == 2;
   const bool black_white = two && is_level(file.palette[0], 0) && is_level(file.palette[1], 255);
   const bool white_black = two && is_level(file.palette[0], 255) && is_level(file.palette[1], 0);
-  if (white_black) {
-    png.rows = RowKind::inverted;
-    if (transparent >= 0) transparent ^= 1;
-  } else if (file.bits <= 2 && !black_white) {
-    png.rows = RowKind::widened;  // an image of 1 bit is black and white
-  }
-  const int bits = png.rows == RowKind::widened ? 4 : file.bits;
-  png.image = dib_header(file.width, file.height, bits);
+  png.inverted = white_black;
+  if (white_black && transparent >= 0) transparent ^= 1;
+  // An image of 1 bit is black and white.
+  const bool widened = file.bits <= 2 && !black_white && !white_black;
+  png.image = dib_header(file.width, file.height, widened ? 4 : file.bits);
+  if (widened) set_layout(png, file.bits == 1 ? Layout::bits_1 : Layout::bits_2);
   for (int i = 0; i < file.entries; ++i) {
     const PngColour& entry = file.palette[i];
     const int alpha = transparent >= 0 ? 255 : entry.alpha;
-    png.image.palette[i] = {on_white(entry.blue, alpha), on_white(entry.green, alpha),
-                            on_white(entry.red, alpha), 0};
+    png.image.palette[i] = {pixels::on_white(entry.blue, alpha),
+                            pixels::on_white(entry.green, alpha),
+                            pixels::on_white(entry.red, alpha), 0};
   }
   if (white_black) std::swap(png.image.palette[0], png.image.palette[1]);
   if (transparent >= 0) mark_transparent(transparent, png.image);
@@ -95,15 +84,12 @@ void choose_indexed(PngImage& png) {
 
 void choose_grey(PngImage& png) {
   const PngHeader& file = png.file;
-  if (file.alpha) {
-    png.rows = RowKind::grey_on_white;
-    png.form = {.to_8_bits = true, .with_alpha = true};
-  } else if (file.bits == 2) {
-    png.rows = RowKind::widened;
-  } else if (file.bits == 16 && file.transparent_level >= 0) {
-    png.rows = RowKind::grey16_on_white;
-  }
-  png.image = dib_header(file.width, file.height, file.alpha ? 8 : image_bits(file.bits));
+  png.form = {.to_8_bits = file.alpha, .with_alpha = file.alpha};
+  const int bits = file.alpha ? 8 : file.bits;
+  png.image = dib_header(file.width, file.height, bits == 2 ? 4 : bits);
+  if (file.alpha) set_layout(png, Layout::grey_alpha);
+  if (bits == 2) set_layout(png, Layout::bits_2);
+  if (bits == 16) set_layout(png, Layout::grey16_be);
   const int last = file.bits >= 8 ? 255 : (1 << file.bits) - 1;
   for (int i = 0; i <= last; ++i) png.image.palette[i] = pixels::grey_ramp()[i * 255 / last];
   if (!file.alpha && file.bits <= 8 && file.transparent_level >= 0) {
@@ -113,9 +99,9 @@ void choose_grey(PngImage& png) {
 
 void choose_colours(PngImage& png) {
   const bool transparent = png.file.alpha || png.file.transparent_colour;
-  if (transparent) png.rows = RowKind::colours_on_white;
   png.form = {.to_8_bits = true, .with_alpha = transparent};
   png.image = dib_header(png.file.width, png.file.height, 24);
+  set_layout(png, transparent ? Layout::rgba : Layout::rgb);
 }
 
 void choose(PngImage& png) {
@@ -130,57 +116,24 @@ void choose(PngImage& png) {
   png.image.header.biYPelsPerMeter = dots_per_inch(png.file.y_per_metre);
 }
 
-// Pixels of `bits` bits, 1 or 2, to 4.
-void widen(Bytes stored, std::int32_t width, int bits, Row row) {
-  const int mask = (1 << bits) - 1;
-  std::fill(row.begin(), row.end(), std::uint8_t{0});
+// Of 16 bits.
+void whiten_level(int level, std::int32_t width, Row row) {
   for (std::int32_t x = 0; x < width; ++x) {
-    const std::size_t pixels_before = x;
-    const std::size_t bit = pixels_before * bits;
-    const int pixel = stored[bit / 8] >> (8 - bits - bit % 8) & mask;
-    row[x / 2] |= byte(x % 2 == 0 ? pixel << 4 : pixel);
-  }
-}
-
-// `count` samples of 8 bits before each alpha byte.
-void lay_on_white(Bytes stored, std::int32_t width, int count, Row row) {
-  const std::uint8_t* from = stored.data();
-  std::uint8_t* to = row.data();
-  for (std::int32_t x = 0; x < width; ++x, from += count + 1) {
-    for (int i = 0; i < count; ++i) *to++ = on_white(from[i], from[count]);
-  }
-}
-
-void whiten_level(Bytes stored, std::int32_t width, int level, Row row) {
-  for (std::int32_t x = 0; x < width; ++x) {
-    const std::uint16_t sample = load_le16(&stored[2 * x]);
-    store_le16(&row[2 * x], sample == level ? std::uint16_t{0xFFFF} : sample);
+    if (load_le16(&row[2 * x]) == level) store_le16(&row[2 * x], 0xFFFF);
   }
 }
 
 void convert(const PngImage& png, Bytes stored, Row row) {
   const std::int32_t width = png.file.width;
-  switch (png.rows) {
-    case RowKind::as_they_are:
-      std::copy_n(stored.begin(), std::min(stored.size(), row.size()), row.begin());
-      break;
-    case RowKind::inverted:
-      std::transform(stored.begin(), stored.end(), row.begin(),
-                     [](std::uint8_t bits) { return byte(~bits); });
-      break;
-    case RowKind::widened:
-      widen(stored, width, png.file.bits, row);
-      break;
-    case RowKind::grey_on_white:
-      lay_on_white(stored, width, 1, row);
-      break;
-    case RowKind::colours_on_white:
-      lay_on_white(stored, width, 3, row);
-      break;
-    case RowKind::grey16_on_white:
-      whiten_level(stored, width, png.file.transparent_level, row);
-      break;
+  if (png.layout != nullptr) {
+    pixels::unpack(*png.layout, stored, width, row);
+  } else if (png.inverted) {
+    pixels::invert(stored, row);
+  } else {
+    std::copy_n(stored.begin(), std::min(stored.size(), row.size()), row.begin());
   }
+  const int level = png.file.transparent_level;
+  if (png.image.header.biBitCount == 16 && level >= 0) whiten_level(level, width, row);
 }
 
 Status decode_rows(const DecodeRequest& request, const PngImage& png, PngReader& reader,
@@ -318,12 +271,17 @@ Status encode_png(const EncodeRequest& request) {
   TQ_TRY(describe(request, file));
   PngWriter writer;
   TQ_TRY(writer.open(request.stream));
-  TQ_TRY(writer.write_header(file, header.biBitCount / 8));
-  RowBuffer<std::uint8_t> row;
-  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  TQ_TRY(writer.write_header(file));
+  const int bits = header.biBitCount;
+  const auto* const layout =
+      pixels::find_layout(bits == 16 ? Layout::grey16_be : Layout::rgb, bits);
+  RowBuffer<std::uint8_t> row, stored;
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, bits)));
+  if (layout != nullptr) TQ_TRY(stored.allocate(pixels::stored_bytes(*layout, header.biWidth)));
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     TQ_TRY(request.rows.row(row.pixels(), y));
-    TQ_TRY(writer.write_row(row.data()));
+    if (layout != nullptr) pixels::pack(*layout, row.pixels(), header.biWidth, stored.pixels());
+    TQ_TRY(writer.write_row(layout != nullptr ? stored.data() : row.data()));
   }
   return writer.finish();
 }

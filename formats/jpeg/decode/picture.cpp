@@ -6,6 +6,8 @@
 #include <cstring>
 #include <utility>
 
+#include "pixels/kernels.h"
+
 namespace tq::jpeg {
 namespace {
 
@@ -222,9 +224,7 @@ void Reconstruction::make_row(int y) {
       kernels_.ycc_to_bgr(planes[0], planes[1], planes[2], out, width);
       break;
     case Layout::rgb:
-      for (int x = 0; x < width; ++x) {
-        for (int i = 0; i < 3; ++i) out[3 * x + i] = planes[2 - i][x];
-      }
+      pixels::kernels().merge_planes(planes[2], planes[1], planes[0], out, width);
       break;
     case Layout::ycck:
       kernels_.ycc_to_bgr(planes[0], planes[1], planes[2], out, width);
