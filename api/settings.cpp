@@ -11,7 +11,7 @@ namespace {
 bool* detect_switch(std::int32_t code) {
   const std::int32_t base = tq::dispatch::switch_of(code);
   if (base < 0 || base >= tq::kSwitches) return nullptr;
-  return &tq::context().settings.auto_detect[static_cast<std::size_t>(base)];
+  return &tq::context().settings.auto_detect[base];
 }
 
 std::int32_t change_switch(std::int32_t code, bool on) {
@@ -107,7 +107,7 @@ std::int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write, im
 }
 
 std::int32_t IMG_CALL IMG_set_encrypt(std::int32_t on, std::int32_t key) {
-  tq::set_scrambling((on & 0xFF) != 0, static_cast<std::uint32_t>(key));
+  tq::set_scrambling((on & 0xFF) != 0, key);
   return IMG_OK;
 }
 

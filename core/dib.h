@@ -70,8 +70,8 @@ constexpr std::uint32_t image_bytes(std::int32_t width, std::int32_t height, int
 
 // Header, palette and rows in one block. Sides are above 0 and below 2^31.
 constexpr std::uint64_t dib_bytes(std::int32_t width, std::int32_t height, int bits) {
-  return static_cast<std::uint64_t>(row_bytes(width, bits)) * static_cast<std::uint64_t>(height) +
-         static_cast<std::uint64_t>(palette_bytes(bits)) + kDibHeaderBytes;
+  const std::uint64_t row = row_bytes(width, bits);
+  return row * height + palette_bytes(bits) + kDibHeaderBytes;
 }
 
 // What a decoder says about its image before the first row, and an encoder is told.

@@ -8,6 +8,7 @@
 
 #include "core/image_table.h"
 #include "core/licence.h"
+#include "core/numbers.h"
 #include "platform/memory.h"
 
 namespace tq {
@@ -41,9 +42,8 @@ void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShap
   header.biPlanes = 1;
   header.biWidth = shape.width;
   header.biHeight = shape.height;
-  header.biBitCount = static_cast<std::uint16_t>(shape.bits);
-  header.biSizeImage =
-      static_cast<std::uint32_t>(image.bytes_per_row) * static_cast<std::uint32_t>(shape.height);
+  header.biBitCount = word(shape.bits);
+  header.biSizeImage = image_bytes(shape.width, shape.height, shape.bits);
   header.biCompression = shape.in_runs ? kInRuns : shape.compression;
   header.biClrUsed = 0;  // the transparent index lives in the record
   set_header(image, header);
@@ -54,15 +54,14 @@ void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShap
 Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
   TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
   const std::uint64_t plain_bytes = dib_bytes(shape.width, shape.height, shape.bits);
-  const std::uint64_t front_bytes =
-      kDibHeaderBytes + static_cast<std::uint64_t>(palette_bytes(shape.bits));
+  const std::uint64_t front_bytes = kDibHeaderBytes + palette_bytes(shape.bits);
   const std::uint64_t bytes =
       shape.in_runs ? front_bytes + first_run_capacity(plain_bytes, shape.width) : plain_bytes;
 
   GlobalBlock dib, run_table;
   TQ_TRY(dib.allocate(bytes + kSlack));
   if (shape.in_runs) {
-    TQ_TRY(run_table.allocate(std::uint64_t{4} * static_cast<std::uint32_t>(shape.height)));
+    TQ_TRY(run_table.allocate(std::uint64_t{4} * shape.height));
     platform::block_clear(run_table.data(), run_table.size());
   }
   const std::size_t capacity = dib.size();
@@ -77,7 +76,7 @@ Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageS
   write_palette(image, source, shape);
   if (!shape.in_runs) {
     // The slack is readable through the address that callers get.
-    std::memset(image.dib + bytes, 0, static_cast<std::size_t>(kSlack));
+    std::memset(image.dib + bytes, 0, kSlack);
   }
   return kOk;
 }
@@ -88,7 +87,7 @@ Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageSh
   image.gamma = 0;
   image.has_transparent = (source.header.biClrUsed & kTransparent) != 0;
   if (image.has_transparent) {
-    image.transparent_colour = static_cast<std::int32_t>(source.header.biClrUsed);
+    image.transparent_colour = source.header.biClrUsed;
   }
   return kOk;
 }
@@ -109,7 +108,7 @@ Status create_shell(ImageRecord& image, const void* header) {
   const int bits = source.header.biBitCount;
   if (bits < 24) {
     std::memcpy(source.palette.data(), static_cast<const std::uint8_t*>(header) + kDibHeaderBytes,
-                static_cast<std::size_t>(palette_bytes(bits)));
+                palette_bytes(bits));
   }
   if (bits == 1) normalise_mono_palette(source.palette.data());
   TQ_TRY(create_image(image, source,

@@ -63,8 +63,8 @@ class RowBuffer {
  public:
   Status allocate(std::int64_t width) {
     if (width < 0) return StatusCode::out_of_memory;
-    const std::uint64_t bytes = (static_cast<std::uint64_t>(width) + 2 * kMargin) * sizeof(Pixel);
-    TQ_TRY(block_.allocate(bytes));
+    const std::uint64_t pixels = width;
+    TQ_TRY(block_.allocate((pixels + 2 * kMargin) * sizeof(Pixel)));
     platform::block_clear(block_.data(), block_.size());
     width_ = static_cast<std::size_t>(width);
     return kOk;

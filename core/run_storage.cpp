@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/image_table.h"
+#include "core/numbers.h"
 
 namespace tq {
 namespace {
@@ -49,12 +50,12 @@ int count_ones(std::uint64_t v) {
 // dots would be given too many for nothing.
 bool has_more_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
                           std::size_t most) {
-  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
+  const auto row = bits.first((width + 7) / 8);
   std::size_t count = 0;
   std::uint64_t last = 1;
   for (std::int32_t x = 0; x < width && count <= most; x += 64) {
-    const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
-    count += static_cast<std::size_t>(count_ones(changes_in(pixels, last, width - x)));
+    const std::uint64_t pixels = load_pixels(row, x / 8);
+    count += count_ones(changes_in(pixels, last, width - x));
     last = pixels & 1;
   }
   return count > most;
@@ -97,14 +98,14 @@ std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width
   constexpr std::size_t kMost = 64;    // of one word, with what is written behind the last
   std::size_t found = 0;
   std::uint64_t last = 1;  // the pixel before, white at first
-  const auto row = bits.first(static_cast<std::size_t>((width + 7) / 8));
+  const auto row = bits.first((width + 7) / 8);
   for (std::int32_t x = 0; x < width;) {
     // Words with changes, picked without branches on them.
     std::uint64_t changes[kWords];
     std::int32_t places[kWords];
     int picked = 0;
     for (const std::int32_t end = x + std::min(width - x, 64 * kWords); x < end; x += 64) {
-      const std::uint64_t pixels = load_pixels(row, static_cast<std::size_t>(x / 8));
+      const std::uint64_t pixels = load_pixels(row, x / 8);
       changes[picked] = changes_in(pixels, last, width - x);
       places[picked] = x;
       picked += static_cast<int>(changes[picked] != 0);
@@ -113,12 +114,11 @@ std::int32_t find_changes(std::span<const std::uint8_t> bits, std::int32_t width
     for (int i = 0; i < picked; ++i) {
       if (out.size() - found >= kMost) {
         Position* const from = out.data();
-        found = static_cast<std::size_t>(write_changes(changes[i], places[i], from + found) - from);
+        found = write_changes(changes[i], places[i], from + found) - from;
         continue;
       }
       Position positions[kMost];
-      const auto count =
-          static_cast<std::size_t>(write_changes(changes[i], places[i], positions) - positions);
+      const std::size_t count = write_changes(changes[i], places[i], positions) - positions;
       if (count > out.size() - found) return -1;
       std::copy_n(positions, count, out.data() + found);
       found += count;
@@ -167,15 +167,15 @@ template <class Position>
 void draw_runs(std::span<const Position> row, std::int32_t width, std::span<std::uint8_t> bits) {
   RunPen pen(bits);
   for (std::size_t i = 0; i < row.size(); i += 2) {
-    const auto end = i + 1 < row.size() ? static_cast<std::int32_t>(row[i + 1]) : width;
-    pen.draw(static_cast<std::uint32_t>(row[i]), static_cast<std::uint32_t>(end));
+    const std::int32_t end = i + 1 < row.size() ? row[i + 1] : width;
+    pen.draw(row[i], end);
   }
   pen.finish();
 }
 
 void whiten_padding(std::span<std::uint8_t> bits, std::int32_t width) {
-  const auto whole = static_cast<std::size_t>(width / 8);
-  if ((width & 7) != 0) bits[whole] |= static_cast<std::uint8_t>(0xFF >> (width & 7));
+  const std::int32_t whole = width / 8;
+  if ((width & 7) != 0) bits[whole] |= byte(0xFF >> (width & 7));
   std::fill(bits.begin() + (width + 7) / 8, bits.end(), std::uint8_t{0xFF});
 }
 
@@ -200,7 +200,7 @@ struct StoredRow {
 };
 
 std::size_t stride_of(const ImageRecord& image) {
-  return static_cast<std::size_t>(image.bytes_per_row);
+  return image.bytes_per_row;
 }
 
 bool is_white(const ImageRecord& image, std::int32_t y) {
@@ -220,7 +220,7 @@ bool is_beside_bits(const ImageRecord& image, std::int32_t y) {
 }
 
 std::uint32_t front_bytes(const ImageRecord& image) {
-  return static_cast<std::uint32_t>(kDibHeaderBytes + palette_bytes(image.bits));
+  return kDibHeaderBytes + palette_bytes(image.bits);
 }
 
 // Moves the lists that are in use to a new block, in row order, leaving `spare` bytes behind them.
@@ -249,7 +249,7 @@ Status compact(ImageRecord& image, std::uint64_t spare) {
 // Makes room for one more list of at most `bytes` at the end of the lists.
 Status reserve(ImageRecord& image, std::size_t bytes) {
   const std::uint64_t needed = std::uint64_t{image.runs_end} + bytes;
-  const auto capacity = static_cast<std::uint64_t>(image.dib_size);
+  const std::uint64_t capacity = image.dib_size;
   if (needed <= capacity) return kOk;
   if (image.runs_dead > image.runs_end / 2) return compact(image, bytes + kGrowth);
   const std::uint64_t wanted = std::min(needed + needed / 2 + kGrowth, kLargestBlock);
@@ -297,9 +297,9 @@ std::size_t list_limit(const ImageRecord& image) {
 
 // Completes a list whose transitions stand in place.
 std::size_t close_list(std::uint16_t* list, std::size_t count, std::int32_t width) {
-  list[0] = static_cast<std::uint16_t>(list_bytes(count));
-  std::fill_n(list + 1 + count, 3, static_cast<std::uint16_t>(width));
-  std::fill_n(list + 4 + count, 3, static_cast<std::uint16_t>(width + 2));
+  list[0] = word(list_bytes(count));
+  std::fill_n(list + 1 + count, 3, word(width));
+  std::fill_n(list + 4 + count, 3, word(width + 2));
   return list_bytes(count);
 }
 
@@ -337,7 +337,7 @@ std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t widt
   for (std::size_t at = 2; at + 2 <= list.size() && count < out.size(); at += 2) {
     const std::int32_t position = list[at] | list[at + 1] << 8;
     if (position <= last || position >= width) break;
-    out[count++] = static_cast<std::uint16_t>(position);
+    out[count++] = word(position);
     last = position;
   }
   return static_cast<std::int32_t>(count);
@@ -373,7 +373,7 @@ Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8
   if (count == 0) {
     commit_white(image, y);
   } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {
-    commit(image, y, close_list(list, static_cast<std::size_t>(count), image.width));
+    commit(image, y, close_list(list, count, image.width));
   } else {
     list[0] = kAsBits;
     const std::span<std::uint8_t> place{reinterpret_cast<std::uint8_t*>(list + 1),

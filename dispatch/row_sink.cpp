@@ -59,7 +59,7 @@ std::int32_t IMG_CB_C ImageSink::on_header(void* block, void* sink) {
 std::int32_t IMG_CB_C ImageSink::on_row(void* row, void* sink, std::int32_t y, std::int32_t bytes) {
   if (bytes < 0) return static_cast<std::int32_t>(StatusCode::bad_image);
   return static_cast<ImageSink*>(sink)
-      ->row({static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(bytes)}, y)
+      ->row(std::span(static_cast<const std::uint8_t*>(row), bytes), y)
       .raw();
 }
 
@@ -167,7 +167,7 @@ std::span<const std::uint8_t> ImageSink::whole_row(std::span<const std::uint8_t>
   if (bytes.size() == source_row_) return bytes;
   if (source_.header.biBitCount == 1) {
     const std::int32_t width = source_.header.biWidth;
-    const auto count = static_cast<std::size_t>(read_run_list(bytes, width, transitions_.pixels()));
+    const std::int32_t count = read_run_list(bytes, width, transitions_.pixels());
     transitions_to_bits(transitions_.pixels().first(count), width, whole_.pixels());
   } else {
     const std::size_t there = std::min(bytes.size(), source_row_);
@@ -221,8 +221,7 @@ Status ImageSink::row(std::span<const std::uint8_t> bytes, std::int32_t y) {
   if (!place_row(y)) return kOk;
   const bool is_run_list = source_.header.biBitCount == 1 && bytes.size() != source_row_;
   if (is_run_list && record->in_runs && fit_ == Fit::whole) {
-    const auto count =
-        static_cast<std::size_t>(read_run_list(bytes, width_, transitions_.pixels()));
+    const std::int32_t count = read_run_list(bytes, width_, transitions_.pixels());
     return store_transitions(*record, y, transitions_.pixels().first(count));
   }
   std::span<const std::uint8_t> pixels = whole_row(bytes);

@@ -78,7 +78,7 @@ std::int32_t IMG_CB_C ImageSupplier::on_row(void* supplier, void* dest, std::int
                                             std::int32_t bytes) {
   if (bytes < 0) return static_cast<std::int32_t>(StatusCode::write_failed);
   return static_cast<ImageSupplier*>(supplier)
-      ->row({static_cast<std::uint8_t*>(dest), static_cast<std::size_t>(bytes)}, y)
+      ->row(std::span(static_cast<std::uint8_t*>(dest), bytes), y)
       .raw();
 }
 
@@ -141,17 +141,17 @@ void ImageSupplier::copy_runs(const ImageRecord& record, std::int32_t y,
 Status ImageSupplier::list_transitions(const ImageRecord& record, std::int32_t y,
                                        std::span<std::uint8_t> dest) {
   const std::span<std::uint16_t> positions = transitions_.pixels();
-  const auto count = static_cast<std::size_t>(row_transitions(record, y, positions));
-  std::size_t i = 0;
+  const std::int32_t count = row_transitions(record, y, positions);
+  std::int32_t i = 0;
   while (i < count && positions[i] < crop_.x) ++i;
   WordWriter list(dest);
   list.put(0);
   if (i % 2 != 0) list.put(0);  // the rectangle begins inside a black run
   for (; i < count && positions[i] < crop_.x + crop_.width; ++i) {
-    list.put(static_cast<std::uint32_t>(positions[i] - crop_.x));
+    list.put(positions[i] - crop_.x);
   }
-  for (int closer = 0; closer < 3; ++closer) list.put(static_cast<std::uint32_t>(crop_.width));
-  for (int closer = 0; closer < 3; ++closer) list.put(static_cast<std::uint32_t>(crop_.width + 2));
+  for (int closer = 0; closer < 3; ++closer) list.put(crop_.width);
+  for (int closer = 0; closer < 3; ++closer) list.put(crop_.width + 2);
   return list.complete() ? Status::from_raw(list.bytes()) : kOk;
 }
 

@@ -21,16 +21,15 @@ struct Bytes {
   std::size_t count = 0;  // how many were read
 
   bool has(std::string_view text) const {
-    return count >= text.size() &&
-           std::equal(text.begin(), text.end(), data.begin(),
-                      [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
+    return count >= text.size() && std::equal(text.begin(), text.end(), data.begin(),
+                                              [](char a, std::uint8_t b) { return byte(a) == b; });
   }
 };
 
 template <std::size_t kSize>
 Bytes<kSize> read_on(StreamHandle stream) {
   Bytes<kSize> bytes;
-  bytes.count = static_cast<std::size_t>(read_fully(stream, bytes.data));
+  bytes.count = read_fully(stream, bytes.data);
   return bytes;
 }
 
@@ -81,7 +80,7 @@ bool probe_xbm(const Probe& probe) {
   if (!probe.has("#define")) return false;
   const auto text = read_on<200>(probe.stream);
   seek(probe.stream, 0, Origin::start);
-  const auto end = text.data.begin() + static_cast<std::ptrdiff_t>(text.count);
+  const auto end = text.data.begin() + text.count;
   return std::find(text.data.begin(), end, '\n') != end;
 }
 

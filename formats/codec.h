@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "core/dib.h"
+#include "core/numbers.h"
 #include "core/status.h"
 #include "include/tarnquill.h"
 #include "io/byte_stream.h"
@@ -96,7 +97,7 @@ struct Probe {
   constexpr std::uint8_t operator[](int i) const { return bytes[i]; }
   constexpr bool has(std::string_view text, int at = 0) const {
     return std::equal(text.begin(), text.end(), bytes + at,
-                      [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
+                      [](char a, std::uint8_t b) { return byte(a) == b; });
   }
 };
 
@@ -119,7 +120,7 @@ consteval std::uint8_t depths(Depth... depth) {
   for (const int bits : {depth...}) {
     set |= bits == 1 ? 1 : bits == 4 ? 2 : bits == 8 ? 4 : bits == 16 ? 8 : bits == 24 ? 16 : 32;
   }
-  return static_cast<std::uint8_t>(set);
+  return byte(set);
 }
 
 // A row of THE table: a format or one of its variants, how it is recognised, and who codes it.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/numbers.h"
 #include "platform/file.h"
 #include "platform/memory.h"
 
@@ -51,7 +52,7 @@ std::int32_t read_memory(std::uint8_t* bytes, std::int32_t count) {
   auto& memory = streams().memory;
   const std::int32_t taken = std::min(count, memory_left());
   if (taken == 0) return 0;
-  std::memmove(bytes, memory.block + memory.position, static_cast<std::size_t>(taken));
+  std::memmove(bytes, memory.block + memory.position, taken);
   memory.position += taken;
   return taken;
 }
@@ -60,7 +61,7 @@ std::int32_t write_memory(const std::uint8_t* bytes, std::int32_t count) {
   auto& memory = streams().memory;
   const std::int32_t put = std::min(count, memory_left());
   if (put == 0) return 0;
-  std::memmove(memory.block + memory.position, bytes, static_cast<std::size_t>(put));
+  std::memmove(memory.block + memory.position, bytes, put);
   memory.position += put;
   return put;
 }
@@ -105,7 +106,7 @@ std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes) {
 }
 
 std::int32_t read_fully(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  bytes = bytes.first(static_cast<std::size_t>(count_of(bytes)));
+  bytes = bytes.first(count_of(bytes));
   std::int32_t done = 0;
   for (std::int32_t got = 1; got > 0; done += got) got = read(stream, bytes.subspan(done));
   return done;
@@ -195,7 +196,7 @@ bool caller_io_installed() {
 }
 
 void set_scrambling(bool on, std::uint32_t key) {
-  const auto sum = static_cast<std::uint8_t>(key + (key >> 8) + (key >> 16) + (key >> 24));
+  const std::uint8_t sum = byte(key + (key >> 8) + (key >> 16) + (key >> 24));
   streams().scrambled = on;
   streams().key = sum == 0 ? std::uint8_t{0xAA} : sum;  // 0 would leave the bytes as they are
 }
@@ -205,7 +206,7 @@ std::span<const std::uint8_t> memory_rest(StreamHandle stream) {
   const bool as_it_lies = reads_memory(stream) && state.seek == nullptr && !state.scrambled;
   const std::int32_t left = as_it_lies ? memory_left() : 0;
   if (left == 0) return {};
-  return {state.memory.block + state.memory.position, static_cast<std::size_t>(left)};
+  return std::span(state.memory.block + state.memory.position, left);
 }
 
 bool end_is_known(StreamHandle stream) {

@@ -18,7 +18,7 @@ Status ChunkReader::open(StreamHandle stream, std::int64_t chunk_bytes) {
   close();
   const std::span<const std::uint8_t> rest = memory_rest(stream);
   if (rest.empty()) {
-    TQ_TRY(chunk_.allocate(static_cast<std::uint64_t>(std::max<std::int64_t>(chunk_bytes, 1))));
+    TQ_TRY(chunk_.allocate(std::max<std::int64_t>(chunk_bytes, 1)));
   }
   stream_ = stream;
   openings_ = memory_openings();
@@ -59,7 +59,7 @@ bool ChunkReader::refill(std::size_t wanted) {
     const std::int32_t got =
         tq::read(stream_, chunk_.bytes().subspan(available_, limit - available_));
     if (got == 0) break;
-    available_ += static_cast<std::size_t>(got);
+    available_ += got;
   }
   return available_ != 0;
 }
@@ -78,7 +78,7 @@ std::size_t ChunkReader::read(std::span<std::uint8_t> bytes) {
       // What would fill the chunk goes straight to its place.
       const std::int32_t got = tq::read(stream_, bytes.subspan(done));
       if (got == 0) break;
-      done += static_cast<std::size_t>(got);
+      done += got;
       continue;
     }
     if (available_ == 0 && !refill(missing)) break;

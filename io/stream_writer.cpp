@@ -14,7 +14,7 @@ Status StreamWriter::open(StreamHandle stream, std::int32_t piece_bytes) {
   piece_ = piece_bytes;
   used_ = 0;
   written_ = 0;
-  status_ = buffer_.allocate(static_cast<std::uint64_t>(piece_bytes));
+  status_ = buffer_.allocate(piece_bytes);
   return status_;
 }
 
@@ -60,7 +60,7 @@ std::span<std::uint8_t> StreamWriter::room(std::int64_t bytes) {
   if (bytes > std::ssize(buffer_.bytes()) - used_) {
     (void)flush();
     if (status_.ok() && bytes > std::ssize(buffer_.bytes())) {
-      status_ = buffer_.allocate(static_cast<std::uint64_t>(bytes));
+      status_ = buffer_.allocate(bytes);
     }
   }
   if (status_.failed()) return {};

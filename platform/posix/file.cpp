@@ -129,8 +129,7 @@ bool file_remove(const char* name) {
 std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {
-    const ssize_t got =
-        ::read(file, static_cast<char*>(buffer) + done, static_cast<std::size_t>(count - done));
+    const ssize_t got = ::read(file, static_cast<char*>(buffer) + done, count - done);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0 && done == 0) return -1;
     if (got <= 0) break;
@@ -142,8 +141,7 @@ std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
 std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {
-    const ssize_t put = write_once(file, static_cast<const char*>(buffer) + done,
-                                   static_cast<std::size_t>(count - done));
+    const ssize_t put = write_once(file, static_cast<const char*>(buffer) + done, count - done);
     if (put < 0 && errno == EINTR) continue;
     if (put < 0 && done == 0) return -1;
     if (put <= 0) break;

@@ -62,7 +62,7 @@ class Register {
 
   // Entries behind the gap move up where their probing passes it, so that no search stops early.
   void remove(Entry* entry) {
-    auto gap = static_cast<std::size_t>(entry - entries_);
+    std::size_t gap = entry - entries_;
     for (std::size_t i = next(gap); entries_[i].address != 0; i = next(i)) {
       const std::size_t way = (i - home_of(entries_[i].address)) & (places_ - 1);
       if (way >= ((i - gap) & (places_ - 1))) {

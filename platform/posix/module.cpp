@@ -23,8 +23,7 @@ void own_directory(char* directory) {
   Dl_info info;
   if (dladdr(reinterpret_cast<const void*>(&module_open), &info) == 0) return;
   const char* slash = std::strrchr(info.dli_fname, '/');
-  const std::size_t length =
-      slash == nullptr ? 0 : static_cast<std::size_t>(slash + 1 - info.dli_fname);
+  const std::size_t length = slash == nullptr ? 0 : slash + 1 - info.dli_fname;
   if (length >= kLongestName) return;
   std::memcpy(directory, info.dli_fname, length);
   directory[length] = '\0';

@@ -43,11 +43,11 @@ std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {
     DWORD got = 0;
-    const BOOL fine = ReadFile(handle_of(file), static_cast<char*>(buffer) + done,
-                               static_cast<DWORD>(count - done), &got, nullptr);
+    const BOOL fine =
+        ReadFile(handle_of(file), static_cast<char*>(buffer) + done, count - done, &got, nullptr);
     if (fine == 0 && done == 0) return -1;
     if (fine == 0 || got == 0) break;
-    done += static_cast<std::int32_t>(got);
+    done += got;
   }
   return done;
 }
@@ -57,10 +57,10 @@ std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t coun
   while (done < count) {
     DWORD put = 0;
     const BOOL fine = WriteFile(handle_of(file), static_cast<const char*>(buffer) + done,
-                                static_cast<DWORD>(count - done), &put, nullptr);
+                                count - done, &put, nullptr);
     if (fine == 0 && done == 0) return -1;
     if (fine == 0 || put == 0) break;
-    done += static_cast<std::int32_t>(put);
+    done += put;
   }
   return done;
 }
@@ -69,7 +69,7 @@ std::int32_t file_seek(std::int32_t file, std::int32_t offset, std::int32_t orig
   if (origin < 0 || origin > 2) return -1;
   LARGE_INTEGER distance{}, position{};
   distance.QuadPart = offset;
-  const auto method = static_cast<DWORD>(origin);  // FILE_BEGIN, FILE_CURRENT, FILE_END
+  const DWORD method = origin;  // FILE_BEGIN, FILE_CURRENT, FILE_END
   if (SetFilePointerEx(handle_of(file), distance, &position, method) == 0) return -1;
   return position.QuadPart > INT32_MAX ? -1 : static_cast<std::int32_t>(position.QuadPart);
 }
