@@ -26,11 +26,14 @@ void indices_to_4(From stored, std::ptrdiff_t, int width, To row) {
 }
 
 void bytes_to_1(From stored, std::ptrdiff_t, int width, To row) {
-  for (int x = 0; x < width; x += 8) {
+  const auto gathered = [](From from, int count) {
     int bits = 0;
-    for (int i = 0; i < std::min(width - x, 8); ++i) bits |= (stored[x + i] & 1) << (7 - i);
-    *row++ = byte(bits);
-  }
+    for (int i = 0; i < count; ++i) bits |= (from[i] & 1) << (7 - i);
+    return byte(bits);
+  };
+  int x = 0;
+  for (; x + 8 <= width; x += 8) *row++ = gathered(stored + x, 8);
+  if (x < width) *row = gathered(stored + x, width - x);
 }
 
 template <int kBits>
