@@ -5,16 +5,16 @@
 
 namespace tq::bmp {
 
-Status decode_bmp(const formats::DecodeRequest& request);
+Status decode(const formats::DecodeRequest& request);
 
 enum Variant : std::int32_t {
   kPlain = 0,
   kRunLengths = 1,  // RLE8, or RLE4 for 4 bits
   kBareDib = 2      // plain, without file header
 };
-Status encode_bmp(const formats::EncodeRequest& request);
+Status encode(const formats::EncodeRequest& request);
 
 // wrong_depth for 1 and 24 bits in run lengths.
-Status can_encode_bmp(const formats::EncodeRequest& request);
+Status can_encode(const formats::EncodeRequest& request);
 
 }  // namespace tq::bmp

@@ -143,7 +143,7 @@ Status decode_embedded_jpeg(const DecodeRequest& request, const File& file) {
 
 }  // namespace
 
-Status decode_bmp(const DecodeRequest& request) {
+Status decode(const DecodeRequest& request) {
   File file;
   TQ_TRY(read_header(request, file));
   if (file.rows == Rows::jpeg) return decode_embedded_jpeg(request, file);

@@ -163,14 +163,14 @@ Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
 
 }  // namespace
 
-Status can_encode_bmp(const EncodeRequest& request) {
+Status can_encode(const EncodeRequest& request) {
   const int bits = request.image->header.biBitCount;
   const bool refused = request.variant() == kRunLengths && (bits == 1 || bits == 24);
   return refused ? StatusCode::wrong_depth : StatusCode::ok;
 }
 
-Status encode_bmp(const EncodeRequest& request) {
-  TQ_TRY(can_encode_bmp(request));
+Status encode(const EncodeRequest& request) {
+  TQ_TRY(can_encode(request));
   switch (request.variant()) {
     case kRunLengths:
       return request.image->header.biBitCount == 4 ? encode_rows<Rle4>(request, kBiRle4)

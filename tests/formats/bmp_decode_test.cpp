@@ -12,7 +12,6 @@
 namespace tq::test {
 namespace {
 
-using bmp::decode_bmp;
 using Image = std::vector<Bytes>;  // rows from the top
 using Palette = std::vector<Rgb>;
 
@@ -95,12 +94,12 @@ TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
     const GuardedBlock block(file);
     CollectingSink sinks[3];
     open_memory_stream(block.data());  // whose size is not known
-    EXPECT_EQ(decode_bmp({kMemoryStream, 0, sinks[0].sink()}), kOk);
+    EXPECT_EQ(bmp::decode({kMemoryStream, 0, sinks[0].sink()}), kOk);
     EXPECT_EQ(memory_position(), static_cast<std::int32_t>(file.size()));
     MemoryFile stream(joined({{'B', 'M', 'B'}, file}));
-    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 3, sinks[1].sink()}), kOk);
+    EXPECT_EQ(bmp::decode({MemoryFile::kHandle, 3, sinks[1].sink()}), kOk);
     stream.position = 3;
-    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, sinks[2].sink(), 2}), kOk);
+    EXPECT_EQ(bmp::decode({MemoryFile::kHandle, 0, sinks[2].sink(), 2}), kOk);
     BitmapInfoHeader header =
         dib_header(variant.file.width, std::abs(variant.file.height), variant.bits).header;
     header.biCompression = variant.compression;
@@ -116,15 +115,15 @@ TEST(BmpDecode, EveryVariantGivesItsHeaderPaletteAndRows) {
 
 TEST(BmpDecode, WhatACutOffFileLacksIsZeroAndEveryRowComes) {
   BmpFields file{.width = 2, .height = 3, .bits = 24, .pixels = Bytes(10, 7)};
-  EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(),
+  EXPECT_EQ(decoded(bmp::decode, bmp_file(file)).image(),
             (Image{Bytes(8, 0), {7, 7, 0, 0, 0, 0, 0, 0}, Bytes(8, 7)}));
   for (const std::uint32_t offset : {1000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     file.pixel_offset = offset;
-    EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(), Image(3, Bytes(8, 0))) << offset;
+    EXPECT_EQ(decoded(bmp::decode, bmp_file(file)).image(), Image(3, Bytes(8, 0))) << offset;
   }
   file.file_header = false;
   file.colours_used = 0xFFFFFFFF;
-  EXPECT_EQ(decoded(decode_bmp, bmp_file(file)).image(), Image(3, Bytes(8, 0)));
+  EXPECT_EQ(decoded(bmp::decode, bmp_file(file)).image(), Image(3, Bytes(8, 0)));
 }
 
 TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRowAndClaimsNoMoreThanItMay) {
@@ -137,7 +136,7 @@ TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRowAndClaimsNoMoreThanItMay) {
       ++*static_cast<int*>(count);
       return 0;
     };
-    EXPECT_EQ(decode_bmp({MemoryFile::kHandle, 0, sink}), kOk);
+    EXPECT_EQ(bmp::decode({MemoryFile::kHandle, 0, sink}), kOk);
     EXPECT_EQ(delivered, rows);
     EXPECT_LT(stream.counts.size(), 10u);
   }
@@ -146,7 +145,7 @@ TEST(BmpDecode, ACutOffFileIsNotReadAgainForEveryRowAndClaimsNoMoreThanItMay) {
 TEST(BmpDecode, LengthsThatCannotBeEndTheRows) {
   for (const std::uint8_t length : Bytes{1, 205}) {
     const Bytes pixels = joined({{3, 0, 9, length, 0}, Bytes(400, 1)});
-    EXPECT_EQ(decoded(decode_bmp, bmp_file({true, 40, 1, 2, 24, 99, {}, pixels})).image(),
+    EXPECT_EQ(decoded(bmp::decode, bmp_file({true, 40, 1, 2, 24, 99, {}, pixels})).image(),
               (Image{{3, 0, 9}, {}}));
   }
 }
@@ -164,7 +163,7 @@ TEST(BmpDecode, ImpossibleSidesAndDepthsAreRefused) {
     SCOPED_TRACE(testing::Message() << width << " x " << height << ", " << bits << " bits");
     const auto coding = static_cast<std::uint32_t>(compression);
     const CollectingSink sink =
-        decoded(decode_bmp, bmp_file({true, 40, width, height, bits, coding}), status);
+        decoded(bmp::decode, bmp_file({true, 40, width, height, bits, coding}), status);
     EXPECT_EQ(sink.rows.size(), 0u);
   }
 }
@@ -178,7 +177,7 @@ TEST(BmpDecode, ResolutionComesInDotsPerInchWhenBothSidesHaveOne) {
       {1, INT32_MAX, 1, 54546085, 0}};
   for (const auto& [file_header, x, y, delivered_x, delivered_y] : cases) {
     const BitmapInfoHeader header =
-        decoded(decode_bmp, bmp_file({file_header != 0, 40, 1, 1, 24, 0, {}, Bytes(4), 0, x, y}))
+        decoded(bmp::decode, bmp_file({file_header != 0, 40, 1, 1, 24, 0, {}, Bytes(4), 0, x, y}))
             .header.header;
     EXPECT_EQ(header.biXPelsPerMeter, delivered_x) << x;
     EXPECT_EQ(header.biYPelsPerMeter, delivered_y) << x;

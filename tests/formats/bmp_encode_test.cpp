@@ -7,8 +7,6 @@
 namespace tq::test {
 namespace {
 
-using bmp::encode_bmp;
-
 TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
   const std::vector<Bytes> rows = {{0x12, 0x30, 0, 0}, {0x45, 0x60, 0, 0}};
   HeaderBlock image = grey_image(3, 2, 4);
@@ -16,16 +14,16 @@ TEST(BmpEncode, WritesTheSameBytesAsTheBuilder) {
   image.header = {9, 3, 2, 7, 4, 200, 1, 96, 300, 0x1005, 3};
   BmpFields file{true, 40,   3,     2,  4, 0, grey_palette(16), joined({rows[1], rows[0]}),
                  0,    3780, 11811, {}, 8};
-  EXPECT_EQ(encoded(encode_bmp, image, rows), bmp_file(file));
+  EXPECT_EQ(encoded(bmp::encode, image, rows), bmp_file(file));
   file.file_header = false;
-  EXPECT_EQ(encoded(encode_bmp, image, rows, bmp::kBareDib), bmp_file(file));
+  EXPECT_EQ(encoded(bmp::encode, image, rows, bmp::kBareDib), bmp_file(file));
   // In front of codes both sizes are those of the uncompressed image, too.
   file.file_header = true;
   file.compression = 2;
   Bytes coded = bmp_file(file);
   coded.resize(coded.size() - 8);
   coded = joined({coded, {2, 0x45, 2, 0x60, 0, 0, 2, 0x12, 2, 0x30, 0, 0, 0, 1}});
-  EXPECT_EQ(encoded(encode_bmp, image, rows, bmp::kRunLengths), coded);
+  EXPECT_EQ(encoded(bmp::encode, image, rows, bmp::kRunLengths), coded);
 }
 
 TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
@@ -40,7 +38,7 @@ TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
     HeaderBlock image = grey_image(1, 1, 24);
     image.header.biXPelsPerMeter = x;
     image.header.biYPelsPerMeter = y;
-    EXPECT_EQ(encoded(encode_bmp, image, {row}),
+    EXPECT_EQ(encoded(bmp::encode, image, {row}),
               bmp_file({true, 40, 1, 1, 24, 0, {}, row, 0, x_per_metre, y_per_metre, {}, 4}))
         << x << " " << y;
   }
@@ -55,8 +53,8 @@ TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
         for (Bytes& row : rows) {
           for (std::uint8_t& byte : row) byte = value += 37;
         }
-        const Bytes file = encoded(encode_bmp, grey_image(width, 2, bits), rows, variant);
-        EXPECT_EQ(decoded(bmp::decode_bmp, file).image(), rows) << bits << " bits, width " << width;
+        const Bytes file = encoded(bmp::encode, grey_image(width, 2, bits), rows, variant);
+        EXPECT_EQ(decoded(bmp::decode, file).image(), rows) << bits << " bits, width " << width;
       }
     }
   }

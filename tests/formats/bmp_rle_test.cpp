@@ -100,13 +100,13 @@ TEST(BmpRleDecode, AgreesWithTheModelOnRandomCutOffAndHostileCodes) {
     const auto expected = modelled_rows(codes, shape);
     const Bytes file = bmp_file({true, 40, shape.width, shape.height, shape.bits,
                                  shape.bits == 4 ? 2u : 1u, grey_palette(1 << shape.bits), codes});
-    ASSERT_EQ(decoded(bmp::decode_bmp, file).rows, expected) << "round " << round;
+    ASSERT_EQ(decoded(bmp::decode, file).rows, expected) << "round " << round;
 
     context().settings.read_budget =
         1 + static_cast<int>(random() % 700);  // chunks end within codes
     const MemoryFile stream(file);
     CollectingSink from_caller;
-    ASSERT_EQ(bmp::decode_bmp({MemoryFile::kHandle, 0, from_caller.sink()}), kOk);
+    ASSERT_EQ(bmp::decode({MemoryFile::kHandle, 0, from_caller.sink()}), kOk);
     ASSERT_EQ(from_caller.rows, expected) << "round " << round;
   }
 }
@@ -137,8 +137,8 @@ TEST(BmpRleEncode, WritesTheCodesOfTheModel) {
     const Shape shape{1 + static_cast<int>(random() % (round % 10 == 0 ? 1500 : 40)),
                       1 + static_cast<int>(random() % 4), depths[round % 6]};
     const std::vector<Bytes> rows = random_rows(random, shape);
-    const Bytes file = encoded(bmp::encode_bmp, dib_header(shape.width, shape.height, shape.bits),
-                               rows, bmp::kRunLengths);
+    const Bytes file = encoded(bmp::encode, dib_header(shape.width, shape.height, shape.bits), rows,
+                               bmp::kRunLengths);
     const Bytes codes(file.begin() + 54 + palette_bytes(shape.bits), file.end());
     digest.add(codes);
     if (shape.bits > 8) continue;
@@ -158,11 +158,11 @@ TEST(BmpRleDecode, PaletteIsReadAtItsFullLengthWhereTheEndIsKnown) {
   fields.palette = {{0, 0, 0, 0}, {10, 20, 30, 0}};
   fields.pixels = {4, 1, 0, 0, 4, 0, 0, 1};
   const Bytes file = bmp_file(fields);
-  EXPECT_EQ(decoded(bmp::decode_bmp, file).header.palette[2], (Rgb{4, 1, 0, 0}));
+  EXPECT_EQ(decoded(bmp::decode, file).header.palette[2], (Rgb{4, 1, 0, 0}));
   const GuardedBlock block(file);
   open_memory_stream(block.data());
   CollectingSink sink;
-  EXPECT_EQ(bmp::decode_bmp({kMemoryStream, 0, sink.sink()}), kOk);
+  EXPECT_EQ(bmp::decode({kMemoryStream, 0, sink.sink()}), kOk);
   EXPECT_EQ(sink.header.palette[2], (Rgb{0, 0, 0, 0}));
   EXPECT_EQ(sink.image()[0], Bytes(4, 0));
 }

@@ -354,7 +354,7 @@ TEST(JpegDecode, InsideABitmapItIsTheSamePicture) {
   const Bytes jpeg = corpus_file("grey");
   BmpFields fields{.width = 5, .height = 5, .bits = 24, .compression = 0x4745504A};
   fields.pixels = jpeg;
-  const CollectingSink sink = decoded(bmp::decode_bmp, bmp_file(fields));
+  const CollectingSink sink = decoded(bmp::decode, bmp_file(fields));
   EXPECT_EQ(sink.headers, 1);
   EXPECT_EQ(sink.image(), decode(jpeg).sink.image());
 }
