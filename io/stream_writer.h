@@ -11,6 +11,7 @@
 #include "core/memory.h"
 #include "core/numbers.h"
 #include "io/byte_stream.h"
+#include "io/temp_file.h"
 
 namespace tq {
 
@@ -29,6 +30,8 @@ class StreamWriter {
 
   // Bytes go to the stream's present position. out_of_memory.
   Status open(StreamHandle stream, std::int32_t piece_bytes = kPieceBytes);
+  // The same for a file, which has nothing to patch and outlives the writer.
+  Status open(TempFile& file);
 
   void put8(int value) {
     if (std::uint8_t* at = place(1); at != nullptr) at[0] = byte(value);
@@ -71,7 +74,11 @@ class StreamWriter {
     return at;
   }
 
+  using FileWrite = std::int32_t (*)(TempFile& file, std::span<const std::uint8_t> bytes);
+
   StreamHandle stream_{-1};
+  TempFile* file_ = nullptr;  // instead of the stream
+  FileWrite write_file_ = nullptr;
   GlobalBlock buffer_;
   std::ptrdiff_t piece_ = 0;
   std::ptrdiff_t used_ = 0;  // beyond a piece after take()
@@ -79,7 +86,14 @@ class StreamWriter {
   Status status_ = kOk;
 };
 
-// Here, so that only who prints links the system's formatting.
+// Here, so that only who needs a temporary file, or prints, links the system's.
+inline Status StreamWriter::open(TempFile& file) {
+  TQ_TRY(open(StreamHandle{-1}));
+  file_ = &file;
+  write_file_ = [](TempFile& to, std::span<const std::uint8_t> bytes) { return to.write(bytes); };
+  return kOk;
+}
+
 inline void StreamWriter::print(const char* format, ...) {
   const std::span<std::uint8_t> text = room(kLongestPrint + 1);
   if (text.empty()) return;
