@@ -3,19 +3,18 @@
 #include <array>
 
 #include "formats/pcx/pcx.h"
-#include "formats/pcx/pcx_decode.h"
-#include "formats/pcx/pcx_encode.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
+#include "io/temp_file.h"
 
-namespace tq::formats {
+namespace tq::pcx {
 namespace {
 
 constexpr std::uint32_t kMagic = 987654321;
-constexpr std::uint32_t kMostPages = 1024;  // that are looked for
-constexpr int kWrittenPages = 100;          // that a container written here has room for
+constexpr int kMostPages = 1024;    // that are looked for
+constexpr int kWrittenPages = 100;  // that a container written here has room for
 constexpr int kTableBytes = 4 + 4 * kWrittenPages;
-constexpr std::size_t kCopyBytes = 4000;
+constexpr std::int32_t kCopyBytes = 4000;
 
 // Reads table entries one after the other; the end counts as 0. A table that is full ends with no
 // zero entry but where the first page begins.
@@ -23,7 +22,7 @@ class Entries {
  public:
   // The stream stands behind the magic of the container that begins at `start`.
   Status open(StreamHandle stream, std::int32_t start) {
-    at_ = static_cast<std::uint32_t>(start) + 4;
+    at_ = 4u + start;
     return input_.open(stream, 256);
   }
   std::uint32_t next() {
@@ -43,11 +42,11 @@ class Entries {
 };
 
 // A page ends where the next one in the file begins.
-Status find_page(StreamHandle stream, std::int32_t start, std::uint32_t page, PcxExtent& extent) {
+Status find_page(StreamHandle stream, std::int32_t start, int page, Extent& extent) {
   std::array<std::uint32_t, kMostPages> offsets;
   Entries entries;
   TQ_TRY(entries.open(stream, start));
-  std::uint32_t count = 0;
+  int count = 0;
   for (; count < kMostPages; ++count) {
     offsets[count] = entries.next();
     if (offsets[count] == 0) break;
@@ -55,12 +54,12 @@ Status find_page(StreamHandle stream, std::int32_t start, std::uint32_t page, Pc
   if (page >= count) return StatusCode::no_such_page;
   if (offsets[page] > INT32_MAX) return StatusCode::cannot_open;  // no position in any stream
 
-  extent.start = static_cast<std::int32_t>(offsets[page]);
+  extent.start = offsets[page];
   std::uint32_t after = UINT32_MAX;
-  for (std::uint32_t i = 0; i < count; ++i) {
+  for (int i = 0; i < count; ++i) {
     if (offsets[i] > offsets[page]) after = std::min(after, offsets[i]);
   }
-  if (after <= INT32_MAX) extent.end = static_cast<std::int32_t>(after);
+  if (after <= INT32_MAX) extent.end = after;
   return kOk;
 }
 
@@ -88,7 +87,7 @@ Status look_at(StreamHandle stream, Existing& found) {
   found.bytes = read_fully(stream, found.table);
   found.end = seek(stream, 0, Origin::end);
   if (found.end < 0) return StatusCode::write_failed;
-  const bool whole = found.bytes == static_cast<std::int32_t>(found.table.size());
+  const bool whole = found.bytes == std::ssize(found.table);
   if (!whole && found.end > found.start + found.bytes) return StatusCode::read_failed;
   return move_to(stream, found.start);
 }
@@ -119,26 +118,21 @@ Status find_room(StreamHandle stream, Existing& found, int& entry) {
   return found.is_container() ? find_entry(found, entry) : kOk;
 }
 
-Status write_all(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  return PcxOutput{.stream = stream}.write(bytes);
-}
-
-Status write_words(StreamHandle stream, std::initializer_list<std::uint32_t> words) {
-  for (const std::uint32_t word : words) {
-    std::array<std::uint8_t, 4> bytes;
-    store_le32(bytes.data(), word);
-    TQ_TRY(write_all(stream, bytes));
-  }
-  return kOk;
+// Of a table. Not through a writer, whose failures stay: an entry may have to be taken back.
+Status write_word(StreamHandle stream, std::uint32_t word) {
+  std::array<std::uint8_t, 4> bytes;
+  store_le32(bytes.data(), word);
+  return write(stream, bytes) == std::ssize(bytes) ? StatusCode::ok : StatusCode::write_failed;
 }
 
 // Leaves the stream where the first page goes.
-Status begin_container(StreamHandle stream, std::int32_t start) {
-  std::array<std::uint8_t, kTableBytes> empty{};
-  TQ_TRY(write_all(stream, empty));
+Status begin_container(StreamHandle stream, std::int32_t start, StreamWriter& output) {
+  output.fill(kTableBytes, 0);
+  TQ_TRY(output.flush());
   TQ_TRY(move_to(stream, start));
   const std::int32_t first_page = start + kTableBytes;
-  TQ_TRY(write_words(stream, {kMagic, static_cast<std::uint32_t>(first_page)}));
+  TQ_TRY(write_word(stream, kMagic));
+  TQ_TRY(write_word(stream, first_page));
   return move_to(stream, first_page);
 }
 
@@ -147,45 +141,45 @@ Status begin_container(StreamHandle stream, std::int32_t start) {
 Status add_entry(StreamHandle stream, const Existing& found, int entry) {
   const std::int32_t at = found.entry_position(entry);
   TQ_TRY(move_to(stream, at));
-  Status added = write_words(stream, {static_cast<std::uint32_t>(found.end)});
+  Status added = write_word(stream, found.end);
   if (added.ok()) added = move_to(stream, found.end);
-  if (added.failed() && move_to(stream, at).ok()) (void)write_words(stream, {0});
+  if (added.failed() && move_to(stream, at).ok()) (void)write_word(stream, 0);
   return added;
 }
 
-Status copy_page(TempFile& page, std::int32_t bytes, std::span<std::uint8_t> block,
-                 StreamHandle stream) {
+Status copy_page(TempFile& page, std::int32_t bytes, StreamWriter& output) {
   while (bytes > 0) {
-    const std::int32_t wanted = std::min(bytes, static_cast<std::int32_t>(block.size()));
-    const std::int32_t got = page.read(block.first(wanted));
+    const std::span<std::uint8_t> room = output.room(std::min(bytes, kCopyBytes));
+    TQ_TRY(output.status());
+    const std::int32_t got = page.read(room);
     if (got <= 0) return StatusCode::read_failed;
-    TQ_TRY(write_all(stream, block.first(got)));
+    output.take(got);
     bytes -= got;
   }
-  return kOk;
+  return output.flush();
 }
 
 }  // namespace
 
 Status decode_dcx(const DecodeRequest& request) {
-  const std::uint32_t page = request.has_page() ? request.page & 0xFFFF : 0;
+  const int page = request.has_page() ? request.page & 0xFFFF : 0;
   const std::int32_t start = request.has_page() ? 0 : request.offset;
   std::array<std::uint8_t, 4> magic{};
   seek(request.stream, start, Origin::start);
   if (read_fully(request.stream, magic) < 4 || load_le32(magic.data()) != kMagic) {
     return StatusCode::bad_image;
   }
-  PcxExtent extent;
+  Extent extent;
   TQ_TRY(find_page(request.stream, start, page, extent));
-  return decode_pcx_in(request, extent);
+  return decode_image(request, extent);
 }
 
 Status count_dcx_pages(StreamHandle stream) {
   seek(stream, 4, Origin::start);
   Entries entries;
   TQ_TRY(entries.open(stream, 0));
-  std::int32_t pages = 0;
-  while (pages < static_cast<std::int32_t>(kMostPages) && entries.next() != 0) ++pages;
+  int pages = 0;
+  while (pages < kMostPages && entries.next() != 0) ++pages;
   return Status::from_raw(pages);
 }
 
@@ -208,19 +202,20 @@ Status encode_dcx(const EncodeRequest& request) {
   // A page that cannot be encoded leaves the container as it was.
   TempFile page;
   TQ_TRY(page.create());
-  TQ_TRY(encode_pcx_to({.file = &page}, request));
+  StreamWriter output;
+  TQ_TRY(output.open(page));
+  TQ_TRY(write_image(request, output));
   const std::int32_t page_bytes = page.seek(0, 2);
   if (page_bytes < 0 || page.seek(0, 0) != 0) return StatusCode::read_failed;
-  GlobalBlock block;
-  TQ_TRY(block.allocate(kCopyBytes));
+  TQ_TRY(output.open(stream, kCopyBytes));
 
   // Whoever supplied the rows may have worked on the stream.
   if (may_append) TQ_TRY(find_room(stream, found, entry));
   const bool adds = found.is_container();
   const std::int64_t page_start = adds ? found.end : std::int64_t{found.start} + kTableBytes;
   if (found.start < 0 || page_start + page_bytes > INT32_MAX) return StatusCode::write_failed;
-  TQ_TRY(adds ? add_entry(stream, found, entry) : begin_container(stream, found.start));
-  return copy_page(page, page_bytes, block.bytes(), stream);
+  TQ_TRY(adds ? add_entry(stream, found, entry) : begin_container(stream, found.start, output));
+  return copy_page(page, page_bytes, output);
 }
 
-}  // namespace tq::formats
+}  // namespace tq::pcx

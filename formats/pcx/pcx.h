@@ -1,9 +1,15 @@
 // PCX images, and DCX: a container that holds one PCX image per page.
 #pragma once
 
-#include "formats/codec.h"
+#include <optional>
 
-namespace tq::formats {
+#include "formats/codec.h"
+#include "io/stream_writer.h"
+
+namespace tq::pcx {
+
+using formats::DecodeRequest;
+using formats::EncodeRequest;
 
 Status decode_pcx(const DecodeRequest& request);  // 1 when all went well
 Status encode_pcx(const EncodeRequest& request);
@@ -21,4 +27,13 @@ Status count_dcx_pages(StreamHandle stream);
 // and for anything else.
 Status can_append_dcx(StreamHandle stream);
 
-}  // namespace tq::formats
+// An image inside of a container: where it lies in the stream, and bytes that go elsewhere first.
+// Without an end it ends with the stream.
+struct Extent {
+  std::int32_t start = 0;
+  std::optional<std::int32_t> end{};
+};
+Status decode_image(const DecodeRequest& request, const Extent& extent);
+Status write_image(const EncodeRequest& request, StreamWriter& output);
+
+}  // namespace tq::pcx

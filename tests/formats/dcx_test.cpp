@@ -10,10 +10,10 @@
 namespace tq::test {
 namespace {
 
-using formats::can_append_dcx;
-using formats::count_dcx_pages;
-using formats::decode_dcx;
-using formats::encode_dcx;
+using pcx::can_append_dcx;
+using pcx::count_dcx_pages;
+using pcx::decode_dcx;
+using pcx::encode_dcx;
 
 // One 8-bit pixel, and a palette whose entry 0 has the same red value.
 Bytes page(std::uint8_t pixel) {

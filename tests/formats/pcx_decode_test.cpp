@@ -10,7 +10,7 @@
 namespace tq::test {
 namespace {
 
-using formats::decode_pcx;
+using pcx::decode_pcx;
 using Image = std::vector<Bytes>;  // rows from the top
 using Palette = std::vector<Rgb>;
 
