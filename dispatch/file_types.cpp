@@ -10,6 +10,7 @@
 #include "formats/pdf/pdf.h"
 #include "formats/plugin/plugin.h"
 #include "formats/png/png.h"
+#include "formats/simple/simple.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -142,7 +143,10 @@ constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_XWD, .name = "xwd", .title = "X window dump", .ending = "xwd",
      .test = [](const Probe& p) { return p.has("\0\0\0\7"sv, 4); }, .traits = kByName},
     {.code = IMG_TYPE_SUN, .name = "sun", .title = "Sun raster", .ending = "ras",
-     .test = [](const Probe& p) { return p.has("\x59\xA6\x6A\x95"); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("\x59\xA6\x6A\x95"); },
+     .decode = simple::decode_sun, .read_depths = depths(1, 4, 8, 24),
+     .encode = simple::encode_sun, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = simple::can_encode_sun, .traits = kByName},
     {.code = IMG_TYPE_JED, .name = "jed", .title = "JED", .ending = "jed",
      .test = [](const Probe& p) { return p.has("\x80\0\0"sv); }, .traits = kByName},
     {.code = IMG_TYPE_FXS, .name = "fxs", .title = "FXS", .ending = "fxs",

@@ -93,7 +93,8 @@ enum {
  *   JPEG        8, 24, 32             8, 24, 32
  *   PNG         1, 4, 8, 16, 24       1, 4, 8, 16, 24, and 32 of blue, green, red
  *   GIF         1, 4, 8               1, 4, 8; both by a module, which has to be there
- *   PDF         1, 8, 24, one layout  1, 8, 24, 32 */
+ *   PDF         1, 8, 24, one layout  1, 8, 24, 32
+ *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

@@ -87,6 +87,12 @@ std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin) {
   return platform::file_seek(handle, offset, static_cast<std::int32_t>(origin));
 }
 
+Status seek_to(StreamHandle stream, std::int64_t position) {
+  const bool there = position >= 0 && position <= INT32_MAX &&
+                     seek(stream, static_cast<std::int32_t>(position), Origin::start) >= 0;
+  return there ? StatusCode::ok : StatusCode::read_failed;
+}
+
 std::int32_t position(StreamHandle stream) {
   return seek(stream, 0, Origin::current);
 }

@@ -22,6 +22,9 @@ enum class OpenMode : std::int32_t { read = 0, update = 1, create = 2, exists = 
 std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin);
 std::int32_t position(StreamHandle stream);
 
+// The same for what a file says; read_failed for what is no position.
+Status seek_to(StreamHandle stream, std::int64_t position);
+
 // Bytes read, never negative; fewer than asked at the end, on an error, or because a caller's
 // function hands out as many as it has.
 std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes);

@@ -1,6 +1,7 @@
 // The palettes that the library brings along, and the search in one.
 #include "pixels/colours.h"
 
+#include <algorithm>
 #include <climits>
 
 namespace tq::pixels {
@@ -103,6 +104,23 @@ const std::array<Rgb, 16>& sixteen_colours() {
 }
 const std::array<Rgb, 2>& black_and_white() {
   return kBlackAndWhite;
+}
+
+std::array<Rgb, 256> grey_levels(int bits) {
+  std::array<Rgb, 256> levels{};
+  const int last = (1 << bits) - 1;
+  for (int i = 0; i <= last; ++i) levels[i] = grey(i * 255 / last);
+  return levels;
+}
+
+bool is_grey_ramp(std::span<const Rgb> colours) {
+  const int last = static_cast<int>(std::ssize(colours)) - 1;
+  for (int i = 0; i <= last; ++i) {
+    const Rgb& colour = colours[i];
+    const int level = i * 255 / std::max(last, 1);
+    if (colour.blue != level || colour.green != level || colour.red != level) return false;
+  }
+  return true;
 }
 
 const std::array<Rgb, 256>& fixed_palette(std::int32_t dither_mode) {

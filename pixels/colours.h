@@ -50,6 +50,11 @@ constexpr std::uint8_t on_white(int level, int alpha) {
 const std::array<Rgb, 256>& grey_ramp();
 const std::array<Rgb, 2>& black_and_white();
 
+// From black to white in 2 to the power of `bits` steps, at most 8; the rest is black.
+std::array<Rgb, 256> grey_levels(int bits);
+// Whether they are that, all of them.
+bool is_grey_ramp(std::span<const Rgb> colours);
+
 // The 16 fixed colours: bit 2 blue, bit 1 green, bit 0 red, at 128 below index 8 and 255 above, so
 // that 0 and 8 are both black.
 const std::array<Rgb, 16>& sixteen_colours();

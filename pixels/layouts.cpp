@@ -12,6 +12,29 @@ namespace {
 using From = const std::uint8_t*;
 using To = std::uint8_t*;
 
+// As they are: bytes, and what the last one holds of pixels; the rest of it is 0.
+template <int kBits, int kFlipped = 0>
+void copy_pixels(From from, int width, To to) {
+  const std::int64_t bits = std::int64_t{width} * kBits;
+  const std::int64_t whole = bits / 8;
+  if constexpr (kFlipped == 0) {
+    std::memcpy(to, from, static_cast<std::size_t>(whole));
+  } else {
+    for (std::int64_t i = 0; i < whole; ++i) to[i] = byte(~from[i]);
+  }
+  if (bits % 8 != 0) to[whole] = byte((from[whole] ^ kFlipped) & 0xFF00 >> bits % 8);
+}
+
+template <int kBits, int kFlipped = 0>
+void unpack_copy(From stored, std::ptrdiff_t, int width, To row) {
+  copy_pixels<kBits, kFlipped>(stored, width, row);
+}
+
+template <int kBits, int kFlipped = 0>
+void pack_copy(From row, int width, To stored, std::ptrdiff_t) {
+  copy_pixels<kBits, kFlipped>(row, width, stored);
+}
+
 // Indices
 
 template <int kBits>
@@ -147,6 +170,18 @@ void turn_to_rgb(From row, int width, To stored, std::ptrdiff_t) {
   }
 }
 
+void drop_fourth(From row, int width, To stored, std::ptrdiff_t) {
+  for (int x = 0; x < width; ++x, row += 4, stored += 3) {
+    for (int i = 0; i < 3; ++i) stored[i] = row[i];
+  }
+}
+
+void drop_first(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 4, row += 3) {
+    for (int i = 0; i < 3; ++i) row[i] = stored[i + 1];
+  }
+}
+
 void pack_xrgb(From row, int width, To stored, std::ptrdiff_t) {
   kernels().widen_24_reversed(row, stored, width);
 }
@@ -171,10 +206,14 @@ void lay_colours_on_white(From stored, std::ptrdiff_t, int width, To row) {
 }
 
 constexpr RowLayout kLayouts[] = {
+    {Layout::bits_1, 1, 1, 1, unpack_copy<1>, pack_copy<1>},
     {Layout::bits_1, 4, 1, 1, indices_to_4<1>, nullptr},
+    {Layout::bits_1_black, 1, 1, 1, unpack_copy<1, 255>, pack_copy<1, 255>},
     {Layout::bits_2, 4, 2, 1, indices_to_4<2>, nullptr},
+    {Layout::bits_4, 4, 4, 1, unpack_copy<4>, pack_copy<4>},
     {Layout::bytes, 1, 8, 1, bytes_to_1, to_bytes<1>},
     {Layout::bytes, 4, 8, 1, indices_to_4<8>, to_bytes<4>},
+    {Layout::bytes, 8, 8, 1, unpack_copy<8>, pack_copy<8>},
     {Layout::bit_planes_3, 4, 1, 3, merge_planes<3>, nullptr},
     {Layout::bit_planes_4, 4, 1, 4, merge_planes<4>, split_planes},
     {Layout::grey16_be, 16, 16, 1, unpack_grey16, pack_grey16},
@@ -183,8 +222,11 @@ constexpr RowLayout kLayouts[] = {
     {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
     {Layout::rgb, 24, 24, 1, turn_to_bgr<3, 0>, turn_to_rgb<3>},
     {Layout::rgb, 32, 24, 1, nullptr, turn_to_rgb<4>},
+    {Layout::bgr, 24, 24, 1, unpack_copy<24>, pack_copy<24>},
+    {Layout::bgr, 32, 24, 1, nullptr, drop_fourth},
     {Layout::rgbx, 24, 32, 1, turn_to_bgr<4, 0>, nullptr},
     {Layout::xrgb, 24, 32, 1, turn_to_bgr<4, 1>, pack_xrgb},
+    {Layout::xbgr, 24, 32, 1, drop_first, nullptr},
     {Layout::cmyk, 24, 32, 1, mix_cmyk, nullptr},
     {Layout::grey_alpha, 8, 16, 1, lay_grey_on_white, nullptr},
     {Layout::rgba, 24, 32, 1, lay_colours_on_white, nullptr},
@@ -215,6 +257,15 @@ const RowLayout* find_layout(Layout layout, int bits) {
     if (way.layout == layout && way.bits == bits) return &way;
   }
   return nullptr;
+}
+
+const RowLayout* find_bit_layout(std::span<const Rgb> colours) {
+  const std::array<Rgb, 2>& sorted = black_and_white();
+  if (colours[0] == sorted[0] && colours[1] == sorted[1]) return find_layout(Layout::bits_1, 1);
+  if (colours[0] == sorted[1] && colours[1] == sorted[0]) {
+    return find_layout(Layout::bits_1_black, 1);
+  }
+  return find_layout(Layout::bits_1, 4);
 }
 
 void unpack(const RowLayout& layout, Bytes stored, int width, Row row) {

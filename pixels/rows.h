@@ -17,8 +17,10 @@ using Row = std::span<std::uint8_t>;
 
 // How a file holds a row, where it differs from the library's rows.
 enum class Layout : std::uint8_t {
-  bits_1,  // indices or levels, from the top bits on
+  bits_1,        // indices or levels, from the top bits on
+  bits_1_black,  // 1 is black
   bits_2,
+  bits_4,
   bytes,
   bit_planes_3,  // one plane behind the other, the lowest bits first
   bit_planes_4,
@@ -27,8 +29,10 @@ enum class Layout : std::uint8_t {
   rgb565,
   rgb_planes,
   rgb,
+  bgr,
   rgbx,
   xrgb,
+  xbgr,
   cmyk,
   grey_alpha,  // becomes what it looks like on white
   rgba,
@@ -50,6 +54,10 @@ struct RowLayout {
 // All there are, and the one between a layout and rows of a depth; null where there is none.
 std::span<const RowLayout> row_layouts();
 const RowLayout* find_layout(Layout layout, int bits);
+
+// How rows of 1-bit indices arrive: with one bit, 1 being white, where the first two colours are
+// black and white in either order; else with 4.
+const RowLayout* find_bit_layout(std::span<const Rgb> colours);
 
 // Bytes of a row of `width` pixels in a file that pads each plane to bytes.
 constexpr std::int64_t stored_bytes(const RowLayout& layout, std::int64_t width) {

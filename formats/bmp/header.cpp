@@ -38,11 +38,6 @@ std::int32_t stream_position(std::int64_t position) {
   return position < 0 || position > kLast ? -1 : static_cast<std::int32_t>(position);
 }
 
-// Whether the stream is there now.
-bool seek_to(StreamHandle stream, std::int32_t position) {
-  return position >= 0 && seek(stream, position, Origin::start) >= 0;
-}
-
 void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
   const std::int32_t got = read_fully(stream, bytes);
   std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
@@ -73,13 +68,13 @@ StoredHeader read_stored_header(const DecodeRequest& request) {
   stored.stream = request.stream;
   // A page number means the only image there is, which starts here.
   stored.start = request.start();
-  if (!seek_to(request.stream, stored.start)) return stored;
+  if (seek_to(request.stream, stored.start).failed()) return stored;
 
   std::array<std::uint8_t, kFileHeaderBytes> file_header;
   read_or_zero(request.stream, file_header);
   stored.has_file_header = file_header[0] == 'B' && file_header[1] == 'M';
   stored.pixel_offset = load_le32(&file_header[10]);
-  if (!stored.has_file_header) seek_to(request.stream, stored.start);  // a bare DIB
+  if (!stored.has_file_header) (void)seek_to(request.stream, stored.start);  // a bare DIB
 
   // Of a larger header only the first 40 bytes count. A smaller one may be all that there is.
   std::array<std::uint8_t, kInfoHeaderBytes> info{};
@@ -161,7 +156,7 @@ int readable_palette_bytes(const StoredHeader& stored, const File& file) {
 
 void read_palette(const StoredHeader& stored, File& file) {
   std::array<std::uint8_t, 1024> bytes{};
-  if (seek_to(stored.stream, stream_position(palette_position(stored)))) {
+  if (seek_to(stored.stream, palette_position(stored)).ok()) {
     read_or_zero(stored.stream, std::span(bytes).first(readable_palette_bytes(stored, file)));
   }
   std::array<Rgb, 256>& palette = file.image.palette;
@@ -278,7 +273,7 @@ std::int64_t stored_row_bytes(const File& file) {
 
 Status open_pixels(const DecodeRequest& request, const File& file, std::int64_t chunk_bytes,
                    ChunkReader& input) {
-  if (!seek_to(request.stream, file.pixels_at)) return kOk;
+  if (seek_to(request.stream, file.pixels_at).failed()) return kOk;
   return input.open(request.stream, chunk_bytes);
 }
 

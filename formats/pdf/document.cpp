@@ -62,7 +62,7 @@ std::int32_t Text::number() {
   return value;
 }
 
-std::int32_t seek_to(StreamHandle stream, std::int64_t at) {
+std::int32_t go_to(StreamHandle stream, std::int64_t at) {
   if (at < 0 || at > INT32_MAX) return -1;
   return seek(stream, static_cast<std::int32_t>(at), Origin::start);
 }
@@ -75,7 +75,7 @@ using Window = std::array<std::uint8_t, kTailBytes>;
 
 // What there is of a window at this place.
 Text read_window(StreamHandle stream, std::int64_t at, std::span<std::uint8_t> window) {
-  return seek_to(stream, at) == at ? read_text(stream, window) : Text();
+  return go_to(stream, at) == at ? read_text(stream, window) : Text();
 }
 
 // The offset of the cross-reference table, as the document's end gives it; 0 if there is none.

@@ -78,7 +78,7 @@ inline Text read_text(StreamHandle stream, std::span<std::uint8_t> room) {
 }
 
 // The new position; negative on failure, and where no position can be.
-std::int32_t seek_to(StreamHandle stream, std::int64_t at);
+std::int32_t go_to(StreamHandle stream, std::int64_t at);
 
 // One that pages can be added to.
 struct ExistingDocument {

@@ -52,7 +52,7 @@ class Reader {
 
 // Up to `bytes` bytes from this place; nothing when there are none.
 Text Reader::window(std::int64_t at, std::size_t bytes) {
-  return seek_to(stream_, at) < 0 ? Text() : read_text(stream_, work_.bytes().first(bytes));
+  return go_to(stream_, at) < 0 ? Text() : read_text(stream_, work_.bytes().first(bytes));
 }
 
 // The number in the line above the last '%'.

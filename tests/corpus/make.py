@@ -117,7 +117,8 @@ def by_pillow(file, page):
 
 
 def by_netpbm(file, page):
-    readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"]}
+    readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
+               "sun": ["rasttopnm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 

@@ -40,8 +40,11 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
   switch (way.layout) {
     case Layout::bits_1:
     case Layout::bits_2:
+    case Layout::bits_4:
     case Layout::bytes:
       return bits_at(row, x * way.plane_bits, way.plane_bits) & ((1u << way.bits) - 1);
+    case Layout::bits_1_black:
+      return 1 - bits_at(row, x, 1);
     case Layout::bit_planes_3:
     case Layout::bit_planes_4:
       for (int i = 0; i < way.planes; ++i)
@@ -55,13 +58,16 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       return bgr((word & 31) << 3, (word >> 5 & 63) << 2, (word >> 11) << 3);
     case Layout::rgb_planes:
       return bgr(row[2 * plane + x], row[plane + x], row[x]);
+    case Layout::bgr:
+      return bgr(at(0), at(1), at(2)) << (way.bits - 24);
     case Layout::rgb:
-      if (way.bits == 32) return bgr(at(2), at(1), at(0)) << 8;
-      [[fallthrough]];
     case Layout::rgbx:
+      if (way.bits == 32) return bgr(at(2), at(1), at(0)) << 8;
       return bgr(at(2), at(1), at(0));
     case Layout::xrgb:
       return bgr(at(3), at(2), at(1));
+    case Layout::xbgr:
+      return bgr(at(1), at(2), at(3));
     case Layout::cmyk:
       return bgr(ink(2), ink(1), ink(0));
     case Layout::grey_alpha:

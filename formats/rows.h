@@ -1,0 +1,51 @@
+// Rows that a file holds from the top, line behind line in one layout: from lines of bytes to a row
+// sink, from a row supplier to lines.
+#pragma once
+
+#include <algorithm>
+
+#include "formats/codec.h"
+#include "io/stream_writer.h"
+#include "pixels/rows.h"
+
+namespace tq::formats {
+
+struct StoredRows {
+  const pixels::RowLayout* layout = nullptr;
+  std::int64_t line_bytes = 0;  // with what the file pads lines by
+};
+
+// `read(line)` fills a line and returns how many bytes there were; fewer only at the end. A file
+// that is cut off keeps the rows it has.
+template <class Read>
+Status deliver_rows(const StoredRows& stored, const BitmapInfoHeader& header, const RowSink& sink,
+                    Read&& read) {
+  RowBuffer<std::uint8_t> line, row;
+  TQ_TRY(line.allocate(stored.line_bytes));
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  for (std::int32_t y = 0; y < header.biHeight; ++y) {
+    const std::ptrdiff_t there = read(line.pixels());
+    if (there == 0) break;
+    std::fill(line.pixels().begin() + there, line.pixels().end(), std::uint8_t{0});
+    unpack(*stored.layout, line.pixels(), header.biWidth, row.pixels());
+    TQ_TRY(sink.row(row.pixels(), y));
+  }
+  return kOk;
+}
+
+inline Status write_rows(const StoredRows& stored, const EncodeRequest& request,
+                         StreamWriter& out) {
+  const BitmapInfoHeader& header = request.image->header;
+  RowBuffer<std::uint8_t> line, row;
+  TQ_TRY(line.allocate(stored.line_bytes));
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  for (std::int32_t y = 0; y < header.biHeight; ++y) {
+    TQ_TRY(request.rows.row(row.pixels(), y));
+    pack(*stored.layout, row.pixels(), header.biWidth, line.pixels());
+    out.put(line.pixels());
+    TQ_TRY(out.status());
+  }
+  return kOk;
+}
+
+}  // namespace tq::formats
