@@ -35,6 +35,8 @@ struct DecodeSettings {
   std::int8_t crop_x, crop_y;
   std::uint8_t crop_width, crop_height;
   std::uint8_t save_code;  // the file type code to save with; 0: BMP in run lengths
+  std::int8_t quality;     // of a JPEG file that is saved
+  std::uint8_t sampling;   // its factors: across in bits 0-2, down in 3-5
 };
 
 }  // namespace tq::fuzz

@@ -2,18 +2,17 @@
 // input, of what the library itself writes and of the files of the second.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "dispatch/file_types.h"
-#include "formats/fax.h"
 #include "fuzz/decode_settings.h"
 #include "fuzz/fuzz_support.h"
 #include "tests/support/bmp_file.h"
 #include "tests/support/corpus.h"
 #include "tests/support/image_builder.h"
+#include "tests/support/scratch_folder.h"
 
 namespace {
 
@@ -24,16 +23,8 @@ std::filesystem::path folder;
 bool all_written = true;
 
 void write_file(const std::string& name, const Bytes& content) {
-  std::error_code error;
-  std::filesystem::create_directories((folder / name).parent_path(), error);
-  std::ofstream out(folder / name, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(content.data()),
-            static_cast<std::streamsize>(content.size()));
-  all_written = all_written && out.good();
-}
-
-Bytes bytes_of(std::string_view text) {
-  return {text.begin(), text.end()};
+  std::filesystem::create_directories((folder / name).parent_path());
+  test::write_file((folder / name).string(), content);
 }
 
 // Decoded as it is, and with one setting at a time: in the end with all settings and by all routes.
@@ -63,6 +54,10 @@ void write_saved_seeds() {
       const std::int32_t size = IMG_save_bitmap_block(image, file.data(), file.size(), code);
       if (size < 1) continue;
       file.resize(static_cast<std::size_t>(size));
+      // A document is read when the number in the picture's name is that of the picture's object.
+      const std::string name = "/Tarnquill0";
+      const auto found = std::search(file.begin(), file.end(), name.begin(), name.end());
+      if (found != file.end()) found[10] = '5';
       write_decode_seeds("saved_" + std::to_string(code) + "_" + std::to_string(bits), file);
     }
   }
@@ -107,26 +102,6 @@ void write_append_seeds() {
   IMGLOW_set_fileio(nullptr, nullptr, nullptr);
 }
 
-void write_pdf_seeds() {
-  // As the reader wants it: a page number that is a place, a name that ends in an object's number.
-  for (const std::string filter : {"CCITTFaxDecode", "DCTDecode"}) {
-    std::string file = "%PDF-1.2\r\n/Tarnquill4\r\n", table = "0000000000 65535 f\r\n";
-    int number = 0;
-    for (const std::string& object :
-         {std::string("/Pages 2 0 R"), std::string("/Kids [3 0 R]"), std::string("/Type /Page"),
-          "/Filter /" + filter +
-              " /Width 40 /Height 3 /BitsPerComponent 1 >>\r\nstream\r\n\x98\x66\x66\xFF\r\n"}) {
-      const std::string offset = std::to_string(file.size());
-      table.append(10 - offset.size(), '0').append(offset).append(" 00000 n\r\n");
-      file.append(std::to_string(++number)).append(" 0 obj << ").append(object).append(" >>\r\n");
-    }
-    const std::string start = std::to_string(file.size());
-    file.append("xref\r\n0 5\r\n").append(table).append("trailer\r\n<<\r\n/Root 1 0 R\r\n>>\r\n");
-    file.append("startxref\r\n").append(start).append("\r\n%%EOF\r\n");
-    write_decode_seeds("pdf_" + filter, bytes_of(file));
-  }
-}
-
 // ---- What other programs write ------------------------------------------------------------------
 
 void write_corpus_seeds(const std::string& corpus) {
@@ -143,53 +118,18 @@ void write_corpus_seeds(const std::string& corpus) {
     if (takes_pages(tq::dispatch::find_code(code))) {
       write_file("append/" + name, test::joined({{append_number(code), 0}, file.bytes}));
     }
-    // For the targets of one format; page and interlacing stand in front of a GIF file.
-    switch (code) {
-      case IMG_TYPE_JPEG:
-        write_file("jpeg_decode/" + name, file.bytes);
-        break;
-      case IMG_TYPE_GIF:
-      case IMG_TYPE_GIF_INTERLACED:
-        write_file("gif/" + name, test::joined({Bytes{0, 1}, file.bytes}));
-        write_file("module/" + name, test::joined({Bytes{1, 0, 255}, file.bytes}));
-        break;
-      default:
-        break;
-    }
   }
 }
 
-void write_ccitt_seeds() {
-  for (int variant = 0; variant < 64; ++variant) {
-    const auto flag = [&](int bit) { return (variant >> bit & 1) != 0; };
-    const int width = 40 + 13 * variant;
-    const tq::formats::FaxStrip strip{
-        .coding = {static_cast<tq::ccitt::Scheme>(variant & 3), flag(3), flag(4), flag(5)},
-        .lsb_first = flag(2),
-        .width = width,
-        .rows = 12};
-    Bytes block(10000);
-    tq::open_memory_stream(block.data(), block.size());
-    tq::StreamWriter out;
-    all_written = all_written && out.open(tq::kMemoryStream).ok() &&
-                  encode_fax_strip(out, strip, {stripes, nullptr}).ok() && out.flush().ok();
-    block.resize(static_cast<std::size_t>(tq::memory_position()));
-    const Bytes settings = {static_cast<std::uint8_t>(variant),
-                            static_cast<std::uint8_t>(width - 1),
-                            static_cast<std::uint8_t>((width - 1) >> 8)};
-    write_file("ccitt/" + std::to_string(variant), test::joined({settings, block}));
-  }
-}
-
-// Any bytes are settings and pixels, or a sequence of calls.
+// Any bytes are coded rows, or a sequence of calls.
 void write_random_seeds() {
   test::Random random(2);
+  // A width below 1024 follows the flags.
+  for (std::uint8_t flags = 0; flags < 128; ++flags) {
+    write_file("ccitt/" + std::to_string(flags), test::joined({{flags}, random.bytes(600)}));
+  }
   for (std::uint32_t seed = 0; seed < 130; ++seed) {
     const std::string name = std::to_string(seed);
-    // Depth, sides, resolution, quality, sampling.
-    const Bytes settings = {
-        static_cast<std::uint8_t>(seed), static_cast<std::uint8_t>(30 * seed), 9, 96, 40, 1, 2};
-    if (seed < 8) write_file("jpeg_encode/" + name, test::joined({settings, random.bytes(300)}));
     Bytes calls = random.bytes(40 + 6 * seed);
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
@@ -216,9 +156,10 @@ void write_options_seeds() {
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   folder = argv[1];
-  for (const auto write : {write_saved_seeds, write_append_seeds, write_pdf_seeds,
-                           write_ccitt_seeds, write_options_seeds, write_random_seeds})
-    write();
+  write_saved_seeds();
+  write_append_seeds();
+  write_random_seeds();
+  write_options_seeds();
   write_corpus_seeds(argv[2]);
   return all_written ? 0 : 1;
 }
