@@ -12,8 +12,6 @@
 
 #include "../support/scratch_folder.h"
 
-extern "C" const char* call_from_c(void);  // c_caller.c
-
 namespace tq::test {
 namespace {
 
@@ -118,10 +116,6 @@ TEST_F(Interface, AnAbortLeavesNeitherImageNorFile) {
   }
   rows_until_abort = 9;
   EXPECT_EQ(load(), 1);
-}
-
-TEST_F(Interface, IsPlainC) {
-  EXPECT_STREQ(call_from_c(), nullptr);
 }
 
 }  // namespace

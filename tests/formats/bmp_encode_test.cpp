@@ -44,21 +44,5 @@ TEST(BmpEncode, ResolutionIsWrittenPerMetreWhenBothSidesHaveOne) {
   }
 }
 
-TEST(BmpEncode, EveryDepthAndWidthReadsBackAsItWas) {
-  std::uint8_t value = 0;
-  for (const bmp::Variant variant : {bmp::kPlain, bmp::kBareDib}) {
-    for (const int bits : {1, 4, 8, 24, 32}) {
-      for (int width = 1; width <= 40; ++width) {
-        std::vector<Bytes> rows(2, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
-        for (Bytes& row : rows) {
-          for (std::uint8_t& byte : row) byte = value += 37;
-        }
-        const Bytes file = encoded(bmp::encode, grey_image(width, 2, bits), rows, variant);
-        EXPECT_EQ(decoded(bmp::decode, file).image(), rows) << bits << " bits, width " << width;
-      }
-    }
-  }
-}
-
 }  // namespace
 }  // namespace tq::test

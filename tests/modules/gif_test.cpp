@@ -3,9 +3,9 @@
 
 #include <cstring>
 
-#include "formats/plugin/plugin.h"
+#include "core/numbers.h"
 #include "tests/modules/module_files.h"
-#include "tests/support/collecting_sink.h"
+#include "tests/support/bmp_file.h"
 #include "tests/support/guarded_block.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
@@ -50,27 +50,22 @@ Picture decode(const Bytes& file, std::int32_t page = 0) {
   return whole;
 }
 
-Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
-
 // A screen of 9 x 9 with four colours; frames of 2 x 2 pixels: clear, four colours, end.
-const Bytes kScreen = Bytes{'G', 'I', 'F', '8', '9', 'a', 9, 0, 9, 0, 0x81, 0, 0} +
-                      Bytes{0, 0, 0, 10, 20, 30, 40, 50, 60, 255, 255, 255};
+const Bytes kScreen = {'G', 'I', 'F', '8', '9', 'a', 9,  0,  9,  0,   0x81, 0,  0,
+                       0,   0,   0,   10,  20,  30,  40, 50, 60, 255, 255,  255};
 // Codes are 3 bits wide until the eighth string is known, after the third pixel.
 Bytes frame(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
   const std::uint32_t window = 4 | a << 3 | b << 6 | c << 9 | d << 12 | 5 << 16;
-  return Bytes{0x2C, 1, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3} +
-         Bytes{static_cast<std::uint8_t>(window), static_cast<std::uint8_t>(window >> 8),
-               static_cast<std::uint8_t>(window >> 16), 0};
+  return {
+      0x2C, 1, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, byte(window), byte(window >> 8), byte(window >> 16),
+      0};
 }
 const Bytes kControl = {0x21, 0xF9, 4, 1, 0, 0, 2, 0};
 const Bytes kComment = {0x21, 0xFE, 3, 'a', 'b', 'c', 2, 'd', 'e', 0};
 
 TEST_F(Gif, FramesAreChosenByPage) {
-  const Bytes file = kScreen + kComment + kControl + frame(0, 1, 2, 3) + kComment +
-                     frame(3, 2, 1, 0) + Bytes{0x3B};
+  const Bytes file =
+      joined({kScreen, kComment, kControl, frame(0, 1, 2, 3), kComment, frame(3, 2, 1, 0), {0x3B}});
   const Picture first = decode(file);
   EXPECT_EQ(first.bits, 4);
   EXPECT_THAT(first.rows, ElementsAre(Bytes{0x01, 0, 0, 0}, Bytes{0x23, 0, 0, 0}));
@@ -93,24 +88,14 @@ TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
   const Bytes control = {0x21, 0xF9, 4, 1, 0, 0, 0, 0};
   for (const auto& c : cases) {
     const Picture picture =
-        decode(Bytes{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0} + c.palette + control +
-               Bytes{0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B});  // pixels 0, 1
+        decode(joined({{'G', 'I', 'F', '8', '7', 'a', 2, 0, 1, 0, 0x80, 0, 0},
+                       c.palette,
+                       control,
+                       // Pixels 0, 1
+                       {0x2C, 0, 0, 0, 0, 2, 0, 1, 0, 0, 2, 2, 0x44, 0x0A, 0, 0x3B}}));
     EXPECT_EQ(picture.bits, c.bits);
     EXPECT_EQ(picture.transparent, c.transparent);
     EXPECT_EQ(picture.rows.at(0).at(0) & (c.bits == 1 ? 0xC0 : 0xFF), c.pixels);
-  }
-}
-
-TEST_F(Gif, PipesHandOutPieces) {
-  const Bytes frames = kScreen + kComment + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0);
-  for (const std::int32_t most : {1, 2, 7, 100}) {
-    MemoryFile pipe(frames);
-    pipe.most_per_call = most;
-    CollectingSink sink;
-    EXPECT_EQ(plugin::decode_gif({.stream = MemoryFile::kHandle, .sink = sink.sink(), .page = 1}),
-              kOk);
-    EXPECT_EQ(sink.header.header.biSizeImage, 8u);
-    EXPECT_THAT(sink.image(), ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0})) << most;
   }
 }
 
@@ -145,7 +130,7 @@ TEST_F(Gif, WhatIsWrittenReadsBack) {
 }
 
 TEST_F(Gif, TruncatedFilesGiveAStatusOrRows) {
-  const Bytes file = kScreen + kControl + frame(0, 1, 2, 3) + frame(3, 2, 1, 0) + Bytes{0x3B};
+  const Bytes file = joined({kScreen, kControl, frame(0, 1, 2, 3), frame(3, 2, 1, 0), {0x3B}});
   for (std::size_t length = 0; length < file.size(); ++length) {
     for (const std::int32_t page : {0, 1}) {
       EXPECT_THAT(decode({file.begin(), file.begin() + length}, page).status,
@@ -160,19 +145,6 @@ TEST_F(Gif, RefusesOtherDepthsAndShortWrites) {
     Bytes block(100);
     EXPECT_EQ(IMG_save_bitmap_block(image, block.data(), 100, IMG_TYPE_GIF), bits == 8 ? -9 : -21);
   }
-}
-
-// Of the library, that is; the module has a heap of its own.
-TEST_F(Gif, RefusedMemoryEndsReadingAndWriting) {
-  const Bytes file = kScreen + frame(0, 1, 2, 3) + Bytes{0x3B};
-  EXPECT_EQ(
-      with_every_refusal([&] { return IMG_decompress_bitmap_block(file.data(), file.size(), 0); }),
-      0);
-  Bytes block(200);
-  EXPECT_GT(with_every_refusal(
-                [&] { return IMG_save_bitmap_block(0, block.data(), block.size(), IMG_TYPE_GIF); }),
-            0);
-  EXPECT_EQ(IMG_delete_bitmap(0), 0);
 }
 
 }  // namespace

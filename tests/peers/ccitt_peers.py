@@ -1,11 +1,9 @@
 #!/usr/bin/env python3
-"""Group 3, Group 4 and modified Huffman data against libtiff's programs, Pillow and leptonica, which
-all code through libtiff, in both directions: the raw data lie in strips of TIFF files.
+"""Group 3, Group 4 and modified Huffman data against libtiff, through Pillow and tiffcp, in both
+directions: the raw data lie in strips of TIFF files.
 
-    ccitt_peers.py LIBRARY MODULE CODER     exit code 77 when Pillow or libtiff's programs are missing"""
+    ccitt_peers.py LIBRARY MODULE CODER     exit code 77 when Pillow or tiffcp are missing"""
 import collections
-import ctypes
-import ctypes.util
 import pathlib
 import shutil
 import struct
@@ -17,7 +15,7 @@ try:
     from PIL import Image, ImageDraw
 except ImportError:
     sys.exit(77)
-if not shutil.which("tiffcp") or not shutil.which("fax2tiff"):
+if not shutil.which("tiffcp"):
     sys.exit(77)
 
 from library import conclude  # noqa: E402
@@ -29,8 +27,6 @@ COMPRESSION = {HUFFMAN: 2, ONE_D: 3, TWO_D: 3, GROUP4: 4}
 T4_OPTIONS, TWO_D_OPTION, FILL_OPTION = 292, 1, 4
 MSB_FIRST, LSB_FIRST = 1, 2
 TYPES = {1: ("B", 1), 3: ("H", 2), 4: ("I", 4)}
-LEPTONICA_FORMATS = {HUFFMAN: 6, ONE_D: 7, GROUP4: 8}
-LEPTONICA_PNM = 11
 
 # Scheme, options of the coder, what tiffcp calls it
 CODINGS = [(HUFFMAN, "", None), (ONE_D, "e", "g3:1d"), (ONE_D, "ea", "g3:1d:fill"), (TWO_D, "e", "g3:2d"),
@@ -137,23 +133,9 @@ def read_here(name):
     return bits(Image.frombytes("1", (width, height), decoded, "raw", "1" if tags[262][0] == 1 else "1;I"))
 
 
-class Leptonica:
-    def __init__(self):
-        self.api = ctypes.CDLL(ctypes.util.find_library("lept"))
-        self.api.pixRead.restype = ctypes.c_void_p
-
-    def convert(self, source, target, kind):
-        pix = ctypes.c_void_p(self.api.pixRead(str(source).encode()))
-        failed = not pix or self.api.pixWrite(str(target).encode(), pix, kind) != 0
-        if pix:
-            self.api.pixDestroy(ctypes.byref(pix))
-        return not failed
-
-
-def compare(name, image, folder, leptonica):
+def compare(name, image, folder):
     rows, size = bits(image), image.size
     plain, coded, theirs = folder / "plain.tif", folder / "coded.tif", folder / "theirs.tif"
-    pnm, raw = folder / "page.pnm", folder / "raw"
     plain.write_bytes(tiff(size, rows, PLAIN))
     for scheme, options, tiffcp in CODINGS:
         what = f"{name}, scheme {scheme} {options}"
@@ -164,40 +146,21 @@ def compare(name, image, folder, leptonica):
         check("Pillow reads", what, bits(Image.open(coded)) == rows)
         run("tiffcp", "-c", "none", coded, theirs)
         check("tiffcp reads", what, bits(Image.open(theirs)) == rows)
-        if leptonica:
-            done = leptonica.convert(coded, pnm, LEPTONICA_PNM)
-            check("leptonica reads", what, done and bits(Image.open(pnm)) == rows)
         if tiffcp:
             run("tiffcp", "-c", tiffcp, "-r", size[1], "-f", "lsb2msb" if "l" in options else "msb2lsb", plain, theirs)
             check("tiffcp writes", what, read_here(theirs) == rows)
             if scheme == GROUP4:
                 check("tiffcp writes the same bytes", what, read_tiff(theirs)[1][0] == data)
-        if "l" not in options:
-            if "a" not in options and scheme != TWO_D:
-                kind = {HUFFMAN: "tiff_ccitt", ONE_D: "group3", GROUP4: "group4"}[scheme]
-                image.save(theirs, compression=kind)
-                check("Pillow writes", what, read_here(theirs) == rows)
-                if leptonica:
-                    done = leptonica.convert(plain, theirs, LEPTONICA_FORMATS[scheme])
-                    check("leptonica writes", what, done and read_here(theirs) == rows)
-        if scheme != HUFFMAN:
-            raw.write_bytes(data)
-            given = ["-4"] if scheme == GROUP4 else ["-3", "-2" if scheme == TWO_D else "-1"]
-            given += ["-A" if "a" in options else "-P", "-L" if "l" in options else "-M", "-X", size[0]]
-            wanted = ["-8"] if scheme == GROUP4 else ["-7", "-6" if scheme == TWO_D else "-5"]
-            wanted += ["-a" if "a" in options else "-p", "-l" if "l" in options else "-m"]
-            run("fax2tiff", *given, *wanted, "-o", theirs, raw)
-            # It takes the end of a Group 4 page for one more row.
-            check("fax2tiff reads", what, bits(Image.open(theirs)).startswith(rows))
-            check("fax2tiff writes", what, read_here(theirs).startswith(rows))
+        if scheme == HUFFMAN:
+            image.save(theirs, compression="tiff_ccitt")
+            check("Pillow writes", what, read_here(theirs) == rows)
 
 
 def main():
-    leptonica = Leptonica() if ctypes.util.find_library("lept") else None
     with tempfile.TemporaryDirectory() as folder:
         found = pages()
         for name, image in found.items():
-            compare(name, image, pathlib.Path(folder), leptonica)
+            compare(name, image, pathlib.Path(folder))
     for peer, count in sorted(counts.items()):
         print(f"{peer}: {count}")
     print(f"{len(found)} pages, {sum(counts.values())} comparisons, {len(failures)} differ")

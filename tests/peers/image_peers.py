@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""BMP, PCX, DCX, GIF, PNG and Sun raster files of every width written here and read by Pillow, netpbm and ImageMagick, and
-the other way round. What these write in other layouts is in tests/corpus.
+"""BMP, PCX, DCX, GIF, PNG and Sun raster files of every width written here and read by Pillow, netpbm and
+ImageMagick. What these write is in tests/corpus.
 
     image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
 import pathlib
@@ -100,18 +100,11 @@ def widths(library, folder):
                 equal(f"own {what}", library.rgb(image_here), image)
                 library.delete(image_here)
             library.delete(handle)
-            for ending in ("bmp", "pcx", "png", "gif"):
-                name = folder / f"theirs.{ending}"
-                if mode == "RGB" and (ending == "gif" or width == 1 and ending == "pcx"):
-                    continue
-                image.save(name)
-                theirs = library.open(str(name))
-                equal(f"Pillow's {ending}, {mode}{width}", library.rgb(theirs), image)
-                library.delete(theirs)
             if shutil.which("pnmtopng"):
+                name = folder / "theirs.png"
                 image.convert("RGB").save(folder / "in.ppm")
-                name.with_suffix(".png").write_bytes(run("pnmtopng", "-interlace", folder / "in.ppm"))
-                theirs = library.open(str(name.with_suffix(".png")))
+                name.write_bytes(run("pnmtopng", "-interlace", folder / "in.ppm"))
+                theirs = library.open(str(name))
                 equal(f"netpbm's interlaced png, {mode}{width}", library.rgb(theirs), image)
                 library.delete(theirs)
 

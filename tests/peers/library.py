@@ -43,47 +43,15 @@ class Library:
                   "used", "important")
         return dict(zip(fields, struct.unpack_from("<IiiHHIIiiII", block.raw)))
 
-    def palette(self, image):
-        """[(red, green, blue)]"""
-        block = ctypes.create_string_buffer(1024)
-        count = self.checked("IMG_get_bitmap_palette", image, block)
-        return [(block.raw[4 * i + 2], block.raw[4 * i + 1], block.raw[4 * i]) for i in range(count)]
-
-    def rows(self, image):
-        header = self.header(image)
-        width, bits = header["width"], header["bits"]
-        count = (width * bits + 31) // 32 * 4
-        buffer = ctypes.create_string_buffer(count)
-        rows = []
-        for y in range(header["height"]):
-            self.checked("IMGLOW_get_raster", image, buffer, y, count)
-            rows.append(buffer.raw)
-        return rows
-
     def rgb(self, image):
-        """The image as Pillow would hold it in mode RGB."""
+        """The image as Pillow would hold it in mode RGB; it becomes one of 24 bits."""
+        self.checked("IMG_promote_24", image)
         header = self.header(image)
-        width, height, bits = header["width"], header["height"], header["bits"]
-        rows = self.rows(image)
-        if bits in (24, 32):
-            data = b"".join(row[:width * bits // 8] for row in rows)
-            return Image.frombytes("RGB", (width, height), data, "raw", "BGR" if bits == 24 else "BGRX")
-        palette = self.palette(image)
-        pixels = []
-        for row in rows:
-            for x in range(width):
-                if bits == 8:
-                    index = row[x]
-                elif bits == 4:
-                    index = row[x // 2] >> (4 if x % 2 == 0 else 0) & 15
-                elif bits == 1:
-                    index = row[x // 8] >> (7 - x % 8) & 1
-                else:
-                    raise ValueError(f"{bits} bits")
-                pixels.append(palette[index])
-        rgb = Image.new("RGB", (width, height))
-        rgb.putdata(pixels)
-        return rgb
+        row, data = ctypes.create_string_buffer((header["width"] * 3 + 3) // 4 * 4), b""
+        for y in range(header["height"]):
+            self.checked("IMGLOW_get_raster", image, row, y, len(row))
+            data += row.raw[:header["width"] * 3]
+        return Image.frombytes("RGB", (header["width"], header["height"]), data, "raw", "BGR")
 
     def make(self, width, height, bits, rows, palette=(), x_dpi=0, y_dpi=0, compression=0, used=0):
         """A new image; rows are packed bytes from the top, palette (red, green, blue)."""
