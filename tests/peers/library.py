@@ -45,8 +45,9 @@ class Library:
 
     def rgb(self, image):
         """The image as Pillow would hold it in mode RGB; it becomes one of 24 bits."""
-        self.checked("IMG_promote_24", image)
         header = self.header(image)
+        if header["bits"] < 24:
+            self.checked("IMG_promote_24", image)
         row, data = ctypes.create_string_buffer((header["width"] * 3 + 3) // 4 * 4), b""
         for y in range(header["height"]):
             self.checked("IMGLOW_get_raster", image, row, y, len(row))
