@@ -46,13 +46,8 @@ if(TQ_FUZZ)
     endif()
   endforeach()
 
-  # Each beside its module: the true one, and the one that does what it is told.
-  tq_add_module(script_module trqvpl1 fuzz/script_module.cpp)
-  set_target_properties(script_module PROPERTIES LINKER_LANGUAGE CXX)
-  set_target_properties(module_fuzzer PROPERTIES
-    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/script_module)
+  # Beside the module, so that its formats are decoded as well.
   set_target_properties(decode_fuzzer PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/lzw_module)
-  add_dependencies(module_fuzzer script_module)
   add_dependencies(decode_fuzzer lzw_module)
 endif()

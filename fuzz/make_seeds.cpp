@@ -134,7 +134,6 @@ void write_random_seeds() {
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
-    write_file("module/mixed_" + name, calls);
   }
 }
 

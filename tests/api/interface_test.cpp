@@ -43,25 +43,6 @@ class Interface : public testing::Test {
   ScratchFolder folder_;
 };
 
-TEST_F(Interface, EveryDepthIsSavedAndLoaded) {
-  for (const int bits : {1, 4, 8, 24, 32}) {
-    SCOPED_TRACE(bits);
-    const std::int32_t image = make_picture(bits);
-    ASSERT_EQ(IMG_save_bitmap(image, file("a.bmp").c_str(), IMG_TYPE_BY_NAME), IMG_OK);
-    const std::int32_t loaded = IMG_decompress_bitmap(file("a.bmp").c_str());
-    ASSERT_EQ(loaded, 1);
-    for (std::int32_t y = 0; y < 8; ++y) {
-      Bytes row(128), again(128);
-      EXPECT_EQ(IMGLOW_get_raster(image, row.data(), y, 0), IMG_OK);
-      EXPECT_EQ(IMGLOW_get_raster(loaded, again.data(), y, 0), IMG_OK);
-      EXPECT_EQ(again, row);
-    }
-    IMG_delete_bitmap(loaded);
-    IMG_delete_bitmap(image);
-    EXPECT_EQ(IMG_bitmap_info(image, nullptr, nullptr, nullptr), IMG_BAD_HANDLE);
-  }
-}
-
 // What the description of a format promises holds: saved, detected as that code, read again.
 TEST_F(Interface, FormatsDoWhatTheirDescriptionSays) {
   constexpr int kDepths[] = {1, 4, 8, 16, 24, 32};

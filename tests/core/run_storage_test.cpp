@@ -150,27 +150,6 @@ TEST_F(RunStorage, OverwrittenRowsDoNotAddUp) {
   EXPECT_EQ(record.runs_end - record.runs_dead, 48u);
 }
 
-TEST_F(RunStorage, RefusedMemoryLeavesTheRowAsItWas) {
-  Random random(5);
-  constexpr std::int32_t kWidth = 700, kHeight = 500;
-  const Bytes white(stride(kWidth, 1), 0xFF);
-  // A block that has to grow, row after row.
-  const Image growing = make_image(kWidth, 1, Rows(kHeight, white), true);
-  Rows rows;
-  for (std::int32_t y = 0; y < kHeight; ++y) {
-    rows.push_back(with_white_padding(random.bit_row(kWidth, 50), kWidth));
-    Bytes read(white.size());
-    EXPECT_EQ(with_every_refusal([&] {
-                const std::int32_t answer = IMGLOW_put_raster(growing, rows.back().data(), y, 0);
-                EXPECT_EQ(IMGLOW_get_raster(growing, read.data(), y, 0), 0);
-                EXPECT_EQ(read, answer != 0 ? white : rows.back());
-                return answer;
-              }),
-              0);
-  }
-  EXPECT_EQ(rows_of_image(growing), rows);
-}
-
 TEST_F(RunStorage, WidestImagesAndTheHighestNarrowOnesStayPlain) {
   Random random(6);
   const auto check = [&](std::int32_t width, std::size_t height, bool in_runs) {

@@ -17,13 +17,13 @@ constexpr int kWidth = 1107, kHeight = 37;
 
 // Gentle slopes with a little noise, pure noise, and blocks of the darkest and the brightest.
 enum class Content : std::uint8_t { slopes, noise, extremes };
-std::vector<Bytes> rows_of(Content content, int bits) {
+std::vector<Bytes> rows_of(Content content, int bits, int width) {
   std::vector<Bytes> rows;
   std::uint32_t random = 1;
   for (int y = 0; y < kHeight; ++y) {
-    Bytes row(static_cast<std::size_t>(row_bytes(kWidth, bits)));
+    Bytes row(static_cast<std::size_t>(row_bytes(width, bits)));
     const int bytes = bits / 8;
-    for (int i = 0; i < kWidth * bytes; ++i) {
+    for (int i = 0; i < width * bytes; ++i) {
       const int x = i / bytes, channel = i % bytes;
       random = random * 1664525 + 1013904223;
       const auto noise = static_cast<int>(random >> 24);
@@ -57,19 +57,19 @@ const Case kCases[] = {
     {32, Palette::grey, 1, 2, 0x13C8D3609537BB62, 0x83F0493A802C9A53},
 };
 
-// All qualities that matter: every step at its largest, some in between, every step 1.
-void encode_and_decode(const Case& c, Digest& files, Digest& pixels) {
-  HeaderBlock image = dib_header(kWidth, kHeight, c.bits);
+void encode_and_decode(const Case& c, int width, const std::vector<int>& qualities, Digest& files,
+                       Digest& pixels) {
+  HeaderBlock image = dib_header(width, kHeight, c.bits);
   for (std::size_t i = 0; i < 256; ++i) {
     const auto level = static_cast<std::uint8_t>(255 - i);
     image.palette[i] = {level, level, level, 0};
     if (c.palette == Palette::colour) image.palette[i].red = static_cast<std::uint8_t>(i * 7);
   }
-  for (const int quality : {1, 30, 75, 90, 100}) {
+  for (const int quality : qualities) {
     for (const Content content : {Content::slopes, Content::noise, Content::extremes}) {
       jpeg::set_jpeg_quality(quality);
       jpeg::set_jpeg_sampling(c.h, c.v);
-      GivenRows given(rows_of(content, c.bits));
+      GivenRows given(rows_of(content, c.bits, width));
       MemoryFile file;
       ASSERT_EQ(jpeg::encode_jpeg({MemoryFile::kHandle, &image, given.supplier()}), kOk);
       files.add(file.bytes);
@@ -88,10 +88,25 @@ TEST(JpegDigest, FilesAndPixelsAreTheSameEverywhere) {
     platform::mask_cpu_features(features);
     for (const Case& c : kCases) {
       Digest files, pixels;
-      encode_and_decode(c, files, pixels);
+      // Every step at its largest, some in between, every step 1.
+      encode_and_decode(c, kWidth, {1, 30, 75, 90, 100}, files, pixels);
       EXPECT_EQ(std::pair(files.value(), pixels.value()), std::pair(c.files, c.pixels))
           << c.bits << " bits, " << c.h << " x " << c.v << ", AVX2 " << features.avx2 << std::hex
           << ": 0x" << files.value() << ", 0x" << pixels.value();
+    }
+  }
+}
+
+TEST(JpegDigest, EveryWidthIsTheSameWithAllKernels) {
+  for (const Case& c : kCases) {
+    for (int width = 1; width <= 100; ++width) {
+      Digest files[2], pixels[2];
+      for (const bool fast : {false, true}) {
+        platform::mask_cpu_features({fast, fast, fast, fast, fast});
+        encode_and_decode(c, width, {90}, files[fast], pixels[fast]);
+      }
+      ASSERT_EQ(files[0].value(), files[1].value()) << c.bits << " bits, width " << width;
+      ASSERT_EQ(pixels[0].value(), pixels[1].value()) << c.bits << " bits, width " << width;
     }
   }
 }

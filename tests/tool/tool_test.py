@@ -74,7 +74,6 @@ class Usage(ToolTest):
                 (["transmogrify"], "unknown command transmogrify"),
                 (["info"], "needs the name of a file"),
                 (["info", "--colour", "a.bmp"], "unknown option --colour"),
-                (["info", "--json=yes", "a.bmp"], "takes no value"),
                 (["convert", "a.bmp"], "convert needs an input and an output"),
                 (["convert", "a.bmp", "out"], "use --code"),
                 (["convert", "a.bmp", "-"], "needs --code"),
@@ -85,7 +84,6 @@ class Usage(ToolTest):
                 (["convert", "--quality", "101", "a.bmp", "x.jpg"], "--quality takes a number"),
                 (["convert", "--sampling", "4x3", "a.bmp", "x.jpg"], "products up to 8"),
                 (["convert", "--crop", "1,2,3", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
-                (["convert", "--crop", "0,0,0,5", "a.bmp", "x.bmp"], "--crop takes X,Y,W,H"),
                 (["convert", "--crop", "0,0,9999999999,5", "a.bmp", "x.bmp"], "--crop takes"),
                 (["convert", "--size", "12", "a.bmp", "x.bmp"], "--size takes WxH"),
                 (["convert", "--reduce", "2", "a.bmp", "x.bmp"], "--reduce takes 8, 4 or 1"),
@@ -93,7 +91,6 @@ class Usage(ToolTest):
                 (["convert", "--page", "0", "a.bmp", "x.bmp"], "--page takes a number from 1"),
                 (["convert", "--rect", "0,0,5,5", "--size", "5x5", "a.bmp", "x.bmp"], "exclude each other"),
                 (["convert", "--crop", "20,0,5,5", "a.bmp", "x.bmp"], "a.bmp: --crop lies outside of the image of 20x10"),
-                (["convert", "--rect", "-9,-9,9,9", "a.bmp", "x.bmp"], "a.bmp: --rect lies outside"),
         ]:
             with self.subTest(words):
                 self.refuse(2, message, *words)
@@ -247,13 +244,6 @@ class Rectangles(ToolTest):
         _, whole = bmp.decode(source.read_bytes())
         self.assertEqual(self.convert(source, "--rect", "5,3,30,15", "--crop", "3,2,7,9"),
                          (4, [row[8:15] for row in whole[5:14]]))
-
-    def test_keep_resolution_and_palette(self):
-        source = self.write_picture("source.bmp", 45, 21, 8, dots_per_metre=11811)
-        self.convert(source, "--crop", "3,3,9,9")
-        result = (self.folder / "result.bmp").read_bytes()
-        self.assertEqual(result[38:46], source.read_bytes()[38:46])
-        self.assertEqual(result[54:54 + 1024], source.read_bytes()[54:54 + 1024])
 
 
 class Conversions(ToolTest):
