@@ -380,19 +380,6 @@ void reset_settings() {
   }
 }
 
-void query_file() {
-  const Memory file = choose_file();
-  std::uint8_t *const block = keep(file), *const global_block = keep_global(file);
-  const std::int32_t stream = in().below(10) == 9 ? -1 : IMG_MEMORY_STREAM;
-  std::array<std::uint8_t, 40> header{};
-  call(kNoImage, [&] { return IMGLOW_get_filetype_block(block, file.size()); });
-  call(kNoImage, [&] { return IMGLOW_get_fileinfo_mem(global_block, header.data()); });
-  call(kNoImage, [&] { return IMGLOW_get_pages_mem(global_block); });
-  call(kNoImage, [&] { return IMGLOW_get_pages_fd(stream); });
-  call(kNoImage, [&] { return IMGLOW_get_filetype_fd(stream); });
-  TQ_CLAIM(IMGLOW_get_pages(nullptr) == IMG_CANNOT_OPEN);
-}
-
 std::int32_t choose_code() {
   constexpr std::int32_t kCodes[] = {IMG_TYPE_BMP,  IMG_TYPE_DIB, IMG_TYPE_BMP_RLE, IMG_TYPE_GIF,
                                      IMG_TYPE_PDF,  IMG_TYPE_PCX, IMG_TYPE_DCX,     IMG_TYPE_PNG,
@@ -440,17 +427,12 @@ void save_rows() {
 void step() {
   if (++session->calls > kMostCalls) return;
   if (session->images.size() >= kMostImages) return remove();
-  constexpr void (*kActions[])() = {create_shell,   create_registered,
-                                    decode,         remove,
-                                    set_value,      move_rows,
-                                    move_palette,   convert,
-                                    set_setting,    query_file,
-                                    save_to_memory, save_rows,
-                                    reset_settings, decode,
-                                    decode,         convert,
-                                    convert,        set_setting,
-                                    set_setting,    save_to_memory,
-                                    move_rows,      decode};
+  constexpr void (*kActions[])() = {
+      create_shell, create_registered, decode,      remove,         set_value,
+      move_rows,    move_palette,      convert,     set_setting,    save_to_memory,
+      save_rows,    reset_settings,    decode,      decode,         convert,
+      convert,      set_setting,       set_setting, save_to_memory, move_rows,
+      decode};
   kActions[in().below(std::size(kActions))]();
 }
 

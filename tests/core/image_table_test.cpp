@@ -77,7 +77,13 @@ TEST_F(ImageTable, HoldsTenThousandImagesAndRefusesTheNext) {
 
 // The table, too, which is there with the first image only.
 TEST_F(ImageTable, RefusedAllocationsOfTheFirstImageLeaveNoHandleBehind) {
-  EXPECT_EQ(with_every_refusal([] { return shell(40, 30, 8); }), 0);
+  for (int refused = 0; refused < 3; ++refused) {
+    memory_probe::refuse_after(refused);
+    EXPECT_EQ(shell(40, 30, 8), -1);
+    memory_probe::refuse_after(-1);
+    EXPECT_EQ(blocks() + memory_probe::tracked_blocks(), 0);
+  }
+  EXPECT_EQ(shell(40, 30, 8), 0);
   EXPECT_EQ(IMG_delete_bitmap(0), 0);
 }
 

@@ -147,21 +147,5 @@ TEST_F(Reentry, ImageConvertedDuringASaveIsSavedAllTheSame) {
   EXPECT_EQ(converted, plain);
 }
 
-TEST_F(Reentry, ImageDeletedByAReadFunctionEndsTheDecode) {
-  const Bytes bmp = grey_bmp(30, 40, 1);
-  for (int call = 0; call < 12; ++call) {
-    MemoryFile file(bmp);
-    file.most_per_call = 400;
-    int calls = 0;
-    file.during_call = [&] {
-      if (calls++ == call) IMG_delete_bitmap(0);
-    };
-    const std::int32_t image = IMG_decompress_bitmap_fd(4711, 0, 0);
-    EXPECT_EQ(image, call < calls ? -13 : 0) << call;
-    if (image >= 0) IMG_delete_bitmap(image);
-    EXPECT_EQ(blocks(), 0);
-  }
-}
-
 }  // namespace
 }  // namespace tq::test

@@ -41,18 +41,17 @@ std::string binary(int value, int bits) {
   return std::bitset<16>(value).to_string().substr(16 - bits);
 }
 
-// Blocks that have only their first coefficient.
+// A block for each component that has only its first coefficient.
 struct FlatFile {
-  std::vector<int> dc{};  // of all blocks, in the order of the file
-  int step = 8;           // of the quantiser
-  std::vector<int> factors = std::vector<int>(dc.size(), 0x11);  // of each component
+  std::vector<int> dc{};
+  int step = 8;  // of the quantiser
   int width = 8, height = 1;
   int precision = 8;
   Bytes extra{};  // segments behind SOI
 };
 
 Bytes flat_file(const FlatFile& flat) {
-  const std::size_t count = flat.factors.size();
+  const std::size_t count = flat.dc.size();
   Bytes table{0}, frame{byte(flat.precision),  byte(flat.height >> 8), byte(flat.height),
                         byte(flat.width >> 8), byte(flat.width),       byte(count)};
   for (int i = 0; i < 64; ++i) table.push_back(byte(flat.step));
@@ -64,7 +63,7 @@ Bytes flat_file(const FlatFile& flat) {
   }
   Bytes scan{byte(count)};
   for (std::size_t i = 0; i < count; ++i) {
-    frame = joined({frame, {byte(i + 1), byte(flat.factors[i]), 0}});
+    frame = joined({frame, {byte(i + 1), 0x11, 0}});
     scan = joined({scan, {byte(i + 1), 0}});
   }
   // Sizes have codes of four bits, the end of a block has one of one bit.
@@ -72,16 +71,9 @@ Bytes flat_file(const FlatFile& flat) {
                        0, 0, 1, 2, 3,  4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
   const Bytes ac_codes{0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   std::string data;
-  std::vector<int> last(count);
-  for (std::size_t n = 0; n < flat.dc.size();) {
-    for (std::size_t i = 0; i < count; ++i) {
-      const int blocks = count == 1 ? 1 : (flat.factors[i] >> 4) * (flat.factors[i] & 15);
-      for (int block = 0; block < blocks; ++block, ++n) {
-        const int difference = flat.dc.at(n) - std::exchange(last[i], flat.dc[n]);
-        const int size = std::bit_width(static_cast<unsigned>(std::abs(difference)));
-        data += binary(size, 4) + binary(difference - (difference < 0), size) + '0';
-      }
-    }
+  for (const int level : flat.dc) {
+    const int size = std::bit_width(static_cast<unsigned>(std::abs(level)));
+    data += binary(size, 4) + binary(level - (level < 0), size) + '0';
   }
   return joined({{0xFF, 0xD8},
                  flat.extra,
@@ -105,40 +97,6 @@ Decoded decode(const Bytes& file, std::int32_t offset = 0) {
   decoded.status = decode_jpeg({kMemoryStream, offset, decoded.sink.sink()});
   EXPECT_EQ(memory_probe::tracked_blocks(), 0);
   return decoded;
-}
-
-TEST(JpegDecode, SamplesAreRepeatedWhateverTheFactors) {
-  const std::vector<int> cases[] = {
-      {0x31, 0x21, 0x11}, {0x13, 0x12, 0x11}, {0x11, 0x21, 0x22}, {0x42, 0x11, 0x11}, {0x23}};
-  for (const std::vector<int>& factors : cases) {
-    const int count = static_cast<int>(factors.size());
-    // One MCU of red, green and blue; three blocks of grey, whose factors have no meaning.
-    FlatFile flat{.factors = factors};
-    int across = 1, down = 1;
-    for (const int factor : factors) {
-      across = std::max(across, factor >> 4);
-      down = std::max(down, factor & 15);
-    }
-    if (count == 1) across = 3, down = 1;
-    flat.width = 8 * across - 1;
-    flat.height = 8 * down - 1;
-    flat.extra = segment(0xEE, {'A', 'd', 'o', 'b', 'e', 0, 0, 0, 0, 0, 0, 0});
-    std::vector<Bytes> expected(flat.height,
-                                Bytes(static_cast<std::size_t>(row_bytes(flat.width, 8 * count))));
-    for (int i = 0; i < count; ++i) {
-      const int h = count == 1 ? 3 : factors[i] >> 4;
-      const int v = count == 1 ? 1 : factors[i] & 15;
-      const std::size_t first = flat.dc.size();
-      for (int block = 0; block < h * v; ++block) flat.dc.push_back(30 * i + 11 * block - 60);
-      for (int y = 0; y < flat.height; ++y) {
-        for (int x = 0; x < flat.width; ++x) {
-          const int block = y * v / down / 8 * h + x * h / across / 8;
-          expected[y][count * (x + 1) - 1 - i] = byte(128 + flat.dc[first + block]);
-        }
-      }
-    }
-    EXPECT_EQ(decode(flat_file(flat)).sink.image(), expected) << std::hex << factors[0];
-  }
 }
 
 TEST(JpegDecode, FarTooBrightSamplesCountAsDark) {

@@ -198,19 +198,6 @@ TEST_F(Scrambling, TailThatCouldNotBeWrittenStaysScrambled) {
   EXPECT_THAT(block, ElementsAre(0x11, 0x12));
   EXPECT_EQ(write(kMemoryStream, bytes), 0);
   EXPECT_THAT(bytes, ElementsAre(0x11, 0x12, 3, 4)) << "nothing written, nothing restored";
-
-  const std::string name = folder.file("a");
-  Bytes two{5, 6}, back(3, 0);
-  OpenFile file;
-  ASSERT_TRUE(file.open(name.c_str(), OpenMode::create).ok());
-  EXPECT_EQ(write(file.handle(), two), 2);
-  file.close();
-  EXPECT_EQ(test::file_content(name), (Bytes{0x15, 0x16}));
-  ASSERT_TRUE(file.open(name.c_str(), OpenMode::read).ok());
-  EXPECT_EQ(read(file.handle(), back), 2);
-  EXPECT_THAT(back, ElementsAre(5, 6, 0)) << "beyond the end nothing changes";
-  EXPECT_EQ(write(file.handle(), two), 0);
-  EXPECT_THAT(two, ElementsAre(0x15, 0x16));
 }
 
 TEST_F(CallerIo, GetsEveryHandleAndUnscrambledBytes) {

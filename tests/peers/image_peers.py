@@ -19,7 +19,7 @@ from library import Library, conclude
 
 WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)
 HEIGHT = 13
-RLE, DCX, CODES = 12, 11, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras"}
+RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras"}
 READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm"}
 failures = []
 compared = 0
@@ -115,18 +115,12 @@ def containers(library, folder):
         mode = ("1", "4", "P", "RGB")[i % 4]
         pages.append(noise(20 + i, mode, i))
         library.save(library.make(20 + i, HEIGHT, *pack(pages[-1], mode)), str(name))
-        if i == 30:  # so far all of them
-            for page in range(i + 1):
-                if page % 4 == 2:  # takes every palette from the end of the container
-                    continue
-                theirs = Image.open(name)
-                theirs.seek(page)
-                equal(f"Pillow reads page {page}", theirs, pages[page])
-    before = name.read_bytes()
-    if library.call("IMG_save_bitmap", library.make(2, 1, 8, [b"\1\2"]), str(name), DCX) != -7 or name.read_bytes() != before:
-        failures.append("page 101")
     for page, image in enumerate(pages):
         equal(f"page {page}", library.rgb(library.open_page(str(name), page)), image)
+        if page < 30 and page % 4 != 2:  # takes every palette from the end of the container
+            theirs = Image.open(name)
+            theirs.seek(page)
+            equal(f"Pillow reads page {page}", theirs, image)
 
 
 def large(library, folder):

@@ -1,4 +1,4 @@
-// What only the posix folder has to get right: descriptors, large files, pages.
+// What only the posix folder has to get right: descriptors and large files.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,7 +14,6 @@
 
 #include "include/tarnquill.h"
 #include "platform/file.h"
-#include "platform/memory.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::platform {
@@ -132,21 +131,6 @@ TEST(PosixModule, IsNotMissingWhereThereIsNoDescriptorToLookForIt) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
   EXPECT_EQ(gif(), IMG_CANNOT_OPEN);
   setrlimit(RLIMIT_NOFILE, &before);
-}
-
-TEST(PosixMemory, ClearedPagesCostNothingUntilTheyAreUsed) {
-  const auto peak_kilobytes = [] {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
-  };
-  constexpr std::size_t kHalfGigabyte = std::size_t{1} << 29;
-  const long before = peak_kilobytes();
-  void* const block = block_alloc(kHalfGigabyte);
-  ASSERT_NE(block, nullptr);
-  block_clear(block, kHalfGigabyte);
-  EXPECT_LT(peak_kilobytes() - before, 256 * 1024);
-  block_free(block);
 }
 
 }  // namespace

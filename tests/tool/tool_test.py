@@ -136,13 +136,6 @@ class Operations(ToolTest):
             if words == ["threshold", "--level", "100"]:
                 self.assertEqual(result[1][0], [(255 * (v > 100),) * 3 for v in range(0, 256, 15)])
 
-    def test_the_sheet_is_as_large_as_its_pictures(self):
-        for bits, width, height, shown in ((1, 400, 300, 210), (4, 20, 900, 210), (8, 1, 1, 1), (24, 900, 7, 2)):
-            self.write_picture("in.bmp", width, height, bits)
-            self.succeed("sheet", "in.bmp", "sheet.bmp")
-            rows = bmp.decode((self.folder / "sheet.bmp").read_bytes())[1]
-            self.assertEqual(len(rows), 10 + 5 * (shown + 24))
-
 
 class Info(ToolTest):
     def test_shows_what_the_files_are(self):
@@ -238,12 +231,6 @@ class Rectangles(ToolTest):
                 bits, whole = self.convert(source, *options)
                 expected = [row[5:18] for row in whole[3:9]]
                 self.assertEqual(self.convert(source, *options, "--crop", "5,3,13,6"), (bits, expected))
-
-    def test_a_rectangle_while_decoding_and_a_crop_inside_of_it(self):
-        source = self.write_picture("source.bmp", self.WIDTH, self.HEIGHT, 4)
-        _, whole = bmp.decode(source.read_bytes())
-        self.assertEqual(self.convert(source, "--rect", "5,3,30,15", "--crop", "3,2,7,9"),
-                         (4, [row[8:15] for row in whole[5:14]]))
 
 
 class Conversions(ToolTest):
