@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
 #include <climits>
 #include <map>
 
@@ -37,6 +39,15 @@ TEST_F(SettingsExports, DetectionSwitchesAreSharedByVariants) {
       EXPECT_EQ(IMGLOW_get_auto_detect(base), 1);
       EXPECT_EQ(IMGLOW_unset_auto_detect(variant), 1);
     }
+  }
+}
+
+TEST_F(SettingsExports, DecodeRectangleBeginsInsideTheImage) {
+  for (const auto& [x, y] : {std::pair{3, 4}, {-1, 4}, {3, -1}}) {
+    EXPECT_EQ(IMGLOW_set_decomp_rect(x, y, -5, 6), 0);
+    const Rect& rect = context().settings.decomp_rect;
+    EXPECT_THAT((std::array{rect.x, rect.y, rect.width, rect.height}),
+                testing::ElementsAre(std::max(x, 0), std::max(y, 0), -5, 6));
   }
 }
 

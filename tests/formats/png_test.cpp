@@ -16,6 +16,23 @@ using png::decode_png;
 using png::encode_png;
 using Image = std::vector<Bytes>;
 
+TEST(Png, TransparentEntriesReadBack) {
+  for (const int bits : {1, 4, 8}) {
+    for (const bool white_first : {false, true}) {
+      for (int index = 0; index < 1 << bits; ++index) {
+        HeaderBlock image = grey_image(2, 1, bits);
+        if (white_first) std::swap(image.palette[0], image.palette[1]);
+        image.header.biClrUsed = 0x1000 | index;
+        const CollectingSink sink =
+            decoded(decode_png, encoded(encode_png, image, {{0x40, 0, 0, 0}}));
+        // An image of 1 bit is black and white again.
+        const int expected = bits == 1 && white_first ? 1 - index : index;
+        EXPECT_EQ(sink.header.header.biClrUsed, 0x1000u | expected) << bits << " bits";
+      }
+    }
+  }
+}
+
 TEST(Png, CutOffFileKeepsWhatItHas) {
   Image rows(40, Bytes(100));
   for (int i = 0; i < 40 * 99; ++i) rows[i / 99][i % 99] = static_cast<std::uint8_t>(i * i / 7);
