@@ -144,34 +144,49 @@ TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
   const Bytes dc_codes{0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   // Of two bits: the longest run there is, a coefficient, the end of one block.
   const Bytes ac_codes{0x10, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xE0, 0x01, 0x00};
-  const auto scan = [](int band, int bit, const std::string& data) {
-    return joined({segment(0xDA, {1, 1, 0, byte(band), byte(band), byte(bit)}), coded(data)});
+  // The data between restart markers.
+  const auto scan = [](int band, int bit, const std::vector<std::string>& intervals) {
+    Bytes bytes = segment(0xDA, {1, 1, 0, byte(band), byte(band), byte(bit)});
+    for (std::size_t i = 0; i < intervals.size(); ++i) {
+      const Bytes marker = i == 0 ? Bytes() : Bytes{0xFF, byte(0xCF + i)};
+      bytes = joined({bytes, marker, coded(intervals[i])});
+    }
+    return bytes;
   };
-  // Of all blocks only the last one has a coefficient: 2, which becomes 3.
-  const auto last_block = [&](int columns, int rows) {
-    const int before = columns * rows - 1, width = 8 * columns;
-    const std::string run = before == 0 ? "" : "00" + binary(before - (1 << 14), 14);
+  const auto picture = [&](int columns, int rows, const std::vector<Bytes>& scans) {
+    const int width = 8 * columns;
     const Bytes frame{8, 0, byte(8 * rows), byte(width >> 8), byte(width), 1, 1, 0x11, 0};
-    // The quantisation table of the first scan holds to the end.
-    const Bytes later = before == 0 ? Bytes() : segment(0xDB, Bytes(65));
     const Bytes file = joined({{0xFF, 0xD8},
                                segment(0xDB, joined({{0}, Bytes(64, 20)})),
                                segment(0xC2, frame),
                                segment(0xC4, dc_codes),
                                segment(0xC4, ac_codes),
-                               scan(0, 0, std::string(before + 1, '0')),
-                               later,
-                               scan(5, 0x01, run + "01" + "1"),
-                               scan(5, 0x10, run + "10" + "1")});
+                               joined(scans)});
     return decode(file).sink.image();
   };
-  const std::vector<Bytes> wide = last_block(8190, 4), alone = last_block(1, 1);
+  // Of all blocks only the last one has a coefficient: 2, which becomes 3.
+  const std::string run = "00" + binary(4 * 8190 - 1 - (1 << 14), 14);
+  const std::vector<Bytes> alone =
+      picture(1, 1, {scan(0, 0, {"0"}), scan(5, 0x01, {"011"}), scan(5, 0x10, {"101"})});
+  const std::vector<Bytes> wide =
+      picture(8190, 4,
+              {scan(0, 0, {std::string(4 * 8190, '0')}),
+               segment(0xDB, Bytes(65)),  // the quantisation table of the first scan holds
+               scan(5, 0x01, {run + "011"}), scan(5, 0x10, {run + "101"})});
   ASSERT_EQ(wide.size(), 32u);
   EXPECT_NE(alone[0], Bytes(8, 128));
   for (std::size_t y = 0; y < 32; ++y) {
     const auto end = wide[y].end() - 8;
     EXPECT_EQ(std::count(wide[y].begin(), end, 128), 8 * 8189) << y;
     EXPECT_EQ(Bytes(end, wide[y].end()), y < 24 ? Bytes(8, 128) : alone[y - 24]) << y;
+  }
+  // A run that is too long ends with its interval.
+  const std::vector<Bytes> restarted =
+      picture(2, 1,
+              {segment(0xDD, {0, 1}), scan(0, 0, {"0", "0"}), scan(5, 0x01, {run, "011"}),
+               scan(5, 0x10, {run, "101"})});
+  for (std::size_t y = 0; y < 8; ++y) {
+    EXPECT_EQ(restarted[y], joined({Bytes(8, 128), alone[y]})) << y;
   }
 }
 
