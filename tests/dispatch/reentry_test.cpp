@@ -1,8 +1,6 @@
 // Callbacks that call the library while it decodes or saves.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "tests/support/bmp_file.h"
 #include "tests/support/fed_sink.h"
 #include "tests/support/guarded_block.h"
@@ -53,12 +51,6 @@ TEST_F(Reentry, OtherMemoryStreamDuringADecodeChangesNothing) {
   }
 }
 
-std::int32_t IMG_CB_C supply_and_decode(void* context, void* dest, std::int32_t y,
-                                        std::int32_t bytes) {
-  std::memset(dest, y, static_cast<std::size_t>(bytes));
-  return decode_icon(*static_cast<const Bytes*>(context));
-}
-
 // The encoder must not go on writing into the memory that the callback has read.
 TEST_F(Reentry, OtherMemoryStreamDuringASaveIsNotWrittenTo) {
   const Bytes file = grey_bmp(30, 40, 1), icon = grey_bmp(3, 3, 200);
@@ -79,12 +71,6 @@ TEST_F(Reentry, OtherMemoryStreamDuringASaveIsNotWrittenTo) {
     EXPECT_EQ(read, icon);
     EXPECT_EQ(out, expected);
   }
-  // Rows of the caller's own.
-  HeaderBlock header = dib_header(5, 4, 8);
-  std::fill(out.begin(), out.end(), std::uint8_t{0});
-  EXPECT_EQ(IMGLOW_save_bitmap_mem(out.data(), &header, 1, supply_and_decode, &read), 1078 + 32);
-  EXPECT_EQ(read, icon);
-  EXPECT_EQ(Bytes(out.begin() + 1078, out.begin() + 1086), Bytes(8, 3));
 }
 
 TEST_F(Reentry, ImageDeletedDuringASaveEndsIt) {

@@ -123,30 +123,6 @@ def containers(library, folder):
             equal(f"Pillow reads page {page}", theirs, image)
 
 
-def large(library, folder):
-    """The code table of LZW fills up many times."""
-    image, name = Image.effect_noise((640, 480), 90), folder / "large.gif"
-    for interlace in (0, 1):
-        image.save(name, interlace=interlace)
-        equal(f"large, interlace {interlace}", library.rgb(library.open(str(name))), image)
-    library.save(library.open(str(name)), str(name), 4)
-    equal("large, own", Image.open(name), image)
-
-
-def transparency(library, folder):
-    image = noise(20, "P", 3)
-    for ending in ("gif", "png"):
-        name = folder / f"transparent.{ending}"
-        image.save(name, transparency=7)
-        handle = library.open(str(name))
-        if library.call("IMGLOW_get_transp_color", handle) != Image.open(name).info.get("transparency"):
-            failures.append(f"transparency read: {ending}")
-        library.call("IMGLOW_set_transp_color", handle, 5)
-        library.save(handle, str(name))
-        if Image.open(name).info.get("transparency") not in (5, b"\xff\xff\xff\xff\xff\0"):
-            failures.append(f"transparency written: {ending}")
-
-
 def deep_png(library, folder):
     """16 bits, and 32 bits of colour; 32 bits of ink are refused."""
     state, name = random.Random(1), folder / "deep.png"
@@ -173,7 +149,7 @@ def main():
         shutil.copy(sys.argv[1], folder / "libtarnquill.so")
         shutil.copy(sys.argv[2], folder)
         library = Library(str(folder / "libtarnquill.so"))
-        for part in (widths, containers, large, transparency, deep_png):
+        for part in (widths, containers, deep_png):
             part(library, folder)
         library.call("IMG_unload_plugins")
     print(f"{compared} pictures compared, {len(failures)} differ")
