@@ -152,9 +152,8 @@ TEST(BmpRleEncode, WritesTheCodesOfTheModel) {
   EXPECT_EQ(digest.value(), 0xB315C7D8C318F758);
   for (const int width : {254, 255, 256, 510, 511, 1030}) {  // runs of the greatest length
     const std::vector<Bytes> rows = {Bytes(static_cast<std::size_t>(row_bytes(width, 8)), 9)};
-    const Bytes file =
-        encoded(formats::encode_bmp, dib_header(width, 1, 8), rows, formats::kBmpRunLengths);
-    const Bytes row = decoded(formats::decode_bmp, file).image()[0];
+    const Bytes file = encoded(bmp::encode, dib_header(width, 1, 8), rows, bmp::kRunLengths);
+    const Bytes row = decoded(bmp::decode, file).image()[0];
     EXPECT_EQ(std::count(row.begin(), row.end(), 9), width) << width;
   }
 }
