@@ -25,7 +25,7 @@ if(TQ_FUZZ)
   endif()
 
   foreach(name ${TQ_FUZZERS})
-    add_executable(${name} fuzz/${name}.cpp ${TQ_${name}_SOURCES})
+    add_executable(${name} fuzz/${name}.cpp)
     target_link_libraries(${name} PRIVATE ${TQ_LAYERS} tq_warnings)
     if(TARGET tq_test_support)
       target_link_libraries(${name} PRIVATE tq_test_support)

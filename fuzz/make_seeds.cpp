@@ -137,19 +137,6 @@ void write_random_seeds() {
   }
 }
 
-// Words of command lines, a zero byte between them.
-void write_options_seeds() {
-  const char* const lines[] = {"--code=12 -crop 1,2,30,40 a.bmp -o b.bmp", "-q -- -a.bmp --size",
-                               "--size 640x480 - 3x2147483647+-5+1", "--crop -1,-9,99999999999,1",
-                               "\x9b\xe2\x80\xae --output= --k\xc2\x9b"};
-  for (std::size_t i = 0; i < std::size(lines); ++i) {
-    const std::string_view line = lines[i];
-    Bytes words(line.begin(), line.end());
-    std::replace(words.begin(), words.end(), std::uint8_t{' '}, std::uint8_t{0});
-    write_file("options/" + std::to_string(i), words);
-  }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -158,7 +145,6 @@ int main(int argc, char** argv) {
   write_saved_seeds();
   write_append_seeds();
   write_random_seeds();
-  write_options_seeds();
   write_corpus_seeds(argv[2]);
   return all_written ? 0 : 1;
 }

@@ -77,27 +77,5 @@ TEST_F(Interface, FormatsDoWhatTheirDescriptionSays) {
   EXPECT_GT(formats, 50);
 }
 
-std::int32_t rows_until_abort = 0;
-std::int32_t IMG_CB_STD abort_later(std::intptr_t, std::int32_t) {
-  return --rows_until_abort == 0 ? -4321 : 0;
-}
-
-TEST_F(Interface, AnAbortLeavesNeitherImageNorFile) {
-  const std::int32_t image = make_picture(8);
-  ASSERT_EQ(IMG_save_bitmap(image, file("whole.bmp").c_str(), IMG_TYPE_BMP), IMG_OK);
-  const auto load = [&] { return IMG_decompress_bitmap(file("whole.bmp").c_str()); };
-  IMG_set_statusbar(0, abort_later, 1);
-  for (const std::int32_t row : {1, 3, 8}) {
-    rows_until_abort = row;
-    EXPECT_EQ(load(), -4321);
-    EXPECT_EQ(IMG_delete_bitmap(1), IMG_BAD_HANDLE);
-    rows_until_abort = row;
-    EXPECT_EQ(IMG_save_bitmap(image, file("half.bmp").c_str(), IMG_TYPE_BMP), -4321);
-    EXPECT_FALSE(std::filesystem::exists(file("half.bmp")));
-  }
-  rows_until_abort = 9;
-  EXPECT_EQ(load(), 1);
-}
-
 }  // namespace
 }  // namespace tq::test

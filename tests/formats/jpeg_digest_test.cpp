@@ -1,5 +1,5 @@
 // The same files and pixels on every machine and with every set of kernels: digests of what the
-// encoder writes and of what the decoder makes of it.
+// encoder writes, which djpeg and Pillow read alike, and of what the decoder makes of it.
 #include <gtest/gtest.h>
 
 #include <string_view>

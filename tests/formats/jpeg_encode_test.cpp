@@ -1,5 +1,5 @@
 // What the settings do to the headers of JPEG files, and what is refused. The files themselves are
-// in jpeg_digest_test.cpp; tests/peers compares them with another encoder's.
+// in jpeg_digest_test.cpp.
 #include <gtest/gtest.h>
 
 #include "core/context.h"
