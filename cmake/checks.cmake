@@ -9,6 +9,9 @@ if(TQ_STATIC_CHECKS)
   add_test(NAME static.format COMMAND tools/check_format.sh)
   set_tests_properties(static.layers static.compatibility static.size static.format PROPERTIES
     LABELS static WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  add_test(NAME model COMMAND ${TQ_PYTHON} tests/process/models/make_digests.py --check
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(model PROPERTIES LABELS model TIMEOUT 300)
 endif()
 
 # Header and built library name the same functions.

@@ -1,4 +1,4 @@
-// Images of every depth, and the ways to hand them to the library.
+// Images that models/make_digests.py generates too, and the ways to hand them to the library.
 #pragma once
 
 #include <cstdint>
