@@ -25,7 +25,7 @@ if(TQ_FUZZ)
   endif()
 
   foreach(name ${TQ_FUZZERS})
-    add_executable(${name} fuzz/${name}.cpp)
+    add_executable(${name} fuzz/${name}.cpp ${TQ_${name}_SOURCES})
     target_link_libraries(${name} PRIVATE ${TQ_LAYERS} tq_warnings)
     if(TARGET tq_test_support)
       target_link_libraries(${name} PRIVATE tq_test_support)
@@ -50,4 +50,12 @@ if(TQ_FUZZ)
   set_target_properties(decode_fuzzer PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/lzw_module)
   add_dependencies(decode_fuzzer lzw_module)
+  # Beside the module that does what it is told, and told where the true one is.
+  tq_add_module(script_module trqvpl1 fuzz/script_module.cpp)
+  set_target_properties(script_module PROPERTIES LINKER_LANGUAGE CXX)
+  set_target_properties(module_fuzzer PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/script_module)
+  target_compile_definitions(module_fuzzer PRIVATE TQ_LZW_MODULE="$<TARGET_FILE:lzw_module>")
+  target_link_libraries(module_fuzzer PRIVATE ${CMAKE_DL_LIBS})
+  add_dependencies(module_fuzzer script_module lzw_module)
 endif()

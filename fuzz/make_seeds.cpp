@@ -115,6 +115,9 @@ void write_corpus_seeds(const std::string& corpus) {
     if (file.decoded) write_decode_seeds(name, file.bytes);
     if (!file.decoded) write_file("decode/" + name, test::joined({query, file.bytes}));
     const std::int32_t code = IMGLOW_get_filetype_block(file.bytes.data(), file.bytes.size());
+    if (file.bytes.size() > 2 && file.bytes[0] == 'G' && file.bytes[1] == 'I') {
+      write_file("module/" + name, test::joined({Bytes{1, 0, 255}, file.bytes}));
+    }
     if (takes_pages(tq::dispatch::find_code(code))) {
       write_file("append/" + name, test::joined({{append_number(code), 0}, file.bytes}));
     }
@@ -134,6 +137,20 @@ void write_random_seeds() {
     // Small ones now and then: counts, rows, sides.
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
+    write_file("module/mixed_" + name, calls);
+  }
+}
+
+// Words of command lines, a zero byte between them.
+void write_options_seeds() {
+  const char* const lines[] = {"--code=12 -crop 1,2,30,40 a.bmp -o b.bmp", "-q -- -a.bmp --size",
+                               "--size 640x480 - 3x2147483647+-5+1", "--crop -1,-9,99999999999,1",
+                               "\x9b\xe2\x80\xae --output= --k\xc2\x9b"};
+  for (std::size_t i = 0; i < std::size(lines); ++i) {
+    const std::string_view line = lines[i];
+    Bytes words(line.begin(), line.end());
+    std::replace(words.begin(), words.end(), std::uint8_t{' '}, std::uint8_t{0});
+    write_file("options/" + std::to_string(i), words);
   }
 }
 
@@ -145,6 +162,7 @@ int main(int argc, char** argv) {
   write_saved_seeds();
   write_append_seeds();
   write_random_seeds();
+  write_options_seeds();
   write_corpus_seeds(argv[2]);
   return all_written ? 0 : 1;
 }
