@@ -2,15 +2,8 @@
 #include "core/context.h"
 
 namespace tq {
-namespace {
 
 constinit Context the_context;
-
-}  // namespace
-
-Context& context() {
-  return the_context;
-}
 
 Status report_progress(std::int32_t value) {
   const auto& progress = context().settings.progress;

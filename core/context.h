@@ -94,7 +94,11 @@ struct Context {
   MemoryState memory;
 };
 
-Context& context();
+// In place, because small queries ask a dozen times.
+extern constinit Context the_context;
+inline Context& context() {
+  return the_context;
+}
 
 // Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is
 // the result.
