@@ -11,6 +11,7 @@
 #include "formats/plugin/plugin.h"
 #include "formats/png/png.h"
 #include "formats/simple/simple.h"
+#include "formats/tiff/tiff.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -54,7 +55,9 @@ Status pages_unknown(StreamHandle /*stream*/) {
 constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_TIFF, .name = "tiff", .title = "TIFF", .ending = "tif", .variant = 1,
      .test = [](const Probe& p) { return p.has("MM") || p.has("II"); },
-     .find_variant = find_tiff_variant, .count_pages = pages_unknown, .traits = kMultiPage | kByName},
+     .find_variant = find_tiff_variant,
+     .decode = tiff::decode_tiff, .read_depths = depths(1, 4, 8, 16, 24, 32),
+     .count_pages = tiff::count_tiff_pages, .traits = kMultiPage | kByName},
     {.code = IMG_TYPE_GIF, .name = "gif", .title = "GIF", .ending = "gif",
      .test = [](const Probe& p) { return p.has("GIF"); },
      .find_variant = find_gif_variant,

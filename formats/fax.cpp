@@ -35,40 +35,8 @@ class StripPieces {
   GlobalBlock reversed_;
 };
 
-// Hands decoded rows to a sink, as run lists if they can be.
-class RowDelivery {
- public:
-  Status open(std::int32_t width, FaxRows rows) {
-    width_ = width;
-    as_runs_ = rows == FaxRows::runs && width <= kWidestRuns;
-    if (as_runs_) TQ_TRY(list_.allocate(std::int64_t{width} + 1 + kTerminators + 1));
-    return bits_.allocate(row_bytes(width, 1));
-  }
-
-  Status deliver(std::span<const std::int32_t> transitions, const RowSink& sink, std::int32_t y) {
-    std::size_t words = 1 + transitions.size() + kTerminators;
-    if (2 * words == bits_.size()) ++words;  // that size would say bits
-    if (!as_runs_ || words > kMostWords) {
-      transitions_to_bits(transitions, width_, bits_.pixels());
-      return sink.row(bits_.pixels(), y);
-    }
-    std::uint16_t* at = list_.data();
-    *at++ = word(2 * words);
-    for (const std::int32_t position : transitions) *at++ = word(position);
-    at = std::fill_n(at, 3, word(width_));
-    std::fill(at, list_.data() + words, word(width_ + 2));
-    return sink.row({reinterpret_cast<const std::uint8_t*>(list_.data()), 2 * words}, y);
-  }
-
- private:
-  static constexpr int kTerminators = 6;             // of a run list
-  static constexpr std::size_t kMostWords = 0x7FFF;  // the first is the list's length in bytes
-
-  std::int32_t width_ = 0;
-  bool as_runs_ = false;
-  RowBuffer<std::uint16_t> list_;
-  RowBuffer<std::uint8_t> bits_;
-};
+constexpr int kTerminators = 6;             // of a run list
+constexpr std::size_t kMostWords = 0x7FFF;  // the first is the list's length in bytes
 
 // Asks a supplier for rows, and gives them to the encoder.
 class SuppliedRows {
@@ -109,20 +77,63 @@ class SuppliedRows {
 
 }  // namespace
 
+Status FaxRowDelivery::open(std::int32_t width, FaxRows rows, bool inverted) {
+  width_ = width;
+  inverted_ = inverted;
+  as_runs_ = rows == FaxRows::runs && width <= kWidestRuns;
+  if (inverted) TQ_TRY(flipped_.allocate(std::int64_t{width} + 1));
+  if (as_runs_) TQ_TRY(list_.allocate(std::int64_t{width} + 1 + kTerminators + 2));
+  return bits_.allocate(row_bytes(width, 1));
+}
+
+Status FaxRowDelivery::deliver(std::span<const std::int32_t> transitions, const RowSink& sink,
+                               std::int32_t y) {
+  if (inverted_) {  // the row changes where it begins, or does no more
+    if (!transitions.empty() && transitions[0] == 0) {
+      transitions = transitions.subspan(1);
+    } else {
+      flipped_[0] = 0;
+      std::copy(transitions.begin(), transitions.end(), flipped_.data() + 1);
+      transitions = flipped_.pixels().first(transitions.size() + 1);
+    }
+  }
+  std::size_t words = 1 + transitions.size() + kTerminators;
+  if (2 * words == bits_.size()) ++words;  // that size would say bits
+  if (!as_runs_ || words > kMostWords) {
+    transitions_to_bits(transitions, width_, bits_.pixels());
+    return sink.row(bits_.pixels(), y);
+  }
+  std::uint16_t* at = list_.data();
+  *at++ = word(2 * words);
+  for (const std::int32_t position : transitions) *at++ = word(position);
+  at = std::fill_n(at, 3, word(width_));
+  std::fill(at, list_.data() + words, word(width_ + 2));
+  return sink.row({reinterpret_cast<const std::uint8_t*>(list_.data()), 2 * words}, y);
+}
+
+Status FaxDecoder::open(const ccitt::Coding& coding, std::int32_t width, FaxRows delivery,
+                        bool inverted) {
+  TQ_TRY(decoder_.open(coding, width));
+  return rows_.open(width, delivery, inverted);
+}
+
+Status FaxDecoder::decode(coding::PieceSource data, std::int32_t first_row, std::int32_t rows,
+                          const RowSink& sink) {
+  decoder_.start(data);
+  std::int32_t y = 0;
+  for (; y < rows && decoder_.next_row(); ++y) {
+    TQ_TRY(rows_.deliver(decoder_.row(), sink, first_row + y));
+  }
+  return Status::from_raw(y);
+}
+
 Status decode_fax_strip(ChunkReader& input, std::int64_t limit, const FaxStrip& strip,
                         FaxRows delivery, const RowSink& sink) {
   StripPieces pieces(input, limit);
   TQ_TRY(pieces.open(strip.lsb_first));
-  ccitt::Decoder decoder;
-  TQ_TRY(decoder.open(strip.coding, strip.width));
-  RowDelivery rows;
-  TQ_TRY(rows.open(strip.width, delivery));
-  decoder.start(coding::PieceSource::of(pieces));
-  std::int32_t y = 0;
-  for (; y < strip.rows && decoder.next_row(); ++y) {
-    TQ_TRY(rows.deliver(decoder.row(), sink, strip.first_row + y));
-  }
-  return Status::from_raw(y);
+  FaxDecoder decoder;
+  TQ_TRY(decoder.open(strip.coding, strip.width, delivery));
+  return decoder.decode(coding::PieceSource::of(pieces), strip.first_row, strip.rows, sink);
 }
 
 Status encode_fax_strip(StreamWriter& out, const FaxStrip& strip, const RowSupplier& supplier) {

@@ -25,6 +25,7 @@ enum class Layout : std::uint8_t {
   bit_planes_3,  // one plane behind the other, the lowest bits first
   bit_planes_4,
   grey16_be,
+  grey16_le,
   rgb555,  // words, low byte first: from the low bits on blue, green, red
   rgb565,
   rgb_planes,
@@ -33,7 +34,7 @@ enum class Layout : std::uint8_t {
   rgbx,
   xrgb,
   xbgr,
-  cmyk,
+  cmyk,  // as it is, or as colours
   grey_alpha,  // becomes what it looks like on white
   rgba,
 };

@@ -1,0 +1,75 @@
+// PackBits: a count and so many bytes, or a count and one byte to be repeated (TIFF 6.0, section 9).
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+
+#include "coding/bits.h"
+
+namespace tq::packbits {
+
+// Runs may go on from one read into the next.
+class Decoder {
+ public:
+  void start(coding::PieceSource data) {
+    data_ = data;
+    piece_ = {};
+    left_ = 0;
+  }
+
+  // How many bytes there were; fewer at the end of the data.
+  std::ptrdiff_t read(std::span<std::uint8_t> bytes) {
+    std::uint8_t* to = bytes.data();
+    std::uint8_t* const end = to + bytes.size();
+    while (to != end && (left_ > 0 || next_run())) {
+      std::ptrdiff_t count = std::min<std::ptrdiff_t>(left_, end - to);
+      if (is_run_) {
+        std::fill_n(to, count, value_);
+      } else {
+        if (!more()) break;
+        count = std::min(count, std::ssize(piece_));
+        std::copy_n(piece_.begin(), count, to);
+        piece_ = piece_.subspan(count);
+      }
+      to += count;
+      left_ -= count;
+    }
+    return to - bytes.data();
+  }
+
+ private:
+  static constexpr int kNothing = 128;
+
+  // Whether there is a byte.
+  bool more() {
+    if (piece_.empty()) piece_ = data_.next();
+    return !piece_.empty();
+  }
+  int next_byte() {
+    if (!more()) return -1;
+    const int value = piece_.front();
+    piece_ = piece_.subspan(1);
+    return value;
+  }
+  bool next_run() {
+    int count = kNothing;
+    while (count == kNothing) count = next_byte();
+    if (count < 0) return false;
+    is_run_ = count > kNothing;
+    left_ = is_run_ ? 257 - count : count + 1;
+    if (!is_run_) return true;
+    const int value = next_byte();
+    value_ = byte(value);
+    if (value < 0) left_ = 0;
+    return value >= 0;
+  }
+
+  coding::PieceSource data_;
+  std::span<const std::uint8_t> piece_{};
+  std::ptrdiff_t left_ = 0;  // of the run, or of the bytes behind a count
+  bool is_run_ = false;
+  std::uint8_t value_ = 0;
+};
+
+}  // namespace tq::packbits

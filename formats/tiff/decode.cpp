@@ -1,0 +1,96 @@
+// A page to a row sink, and the small questions about files.
+#include "formats/tiff/samples.h"
+#include "formats/tiff/tiff.h"
+
+namespace tq::tiff {
+namespace {
+
+Status open_page(StreamHandle stream, std::int32_t start, std::int32_t number, File& file,
+                 Page& page) {
+  TQ_TRY(file.open(stream, start));
+  std::int64_t directory = 0;
+  TQ_TRY(file.find_page(number, directory));
+  return read_page(file, directory, page);
+}
+
+// Strips of a facsimile become run lists without being drawn.
+Status decode_fax_strips(const File& file, Page& page, const formats::RowSink& sink) {
+  formats::FaxDecoder decoder;
+  TQ_TRY(open_fax(page, formats::FaxRows::runs, decoder));
+  CodedPieces pieces;
+  TQ_TRY(pieces.open(file, page.low_bit_first));
+  for (std::int64_t strip = 0; strip < page.chunks.down; ++strip) {
+    const auto index = static_cast<std::uint64_t>(strip);
+    const Chunk chunk = find_chunk(file, page, index, 0);
+    if (index >= page.chunks.offsets.count()) break;
+    const std::int64_t first = strip * page.chunks.height;
+    const std::int64_t rows = std::min<std::int64_t>(page.chunks.height, page.height - first);
+    pieces.start(chunk);
+    TQ_TRY(decoder.decode(coding::PieceSource::of(pieces), static_cast<std::int32_t>(first),
+                          static_cast<std::int32_t>(rows), sink));
+  }
+  return kOk;
+}
+
+Status decode_rows(const File& file, Page& page, Samples& samples, const formats::RowSink& sink) {
+  TQ_TRY(samples.allocate());
+  PageRows rows;
+  TQ_TRY(rows.open(file, page, nullptr));
+  const BitmapInfoHeader& header = samples.image().header;
+  RowBuffer<std::uint8_t> image_row;
+  TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  while (true) {
+    Row row;
+    std::int64_t y = 0;
+    TQ_TRY(rows.next(row, y));
+    if (row.empty()) return kOk;
+    for (int i = 0; i < page.v; ++i) {
+      const std::int64_t line = y * page.v + i;
+      if (line >= page.height) break;
+      samples.convert(row, i, image_row.pixels());
+      TQ_TRY(sink.row(image_row.pixels(), static_cast<std::int32_t>(line)));
+    }
+  }
+}
+
+}  // namespace
+
+Status decode_tiff(const formats::DecodeRequest& request) {
+  File file;
+  Page page;
+  TQ_TRY(open_page(request.stream, request.start(), std::max(request.page, 0), file, page));
+  Samples samples;
+  TQ_TRY(samples.choose(file, page));
+  HeaderBlock image = samples.image();
+  TQ_TRY(request.sink.header(image));
+  if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);
+  return decode_rows(file, page, samples, request.sink);
+}
+
+Status count_tiff_pages(StreamHandle stream) {
+  File file;
+  TQ_TRY(file.open(stream, position(stream)));
+  return file.count_pages();
+}
+
+Status find_tiff_coding(StreamHandle stream) {
+  File file;
+  TQ_TRY(file.open(stream, position(stream)));
+  std::int64_t directory = 0;
+  TQ_TRY(file.find_page(0, directory));
+  std::uint64_t coding = kUncoded;
+  file.for_each_entry(directory, [&](const Entry& entry) {
+    if (entry.tag == kCompression) coding = Numbers(file, entry).at(0, 0);
+    return entry.tag != kCompression;
+  });
+  return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding)) : StatusCode::unsupported;
+}
+
+Status find_tiff_orientation(StreamHandle stream) {
+  File file;
+  Page page;
+  const Status opened = open_page(stream, position(stream), 0, file, page);
+  return opened.ok() ? Status::from_raw(page.orientation) : opened;
+}
+
+}  // namespace tq::tiff

@@ -1,0 +1,196 @@
+// Headers, links and values, in either byte order and with either size of offsets.
+#include "formats/tiff/file.h"
+
+#include <bit>
+#include <cmath>
+
+namespace tq::tiff {
+namespace {
+
+constexpr int kVersion = 42, kBigVersion = 43;
+
+}  // namespace
+
+int type_bytes(int type) {
+  constexpr std::array<std::uint8_t, 19> kBytes = {0, 1, 1, 2, 4, 8, 1, 1, 2, 4,
+                                                   8, 4, 8, 4, 0, 0, 8, 8, 8};
+  return type < std::ssize(kBytes) ? kBytes[type] : 0;
+}
+
+Status File::open(StreamHandle stream, std::int32_t start) {
+  stream_ = stream;
+  start_ = start;
+  std::array<std::uint8_t, 16> header{};
+  read_some(start, std::span(header).first(8));
+  big_endian_ = header[0] == 'M';
+  const bool ordered = header[0] == header[1] && (header[0] == 'M' || header[0] == 'I');
+  const int version = u16(&header[2]);
+  is_big_ = version == kBigVersion && u16(&header[4]) == 8 && u16(&header[6]) == 0;
+  return ordered && (version == kVersion || is_big_) ? StatusCode::ok : StatusCode::bad_image;
+}
+
+std::int32_t File::read_some(std::int64_t position, std::span<std::uint8_t> bytes) const {
+  return seek_to(stream_, position).ok() ? read_fully(stream_, bytes) : 0;
+}
+
+File::Step File::follow(std::int64_t link) const {
+  std::array<std::uint8_t, 8> bytes{};
+  Step step;
+  if (!read_at(link, std::span(bytes).first(link_bytes()))) return step;
+  const std::uint64_t offset = offset_from(bytes.data());
+  step.ends = offset == 0;
+  const std::int64_t position = position_of(offset);
+  if (position < 0 || !read_at(position, std::span(bytes).first(count_bytes()))) return step;
+  const std::int64_t entries = entries_of(bytes.data());
+  if (entries == 0) return step;
+  step.position = position;
+  step.link = position + count_bytes() + entries * entry_bytes();
+  return step;
+}
+
+// Brent's search for a cycle needs no memory and a few reads for each page.
+Status File::count_pages() const {
+  const Step first = follow(first_link());
+  if (first.position < 0) return StatusCode::bad_image;
+  Step mark = first, step = follow(first.link);
+  std::int32_t pages = 1, cycle = 1, power = 1;
+  for (; step.position >= 0 && step.position != mark.position; ++pages, ++cycle) {
+    if (cycle == power) {
+      mark = step;
+      power *= 2;
+      cycle = 0;
+    }
+    step = follow(step.link);
+  }
+  if (step.position < 0) return Status::from_raw(pages);
+  // The chain comes back: its pages are those before the cycle and those in it.
+  Step ahead = first, behind = first;
+  for (std::int32_t i = 0; i < cycle; ++i) ahead = follow(ahead.link);
+  for (pages = cycle; ahead.position != behind.position; ++pages) {
+    ahead = follow(ahead.link);
+    behind = follow(behind.link);
+  }
+  return Status::from_raw(pages);
+}
+
+Status File::find_page(std::int32_t page, std::int64_t& position) const {
+  Step step = follow(first_link());
+  if (step.position < 0) return StatusCode::bad_image;
+  bool counted = false;
+  for (std::int32_t i = 0; i < page; ++i) {
+    const std::int64_t before = step.position;
+    step = follow(step.link);
+    if (step.position < 0) return StatusCode::page_past_end;
+    // Only a chain that leads back can come to a page twice.
+    if (step.position <= before && !counted) {
+      if (count_pages().raw() <= page) return StatusCode::page_past_end;
+      counted = true;
+    }
+  }
+  position = step.position;
+  return kOk;
+}
+
+Status File::find_last_link(std::int64_t& position, std::int32_t& pages) const {
+  const Status counted = count_pages();
+  TQ_TRY(counted);
+  pages = counted.raw();
+  Step step = follow(first_link());
+  for (std::int32_t i = 1; i < pages; ++i) step = follow(step.link);
+  position = step.link;
+  return follow(step.link).ends ? StatusCode::ok : StatusCode::bad_image;
+}
+
+Entry File::entry_from(const std::uint8_t* bytes, std::int64_t at) const {
+  Entry entry{.tag = u16(bytes), .type = u16(bytes + 2)};
+  const int value = is_big_ ? 12 : 8;  // where it lies
+  const std::uint64_t count = is_big_ ? u64(bytes + 4) : u32(bytes + 4);
+  const int size = type_bytes(entry.type);
+  if (size == 0 || count > INT32_MAX) return entry;
+  entry.count = count;
+  entry.is_in_place = count * size <= std::uint64_t(link_bytes());
+  if (entry.is_in_place) {
+    entry.position = at + value;
+    std::copy_n(bytes + value, link_bytes(), entry.in_place.begin());
+  } else {
+    entry.position = position_of(offset_from(bytes + value));
+  }
+  return entry;
+}
+
+const std::uint8_t* Numbers::bytes_of(std::uint64_t i) {
+  if (i >= entry_.count) return nullptr;
+  const std::uint64_t size = type_bytes(entry_.type);
+  if (entry_.is_in_place) return &entry_.in_place[i * size];
+  if (i - first_ >= held_) {  // before the window, too
+    const std::uint64_t wanted = std::min(entry_.count - i, window_.size() / size);
+    const std::int64_t at = entry_.position < 0 ? -1 : entry_.position + std::int64_t(i * size);
+    const std::uint64_t read = file_->read_some(at, std::span(window_).first(wanted * size));
+    first_ = i;
+    held_ = read / size;
+    if (held_ == 0) {
+      entry_.count = i;  // asked for no more
+      return nullptr;
+    }
+  }
+  return &window_[(i - first_) * size];
+}
+
+std::uint64_t Numbers::at(std::uint64_t i, std::uint64_t fallback) {
+  const std::uint8_t* const bytes = bytes_of(i);
+  if (bytes == nullptr) return fallback;
+  const auto positive = [&](std::int64_t value) {
+    return value < 0 ? fallback : static_cast<std::uint64_t>(value);
+  };
+  switch (entry_.type) {
+    case kByte:
+    case kUndefined:
+      return bytes[0];
+    case kSByte:
+      return positive(static_cast<std::int8_t>(bytes[0]));
+    case kShort:
+      return file_->u16(bytes);
+    case kSShort:
+      return positive(static_cast<std::int16_t>(file_->u16(bytes)));
+    case kLong:
+    case kIfd:
+      return file_->u32(bytes);
+    case kSLong:
+      return positive(static_cast<std::int32_t>(file_->u32(bytes)));
+    case kLong8:
+    case kIfd8:
+      return file_->u64(bytes);
+    case kSLong8:
+      return positive(static_cast<std::int64_t>(file_->u64(bytes)));
+    default:
+      return fallback;
+  }
+}
+
+double Numbers::real_at(std::uint64_t i) {
+  const std::uint8_t* const bytes = bytes_of(i);
+  if (bytes == nullptr) return 0;
+  double value = 0;
+  switch (entry_.type) {
+    case kRational: {
+      const std::uint32_t below = file_->u32(bytes + 4);
+      return below == 0 ? 0 : file_->u32(bytes) / static_cast<double>(below);
+    }
+    case kSRational: {
+      const auto above = static_cast<std::int32_t>(file_->u32(bytes));
+      const auto below = static_cast<std::int32_t>(file_->u32(bytes + 4));
+      return below == 0 ? 0 : above / static_cast<double>(below);
+    }
+    case kFloat:
+      value = std::bit_cast<float>(file_->u32(bytes));
+      break;
+    case kDouble:
+      value = std::bit_cast<double>(file_->u64(bytes));
+      break;
+    default:
+      value = static_cast<double>(at(i));
+  }
+  return std::isfinite(value) ? value : 0;
+}
+
+}  // namespace tq::tiff

@@ -1,0 +1,198 @@
+// Strips are read row by row, one beside the other when planes are apart; tiles a band at a time.
+#include "formats/tiff/rows.h"
+
+namespace tq::tiff {
+namespace {
+
+// Copies `bits` bits to bit `first` of `to`, whose bits from there on are 0.
+void put_bits(Bytes from, std::int64_t bits, std::int64_t first, Row to) {
+  const int shift = static_cast<int>(first % 8);
+  std::uint8_t* at = to.data() + first / 8;
+  for (std::int64_t i = 0; i < bits; i += 8, ++at) {
+    const std::int64_t left = bits - i;
+    const int value = from[static_cast<std::size_t>(i / 8)] & (left < 8 ? 0xFF00 >> left : 0xFF);
+    at[0] = byte(at[0] | value >> shift);
+    if (shift + left > 8 && shift > 0) at[1] = byte(value << (8 - shift));
+  }
+}
+
+// Predictor 2: a sample is the difference to that of the pixel before.
+template <int kBytes>
+void add_samples(const File& file, Row row, int samples) {
+  for (std::ptrdiff_t i = samples * kBytes; i + kBytes <= std::ssize(row); i += kBytes) {
+    std::uint8_t* const at = &row[i];
+    const std::uint8_t* const before = at - samples * kBytes;
+    if constexpr (kBytes == 1) {
+      *at = byte(*at + *before);
+    } else if constexpr (kBytes == 2) {
+      const std::uint16_t sum = word(file.u16(at) + file.u16(before));
+      file.big_endian() ? store_be16(at, sum) : store_le16(at, sum);
+    } else {
+      const std::uint32_t sum = file.u32(at) + file.u32(before);
+      file.big_endian() ? store_be32(at, sum) : store_le32(at, sum);
+    }
+  }
+}
+
+void add_differences(const File& file, const Page& page, Row row) {
+  const int samples = page.planes_apart ? 1 : page.samples;
+  if (page.bits == 8) add_samples<1>(file, row, samples);
+  if (page.bits == 16) add_samples<2>(file, row, samples);
+  if (page.bits == 32) add_samples<4>(file, row, samples);
+}
+
+ccitt::Coding fax_coding(const Page& page) {
+  constexpr std::uint32_t kTwoDimensional = 1;
+  if (page.coding == kHuffman) return {.scheme = ccitt::Scheme::huffman};
+  if (page.coding == kGroup4) return {.scheme = ccitt::Scheme::group4};
+  const bool both = (page.t4_options & kTwoDimensional) != 0;
+  return {.scheme = both ? ccitt::Scheme::group3_2d : ccitt::Scheme::group3_1d};
+}
+
+}  // namespace
+
+Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder& decoder) {
+  const auto width = static_cast<std::int32_t>(std::min<std::int64_t>(page.chunks.width, INT32_MAX));
+  const bool black_is_zero = page.photometric != Photometric::white_is_zero;
+  return decoder.open(fax_coding(page), width, delivery, black_is_zero);
+}
+
+RowShape::RowShape(const Page& page) : h(page.h), v(page.v) {
+  const bool subsampled = h * v > 1;
+  planes = page.planes_apart ? page.colours + (page.alpha != Alpha::none ? 1 : 0) : 1;
+  unit_bits = subsampled          ? (h * v + 2) * page.bits
+              : page.planes_apart ? page.bits
+                                  : page.bits * page.samples;
+  plane_bytes = bytes_for(page.width);
+}
+
+Status PageRows::open(const File& file, Page& page, const Coder* lzw) {
+  file_ = &file;
+  page_ = &page;
+  shape_ = RowShape(page);
+  const Chunks& chunks = page.chunks;
+  const std::int64_t rows = chunks.tiled ? std::min<std::int64_t>(chunks.height, page.height) : 1;
+  const std::int64_t row = shape_.plane_bytes * shape_.planes;
+  if (row > INT32_MAX) return StatusCode::out_of_memory;
+  TQ_TRY(rows_.allocate(row * shape_.rows(rows)));
+  if (page.is_fax()) TQ_TRY(open_fax(page, formats::FaxRows::bits, fax_));
+  const int coders = chunks.tiled ? 1 : shape_.planes;
+  for (int i = 0; i < coders; ++i) {
+    TQ_TRY(planes_[i].open(file, page, shape_.plane_bytes, lzw));
+  }
+  return kOk;
+}
+
+Chunk PageRows::chunk(std::int64_t across, int plane) {
+  const Chunks& chunks = page_->chunks;
+  const std::int64_t of_plane = chunks.across * chunks.down;  // below 2^62
+  const std::int64_t index = down_ * chunks.across + across;
+  const std::int64_t bytes = shape_.bytes_for(chunks.width);
+  // A chunk that is too large for this is taken as it is.
+  const std::int64_t whole =
+      bytes < INT32_MAX ? bytes * std::min<std::int64_t>(chunks.height, INT32_MAX) : 0;
+  return find_chunk(*file_, *page_, static_cast<std::uint64_t>(of_plane) * plane + index, whole);
+}
+
+Row PageRows::row_at(std::int64_t row, int plane) const {
+  const std::int64_t at = (row * shape_.planes + plane) * shape_.plane_bytes;
+  return rows_.pixels().subspan(static_cast<std::size_t>(at),
+                                static_cast<std::size_t>(shape_.plane_bytes));
+}
+
+void PageRows::start_strip() {
+  for (int i = 0; i < shape_.planes; ++i) planes_[i].start(chunk(0, i));
+}
+
+// Whether any plane has something of it.
+bool PageRows::read_strip_row() {
+  bool any = false;
+  for (int i = 0; i < shape_.planes; ++i) {
+    const Bytes read = planes_[i].read(static_cast<std::ptrdiff_t>(shape_.plane_bytes));
+    const Row row = row_at(0, i);
+    std::copy(read.begin(), read.end(), row.begin());
+    std::fill(row.begin() + std::ssize(read), row.end(), std::uint8_t{0});
+    if (page_->differences) add_differences(*file_, *page_, row.first(read.size()));
+    any = any || !read.empty();
+  }
+  return any;
+}
+
+Status PageRows::load_tile(std::int64_t across, int plane) {
+  const Chunks& chunks = page_->chunks;
+  const std::int64_t first = across * shape_.units(chunks.width) * shape_.unit_bits;
+  const std::int64_t pixels = std::min(chunks.width, page_->width - across * chunks.width);
+  const std::int64_t bits = shape_.units(pixels) * shape_.unit_bits;
+  const std::int64_t rows = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
+  CodedBytes& coded = planes_[0];
+  coded.start(chunk(across, plane));
+  if (page_->is_fax()) {
+    struct Place {
+      PageRows* rows;
+      std::int64_t first, bits;
+      static std::int32_t IMG_CB_C put(void* row, void* context, std::int32_t y, std::int32_t bytes) {
+        const Place& place = *static_cast<Place*>(context);
+        const Bytes from(static_cast<std::uint8_t*>(row), static_cast<std::size_t>(bytes));
+        put_bits(from, place.bits, place.first, place.rows->row_at(y, 0));
+        return 0;
+      }
+    } place{this, first, bits};
+    const Status read = fax_.decode(coding::PieceSource::of(coded.pieces()), 0,
+                                    static_cast<std::int32_t>(rows), {nullptr, Place::put, &place});
+    TQ_TRY(read);
+    there_ = std::max<std::int64_t>(there_, read.raw());
+    return kOk;
+  }
+  const std::int64_t used = (bits + 7) / 8;
+  for (std::int64_t y = 0; y < rows; ++y) {
+    const Bytes read = coded.read(static_cast<std::ptrdiff_t>(used));
+    if (read.empty()) break;
+    there_ = std::max(there_, y + 1);
+    const Row row = row_at(y, plane);
+    put_bits(read, std::min<std::int64_t>(bits, 8 * std::ssize(read)), first, row);
+    if (page_->differences) {
+      add_differences(*file_, *page_, row.subspan(static_cast<std::size_t>(first / 8), read.size()));
+    }
+    if (!coded.skip(shape_.bytes_for(chunks.width) - used)) break;
+  }
+  return kOk;
+}
+
+Status PageRows::load_band() {
+  std::fill(rows_.pixels().begin(), rows_.pixels().end(), std::uint8_t{0});
+  for (int plane = 0; plane < shape_.planes; ++plane) {
+    for (std::int64_t across = 0; across < page_->chunks.across; ++across) {
+      TQ_TRY(load_tile(across, plane));
+    }
+  }
+  return kOk;
+}
+
+Status PageRows::next(Row& row, std::int64_t& y) {
+  const Chunks& chunks = page_->chunks;
+  const std::int64_t chunk_rows = shape_.rows(chunks.height);
+  row = {};
+  while (true) {
+    const bool tiled = chunks.tiled;
+    if (row_ < there_ && (tiled || read_strip_row())) break;
+    if (++down_ >= chunks.down) return kOk;
+    // A few bytes may claim any number of strips.
+    const auto first = static_cast<std::uint64_t>(down_ * chunks.across);
+    if (first >= chunks.offsets.count()) return kOk;
+    row_ = there_ = 0;
+    if (tiled) {
+      TQ_TRY(load_band());
+    } else {
+      start_strip();
+      there_ = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
+    }
+  }
+  y = down_ * chunk_rows + row_;
+  row = rows_.pixels().subspan(
+      static_cast<std::size_t>(chunks.tiled ? row_ * shape_.planes * shape_.plane_bytes : 0),
+      static_cast<std::size_t>(shape_.planes * shape_.plane_bytes));
+  ++row_;
+  return kOk;
+}
+
+}  // namespace tq::tiff

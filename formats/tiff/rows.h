@@ -1,0 +1,58 @@
+// The rows of a page, put together from its strips or tiles.
+#pragma once
+
+#include "formats/fax.h"
+#include "formats/tiff/coded.h"
+
+namespace tq::tiff {
+
+inline constexpr int kMostPlanes = 5;  // four colours and alpha
+
+// What lies in a stored row: units of one pixel, or of some pixels with one sample of chrominance;
+// planes behind one another.
+struct RowShape {
+  RowShape() = default;
+  explicit RowShape(const Page& page);
+
+  std::int64_t bytes_for(std::int64_t pixels) const { return (units(pixels) * unit_bits + 7) / 8; }
+  std::int64_t units(std::int64_t pixels) const { return (pixels + h - 1) / h; }
+  std::int64_t rows(std::int64_t pixel_rows) const { return (pixel_rows + v - 1) / v; }
+
+  int h = 1, v = 1;    // pixels of a unit
+  int unit_bits = 1;   // in one plane
+  int planes = 1;      // of those that are of use
+  std::int64_t plane_bytes = 0;
+};
+
+// For the strips or tiles of a facsimile.
+Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder& decoder);
+
+class PageRows {
+ public:
+  Status open(const File& file, Page& page, const Coder* lzw);
+
+  // The next row that there is, numbered from the top of the page; `row` is empty behind the last.
+  // What a row lacks is 0.
+  Status next(Row& row, std::int64_t& y);
+
+  const RowShape& shape() const { return shape_; }
+
+ private:
+  Chunk chunk(std::int64_t across, int plane);
+  Row row_at(std::int64_t row, int plane) const;
+  void start_strip();
+  bool read_strip_row();
+  Status load_band();
+  Status load_tile(std::int64_t across, int plane);
+
+  const File* file_ = nullptr;
+  Page* page_ = nullptr;
+  RowShape shape_;
+  std::array<CodedBytes, kMostPlanes> planes_;
+  formats::FaxDecoder fax_;
+  RowBuffer<std::uint8_t> rows_;      // one, or those of a band of tiles
+  std::int64_t down_ = -1;            // the strip, or band of tiles, at work
+  std::int64_t row_ = 0, there_ = 0;  // the next row in it, and how many there are
+};
+
+}  // namespace tq::tiff

@@ -1,0 +1,18 @@
+// TIFF files (TIFF 6.0 and its technical notes; BigTIFF): pages of every arrangement.
+#pragma once
+
+#include "formats/codec.h"
+
+namespace tq::tiff {
+
+// Rows as the file has them, whatever its orientation says. page_past_end behind the last page. A
+// page whose data are damaged keeps the rows that could be read.
+Status decode_tiff(const formats::DecodeRequest& request);
+
+// These look at what begins at the stream's position. bad_image when that is no TIFF file, or has
+// no page.
+Status count_tiff_pages(StreamHandle stream);
+Status find_tiff_coding(StreamHandle stream);       // the first page's, as its tag says it
+Status find_tiff_orientation(StreamHandle stream);  // 1 to 8
+
+}  // namespace tq::tiff
