@@ -21,6 +21,7 @@ foreach(layer core io pixels coding formats process dispatch api)
     list(APPEND TQ_LAYERS tq_${layer})
   endif()
 endforeach()
+target_link_libraries(tq_coding PRIVATE tq_png)
 target_link_libraries(tq_formats PRIVATE tq_png)
 list(APPEND TQ_LAYERS tq_png)  # for what links the objects
 

@@ -1,4 +1,4 @@
-# The PNG codec: libpng and zlib of the system, or, where Debian has none for the target, static ones
+# The PNG codec and deflate: libpng and zlib of the system, or, where Debian has none for the target, static ones
 # that tools/build_png.sh builds from Debian's sources.
 
 option(TQ_PNG "PNG codec, over libpng" ON)
@@ -18,6 +18,7 @@ if(TQ_PNG)
   list(APPEND TQ_FORMATS_SOURCES
     formats/png/library.cpp
     formats/png/png.cpp)
+  list(APPEND TQ_CODING_SOURCES coding/deflate.cpp)
   list(APPEND TQ_FORMATS_TESTS tests/formats/png_test.cpp)
   if(WIN32)
     tq_find_built_png(win32)
@@ -30,6 +31,7 @@ if(TQ_PNG)
   endif()
 else()
   list(APPEND TQ_FORMATS_SOURCES formats/png/none.cpp)
+  list(APPEND TQ_CODING_SOURCES coding/deflate_none.cpp)
   add_library(tq_png INTERFACE)
 endif()
 if(TQ_LIBFUZZER)

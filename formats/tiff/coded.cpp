@@ -2,6 +2,14 @@
 #include "formats/tiff/coded.h"
 
 namespace tq::tiff {
+namespace {
+
+// The low four bits of a zlib stream's first byte are 8.
+bool is_turned_deflate(int first) {
+  return (first & 15) != 8 && (first >> 4) == 1;
+}
+
+}  // namespace
 
 Status CodedPieces::open(const File& file, bool turned) {
   file_ = &file;
@@ -43,10 +51,21 @@ Status CodedBytes::open(const File& file, const Page& page, std::int64_t most_by
   return pieces_.open(file, page.low_bit_first);
 }
 
-void CodedBytes::start(const Chunk& chunk) {
+Status CodedBytes::start(const Chunk& chunk) {
   pieces_.start(chunk);
   piece_ = {};
-  if (page_->coding == kPackBits) packbits_.start(coding::PieceSource::of(pieces_));
+  const auto data = coding::PieceSource::of(pieces_);
+  switch (page_->coding) {
+    case kPackBits:
+      packbits_.start(data);
+      return kOk;
+    case kDeflate:
+    case kOldDeflate:
+      pieces_.turn(is_turned_deflate(pieces_.first_byte()));
+      return deflate_.start(data);
+    default:
+      return kOk;
+  }
 }
 
 std::ptrdiff_t CodedBytes::read_plain(Row bytes) {
@@ -109,6 +128,9 @@ std::ptrdiff_t CodedBytes::read_into(Row bytes) {
   switch (page_->coding) {
     case kPackBits:
       return packbits_.read(bytes);
+    case kDeflate:
+    case kOldDeflate:
+      return deflate_.read(bytes);
     case kThunderScan:
       return read_thunder_row(bytes);
     default:

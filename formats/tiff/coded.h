@@ -1,6 +1,7 @@
 // The bytes of strips and tiles, decoded: of every coding but those for facsimiles and for JPEG.
 #pragma once
 
+#include "coding/deflate.h"
 #include "coding/packbits.h"
 #include "core/memory.h"
 #include "formats/tiff/page.h"
@@ -48,7 +49,7 @@ class CodedBytes {
   bool skip(std::int64_t bytes);
 
   CodedPieces& pieces() { return pieces_; }  // for coders of rows
-  void start(const Chunk& chunk);
+  Status start(const Chunk& chunk);
 
   // The next so many bytes, valid until the next call; fewer at the end of the data.
   Bytes read(std::ptrdiff_t bytes);
@@ -63,6 +64,7 @@ class CodedBytes {
   CodedPieces pieces_;
   Bytes piece_{};  // what is left of it
   packbits::Decoder packbits_;
+  deflate::Decoder deflate_;
   RowBuffer<std::uint8_t> bytes_;
 };
 

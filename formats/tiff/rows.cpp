@@ -100,8 +100,9 @@ Row PageRows::row_at(std::int64_t row, int plane) const {
                                 static_cast<std::size_t>(shape_.plane_bytes));
 }
 
-void PageRows::start_strip() {
-  for (int i = 0; i < shape_.planes; ++i) planes_[i].start(chunk(0, i));
+Status PageRows::start_strip() {
+  for (int i = 0; i < shape_.planes; ++i) TQ_TRY(planes_[i].start(chunk(0, i)));
+  return kOk;
 }
 
 // Whether any plane has something of it.
@@ -125,7 +126,7 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
   const std::int64_t bits = shape_.units(pixels) * shape_.unit_bits;
   const std::int64_t rows = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
   CodedBytes& coded = planes_[0];
-  coded.start(chunk(across, plane));
+  TQ_TRY(coded.start(chunk(across, plane)));
   if (page_->is_fax()) {
     struct Place {
       PageRows* rows;
@@ -183,7 +184,7 @@ Status PageRows::next(Row& row, std::int64_t& y) {
     if (tiled) {
       TQ_TRY(load_band());
     } else {
-      start_strip();
+      TQ_TRY(start_strip());
       there_ = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
     }
   }

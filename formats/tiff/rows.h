@@ -40,7 +40,7 @@ class PageRows {
  private:
   Chunk chunk(std::int64_t across, int plane);
   Row row_at(std::int64_t row, int plane) const;
-  void start_strip();
+  Status start_strip();
   bool read_strip_row();
   Status load_band();
   Status load_tile(std::int64_t across, int plane);

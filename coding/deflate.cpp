@@ -1,0 +1,70 @@
+// zlib, with memory of the library's own, and pieces of data.
+#include "coding/deflate.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <climits>
+#include <new>
+
+namespace tq::deflate {
+namespace {
+
+void* allocate(void* /*context*/, unsigned items, unsigned bytes) {
+  return alloc_block(std::uint64_t{items} * bytes);
+}
+void release(void* /*context*/, void* block) {
+  free_block(block);
+}
+
+z_stream& zlib(const GlobalBlock& block) {
+  return *reinterpret_cast<z_stream*>(block.data());
+}
+
+}  // namespace
+
+Decoder::~Decoder() {
+  if (stream_.size() != 0) inflateEnd(&zlib(stream_));
+}
+
+Status Decoder::start(coding::PieceSource data) {
+  data_ = data;
+  ended_ = false;
+  if (stream_.size() != 0) {
+    z_stream& stream = zlib(stream_);
+    stream.avail_in = 0;
+    return inflateReset(&stream) == Z_OK ? StatusCode::ok : StatusCode::unsupported;
+  }
+  GlobalBlock block;
+  TQ_TRY(block.allocate(sizeof(z_stream)));
+  z_stream* const stream = new (block.data()) z_stream{};
+  stream->zalloc = allocate;
+  stream->zfree = release;
+  if (inflateInit(stream) != Z_OK) return StatusCode::out_of_memory;
+  // zlib's state knows its stream by the address, which stays.
+  stream_ = std::move(block);
+  return kOk;
+}
+
+std::ptrdiff_t Decoder::read(std::span<std::uint8_t> bytes) {
+  if (ended_) return 0;
+  z_stream& stream = zlib(stream_);
+  std::ptrdiff_t filled = 0;
+  while (filled < std::ssize(bytes) && !ended_) {
+    if (stream.avail_in == 0) {
+      const std::span<const std::uint8_t> piece = data_.next();
+      stream.next_in = const_cast<std::uint8_t*>(piece.data());
+      stream.avail_in = static_cast<unsigned>(piece.size());
+    }
+    const std::ptrdiff_t room = std::min<std::ptrdiff_t>(std::ssize(bytes) - filled, INT_MAX);
+    stream.next_out = bytes.data() + filled;
+    stream.avail_out = static_cast<unsigned>(room);
+    const bool had_input = stream.avail_in != 0;
+    const int result = inflate(&stream, Z_NO_FLUSH);
+    filled += room - stream.avail_out;
+    ended_ = result != Z_OK && (result != Z_BUF_ERROR || !had_input);
+  }
+  return filled;
+}
+
+}  // namespace tq::deflate

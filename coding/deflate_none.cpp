@@ -1,0 +1,14 @@
+// Of a build without zlib.
+#include "coding/deflate.h"
+
+namespace tq::deflate {
+
+Decoder::~Decoder() = default;
+Status Decoder::start(coding::PieceSource /*data*/) {
+  return StatusCode::unsupported;
+}
+std::ptrdiff_t Decoder::read(std::span<std::uint8_t> /*bytes*/) {
+  return 0;
+}
+
+}  // namespace tq::deflate
