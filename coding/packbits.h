@@ -72,4 +72,41 @@ class Decoder {
   std::uint8_t value_ = 0;
 };
 
+// How far behind `out` so many bytes are coded at most.
+constexpr std::int64_t most_bytes(std::int64_t bytes) {
+  return bytes + bytes / 128 + 1;
+}
+
+// Codes all of them by themselves; the end of the coded bytes. A run of two is worth a count of its
+// own only where no other bytes surround it.
+inline std::uint8_t* encode(std::span<const std::uint8_t> bytes, std::uint8_t* out) {
+  constexpr std::ptrdiff_t kMost = 128;
+  const std::uint8_t* from = bytes.data();
+  const std::uint8_t* const end = from + bytes.size();
+  const std::uint8_t* plain = from;  // bytes from here on stand for themselves
+  const auto put_plain = [&](const std::uint8_t* up_to) {
+    while (plain < up_to) {
+      const std::ptrdiff_t count = std::min(kMost, up_to - plain);
+      *out++ = byte(count - 1);
+      out = std::copy_n(plain, count, out);
+      plain += count;
+    }
+  };
+  while (from < end) {
+    const std::uint8_t* const limit = from + std::min(kMost, end - from);
+    const std::uint8_t* const behind =
+        std::find_if(from + 1, limit, [&](std::uint8_t next) { return next != *from; });
+    const std::ptrdiff_t count = behind - from;
+    if (count >= 3 || (count == 2 && plain == from)) {
+      put_plain(from);
+      *out++ = byte(257 - count);
+      *out++ = *from;
+      plain = behind;
+    }
+    from = behind;
+  }
+  put_plain(end);
+  return out;
+}
+
 }  // namespace tq::packbits

@@ -9,6 +9,17 @@ namespace tq::tiff {
 // page whose data are damaged keeps the rows that could be read.
 Status decode_tiff(const formats::DecodeRequest& request);
 
+// Adds a page to what begins at the position, or begins a file there; in memory always the latter.
+// Old pages can be read at any moment, because what leads to the new one is written last.
+Status encode_tiff(const formats::EncodeRequest& request);
+
+// wrong_depth for what the coding cannot hold.
+Status can_encode_tiff(const formats::EncodeRequest& request);
+
+// Whether a page can be added to what begins at the position, which stays: nothing at all, or a
+// file whose chain of pages ends well. bad_image if not; unsupported for BigTIFF.
+Status can_append_tiff(StreamHandle stream);
+
 // These look at what begins at the stream's position. bad_image when that is no TIFF file, or has
 // no page.
 Status count_tiff_pages(StreamHandle stream);
