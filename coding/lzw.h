@@ -1,8 +1,10 @@
-// LZW as GIF has it: codes for strings of pixels, which grow from 2 to 12 bits with what they can
-// stand for, the lowest bit of a byte first.
+// LZW: codes for strings of pixels, or of bytes, which grow to 12 bits with what they can stand for.
+// GIF packs them from the lowest bit of a byte on; TIFF (TIFF 6.0, section 13) from the highest, and
+// lets them grow one string early; old TIFF files are like GIF.
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -14,15 +16,11 @@ namespace tq::lzw {
 
 inline constexpr int kMostBits = 12;  // of a code
 inline constexpr int kCodes = 1 << kMostBits;
-inline constexpr coding::BitOrder kOrder = coding::BitOrder::lsb_first;
 
+// Tables and all, so that an object of it is a block of memory and nothing else.
+template <coding::BitOrder kOrder, bool kEarly>
 class Decoder {
  public:
-  Status open() {
-    TQ_TRY(strings_.allocate(kCodes));
-    return string_.allocate(kCodes + 1);
-  }
-
   // Pixels have 1 to 8 bits; the first codes have one more.
   void start(int pixel_bits, coding::PieceSource data) {
     reader_ = coding::BitReader<kOrder>(data);
@@ -53,7 +51,7 @@ class Decoder {
         spell(code, to += length);
       } else {
         spell(code, string_.data() + length);
-        rest_ = string_.pixels().first(length);
+        rest_ = std::span(string_).first(length);
       }
     }
     reader_ = reader;
@@ -100,7 +98,7 @@ class Decoder {
     added.length = word(before.length + 1);
     added.first = before.first;
     added.last = code == next_ ? before.first : strings[code].first;
-    if (++next_ == 1 << bits_ && bits_ < kMostBits) ++bits_;
+    if (++next_ + kEarly == 1 << bits_ && bits_ < kMostBits) ++bits_;
   }
   // Writes a string that ends there.
   void spell(int code, std::uint8_t* end) const {
@@ -112,21 +110,17 @@ class Decoder {
   }
 
   coding::BitReader<kOrder> reader_;
-  RowBuffer<String> strings_;             // by their codes
-  RowBuffer<std::uint8_t> string_;        // one that did not fit
+  std::array<String, kCodes> strings_;            // by their codes
+  std::array<std::uint8_t, kCodes + 1> string_;  // one that did not fit
   std::span<const std::uint8_t> rest_{};  // what is left of it
   int clear_ = 0, first_bits_ = 0;        // the code that forgets all; the one behind it ends
   int next_ = 0, bits_ = 0;               // the code of the next new string, bits of codes now
   int previous_ = -1;
 };
 
+template <coding::BitOrder kOrder, bool kEarly>
 class Encoder {
  public:
-  Status open() {
-    TQ_TRY(keys_.allocate(kSlots));
-    return codes_.allocate(kSlots);
-  }
-
   // Pixels have 2 to 8 bits.
   void start(int pixel_bits) {
     writer_ = {};
@@ -171,7 +165,7 @@ class Encoder {
     if (current_ >= 0) {
       writer_.put(current_, bits_);
       // The decoder takes this code for one more string.
-      if (next_ < kCodes && next_ == 1 << bits_) ++bits_;
+      if (next_ < kFull && next_ + kEarly == 1 << bits_) ++bits_;
     }
     writer_.put(clear_ + 1, bits_);
     writer_.align();
@@ -180,16 +174,17 @@ class Encoder {
 
  private:
   static constexpr int kSlots = 2 * kCodes;
+  static constexpr int kFull = kEarly ? kCodes - 2 : kCodes;  // codes; others clear as soon
 
   // A new string, or none any more.
   void learn(std::uint32_t key, std::uint32_t slot) {
-    if (next_ == kCodes) {
-      restart();
-      return;
+    if (next_ < kFull) {
+      if (next_ + kEarly == 1 << bits_) ++bits_;
+      keys_[slot] = key;
+      codes_[slot] = word(next_++);
+      if (!kEarly || next_ < kFull) return;
     }
-    if (next_ == 1 << bits_) ++bits_;
-    keys_[slot] = key;
-    codes_[slot] = word(next_++);
+    restart();
   }
   void restart() {
     writer_.put(clear_, bits_);
@@ -200,11 +195,17 @@ class Encoder {
 
   coding::BitWriter<kOrder> writer_;
   // Which code stands for a string's code and one more pixel. A key of 0 is a free slot.
-  RowBuffer<std::uint32_t> keys_;
-  RowBuffer<std::uint16_t> codes_;
+  std::array<std::uint32_t, kSlots> keys_;
+  std::array<std::uint16_t, kSlots> codes_;
   int clear_ = 0, first_bits_ = 0;  // the code that forgets all strings; the one behind it ends
   int next_ = 0, bits_ = 0;         // the code of the next new string, bits of codes now
   int current_ = -1;                // the code of the pixels that are not written yet
 };
+
+using GifDecoder = Decoder<coding::BitOrder::lsb_first, false>;
+using GifEncoder = Encoder<coding::BitOrder::lsb_first, false>;
+using TiffDecoder = Decoder<coding::BitOrder::msb_first, true>;
+using OldTiffDecoder = Decoder<coding::BitOrder::lsb_first, false>;
+using TiffEncoder = Encoder<coding::BitOrder::msb_first, true>;
 
 }  // namespace tq::lzw

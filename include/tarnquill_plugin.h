@@ -51,8 +51,50 @@ typedef int32_t(IMG_CALL* img_plugin_decode_fn)(uint32_t offset_or_page, img_row
 typedef int32_t(IMG_CALL* img_plugin_encode_fn)(int32_t stream, void* header_block,
                                                 img_supply_fn supply, void* save_context);
 
-/* Kept for a part of the library that does not exist: answers IMG_UNSUPPORTED. */
-typedef int32_t(IMG_CB_C* img_tiff_helper_fn)(void);
+/* How a module codes the bytes of TIFF strips. States are memory of the library's, aligned to 16
+ * bytes and used for one strip after the other.
+ *
+ *   size            of this struct
+ *   decoder_bytes,
+ *   encoder_bytes   of a state
+ *   begin_decode    begins a strip. `next` stores where the next coded bytes are, to stay until it is
+ *                   called again, and answers how many; 0 is the end. It is handed `context`
+ *   decode          the next `count` bytes of the strip to `bytes`. Answers how many there were:
+ *                   fewer at the end, or where the data make no sense
+ *   begin_encode    begins a strip
+ *   encode          codes so many bytes to `out`, which has room for 2 * count + 32. Answers how many
+ *                   coded bytes are complete
+ *   end_encode      the last of them, at most 32 */
+typedef int32_t(IMG_CB_C* img_next_piece_fn)(void* context, const void** bytes);
+typedef struct img_strip_coder {
+  uint32_t size;
+  int32_t decoder_bytes, encoder_bytes;
+  void(IMG_CB_C* begin_decode)(void* state, img_next_piece_fn next, void* context);
+  int32_t(IMG_CB_C* decode)(void* state, void* bytes, int32_t count);
+  void(IMG_CB_C* begin_encode)(void* state);
+  int32_t(IMG_CB_C* encode)(void* state, const void* bytes, int32_t count, void* out);
+  int32_t(IMG_CB_C* end_encode)(void* state, void* out);
+} img_strip_coder;
+
+/* What decode_tif and encode_tif hand to the library's TIFF codec: their own arguments, and a coder
+ * for the strips. The other call's fields are 0. A module that knows TIFF does not need it. */
+enum { IMG_TIFF_DECODE = 0, IMG_TIFF_ENCODE = 1 };
+typedef struct img_tiff_request {
+  uint32_t size; /* of this struct */
+  int32_t call;
+  int32_t stream;
+  uint32_t offset_or_page; /* decode_tif */
+  img_row_fn row;
+  void* sink_context;
+  img_header_fn header;
+  void* header_block; /* encode_tif */
+  img_supply_fn supply;
+  void* save_context;
+  const img_strip_coder* coder;
+} img_tiff_request;
+
+/* The entry's result; IMG_UNSUPPORTED for a struct of another size. */
+typedef int32_t(IMG_CB_C* img_tiff_helper_fn)(const img_tiff_request* request);
 
 /* Called once, right after the module has been loaded, with the library's own stream functions:
  * they reach files, the memory stream and the caller's input and output alike. `read` gives fewer

@@ -181,11 +181,12 @@ Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
   if (pixel_bits < 0) return kOk;
   if (pixel_bits < 1 || pixel_bits > 8) return StatusCode::bad_image;
   input.begin_blocks();
-  lzw::Decoder codes;
+  RowBuffer<lzw::GifDecoder> decoder;  // one
   RowBuffer<std::uint8_t> indices, row;
-  TQ_TRY(codes.open());
+  TQ_TRY(decoder.allocate(1));
   TQ_TRY(indices.allocate(frame.width));
   TQ_TRY(row.allocate(row_bytes(frame.width, packing.bits)));
+  lzw::GifDecoder& codes = decoder[0];
   codes.start(pixel_bits, coding::PieceSource::of(input));
   const auto* const layout = pixels::find_layout(pixels::Layout::bytes, packing.bits);
   std::ptrdiff_t there = frame.width;
@@ -194,11 +195,7 @@ Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
     if (there == 0) break;
     std::fill(indices.data() + there, indices.data() + frame.width, std::uint8_t{0});
     if (packing.inverted) pixels::invert(indices.pixels(), indices.pixels());
-    if (layout != nullptr) {
-      pixels::unpack(*layout, indices.pixels(), frame.width, row.pixels());
-    } else {
-      std::copy_n(indices.data(), frame.width, row.data());
-    }
+    pixels::unpack(*layout, indices.pixels(), frame.width, row.pixels());
     TQ_TRY(sink.row(row.pixels(), frame.interlaced ? interlaced_row(n, frame.height) : n));
   }
   return kOk;
@@ -270,17 +267,18 @@ Status encode_frame(const formats::EncodeRequest& request, bool interlaced) {
   if (width > kLargestSide || height > kLargestSide) return StatusCode::unsupported;
 
   RowBuffer<std::uint8_t> row, indices, coded;
-  lzw::Encoder codes;
+  RowBuffer<lzw::GifEncoder> encoder;  // one
   StreamWriter out;
   TQ_TRY(row.allocate(row_bytes(width, bits)));
   TQ_TRY(indices.allocate(width));
-  TQ_TRY(coded.allocate(lzw::Encoder::most_bytes(width)));
-  TQ_TRY(codes.open());
+  TQ_TRY(coded.allocate(lzw::GifEncoder::most_bytes(width)));
+  TQ_TRY(encoder.allocate(1));
   TQ_TRY(out.open(request.stream, kPieceBytes));
 
   put_header(out, *request.image, interlaced);
   const int pixel_bits = std::max(bits, 2);
   out.put8(pixel_bits);
+  lzw::GifEncoder& codes = encoder[0];
   codes.start(pixel_bits);
   BlockWriter blocks(out);
   const auto* const layout = pixels::find_layout(pixels::Layout::bytes, bits);

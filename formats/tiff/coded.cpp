@@ -9,6 +9,12 @@ bool is_turned_deflate(int first) {
   return (first & 15) != 8 && (first >> 4) == 1;
 }
 
+std::int32_t IMG_CB_C next_piece(void* context, const void** bytes) {
+  const Bytes piece = static_cast<CodedPieces*>(context)->next_piece();
+  *bytes = piece.data();
+  return static_cast<std::int32_t>(piece.size());
+}
+
 }  // namespace
 
 Status CodedPieces::open(const File& file, bool turned) {
@@ -44,10 +50,14 @@ int CodedPieces::first_byte() {
 }
 
 Status CodedBytes::open(const File& file, const Page& page, std::int64_t most_bytes,
-                        const Coder* lzw) {
+                        const img_strip_coder* lzw) {
   page_ = &page;
   lzw_ = lzw;
   TQ_TRY(bytes_.allocate(most_bytes));
+  if (page.coding == kLzw) {
+    if (lzw == nullptr) return StatusCode::no_lzw_module;
+    TQ_TRY(lzw_state_.allocate(lzw->decoder_bytes));
+  }
   return pieces_.open(file, page.low_bit_first);
 }
 
@@ -63,6 +73,10 @@ Status CodedBytes::start(const Chunk& chunk) {
     case kOldDeflate:
       pieces_.turn(is_turned_deflate(pieces_.first_byte()));
       return deflate_.start(data);
+    case kLzw:
+      pieces_.turn(pieces_.first_byte() == 1);  // 0x80 is how a strip begins
+      lzw_->begin_decode(lzw_state_.data(), next_piece, &pieces_);
+      return kOk;
     default:
       return kOk;
   }
@@ -131,6 +145,8 @@ std::ptrdiff_t CodedBytes::read_into(Row bytes) {
     case kDeflate:
     case kOldDeflate:
       return deflate_.read(bytes);
+    case kLzw:
+      return lzw_->decode(lzw_state_.data(), bytes.data(), static_cast<std::int32_t>(bytes.size()));
     case kThunderScan:
       return read_thunder_row(bytes);
     default:

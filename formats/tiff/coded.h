@@ -5,6 +5,7 @@
 #include "coding/packbits.h"
 #include "core/memory.h"
 #include "formats/tiff/page.h"
+#include "include/tarnquill_plugin.h"
 
 namespace tq::tiff {
 
@@ -32,19 +33,10 @@ class CodedPieces {
   GlobalBlock buffer_;
 };
 
-// A coder that is told where data come from and asked for decoded bytes.
-struct Coder {
-  // unsupported for data that begin like no data of this coding.
-  Status (*start)(void* coder, coding::PieceSource data) = nullptr;
-  // How many bytes there were; fewer at the end, or where the data make no sense.
-  std::ptrdiff_t (*read)(void* coder, Row bytes) = nullptr;
-  void* coder = nullptr;
-};
-
 class CodedBytes {
  public:
   // Reads of at most `most_bytes`. `lzw` is the module's coder, for pages that need it.
-  Status open(const File& file, const Page& page, std::int64_t most_bytes, const Coder* lzw);
+  Status open(const File& file, const Page& page, std::int64_t most_bytes, const img_strip_coder* lzw);
   // Whether there were so many.
   bool skip(std::int64_t bytes);
 
@@ -60,11 +52,12 @@ class CodedBytes {
   std::ptrdiff_t read_thunder_row(Row bytes);
 
   const Page* page_ = nullptr;
-  const Coder* lzw_ = nullptr;
+  const img_strip_coder* lzw_ = nullptr;
   CodedPieces pieces_;
   Bytes piece_{};  // what is left of it
   packbits::Decoder packbits_;
   deflate::Decoder deflate_;
+  GlobalBlock lzw_state_;
   RowBuffer<std::uint8_t> bytes_;
 };
 

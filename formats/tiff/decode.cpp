@@ -1,4 +1,5 @@
 // A page to a row sink, and the small questions about files.
+#include "formats/plugin/plugin.h"
 #include "formats/tiff/samples.h"
 #include "formats/tiff/tiff.h"
 
@@ -32,10 +33,11 @@ Status decode_fax_strips(const File& file, Page& page, const formats::RowSink& s
   return kOk;
 }
 
-Status decode_rows(const File& file, Page& page, Samples& samples, const formats::RowSink& sink) {
+Status decode_rows(const File& file, Page& page, Samples& samples, const img_strip_coder* lzw,
+                   const formats::RowSink& sink) {
   TQ_TRY(samples.allocate());
   PageRows rows;
-  TQ_TRY(rows.open(file, page, nullptr));
+  TQ_TRY(rows.open(file, page, lzw));
   const BitmapInfoHeader& header = samples.image().header;
   RowBuffer<std::uint8_t> image_row;
   TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));
@@ -53,18 +55,31 @@ Status decode_rows(const File& file, Page& page, Samples& samples, const formats
   }
 }
 
-}  // namespace
-
-Status decode_tiff(const formats::DecodeRequest& request) {
+Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw) {
+  const std::int32_t start = request.start();
   File file;
   Page page;
-  TQ_TRY(open_page(request.stream, request.start(), std::max(request.page, 0), file, page));
+  TQ_TRY(open_page(request.stream, start, std::max(request.page, 0), file, page));
+  if (page.coding == kLzw && lzw == nullptr) {
+    TQ_TRY(seek_to(request.stream, start));
+    return plugin::decode_tiff_lzw(request);
+  }
   Samples samples;
   TQ_TRY(samples.choose(file, page));
   HeaderBlock image = samples.image();
   TQ_TRY(request.sink.header(image));
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);
-  return decode_rows(file, page, samples, request.sink);
+  return decode_rows(file, page, samples, lzw, request.sink);
+}
+
+}  // namespace
+
+Status decode_tiff(const formats::DecodeRequest& request) {
+  return decode(request, nullptr);
+}
+
+Status decode_tiff_with(const formats::DecodeRequest& request, const img_strip_coder& lzw) {
+  return decode(request, &lzw);
 }
 
 Status count_tiff_pages(StreamHandle stream) {

@@ -1,5 +1,5 @@
 // Pages to files: data, then their directory, then the link to it.
-#include "formats/jpeg/jpeg.h"
+#include "formats/plugin/plugin.h"
 #include "formats/rows.h"
 #include "formats/tiff/rows.h"
 #include "formats/tiff/tiff.h"
@@ -234,17 +234,21 @@ void subtract_samples(bool big_endian, Row row, int samples) {
 
 // Rows one by one, each strip by itself.
 Status write_strips(const EncodeRequest& request, const Form& form, bool big_endian, std::int64_t rows_per_strip,
-                    PageWriter& page, Strips& strips) {
+                    const img_strip_coder* lzw, PageWriter& page, Strips& strips) {
   const BitmapInfoHeader& header = request.image->header;
   const auto coding = static_cast<Coding>(request.variant());
   RowBuffer<std::uint8_t> row, line;
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   TQ_TRY(line.allocate(form.rows.line_bytes));
+  GlobalBlock state;
+  if (coding == kLzw) TQ_TRY(state.allocate(lzw->encoder_bytes));
   StreamWriter& out = page.out();
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
+    const bool ends_strip = (y + 1) % rows_per_strip == 0 || y + 1 == header.biHeight;
     if (y % rows_per_strip == 0) {
       page.align();
       strips.begin(page.offset());
+      if (coding == kLzw) lzw->begin_encode(state.data());
     }
     TQ_TRY(request.rows.row(row.pixels(), y));
     pack(*form.rows.layout, row.pixels(), header.biWidth, line.pixels());
@@ -256,12 +260,19 @@ Status write_strips(const EncodeRequest& request, const Form& form, bool big_end
     if (coding == kPackBits) {
       const Row room = out.room(packbits::most_bytes(form.rows.line_bytes));
       if (!room.empty()) out.take(packbits::encode(line.pixels(), room.data()) - room.data());
+    } else if (coding == kLzw) {
+      const auto bytes = static_cast<std::int32_t>(line.size());
+      const Row room = out.room(2 * form.rows.line_bytes + 64);
+      TQ_TRY(out.status());
+      std::int32_t coded = lzw->encode(state.data(), line.data(), bytes, room.data());
+      if (ends_strip) coded += lzw->end_encode(state.data(), room.data() + coded);
+      out.take(coded);
     } else {
       out.put(line.pixels());
     }
     TQ_TRY(out.status());
     if (page.offset() > INT32_MAX) return StatusCode::write_failed;
-    if ((y + 1) % rows_per_strip == 0 || y + 1 == header.biHeight) strips.end(page.offset());
+    if (ends_strip) strips.end(page.offset());
   }
   return kOk;
 }
@@ -330,6 +341,32 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
   if (form.samples == 4) directory.add(kInkSet, kShort, 1);
 }
 
+Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
+  TQ_TRY(can_encode_tiff(request));
+  Place place;
+  TQ_TRY(find_place(request.stream, place));
+  const BitmapInfoHeader& header = request.image->header;
+  const Form form = choose_form(request, place.big_endian);
+  const auto coding = static_cast<Coding>(request.variant());
+  const bool fax = coding >= kHuffman && coding <= kGroup4;
+  const std::int64_t rows_per_strip =
+      fax ? header.biHeight
+          : std::clamp<std::int64_t>(kStripBytes / form.rows.line_bytes, 1, header.biHeight);
+  Strips strips;
+  TQ_TRY(strips.open((header.biHeight + rows_per_strip - 1) / rows_per_strip));
+  PageWriter page;
+  TQ_TRY(page.open(request.stream, place));
+  page.align();
+  TQ_TRY(fax ? write_fax(request, page, strips)
+             : write_strips(request, form, place.big_endian, rows_per_strip, lzw, page, strips));
+  DirectoryWriter directory(page);
+  describe(request, place, form, rows_per_strip, strips, directory);
+  const std::int64_t offset = directory.finish();
+  TQ_TRY(page.out().status());
+  if (page.offset() + place.start > INT32_MAX) return StatusCode::write_failed;
+  return page.link(offset);
+}
+
 }  // namespace
 
 Status can_encode_tiff(const EncodeRequest& request) {
@@ -352,29 +389,12 @@ Status can_append_tiff(StreamHandle stream) {
 }
 
 Status encode_tiff(const EncodeRequest& request) {
-  TQ_TRY(can_encode_tiff(request));
-  Place place;
-  TQ_TRY(find_place(request.stream, place));
-  const BitmapInfoHeader& header = request.image->header;
-  const Form form = choose_form(request, place.big_endian);
-  const auto coding = static_cast<Coding>(request.variant());
-  const bool fax = coding >= kHuffman && coding <= kGroup4;
-  const std::int64_t rows_per_strip =
-      fax ? header.biHeight
-          : std::clamp<std::int64_t>(kStripBytes / form.rows.line_bytes, 1, header.biHeight);
-  Strips strips;
-  TQ_TRY(strips.open((header.biHeight + rows_per_strip - 1) / rows_per_strip));
-  PageWriter page;
-  TQ_TRY(page.open(request.stream, place));
-  page.align();
-  TQ_TRY(fax ? write_fax(request, page, strips)
-             : write_strips(request, form, place.big_endian, rows_per_strip, page, strips));
-  DirectoryWriter directory(page);
-  describe(request, place, form, rows_per_strip, strips, directory);
-  const std::int64_t offset = directory.finish();
-  TQ_TRY(page.out().status());
-  if (page.offset() + place.start > INT32_MAX) return StatusCode::write_failed;
-  return page.link(offset);
+  if (request.variant() == kLzw) return plugin::encode_tiff_lzw(request);
+  return encode(request, nullptr);
+}
+
+Status encode_tiff_with(const EncodeRequest& request, const img_strip_coder& lzw) {
+  return encode(request, &lzw);
 }
 
 }  // namespace tq::tiff

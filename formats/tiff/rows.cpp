@@ -66,7 +66,7 @@ RowShape::RowShape(const Page& page) : h(page.h), v(page.v) {
   plane_bytes = bytes_for(page.width);
 }
 
-Status PageRows::open(const File& file, Page& page, const Coder* lzw) {
+Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw) {
   file_ = &file;
   page_ = &page;
   shape_ = RowShape(page);

@@ -29,7 +29,7 @@ Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder
 
 class PageRows {
  public:
-  Status open(const File& file, Page& page, const Coder* lzw);
+  Status open(const File& file, Page& page, const img_strip_coder* lzw);
 
   // The next row that there is, numbered from the top of the page; `row` is empty behind the last.
   // What a row lacks is 0.

@@ -2,12 +2,18 @@
 #pragma once
 
 #include "formats/codec.h"
+#include "include/tarnquill_plugin.h"
 
 namespace tq::tiff {
 
 // Rows as the file has them, whatever its orientation says. page_past_end behind the last page. A
 // page whose data are damaged keeps the rows that could be read.
 Status decode_tiff(const formats::DecodeRequest& request);
+
+// The same with a coder for strips of LZW, which live in a module: without one, such pages go by the
+// module's entries, which come back here with theirs.
+Status decode_tiff_with(const formats::DecodeRequest& request, const img_strip_coder& lzw);
+Status encode_tiff_with(const formats::EncodeRequest& request, const img_strip_coder& lzw);
 
 // Adds a page to what begins at the position, or begins a file there; in memory always the latter.
 // Old pages can be read at any moment, because what leads to the new one is written last.
