@@ -110,11 +110,11 @@ class Decoder {
   }
 
   coding::BitReader<kOrder> reader_;
-  std::array<String, kCodes> strings_;            // by their codes
+  std::array<String, kCodes> strings_;           // by their codes
   std::array<std::uint8_t, kCodes + 1> string_;  // one that did not fit
-  std::span<const std::uint8_t> rest_{};  // what is left of it
-  int clear_ = 0, first_bits_ = 0;        // the code that forgets all; the one behind it ends
-  int next_ = 0, bits_ = 0;               // the code of the next new string, bits of codes now
+  std::span<const std::uint8_t> rest_{};         // what is left of it
+  int clear_ = 0, first_bits_ = 0;  // the code that forgets all; the one behind it ends
+  int next_ = 0, bits_ = 0;         // the code of the next new string, bits of codes now
   int previous_ = -1;
 };
 

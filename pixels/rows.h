@@ -34,7 +34,7 @@ enum class Layout : std::uint8_t {
   rgbx,
   xrgb,
   xbgr,
-  cmyk,  // as it is, or as colours
+  cmyk,        // as it is, or as colours
   grey_alpha,  // becomes what it looks like on white
   rgba,
 };

@@ -282,11 +282,11 @@ Status encode_frame(const formats::EncodeRequest& request, bool interlaced) {
   codes.start(pixel_bits);
   BlockWriter blocks(out);
   const auto* const layout = pixels::find_layout(pixels::Layout::bytes, bits);
-  const auto taken = (layout != nullptr ? indices : row).pixels().first(width);
+  const auto taken = indices.pixels();
   std::uint8_t* const start = coded.data();
   for (std::int32_t n = 0; n < height; ++n) {
     TQ_TRY(request.rows.row(row.pixels(), interlaced ? interlaced_row(n, height) : n));
-    if (layout != nullptr) pixels::pack(*layout, row.pixels(), width, indices.pixels());
+    pixels::pack(*layout, row.pixels(), width, indices.pixels());
     blocks.put({start, codes.put(taken, start)});
     TQ_TRY(out.status());
   }

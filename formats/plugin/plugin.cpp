@@ -4,7 +4,9 @@
 
 #include <array>
 #include <iterator>
+#include <utility>
 
+#include "formats/tiff/tiff.h"
 #include "include/tarnquill_plugin.h"
 #include "platform/module.h"
 
@@ -17,6 +19,8 @@ using formats::RowSink;
 using formats::RowSupplier;
 
 // --- What modules are handed ---
+
+constexpr std::uint32_t kPage = 0x80000000;  // a page number in the other 31 bits, and no offset
 
 std::span<std::uint8_t> bytes_of(void* buffer, std::int32_t count) {
   if (buffer == nullptr || count < 0) return {};
@@ -32,8 +36,33 @@ std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32
 std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
   return seek(StreamHandle{stream}, offset, Origin{origin});
 }
-std::int32_t IMG_CB_C no_tiff_helper() {
-  return IMG_UNSUPPORTED;
+
+// What the library called an entry for that now comes back with a coder: the entry's arguments do
+// not say all of it.
+const EncodeRequest* encode_at_work = nullptr;
+
+// TIFF's way back from the module.
+std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
+  if (call == nullptr || call->size != sizeof *call || call->coder == nullptr ||
+      call->coder->size != sizeof *call->coder) {
+    return IMG_UNSUPPORTED;
+  }
+  const StreamHandle stream{call->stream};
+  if (call->call == IMG_TIFF_ENCODE) {
+    if (encode_at_work == nullptr) return IMG_UNSUPPORTED;
+    EncodeRequest request = *encode_at_work;
+    request.stream = stream;
+    request.image = static_cast<HeaderBlock*>(call->header_block);
+    request.rows = {call->supply, call->save_context};
+    return tiff::encode_tiff_with(request, *call->coder).raw();
+  }
+  DecodeRequest request{.stream = stream, .sink = {call->header, call->row, call->sink_context}};
+  if ((call->offset_or_page & kPage) != 0) {
+    request.page = call->offset_or_page & ~kPage;
+  } else {
+    request.offset = call->offset_or_page;
+  }
+  return tiff::decode_tiff_with(request, *call->coder).raw();
 }
 
 // Modules are promised callbacks that can be called.
@@ -115,7 +144,7 @@ void hand_over_callbacks(void* module, const Module& row) {
   const auto set =
       reinterpret_cast<img_set_callbacks_fn>(platform::module_symbol(module, "set_callbacks"));
   if (set == nullptr) return;
-  set(read_stream, write_stream, seek_stream, row.takes_helper ? no_tiff_helper : nullptr);
+  set(read_stream, write_stream, seek_stream, row.takes_helper ? code_tiff : nullptr);
 }
 
 Status load(ModuleIndex index) {
@@ -154,9 +183,7 @@ class Call {
 
   Status decode(const DecodeRequest& request) const {
     const RowSink& sink = request.sink;
-    // The top bit set: a page number in the other 31.
-    const std::uint32_t offset_or_page =
-        request.has_page() ? 0x80000000 | request.page : request.offset;
+    const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
     return Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
         offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
         sink.on_header == nullptr ? any_header : sink.on_header,
@@ -221,7 +248,10 @@ Status decode_tiff_lzw(const DecodeRequest& request) {
   return decode(kDecodeTiffLzw, request);
 }
 Status encode_tiff_lzw(const EncodeRequest& request) {
-  return encode(kEncodeTiffLzw, request);
+  const EncodeRequest* const before = std::exchange(encode_at_work, &request);
+  const Status encoded = encode(kEncodeTiffLzw, request);
+  encode_at_work = before;
+  return encoded;
 }
 Status decode_abic(const DecodeRequest& request) {
   return decode(kDecodeAbic, request);

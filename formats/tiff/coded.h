@@ -36,7 +36,8 @@ class CodedPieces {
 class CodedBytes {
  public:
   // Reads of at most `most_bytes`. `lzw` is the module's coder, for pages that need it.
-  Status open(const File& file, const Page& page, std::int64_t most_bytes, const img_strip_coder* lzw);
+  Status open(const File& file, const Page& page, std::int64_t most_bytes,
+              const img_strip_coder* lzw);
   // Whether there were so many.
   bool skip(std::int64_t bytes);
 

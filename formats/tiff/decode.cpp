@@ -98,7 +98,8 @@ Status find_tiff_coding(StreamHandle stream) {
     if (entry.tag == kCompression) coding = Numbers(file, entry).at(0, 0);
     return entry.tag != kCompression;
   });
-  return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding)) : StatusCode::unsupported;
+  return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding))
+                          : StatusCode::unsupported;
 }
 
 Status find_tiff_orientation(StreamHandle stream) {

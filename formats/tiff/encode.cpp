@@ -133,8 +133,12 @@ class PageWriter {
   void align() {
     if (offset() % 2 != 0) out_.put8(0);
   }
-  void put16(std::uint32_t value) { place_.big_endian ? out_.put_be16(value) : out_.put_le16(value); }
-  void put32(std::uint32_t value) { place_.big_endian ? out_.put_be32(value) : out_.put_le32(value); }
+  void put16(std::uint32_t value) {
+    place_.big_endian ? out_.put_be16(value) : out_.put_le16(value);
+  }
+  void put32(std::uint32_t value) {
+    place_.big_endian ? out_.put_be32(value) : out_.put_le32(value);
+  }
   // The last thing that is written: from now on the page is there.
   Status link(std::int64_t directory) {
     std::array<std::uint8_t, 4> bytes;
@@ -233,8 +237,9 @@ void subtract_samples(bool big_endian, Row row, int samples) {
 }
 
 // Rows one by one, each strip by itself.
-Status write_strips(const EncodeRequest& request, const Form& form, bool big_endian, std::int64_t rows_per_strip,
-                    const img_strip_coder* lzw, PageWriter& page, Strips& strips) {
+Status write_strips(const EncodeRequest& request, const Form& form, bool big_endian,
+                    std::int64_t rows_per_strip, const img_strip_coder* lzw, PageWriter& page,
+                    Strips& strips) {
   const BitmapInfoHeader& header = request.image->header;
   const auto coding = static_cast<Coding>(request.variant());
   RowBuffer<std::uint8_t> row, line;
@@ -375,7 +380,8 @@ Status can_encode_tiff(const EncodeRequest& request) {
   if (coding >= kHuffman && coding <= kGroup4) {
     return depth == 1 ? StatusCode::ok : StatusCode::wrong_depth;
   }
-  return choose_form(request, false).rows.layout != nullptr ? StatusCode::ok : StatusCode::wrong_depth;
+  return choose_form(request, false).rows.layout != nullptr ? StatusCode::ok
+                                                            : StatusCode::wrong_depth;
 }
 
 Status can_append_tiff(StreamHandle stream) {

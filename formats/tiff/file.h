@@ -80,8 +80,8 @@ int type_bytes(int type);
 
 struct Entry {
   std::uint16_t tag = 0, type = 0;
-  std::uint64_t count = 0;         // of values
-  std::int64_t position = -1;      // of the values in the stream; -1: they are not there
+  std::uint64_t count = 0;                 // of values
+  std::int64_t position = -1;              // of the values in the stream; -1: they are not there
   std::array<std::uint8_t, 8> in_place{};  // small values, as the file has them
   bool is_in_place = false;
 
@@ -99,8 +99,12 @@ class File {
   std::int32_t start() const { return start_; }
   bool is_big() const { return is_big_; }  // BigTIFF
   bool big_endian() const { return big_endian_; }
-  std::uint16_t u16(const std::uint8_t* p) const { return big_endian_ ? load_be16(p) : load_le16(p); }
-  std::uint32_t u32(const std::uint8_t* p) const { return big_endian_ ? load_be32(p) : load_le32(p); }
+  std::uint16_t u16(const std::uint8_t* p) const {
+    return big_endian_ ? load_be16(p) : load_le16(p);
+  }
+  std::uint32_t u32(const std::uint8_t* p) const {
+    return big_endian_ ? load_be32(p) : load_le32(p);
+  }
   std::uint64_t u64(const std::uint8_t* p) const {
     const std::uint64_t first = u32(p), second = u32(p + 4);
     return big_endian_ ? first << 32 | second : second << 32 | first;

@@ -8,18 +8,42 @@ namespace {
 
 // Those that a page is read from.
 constexpr std::uint16_t kUsed[] = {
-    kImageWidth,     kImageLength,     kBitsPerSample,
-    kCompression,    kPhotometric,     kFillOrder,
-    kStripOffsets,   kOrientation,     kSamplesPerPixel,
-    kRowsPerStrip,   kStripByteCounts, kXResolution,
-    kYResolution,    kT4Options,       kPlanarConfiguration,
-    kResolutionUnit, kPredictor,       kColorMap,
-    kTileWidth,      kTileLength,      kTileOffsets,
-    kTileByteCounts, kInkSet,          kExtraSamples,
-    kSampleFormat,   kJpegTables,      kJpegProc,
-    kJpegQTables,    kJpegDcTables,    kJpegInterchangeFormat,
-    kJpegAcTables,   kYCbCrSubSampling, kYCbCrCoefficients,
-    kReferenceBlackWhite, kJpegRestartInterval, kJpegInterchangeFormatLength,
+    kImageWidth,
+    kImageLength,
+    kBitsPerSample,
+    kCompression,
+    kPhotometric,
+    kFillOrder,
+    kStripOffsets,
+    kOrientation,
+    kSamplesPerPixel,
+    kRowsPerStrip,
+    kStripByteCounts,
+    kXResolution,
+    kYResolution,
+    kT4Options,
+    kPlanarConfiguration,
+    kResolutionUnit,
+    kPredictor,
+    kColorMap,
+    kTileWidth,
+    kTileLength,
+    kTileOffsets,
+    kTileByteCounts,
+    kInkSet,
+    kExtraSamples,
+    kSampleFormat,
+    kJpegTables,
+    kJpegProc,
+    kJpegQTables,
+    kJpegDcTables,
+    kJpegInterchangeFormat,
+    kJpegAcTables,
+    kYCbCrSubSampling,
+    kYCbCrCoefficients,
+    kReferenceBlackWhite,
+    kJpegRestartInterval,
+    kJpegInterchangeFormatLength,
 };
 
 // The first entry of each of these tags. Order does not matter: some writers do not sort.
@@ -59,8 +83,9 @@ std::int32_t dots_per_inch(const Directory& directory, Tag tag) {
 }
 
 bool is_known(std::uint64_t coding) {
-  constexpr std::uint16_t kKnown[] = {kUncoded, kHuffman, kGroup3,     kGroup4,   kLzw,        kOldJpeg,
-                                      kJpeg,    kDeflate, kOldDeflate, kPackBits, kThunderScan};
+  constexpr std::uint16_t kKnown[] = {kUncoded,    kHuffman,  kGroup3,     kGroup4,
+                                      kLzw,        kOldJpeg,  kJpeg,       kDeflate,
+                                      kOldDeflate, kPackBits, kThunderScan};
   return std::find(std::begin(kKnown), std::end(kKnown), coding) != std::end(kKnown);
 }
 
@@ -141,7 +166,9 @@ bool depth_is_known(const Page& page) {
 
 Status read_subsampling(const Directory& directory, Page& page) {
   if (page.photometric != Photometric::ycbcr || page.is_jpeg()) return kOk;
-  const auto factor = [&](int i) { return static_cast<int>(directory.number(kYCbCrSubSampling, 2, i)); };
+  const auto factor = [&](int i) {
+    return static_cast<int>(directory.number(kYCbCrSubSampling, 2, i));
+  };
   page.h = factor(0);
   page.v = factor(1);
   const auto valid = [](int n) { return n == 1 || n == 2 || n == 4; };
@@ -154,8 +181,8 @@ Status read_predictor(const Directory& directory, Page& page) {
   if (page.coding != kLzw && page.coding != kDeflate && page.coding != kOldDeflate) return kOk;
   const std::uint64_t predictor = directory.number(kPredictor, 1);
   page.differences = predictor == 2;
-  const bool known = !page.differences ||
-                     ((page.bits == 8 || page.bits == 16 || page.bits == 32) && page.h * page.v == 1);
+  const bool known = !page.differences || ((page.bits == 8 || page.bits == 16 || page.bits == 32) &&
+                                           page.h * page.v == 1);
   return known && predictor != 3 ? StatusCode::ok : StatusCode::unsupported;
 }
 
@@ -165,8 +192,8 @@ Status read_chunks(const Directory& directory, Page& page) {
   chunks.tiled = directory.has(kTileWidth) && directory.has(kTileLength);
   const bool tile_tags = directory.has(kTileOffsets);
   chunks.offsets = directory.numbers(tile_tags ? kTileOffsets : kStripOffsets);
-  chunks.byte_counts = directory.numbers(tile_tags && directory.has(kTileByteCounts) ? kTileByteCounts
-                                                                                     : kStripByteCounts);
+  chunks.byte_counts = directory.numbers(
+      tile_tags && directory.has(kTileByteCounts) ? kTileByteCounts : kStripByteCounts);
   const bool in_one = page.coding == kOldJpeg && directory.has(kJpegInterchangeFormat);
   if (!chunks.offsets.exist() && !in_one) return StatusCode::bad_image;
   const auto side = [&](Tag tag) {

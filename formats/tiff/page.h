@@ -41,7 +41,7 @@ enum class Alpha : std::uint8_t { none, associated, unassociated };
 struct Chunks {
   Numbers offsets, byte_counts;
   bool tiled = false;
-  std::int64_t width = 0, height = 0;    // pixels; tiles reach over the edges of the picture
+  std::int64_t width = 0, height = 0;  // pixels; tiles reach over the edges of the picture
   std::int64_t across = 0, down = 0;
 };
 

@@ -52,7 +52,8 @@ ccitt::Coding fax_coding(const Page& page) {
 }  // namespace
 
 Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder& decoder) {
-  const auto width = static_cast<std::int32_t>(std::min<std::int64_t>(page.chunks.width, INT32_MAX));
+  const auto width =
+      static_cast<std::int32_t>(std::min<std::int64_t>(page.chunks.width, INT32_MAX));
   const bool black_is_zero = page.photometric != Photometric::white_is_zero;
   return decoder.open(fax_coding(page), width, delivery, black_is_zero);
 }
@@ -124,14 +125,16 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
   const std::int64_t first = across * shape_.units(chunks.width) * shape_.unit_bits;
   const std::int64_t pixels = std::min(chunks.width, page_->width - across * chunks.width);
   const std::int64_t bits = shape_.units(pixels) * shape_.unit_bits;
-  const std::int64_t rows = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
+  const std::int64_t rows =
+      shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
   CodedBytes& coded = planes_[0];
   TQ_TRY(coded.start(chunk(across, plane)));
   if (page_->is_fax()) {
     struct Place {
       PageRows* rows;
       std::int64_t first, bits;
-      static std::int32_t IMG_CB_C put(void* row, void* context, std::int32_t y, std::int32_t bytes) {
+      static std::int32_t IMG_CB_C put(void* row, void* context, std::int32_t y,
+                                       std::int32_t bytes) {
         const Place& place = *static_cast<Place*>(context);
         const Bytes from(static_cast<std::uint8_t*>(row), static_cast<std::size_t>(bytes));
         put_bits(from, place.bits, place.first, place.rows->row_at(y, 0));
@@ -152,7 +155,8 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
     const Row row = row_at(y, plane);
     put_bits(read, std::min<std::int64_t>(bits, 8 * std::ssize(read)), first, row);
     if (page_->differences) {
-      add_differences(*file_, *page_, row.subspan(static_cast<std::size_t>(first / 8), read.size()));
+      add_differences(*file_, *page_,
+                      row.subspan(static_cast<std::size_t>(first / 8), read.size()));
     }
     if (!coded.skip(shape_.bytes_for(chunks.width) - used)) break;
   }

@@ -18,9 +18,9 @@ struct RowShape {
   std::int64_t units(std::int64_t pixels) const { return (pixels + h - 1) / h; }
   std::int64_t rows(std::int64_t pixel_rows) const { return (pixel_rows + v - 1) / v; }
 
-  int h = 1, v = 1;    // pixels of a unit
-  int unit_bits = 1;   // in one plane
-  int planes = 1;      // of those that are of use
+  int h = 1, v = 1;   // pixels of a unit
+  int unit_bits = 1;  // in one plane
+  int planes = 1;     // of those that are of use
   std::int64_t plane_bytes = 0;
 };
 

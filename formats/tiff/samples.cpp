@@ -110,7 +110,8 @@ const pixels::RowLayout* Samples::choose_layout() const {
       if (bits == 1) return find_layout(Layout::bits_1, 1);
       if (bits == 4) return find_layout(Layout::bits_4, 4);
       if (bits == 8) return find_layout(Layout::bytes, 8);
-      return bits == 16 ? find_layout(big_endian_ ? Layout::grey16_be : Layout::grey16_le, 16) : nullptr;
+      return bits == 16 ? find_layout(big_endian_ ? Layout::grey16_be : Layout::grey16_le, 16)
+                        : nullptr;
     case Photometric::palette:
       if (!alone) return nullptr;
       if (bits == 1) return pixels::find_bit_layout(colours_);
@@ -144,7 +145,8 @@ Status Samples::allocate() {
 std::uint32_t Samples::sample(Bytes stored, std::int64_t x, int i) const {
   const Page& page = *page_;
   const std::int64_t index = page.planes_apart ? x : x * page.samples + i;
-  const std::uint8_t* const plane = stored.data() + (page.planes_apart ? i * shape_.plane_bytes : 0);
+  const std::uint8_t* const plane =
+      stored.data() + (page.planes_apart ? i * shape_.plane_bytes : 0);
   const std::uint8_t* at = plane + index * page.bits / 8;
   switch (page.bits) {
     case 8:
@@ -232,7 +234,8 @@ void Samples::convert(Bytes stored, int y, Row row) {
   }
   std::fill(row.begin(), row.end(), std::uint8_t{0});
   const bool alpha = page.alpha != Alpha::none;
-  const bool scaled = kind_ != Kind::indices && !(kind_ == Kind::levels && page.bits <= 4 && !alpha);
+  const bool scaled =
+      kind_ != Kind::indices && !(kind_ == Kind::levels && page.bits <= 4 && !alpha);
   const int own_top = static_cast<int>(top_of(std::min(page.bits, 16)));
   const int top = image_.header.biBitCount == 16 ? 0xFFFF : scaled ? 255 : own_top;
   if (page.h * page.v > 1) {

@@ -67,7 +67,8 @@ void IMG_CB_C begin_decode(void* state, img_next_piece_fn next, void* context) {
 std::int32_t IMG_CB_C decode(void* state, void* bytes, std::int32_t count) {
   auto& strip = *static_cast<StripDecoder*>(state);
   const std::span room(static_cast<std::uint8_t*>(bytes), count);
-  return static_cast<std::int32_t>(strip.is_old ? strip.old_codes.read(room) : strip.codes.read(room));
+  return static_cast<std::int32_t>(strip.is_old ? strip.old_codes.read(room)
+                                                : strip.codes.read(room));
 }
 
 void IMG_CB_C begin_encode(void* state) {

@@ -58,7 +58,7 @@ IMG_PLUGIN_API void IMG_CALL set_callbacks(img_read_fn read, img_write_fn write,
   read_bytes = read;
   write_bytes = write;
   seek_to = seek;
-  helper_says = static_cast<std::uint8_t>(helper == nullptr ? 99 : -helper());
+  helper_says = static_cast<std::uint8_t>(helper == nullptr ? 99 : -helper(nullptr));
   ++handed_over;
 }
 IMG_PLUGIN_API std::int32_t IMG_CALL encode_gif(std::int32_t stream, void* /*header*/,

@@ -50,6 +50,8 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       for (int i = 0; i < way.planes; ++i)
         value |= bits_at(row, static_cast<int>(i * plane * 8) + x, 1) << i;
       return value;
+    case Layout::grey16_le:
+      return bits_at(row, 16 * x, 16);
     case Layout::grey16_be:
       return static_cast<std::uint32_t>(word);  // as the library's bytes are read from the left
     case Layout::rgb555:
@@ -69,6 +71,7 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
     case Layout::xbgr:
       return bgr(at(1), at(2), at(3));
     case Layout::cmyk:
+      if (way.bits == 32) return bits_at(row, 32 * x, 32);
       return bgr(ink(2), ink(1), ink(0));
     case Layout::grey_alpha:
       return static_cast<std::uint32_t>(white(0));
@@ -103,7 +106,8 @@ void check_pack(const RowLayout& way, int width) {
   const test::GuardedBlock row(noise(row_bytes(width, way.bits)));
   const test::GuardedBlock stored(noise(stored_bytes(way, width + 9)));
   pack(way, row.bytes(), width, stored.bytes());
-  const std::uint32_t counted = way.bits == 32 ? 0xFFFFFF00 : 0xFFFFFFFF;
+  const bool unused = way.bits == 32 && way.layout != Layout::cmyk;
+  const std::uint32_t counted = unused ? 0xFFFFFF00 : 0xFFFFFFFF;
   for (int x = 0; x < width; ++x) {
     ASSERT_EQ(bits_at(row.bytes(), x * way.bits, way.bits) & counted, model(way, stored.bytes(), x))
         << x;
