@@ -6,6 +6,7 @@
 
 #include "api/abi.h"
 #include "dispatch/dispatch.h"
+#include "formats/tiff/tiff.h"
 #include "include/tarnquill.h"
 
 using tq::Status;
@@ -26,14 +27,30 @@ auto pages(PageQuery query) {
 }
 
 // The caller's ten words may lie anywhere, and are filled also after a failure.
-auto info(void* header_out) {
+auto info(void* header_out, std::int32_t page = 0) {
   return [=](StreamHandle stream) {
     tq::BitmapInfoHeader header;
-    const Status asked = tq::dispatch::file_info(stream, header);
+    const Status asked = tq::dispatch::file_info(stream, page, header);
     if (header_out != nullptr) std::memcpy(header_out, &header, sizeof header);
     return asked;
   };
 }
+
+struct Tag {
+  std::int32_t page, tag;
+  std::int32_t *type, *count;
+  void* buffer;
+  std::int32_t bytes;
+
+  Status operator()(StreamHandle stream) const {
+    tq::tiff::TagValue value;
+    if (buffer != nullptr && bytes > 0) value.room = std::span(static_cast<std::uint8_t*>(buffer), bytes);
+    const Status found = tq::tiff::find_tiff_tag(stream, page, tag, value);
+    tq::api::store(type, value.type);
+    tq::api::store(count, value.count);
+    return found;
+  }
+};
 
 template <std::size_t kSize>
 void copy_text(std::string_view text, char (&field)[kSize]) {
@@ -112,4 +129,39 @@ std::int32_t IMG_CALL IMGLOW_get_fileinfo_block(const void* block, std::size_t s
 
 std::int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name) {
   return with_file(name, tq::dispatch::image_orientation);
+}
+
+std::int32_t IMG_CALL IMGLOW_get_fileinfo_page(const char* name, std::int32_t page, void* header) {
+  return with_file(name, info(header, page));
+}
+std::int32_t IMG_CALL IMGLOW_get_fileinfo_page_fd(std::int32_t stream, std::int32_t page,
+                                                  void* header) {
+  return with_stream(stream, info(header, page));
+}
+std::int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, std::size_t size,
+                                                     std::int32_t page, void* header) {
+  return with_memory(block, size, info(header, page));
+}
+
+std::int32_t IMG_CALL IMGLOW_get_tiff_tag(const char* name, std::int32_t page, std::int32_t tag,
+                                          std::int32_t* type, std::int32_t* count, void* buffer,
+                                          std::int32_t bytes) {
+  return with_file(name, Tag{page, tag, type, count, buffer, bytes});
+}
+std::int32_t IMG_CALL IMGLOW_get_tiff_tag_fd(std::int32_t stream, std::int32_t page,
+                                             std::int32_t tag, std::int32_t* type,
+                                             std::int32_t* count, void* buffer,
+                                             std::int32_t bytes) {
+  return with_stream(stream, Tag{page, tag, type, count, buffer, bytes});
+}
+std::int32_t IMG_CALL IMGLOW_get_tiff_tag_mem(void* block, std::int32_t page, std::int32_t tag,
+                                              std::int32_t* type, std::int32_t* count,
+                                              void* buffer, std::int32_t bytes) {
+  return with_memory(block, Tag{page, tag, type, count, buffer, bytes});
+}
+std::int32_t IMG_CALL IMGLOW_get_tiff_tag_block(const void* block, std::size_t size,
+                                                std::int32_t page, std::int32_t tag,
+                                                std::int32_t* type, std::int32_t* count,
+                                                void* buffer, std::int32_t bytes) {
+  return with_memory(block, size, Tag{page, tag, type, count, buffer, bytes});
 }

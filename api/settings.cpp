@@ -24,6 +24,17 @@ std::int32_t change_switch(std::int32_t code, bool on) {
 
 }  // namespace
 
+std::int32_t IMG_CALL IMG_set_option(std::int32_t option, std::int32_t value) {
+  tq::Options& options = tq::context().options;
+  const std::int32_t before = options.get(option);
+  return options.set(option, value) ? before : IMG_UNSUPPORTED;
+}
+
+std::int32_t IMG_CALL IMG_get_option(std::int32_t option) {
+  const std::int32_t value = tq::context().options.get(option);
+  return value >= 0 ? value : IMG_UNSUPPORTED;
+}
+
 std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn callback,
                                         std::int32_t enable) {
   auto& progress = tq::context().settings.progress;

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "core/image_record.h"
+#include "core/options.h"
 #include "include/tarnquill.h"
 
 namespace tq {
@@ -89,6 +90,7 @@ struct MemoryState {
 
 struct Context {
   Settings settings;
+  Options options;
   StreamState streams;
   ImageTable images;
   MemoryState memory;

@@ -27,6 +27,7 @@ enum class StatusCode : std::int32_t {
   no_transparency = -26,
   whole_image_decoder = -27,
   page_past_end = -31,
+  not_tiled = -32,
   no_pdf_module = -36,
 };
 

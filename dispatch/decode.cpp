@@ -45,17 +45,26 @@ Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page)
   return slot.keep();
 }
 
-Status file_info(StreamHandle stream, BitmapInfoHeader& header) {
+Status file_info(StreamHandle stream, std::int32_t page, BitmapInfoHeader& header) {
   header = {};
+  if (page < 0) return StatusCode::page_past_end;
+  if (page > 0) {
+    const FileType* found = nullptr;
+    TQ_TRY(detect(stream, found));
+    const bool alone = found != nullptr && found->count_pages == nullptr &&
+                       (found->traits & formats::kMultiPage) == 0;
+    if (alone) return StatusCode::page_past_end;
+  }
   const formats::RowSink sink{.on_header = take_header, .context = &header};
-  const Status decoded = dispatch_decode(stream, 0, 0, sink);
+  const Status decoded = dispatch_decode(stream, 0, page, sink);
   return decoded == StatusCode::stop_after_header ? kOk : decoded;
 }
 
 Status image_orientation(StreamHandle stream) {
   const FileType* found = nullptr;
   TQ_TRY(detect(stream, found));
-  return StatusCode::unsupported;  // the formats that know it have no decoder
+  const bool tells = found != nullptr && found->find_orientation != nullptr;
+  return tells ? found->find_orientation(stream) : StatusCode::unsupported;
 }
 
 }  // namespace tq::dispatch

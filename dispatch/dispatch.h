@@ -20,11 +20,11 @@ Status file_type_code(StreamHandle stream);
 // 1 for what has no pages, also for what is not recognised.
 Status count_pages(StreamHandle stream, formats::PageQuery query);
 
-// The header of the image at the start of the stream; all 0 when the decoder fails before it has
-// one, and kept when it fails afterwards.
-Status file_info(StreamHandle stream, BitmapInfoHeader& header);
+// The header of a page, counted from 0, of what begins at the start of the stream; all 0 when the
+// decoder fails before it has one, and kept when it fails afterwards.
+Status file_info(StreamHandle stream, std::int32_t page, BitmapInfoHeader& header);
 
-// How the image is to be turned; unsupported for every format that does not tell.
+// How the image is to be turned, 1 to 8; unsupported for every format that does not tell.
 Status image_orientation(StreamHandle stream);
 
 // --- Decoding ---

@@ -7,7 +7,6 @@
 
 #include "formats/bmp/bmp.h"
 #include "formats/plugin/plugin.h"
-#include "io/chunk_reader.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -51,19 +50,6 @@ bool starts_with_group_length(StreamHandle stream) {
          load_le32(second + 4) <= group_length;
 }
 
-constexpr int kIfdEntryBytes = 12;
-constexpr std::uint16_t kCompressionTag = 259, kShort = 3, kLong = 4;
-
-struct TiffOrder {
-  bool big_endian;
-  std::uint16_t u16(const std::uint8_t* p) const {
-    return big_endian ? load_be16(p) : load_le16(p);
-  }
-  std::uint32_t u32(const std::uint8_t* p) const {
-    return big_endian ? load_be32(p) : load_le32(p);
-  }
-};
-
 // Skips data sub-blocks up to the empty one; false when the stream ends first.
 bool skip_sub_blocks(StreamHandle stream) {
   for (;;) {
@@ -106,34 +92,6 @@ bool probe_sct(const Probe& probe) {
 bool probe_dicom(const Probe& probe) {
   return starts_with_group_length(probe.stream) || read_at<4>(probe.stream, 0).has("DICM") ||
          read_at<4>(probe.stream, 128).has("DICM");
-}
-
-Status find_tiff_variant(StreamHandle stream) {
-  const std::int32_t start = position(stream);
-  std::array<std::uint8_t, 8> header{};
-  read_fully(stream, header);
-  const TiffOrder order{header[0] == 'M'};
-  const std::int64_t directory = std::int64_t{start} + order.u32(&header[4]);
-  if (directory > INT32_MAX ||
-      seek(stream, static_cast<std::int32_t>(directory), Origin::start) < 0) {
-    return StatusCode::unsupported;
-  }
-  std::array<std::uint8_t, 2> count{};
-  read_fully(stream, count);
-  ChunkReader entries;
-  TQ_TRY(entries.open(stream, read_chunk_bytes(kIfdEntryBytes)));
-  for (int left = order.u16(count.data()); left > 0; --left) {
-    const auto entry = entries.peek(kIfdEntryBytes);
-    if (entry.size() < kIfdEntryBytes) break;
-    if (order.u16(&entry[0]) == kCompressionTag) {
-      const std::uint16_t type = order.u16(&entry[2]);
-      if (type == kShort) return Status::from_raw(order.u16(&entry[8]));
-      if (type != kLong || order.u32(&entry[8]) > 0xFFFF) break;
-      return Status::from_raw(order.u16(&entry[order.big_endian ? 10 : 8]));
-    }
-    entries.skip(kIfdEntryBytes);
-  }
-  return StatusCode::unsupported;
 }
 
 Status find_bmp_variant(StreamHandle stream) {

@@ -14,7 +14,6 @@ bool probe_sct(const formats::Probe& probe);
 bool probe_dicom(const formats::Probe& probe);
 
 // From the stream's current position, as FileType::variant has them.
-Status find_tiff_variant(StreamHandle stream);  // Compression of the first IFD; unsupported
 Status find_bmp_variant(StreamHandle stream);   // whether biCompression is not 0
 Status find_gif_variant(StreamHandle stream);   // interlaced; bad_image if the file ends first
 

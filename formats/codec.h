@@ -142,6 +142,7 @@ struct FileType {
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
   Status (*can_append)(StreamHandle stream) = nullptr;   // whether a page can be added; null: yes
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
+  Status (*find_orientation)(StreamHandle stream) = nullptr;  // null: the format does not tell
   std::uint8_t uncounted = 0;                            // ways of asking that get 1 all the same
   Supplier supplier = Supplier::plain;
   std::uint8_t traits = kNone;

@@ -94,6 +94,8 @@ enum {
  *   PNG         1, 4, 8, 16, 24       1, 4, 8, 16, 24, and 32 of blue, green, red
  *   GIF         1, 4, 8               1, 4, 8; both by a module, which has to be there
  *   PDF         1, 8, 24, one layout  1, 8, 24, 32
+ *   TIFF        1, 4, 8, 16, 24, 32   1, 4, 8, 16, 24, 32; Huffman, G3 and G4 1 bit; JPEG 8, 24, and
+ *                                     32 of blue, green, red; LZW both by a module
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
 
 enum {
@@ -528,8 +530,12 @@ IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_fd(int32_t stream, void* header);
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_mem(void* block, void* header);
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_block(const void* block, size_t size, void* header);
 
-/* How the image in a file is to be turned. Returns IMG_CANNOT_OPEN or IMG_UNSUPPORTED: no format
- * that is decoded here tells. */
+/* How the image in a file is to be turned, as TIFF's Orientation tag counts (TIFF 6.0): 1 as it is,
+ * 2 mirrored, 3 by 180 degrees, 4 upside down, 5 mirrored along the main diagonal, 6 by 90 degrees
+ * clockwise, 7 mirrored along the other diagonal, 8 by 90 degrees counter-clockwise. Rows are
+ * delivered as the file has them.
+ * Returns 1 to 8, that of the first page; IMG_CANNOT_OPEN, IMG_UNSUPPORTED (a format that does not
+ * tell), or the status of a file whose page cannot be read. */
 IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
 
 /* ---- Reading ------------------------------------------------------------------------------ */
@@ -636,6 +642,70 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap(int32_t stream, void* header, int32_
                                             img_supply_fn supply, void* save_context);
 IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32_t code,
                                                 img_supply_fn supply, void* save_context);
+
+/* ---- Options and additions ---------------------------------------------------------------- */
+
+/* Numbered values beside the settings, all 0 at first; 0 is always the behaviour that is described
+ * elsewhere in this file.
+ *
+ *   SAFE_SAVING        1: a failed save leaves the pages that a TIFF file had, and the file as long as
+ *                      it was
+ *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
+ *   TIFF_JPEG          7: code 40 is written as Compression 7 (0: as Compression 6)
+ *   TIFF_G3_K          code 8: 2 or 4: every second or fourth row stands for itself, the others refer
+ *                      to the one before (0, 1: every row stands for itself)
+ *   TIFF_G3_FILL       1: end-of-line codes of code 8 end at a byte
+ *   TIFF_PHOTOMETRIC   1: 1-bit pages that are not coded as facsimiles have 0 for white
+ *   TIFF_BYTE_ORDER    of new files: 1: the most significant byte first
+ *   TIFF_PREDICTOR     1: code 9 codes samples themselves, not their differences */
+enum {
+  IMG_OPTION_SAFE_SAVING = 40,
+  IMG_OPTION_TIFF_STRIP_BYTES = 51,
+  IMG_OPTION_TIFF_JPEG = 52,
+  IMG_OPTION_TIFF_G3_K = 53,
+  IMG_OPTION_TIFF_G3_FILL = 54,
+  IMG_OPTION_TIFF_PHOTOMETRIC = 55,
+  IMG_OPTION_TIFF_BYTE_ORDER = 56,
+  IMG_OPTION_TIFF_PREDICTOR = 57
+};
+
+/* Return the value that the option had, and has; IMG_UNSUPPORTED, and nothing changes, for an unknown
+ * option or a value that it cannot have. */
+IMG_API int32_t IMG_CALL IMG_set_option(int32_t option, int32_t value);
+IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
+
+/* What the header of a file says about one of its pages, without decoding it: like
+ * IMGLOW_get_fileinfo, for pages from 0 on; IMG_PAGE_PAST_END beyond the last. */
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page(const char* name, int32_t page, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_fd(int32_t stream, int32_t page, void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, size_t size, int32_t page,
+                                                        void* header);
+
+/* A tag of a page of a TIFF file (TIFF 6.0, section 2).
+ *
+ *   page        from 0
+ *   tag         its number
+ *   type        out: 1 BYTE, 2 ASCII, 3 SHORT, 4 LONG, 5 RATIONAL (two LONGs) and so on; may be null
+ *   count       out: values, not bytes; may be null
+ *   buffer      filled with the values in the byte order of this machine, as far as they fit; may be
+ *               null
+ *   bytes       the size of the buffer
+ *
+ * Return the bytes that the whole value has; IMG_CANNOT_OPEN, IMG_PAGE_PAST_END, IMG_UNSUPPORTED (no
+ * TIFF file, or no such tag in the page), IMG_NOT_TILED (one of the tags 322 to 325 of a page without
+ * tiles), IMG_READ_FAILED (the values are not there). */
+IMG_API int32_t IMG_CALL IMGLOW_get_tiff_tag(const char* name, int32_t page, int32_t tag,
+                                             int32_t* type, int32_t* count, void* buffer,
+                                             int32_t bytes);
+IMG_API int32_t IMG_CALL IMGLOW_get_tiff_tag_fd(int32_t stream, int32_t page, int32_t tag,
+                                                int32_t* type, int32_t* count, void* buffer,
+                                                int32_t bytes);
+IMG_API int32_t IMG_CALL IMGLOW_get_tiff_tag_mem(void* block, int32_t page, int32_t tag,
+                                                 int32_t* type, int32_t* count, void* buffer,
+                                                 int32_t bytes);
+IMG_API int32_t IMG_CALL IMGLOW_get_tiff_tag_block(const void* block, size_t size, int32_t page,
+                                                   int32_t tag, int32_t* type, int32_t* count,
+                                                   void* buffer, int32_t bytes);
 
 #ifdef __cplusplus
 }

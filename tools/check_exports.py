@@ -28,7 +28,7 @@ SIZES = {
 }
 
 # What the library may need from the system.
-ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6|libpng16\.so\.16", re.IGNORECASE)
+ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6|libpng16\.so\.16|libz\.so\.1", re.IGNORECASE)
 
 
 def without_comments(text):

@@ -1,4 +1,4 @@
-// A page to a row sink, and the small questions about files.
+// A page to a row sink.
 #include "formats/plugin/plugin.h"
 #include "formats/tiff/samples.h"
 #include "formats/tiff/tiff.h"
@@ -80,33 +80,6 @@ Status decode_tiff(const formats::DecodeRequest& request) {
 
 Status decode_tiff_with(const formats::DecodeRequest& request, const img_strip_coder& lzw) {
   return decode(request, &lzw);
-}
-
-Status count_tiff_pages(StreamHandle stream) {
-  File file;
-  TQ_TRY(file.open(stream, position(stream)));
-  return file.count_pages();
-}
-
-Status find_tiff_coding(StreamHandle stream) {
-  File file;
-  TQ_TRY(file.open(stream, position(stream)));
-  std::int64_t directory = 0;
-  TQ_TRY(file.find_page(0, directory));
-  std::uint64_t coding = kUncoded;
-  file.for_each_entry(directory, [&](const Entry& entry) {
-    if (entry.tag == kCompression) coding = Numbers(file, entry).at(0, 0);
-    return entry.tag != kCompression;
-  });
-  return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding))
-                          : StatusCode::unsupported;
-}
-
-Status find_tiff_orientation(StreamHandle stream) {
-  File file;
-  Page page;
-  const Status opened = open_page(stream, position(stream), 0, file, page);
-  return opened.ok() ? Status::from_raw(page.orientation) : opened;
 }
 
 }  // namespace tq::tiff

@@ -149,6 +149,17 @@ class File {
     }
   }
 
+  // The first entry of this tag.
+  bool find_entry(std::int64_t directory, int tag, Entry& found) const {
+    bool is_there = false;
+    for_each_entry(directory, [&](const Entry& entry) {
+      is_there = entry.tag == tag && entry.exists();
+      if (is_there) found = entry;
+      return !is_there;
+    });
+    return is_there;
+  }
+
  private:
   static constexpr std::int64_t kMostEntries = 0xFFFF;
 

@@ -29,7 +29,18 @@ Status can_append_tiff(StreamHandle stream);
 // These look at what begins at the stream's position. bad_image when that is no TIFF file, or has
 // no page.
 Status count_tiff_pages(StreamHandle stream);
-Status find_tiff_coding(StreamHandle stream);       // the first page's, as its tag says it
+Status find_tiff_coding(StreamHandle stream);  // the first page's tag; unsupported if it has none
 Status find_tiff_orientation(StreamHandle stream);  // 1 to 8
+
+// The values of a tag.
+struct TagValue {
+  std::int32_t type = 0, count = 0;
+  std::span<std::uint8_t> room{};  // filled in this machine's byte order, as far as they fit
+};
+
+// Of a page of what begins at the position; the bytes that all values have. unsupported for no TIFF
+// file and for no such tag, not_tiled when it is one of tiles, read_failed for values that are not
+// there.
+Status find_tiff_tag(StreamHandle stream, std::int32_t page, std::int32_t tag, TagValue& value);
 
 }  // namespace tq::tiff

@@ -1,0 +1,53 @@
+// What a caller may switch on beside the settings: numbered values, all 0 at first, and 0 is always
+// what callers have relied on.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "include/tarnquill.h"
+
+namespace tq {
+
+class Options {
+ public:
+  // -1: there is no such option.
+  std::int32_t get(std::int32_t option) const { return is_known(option) ? values_[option] : -1; }
+
+  // False, and nothing changes, for an unknown option or a value that it cannot have.
+  bool set(std::int32_t option, std::int32_t value) {
+    if (!is_known(option) || !fits(option, value)) return false;
+    values_[option] = value;
+    return true;
+  }
+
+ private:
+  struct Range {
+    std::int32_t option, least, most;  // of values beside 0
+  };
+  static constexpr Range kRanges[] = {
+      {IMG_OPTION_SAFE_SAVING, 1, 1},     {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
+      {IMG_OPTION_TIFF_JPEG, 7, 7},       {IMG_OPTION_TIFF_G3_K, 1, 4},
+      {IMG_OPTION_TIFF_G3_FILL, 1, 1},    {IMG_OPTION_TIFF_PHOTOMETRIC, 1, 1},
+      {IMG_OPTION_TIFF_BYTE_ORDER, 1, 1}, {IMG_OPTION_TIFF_PREDICTOR, 1, 1},
+  };
+  static constexpr int kMost = 64;
+
+  static constexpr const Range* find(std::int32_t option) {
+    const Range* const found =
+        std::find_if(std::begin(kRanges), std::end(kRanges),
+                     [=](const Range& range) { return range.option == option; });
+    return found == std::end(kRanges) ? nullptr : found;
+  }
+  static constexpr bool is_known(std::int32_t option) { return find(option) != nullptr; }
+  static constexpr bool fits(std::int32_t option, std::int32_t value) {
+    const Range& range = *find(option);
+    if (option == IMG_OPTION_TIFF_G3_K && value == 3) return false;
+    return value == 0 || (value >= range.least && value <= range.most);
+  }
+
+  std::array<std::int32_t, kMost> values_{};
+};
+
+}  // namespace tq
