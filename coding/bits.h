@@ -7,6 +7,7 @@
 #include <span>
 
 #include "core/numbers.h"
+#include "io/piece_source.h"
 
 namespace tq::coding {
 
@@ -15,26 +16,7 @@ enum class BitOrder : std::uint8_t { msb_first, lsb_first };
 
 static_assert(std::endian::native == std::endian::little);  // of the words loaded and stored
 
-// Where coded bytes come from, piece by piece: next_piece() of some object, which outlives its
-// readers. An empty piece is the end; any other stays until the next is asked for.
-class PieceSource {
- public:
-  PieceSource() = default;
-  template <class Owner>
-  static PieceSource of(Owner& owner) {
-    PieceSource source;
-    source.owner_ = &owner;
-    source.next_ = [](void* context) { return static_cast<Owner*>(context)->next_piece(); };
-    return source;
-  }
-  std::span<const std::uint8_t> next() const {
-    return next_ == nullptr ? std::span<const std::uint8_t>() : next_(owner_);
-  }
-
- private:
-  void* owner_ = nullptr;
-  std::span<const std::uint8_t> (*next_)(void* owner) = nullptr;
-};
+using tq::PieceSource;
 
 // The next bits in a word: the first at its top, or at its bottom. Behind the end there are zeros.
 // A plain value: a copy of it lives in the registers of a loop and is stored back behind it.

@@ -1,8 +1,9 @@
-// Sequential reading in chunks, or in place.
+// Sequential reading in chunks, in place, or in pieces.
 #include "io/chunk_reader.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "core/context.h"
 
@@ -35,6 +36,16 @@ Status ChunkReader::open(StreamHandle stream, std::int64_t chunk_bytes) {
   return kOk;
 }
 
+Status ChunkReader::open(PieceSource pieces, std::int64_t chunk_bytes) {
+  close();
+  if (std::cmp_not_equal(chunk_.size(), chunk_bytes)) TQ_TRY(chunk_.allocate(chunk_bytes));
+  mode_ = Mode::pieces;
+  without_end_ = false;
+  pieces_ = pieces;
+  rest_ = {};
+  return kOk;
+}
+
 void ChunkReader::close() {
   const auto untaken = static_cast<std::int32_t>(available_);
   if (openings_ == memory_openings()) {
@@ -47,7 +58,34 @@ void ChunkReader::close() {
   available_ = 0;
 }
 
+// A piece goes when the next is asked for: what is left of it moves to the chunk before.
+bool ChunkReader::refill_from_pieces(std::size_t wanted) {
+  wanted = std::min(wanted, chunk_.size());
+  if (available_ >= wanted) return true;
+  if (available_ == 0) {
+    if (rest_.empty()) rest_ = pieces_.next();
+    if (rest_.empty() || rest_.size() >= wanted) {
+      cursor_ = rest_.data();
+      available_ = std::exchange(rest_, {}).size();
+      return available_ != 0;
+    }
+  } else {
+    std::memmove(chunk_.data(), cursor_, available_);
+  }
+  cursor_ = chunk_.data();
+  while (available_ < wanted) {
+    if (rest_.empty()) rest_ = pieces_.next();
+    if (rest_.empty()) break;
+    const std::size_t here = std::min(wanted - available_, rest_.size());
+    std::memcpy(chunk_.data() + available_, rest_.data(), here);
+    rest_ = rest_.subspan(here);
+    available_ += here;
+  }
+  return true;
+}
+
 bool ChunkReader::refill(std::size_t wanted) {
+  if (mode_ == Mode::pieces) return refill_from_pieces(wanted);
   if (mode_ != Mode::copied) return available_ != 0;
   wanted = std::min(wanted, chunk_.size());
   // Memory that cannot be taken in place (scrambled, or moved by a caller's seek function) may end

@@ -1,4 +1,4 @@
-// Sequential reading: in chunks from files and callers, in place from memory.
+// Sequential reading: in chunks from files and callers, in place from memory and from pieces.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,7 @@
 
 #include "core/memory.h"
 #include "io/byte_stream.h"
+#include "io/piece_source.h"
 
 namespace tq {
 
@@ -24,6 +25,9 @@ class ChunkReader {
   ~ChunkReader() { close(); }
 
   Status open(StreamHandle stream, std::int64_t chunk_bytes);  // out_of_memory
+
+  // What `pieces` hand out: in place, but for what lies across two of them.
+  Status open(PieceSource pieces, std::int64_t chunk_bytes);  // out_of_memory
 
   // Leaves the memory stream behind the last byte taken, unless a callback has opened another one
   // meanwhile. Other streams stay wherever the last chunk ended.
@@ -54,14 +58,18 @@ class ChunkReader {
 
  private:
   bool refill(std::size_t wanted);  // whether there is a byte
+  bool refill_from_pieces(std::size_t wanted);
 
-  // In place: the cursor runs over the memory stream itself. Copied: over the chunk.
-  enum class Mode : std::uint8_t { closed, in_place, copied };
+  // In place: the cursor runs over the memory stream itself. Copied: over the chunk. Pieces: over
+  // a piece, or over what the chunk holds of two.
+  enum class Mode : std::uint8_t { closed, in_place, copied, pieces };
 
   StreamHandle stream_{-1};
   Mode mode_ = Mode::closed;
   bool without_end_ = false;  // in place: memory that does not say where it ends
   GlobalBlock chunk_;
+  PieceSource pieces_;
+  std::span<const std::uint8_t> rest_;  // of a piece, behind what the chunk holds
   const std::uint8_t* cursor_ = nullptr;
   std::size_t available_ = 0;      // bytes at the cursor; counted, as their end may have no address
   std::int32_t end_position_ = 0;  // in place: of the memory stream behind those bytes

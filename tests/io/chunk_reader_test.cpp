@@ -153,6 +153,36 @@ TEST(ChunkReader, AnyPatternOfRequestsGivesTheStreamsBytes) {
   }
 }
 
+// Pieces that are gone when the next is asked for.
+struct Pieces {
+  const Bytes& content;
+  std::mt19937& random;
+  std::size_t taken = 0;
+  Bytes piece{};
+
+  std::span<const std::uint8_t> next_piece() {
+    const std::size_t size = std::min<std::size_t>(content.size() - taken, 1 + random() % 40);
+    const auto from = content.begin() + static_cast<std::ptrdiff_t>(taken);
+    std::fill(piece.begin(), piece.end(), std::uint8_t{0xEE});
+    piece = Bytes(from, from + static_cast<std::ptrdiff_t>(size));
+    taken += size;
+    return piece;
+  }
+};
+
+TEST(ChunkReader, PiecesOfAnySizeAreOneStream) {
+  std::mt19937 random(20240301);
+  for (int round = 0; round < 200; ++round) {
+    const Bytes content = random_bytes(random, random() % 500);
+    const std::size_t chunk = 1 + random() % 60;
+    SCOPED_TRACE(testing::Message() << "round " << round << ", chunk " << chunk);
+    Pieces pieces{content, random};
+    ChunkReader reader;
+    ASSERT_TRUE(reader.open(PieceSource::of(pieces), static_cast<std::int64_t>(chunk)).ok());
+    ASSERT_EQ(take_in_pieces(reader, chunk, content.size() + 10, true, random), content);
+  }
+}
+
 TEST(ChunkReader, CallersAreAskedForWholeChunks) {
   MemoryFile caller(Bytes(1000, 1));
   ChunkReader reader;
