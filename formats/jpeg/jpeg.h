@@ -3,16 +3,55 @@
 #pragma once
 
 #include "formats/codec.h"
+#include "io/chunk_reader.h"
 
 namespace tq::jpeg {
 
 Status decode_jpeg(const formats::DecodeRequest& request);
+
+// What the components of a part are, and the rows that they become: 8, 24 and 32 bits; four are
+// left as they are.
+enum class Components : std::uint8_t { grey, ycbcr, rgb, four };
+
+struct Tables;
+
+// Pictures that are part of another format's, strips or tiles. Tables may stand elsewhere, and what
+// the components are is told from outside: no application segment and no id counts.
+class PartDecoder {
+ public:
+  static constexpr std::int64_t kChunkBytes = 66 * 1024;  // for readers of parts
+
+  Status open();  // out_of_memory
+
+  // What parts may lack: tables, or all that comes before the data of a scan. Whether it is all,
+  // and the reader at the data.
+  bool read_common(ChunkReader& input);
+  int common_height() const;  // of its frame; 0: it has none
+
+  // A part that is a stream. Rows of the frame go to the sink, as many as could be read.
+  Status decode(ChunkReader& input, Components components, const formats::RowSink& sink) const;
+  // A part that is the data of a scan and nothing else.
+  Status decode_data(ChunkReader& input, std::int64_t width, std::int64_t height,
+                     Components components, const formats::RowSink& sink) const;
+
+ private:
+  GlobalBlock room_;
+  Tables* common_ = nullptr;
+};
 
 Status encode_jpeg(const formats::EncodeRequest& request);
 
 // wrong_depth for other than 8, 24 and 32 bits; unsupported for sides above 65535 and for sampling
 // factors that no file can have.
 Status can_encode_jpeg(const formats::EncodeRequest& request);
+
+// What a save would write: how many components, and the sampling factors of the first, to which
+// the others have 1.
+struct StreamForm {
+  int components = 0;
+  int h = 1, v = 1;
+};
+Status find_stream_form(const formats::EncodeRequest& request, StreamForm& form);
 
 // What later saves use. The quality is taken as 1..100; factors are checked by the save.
 void set_jpeg_quality(std::int32_t quality);

@@ -1,4 +1,4 @@
-// Reads a JPEG stream: header, scans, rows.
+// Reads a JPEG stream: header, scans, rows; whole ones, and those that are parts of other files.
 #include <algorithm>
 #include <new>
 #include <utility>
@@ -114,7 +114,65 @@ Status decode_scans(Decode& decode, const formats::RowSink& sink, Layout layout)
   return deliver_stored(decode, sink);
 }
 
+// The reader is behind the first scan's header.
+Status decode_picture(ChunkReader& input, bool byte_by_byte, Tables& tables, Layout layout,
+                      const formats::RowSink& sink) {
+  HeaderBlock image = describe(tables, layout);
+  TQ_TRY(sink.header(image));
+  Decode decode(input, byte_by_byte, tables);
+  return decode_scans(decode, sink, layout);
+}
+
+Status decode_part(ChunkReader& input, Tables& tables, Components components,
+                   const formats::RowSink& sink) {
+  constexpr struct {
+    int count;
+    Layout layout;
+  } kKinds[] = {{1, Layout::grey}, {3, Layout::ycc}, {3, Layout::rgb}, {4, Layout::cmyk}};
+  const auto& kind = kKinds[static_cast<int>(components)];
+  TQ_TRY(check_frame(tables.frame));
+  if (tables.frame.count != kind.count || tables.frame.precision != 8) {
+    return StatusCode::unsupported;
+  }
+  if (!scan_is_valid(tables)) return StatusCode::bad_image;
+  return decode_picture(input, false, tables, kind.layout, sink);
+}
+
 }  // namespace
+
+Status PartDecoder::open() {
+  TQ_TRY(room_.allocate(sizeof(Tables)));
+  common_ = new (room_.data()) Tables;
+  return kOk;
+}
+
+bool PartDecoder::read_common(ChunkReader& input) {
+  return find_start(input).ok() && read_segments(input, true, *common_);
+}
+
+int PartDecoder::common_height() const {
+  return common_->frame.height;
+}
+
+Status PartDecoder::decode(ChunkReader& input, Components components,
+                           const formats::RowSink& sink) const {
+  Tables tables = *common_;
+  tables.frame = {};
+  TQ_TRY(find_start(input));
+  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
+  return decode_part(input, tables, components, sink);
+}
+
+Status PartDecoder::decode_data(ChunkReader& input, std::int64_t width, std::int64_t height,
+                                Components components, const formats::RowSink& sink) const {
+  constexpr std::int64_t kLongestSide = 65535;
+  if (width > kLongestSide || height > kLongestSide) return StatusCode::unsupported;
+  Tables tables = *common_;
+  tables.frame.width = static_cast<int>(width);
+  tables.frame.height = static_cast<int>(height);
+  if (tables.scan.count == 0) tables.scan = scan_of_all(tables);
+  return decode_part(input, tables, components, sink);
+}
 
 Status decode_jpeg(const formats::DecodeRequest& request) {
   // A page number means the only picture there is, which starts here.
@@ -127,11 +185,7 @@ Status decode_jpeg(const formats::DecodeRequest& request) {
   if (!read_segments(input, true, tables)) return StatusCode::bad_image;
   TQ_TRY(check_frame(tables.frame));
   if (!scan_is_valid(tables)) return StatusCode::bad_image;
-  const Layout layout = choose_layout(tables);
-  HeaderBlock image = describe(tables, layout);
-  TQ_TRY(request.sink.header(image));
-  Decode decode(input, byte_by_byte, tables);
-  return decode_scans(decode, request.sink, layout);
+  return decode_picture(input, byte_by_byte, tables, choose_layout(tables), request.sink);
 }
 
 }  // namespace tq::jpeg

@@ -233,6 +233,18 @@ bool read_segments(ChunkReader& input, bool first, Tables& tables) {
   }
 }
 
+Scan scan_of_all(const Tables& tables) {
+  Scan scan;
+  scan.count = std::min(tables.frame.count, kMostComponents);
+  scan.last = kBlock - 1;
+  for (int i = 0; i < scan.count; ++i) {
+    const int slot = i > 0 ? 1 : 0;
+    scan.components[i] = {i, tables.dc[slot].defined ? slot : 0,
+                          tables.ac[slot].defined ? slot : 0};
+  }
+  return scan;
+}
+
 Status check_frame(const Frame& frame) {
   if (!frame.present) return StatusCode::bad_image;
   if (frame.count != 1 && frame.count != 3 && frame.count != 4) return StatusCode::unsupported;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/status.h"
+#include "formats/jpeg/jpeg.h"
 #include "formats/jpeg/tables.h"
 #include "io/chunk_reader.h"
 
@@ -71,7 +72,7 @@ struct Tables {
 };
 
 // Room for the longest segment and for a table that runs past its end.
-inline constexpr std::int64_t kSegmentChunk = 66 * 1024;
+inline constexpr std::int64_t kSegmentChunk = PartDecoder::kChunkBytes;
 
 // Leaves the reader behind SOI: read_failed when there is not one byte, bad_image when no SOI
 // begins in the first 5001 bytes.
@@ -80,6 +81,10 @@ Status find_start(ChunkReader& input);
 // Reads segments up to and including the next SOS; false when the data end before or a segment
 // cannot be read. The frame is taken from the first call only.
 bool read_segments(ChunkReader& input, bool first, Tables& tables);
+
+// A scan of all components of a frame, for data without a header: the first component has tables of
+// its own, the others share theirs if there are any.
+Scan scan_of_all(const Tables& tables);
 
 // What the frame and the first scan must be before anything is decoded.
 Status check_frame(const Frame& frame);

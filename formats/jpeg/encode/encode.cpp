@@ -96,12 +96,19 @@ class Coder {
 
 }  // namespace
 
-Status can_encode_jpeg(const formats::EncodeRequest& request) {
+Status find_stream_form(const formats::EncodeRequest& request, StreamForm& form) {
   Pixels pixels = Pixels::bgr;
   TQ_TRY(choose_pixels(*request.image, pixels));
   JpegSettings settings = context().settings.jpeg;
   EncodedFrame frame;
-  return choose_frame(request.image->header, pixels, settings, frame);
+  TQ_TRY(choose_frame(request.image->header, pixels, settings, frame));
+  form = {frame.count, frame.h, frame.v};
+  return kOk;
+}
+
+Status can_encode_jpeg(const formats::EncodeRequest& request) {
+  StreamForm form;
+  return find_stream_form(request, form);
 }
 
 Status encode_jpeg(const formats::EncodeRequest& request) {
