@@ -33,11 +33,52 @@ Status decode_fax_strips(const File& file, Page& page, const formats::RowSink& s
   return kOk;
 }
 
+// Strips of JPEG: as rows come from its decoder they go to the sink.
+Status decode_jpeg_strips(const Page& page, JpegStrips& strips, Samples& samples,
+                          const formats::RowSink& sink) {
+  struct Place {
+    Samples& samples;
+    const formats::RowSink& sink;
+    RowBuffer<std::uint8_t> stored, row;
+    std::int64_t first = 0;
+
+    static std::int32_t IMG_CB_C put(void* bytes, void* context, std::int32_t y,
+                                     std::int32_t count) {
+      Place& place = *static_cast<Place*>(context);
+      Bytes stored(static_cast<std::uint8_t*>(bytes), static_cast<std::size_t>(count));
+      if (stored.size() < place.stored.size()) {  // what is not there stays 0
+        std::copy(stored.begin(), stored.end(), place.stored.data());
+        stored = place.stored.pixels();
+      }
+      place.samples.convert(stored, 0, place.row.pixels());
+      return place.sink.row(place.row.pixels(), static_cast<std::int32_t>(place.first + y)).raw();
+    }
+  } place{.samples = samples, .sink = sink, .stored = {}, .row = {}};
+  const BitmapInfoHeader& header = samples.image().header;
+  TQ_TRY(place.stored.allocate(RowShape(page).plane_bytes));
+  TQ_TRY(place.row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  for (std::int64_t strip = 0; strip < page.chunks.down; ++strip) {
+    const auto index = static_cast<std::uint64_t>(strip);
+    if (strip > 0 && index >= page.chunks.offsets.count()) break;
+    place.first = strip * page.chunks.height;
+    const std::int64_t rows = std::min<std::int64_t>(page.chunks.height, page.height - place.first);
+    TQ_TRY(strips.decode(index, rows, {nullptr, Place::put, &place}));
+  }
+  return kOk;
+}
+
 Status decode_rows(const File& file, Page& page, Samples& samples, const img_strip_coder* lzw,
                    const formats::RowSink& sink) {
   TQ_TRY(samples.allocate());
+  JpegStrips jpeg;
+  if (page.is_jpeg()) {
+    TQ_TRY(jpeg.open(file, page));
+    if (!page.chunks.tiled && !page.planes_apart) {
+      return decode_jpeg_strips(page, jpeg, samples, sink);
+    }
+  }
   PageRows rows;
-  TQ_TRY(rows.open(file, page, lzw));
+  TQ_TRY(rows.open(file, page, lzw, &jpeg));
   const BitmapInfoHeader& header = samples.image().header;
   RowBuffer<std::uint8_t> image_row;
   TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));

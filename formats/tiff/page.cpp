@@ -116,8 +116,11 @@ bool samples_are_alike(const Directory& directory, std::uint64_t samples) {
 }
 
 Status read_samples(const Directory& directory, Page& page) {
-  const std::uint64_t samples = directory.number(kSamplesPerPixel, 1);
-  const std::uint64_t bits = directory.number(kBitsPerSample, 1);
+  const std::uint64_t told = directory.number(kPhotometric, 1);
+  // Old writers of JPEG leave to the stream what it says as well.
+  const bool in_colour = page.is_jpeg() && (told == 2 || told == 6);
+  const std::uint64_t samples = directory.number(kSamplesPerPixel, in_colour ? 3 : 1);
+  const std::uint64_t bits = directory.number(kBitsPerSample, page.is_jpeg() ? 8 : 1);
   const std::uint64_t extra = directory.numbers(kExtraSamples).count();
   if (samples == 0 || samples > 0xFFFF || bits == 0 || bits > 32) return StatusCode::unsupported;
   if (!samples_are_alike(directory, samples)) return StatusCode::unsupported;
@@ -143,11 +146,18 @@ Status read_samples(const Directory& directory, Page& page) {
   return kOk;
 }
 
+// What there is a way from the components of JPEG to pixels for.
+bool components_are_known(const Page& page) {
+  if (page.photometric == Photometric::lab || page.photometric == Photometric::mask) return false;
+  const bool rgbx = page.photometric == Photometric::rgb && page.samples == 4;
+  return page.planes_apart || page.samples == page.colours || rgbx;
+}
+
 // The depths that there are rules for.
 bool depth_is_known(const Page& page) {
   const int bits = page.bits;
   if (page.is_fax()) return bits == 1 && page.samples == 1 && page.colours == 1;
-  if (page.is_jpeg()) return bits == 8;
+  if (page.is_jpeg()) return bits == 8 && components_are_known(page);
   if (page.coding == kThunderScan && (bits != 4 || page.samples != 1)) return false;
   switch (page.photometric) {
     case Photometric::palette:
@@ -165,7 +175,7 @@ bool depth_is_known(const Page& page) {
 }
 
 Status read_subsampling(const Directory& directory, Page& page) {
-  if (page.photometric != Photometric::ycbcr || page.is_jpeg()) return kOk;
+  if (page.photometric != Photometric::ycbcr || (page.is_jpeg() && !page.planes_apart)) return kOk;
   const auto factor = [&](int i) {
     return static_cast<int>(directory.number(kYCbCrSubSampling, 2, i));
   };
@@ -227,6 +237,10 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   const std::uint64_t coding = directory.number(kCompression, kUncoded);
   if (!is_known(coding)) return StatusCode::unsupported;
   page.coding = static_cast<Coding>(coding);
+  constexpr std::uint64_t kBaseline = 1, kLossless = 14;
+  if (page.coding == kOldJpeg && directory.number(kJpegProc, kBaseline) == kLossless) {
+    return StatusCode::unsupported;
+  }
   page.low_bit_first = directory.number(kFillOrder, 1) == 2;
   page.t4_options = static_cast<std::uint32_t>(directory.number(kT4Options, 0));
   const std::uint64_t orientation = directory.number(kOrientation, 1);

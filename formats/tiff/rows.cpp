@@ -1,4 +1,5 @@
-// Strips are read row by row, one beside the other when planes are apart; tiles a band at a time.
+// Strips are read row by row, one beside the other when planes are apart; tiles, and planes of JPEG,
+// a band at a time.
 #include "formats/tiff/rows.h"
 
 namespace tq::tiff {
@@ -8,6 +9,10 @@ namespace {
 void put_bits(Bytes from, std::int64_t bits, std::int64_t first, Row to) {
   const int shift = static_cast<int>(first % 8);
   std::uint8_t* at = to.data() + first / 8;
+  if (shift == 0 && bits % 8 == 0) {
+    std::copy_n(from.data(), bits / 8, at);
+    return;
+  }
   for (std::int64_t i = 0; i < bits; i += 8, ++at) {
     const std::int64_t left = bits - i;
     const int value = from[static_cast<std::size_t>(i / 8)] & (left < 8 ? 0xFF00 >> left : 0xFF);
@@ -67,32 +72,38 @@ RowShape::RowShape(const Page& page) : h(page.h), v(page.v) {
   plane_bytes = bytes_for(page.width);
 }
 
-Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw) {
+Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg) {
   file_ = &file;
   page_ = &page;
+  jpeg_ = jpeg;
   shape_ = RowShape(page);
   const Chunks& chunks = page.chunks;
-  const std::int64_t rows = chunks.tiled ? std::min<std::int64_t>(chunks.height, page.height) : 1;
+  in_bands_ = chunks.tiled || page.is_jpeg();
+  const std::int64_t rows = in_bands_ ? std::min<std::int64_t>(chunks.height, page.height) : 1;
   const std::int64_t row = shape_.plane_bytes * shape_.planes;
   if (row > INT32_MAX) return StatusCode::out_of_memory;
   TQ_TRY(rows_.allocate(row * shape_.rows(rows)));
   if (page.is_fax()) TQ_TRY(open_fax(page, formats::FaxRows::bits, fax_));
-  const int coders = chunks.tiled ? 1 : shape_.planes;
+  const int coders = page.is_jpeg() ? 0 : chunks.tiled ? 1 : shape_.planes;
   for (int i = 0; i < coders; ++i) {
     TQ_TRY(planes_[i].open(file, page, shape_.plane_bytes, lzw));
   }
   return kOk;
 }
 
-Chunk PageRows::chunk(std::int64_t across, int plane) {
+std::uint64_t PageRows::index(std::int64_t across, int plane) const {
   const Chunks& chunks = page_->chunks;
   const std::int64_t of_plane = chunks.across * chunks.down;  // below 2^62
-  const std::int64_t index = down_ * chunks.across + across;
+  return static_cast<std::uint64_t>(of_plane) * plane + down_ * chunks.across + across;
+}
+
+Chunk PageRows::chunk(std::int64_t across, int plane) {
+  const Chunks& chunks = page_->chunks;
   const std::int64_t bytes = shape_.bytes_for(chunks.width);
   // A chunk that is too large for this is taken as it is.
   const std::int64_t whole =
       bytes < INT32_MAX ? bytes * std::min<std::int64_t>(chunks.height, INT32_MAX) : 0;
-  return find_chunk(*file_, *page_, static_cast<std::uint64_t>(of_plane) * plane + index, whole);
+  return find_chunk(*file_, *page_, index(across, plane), whole);
 }
 
 Row PageRows::row_at(std::int64_t row, int plane) const {
@@ -127,26 +138,31 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
   const std::int64_t bits = shape_.units(pixels) * shape_.unit_bits;
   const std::int64_t rows =
       shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
-  CodedBytes& coded = planes_[0];
-  TQ_TRY(coded.start(chunk(across, plane)));
-  if (page_->is_fax()) {
+  if (page_->is_fax() || page_->is_jpeg()) {
     struct Place {
       PageRows* rows;
       std::int64_t first, bits;
+      int plane;
       static std::int32_t IMG_CB_C put(void* row, void* context, std::int32_t y,
                                        std::int32_t bytes) {
         const Place& place = *static_cast<Place*>(context);
         const Bytes from(static_cast<std::uint8_t*>(row), static_cast<std::size_t>(bytes));
-        put_bits(from, place.bits, place.first, place.rows->row_at(y, 0));
+        const std::int64_t there = std::min<std::int64_t>(place.bits, 8 * std::ssize(from));
+        put_bits(from, there, place.first, place.rows->row_at(y, place.plane));
+        place.rows->there_ = std::max<std::int64_t>(place.rows->there_, y + 1);
         return 0;
       }
-    } place{this, first, bits};
-    const Status read = fax_.decode(coding::PieceSource::of(coded.pieces()), 0,
-                                    static_cast<std::int32_t>(rows), {nullptr, Place::put, &place});
-    TQ_TRY(read);
-    there_ = std::max<std::int64_t>(there_, read.raw());
-    return kOk;
+    } place{this, first, bits, plane};
+    const formats::RowSink sink{nullptr, Place::put, &place};
+    if (page_->is_jpeg()) return jpeg_->decode(index(across, plane), rows, sink);
+    CodedPieces& pieces = planes_[0].pieces();
+    pieces.start(chunk(across, plane));
+    const Status read =
+        fax_.decode(coding::PieceSource::of(pieces), 0, static_cast<std::int32_t>(rows), sink);
+    return read.failed() ? read : kOk;
   }
+  CodedBytes& coded = planes_[0];
+  TQ_TRY(coded.start(chunk(across, plane)));
   const std::int64_t used = (bits + 7) / 8;
   for (std::int64_t y = 0; y < rows; ++y) {
     const Bytes read = coded.read(static_cast<std::ptrdiff_t>(used));
@@ -178,14 +194,13 @@ Status PageRows::next(Row& row, std::int64_t& y) {
   const std::int64_t chunk_rows = shape_.rows(chunks.height);
   row = {};
   while (true) {
-    const bool tiled = chunks.tiled;
-    if (row_ < there_ && (tiled || read_strip_row())) break;
+    if (row_ < there_ && (in_bands_ || read_strip_row())) break;
     if (++down_ >= chunks.down) return kOk;
     // A few bytes may claim any number of strips.
     const auto first = static_cast<std::uint64_t>(down_ * chunks.across);
     if (first >= chunks.offsets.count()) return kOk;
     row_ = there_ = 0;
-    if (tiled) {
+    if (in_bands_) {
       TQ_TRY(load_band());
     } else {
       TQ_TRY(start_strip());
@@ -194,7 +209,7 @@ Status PageRows::next(Row& row, std::int64_t& y) {
   }
   y = down_ * chunk_rows + row_;
   row = rows_.pixels().subspan(
-      static_cast<std::size_t>(chunks.tiled ? row_ * shape_.planes * shape_.plane_bytes : 0),
+      static_cast<std::size_t>(in_bands_ ? row_ * shape_.planes * shape_.plane_bytes : 0),
       static_cast<std::size_t>(shape_.planes * shape_.plane_bytes));
   ++row_;
   return kOk;

@@ -3,6 +3,7 @@
 
 #include "formats/fax.h"
 #include "formats/tiff/coded.h"
+#include "formats/tiff/jpeg_strips.h"
 
 namespace tq::tiff {
 
@@ -29,7 +30,8 @@ Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder
 
 class PageRows {
  public:
-  Status open(const File& file, Page& page, const img_strip_coder* lzw);
+  // `jpeg` is open, for pages that are.
+  Status open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg);
 
   // The next row that there is, numbered from the top of the page; `row` is empty behind the last.
   // What a row lacks is 0.
@@ -38,6 +40,7 @@ class PageRows {
   const RowShape& shape() const { return shape_; }
 
  private:
+  std::uint64_t index(std::int64_t across, int plane) const;
   Chunk chunk(std::int64_t across, int plane);
   Row row_at(std::int64_t row, int plane) const;
   Status start_strip();
@@ -50,8 +53,10 @@ class PageRows {
   RowShape shape_;
   std::array<CodedBytes, kMostPlanes> planes_;
   formats::FaxDecoder fax_;
-  RowBuffer<std::uint8_t> rows_;      // one, or those of a band of tiles
-  std::int64_t down_ = -1;            // the strip, or band of tiles, at work
+  JpegStrips* jpeg_ = nullptr;
+  bool in_bands_ = false;             // tiles, or planes that are decoded one after the other
+  RowBuffer<std::uint8_t> rows_;      // one, or those of a band
+  std::int64_t down_ = -1;            // the strip, or band, at work
   std::int64_t row_ = 0, there_ = 0;  // the next row in it, and how many there are
 };
 

@@ -118,12 +118,14 @@ const pixels::RowLayout* Samples::choose_layout() const {
       if (bits == 2) return find_layout(Layout::bits_2, 4);
       if (bits == 4) return find_layout(Layout::bits_4, 4);
       return bits == 8 ? find_layout(Layout::bytes, 8) : nullptr;
+    case Photometric::ycbcr:
+      return page.is_jpeg() && !page.planes_apart ? find_layout(Layout::bgr, 24) : nullptr;
     case Photometric::rgb:
       if (bits != 8) return nullptr;
       if (page.planes_apart) {
         return page.alpha == Alpha::none ? find_layout(Layout::rgb_planes, 24) : nullptr;
       }
-      if (page.samples == 3) return find_layout(Layout::rgb, 24);
+      if (page.samples == 3) return find_layout(page.is_jpeg() ? Layout::bgr : Layout::rgb, 24);
       if (page.samples != 4 || page.alpha == Alpha::associated) return nullptr;
       return find_layout(page.alpha == Alpha::none ? Layout::rgbx : Layout::rgba, 24);
     case Photometric::separated:
