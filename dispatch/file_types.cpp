@@ -212,6 +212,8 @@ constexpr FileType kFileTypes[] = {
      .traits = kMultiPage},
     {.code = IMG_TYPE_TIFF_JPEG, .name = "tiff-jpeg", .title = "TIFF JPEG",
      .variant_of = IMG_TYPE_TIFF, .variant = 6, .switched_by = IMG_TYPE_TIFF,
+     .encode = tiff::encode_tiff, .write_depths = depths(8, 24, 32),
+     .can_encode = tiff::can_encode_tiff, .can_append = tiff::can_append_tiff,
      .traits = kMultiPage},
     {.code = IMG_TYPE_GIF_INTERLACED, .name = "gif-interlaced", .title = "GIF interlaced",
      .variant_of = IMG_TYPE_GIF, .variant = plugin::kGifInterlaced,

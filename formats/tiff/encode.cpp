@@ -1,4 +1,5 @@
 // Pages to files: data, then their directory, then the link to it.
+#include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
 #include "formats/rows.h"
 #include "formats/tiff/rows.h"
@@ -49,7 +50,56 @@ struct Form {
   bool differences = false;
   std::span<const Rgb> palette{};
   formats::StoredRows rows;
+  jpeg::StreamForm stream;
 };
+
+// What the encoder of JPEG is given: of 32 bits without the fourth byte.
+class JpegPicture {
+ public:
+  explicit JpegPicture(const EncodeRequest& request) : request_(request), image_(*request.image) {
+    if (image_.header.biBitCount == 32) {
+      image_.header = dib_header(image_.header.biWidth, image_.header.biHeight, 24).header;
+      image_.header.biXPelsPerMeter = request.image->header.biXPelsPerMeter;
+      image_.header.biYPelsPerMeter = request.image->header.biYPelsPerMeter;
+    }
+  }
+  EncodeRequest request() {
+    const bool same = request_.image->header.biBitCount != 32;
+    return {.stream = request_.stream,
+            .image = &image_,
+            .rows = same ? request_.rows : formats::RowSupplier{supply, this}};
+  }
+  Status write() {
+    const BitmapInfoHeader& header = request_.image->header;
+    TQ_TRY(row_.allocate(row_bytes(header.biWidth, header.biBitCount)));
+    return jpeg::encode_jpeg(request());
+  }
+
+ private:
+  static std::int32_t IMG_CB_C supply(void* context, void* bytes, std::int32_t y,
+                                      std::int32_t count) {
+    const JpegPicture& picture = *static_cast<JpegPicture*>(context);
+    const Status got = picture.request_.rows.row(picture.row_.pixels(), y);
+    if (got.failed()) return got.raw();
+    const Row row(static_cast<std::uint8_t*>(bytes), static_cast<std::size_t>(count));
+    pack(*find_layout(Layout::bgr, 32), picture.row_.pixels(), picture.image_.header.biWidth, row);
+    return 0;
+  }
+
+  const EncodeRequest& request_;
+  HeaderBlock image_;
+  RowBuffer<std::uint8_t> row_;
+};
+
+Status choose_jpeg_form(const EncodeRequest& request, Form& form) {
+  if (request.cmyk && request.image->header.biBitCount == 32) return StatusCode::wrong_depth;
+  JpegPicture picture(request);
+  TQ_TRY(jpeg::find_stream_form(picture.request(), form.stream));
+  form.samples = form.stream.components;
+  form.bits = 8;
+  form.photometric = form.samples == 1 ? Photometric::black_is_zero : Photometric::ycbcr;
+  return kOk;
+}
 
 Form choose_form(const EncodeRequest& request, bool big_endian) {
   const BitmapInfoHeader& header = request.image->header;
@@ -116,6 +166,7 @@ class PageWriter {
  public:
   Status open(StreamHandle stream, const Place& place) {
     place_ = place;
+    stream_ = stream;
     TQ_TRY(out_.open(stream));
     if (place.is_new()) {
       out_.put(place.big_endian ? "MM" : "II");
@@ -128,6 +179,14 @@ class PageWriter {
     return out_.status();
   }
   StreamWriter& out() { return out_; }
+  // For what is written by somebody else, from here to where the stream then stands.
+  Status give_stream() { return out_.flush(); }
+  Status take_stream() {
+    const std::int32_t end = position(stream_);
+    if (end < 0) return StatusCode::write_failed;
+    place_.end = end - out_.count();
+    return kOk;
+  }
   std::int64_t offset() const { return place_.end - place_.start + out_.count(); }
   // Fields and strips begin at even offsets.
   void align() {
@@ -149,6 +208,7 @@ class PageWriter {
 
  private:
   Place place_;
+  StreamHandle stream_{-1};
   StreamWriter out_;
 };
 
@@ -302,6 +362,17 @@ Status write_fax(const EncodeRequest& request, PageWriter& page, Strips& strips)
   return kOk;
 }
 
+// A whole stream, which is the only strip.
+Status write_jpeg(const EncodeRequest& request, PageWriter& page, Strips& strips) {
+  JpegPicture picture(request);
+  strips.begin(page.offset());
+  TQ_TRY(page.give_stream());
+  TQ_TRY(picture.write());
+  TQ_TRY(page.take_stream());
+  strips.end(page.offset());
+  return kOk;
+}
+
 void describe(const EncodeRequest& request, const Place& place, const Form& form,
               std::int64_t rows_per_strip, const Strips& strips, DirectoryWriter& directory) {
   const BitmapInfoHeader& header = request.image->header;
@@ -344,6 +415,16 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
     directory.add_shorts(kColorMap, std::span(map).first(3 * form.palette.size()));
   }
   if (form.samples == 4) directory.add(kInkSet, kShort, 1);
+  if (coding == kOldJpeg) {
+    constexpr std::uint32_t kBaseline = 1;
+    directory.add(kJpegProc, kShort, kBaseline);
+    directory.add(kJpegInterchangeFormat, kLong, strips.offsets()[0]);
+    directory.add(kJpegInterchangeFormatLength, kLong, strips.byte_counts()[0]);
+    if (form.samples == 3) {
+      const std::array<std::uint16_t, 2> factors = {word(form.stream.h), word(form.stream.v)};
+      directory.add_shorts(kYCbCrSubSampling, factors);
+    }
+  }
 }
 
 Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
@@ -351,11 +432,17 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   Place place;
   TQ_TRY(find_place(request.stream, place));
   const BitmapInfoHeader& header = request.image->header;
-  const Form form = choose_form(request, place.big_endian);
   const auto coding = static_cast<Coding>(request.variant());
-  const bool fax = coding >= kHuffman && coding <= kGroup4;
+  const bool fax = coding >= kHuffman && coding <= kGroup4, in_jpeg = coding == kOldJpeg;
+  Form form;
+  if (in_jpeg) {
+    TQ_TRY(choose_jpeg_form(request, form));
+  } else {
+    form = choose_form(request, place.big_endian);
+  }
   const std::int64_t rows_per_strip =
-      fax ? header.biHeight
+      fax || in_jpeg
+          ? header.biHeight
           : std::clamp<std::int64_t>(kStripBytes / form.rows.line_bytes, 1, header.biHeight);
   Strips strips;
   TQ_TRY(strips.open((header.biHeight + rows_per_strip - 1) / rows_per_strip));
@@ -363,6 +450,8 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   TQ_TRY(page.open(request.stream, place));
   page.align();
   TQ_TRY(fax ? write_fax(request, page, strips)
+         : in_jpeg
+             ? write_jpeg(request, page, strips)
              : write_strips(request, form, place.big_endian, rows_per_strip, lzw, page, strips));
   DirectoryWriter directory(page);
   describe(request, place, form, rows_per_strip, strips, directory);
@@ -379,6 +468,10 @@ Status can_encode_tiff(const EncodeRequest& request) {
   const auto coding = static_cast<Coding>(request.variant());
   if (coding >= kHuffman && coding <= kGroup4) {
     return depth == 1 ? StatusCode::ok : StatusCode::wrong_depth;
+  }
+  if (coding == kOldJpeg) {
+    Form form;
+    return choose_jpeg_form(request, form);
   }
   return choose_form(request, false).rows.layout != nullptr ? StatusCode::ok
                                                             : StatusCode::wrong_depth;

@@ -318,5 +318,47 @@ TEST_F(TiffJpeg, DamageStaysInItsStrip) {
   EXPECT_EQ(sink.rows.size(), 21u);
 }
 
+TEST_F(TiffJpeg, WhatIsWrittenCanBeReadAndAppendedTo) {
+  jpeg::set_jpeg_sampling(2, 2);
+  const auto rows_of = [&](int samples) {
+    std::vector<Bytes> rows;
+    for (const auto& line : picture_) {
+      Bytes row;
+      for (const auto& pixel : line) {
+        for (int i = 0; i < samples; ++i) row.push_back(byte(pixel[i < 3 ? 2 - i : i]));
+      }
+      rows.push_back(row);
+    }
+    return rows;
+  };
+  Picture red = picture_;
+  for (auto& row : red) {
+    for (auto& pixel : row) pixel[0] = pixel[2];
+  }
+  const formats::FileType type{.code = 0, .name = "", .title = "", .variant = kOldJpeg};
+  const MemoryFile file;
+  const int depths[] = {24, 8, 32};
+  for (const int bits : depths) {
+    HeaderBlock image = grey_image(kWidth, kHeight, bits);
+    GivenRows given(rows_of(bits / 8));
+    ASSERT_EQ(seek(MemoryFile::kHandle, 0, Origin::start), 0);
+    EXPECT_EQ(encode_tiff({MemoryFile::kHandle, &image, given.supplier(), &type}), kOk);
+  }
+  for (int page = 0; page < 3; ++page) {
+    CollectingSink sink;
+    ASSERT_EQ(seek(MemoryFile::kHandle, 0, Origin::start), 0);
+    EXPECT_EQ(decode_tiff({.stream = MemoryFile::kHandle, .sink = sink.sink(), .page = page}), kOk);
+    expect_rows(sink, page == 1 ? red : picture_, page == 1 ? 1 : 3, 0, kHeight, 12);
+  }
+
+  const auto check = [&](int bits, bool cmyk) {
+    HeaderBlock image = grey_image(kWidth, kHeight, bits);
+    return can_encode_tiff({MemoryFile::kHandle, &image, {}, &type, cmyk});
+  };
+  for (const int bits : {1, 4, 16}) EXPECT_EQ(check(bits, false), StatusCode::wrong_depth);
+  EXPECT_EQ(check(32, true), StatusCode::wrong_depth);
+  EXPECT_EQ(check(32, false), kOk);
+}
+
 }  // namespace
 }  // namespace tq::test
