@@ -33,7 +33,7 @@ class JpegStrips {
   Page* page_ = nullptr;
   Kind kind_ = Kind::streams;
   jpeg::Components components_ = jpeg::Components::grey;
-  Chunk stream_;  // of the picture
+  Chunk stream_;                                    // of the picture
   std::uint64_t next_strip_ = 0, strip_count_ = 0;  // that follow the one at work
   CodedPieces pieces_;
   ChunkReader input_;

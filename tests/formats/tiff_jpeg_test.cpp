@@ -21,7 +21,8 @@ using Picture = std::vector<std::vector<std::array<int, 4>>>;  // samples in the
 Picture smooth_picture() {
   Picture picture(kHeight, std::vector<std::array<int, 4>>(kWidth));
   for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) picture[y][x] = {20 + 3 * x, 225 - 4 * y, 10 + x + 3 * y, 90 + x};
+    for (int x = 0; x < kWidth; ++x)
+      picture[y][x] = {20 + 3 * x, 225 - 4 * y, 10 + x + 3 * y, 90 + x};
   }
   return picture;
 }
@@ -185,9 +186,9 @@ TEST_F(TiffJpeg, EveryArrangementShowsThePicture) {
     int samples;
     bool converted;  // the page says what the components are, and no segment of the stream
   };
-  for (const Kind kind : {Kind{Photometric::black_is_zero, 1, false},
-                          Kind{Photometric::ycbcr, 3, false}, Kind{Photometric::rgb, 3, true},
-                          Kind{Photometric::separated, 4, true}}) {
+  for (const Kind kind :
+       {Kind{Photometric::black_is_zero, 1, false}, Kind{Photometric::ycbcr, 3, false},
+        Kind{Photometric::rgb, 3, true}, Kind{Photometric::separated, 4, true}}) {
     for (const auto& [width, height, apart] : std::vector<std::array<int, 3>>{
              {kWidth, kHeight, 0}, {kWidth, 16, 0}, {48, 24, 0}, {kWidth, 16, 1}, {32, 64, 1}}) {
       if (apart != 0 && kind.photometric == Photometric::ycbcr) continue;
