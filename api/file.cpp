@@ -44,7 +44,8 @@ struct Tag {
 
   Status operator()(StreamHandle stream) const {
     tq::tiff::TagValue value;
-    if (buffer != nullptr && bytes > 0) value.room = std::span(static_cast<std::uint8_t*>(buffer), bytes);
+    if (buffer != nullptr && bytes > 0)
+      value.room = std::span(static_cast<std::uint8_t*>(buffer), bytes);
     const Status found = tq::tiff::find_tiff_tag(stream, page, tag, value);
     tq::api::store(type, value.type);
     tq::api::store(count, value.count);
@@ -155,8 +156,8 @@ std::int32_t IMG_CALL IMGLOW_get_tiff_tag_fd(std::int32_t stream, std::int32_t p
   return with_stream(stream, Tag{page, tag, type, count, buffer, bytes});
 }
 std::int32_t IMG_CALL IMGLOW_get_tiff_tag_mem(void* block, std::int32_t page, std::int32_t tag,
-                                              std::int32_t* type, std::int32_t* count,
-                                              void* buffer, std::int32_t bytes) {
+                                              std::int32_t* type, std::int32_t* count, void* buffer,
+                                              std::int32_t bytes) {
   return with_memory(block, Tag{page, tag, type, count, buffer, bytes});
 }
 std::int32_t IMG_CALL IMGLOW_get_tiff_tag_block(const void* block, std::size_t size,

@@ -1,6 +1,7 @@
 // From an image and a file type code to an encoder, and a file that is whole or not there.
 #include <algorithm>
 
+#include "core/context.h"
 #include "core/numbers.h"
 #include "dispatch/dispatch.h"
 #include "dispatch/row_supplier.h"
@@ -59,9 +60,9 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
-Status open_output(const char* name, const FileType& type, OpenFile& file) {
+Status open_output(const char* name, const FileType& type, OpenFile& file, bool& exists) {
   const bool appends = (type.traits & formats::kMultiPage) != 0;
-  const bool exists = appends && open_file(name, OpenMode::exists) >= 0;
+  exists = appends && open_file(name, OpenMode::exists) >= 0;
   if (exists && type.can_append != nullptr) {
     TQ_TRY(file.open(name, OpenMode::update));
     TQ_TRY(type.can_append(file.handle()));
@@ -96,15 +97,21 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   TQ_TRY(check_image(image_record(handle), kNoFileYet, *type, header));
   const std::uint64_t serial = image_record(handle).serial;
   OpenFile file;
-  TQ_TRY(open_output(name, *type, file));
+  bool existed = false;
+  TQ_TRY(open_output(name, *type, file, existed));
   // A caller's own functions have looked at the existing file, and may have changed or deleted the
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
   TQ_TRY(check_image(image_record(handle), file.handle(), *type, header));
+  const bool keeps = existed && (type->traits & formats::kGrows) != 0 &&
+                     context().options.get(IMG_OPTION_SAFE_SAVING) == 1;
+  const std::int32_t bytes = keeps ? seek(file.handle(), 0, Origin::end) : -1;
+  if (keeps) TQ_TRY(seek_to(file.handle(), 0));
   const Status saved = encode_image(handle, file.handle(), *type, header);
+  if (saved.failed() && keeps) cut_file(file.handle(), bytes);
   file.close();
   if (saved.ok()) return kOk;
-  remove_file(name);
+  if (!keeps) remove_file(name);
   return saved;
 }
 

@@ -14,7 +14,7 @@ bool probe_sct(const formats::Probe& probe);
 bool probe_dicom(const formats::Probe& probe);
 
 // From the stream's current position, as FileType::variant has them.
-Status find_bmp_variant(StreamHandle stream);   // whether biCompression is not 0
-Status find_gif_variant(StreamHandle stream);   // interlaced; bad_image if the file ends first
+Status find_bmp_variant(StreamHandle stream);  // whether biCompression is not 0
+Status find_gif_variant(StreamHandle stream);  // interlaced; bad_image if the file ends first
 
 }  // namespace tq::dispatch

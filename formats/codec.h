@@ -108,6 +108,7 @@ enum Trait : std::uint8_t {
   kMultiPage = 1,   // saving to an existing file appends a page
   kByName = 2,      // chosen by a file name that ends in `ending`
   kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
+  kGrows = 8,       // pages are added behind what is there, which can be cut off again
 };
 
 // How the pages of a file are asked for.
@@ -143,7 +144,7 @@ struct FileType {
   Status (*can_append)(StreamHandle stream) = nullptr;   // whether a page can be added; null: yes
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   Status (*find_orientation)(StreamHandle stream) = nullptr;  // null: the format does not tell
-  std::uint8_t uncounted = 0;                            // ways of asking that get 1 all the same
+  std::uint8_t uncounted = 0;  // ways of asking that get 1 all the same
   Supplier supplier = Supplier::plain;
   std::uint8_t traits = kNone;
 };

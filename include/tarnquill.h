@@ -678,8 +678,8 @@ IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
  * IMGLOW_get_fileinfo, for pages from 0 on; IMG_PAGE_PAST_END beyond the last. */
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page(const char* name, int32_t page, void* header);
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_fd(int32_t stream, int32_t page, void* header);
-IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, size_t size, int32_t page,
-                                                        void* header);
+IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, size_t size,
+                                                        int32_t page, void* header);
 
 /* A tag of a page of a TIFF file (TIFF 6.0, section 2).
  *

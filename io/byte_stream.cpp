@@ -154,6 +154,11 @@ void close_file(StreamHandle stream) {
   platform::file_close(static_cast<std::int32_t>(stream));
 }
 
+void cut_file(StreamHandle stream, std::int32_t bytes) {
+  if (stream == kMemoryStream || caller_io_installed() || bytes < 0) return;
+  platform::file_cut(static_cast<std::int32_t>(stream), bytes);
+}
+
 bool remove_file(const char* name) {
   return name != nullptr && platform::file_remove(name);
 }

@@ -45,6 +45,8 @@ std::int32_t stream_size(StreamHandle stream);
 std::int32_t open_file(const char* name, OpenMode mode);
 void close_file(StreamHandle stream);
 bool remove_file(const char* name);
+// Takes what lies behind so many bytes from a file; a caller's own keeps it.
+void cut_file(StreamHandle stream, std::int32_t bytes);
 
 // Makes the memory stream read and write `block` from its start. Its limit is the block's size if
 // it is a global memory block, else 0x70000000: as much as the data say.

@@ -15,6 +15,9 @@ bool file_exists(const char* name);
 void file_close(std::int32_t file);
 bool file_remove(const char* name);  // on POSIX regular files only: no link, pipe or device
 
+// What lies behind the first so many bytes goes.
+void file_cut(std::int32_t file, std::int32_t bytes);
+
 // Bytes read or written, fewer than `count` only at the end of the file or on an error; negative
 // when nothing could be read or written because of an error.
 std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count);

@@ -30,6 +30,9 @@ struct Coding {
 using BitReader = coding::BitReader<coding::BitOrder::msb_first>;
 using BitWriter = coding::BitWriter<coding::BitOrder::msb_first>;
 
+// How a row ends: as it should, for want of a code, with a run beyond the width, or wrongly.
+enum class RowEnd : std::uint8_t { good, short_of_codes, too_long, bad };
+
 class Decoder {
  public:
   Status open(const Coding& coding, std::int32_t width);
@@ -56,8 +59,9 @@ class Decoder {
   bool next_group4_row();
   bool next_group3_row();
   bool start_group3_row(bool& by_modes);
-  bool decode_runs();
-  bool decode_modes();
+  RowEnd decode_runs();
+  RowEnd decode_modes();
+  RowEnd look_behind(RowEnd end);
   void close_row(Runs& runs, std::int32_t count, bool ascend) const;
 
   Coding coding_;

@@ -90,20 +90,20 @@ std::int32_t drop_empty_runs(std::span<const std::int32_t> ends, std::int32_t* o
   return kept;
 }
 
-// Adds a run of this colour to `position`; false when there is none or it leaves the row.
-bool take_run(BitReader& reader, int colour, std::int32_t width, std::int32_t& position) {
+// Adds a run of this colour to `position`. One that leaves the row is read, but not added.
+RowEnd take_run(BitReader& reader, int colour, std::int32_t width, std::int32_t& position) {
   const RunTable& table = kRunTable[colour];
   std::int32_t run = 0;
   do {
     reader.fill();
     const int entry = table[reader.peek(kLongestRunCode)];
-    if (entry == 0) return false;
+    if (entry == 0) return RowEnd::short_of_codes;
     reader.skip(entry & 15);
     run = entry >> 4;
-    if (run > width - position) return false;
+    if (run > width - position) return RowEnd::too_long;
     position += run;
   } while (run >= 64);
-  return true;
+  return RowEnd::good;
 }
 
 // Skips bits until the next are an end-of-line code; false at the end of the data.
@@ -168,22 +168,23 @@ std::span<const std::int32_t> Decoder::row() {
 }
 
 // A row that stands for itself.
-bool Decoder::decode_runs() {
+RowEnd Decoder::decode_runs() {
   BitReader reader = reader_;
   RunsInProgress row{runs_.ends.data()};
   std::int32_t position = 0;
-  bool valid = true;
-  while (valid && position < width_) {
-    valid = take_run(reader, row.colour(), width_, position) && row.add(position);
+  RowEnd result = RowEnd::good;
+  while (result == RowEnd::good && position < width_) {
+    result = take_run(reader, row.colour(), width_, position);
+    if (result == RowEnd::good && !row.add(position)) result = RowEnd::bad;
   }
   reader_ = reader;
   close_row(runs_, row.count, row.empty_runs == 0);
-  return valid;
+  return result;
 }
 
 // A row that refers to the one before. b1 is that one's first run end behind a0 to the opposite
 // colour, at the beginning of the row even one at 0; the standard's names.
-bool Decoder::decode_modes() {
+RowEnd Decoder::decode_modes() {
   BitReader reader = reader_;
   RunsInProgress row{runs_.ends.data()};
   const std::int32_t width = width_;
@@ -191,7 +192,12 @@ bool Decoder::decode_modes() {
   const std::int32_t* b1 = reference;
   const int most_same = reference_.ascend ? BitReader::kAhead : 0;
   std::int32_t a0 = 0;
-  bool valid = true;
+  RowEnd result = RowEnd::good;
+  const auto take = [&](int colour) {
+    result = take_run(reader, colour, width, a0);
+    if (result == RowEnd::good && !row.add(a0)) result = RowEnd::bad;
+    return result == RowEnd::good;
+  };
   while (a0 < width) {
     reader.fill();
     // Most transitions lie right below one of the row before, each said by a single bit. Where run
@@ -211,32 +217,35 @@ bool Decoder::decode_modes() {
     reader.skip(mode.length);
     if (mode.mode == Mode::vertical) {
       const std::int32_t a1 = *b1 + mode.distance;
-      valid = a1 >= a0 && a1 <= width && row.add(a1);
+      if (a1 > width) {
+        result = RowEnd::too_long;
+      } else if (a1 < a0 || !row.add(a1)) {
+        result = RowEnd::bad;
+      }
       a0 = a1;
       b1 += mode.distance < 0 && b1 != reference ? -1 : 1;
     } else if (mode.mode == Mode::horizontal) {
       const int colour = row.colour();
-      valid = take_run(reader, colour, width, a0) && row.add(a0) &&
-              take_run(reader, 1 - colour, width, a0) && row.add(a0);
+      if (take(colour)) take(1 - colour);
     } else if (mode.mode == Mode::pass) {
       a0 = b1[1];
       b1 += 2;
     } else {
-      valid = false;
+      result = RowEnd::short_of_codes;
     }
-    if (!valid) break;
+    if (result != RowEnd::good) break;
     if (a0 < width && (a0 > 0 || row.count > 0)) {
       while (*b1 <= a0) b1 += 2;
     }
   }
   reader_ = reader;
   close_row(runs_, row.count, row.empty_runs == 0);
-  return valid;
+  return result;
 }
 
 bool Decoder::next_group4_row() {
   if (coding_.byte_aligned) reader_.align();
-  if (!decode_modes() || reader_.overrun()) return false;
+  if (decode_modes() != RowEnd::good || reader_.overrun()) return false;
   std::swap(runs_, reference_);
   return true;
 }
@@ -266,13 +275,28 @@ bool Decoder::start_group3_row(bool& by_modes) {
   return !reader_.at_end();
 }
 
+// Some writers leave out what is white at the end of a row, or let its last run go too far: an end of
+// line in the right place shows that nothing else is wrong. What is too long is cut, and what is
+// missing becomes white.
+RowEnd Decoder::look_behind(RowEnd result) {
+  reader_.fill();
+  const bool at_eol = reader_.peek(kEolZeros) == 0 && !reader_.at_end();
+  if (!at_eol || result == RowEnd::bad) return RowEnd::bad;
+  // Behind an odd number of ends the rest of the row is black.
+  const bool black = result == RowEnd::short_of_codes && runs_.count % 2 != 0;
+  if (black) close_row(runs_, runs_.count - 1, runs_.ascend);
+  return RowEnd::good;
+}
+
 bool Decoder::next_group3_row() {
   bool by_modes = false;
   if (!start_group3_row(by_modes)) return false;
-  const bool good = by_modes ? reference_is_good_ && decode_modes() : decode_runs();
+  RowEnd result = RowEnd::bad;
+  if (!by_modes || reference_is_good_) result = by_modes ? decode_modes() : decode_runs();
   if (reader_.overrun()) return false;
-  reference_is_good_ = good;
-  if (good) {
+  if (result != RowEnd::good && coding_.scheme != Scheme::huffman) result = look_behind(result);
+  reference_is_good_ = result == RowEnd::good;
+  if (reference_is_good_) {
     std::swap(runs_, reference_);
     return true;
   }

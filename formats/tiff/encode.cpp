@@ -1,4 +1,5 @@
 // Pages to files: data, then their directory, then the link to it.
+#include "core/context.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
 #include "formats/rows.h"
@@ -13,8 +14,12 @@ using formats::EncodeRequest;
 using pixels::find_layout;
 using pixels::Layout;
 
-constexpr std::int64_t kStripBytes = 65536;  // of samples, about
+constexpr std::int64_t kStripBytes = 65536;  // of samples, about, where no option says more
 constexpr std::int32_t kHeaderBytes = 8;
+
+std::int32_t option(std::int32_t number) {
+  return context().options.get(number);
+}
 
 // Where a page goes.
 struct Place {
@@ -33,6 +38,7 @@ Status find_place(StreamHandle stream, Place& place) {
   if (place.start < 0) return StatusCode::write_failed;
   place.link = place.start + 4;
   place.end = place.start;
+  place.big_endian = option(IMG_OPTION_TIFF_BYTE_ORDER) == 1;
   if (stream == kMemoryStream) return kOk;  // where it ends is not known
   File file;
   if (file.open(stream, place.start).failed()) return seek_to(stream, place.start);
@@ -45,6 +51,11 @@ Status find_place(StreamHandle stream, Place& place) {
 
 // How rows are stored.
 struct Form {
+  // As the caller's options say now; a callback may change them.
+  std::int64_t strip_bytes = kStripBytes;
+  std::int32_t g3_k = 0;
+  bool g3_fill = false;
+  bool modern_jpeg = false;
   Photometric photometric = Photometric::black_is_zero;
   int bits = 1, samples = 1;
   bool differences = false;
@@ -101,16 +112,30 @@ Status choose_jpeg_form(const EncodeRequest& request, Form& form) {
   return kOk;
 }
 
+Form preferred_form() {
+  Form form;
+  if (const std::int32_t bytes = option(IMG_OPTION_TIFF_STRIP_BYTES); bytes != 0) {
+    form.strip_bytes = bytes;
+  }
+  form.g3_k = option(IMG_OPTION_TIFF_G3_K);
+  form.g3_fill = option(IMG_OPTION_TIFF_G3_FILL) == 1;
+  form.modern_jpeg = option(IMG_OPTION_TIFF_JPEG) == kJpeg;
+  return form;
+}
+
 Form choose_form(const EncodeRequest& request, bool big_endian) {
   const BitmapInfoHeader& header = request.image->header;
   const auto coding = static_cast<Coding>(request.variant());
   const int depth = header.biBitCount;
-  Form form;
+  Form form = preferred_form();
   Layout layout = Layout::bits_1;
   switch (depth) {
     case 1:
       if (coding != kUncoded && coding != kLzw && coding != kPackBits) {
         form.photometric = Photometric::white_is_zero;
+      } else if (option(IMG_OPTION_TIFF_PHOTOMETRIC) == 1) {
+        form.photometric = Photometric::white_is_zero;
+        layout = Layout::bits_1_black;
       }
       break;
     case 4:
@@ -133,7 +158,8 @@ Form choose_form(const EncodeRequest& request, bool big_endian) {
       break;
   }
   form.bits = depth <= 16 ? depth : 8;
-  form.differences = coding == kLzw && form.bits >= 8 && form.palette.empty();
+  form.differences = coding == kLzw && form.bits >= 8 && form.palette.empty() &&
+                     option(IMG_OPTION_TIFF_PREDICTOR) == 0;
   form.rows.layout = find_layout(layout, depth);
   if (form.rows.layout != nullptr) {
     form.rows.line_bytes = stored_bytes(*form.rows.layout, header.biWidth);
@@ -198,12 +224,19 @@ class PageWriter {
   void put32(std::uint32_t value) {
     place_.big_endian ? out_.put_be32(value) : out_.put_le32(value);
   }
-  // The last thing that is written: from now on the page is there.
+  // The last thing that is written: from now on the page is there. A link that was written in part
+  // is taken back.
   Status link(std::int64_t directory) {
     std::array<std::uint8_t, 4> bytes;
     const auto offset = static_cast<std::uint32_t>(directory);
     place_.big_endian ? store_be32(bytes.data(), offset) : store_le32(bytes.data(), offset);
-    return out_.patch(static_cast<std::int32_t>(place_.link), bytes);
+    TQ_TRY(out_.flush());
+    const Status linked = out_.patch(static_cast<std::int32_t>(place_.link), bytes);
+    if (linked.failed() && seek_to(stream_, place_.link).ok()) {
+      bytes = {};
+      (void)write(stream_, bytes);
+    }
+    return linked;
   }
 
  private:
@@ -342,7 +375,7 @@ Status write_strips(const EncodeRequest& request, const Form& form, bool big_end
   return kOk;
 }
 
-Status write_fax(const EncodeRequest& request, PageWriter& page, Strips& strips) {
+Status write_fax(const EncodeRequest& request, const Form& form, PageWriter& page, Strips& strips) {
   const BitmapInfoHeader& header = request.image->header;
   formats::FaxStrip strip{.width = header.biWidth, .rows = header.biHeight};
   switch (request.variant()) {
@@ -350,7 +383,11 @@ Status write_fax(const EncodeRequest& request, PageWriter& page, Strips& strips)
       strip.coding = {.scheme = ccitt::Scheme::huffman};
       break;
     case kGroup3:
-      strip.coding = {.scheme = ccitt::Scheme::group3_1d};
+      strip.coding = {.scheme = ccitt::Scheme::group3_1d, .byte_aligned = form.g3_fill};
+      if (form.g3_k > 1) {
+        strip.coding.scheme = ccitt::Scheme::group3_2d;
+        strip.coding.k = form.g3_k;
+      }
       break;
     default:
       strip.coding = {.scheme = ccitt::Scheme::group4, .end_of_block = true};
@@ -384,7 +421,8 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
   directory.add(kImageWidth, kLong, number(header.biWidth));
   directory.add(kImageLength, kLong, number(header.biHeight));
   directory.add_shorts(kBitsPerSample, std::span(bits).first(form.samples));
-  directory.add(kCompression, kShort, coding);
+  const bool modern = coding == kOldJpeg && form.modern_jpeg;
+  directory.add(kCompression, kShort, modern ? kJpeg : coding);
   directory.add(kPhotometric, kShort, static_cast<std::uint32_t>(form.photometric));
   const bool fax = coding >= kHuffman && coding <= kGroup4;
   if (fax) directory.add(kFillOrder, kShort, 1);
@@ -399,7 +437,11 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
     directory.add_whole_rational(kYResolution, number(header.biYPelsPerMeter));
   }
   directory.add(kPlanarConfiguration, kShort, 1);
-  if (coding == kGroup3) directory.add(kT4Options, kLong, 0);
+  if (coding == kGroup3) {
+    constexpr std::uint32_t kTwoDimensional = 1, kFillBits = 4;
+    directory.add(kT4Options, kLong,
+                  (form.g3_k > 1 ? kTwoDimensional : 0) | (form.g3_fill ? kFillBits : 0));
+  }
   if (coding == kGroup4) directory.add(kT6Options, kLong, 0);
   if (has_resolution) directory.add(kResolutionUnit, kShort, 2);
   const std::array<std::uint16_t, 2> page = {word(std::min(place.page, 0xFFFF)), 0};
@@ -417,9 +459,11 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
   if (form.samples == 4) directory.add(kInkSet, kShort, 1);
   if (coding == kOldJpeg) {
     constexpr std::uint32_t kBaseline = 1;
-    directory.add(kJpegProc, kShort, kBaseline);
-    directory.add(kJpegInterchangeFormat, kLong, strips.offsets()[0]);
-    directory.add(kJpegInterchangeFormatLength, kLong, strips.byte_counts()[0]);
+    if (!modern) {
+      directory.add(kJpegProc, kShort, kBaseline);
+      directory.add(kJpegInterchangeFormat, kLong, strips.offsets()[0]);
+      directory.add(kJpegInterchangeFormatLength, kLong, strips.byte_counts()[0]);
+    }
     if (form.samples == 3) {
       const std::array<std::uint16_t, 2> factors = {word(form.stream.h), word(form.stream.v)};
       directory.add_shorts(kYCbCrSubSampling, factors);
@@ -434,7 +478,7 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   const BitmapInfoHeader& header = request.image->header;
   const auto coding = static_cast<Coding>(request.variant());
   const bool fax = coding >= kHuffman && coding <= kGroup4, in_jpeg = coding == kOldJpeg;
-  Form form;
+  Form form = preferred_form();
   if (in_jpeg) {
     TQ_TRY(choose_jpeg_form(request, form));
   } else {
@@ -443,13 +487,13 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   const std::int64_t rows_per_strip =
       fax || in_jpeg
           ? header.biHeight
-          : std::clamp<std::int64_t>(kStripBytes / form.rows.line_bytes, 1, header.biHeight);
+          : std::clamp<std::int64_t>(form.strip_bytes / form.rows.line_bytes, 1, header.biHeight);
   Strips strips;
   TQ_TRY(strips.open((header.biHeight + rows_per_strip - 1) / rows_per_strip));
   PageWriter page;
   TQ_TRY(page.open(request.stream, place));
   page.align();
-  TQ_TRY(fax ? write_fax(request, page, strips)
+  TQ_TRY(fax ? write_fax(request, form, page, strips)
          : in_jpeg
              ? write_jpeg(request, page, strips)
              : write_strips(request, form, place.big_endian, rows_per_strip, lzw, page, strips));

@@ -28,7 +28,8 @@ Status count_tiff_pages(StreamHandle stream) {
 Status find_tiff_coding(StreamHandle stream) {
   File file;
   std::int64_t directory = 0;
-  (void)file.open(stream, position(stream));  // a file is named after its coding whatever its version
+  (void)file.open(stream,
+                  position(stream));  // a file is named after its coding whatever its version
   Entry entry;
   if (file.find_page(0, directory).failed() || !file.find_entry(directory, kCompression, entry)) {
     return StatusCode::unsupported;

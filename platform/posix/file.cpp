@@ -126,6 +126,10 @@ bool file_remove(const char* name) {
   return lstat(name, &status) == 0 && S_ISREG(status.st_mode) && unlink(name) == 0;
 }
 
+void file_cut(std::int32_t file, std::int32_t bytes) {
+  while (ftruncate(file, bytes) != 0 && errno == EINTR) continue;
+}
+
 std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {

@@ -39,6 +39,11 @@ bool file_remove(const char* name) {
   return DeleteFileA(name) != 0;
 }
 
+void file_cut(std::int32_t file, std::int32_t bytes) {
+  SetFilePointer(handle_of(file), bytes, nullptr, FILE_BEGIN);
+  SetEndOfFile(handle_of(file));
+}
+
 std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {
