@@ -46,8 +46,9 @@ Status decode_jpeg_strips(const Page& page, JpegStrips& strips, Samples& samples
                                      std::int32_t count) {
       Place& place = *static_cast<Place*>(context);
       Bytes stored(static_cast<std::uint8_t*>(bytes), static_cast<std::size_t>(count));
-      if (stored.size() < place.stored.size()) {  // what is not there stays 0
-        std::copy(stored.begin(), stored.end(), place.stored.data());
+      if (stored.size() < place.stored.size()) {  // what is not there is 0
+        const auto end = std::ranges::copy(stored, place.stored.data()).out;
+        std::fill(end, place.stored.data() + place.stored.size(), std::uint8_t{0});
         stored = place.stored.pixels();
       }
       place.samples.convert(stored, 0, place.row.pixels());

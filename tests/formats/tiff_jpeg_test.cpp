@@ -283,37 +283,45 @@ TEST_F(TiffJpeg, DamageStaysInItsStrip) {
   for (int y = 0; y < kHeight; y += kRows) {
     strips.push_back(stream_of(picture_, 3, 0, y, kWidth, std::min(kRows, kHeight - y)));
   }
-  const auto page = [&](const Bytes& first) {
+  const auto page = [&](const Bytes& first, const Bytes& second) {
     TiffFile file(kJpeg, Photometric::ycbcr, 3);
     file.set(kRowsPerStrip, {kRows});
     std::vector<Bytes> chunks = strips;
     chunks[0] = first;
+    chunks[1] = second;
     file.add_chunks(chunks);
     return file.finish();
   };
   Bytes huge = strips[0];
   const Bytes frame = segments_of(huge).frame;
-  const auto at = std::ranges::search(huge, frame).begin();
+  const auto at = std::search(huge.begin(), huge.end(), frame.begin(), frame.end());
   std::fill_n(at + 5, 4, std::uint8_t{0xFF});
   *(at + 1) = 0xC2;  // progressive, whose coefficients would all be kept
   memory_probe::refuse_above(1 << 20);
   for (const Bytes& first : {Bytes(), Bytes{1, 2, 3}, huge, stream_of(picture_, 1, 0, 0, 70, 16),
                              Bytes(strips[0].begin(), strips[0].begin() + 300)}) {
-    expect_rows(decoded(decode_tiff, page(first)), picture_, 3, kRows);
+    expect_rows(decoded(decode_tiff, page(first, strips[1])), picture_, 3, kRows);
   }
   memory_probe::refuse_above(kLargestBlock);
 
   // Frames that are longer and shorter than their strips.
-  expect_rows(decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 40))), picture_, 3);
+  expect_rows(decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 40), strips[1])),
+              picture_, 3);
   const CollectingSink lacking =
-      decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 8)));
+      decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 8), strips[1]));
   EXPECT_EQ(lacking.rows.size(), kHeight - 8u);
   EXPECT_EQ(lacking.rows[8].y, kRows);
+  const CollectingSink narrow = decoded(
+      decode_tiff,
+      page(stream_of(picture_, 3, 0, 0, 60, kRows), stream_of(picture_, 3, 0, kRows, 40, kRows)));
+  EXPECT_NE(narrow.rows.at(kRows - 1).bytes[3 * 59], 0);
+  EXPECT_NE(narrow.rows.at(kRows).bytes[3 * 39], 0);
+  for (int i = 3 * 40; i < 3 * kWidth; ++i) EXPECT_EQ(narrow.rows.at(kRows).bytes[i], 0);
 
   CollectingSink sink;
   sink.row_answer = -77;
   sink.answered_row = 20;
-  Bytes file = page(strips[0]);
+  Bytes file = page(strips[0], strips[1]);
   open_memory_stream(file.data(), file.size());
   EXPECT_EQ(decode_tiff({.stream = kMemoryStream, .sink = sink.sink()}).raw(), -77);
   EXPECT_EQ(sink.rows.size(), 21u);
