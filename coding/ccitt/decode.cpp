@@ -280,7 +280,8 @@ bool Decoder::start_group3_row(bool& by_modes) {
 // missing becomes white.
 RowEnd Decoder::look_behind(RowEnd result) {
   reader_.fill();
-  const bool at_eol = reader_.peek(kEolZeros) == 0 && !reader_.at_end();
+  const int zeros = std::countl_zero(reader_.bits());
+  const bool at_eol = zeros >= kEolZeros && zeros < BitReader::kAhead && reader_.has(zeros + 1);
   if (!at_eol || result == RowEnd::bad) return RowEnd::bad;
   // Behind an odd number of ends the rest of the row is black.
   const bool black = result == RowEnd::short_of_codes && runs_.count % 2 != 0;
