@@ -85,14 +85,12 @@ Status decode_rows(const File& file, Page& page, Samples& samples, const img_str
   TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   while (true) {
     Row row;
-    std::int64_t y = 0;
-    TQ_TRY(rows.next(row, y));
+    std::int64_t y = 0, lines = 0;
+    TQ_TRY(rows.next(row, y, lines));
     if (row.empty()) return kOk;
-    for (int i = 0; i < page.v; ++i) {
-      const std::int64_t line = y * page.v + i;
-      if (line >= page.height) break;
+    for (int i = 0; i < lines; ++i) {
       samples.convert(row, i, image_row.pixels());
-      TQ_TRY(sink.row(image_row.pixels(), static_cast<std::int32_t>(line)));
+      TQ_TRY(sink.row(image_row.pixels(), static_cast<std::int32_t>(y + i)));
     }
   }
 }

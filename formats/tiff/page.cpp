@@ -213,6 +213,9 @@ Status read_chunks(const Directory& directory, Page& page) {
     chunks.width = side(kTileWidth);
     chunks.height = side(kTileLength);
     if (chunks.width == 0 || chunks.height == 0) return StatusCode::bad_image;
+    // A tile ends with whole blocks of pixels; this coding has rows of the page.
+    if (chunks.width % page.h != 0 || chunks.height % page.v != 0) return StatusCode::unsupported;
+    if (page.coding == kThunderScan) return StatusCode::unsupported;
   } else {
     const std::int64_t rows = side(kRowsPerStrip);
     chunks.width = page.width;

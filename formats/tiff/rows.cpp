@@ -60,7 +60,8 @@ Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder
   const auto width =
       static_cast<std::int32_t>(std::min<std::int64_t>(page.chunks.width, INT32_MAX));
   const bool black_is_zero = page.photometric != Photometric::white_is_zero;
-  return decoder.open(fax_coding(page), width, delivery, black_is_zero);
+  const bool inverted = black_is_zero == (delivery == formats::FaxRows::runs);
+  return decoder.open(fax_coding(page), width, delivery, inverted);
 }
 
 RowShape::RowShape(const Page& page) : h(page.h), v(page.v) {
@@ -180,18 +181,21 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
 }
 
 Status PageRows::load_band() {
+  const Chunks& chunks = page_->chunks;
   std::fill(rows_.pixels().begin(), rows_.pixels().end(), std::uint8_t{0});
   for (int plane = 0; plane < shape_.planes; ++plane) {
-    for (std::int64_t across = 0; across < page_->chunks.across; ++across) {
+    const std::int64_t first = (chunks.down * plane + down_) * chunks.across;
+    for (std::int64_t across = 0; across < chunks.across; ++across) {
+      // A few bytes may claim any number of tiles.
+      if (static_cast<std::uint64_t>(first + across) >= chunks.offsets.count()) return kOk;
       TQ_TRY(load_tile(across, plane));
     }
   }
   return kOk;
 }
 
-Status PageRows::next(Row& row, std::int64_t& y) {
+Status PageRows::next(Row& row, std::int64_t& y, std::int64_t& lines) {
   const Chunks& chunks = page_->chunks;
-  const std::int64_t chunk_rows = shape_.rows(chunks.height);
   row = {};
   while (true) {
     if (row_ < there_ && (in_bands_ || read_strip_row())) break;
@@ -207,7 +211,8 @@ Status PageRows::next(Row& row, std::int64_t& y) {
       there_ = shape_.rows(std::min(chunks.height, page_->height - down_ * chunks.height));
     }
   }
-  y = down_ * chunk_rows + row_;
+  y = down_ * chunks.height + row_ * shape_.v;
+  lines = std::min({std::int64_t{shape_.v}, chunks.height - row_ * shape_.v, page_->height - y});
   row = rows_.pixels().subspan(
       static_cast<std::size_t>(in_bands_ ? row_ * shape_.planes * shape_.plane_bytes : 0),
       static_cast<std::size_t>(shape_.planes * shape_.plane_bytes));

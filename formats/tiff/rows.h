@@ -25,7 +25,7 @@ struct RowShape {
   std::int64_t plane_bytes = 0;
 };
 
-// For the strips or tiles of a facsimile.
+// For the strips or tiles of a facsimile. A bit of 1 is black, so that what is not there is white.
 Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder& decoder);
 
 class PageRows {
@@ -33,9 +33,9 @@ class PageRows {
   // `jpeg` is open, for pages that are.
   Status open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg);
 
-  // The next row that there is, numbered from the top of the page; `row` is empty behind the last.
-  // What a row lacks is 0.
-  Status next(Row& row, std::int64_t& y);
+  // The next row that there is; empty behind the last. What it lacks is 0. It has `lines` rows of
+  // pixels, which begin with row `y` of the page.
+  Status next(Row& row, std::int64_t& y, std::int64_t& lines);
 
   const RowShape& shape() const { return shape_; }
 

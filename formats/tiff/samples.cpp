@@ -99,7 +99,7 @@ Status Samples::choose(const File& file, const Page& page) {
 const pixels::RowLayout* Samples::choose_layout() const {
   const Page& page = *page_;
   const int bits = page.bits;
-  if (page.is_fax()) return find_layout(Layout::bits_1, 1);
+  if (page.is_fax()) return find_layout(Layout::bits_1_black, 1);
   const bool alone = page.samples == 1;
   switch (page.photometric) {
     case Photometric::white_is_zero:
