@@ -141,6 +141,8 @@ def views(file, page, deep, alpha):
 def ruled(view, rules):
     """Red, green and blue by the library's own rules: those of 16-bit bitmaps, the high byte of 16, on white."""
     view = view[::2] if "high" in rules else view
+    if "rounded" in rules:
+        view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
     masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
     out = bytearray()
     for i in range(0, len(view), 4):
@@ -159,7 +161,7 @@ def fnv(data):
 def agreed(file, page, rules):
     """The digest that most programs see, and which they are."""
     seen = collections.defaultdict(list)
-    for program, view in views(file, page, "high" in rules, "white" in rules):
+    for program, view in views(file, page, not {"high", "rounded"}.isdisjoint(rules), "white" in rules):
         if view:
             seen[fnv(ruled(view, rules))].append(program)
     digest, programs = max(seen.items(), key=lambda item: len(item[1]), default=("-", []))
