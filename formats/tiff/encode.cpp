@@ -15,7 +15,6 @@ using pixels::find_layout;
 using pixels::Layout;
 
 constexpr std::int64_t kStripBytes = 65536;  // of samples, about, where no option says more
-constexpr std::int32_t kHeaderBytes = 8;
 
 std::int32_t option(std::int32_t number) {
   return context().options.get(number);
