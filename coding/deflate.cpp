@@ -62,6 +62,7 @@ std::ptrdiff_t Decoder::read(std::span<std::uint8_t> bytes) {
     const bool had_input = stream.avail_in != 0;
     const int result = inflate(&stream, Z_NO_FLUSH);
     filled += room - stream.avail_out;
+    if (result == Z_MEM_ERROR) status_ = StatusCode::out_of_memory;
     ended_ = result != Z_OK && (result != Z_BUF_ERROR || !had_input);
   }
   return filled;

@@ -23,11 +23,14 @@ class Decoder {
   // How many bytes there were; fewer at the end of the data, or where they make no sense. A wrong
   // checksum behind enough bytes is no matter.
   std::ptrdiff_t read(std::span<std::uint8_t> bytes);
+  // out_of_memory when they ended for that.
+  Status status() const { return status_; }
 
  private:
   GlobalBlock stream_;  // zlib's
   coding::PieceSource data_;
   bool ended_ = true;
+  Status status_ = kOk;
 };
 
 }  // namespace tq::deflate

@@ -295,7 +295,7 @@ bool Decoder::next_group3_row() {
   RowEnd result = RowEnd::bad;
   if (!by_modes || reference_is_good_) result = by_modes ? decode_modes() : decode_runs();
   if (reader_.overrun()) return false;
-  if (result != RowEnd::good && coding_.scheme != Scheme::huffman) result = look_behind(result);
+  if (result != RowEnd::good && coding_.scheme == Scheme::group3_1d) result = look_behind(result);
   reference_is_good_ = result == RowEnd::good;
   if (reference_is_good_) {
     std::swap(runs_, reference_);

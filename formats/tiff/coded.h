@@ -46,6 +46,8 @@ class CodedBytes {
 
   // The next so many bytes, valid until the next call; fewer at the end of the data.
   Bytes read(std::ptrdiff_t bytes);
+  // out_of_memory when they ended for that.
+  Status status() const { return deflate_.status(); }
 
  private:
   std::ptrdiff_t read_into(Row bytes);

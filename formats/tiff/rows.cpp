@@ -119,17 +119,18 @@ Status PageRows::start_strip() {
 }
 
 // Whether any plane has something of it.
-bool PageRows::read_strip_row() {
-  bool any = false;
+Status PageRows::read_strip_row(bool& any) {
+  any = false;
   for (int i = 0; i < shape_.planes; ++i) {
     const Bytes read = planes_[i].read(static_cast<std::ptrdiff_t>(shape_.plane_bytes));
     const Row row = row_at(0, i);
     std::copy(read.begin(), read.end(), row.begin());
     std::fill(row.begin() + std::ssize(read), row.end(), std::uint8_t{0});
     if (page_->differences) add_differences(*file_, *page_, row.first(read.size()));
+    TQ_TRY(planes_[i].status());
     any = any || !read.empty();
   }
-  return any;
+  return kOk;
 }
 
 Status PageRows::load_tile(std::int64_t across, int plane) {
@@ -177,7 +178,7 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
     }
     if (!coded.skip(shape_.bytes_for(chunks.width) - used)) break;
   }
-  return kOk;
+  return coded.status();
 }
 
 Status PageRows::load_band() {
@@ -198,7 +199,9 @@ Status PageRows::next(Row& row, std::int64_t& y, std::int64_t& lines) {
   const Chunks& chunks = page_->chunks;
   row = {};
   while (true) {
-    if (row_ < there_ && (in_bands_ || read_strip_row())) break;
+    bool any = in_bands_;
+    if (row_ < there_ && !in_bands_) TQ_TRY(read_strip_row(any));
+    if (row_ < there_ && any) break;
     if (++down_ >= chunks.down) return kOk;
     // A few bytes may claim any number of strips.
     const auto first = static_cast<std::uint64_t>(down_ * chunks.across);

@@ -44,7 +44,7 @@ class PageRows {
   Chunk chunk(std::int64_t across, int plane);
   Row row_at(std::int64_t row, int plane) const;
   Status start_strip();
-  bool read_strip_row();
+  Status read_strip_row(bool& any);
   Status load_band();
   Status load_tile(std::int64_t across, int plane);
 
