@@ -35,12 +35,14 @@ struct Place {
 Status find_place(StreamHandle stream, Place& place) {
   place = {.start = position(stream)};
   if (place.start < 0) return StatusCode::write_failed;
-  place.link = place.start + 4;
+  place.link = std::int64_t{place.start} + 4;
   place.end = place.start;
   place.big_endian = option(IMG_OPTION_TIFF_BYTE_ORDER) == 1;
   if (stream == kMemoryStream) return kOk;  // where it ends is not known
   File file;
-  if (file.open(stream, place.start).failed()) return seek_to(stream, place.start);
+  const Status opened = file.open(stream, place.start);
+  if (opened == StatusCode::read_failed) return opened;
+  if (opened.failed()) return seek_to(stream, place.start);
   if (file.is_big()) return StatusCode::unsupported;
   TQ_TRY(file.find_last_link(place.link, place.page));
   place.big_endian = file.big_endian();

@@ -21,7 +21,11 @@ Status File::open(StreamHandle stream, std::int32_t start) {
   stream_ = stream;
   start_ = start;
   std::array<std::uint8_t, 16> header{};
-  read_some(start, std::span(header).first(8));
+  const std::int32_t read = read_some(start, std::span(header).first(8));
+  // What cannot be read may still be a file with pages.
+  if (read < 8 && seek(stream, 0, Origin::end) - std::int64_t{start} > read) {
+    return StatusCode::read_failed;
+  }
   big_endian_ = header[0] == 'M';
   const bool ordered = header[0] == header[1] && (header[0] == 'M' || header[0] == 'I');
   const int version = u16(&header[2]);

@@ -92,7 +92,7 @@ struct Entry {
 // above is not there.
 class File {
  public:
-  // bad_image when it begins like no TIFF file.
+  // bad_image when it begins like no TIFF file; read_failed when nobody knows.
   Status open(StreamHandle stream, std::int32_t start);
 
   StreamHandle stream() const { return stream_; }
@@ -182,7 +182,7 @@ class File {
   };
   // The directory that the link at `link` leads to.
   Step follow(std::int64_t link) const;
-  std::int64_t first_link() const { return start_ + (is_big_ ? 8 : 4); }
+  std::int64_t first_link() const { return std::int64_t{start_} + (is_big_ ? 8 : 4); }
 
   StreamHandle stream_{-1};
   std::int32_t start_ = 0;

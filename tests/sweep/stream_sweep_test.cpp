@@ -30,7 +30,8 @@ std::vector<Sample> samples() {
   for (const int bits : {1, 4, 8, 16, 24, 32}) all.push_back({"plain", plain_file(11, 3, bits)});
   const Bytes run_lists = {6, 0, 3, 0, 9, 0, 4, 0, 1, 0};
   all.push_back({"run lists", bmp_file({true, 40, 40, 2, 1, 99, grey_palette(2), run_lists})});
-  for (const std::int32_t code : {IMG_TYPE_BMP_RLE, IMG_TYPE_PCX, IMG_TYPE_DCX}) {
+  for (const std::int32_t code :
+       {IMG_TYPE_BMP_RLE, IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_TIFF_LZW, IMG_TYPE_TIFF_PACKBITS}) {
     all.push_back({"saved", saved(plain_file(7, 3, 8), code)});
   }
   for (const CorpusFile& file : corpus_files()) {
@@ -161,7 +162,7 @@ std::vector<std::vector<Seen>> pages_of(MemoryFile& file, int pages) {
 TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
   const int most_pages = 3;
   for (const int bits : {8, 1, 8}) ASSERT_GE(load(plain_file(20 + bits, 3, bits)), 0);
-  for (const std::int32_t code : {IMG_TYPE_DCX, IMG_TYPE_PDF}) {
+  for (const std::int32_t code : {IMG_TYPE_DCX, IMG_TYPE_PDF, IMG_TYPE_TIFF_PACKBITS}) {
     const auto add_page = [&](MemoryFile& file, std::int32_t image) {
       file.position = 0;
       return IMG_save_bitmap_fd(image, 1, code);
@@ -198,7 +199,9 @@ TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
           const std::size_t table = code == IMG_TYPE_DCX && pages > 0 ? 4 + 4 * pages : 0;
           const std::size_t rest = table > 0 ? 404 : 0;
           ASSERT_TRUE(std::equal(before.begin(), before.begin() + table, file.bytes.begin()));
-          ASSERT_TRUE(std::equal(before.begin() + rest, before.end(), file.bytes.begin() + rest));
+          if (code != IMG_TYPE_TIFF_PACKBITS) {  // the link may be written in part
+            ASSERT_TRUE(std::equal(before.begin() + rest, before.end(), file.bytes.begin() + rest));
+          }
           ASSERT_EQ(pages_of(file, pages), old_pages);
         }
       }
@@ -221,6 +224,8 @@ std::vector<SaveCase> saves() {
     all.push_back({"DIB", file, IMG_TYPE_DIB});
     if (bits == 4 || bits == 8) all.push_back({"coded", file, IMG_TYPE_BMP_RLE});
     if (bits != 4) all.push_back({"document", file, IMG_TYPE_PDF});
+    all.push_back({"TIFF", file, IMG_TYPE_TIFF_LZW});
+    if (bits == 1) all.push_back({"facsimile", file, IMG_TYPE_TIFF_G3});
     if (bits == 32) continue;
     all.push_back({"PCX", file, IMG_TYPE_PCX});
     if (bits == 1) all.push_back({"DCX", file, IMG_TYPE_DCX});  // each makes a temporary file
@@ -252,7 +257,10 @@ TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
   const std::string name = folder.file("half.bmp");
   for (const SaveCase& save : saves()) {
     // These ask the stream where it ends.
-    if (save.code == IMG_TYPE_PDF || save.code == IMG_TYPE_DCX) continue;
+    if (save.code == IMG_TYPE_PDF || save.code == IMG_TYPE_DCX || save.code == IMG_TYPE_TIFF_LZW ||
+        save.code == IMG_TYPE_TIFF_G3) {
+      continue;
+    }
     const std::int32_t image = load(save.file);
     const Seen before = see(image);
     MemoryFile file;
