@@ -65,6 +65,13 @@ Status append(const FileType& type, int bits, Memory& file) {
   return added;
 }
 
+// Whether nothing but four bytes became others.
+bool changes_a_link(const Memory& before, const Memory& kept) {
+  const auto first = std::ranges::mismatch(before, kept).in1 - before.begin();
+  const auto last = std::mismatch(before.rbegin(), before.rend(), kept.rbegin()).first.base();
+  return first < std::ssize(before) && last - before.begin() - first <= 4;
+}
+
 void append_to(const FileType& type, int bits, const Memory& before) {
   Memory after = before;
   const Status asked = can_append(type, before);
@@ -77,7 +84,8 @@ void append_to(const FileType& type, int bits, const Memory& before) {
   const std::int32_t pages = count_pages(type, before);
   for (std::int32_t page = 0; page < std::min(pages, kMostPages); ++page) {
     const Page old = decode(type, before, page), now = decode(type, kept, page);
-    // A damaged one may take bytes of the table for its palette.
+    // A damaged one may take bytes of the table for its palette, or a link for anything.
+    if (type.code == IMG_TYPE_TIFF && changes_a_link(before, kept)) break;
     TQ_CLAIM(now.status == old.status && now.pixels == old.pixels);
     // Without a count there is one way to its only page: it must still lead there.
     if (type.count_pages == nullptr) TQ_CLAIM(old.status < 0 || decode(type, after, 0).status >= 0);

@@ -128,7 +128,9 @@ TiffPicture picture_of(const Kind& kind, unsigned seed = 5) {
   const auto top = static_cast<std::uint32_t>((std::uint64_t{1} << kind.bits) - 1);
   picture.values.resize(picture.width * picture.height * kind.samples);
   for (std::uint32_t& value : picture.values) {
-    value = random.chance(30) ? top : random.chance(30) ? 0 : std::uint32_t(random.engine()()) & top;
+    value = random.chance(30)   ? top
+            : random.chance(30) ? 0
+                                : std::uint32_t(random.engine()()) & top;
   }
   if (kind.photometric == 3) picture.more.push_back({320, 3, color_map(kind.bits)});
   if (kind.extra) picture.more.push_back({338, 3, {std::uint64_t(*kind.extra)}});
@@ -190,10 +192,10 @@ TEST_F(Tiff, EveryKindOfPageIsWhatItsSamplesSay) {
       picture.differences = picture.coding != 1 && picture.coding != kPackBits &&
                             kind.bits % 8 == 0 && kind.bits != 24 && number % 4 != 0;
       ASSERT_EQ(decode(file_of(picture, order)), expected)
-            << kind.bits << " bits, " << kind.samples << " samples, photometric "
-            << kind.photometric << ", extra " << kind.extra.value_or(-1) << ", cut "
-            << arrangement % 5 << (picture.apart ? " apart" : "") << ", coding " << picture.coding
-            << (picture.differences ? " differences" : "") << (order.big_endian ? " MM" : " II");
+          << kind.bits << " bits, " << kind.samples << " samples, photometric " << kind.photometric
+          << ", extra " << kind.extra.value_or(-1) << ", cut " << arrangement % 5
+          << (picture.apart ? " apart" : "") << ", coding " << picture.coding
+          << (picture.differences ? " differences" : "") << (order.big_endian ? " MM" : " II");
     }
   }
 }
@@ -218,7 +220,8 @@ TEST_F(Tiff, ChrominanceCountsForItsBlockOfPixels) {
           for (int top = 0; top < in_strip; top += v) {
             for (int left = 0; left < 9; left += h) {
               for (int y = 0; y < v; ++y) {
-                for (int x = 0; x < h; ++x) strip.push_back(byte(40 + 16 * (first + top + y) + left + x));
+                for (int x = 0; x < h; ++x)
+                  strip.push_back(byte(40 + 16 * (first + top + y) + left + x));
               }
               strip.push_back(byte(128 + left));
               strip.push_back(byte(128 - first - top));
@@ -226,7 +229,8 @@ TEST_F(Tiff, ChrominanceCountsForItsBlockOfPixels) {
           }
           for (int y = 0; y < in_strip; ++y) {
             for (int x = 0; x < 9; ++x) {
-              const double luma = 40 + 16 * (first + y) + x, blue = (x / h) * h, red = -first - y / v * v;
+              const double luma = 40 + 16 * (first + y) + x, blue = (x / h) * h,
+                           red = -first - y / v * v;
               const double r = luma + 1.402 * red, b = luma + 1.772 * blue;
               const double g = (luma - 0.299 * r - 0.114 * b) / 0.587;
               const auto level = [](double value) {
@@ -336,8 +340,8 @@ TEST_F(Tiff, ABadBitOfAFacsimileNeverLosesTheNextStrip) {
       bad.chunks[0][bit / 8] ^= byte(1 << bit % 8);
       const Look look = decode(tiff_file({}, {bad}));
       ASSERT_EQ(look.status, 0);
-      ASSERT_TRUE(std::equal(good.pixels.begin() + 4 * 40, good.pixels.end(),
-                             look.pixels.begin() + 4 * 40))
+      ASSERT_TRUE(
+          std::equal(good.pixels.begin() + 4 * 40, good.pixels.end(), look.pixels.begin() + 4 * 40))
           << "coding " << fax.coding << ", bit " << bit;
     }
   }
@@ -352,7 +356,8 @@ TEST_F(Tiff, LzwPassesEveryWidthAndAFullTable) {
       TiffPicture picture{.width = 131, .height = 90};
       Random random(3);
       for (int i = 0; i < 131 * 90; ++i) {
-        picture.values.push_back(static_cast<std::uint32_t>(random.engine()()) & ((1 << noise) - 1));
+        picture.values.push_back(static_cast<std::uint32_t>(random.engine()()) &
+                                 ((1 << noise) - 1));
       }
       picture.coding = kLzw;
       picture.rows_per_strip = 40;
@@ -402,7 +407,9 @@ TiffField& field(TiffPage& page, int tag) {
 TEST_F(Tiff, WhatWritersGetWrongIsTheSamePicture) {
   using Spoil = std::function<void(TiffPage&)>;
   const auto drop = [](int tag) -> Spoil {
-    return [tag](TiffPage& page) { std::erase_if(page.fields, [&](auto& f) { return f.tag == tag; }); };
+    return [tag](TiffPage& page) {
+      std::erase_if(page.fields, [&](auto& f) { return f.tag == tag; });
+    };
   };
   const auto set = [](int tag, std::uint64_t value, int type = 3) -> Spoil {
     return [=](TiffPage& page) { field(page, tag) = {tag, type, {value}}; };
@@ -434,7 +441,10 @@ TEST_F(Tiff, WhatWritersGetWrongIsTheSamePicture) {
       {"width as a byte", set(256, 21, 1)},
       {"short offsets", [](TiffPage& page) { page.offset_type = 3; }},
       {"unknown tags and types", add({40000, 99, {1, 2, 3}})},
-      {"a tag twice", [](TiffPage& page) { page.fields.push_back({257, 3, {3}}); }},
+      {"a tag twice",
+       [](TiffPage& page) {
+         page.fields.push_back({257, 3, {3}});
+       }},
       {"tags out of order", [](TiffPage& page) { std::ranges::reverse(page.fields); }},
       {"a predictor that does not count", add({317, 3, {2}})},
       {"an orientation that does not turn rows", add({274, 3, {6}})},
@@ -569,10 +579,13 @@ TEST_F(Tiff, ChainsOfPagesEndWhereTheyMust) {
     links.push_back(directories.back() + 2 + 12 * file[directories.back()]);
   }
   // Where the link of the last page leads, and how many pages there are.
-  const std::pair<std::uint32_t, int> ends[] = {
-      {0, 5}, {std::uint32_t(directories[0]), 5}, {std::uint32_t(directories[3]), 5},
-      {std::uint32_t(directories[4]), 5}, {0x80000000, 5}, {std::uint32_t(file.size()), 5},
-      {std::uint32_t(file.size() - 2), 5}};
+  const std::pair<std::uint32_t, int> ends[] = {{0, 5},
+                                                {std::uint32_t(directories[0]), 5},
+                                                {std::uint32_t(directories[3]), 5},
+                                                {std::uint32_t(directories[4]), 5},
+                                                {0x80000000, 5},
+                                                {std::uint32_t(file.size()), 5},
+                                                {std::uint32_t(file.size() - 2), 5}};
   for (const auto& [link, count] : ends) {
     Bytes spoilt = file;
     for (int i = 0; i < 4; ++i) spoilt[links[5] + i] = byte(link >> 8 * i);
@@ -592,7 +605,8 @@ TEST_F(Tiff, ChainsOfPagesEndWhereTheyMust) {
 // ---- Hostile files ----
 
 TEST_F(Tiff, HostileFilesCostLittle) {
-  const auto with = [](std::vector<TiffField> changes, TiffPicture picture = picture_of({8, 1, 1})) {
+  const auto with = [](std::vector<TiffField> changes,
+                       TiffPicture picture = picture_of({8, 1, 1})) {
     TiffPage page = tiff_page(picture, {});
     for (const TiffField& change : changes) {
       if (change.tag == page.offsets) page.offsets = 0;
@@ -618,7 +632,8 @@ TEST_F(Tiff, HostileFilesCostLittle) {
       {with({{256, 4, {0}}}), {-3}},
       {with({{257, 4, {0}}}), {-3}},
       {with({{256, 4, {100000}}, {257, 4, {1}}, {322, 4, {1}}, {323, 4, {1}}}), {0}},
-      {with({{256, 4, {1 << 28}}, {257, 4, {1}}, {258, 3, {1}}, {322, 4, {1}}, {323, 4, {1}}}), {0}},
+      {with({{256, 4, {1 << 28}}, {257, 4, {1}}, {258, 3, {1}}, {322, 4, {1}}, {323, 4, {1}}}),
+       {0}},
       {with({{277, 3, {65535}}}), {0, -1}},
       {with({{258, 3, {65535}}}), {-7}},
       {with({{258, 3, {0}}}), {-7}},
@@ -694,8 +709,8 @@ TEST_F(Tiff, WhatIsWrittenIsReadAgainAlsoBehindOtherPages) {
         const Bytes before = order < 0 ? Bytes() : file_of(old, {order == 1});
         std::int32_t status = 0;
         const Bytes file = saved(before, image, code, status);
-        const bool fax = code == IMG_TYPE_TIFF_HUFFMAN || code == IMG_TYPE_TIFF_G3 ||
-                         code == IMG_TYPE_TIFF_G4;
+        const bool fax =
+            code == IMG_TYPE_TIFF_HUFFMAN || code == IMG_TYPE_TIFF_G3 || code == IMG_TYPE_TIFF_G4;
         ASSERT_EQ(status, fax && bits > 1 ? IMG_WRONG_DEPTH : 0);
         if (status != 0) continue;
         const int page = order < 0 ? 0 : 1;
@@ -713,7 +728,8 @@ TEST_F(Tiff, OnlyTiffFilesTakeMorePages) {
   const Image image(make_image(3, 1, Rows(2, Bytes(4))));
   Bytes version = file_of(picture_of({8, 1, 1}));
   version[2] = 44;
-  const Bytes text = {'I', 'I', ' ', 'a', 'm', ' ', 't', 'e', 'x', 't'}, start = {'I', 'I', 42, 0, 0};
+  const Bytes text = {'I', 'I', ' ', 'a', 'm', ' ', 't', 'e', 'x', 't'},
+              start = {'I', 'I', 42, 0, 0};
   const ScratchFolder folder;
   for (const Bytes& file : {text, start, version, file_of(picture_of({8, 1, 1}), {false, true})}) {
     const std::string name = folder.file("page.tif");

@@ -115,8 +115,8 @@ TiffPage tiff_page(const TiffPicture& picture, const TiffOrder& order) {
         for (int y = top; y < top + rows && (tiled || y < picture.height); ++y) {
           std::vector<std::uint32_t> samples;
           for (int x = left; x < left + width; ++x) {
-            const int at = std::min(y, picture.height - 1) * picture.width +
-                           std::min(x, picture.width - 1);
+            const int at =
+                std::min(y, picture.height - 1) * picture.width + std::min(x, picture.width - 1);
             for (int i = 0; i < of_plane; ++i) {
               samples.push_back(picture.values.at(at * picture.samples + plane + i));
             }

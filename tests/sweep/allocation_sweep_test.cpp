@@ -58,6 +58,7 @@ struct Material {
   Bytes grey = plain_file(20, 3, 8);
   Bytes lists = bmp_file({true, 40, 70, 2, 1, 99, grey_palette(2), {4, 0, 3, 0, 6, 0, 1, 0, 9, 0}});
   Bytes fax_page = document(mono), colour_page = document(deep);
+  Bytes pages = saved(deep, IMG_TYPE_TIFF);
   Bytes cut_off = Bytes(deep.begin(), deep.end() - 5);
   Bytes dib = plain_file(9, 4, 24);  // header block and registered DIB: from byte 14 on
   std::uint8_t* global = nullptr;
@@ -143,6 +144,37 @@ std::vector<Call> calls(Material& m) {
        [&m] { return IMGLOW_get_fileinfo_block(m.deep.data(), m.deep.size(), m.row.data()); }},
       {"IMGLOW_get_image_orientation",
        [&m] { return IMGLOW_get_image_orientation(m.in.c_str()) == IMG_UNSUPPORTED ? 0 : -2; }},
+      {"IMGLOW_get_fileinfo_page",
+       [&m] { return IMGLOW_get_fileinfo_page(m.in.c_str(), 0, m.row.data()); }},
+      {"IMGLOW_get_fileinfo_page_fd",
+       from_caller(m.deep, [&m] { return IMGLOW_get_fileinfo_page_fd(1, 0, m.row.data()); })},
+      {"IMGLOW_get_fileinfo_page_block",
+       [&m] {
+         return IMGLOW_get_fileinfo_page_block(m.deep.data(), m.deep.size(), 0, m.row.data());
+       }},
+      {"IMGLOW_get_tiff_tag",
+       [&m] {
+         write_file(m.out, m.pages);
+         const std::int32_t bytes =
+             IMGLOW_get_tiff_tag(m.out.c_str(), 0, 305, nullptr, nullptr, m.row.data(), 99);
+         std::filesystem::remove(m.out);
+         return bytes;
+       }},
+      {"IMGLOW_get_tiff_tag_fd",
+       from_caller(m.pages,
+                   [] { return IMGLOW_get_tiff_tag_fd(1, 0, 305, nullptr, nullptr, nullptr, 0); })},
+      {"IMGLOW_get_tiff_tag_mem",
+       [&m] {
+         return IMGLOW_get_tiff_tag_mem(m.pages.data(), 0, 256, nullptr, nullptr, nullptr, 0);
+       }},
+      {"IMGLOW_get_tiff_tag_block",
+       [&m] {
+         return IMGLOW_get_tiff_tag_block(m.pages.data(), m.pages.size(), 0, 305, nullptr, nullptr,
+                                          nullptr, 0);
+       }},
+      {"IMG_save_bitmap_fd",
+       from_caller(m.pages,
+                   [] { return IMG_save_bitmap_fd(Watched::kDeep, 1, IMG_TYPE_TIFF_LZW); })},
       {"IMG_unload_plugins", [] { return IMG_unload_plugins(); }},
       {"IMGLOW_get_raster", get(Watched::kDeep, 0)},
       {"IMGLOW_get_raster", get(Watched::kRuns, 3)},
@@ -278,11 +310,13 @@ TEST(AllocationSweep, CoversEveryExport) {
                                              "IMG_get_bitmap_palette",
                                              "IMG_get_croprect",
                                              "IMG_get_format",
+                                             "IMG_get_option",
                                              "IMG_ifl_version",
                                              "IMG_set_croprect",
                                              "IMG_set_display_angle",
                                              "IMG_set_encrypt",
                                              "IMG_set_gamma",
+                                             "IMG_set_option",
                                              "IMG_set_statusbar"};
   for (const Call& call : calls(material)) covered.insert(call.name);
   std::ifstream header("../include/tarnquill.h");

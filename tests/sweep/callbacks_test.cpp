@@ -27,8 +27,9 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
     if (type.available != nullptr && type.available().failed()) continue;  // built without it
     SCOPED_TRACE(type.name);
     ++codecs;
-    HeaderBlock header = grey_image(kSide, kSide, 8);
-    GivenRows rows(std::vector(kSide, Bytes(kSide, 7)));
+    const bool mono = type.write_depths == 1;
+    HeaderBlock header = grey_image(kSide, kSide, mono ? 1 : 8);
+    GivenRows rows(std::vector(kSide, Bytes(mono ? 4 : kSide, 7)));
     rows.failed_row = 4;
     rows.failure = -55;
     {
