@@ -100,8 +100,8 @@ std::ptrdiff_t CodedBytes::read_plain(Row bytes) {
 std::ptrdiff_t CodedBytes::read_thunder_row(Row bytes) {
   constexpr int kTwoBits[] = {0, 1, 0, -1}, kThreeBits[] = {0, 1, 2, 3, 0, -3, -2, -1};
   constexpr int kNoPixel2 = 2, kNoPixel3 = 4;
-  const std::int64_t pixels = 2 * std::ssize(bytes);
-  std::int64_t x = 0;
+  const std::ptrdiff_t pixels = 2 * std::ssize(bytes);
+  std::ptrdiff_t x = 0;
   int value = 0;
   const auto put = [&](int next) {
     value = next & 15;
@@ -167,7 +167,8 @@ Bytes CodedBytes::read(std::ptrdiff_t bytes) {
 
 bool CodedBytes::skip(std::int64_t bytes) {
   while (bytes > 0) {
-    const std::ptrdiff_t wanted = std::min(bytes, std::int64_t{std::ssize(bytes_.pixels())});
+    const auto wanted = static_cast<std::ptrdiff_t>(
+        std::min<std::int64_t>(bytes, std::ssize(bytes_.pixels())));
     const std::ptrdiff_t there = std::ssize(read(wanted));
     if (there == 0) return false;
     bytes -= there;

@@ -124,20 +124,22 @@ Entry File::entry_from(const std::uint8_t* bytes, std::int64_t at) const {
 
 const std::uint8_t* Numbers::bytes_of(std::uint64_t i) {
   if (i >= entry_.count) return nullptr;
-  const std::uint64_t size = type_bytes(entry_.type);
-  if (entry_.is_in_place) return &entry_.in_place[i * size];
-  if (i - first_ >= held_) {  // before the window, too
-    const std::uint64_t wanted = std::min(entry_.count - i, window_.size() / size);
-    const std::int64_t at = entry_.position < 0 ? -1 : entry_.position + std::int64_t(i * size);
-    const std::uint64_t read = file_->read_some(at, std::span(window_).first(wanted * size));
-    first_ = i;
-    held_ = read / size;
+  // A count is below 2^31, and so are its places here.
+  const auto index = static_cast<std::ptrdiff_t>(i);
+  const std::ptrdiff_t size = type_bytes(entry_.type);
+  if (entry_.is_in_place) return &entry_.in_place[index * size];
+  if (index < first_ || index >= first_ + held_) {
+    const auto left = static_cast<std::ptrdiff_t>(entry_.count) - index;
+    const std::ptrdiff_t wanted = std::min(left, std::ssize(window_) / size);
+    const std::int64_t at = entry_.position < 0 ? -1 : entry_.position + std::int64_t{index} * size;
+    first_ = index;
+    held_ = file_->read_some(at, std::span(window_).first(wanted * size)) / size;
     if (held_ == 0) {
       entry_.count = i;  // asked for no more
       return nullptr;
     }
   }
-  return &window_[(i - first_) * size];
+  return &window_[(index - first_) * size];
 }
 
 std::uint64_t Numbers::at(std::uint64_t i, std::uint64_t fallback) {

@@ -138,10 +138,9 @@ class File {
     std::array<std::uint8_t, std::size_t{32} * 20> bytes;
     std::int64_t at = directory + count_bytes();
     for (std::int64_t left = entries_of(count.data()); left > 0;) {
-      const std::int64_t wanted = std::min<std::int64_t>(left, 32);
-      const std::int64_t read =
-          read_some(at, std::span(bytes).first(wanted * entry_bytes())) / entry_bytes();
-      for (std::int64_t i = 0; i < read; ++i, at += entry_bytes()) {
+      const int wanted = static_cast<int>(std::min<std::int64_t>(left, 32));
+      const int read = read_some(at, std::span(bytes).first(wanted * entry_bytes())) / entry_bytes();
+      for (int i = 0; i < read; ++i, at += entry_bytes()) {
         if (!visit(entry_from(&bytes[i * entry_bytes()], at))) return;
       }
       if (read < wanted) return;
@@ -210,7 +209,7 @@ class Numbers {
   const File* file_ = nullptr;
   Entry entry_;
   std::array<std::uint8_t, 512> window_{};
-  std::uint64_t first_ = 0, held_ = 0;  // values in the window
+  std::ptrdiff_t first_ = 0, held_ = 0;  // values in the window
 };
 
 }  // namespace tq::tiff

@@ -62,11 +62,12 @@ Status find_tiff_tag(StreamHandle stream, std::int32_t page, std::int32_t tag, T
     return of_tiles && !file.find_entry(directory, kTileWidth, entry) ? StatusCode::not_tiled
                                                                       : StatusCode::unsupported;
   }
-  const std::uint64_t bytes = entry.count * type_bytes(entry.type);
-  if (bytes > INT32_MAX) return StatusCode::read_failed;
+  const std::uint64_t all_bytes = entry.count * type_bytes(entry.type);
+  if (all_bytes > INT32_MAX) return StatusCode::read_failed;
+  const auto bytes = static_cast<std::size_t>(all_bytes);
   value.type = entry.type;
   value.count = static_cast<std::int32_t>(entry.count);
-  const auto wanted = value.room.first(std::min<std::size_t>(value.room.size(), bytes));
+  const auto wanted = value.room.first(std::min(value.room.size(), bytes));
   if (entry.is_in_place) {
     auto values = std::span(entry.in_place).first(bytes);
     turn_values(file, entry.type, values);

@@ -30,14 +30,17 @@ bool is_grey(Photometric photometric) {
          photometric == Photometric::mask;
 }
 
-// Some writers fill 16-bit entries with 8-bit values.
+// Some writers fill 16-bit entries with 8-bit values, in the low byte or in the high one.
 void read_palette(const File& file, const Page& page, std::array<Rgb, 256>& colours) {
   Numbers map(file, page.color_map);
   const int entries = 1 << page.bits;
   std::array<std::uint16_t, 3 * 256> values{};
   for (int i = 0; i < 3 * entries; ++i) values[i] = word(map.at(i));
   const bool small = std::ranges::all_of(values, [](int value) { return value < 256; });
-  const auto level = [&](int i) { return byte(small ? values[i] : (values[i] + 128) / 257); };
+  const bool shifted = std::ranges::all_of(values, [](int value) { return value % 256 == 0; });
+  const auto level = [&](int i) {
+    return byte(small ? values[i] : shifted ? values[i] >> 8 : (values[i] + 128) / 257);
+  };
   for (int i = 0; i < entries; ++i) {
     colours[i] = {level(2 * entries + i), level(entries + i), level(i), 0};
   }
