@@ -167,8 +167,8 @@ Bytes CodedBytes::read(std::ptrdiff_t bytes) {
 
 bool CodedBytes::skip(std::int64_t bytes) {
   while (bytes > 0) {
-    const auto wanted = static_cast<std::ptrdiff_t>(
-        std::min<std::int64_t>(bytes, std::ssize(bytes_.pixels())));
+    const auto wanted =
+        static_cast<std::ptrdiff_t>(std::min<std::int64_t>(bytes, std::ssize(bytes_.pixels())));
     const std::ptrdiff_t there = std::ssize(read(wanted));
     if (there == 0) return false;
     bytes -= there;

@@ -139,7 +139,8 @@ class File {
     std::int64_t at = directory + count_bytes();
     for (std::int64_t left = entries_of(count.data()); left > 0;) {
       const int wanted = static_cast<int>(std::min<std::int64_t>(left, 32));
-      const int read = read_some(at, std::span(bytes).first(wanted * entry_bytes())) / entry_bytes();
+      const int read =
+          read_some(at, std::span(bytes).first(wanted * entry_bytes())) / entry_bytes();
       for (int i = 0; i < read; ++i, at += entry_bytes()) {
         if (!visit(entry_from(&bytes[i * entry_bytes()], at))) return;
       }

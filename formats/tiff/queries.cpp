@@ -34,6 +34,7 @@ Status find_tiff_coding(StreamHandle stream) {
   if (file.find_page(0, directory).failed() || !file.find_entry(directory, kCompression, entry)) {
     return StatusCode::unsupported;
   }
+  if (entry.type != kShort && entry.type != kLong) return StatusCode::unsupported;
   const std::uint64_t coding = Numbers(file, entry).at(0, 0);
   return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding))
                           : StatusCode::unsupported;

@@ -186,6 +186,9 @@ def shown(file, known):
     if image.mode == "CMYK":  # the samples side by side
         programs, pixels = ["Pillow"], Image.frombytes("L", (4 * image.width, image.height), image.tobytes())
         others = {"ImageMagick": run("convert", str(file), *plain, "cmyk:-")}
+    elif file.suffix == ".tif":
+        programs, pixels = ["Pillow"], image.convert("RGB")
+        others = {"ImageMagick": run("convert", str(file), "-depth", "8", "rgb:-")}
     else:
         programs = ["djpeg"]
         pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(file))))
@@ -221,7 +224,7 @@ def main():
             make(command, file)
             sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines() or ["0 0"]
             for page, size in enumerate(sizes if int(result) > 0 else sizes[:1]):
-                lossy = file.suffix == ".jpg" and int(result) > 0
+                lossy = (file.suffix == ".jpg" or "jpeg" in file.stem) and int(result) > 0
                 seen = shown(file, known) if lossy else agreed(file, page, rules.split(","))
                 add(file, page, code, result, size, seen, rules)
         for (mode, size, _), name in known.items():
