@@ -359,8 +359,8 @@ const Command kConvert = {
     "IN and OUT may be - for standard input and output. Many inputs need a folder as OUT; results\n"
     "there are named after their inputs. Without --code the end of OUT's name decides. Rectangles\n"
     "are given as X,Y,W,H or WxH+X+Y in pixels from the top left corner, and are cut at the edges\n"
-    "of the image. OUT is replaced only by a complete result. A format of many pages (tiff, pdf) takes\n"
-    "many inputs into one file; if one of them fails, there is none.\n",
+    "of the image. OUT is replaced only by a complete result. A format of many pages (tiff, pdf)\n"
+    "takes many inputs into one file; if one of them fails, there is none.\n",
     kOptions,
     run_convert,
 };
