@@ -295,7 +295,8 @@ TiffPicture fax_picture(const FaxForm& fax, int width, int height) {
     ccitt::Encoder encoder;
     EXPECT_EQ(encoder.open(form, row_width), kOk);
     encoder.start();
-    Bytes out(rows.size() * encoder.most_bytes() + ccitt::Encoder::kMostBytesAtEnd);
+    Bytes out(static_cast<std::size_t>(std::int64_t(rows.size()) * encoder.most_bytes() +
+                                       ccitt::Encoder::kMostBytesAtEnd));
     std::uint8_t* end = out.data();
     for (Bytes row : rows) {
       for (std::uint8_t& bits : row) bits = byte(~bits);
