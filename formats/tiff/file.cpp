@@ -95,14 +95,24 @@ Status File::find_page(std::int32_t page, std::int64_t& position) const {
   return kOk;
 }
 
+// In one walk: a chain that comes back does not end, so where it does so is no matter.
 Status File::find_last_link(std::int64_t& position, std::int32_t& pages) const {
-  const Status counted = count_pages();
-  TQ_TRY(counted);
-  pages = counted.raw();
-  Step step = follow(first_link());
-  for (std::int32_t i = 1; i < pages; ++i) step = follow(step.link);
-  position = step.link;
-  return follow(step.link).ends ? StatusCode::ok : StatusCode::bad_image;
+  Step last = follow(first_link());
+  if (last.position < 0) return StatusCode::bad_image;
+  Step mark = last, step = follow(last.link);
+  std::int32_t cycle = 1, power = 1;
+  for (pages = 1; step.position >= 0; ++pages, ++cycle) {
+    if (step.position == mark.position) return StatusCode::bad_image;
+    if (cycle == power) {
+      mark = step;
+      power *= 2;
+      cycle = 0;
+    }
+    last = step;
+    step = follow(step.link);
+  }
+  position = last.link;
+  return step.ends ? StatusCode::ok : StatusCode::bad_image;
 }
 
 Entry File::entry_from(const std::uint8_t* bytes, std::int64_t at) const {

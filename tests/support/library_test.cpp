@@ -10,6 +10,7 @@ namespace {
 
 void reset_library() {
   context().settings = Settings{};
+  context().options = Options{};
   set_caller_io(nullptr, nullptr, nullptr);
   set_scrambling(false, 0);
   set_licence_check(nullptr);
