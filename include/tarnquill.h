@@ -683,6 +683,7 @@ IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, size_
 
 /* A tag of a page of a TIFF file (TIFF 6.0, section 2).
  *
+ *   stream      an open stream; the file begins at its position 0
  *   page        from 0
  *   tag         its number
  *   type        out: 1 BYTE, 2 ASCII, 3 SHORT, 4 LONG, 5 RATIONAL (two LONGs) and so on; may be null

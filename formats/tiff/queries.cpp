@@ -54,8 +54,7 @@ Status find_tiff_orientation(StreamHandle stream) {
 Status find_tiff_tag(StreamHandle stream, std::int32_t page, std::int32_t tag, TagValue& value) {
   File file;
   std::int64_t directory = 0;
-  const std::int32_t start = position(stream);
-  if (start < 0 || file.open(stream, start).failed()) return StatusCode::unsupported;
+  if (file.open(stream, 0).failed()) return StatusCode::unsupported;
   TQ_TRY(page < 0 ? StatusCode::page_past_end : file.find_page(page, directory));
   Entry entry;
   if (!file.find_entry(directory, tag, entry)) {

@@ -38,7 +38,7 @@ struct TagValue {
   std::span<std::uint8_t> room{};  // filled in this machine's byte order, as far as they fit
 };
 
-// Of a page of what begins at the position; the bytes that all values have. unsupported for no TIFF
+// Of a page of what begins at the start of the stream; the bytes that all values have. unsupported for no TIFF
 // file and for no such tag, not_tiled when it is one of tiles, read_failed for values that are not
 // there.
 Status find_tiff_tag(StreamHandle stream, std::int32_t page, std::int32_t tag, TagValue& value);

@@ -99,6 +99,24 @@ ImageFacts Input::facts(int page) const {
           header.biYPelsPerMeter};
 }
 
+std::optional<TagFacts> Input::tag(int page, int number) const {
+  TagFacts facts;
+  std::int32_t type = 0, count = 0;
+  const auto ask = [&](void* buffer, std::size_t bytes) {
+    const auto room = static_cast<std::int32_t>(bytes);
+    return in_memory() ? IMGLOW_get_tiff_tag_block(bytes_.data(), bytes_.size(), page, number,
+                                                   &type, &count, buffer, room)
+                       : IMGLOW_get_tiff_tag_fd(stream_, page, number, &type, &count, buffer, room);
+  };
+  const std::int32_t bytes = ask(nullptr, 0);
+  if (bytes == IMG_NOT_TILED || bytes == IMG_UNSUPPORTED) return {};
+  facts.bytes.resize(static_cast<std::size_t>(check(label_, bytes)));
+  check(label_, ask(facts.bytes.data(), facts.bytes.size()));
+  facts.type = type;
+  facts.count = count;
+  return facts;
+}
+
 std::int32_t Input::decode(int page) const {
   return check(label_, in_memory() ? IMG_decompress_bitmap_block(bytes_.data(), bytes_.size(), page)
                                    : IMG_decompress_bitmap_fd(stream_, 0, page));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,13 @@ struct ImageFacts {
   int bits = 0;
   int x_dpi = 0;  // 0: not known
   int y_dpi = 0;
+};
+
+// The values of a tag, in this machine's byte order.
+struct TagFacts {
+  int type = 0;
+  int count = 0;
+  std::vector<std::uint8_t> bytes;
 };
 
 // For messages.
@@ -33,7 +41,9 @@ class Input {
   // As the library's functions; `page` counts from 0. The first two may give a status code.
   std::int32_t file_type() const;
   std::int32_t pages() const;
-  ImageFacts facts(int page) const;     // throws Failure
+  ImageFacts facts(int page) const;  // throws Failure
+  // Of a TIFF page; none if the page has no such tag. Throws Failure.
+  std::optional<TagFacts> tag(int page, int number) const;
   std::int32_t decode(int page) const;  // the image handle; throws Failure
 
  private:

@@ -23,8 +23,9 @@ int flushed(int code) {
 
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfo,   &kPages,  &kConvert,   &kAppend,  &kGray,
-                                        &kReduce, &kDither, &kThreshold, &kPromote, &kSheet};
+constexpr const Command* kCommands[] = {&kInfo,      &kPages,   &kTags,   &kConvert,
+                                        &kAppend,    &kGray,    &kReduce, &kDither,
+                                        &kThreshold, &kPromote, &kSheet};
 
 const Command* find_command(const std::string& name) {
   for (const Command* command : kCommands) {
