@@ -169,16 +169,23 @@ Status decode_sun(const formats::DecodeRequest& request) {
   });
 }
 
-Status can_encode_sun(const formats::EncodeRequest& request) {
-  const formats::StoredRows rows = saved_rows(*request.image);
+namespace {
+
+Status check(const formats::EncodeRequest& request, const formats::StoredRows& rows) {
   if (rows.layout == nullptr || request.cmyk) return StatusCode::wrong_depth;
   const bool fits = rows.line_bytes * request.image->header.biHeight <= UINT32_MAX;
   return fits ? StatusCode::ok : StatusCode::unsupported;
 }
 
+}  // namespace
+
+Status can_encode_sun(const formats::EncodeRequest& request) {
+  return check(request, saved_rows(*request.image));
+}
+
 Status encode_sun(const formats::EncodeRequest& request) {
-  TQ_TRY(can_encode_sun(request));
   const formats::StoredRows rows = saved_rows(*request.image);
+  TQ_TRY(check(request, rows));
   StreamWriter out;
   TQ_TRY(out.open(request.stream));
   write_header(*request.image, rows, out);

@@ -133,10 +133,10 @@ Entry File::entry_from(const std::uint8_t* bytes, std::int64_t at) const {
 }
 
 const std::uint8_t* Numbers::bytes_of(std::uint64_t i) {
-  if (i >= entry_.count) return nullptr;
+  const std::ptrdiff_t size = type_bytes(entry_.type);
+  if (i >= entry_.count || size == 0) return nullptr;
   // A count is below 2^31, and so are its places here.
   const auto index = static_cast<std::ptrdiff_t>(i);
-  const std::ptrdiff_t size = type_bytes(entry_.type);
   if (entry_.is_in_place) return &entry_.in_place[index * size];
   if (index < first_ || index >= first_ + held_) {
     const auto left = static_cast<std::ptrdiff_t>(entry_.count) - index;

@@ -22,7 +22,7 @@ constexpr std::uint32_t scale(std::uint64_t value, std::uint64_t from_top, std::
 }
 
 std::uint8_t clamp(double level) {
-  return byte(static_cast<int>(std::clamp(level, 0.0, 255.0) + 0.5));
+  return byte(static_cast<int>(std::floor(std::clamp(level, 0.0, 255.0) + 0.5)));
 }
 
 bool is_grey(Photometric photometric) {
