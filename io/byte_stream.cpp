@@ -114,7 +114,9 @@ std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes) {
 std::int32_t read_fully(StreamHandle stream, std::span<std::uint8_t> bytes) {
   bytes = bytes.first(count_of(bytes));
   std::int32_t done = 0;
-  for (std::int32_t got = 1; got > 0; done += got) got = read(stream, bytes.subspan(done));
+  for (std::int32_t got = 1; got > 0 && done < std::ssize(bytes); done += got) {
+    got = read(stream, bytes.subspan(done));
+  }
   return done;
 }
 
