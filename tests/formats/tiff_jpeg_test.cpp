@@ -1,13 +1,13 @@
 // JPEG in TIFF as other programs do not write it here: the older layouts, planes, damage. What they
 // write is in the corpus.
 #include <cmath>
-#include <map>
 
 #include "core/context.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/tiff/page.h"
 #include "formats/tiff/tiff.h"
 #include "tests/support/codec_runs.h"
+#include "tests/support/tiff_file.h"
 
 namespace tq::test {
 namespace {
@@ -42,22 +42,26 @@ Picture as_ycc(Picture picture) {
   return picture;
 }
 
-// A stream of a part of the picture: its first sample, or three, or four; what lies outside is the
-// nearest pixel's.
-Bytes stream_of(const Picture& picture, int samples, int left, int top, int width, int height,
-                int plane = 0) {
-  std::vector<Bytes> rows;
+// A part of the picture from this row on, each chunk of which becomes a stream.
+TiffPicture part_of(const Picture& picture, Photometric photometric, int samples, int top = 0,
+                    int width = kWidth, int height = kHeight) {
+  TiffPicture part{.width = width, .height = height, .samples = samples};
+  part.photometric = static_cast<int>(photometric);
+  part.coding = kJpeg;
   for (int y = top; y < top + height; ++y) {
-    Bytes row;
-    for (int x = left; x < left + width; ++x) {
-      const auto& pixel = picture[std::min(y, kHeight - 1)][std::min(x, kWidth - 1)];
-      for (int i = 0; i < samples; ++i) {
-        row.push_back(byte(pixel[samples == 1 ? plane : samples == 3 ? 2 - i : i]));
-      }
+    for (int x = 0; x < width; ++x) {
+      for (int i = 0; i < samples; ++i) part.values.push_back(picture[y][x][i]);
     }
-    rows.push_back(row);
   }
-  return encoded(jpeg::encode_jpeg, grey_image(width, height, 8 * samples), rows);
+  part.encode = [](std::vector<Bytes> rows, int row_width) {
+    const auto in_chunk = static_cast<int>(std::ssize(rows[0])) / row_width;
+    for (Bytes& row : rows) {
+      for (int x = 0; in_chunk == 3 && x < row_width; ++x) std::swap(row[3 * x], row[3 * x + 2]);
+    }
+    const auto row_count = static_cast<int>(std::ssize(rows));
+    return encoded(jpeg::encode_jpeg, grey_image(row_width, row_count, 8 * in_chunk), rows);
+  };
+  return part;
 }
 
 // The stream's parts: its tables, its frame, its scan header, and the data.
@@ -88,68 +92,6 @@ Bytes joined(std::initializer_list<Bytes> parts) {
   return all;
 }
 const Bytes kSoi = {0xFF, 0xD8}, kEoi = {0xFF, 0xD9};
-
-// A little-endian file of one page, whose values of more than four bytes lie before its directory.
-class TiffFile {
- public:
-  TiffFile(Coding coding, Photometric photometric, int samples) {
-    set(kImageWidth, {kWidth});
-    set(kImageLength, {kHeight});
-    set(kCompression, {coding});
-    set(kPhotometric, {static_cast<std::uint32_t>(photometric)});
-    set(kBitsPerSample, {8});
-    set(kSamplesPerPixel, {static_cast<std::uint32_t>(samples)});
-  }
-  void set(Tag tag, std::vector<std::uint32_t> values) { longs_[tag] = std::move(values); }
-  std::uint32_t add(const Bytes& bytes) {
-    const auto offset = static_cast<std::uint32_t>(file_.size());
-    file_.insert(file_.end(), bytes.begin(), bytes.end());
-    return offset;
-  }
-  void add_bytes(Tag tag, const Bytes& bytes) {
-    bytes_[tag] = {add(bytes), static_cast<std::uint32_t>(bytes.size())};
-  }
-  void add_chunks(const std::vector<Bytes>& chunks) {
-    std::vector<std::uint32_t> offsets, counts;
-    for (const Bytes& chunk : chunks) {
-      offsets.push_back(chunk.empty() ? 0 : add(chunk));
-      counts.push_back(static_cast<std::uint32_t>(chunk.size()));
-    }
-    set(kStripOffsets, offsets);
-    set(kStripByteCounts, counts);
-  }
-
-  Bytes finish() const {
-    Bytes file = file_, directory;
-    const auto put = [](Bytes& to, std::size_t value, int bytes) {
-      for (int i = 0; i < bytes; ++i) to.push_back(byte(static_cast<int>(value >> 8 * i & 0xFF)));
-    };
-    const auto put_entry = [&](Tag tag, Type type, std::size_t count, std::size_t value) {
-      put(directory, tag, 2);
-      put(directory, type, 2);
-      put(directory, count, 4);
-      put(directory, value, 4);
-    };
-    for (const auto& [tag, values] : longs_) {
-      put_entry(tag, kLong, values.size(), values.size() == 1 ? values[0] : file.size());
-      if (values.size() == 1) continue;
-      for (const std::uint32_t value : values) put(file, value, 4);
-    }
-    for (const auto& [tag, place] : bytes_) put_entry(tag, kUndefined, place.second, place.first);
-    Bytes start;
-    put(start, file.size(), 4);
-    std::ranges::copy(start, file.begin() + 4);
-    put(file, longs_.size() + bytes_.size(), 2);
-    file.insert(file.end(), directory.begin(), directory.end());
-    put(file, 0, 4);
-    return file;
-  }
-
- private:
-  Bytes file_ = {'I', 'I', 42, 0, 0, 0, 0, 0};
-  std::map<Tag, std::vector<std::uint32_t>> longs_;
-  std::map<Tag, std::pair<std::uint32_t, std::uint32_t>> bytes_;
-};
 
 // Whether rows from `first` to `end` are the picture's, and there are no others.
 void expect_rows(const CollectingSink& sink, const Picture& picture, int samples, int first = 0,
@@ -193,104 +135,96 @@ TEST_F(TiffJpeg, EveryArrangementShowsThePicture) {
              {kWidth, kHeight, 0}, {kWidth, 16, 0}, {48, 24, 0}, {kWidth, 16, 1}, {32, 64, 1}}) {
       if (apart != 0 && kind.photometric == Photometric::ycbcr) continue;
       SCOPED_TRACE(testing::Message() << kind.samples << ' ' << width << 'x' << height << apart);
-      TiffFile file(kJpeg, kind.photometric, kind.samples);
-      if (width < kWidth) {
-        file.set(kTileWidth, {static_cast<std::uint32_t>(width)});
-        file.set(kTileLength, {static_cast<std::uint32_t>(height)});
-      } else {
-        file.set(kRowsPerStrip, {static_cast<std::uint32_t>(height)});
+      TiffPicture picture = part_of(picture_, kind.photometric, kind.samples);
+      picture.apart = apart != 0;
+      picture.rows_per_strip = height;
+      picture.tile_width = width < kWidth ? width : 0;
+      picture.tile_height = height;
+      TiffPage page = tiff_page(picture, {});
+      TiffField tables{kJpegTables, 7, {}};
+      for (Bytes& chunk : page.chunks) {
+        const Segments parts = segments_of(chunk);
+        const Bytes common = joined({kSoi, parts.quantisation, parts.huffman, kEoi});
+        tables.values.assign(common.begin(), common.end());
+        chunk = joined({kSoi, parts.frame, parts.scan, parts.data, kEoi});
       }
-      if (apart != 0) file.set(kPlanarConfiguration, {2});
-      std::vector<Bytes> chunks;
-      Bytes tables;
-      for (int plane = 0; plane < (apart != 0 ? kind.samples : 1); ++plane) {
-        for (int y = 0; y < kHeight; y += height) {
-          for (int x = 0; x < kWidth; x += width) {
-            const Bytes stream =
-                stream_of(picture_, apart != 0 ? 1 : kind.samples, x, y, width, height, plane);
-            const Segments parts = segments_of(stream);
-            tables = joined({kSoi, parts.quantisation, parts.huffman, kEoi});
-            chunks.push_back(joined({kSoi, parts.frame, parts.scan, parts.data, kEoi}));
-          }
-        }
-      }
-      file.add_bytes(kJpegTables, tables);
-      file.add_chunks(chunks);
-      expect_rows(decoded(decode_tiff, file.finish()),
+      page.fields.push_back(tables);
+      expect_rows(decoded(decode_tiff, tiff_file({}, {page})),
                   kind.converted && apart == 0 ? as_ycc(picture_) : picture_, kind.samples);
     }
   }
 }
 
 TEST_F(TiffJpeg, OldLayoutsShowThePicture) {
-  constexpr int kRows = 24;
   for (const int samples : {1, 3}) {
     const auto photometric = samples == 1 ? Photometric::black_is_zero : Photometric::ycbcr;
-    const Bytes whole = stream_of(picture_, samples, 0, 0, kWidth, kHeight);
+    TiffPicture picture = part_of(picture_, photometric, samples);
+    picture.coding = kOldJpeg;
+    const Bytes whole = tiff_page(picture, {}).chunks[0];
     const Segments parts = segments_of(whole);
     const Bytes tables = joined({kSoi, parts.quantisation, parts.huffman});
-    std::vector<Bytes> streams, data;  // of strips, and without their headers
-    for (int y = 0; y < kHeight; y += kRows) {
-      streams.push_back(stream_of(picture_, samples, 0, y, kWidth, std::min(kRows, kHeight - y)));
-      data.push_back(segments_of(streams.back()).data);
-    }
+    picture.rows_per_strip = 24;
+    const TiffPage strips = tiff_page(picture, {});
+    std::vector<Bytes> data = strips.chunks;  // without headers
+    for (Bytes& strip : data) strip = segments_of(strip).data;
     const std::vector<Bytes> thirds = {{whole.begin(), whole.begin() + 400},
                                        {whole.begin() + 400, whole.begin() + 900},
                                        {whole.begin() + 900, whole.end()}};
     const auto expect_picture = [&](const char* layout, const std::vector<Bytes>& chunks,
                                     auto&& describe) {
       SCOPED_TRACE(testing::Message() << layout << ", samples " << samples);
-      TiffFile file(kOldJpeg, photometric, samples);
-      file.set(kRowsPerStrip, {kRows});
-      describe(file);
-      file.add_chunks(chunks);
-      expect_rows(decoded(decode_tiff, file.finish()), picture_, samples);
+      TiffPage page = strips;
+      page.chunks = chunks;
+      describe(page);
+      expect_rows(decoded(decode_tiff, tiff_file({}, {page})), picture_, samples);
     };
-    const auto nothing = [](TiffFile&) {};
+    const auto nothing = [](TiffPage&) {};
     const auto at_513 = [](const Bytes& stream) {
-      return [stream](TiffFile& file) {
-        file.set(kJpegInterchangeFormat, {file.add(stream)});
-        file.set(kJpegInterchangeFormatLength, {static_cast<std::uint32_t>(stream.size())});
+      return [stream](TiffPage& page) {
+        page.before = stream;
+        page.fields.push_back({kJpegInterchangeFormat, 4, {8}});
+        page.fields.push_back({kJpegInterchangeFormatLength, 4, {stream.size()}});
       };
     };
-    expect_picture("a stream in each strip", streams, nothing);
+    expect_picture("a stream in each strip", strips.chunks, nothing);
     expect_picture("a stream in all strips", thirds, nothing);
     expect_picture("a stream of its own", {Bytes(9, 1), Bytes(9, 2), Bytes(9, 3)}, at_513(whole));
     expect_picture("a header of its own", data, at_513(joined({tables, parts.frame, parts.scan})));
     expect_picture("one without a scan", data, at_513(joined({tables, parts.frame, kEoi})));
-    expect_picture("tables by tags", data, [&](TiffFile& file) {
+    expect_picture("tables by tags", data, [&](TiffPage& page) {
       // The encoder's own order: luminance, then chrominance.
-      std::vector<std::uint32_t> steps, dc, ac;
-      const std::uint32_t all = file.add(parts.quantisation) + 5, codes = file.add(parts.huffman);
-      const std::uint32_t ac_0 = codes + 4 + 29, dc_1 = ac_0 + 4 + 179, ac_1 = dc_1 + 4 + 29;
+      page.before = joined({parts.quantisation, parts.huffman});
+      const std::uint64_t all = 8 + 5, codes = 8 + parts.quantisation.size();
+      const std::uint64_t ac_0 = codes + 4 + 29, dc_1 = ac_0 + 4 + 179, ac_1 = dc_1 + 4 + 29;
+      TiffField steps{kJpegQTables, 4, {}}, dc{kJpegDcTables, 4, {}}, ac{kJpegAcTables, 4, {}};
       for (int i = 0; i < samples; ++i) {
-        steps.push_back(i == 0 ? all : all + 65);
-        dc.push_back((i == 0 ? codes : dc_1) + 5);
-        ac.push_back((i == 0 ? ac_0 : ac_1) + 5);
+        steps.values.push_back(i == 0 ? all : all + 65);
+        dc.values.push_back((i == 0 ? codes : dc_1) + 5);
+        ac.values.push_back((i == 0 ? ac_0 : ac_1) + 5);
       }
-      file.set(kJpegQTables, steps);
-      file.set(kJpegDcTables, dc);
-      file.set(kJpegAcTables, ac);
-      file.set(kYCbCrSubSampling, {1, 1});
-      file.set(kJpegInterchangeFormat, {0x10000000});  // nowhere
+      const TiffField nowhere{kJpegInterchangeFormat, 4, {0x10000000}};
+      for (const TiffField& field :
+           {steps, dc, ac, TiffField{kYCbCrSubSampling, 3, {1, 1}}, nowhere}) {
+        page.fields.push_back(field);
+      }
     });
   }
 }
 
 TEST_F(TiffJpeg, DamageStaysInItsStrip) {
   constexpr int kRows = 16;
-  std::vector<Bytes> strips;
-  for (int y = 0; y < kHeight; y += kRows) {
-    strips.push_back(stream_of(picture_, 3, 0, y, kWidth, std::min(kRows, kHeight - y)));
-  }
+  const auto stream_of = [&](int samples, int top, int width, int height) {
+    const TiffPicture part = part_of(picture_, Photometric::ycbcr, samples, top, width, height);
+    return tiff_page(part, {}).chunks[0];
+  };
+  TiffPicture picture = part_of(picture_, Photometric::ycbcr, 3);
+  picture.rows_per_strip = kRows;
+  TiffPage strips_page = tiff_page(picture, {});
+  const std::vector<Bytes> strips = strips_page.chunks;
   const auto page = [&](const Bytes& first, const Bytes& second) {
-    TiffFile file(kJpeg, Photometric::ycbcr, 3);
-    file.set(kRowsPerStrip, {kRows});
-    std::vector<Bytes> chunks = strips;
-    chunks[0] = first;
-    chunks[1] = second;
-    file.add_chunks(chunks);
-    return file.finish();
+    strips_page.chunks[0] = first;
+    strips_page.chunks[1] = second;
+    return tiff_file({}, {strips_page});
   };
   Bytes huge = strips[0];
   const Bytes frame = segments_of(huge).frame;
@@ -298,22 +232,19 @@ TEST_F(TiffJpeg, DamageStaysInItsStrip) {
   std::fill_n(at + 5, 4, std::uint8_t{0xFF});
   *(at + 1) = 0xC2;  // progressive, whose coefficients would all be kept
   memory_probe::refuse_above(1 << 20);
-  for (const Bytes& first : {Bytes(), Bytes{1, 2, 3}, huge, stream_of(picture_, 1, 0, 0, 70, 16),
+  for (const Bytes& first : {Bytes(), Bytes{1, 2, 3}, huge, stream_of(1, 0, 70, 16),
                              Bytes(strips[0].begin(), strips[0].begin() + 300)}) {
     expect_rows(decoded(decode_tiff, page(first, strips[1])), picture_, 3, kRows);
   }
   memory_probe::refuse_above(kLargestBlock);
 
   // Frames that are longer and shorter than their strips.
-  expect_rows(decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 40), strips[1])),
-              picture_, 3);
-  const CollectingSink lacking =
-      decoded(decode_tiff, page(stream_of(picture_, 3, 0, 0, kWidth, 8), strips[1]));
+  expect_rows(decoded(decode_tiff, page(stream_of(3, 0, kWidth, 40), strips[1])), picture_, 3);
+  const CollectingSink lacking = decoded(decode_tiff, page(stream_of(3, 0, kWidth, 8), strips[1]));
   EXPECT_EQ(lacking.rows.size(), kHeight - 8u);
   EXPECT_EQ(lacking.rows[8].y, kRows);
-  const CollectingSink narrow = decoded(
-      decode_tiff,
-      page(stream_of(picture_, 3, 0, 0, 60, kRows), stream_of(picture_, 3, 0, kRows, 40, kRows)));
+  const CollectingSink narrow =
+      decoded(decode_tiff, page(stream_of(3, 0, 60, kRows), stream_of(3, kRows, 40, kRows)));
   EXPECT_NE(narrow.rows.at(kRows - 1).bytes[3 * 59], 0);
   EXPECT_NE(narrow.rows.at(kRows).bytes[3 * 39], 0);
   for (int i = 3 * 40; i < 3 * kWidth; ++i) EXPECT_EQ(narrow.rows.at(kRows).bytes[i], 0);

@@ -380,16 +380,9 @@ TEST_F(Tiff, BadLzwKeepsTheRowsBefore) {
   TiffPicture picture{.width = 4, .height = 3, .values = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3}};
   picture.coding = kLzw;
   TiffPage page = tiff_page(picture, {});
-  const auto codes = [&](std::vector<int> values) {
-    Bytes out;
-    int used = 0;
-    for (const int value : values) {
-      for (int bit = 8; bit >= 0; --bit, ++used) {
-        if (used % 8 == 0) out.push_back(0);
-        out.back() |= byte((value >> bit & 1) << (7 - used % 8));
-      }
-    }
-    page.chunks = {out};
+  const auto codes = [&](const Pixels& values) {
+    const int count = static_cast<int>(std::ssize(values));
+    page.chunks = tiff_page({.width = count, .height = 1, .bits = 9, .values = values}, {}).chunks;
     return decode(tiff_file({}, {page})).pixels;
   };
   const Pixels rows = {1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 0};
@@ -401,88 +394,74 @@ TEST_F(Tiff, BadLzwKeepsTheRowsBefore) {
 
 // ---- Repairs ----
 
-TiffField& field(TiffPage& page, int tag) {
-  return *std::ranges::find(page.fields, tag, &TiffField::tag);
+// With these fields in place of those of their tags; one without values goes.
+Bytes changed(TiffPage page, const std::vector<TiffField>& changes, const TiffOrder& order = {}) {
+  for (const TiffField& change : changes) {
+    if (change.tag == 273) page.offsets = 0;
+    if (change.tag == 279) page.counts = 0;
+    std::erase_if(page.fields, [&](const TiffField& field) { return field.tag == change.tag; });
+    if (!change.values.empty()) page.fields.push_back(change);
+  }
+  return tiff_file(order, {page});
 }
 
 TEST_F(Tiff, WhatWritersGetWrongIsTheSamePicture) {
-  using Spoil = std::function<void(TiffPage&)>;
-  const auto drop = [](int tag) -> Spoil {
-    return [tag](TiffPage& page) {
-      std::erase_if(page.fields, [&](auto& f) { return f.tag == tag; });
-    };
+  using Changes = std::vector<TiffField>;
+  const std::pair<const char*, Changes> one_strip[] = {
+      {"no rows per strip", {{278}}},
+      {"0 rows per strip", {{278, 3, {0}}}},
+      {"2^32 - 1 rows per strip", {{278, 4, {0xFFFFFFFF}}}},
+      {"a strip that is too short", {{279, 4, {7}}}},
+      {"no photometric", {{262}}},
+      {"no number of samples", {{277}}},
+      {"no compression", {{259}}},
+      {"signed words", {{256, 8, {21}}}},
+      {"another arrangement of planes", {{284, 3, {3}}}},
   };
-  const auto set = [](int tag, std::uint64_t value, int type = 3) -> Spoil {
-    return [=](TiffPage& page) { field(page, tag) = {tag, type, {value}}; };
-  };
-  const auto add = [](TiffField more) -> Spoil {
-    return [=](TiffPage& page) { page.fields.insert(page.fields.begin(), more); };
-  };
-  const auto counts = [](std::vector<std::uint64_t> values) -> Spoil {
-    return [=](TiffPage& page) {
-      page.counts = 0;
-      page.fields.push_back({279, 4, values});
-    };
-  };
-  const Spoil no_counts = [](TiffPage& page) { page.counts = 0; };
-  const std::pair<const char*, Spoil> one_strip[] = {
-      {"no rows per strip", drop(278)},
-      {"0 rows per strip", set(278, 0)},
-      {"2^32 - 1 rows per strip", set(278, 0xFFFFFFFF, 4)},
-      {"a strip that is too short", counts({7})},
-      {"no photometric", drop(262)},
-      {"no number of samples", drop(277)},
-      {"no compression", drop(259)},
-      {"signed words", set(256, 21, 8)},
-      {"another arrangement of planes", add({284, 3, {3}})},
-  };
-  const std::pair<const char*, Spoil> any[] = {
-      {"no counts", no_counts},
-      {"counts of 0", counts({0, 0, 0, 0})},
-      {"width as a byte", set(256, 21, 1)},
-      {"short offsets", [](TiffPage& page) { page.offset_type = 3; }},
-      {"unknown tags and types", add({40000, 99, {1, 2, 3}})},
-      {"a tag twice",
-       [](TiffPage& page) {
-         page.fields.push_back({257, 3, {3}});
-       }},
-      {"tags out of order", [](TiffPage& page) { std::ranges::reverse(page.fields); }},
-      {"a predictor that does not count", add({317, 3, {2}})},
-      {"an orientation that does not turn rows", add({274, 3, {6}})},
+  const std::pair<const char*, Changes> any[] = {
+      {"no counts", {{279}}},
+      {"counts of 0", {{279, 4, {0, 0, 0, 0}}}},
+      {"width as a byte", {{256, 1, {21}}}},
+      {"unknown tags and types", {{40000, 99, {1, 2, 3}}}},
+      {"a predictor that does not count", {{317, 3, {2}}}},
+      {"an orientation that does not turn rows", {{274, 3, {6}}}},
   };
   TiffPicture picture = picture_of({8, 1, 1});
   const Look expected = expected_of({8, 1, 1}, picture);
-  const auto check = [&](const auto& spoils, const char* what) {
-    for (const TiffOrder order : {TiffOrder{}, TiffOrder{true, false}, TiffOrder{false, true}}) {
-      for (const auto& [name, spoil] : spoils) {
-        TiffPage page = tiff_page(picture, order);
-        spoil(page);
-        EXPECT_EQ(decode(tiff_file(order, {page})), expected) << what << ": " << name;
-      }
+  for (const TiffOrder order : {TiffOrder{}, TiffOrder{true, false}, TiffOrder{false, true}}) {
+    picture.rows_per_strip = picture.tile_width = picture.tile_height = 0;
+    for (const auto& [name, changes] : one_strip) {
+      EXPECT_EQ(decode(changed(tiff_page(picture, order), changes, order)), expected) << name;
     }
-  };
-  check(one_strip, "one strip");
-  picture.rows_per_strip = 3;
-  check(any, "strips");
-  picture.tile_width = picture.tile_height = 16;
-  check(any, "tiles");
-  const std::pair<const char*, Spoil> tiles[] = {{"tags of strips", [](TiffPage& page) {
-                                                    page.offsets = 273;
-                                                    page.counts = 279;
-                                                  }}};
-  check(tiles, "tiles");
+    picture.rows_per_strip = 3;
+    for (const int tile : {0, 16}) {
+      picture.tile_width = picture.tile_height = tile;
+      TiffPage page = tiff_page(picture, order);
+      for (const auto& [name, changes] : any) {
+        EXPECT_EQ(decode(changed(page, changes, order)), expected) << name << ", tiles " << tile;
+      }
+      page.fields.push_back({257, 3, {3}});
+      EXPECT_EQ(decode(tiff_file(order, {page})), expected) << "a tag twice";
+      page.fields.pop_back();
+      std::ranges::reverse(page.fields);
+      page.offset_type = 3;
+      EXPECT_EQ(decode(tiff_file(order, {page})), expected) << "out of order, short offsets";
+      page.offsets = 273;
+      page.counts = 279;
+      EXPECT_EQ(decode(tiff_file(order, {page})), expected) << "tags of strips, tiles " << tile;
+    }
+  }
 
-  TiffPicture colours = picture_of({8, 1, 3});
+  const TiffPicture colours = picture_of({8, 1, 3});
   std::vector<std::uint64_t> bytes = color_map(8);
   for (std::uint64_t& level : bytes) level = (level + 128) / 257;
-  TiffPage small = tiff_page(colours, {});
-  field(small, 320).values = bytes;
-  EXPECT_EQ(decode(tiff_file({}, {small})), expected_of({8, 1, 3}, colours)) << "a map of bytes";
-  TiffPicture rgb = picture_of({8, 3, 2});
-  TiffPage fewer = tiff_page(rgb, {});
-  field(fewer, 258).values = {8};
-  drop(262)(fewer);
-  EXPECT_EQ(decode(tiff_file({}, {fewer})), expected_of({8, 3, 2}, rgb)) << "one number of bits";
+  EXPECT_EQ(decode(changed(tiff_page(colours, {}), {{320, 3, bytes}})),
+            expected_of({8, 1, 3}, colours))
+      << "a map of bytes";
+  const TiffPicture rgb = picture_of({8, 3, 2});
+  EXPECT_EQ(decode(changed(tiff_page(rgb, {}), {{258, 3, {8}}, {262}})),
+            expected_of({8, 3, 2}, rgb))
+      << "one number of bits";
 }
 
 TEST_F(Tiff, MissingStripsAndTilesAreMissingPixels) {
@@ -490,42 +469,28 @@ TEST_F(Tiff, MissingStripsAndTilesAreMissingPixels) {
     TiffPicture picture = picture_of({bits, 1, 0});
     Look expected = expected_of({bits, 1, 0}, picture);
     picture.rows_per_strip = 3;
-    TiffPage page = tiff_page(picture, {});
-    const auto decoded = [&](std::vector<std::uint64_t> offsets) {
-      TiffPage spoilt = page;
-      Bytes file = tiff_file({}, {page});
-      spoilt.offsets = 0;
-      // The chunks lie at the beginning, each at an even place.
-      std::uint64_t at = 8;
-      for (std::size_t i = 0; i < page.chunks.size(); ++i) {
-        if (i < offsets.size() && offsets[i] == 1) offsets[i] = at;
-        at += (page.chunks[i].size() + 1) / 2 * 2;
-      }
-      spoilt.fields.push_back({273, 4, offsets});
-      return decode(tiff_file({}, {spoilt}));
+    const TiffPage page = tiff_page(picture, {});
+    const auto decoded = [&](const std::vector<std::uint64_t>& offsets) {
+      return decode(changed(page, {{273, 4, offsets}}));
     };
-    EXPECT_EQ(decoded({1, 1, 1, 1}), expected);
+    // The chunks lie at the beginning, each at an even place.
+    const std::uint64_t step = (page.chunks[0].size() + 1) / 2 * 2;
+    EXPECT_EQ(decoded({8, 8 + step, 8 + 2 * step, 8 + 3 * step}), expected);
     const std::uint32_t blank = bits == 1 ? 1 : 0;
-    std::fill(expected.pixels.begin() + 3 * 21, expected.pixels.begin() + 6 * 21, blank);
-    if (bits == 1) {
-      std::fill(expected.colours.begin() + 3 * 21, expected.colours.begin() + 6 * 21, 0xFFFFFF);
-    } else {
-      std::fill(expected.colours.begin() + 3 * 21, expected.colours.begin() + 6 * 21, 0);
-    }
-    EXPECT_EQ(decoded({1, 0, 1, 1}), expected);
-    EXPECT_EQ(decoded({1, 0x80000000, 1, 1}), expected);
-    EXPECT_EQ(decoded({1}).pixels[4 * 21], blank);
+    std::fill_n(expected.pixels.begin() + 3 * 21, 3 * 21, blank);
+    std::fill_n(expected.colours.begin() + 3 * 21, 3 * 21, blank * 0xFFFFFF);
+    EXPECT_EQ(decoded({8, 0, 8 + 2 * step, 8 + 3 * step}), expected);
+    EXPECT_EQ(decoded({8, 0x80000000, 8 + 2 * step, 8 + 3 * step}), expected);
+    EXPECT_EQ(decoded({8}).pixels[4 * 21], blank);
   }
   for (const FaxForm& fax : {kFaxForms[0], kFaxForms[8]}) {
     TiffPicture picture = fax_picture(fax, 20, 8);
     picture.tile_width = 16;
     picture.tile_height = 8;
     TiffPage page = tiff_page(picture, {});
-    page.offsets = 0;
-    page.fields.push_back({324, 4, {8, 0}});  // the first, which begins the file
+    page.chunks[1].clear();
     for (const std::uint64_t photometric : {0, 1}) {
-      field(page, 262).values = {photometric};
-      const Look look = decode(tiff_file({}, {page}));
+      const Look look = decode(changed(page, {{262, 3, {photometric}}}));
       EXPECT_EQ(look.pixels[18], 1u) << "photometric " << photometric;
     }
   }
@@ -579,18 +544,12 @@ TEST_F(Tiff, ChainsOfPagesEndWhereTheyMust) {
     directories.push_back(at(file, links.back()));
     links.push_back(directories.back() + 2 + 12 * file[directories.back()]);
   }
-  // Where the link of the last page leads, and how many pages there are.
-  const std::pair<std::uint32_t, int> ends[] = {{0, 5},
-                                                {std::uint32_t(directories[0]), 5},
-                                                {std::uint32_t(directories[3]), 5},
-                                                {std::uint32_t(directories[4]), 5},
-                                                {0x80000000, 5},
-                                                {std::uint32_t(file.size()), 5},
-                                                {std::uint32_t(file.size() - 2), 5}};
-  for (const auto& [link, count] : ends) {
+  // Where the link of the last page leads.
+  for (const std::size_t link : {std::size_t{0}, directories[0], directories[3], directories[4],
+                                 std::size_t{0x80000000}, file.size(), file.size() - 2}) {
     Bytes spoilt = file;
     for (int i = 0; i < 4; ++i) spoilt[links[5] + i] = byte(link >> 8 * i);
-    EXPECT_EQ(IMGLOW_get_pages_block(spoilt.data(), spoilt.size()), count) << link;
+    EXPECT_EQ(IMGLOW_get_pages_block(spoilt.data(), spoilt.size()), 5) << link;
     for (int page = 0; page < 5; ++page) EXPECT_EQ(decode(spoilt, page).width, 20 + page) << link;
     EXPECT_EQ(decode(spoilt, 5).status, IMG_PAGE_PAST_END) << link;
     EXPECT_EQ(decode(spoilt, 1000000).status, IMG_PAGE_PAST_END) << link;
@@ -606,20 +565,13 @@ TEST_F(Tiff, ChainsOfPagesEndWhereTheyMust) {
 // ---- Hostile files ----
 
 TEST_F(Tiff, HostileFilesCostLittle) {
-  const auto with = [](std::vector<TiffField> changes,
-                       TiffPicture picture = picture_of({8, 1, 1})) {
-    TiffPage page = tiff_page(picture, {});
-    for (const TiffField& change : changes) {
-      if (change.tag == page.offsets) page.offsets = 0;
-      if (change.tag == page.counts) page.counts = 0;
-      std::erase_if(page.fields, [&](auto& f) { return f.tag == change.tag; });
-      page.fields.push_back(change);
-    }
-    return tiff_file({}, {page});
+  const auto with = [](const std::vector<TiffField>& changes,
+                       const TiffPicture& picture = picture_of({8, 1, 1})) {
+    return changed(tiff_page(picture, {}), changes);
   };
   const std::uint64_t most = 0x7FFFFFFF;
-  const auto tiles = picture_of({8, 1, 1});
-  TiffPicture tiled = tiles, units{.samples = 3, .photometric = 6}, thunder = picture_of({4, 1, 1});
+  TiffPicture tiled = picture_of({8, 1, 1}), units{.samples = 3, .photometric = 6},
+              thunder = picture_of({4, 1, 1});
   tiled.tile_width = tiled.tile_height = 16;
   units.values.resize(21 * 11 * 3);
   units.tile_width = units.tile_height = 1;

@@ -61,10 +61,11 @@ Bytes tiff_file(const TiffOrder& order, const std::vector<TiffPage>& pages) {
   put(file, order, 0, word_bytes);
   for (const TiffPage& page : pages) {
     std::vector<TiffField> fields = page.fields;
+    file.insert(file.end(), page.before.begin(), page.before.end());
     std::vector<std::uint64_t> offsets, counts;
     for (const Bytes& chunk : page.chunks) {
       file.resize(file.size() + file.size() % 2);
-      offsets.push_back(file.size());
+      offsets.push_back(chunk.empty() ? 0 : file.size());
       counts.push_back(chunk.size());
       file.insert(file.end(), chunk.begin(), chunk.end());
     }

@@ -16,16 +16,17 @@ struct TiffOrder {
 
 struct TiffField {
   int tag = 0;
-  int type = 3;                       // SHORT
-  std::vector<std::uint64_t> values;  // two for a fraction
+  int type = 3;                         // SHORT
+  std::vector<std::uint64_t> values{};  // two for a fraction
 };
 
 // A directory as it is written, and the data that `offsets` and `counts` lead to.
 struct TiffPage {
   std::vector<TiffField> fields;
-  std::vector<Bytes> chunks;
+  std::vector<Bytes> chunks;        // an empty one has no place
   int offsets = 273, counts = 279;  // tags of these fields; 0: there is none
   int offset_type = 4;
+  Bytes before{};  // them all: in the first page from byte 8 on
 };
 
 Bytes tiff_file(const TiffOrder& order, const std::vector<TiffPage>& pages);
