@@ -46,7 +46,7 @@ Bytes coded(const TiffPicture& picture, const std::vector<Bytes>& rows, int widt
     const Bytes bytes = picture.coding == 32773 ? pack_bits(row) : row;
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
-  if (picture.coding == 5) return tiff_lzw(all);
+  if (picture.coding == 5) return tiff_lzw(all, picture.old_lzw);
   return picture.coding == 8 || picture.coding == 32946 ? zlib_stored(all) : all;
 }
 
@@ -209,15 +209,13 @@ Bytes tiff_lzw(const Bytes& bytes, bool old) {
 
 Bytes zlib_stored(const Bytes& bytes) {
   Bytes out = {0x78, 0x01};
-  for (std::size_t at = 0; at < bytes.size() || at == 0;) {
-    const std::size_t size = std::min<std::size_t>(bytes.size() - at, 0xFFFF);
-    for (const std::size_t value : {at + size == bytes.size() ? std::size_t{1} : 0, size & 0xFF,
-                                    size >> 8, ~size & 0xFF, ~size >> 8 & 0xFF}) {
-      out.push_back(byte(value));
-    }
+  constexpr std::size_t kMost = 0xFFFF;
+  for (std::size_t at = 0; at < bytes.size(); at += kMost) {
+    const std::size_t size = std::min(bytes.size() - at, kMost);
+    out.push_back(at + size == bytes.size() ? 1 : 0);
+    for (const std::size_t value : {size, size >> 8, ~size, ~size >> 8}) out.push_back(byte(value));
     out.insert(out.end(), bytes.begin() + std::ptrdiff_t(at),
                bytes.begin() + std::ptrdiff_t(at + size));
-    at += std::max<std::size_t>(size, 1);
   }
   out.insert(out.end(), {1, 2, 3, 4});
   return out;

@@ -37,7 +37,7 @@ struct TiffPicture {
   int bits = 8, samples = 1, photometric = 1;
   std::vector<std::uint32_t> values{};
   int coding = 1;
-  bool differences = false, low_bit_first = false, apart = false;
+  bool differences = false, low_bit_first = false, apart = false, old_lzw = false;
   int rows_per_strip = 0;  // 0: all
   int tile_width = 0, tile_height = 0;
   // Of one chunk; rows in place of `coding`, which is then whatever it says.

@@ -74,8 +74,11 @@ struct Call {
 
 // Results above 0 are handles in the decoding calls and codes or counts elsewhere.
 std::vector<Call> calls(Material& m) {
-  const auto block = [](const Bytes& file) {
-    return [&file] { return IMG_decompress_bitmap_block(file.data(), file.size(), 0); };
+  const auto call = [](auto function, auto... arguments) {
+    return [=] { return function(arguments...); };
+  };
+  const auto block = [call](const Bytes& file) {
+    return call(IMG_decompress_bitmap_block, file.data(), file.size(), 0);
   };
   const auto with = [block](auto set, const Bytes& file) {
     return [set, decode = block(file)] {
@@ -93,123 +96,99 @@ std::vector<Call> calls(Material& m) {
       return make();
     };
   };
-  const auto to_sink = [] {
-    return IMGLOW_decompress_bitmap(1, 0, 0, ignore_row, nullptr, ignore_header);
-  };
-  const auto rows_of_zeros = [&m] {
-    return IMGLOW_save_bitmap(1, &m.grey[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr);
-  };
-  Bytes* const row = &m.row;
-  const auto put = [row](std::int32_t image, std::int32_t bytes) {
-    return [=] { return IMGLOW_put_raster(image, row->data(), 1, bytes); };
-  };
-  const auto get = [row](std::int32_t image, std::int32_t bytes) {
-    return [=] { return IMGLOW_get_raster(image, row->data(), 1, bytes); };
-  };
+  std::uint8_t* const row = m.row.data();
   std::vector<Call> all = {
-      {"IMG_create_handle", [&m] { return IMG_create_handle(m.global); }},
-      {"IMG_create_handle_keep", [&m] { return IMG_create_handle_keep(&m.dib[14]); }},
-      {"IMG_create_handle_shell", [&m] { return IMG_create_handle_shell(&m.dib[14]); }},
-      {"IMG_decompress_bitmap", [&m] { return IMG_decompress_bitmap(m.in.c_str()); }},
+      {"IMG_create_handle", call(IMG_create_handle, m.global)},
+      {"IMG_create_handle_keep", call(IMG_create_handle_keep, &m.dib[14])},
+      {"IMG_create_handle_shell", call(IMG_create_handle_shell, &m.dib[14])},
+      {"IMG_decompress_bitmap", call(IMG_decompress_bitmap, m.in.c_str())},
       {"IMG_decompress_bitmap_fd",
-       from_caller(m.deep, [] { return IMG_decompress_bitmap_fd(1, 0, 0); })},
-      {"IMG_decompress_bitmap_mem", [&m] { return IMG_decompress_bitmap_mem(m.global, 1); }},
+       from_caller(m.deep, call(IMG_decompress_bitmap_fd, 1, 0, 0))},
+      {"IMG_decompress_bitmap_mem", call(IMG_decompress_bitmap_mem, m.global, 1)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decompsize(4, 3); }, m.deep)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decompsize(40, 3); }, m.mono)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_rect(0, 0, 3, 3); }, m.mono)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(8); }, m.deep)},
       {"IMG_decompress_bitmap_block", with([] { IMGLOW_set_decomp_reduction(1); }, m.grey)},
-      {"IMGLOW_decompress_bitmap", from_caller(m.grey, to_sink)},
+      {"IMGLOW_decompress_bitmap", from_caller(m.grey, call(IMGLOW_decompress_bitmap, 1, 0, 0, ignore_row, nullptr, ignore_header))},
       {"IMGLOW_decompress_bitmap_mem",
-       [&m] {
-         return IMGLOW_decompress_bitmap_mem(m.global, 0, ignore_row, nullptr, ignore_header);
-       }},
+       call(IMGLOW_decompress_bitmap_mem, m.global, 0, ignore_row, nullptr, ignore_header)},
       {"IMGLOW_decompress_bitmap_block",
-       [&m] {
-         return IMGLOW_decompress_bitmap_block(m.lists.data(), m.lists.size(), 0, ignore_row,
-                                               nullptr, ignore_header);
-       }},
-      {"IMGLOW_get_filetype", [&m] { return IMGLOW_get_filetype(m.in.c_str()); }},
-      {"IMGLOW_get_filetype_fd", from_caller(m.deep, [] { return IMGLOW_get_filetype_fd(1); })},
-      {"IMGLOW_get_filetype_mem", [&m] { return IMGLOW_get_filetype_mem(m.global); }},
-      {"IMGLOW_get_pages", [&m] { return IMGLOW_get_pages(m.in.c_str()); }},
-      {"IMGLOW_get_pages_fd", from_caller(m.deep, [] { return IMGLOW_get_pages_fd(1); })},
-      {"IMGLOW_get_pages_mem", [&m] { return IMGLOW_get_pages_mem(m.global); }},
+       call(IMGLOW_decompress_bitmap_block, m.lists.data(), m.lists.size(), 0, ignore_row,
+                                               nullptr, ignore_header)},
+      {"IMGLOW_get_filetype", call(IMGLOW_get_filetype, m.in.c_str())},
+      {"IMGLOW_get_filetype_fd", from_caller(m.deep, call(IMGLOW_get_filetype_fd, 1))},
+      {"IMGLOW_get_filetype_mem", call(IMGLOW_get_filetype_mem, m.global)},
+      {"IMGLOW_get_pages", call(IMGLOW_get_pages, m.in.c_str())},
+      {"IMGLOW_get_pages_fd", from_caller(m.deep, call(IMGLOW_get_pages_fd, 1))},
+      {"IMGLOW_get_pages_mem", call(IMGLOW_get_pages_mem, m.global)},
       {"IMGLOW_get_pages_block",
-       [&m] { return IMGLOW_get_pages_block(m.mono.data(), m.mono.size()); }},
-      {"IMGLOW_get_fileinfo", [&m] { return IMGLOW_get_fileinfo(m.in.c_str(), m.row.data()); }},
+       call(IMGLOW_get_pages_block, m.mono.data(), m.mono.size())},
+      {"IMGLOW_get_fileinfo", call(IMGLOW_get_fileinfo, m.in.c_str(), row)},
       {"IMGLOW_get_fileinfo_fd",
-       from_caller(m.deep, [&m] { return IMGLOW_get_fileinfo_fd(1, m.row.data()); })},
-      {"IMGLOW_get_fileinfo_mem", [&m] { return IMGLOW_get_fileinfo_mem(m.global, m.row.data()); }},
+       from_caller(m.deep, call(IMGLOW_get_fileinfo_fd, 1, row))},
+      {"IMGLOW_get_fileinfo_mem", call(IMGLOW_get_fileinfo_mem, m.global, row)},
       {"IMGLOW_get_fileinfo_block",
-       [&m] { return IMGLOW_get_fileinfo_block(m.deep.data(), m.deep.size(), m.row.data()); }},
+       call(IMGLOW_get_fileinfo_block, m.deep.data(), m.deep.size(), row)},
       {"IMGLOW_get_image_orientation",
        [&m] { return IMGLOW_get_image_orientation(m.in.c_str()) == IMG_UNSUPPORTED ? 0 : -2; }},
       {"IMGLOW_get_fileinfo_page",
-       [&m] { return IMGLOW_get_fileinfo_page(m.in.c_str(), 0, m.row.data()); }},
+       call(IMGLOW_get_fileinfo_page, m.in.c_str(), 0, row)},
       {"IMGLOW_get_fileinfo_page_fd",
-       from_caller(m.deep, [&m] { return IMGLOW_get_fileinfo_page_fd(1, 0, m.row.data()); })},
+       from_caller(m.deep, call(IMGLOW_get_fileinfo_page_fd, 1, 0, row))},
       {"IMGLOW_get_fileinfo_page_block",
-       [&m] {
-         return IMGLOW_get_fileinfo_page_block(m.deep.data(), m.deep.size(), 0, m.row.data());
-       }},
+       call(IMGLOW_get_fileinfo_page_block, m.deep.data(), m.deep.size(), 0, row)},
       {"IMGLOW_get_tiff_tag",
-       [&m] {
+       [&m, row] {
          write_file(m.out, m.pages);
          const std::int32_t bytes =
-             IMGLOW_get_tiff_tag(m.out.c_str(), 0, 305, nullptr, nullptr, m.row.data(), 99);
+             IMGLOW_get_tiff_tag(m.out.c_str(), 0, 305, nullptr, nullptr, row, 99);
          std::filesystem::remove(m.out);
          return bytes;
        }},
       {"IMGLOW_get_tiff_tag_fd",
        from_caller(m.pages,
-                   [] { return IMGLOW_get_tiff_tag_fd(1, 0, 305, nullptr, nullptr, nullptr, 0); })},
+                   call(IMGLOW_get_tiff_tag_fd, 1, 0, 305, nullptr, nullptr, nullptr, 0))},
       {"IMGLOW_get_tiff_tag_mem",
-       [&m] {
-         return IMGLOW_get_tiff_tag_mem(m.pages.data(), 0, 256, nullptr, nullptr, nullptr, 0);
-       }},
+       call(IMGLOW_get_tiff_tag_mem, m.pages.data(), 0, 256, nullptr, nullptr, nullptr, 0)},
       {"IMGLOW_get_tiff_tag_block",
-       [&m] {
-         return IMGLOW_get_tiff_tag_block(m.pages.data(), m.pages.size(), 0, 305, nullptr, nullptr,
-                                          nullptr, 0);
-       }},
+       call(IMGLOW_get_tiff_tag_block, m.pages.data(), m.pages.size(), 0, 305, nullptr, nullptr,
+                                          nullptr, 0)},
       {"IMG_save_bitmap_fd",
        from_caller(m.pages,
-                   [] { return IMG_save_bitmap_fd(Watched::kDeep, 1, IMG_TYPE_TIFF_LZW); })},
-      {"IMG_unload_plugins", [] { return IMG_unload_plugins(); }},
-      {"IMGLOW_get_raster", get(Watched::kDeep, 0)},
-      {"IMGLOW_get_raster", get(Watched::kRuns, 3)},
-      {"IMGLOW_put_raster", put(Watched::kDeep, 5)},
-      {"IMGLOW_put_raster", put(Watched::kRuns, 0)},
-      {"IMGLOW_put_raster", put(Watched::kRuns, 3)},
-      {"IMG_runs_to_dib", [] { return IMG_runs_to_dib(Watched::kRuns); }},
-      {"IMG_dib_to_runs", [] { return IMG_dib_to_runs(Watched::kPlain); }},
-      {"IMG_save_bitmap", [&m] { return IMG_save_bitmap(Watched::kDeep, m.out.c_str(), -1); }},
+                   call(IMG_save_bitmap_fd, Watched::kDeep, 1, IMG_TYPE_TIFF_LZW))},
+      {"IMG_unload_plugins", call(IMG_unload_plugins)},
+      {"IMGLOW_get_raster", call(IMGLOW_get_raster, Watched::kDeep, row, 1, 0)},
+      {"IMGLOW_get_raster", call(IMGLOW_get_raster, Watched::kRuns, row, 1, 3)},
+      {"IMGLOW_put_raster", call(IMGLOW_put_raster, Watched::kDeep, row, 1, 5)},
+      {"IMGLOW_put_raster", call(IMGLOW_put_raster, Watched::kRuns, row, 1, 0)},
+      {"IMGLOW_put_raster", call(IMGLOW_put_raster, Watched::kRuns, row, 1, 3)},
+      {"IMG_runs_to_dib", call(IMG_runs_to_dib, Watched::kRuns)},
+      {"IMG_dib_to_runs", call(IMG_dib_to_runs, Watched::kPlain)},
+      {"IMG_save_bitmap", call(IMG_save_bitmap, Watched::kDeep, m.out.c_str(), -1)},
       {"IMG_save_bitmap_fd",
-       from_caller(m.deep, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_BMP); })},
+       from_caller(m.deep, call(IMG_save_bitmap_fd, Watched::kRuns, 1, IMG_TYPE_BMP))},
       {"IMG_save_bitmap_fd",
-       from_caller(m.fax_page, [] { return IMG_save_bitmap_fd(Watched::kRuns, 1, IMG_TYPE_PDF); })},
+       from_caller(m.fax_page, call(IMG_save_bitmap_fd, Watched::kRuns, 1, IMG_TYPE_PDF))},
       {"IMG_save_bitmap_mem",
-       [&m] { return IMG_save_bitmap_mem(Watched::kRuns, m.room, IMG_TYPE_DIB); }},
-      {"IMGLOW_save_bitmap", from_caller(m.deep, rows_of_zeros)},
+       call(IMG_save_bitmap_mem, Watched::kRuns, m.room, IMG_TYPE_DIB)},
+      {"IMGLOW_save_bitmap", from_caller(m.deep, call(IMGLOW_save_bitmap, 1, &m.grey[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr))},
       {"IMGLOW_save_bitmap_mem",
-       [&m] {
-         return IMGLOW_save_bitmap_mem(m.room, &m.grey[14], IMG_TYPE_BMP, supply_zeros, nullptr);
-       }},
-      {"IMG_color_gray", [] { return IMG_color_gray(Watched::kDeep); }},
-      {"IMG_mediancut_color", [] { return IMG_mediancut_color(Watched::kDeep); }},
-      {"IMG_octree_color", [] { return IMG_octree_color(Watched::kDeep, 4, nullptr, 16); }},
-      {"IMG_popularity_color", [] { return IMG_popularity_color(Watched::kDeep); }},
-      {"IMG_bayer_mono", [] { return IMG_bayer_mono(Watched::kDeep); }},
-      {"IMG_halftone_mono", [] { return IMG_halftone_mono(Watched::kDeep); }},
-      {"IMG_diffusion_mono", [] { return IMG_diffusion_mono(Watched::kDeep); }},
-      {"IMG_thresh_mono", [] { return IMG_thresh_mono(Watched::kDeep, -1); }},
-      {"IMG_bayer_color", [] { return IMG_bayer_color(Watched::kDeep); }},
-      {"IMG_diffusion_color", [] { return IMG_diffusion_color(Watched::kDeep); }},
-      {"IMG_promote_8", [] { return IMG_promote_8(Watched::kRuns); }},
-      {"IMG_promote_24", [] { return IMG_promote_24(Watched::kPlain); }},
-      {"IMG_promote_32", [] { return IMG_promote_32(Watched::kDeep); }},
-      {"IMG_delete_bitmap", [] { return IMG_delete_bitmap(Watched::kDeep); }},
+       call(IMGLOW_save_bitmap_mem, m.room, &m.grey[14], IMG_TYPE_BMP, supply_zeros, nullptr)},
+      {"IMG_color_gray", call(IMG_color_gray, Watched::kDeep)},
+      {"IMG_mediancut_color", call(IMG_mediancut_color, Watched::kDeep)},
+      {"IMG_octree_color", call(IMG_octree_color, Watched::kDeep, 4, nullptr, 16)},
+      {"IMG_popularity_color", call(IMG_popularity_color, Watched::kDeep)},
+      {"IMG_bayer_mono", call(IMG_bayer_mono, Watched::kDeep)},
+      {"IMG_halftone_mono", call(IMG_halftone_mono, Watched::kDeep)},
+      {"IMG_diffusion_mono", call(IMG_diffusion_mono, Watched::kDeep)},
+      {"IMG_thresh_mono", call(IMG_thresh_mono, Watched::kDeep, -1)},
+      {"IMG_bayer_color", call(IMG_bayer_color, Watched::kDeep)},
+      {"IMG_diffusion_color", call(IMG_diffusion_color, Watched::kDeep)},
+      {"IMG_promote_8", call(IMG_promote_8, Watched::kRuns)},
+      {"IMG_promote_24", call(IMG_promote_24, Watched::kPlain)},
+      {"IMG_promote_32", call(IMG_promote_32, Watched::kDeep)},
+      {"IMG_delete_bitmap", call(IMG_delete_bitmap, Watched::kDeep)},
       {"IMG_delete_bitmap_keep",
        [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},
   };
