@@ -20,9 +20,8 @@ std::int32_t shell(std::int32_t width, std::int32_t height = 1, int bits = 1) {
 
 // 1 bit, white; somewhere inside other memory, at an odd address, as callers may have it.
 struct CallersDib {
-  explicit CallersDib(std::int32_t width = 9, std::int32_t height = 3)
-      : memory(1 + 48 + stride(width, 1) * static_cast<std::size_t>(height), 0xFF) {
-    const HeaderBlock block = dib_header(width, height, 1);
+  CallersDib() : memory(1 + 48 + 3 * stride(9, 1), 0xFF) {
+    const HeaderBlock block = dib_header(9, 3, 1);
     std::memcpy(dib(), &block, 48);  // a palette that needs no change
   }
   std::uint8_t* dib() { return memory.data() + 1; }

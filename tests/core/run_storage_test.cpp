@@ -16,15 +16,8 @@ namespace {
 
 class RunStorage : public LibraryTest {};
 
-bool is_white_pixel(const Bytes& row, std::int32_t x) {
-  return (row[static_cast<std::size_t>(x / 8)] >> (7 - x % 8) & 1) != 0;
-}
-
-Bytes with_white_padding(Bytes row, std::int32_t width) {
-  for (std::int32_t x = width; x < static_cast<std::int32_t>(8 * row.size()); ++x) {
-    row[static_cast<std::size_t>(x / 8)] |= static_cast<std::uint8_t>(0x80 >> (x % 8));
-  }
-  return row;
+Bytes with_white_padding(const Bytes& row, std::int32_t width) {
+  return pack(unpack(row, width, 1), 1, 0xFF);
 }
 
 // The rows as a bitmap would hold them.
@@ -95,9 +88,10 @@ TEST_F(RunStorage, TransitionsAreWhereNeighboursDiffer) {
     for (const int percent : {0, 3, 50, 97, 100}) {
       const Bytes row = random.bit_row(width, percent);
       std::vector<std::uint16_t> expected;
-      for (std::int32_t x = 0; x < width; ++x) {
-        const bool before = x == 0 || is_white_pixel(row, x - 1);
-        if (is_white_pixel(row, x) != before) expected.push_back(static_cast<std::uint16_t>(x));
+      Pixels pixels = unpack(row, width, 1);
+      pixels.insert(pixels.begin(), 1);  // white in front of the row
+      for (std::size_t x = 0; x + 1 < pixels.size(); ++x) {
+        if (pixels[x] != pixels[x + 1]) expected.push_back(static_cast<std::uint16_t>(x));
       }
       // The row ends with its last pixel: what a caller of the function owns.
       const Bytes tight(row.begin(), row.begin() + (width + 7) / 8);

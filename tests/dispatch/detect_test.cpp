@@ -13,6 +13,7 @@
 #include "tests/support/library_test.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/tiff_file.h"
 
 namespace tq::test {
 namespace {
@@ -212,30 +213,12 @@ TEST_F(Detection, MacPaintIsLookedForWhereThePictTestStopped) {
   }
 }
 
-struct Tiff {
-  bool big_endian = false;
-  std::uint32_t directory = 8;
-  std::uint32_t entries = 3;  // as claimed
-  std::uint32_t tag = 259, type = 3, compression = 1;
-};
-
-// The second of three entries is the compression.
-Bytes tiff_file(const Tiff& t) {
-  const auto field = [&](std::uint32_t value, int size) {
-    Bytes bytes;
-    for (int i = 0; i < size; ++i) {
-      bytes.push_back(static_cast<std::uint8_t>(value >> 8 * (t.big_endian ? size - 1 - i : i)));
-    }
-    return bytes;
-  };
-  Bytes file = joined({bytes_of(t.big_endian ? "MM" : "II"), field(42, 2), field(t.directory, 4)});
-  if (t.directory > 1000) return joined({file, Bytes(40, 0)});
-  file.resize(t.directory, 0xEE);
-  const Bytes other = joined({field(256, 2), field(4, 2), field(1, 4), field(1, 4)});
-  const Bytes value =
-      t.type == 3 ? joined({field(t.compression, 2), field(0x7777, 2)}) : field(t.compression, 4);
-  return joined({file, field(t.entries, 2), other, field(t.tag, 2), field(t.type, 2), field(1, 4),
-                 value, other});
+// The second of three entries is the compression, beside the half that a short one leaves free.
+Bytes tiff_of(bool big_endian, std::uint64_t compression, int type = 3, int tag = 259) {
+  TiffField field{tag, type, {compression}};
+  if (type == 3) field.values.push_back(0x7777);
+  const TiffField other{256, 4, {1}};
+  return tiff_file({big_endian}, {{{other, field, other}, {}, 0, 0}});
 }
 
 TEST_F(Detection, TiffIsRefinedByTheCompressionOfItsFirstDirectory) {
@@ -243,24 +226,28 @@ TEST_F(Detection, TiffIsRefinedByTheCompressionOfItsFirstDirectory) {
       {1, 0},      {2, 7},      {3, 8},      {4, 10}, {5, 9},  {6, 40},    {45, 17},
       {32773, 16}, {32010, 46}, {32008, 47}, {7, -7}, {0, -7}, {65535, -7}};
   for (const bool big_endian : {false, true}) {
-    for (const std::uint32_t type : {3u, 4u}) {
+    for (const int type : {3, 4}) {
       for (const auto& [compression, code] : codes) {
-        const Tiff tiff{.big_endian = big_endian, .type = type, .compression = compression};
-        EXPECT_EQ(code_of(tiff_file(tiff)), code) << compression << ' ' << type;
+        EXPECT_EQ(code_of(tiff_of(big_endian, compression, type)), code)
+            << compression << ' ' << type;
       }
       // Any prefix is refused, until the entry is complete; what is claimed behind is not missed.
-      const Bytes file = tiff_file({big_endian, 13, 65535, 259, type, 4});
+      Bytes file = tiff_of(big_endian, 4, type);
+      file[8] = file[9] = 0xFF;  // entries
       for (std::size_t length = 0; length <= file.size(); ++length) {
         const GuardedBlock cut(std::span<const std::uint8_t>(file).first(length));
-        EXPECT_EQ(IMGLOW_get_filetype_block(cut.data(), length), length < 13 + 2 + 24 ? -7 : 10)
+        EXPECT_EQ(IMGLOW_get_filetype_block(cut.data(), length), length < 8 + 2 + 24 ? -7 : 10)
             << length;
       }
     }
-    EXPECT_EQ(code_of(tiff_file({.big_endian = big_endian, .tag = 258})), -7);
-    EXPECT_EQ(code_of(tiff_file({.big_endian = big_endian, .type = 1})), -7);
-    EXPECT_EQ(code_of(tiff_file({.big_endian = big_endian, .entries = 1})), -7);
-    for (const std::uint32_t away : {1001u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-      EXPECT_EQ(code_of(tiff_file({.big_endian = big_endian, .directory = away})), -7) << away;
+    EXPECT_EQ(code_of(tiff_of(big_endian, 1, 3, 258)), -7);
+    EXPECT_EQ(code_of(tiff_of(big_endian, 1, 1)), -7);
+    Bytes file = tiff_of(big_endian, 1);
+    file[big_endian ? 9 : 8] = 1;
+    EXPECT_EQ(code_of(file), -7) << "one entry";
+    for (const Bytes& away : {Bytes{0, 0, 4, 0}, Bytes(4, 0x7F), Bytes(4, 0x80), Bytes(4, 0xFF)}) {
+      std::ranges::copy(away, file.begin() + 4);
+      EXPECT_EQ(code_of(file), -7) << testing::PrintToString(away);
     }
   }
 }
@@ -296,7 +283,7 @@ TEST_F(Detection, GifIsRefinedByItsFirstImageAndMustReachIt) {
 }
 
 TEST_F(Detection, AsksTheRestOfAStreamAndPutsTheStreamBack) {
-  MemoryFile stream(joined({Bytes(7, 0xEE), tiff_file({.compression = 5})}));
+  MemoryFile stream(joined({Bytes(7, 0xEE), tiff_of(false, 5)}));
   stream.position = 7;
   EXPECT_EQ(IMGLOW_get_filetype_fd(4711), 9);
   EXPECT_EQ(stream.position, 7);

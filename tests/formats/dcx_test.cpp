@@ -42,11 +42,6 @@ Decoded decode(const Bytes& file, std::int32_t page) {
   return decode(MemoryFile::kHandle, page);
 }
 
-// Of the file that answers now.
-Decoded read_back(int page) {
-  return decode(MemoryFile::kHandle, page);
-}
-
 TEST(DcxDecode, EveryPageHasItsOwnPixelsAndPalette) {
   const Bytes file = dcx_file({page(10), page(20), page(30)});
   const Decoded ten{1, 10, 10}, thirty{1, 30, 30};
@@ -95,7 +90,7 @@ TEST(DcxPages, AreCountedUpToTheFirstFreeEntry) {
   for (const auto& c : cases) {
     MemoryFile file(c.content);
     EXPECT_EQ(count_dcx_pages(MemoryFile::kHandle).raw(), c.pages);
-    EXPECT_EQ(read_back(c.pages).status, -11);
+    EXPECT_EQ(decode(MemoryFile::kHandle, c.pages).status, -11);
   }
 }
 
@@ -122,8 +117,8 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
   file.position = 0;
   EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), -7);
   EXPECT_EQ(file.position, 0);
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(read_back(i), (Decoded{1, i, i}));
-  EXPECT_EQ(read_back(100).status, -11);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(decode(MemoryFile::kHandle, i), (Decoded{1, i, i}));
+  EXPECT_EQ(decode(MemoryFile::kHandle, 100).status, -11);
 }
 
 // Entry 0 is that of the only page, behind a table of so many entries.
@@ -160,8 +155,8 @@ TEST(DcxEncode, TablesOfOtherWritersMustHaveRoomForAZeroBehindTheEntry) {
     if (status != 0) {
       EXPECT_EQ(file.bytes, before) << what;
     } else if (by_name == 0 && !before.empty()) {
-      EXPECT_EQ(read_back(0).pixel, 1) << what;
-      EXPECT_EQ(read_back(1).pixel, 9) << what;
+      EXPECT_EQ(decode(MemoryFile::kHandle, 0).pixel, 1) << what;
+      EXPECT_EQ(decode(MemoryFile::kHandle, 1).pixel, 9) << what;
     }
   }
 }

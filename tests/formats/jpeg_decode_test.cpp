@@ -45,15 +45,15 @@ std::string binary(int value, int bits) {
 struct FlatFile {
   std::vector<int> dc{};
   int step = 8;  // of the quantiser
-  int width = 8, height = 1;
+  int width = 8;
   int precision = 8;
   Bytes extra{};  // segments behind SOI
 };
 
 Bytes flat_file(const FlatFile& flat) {
   const std::size_t count = flat.dc.size();
-  Bytes table{0}, frame{byte(flat.precision),  byte(flat.height >> 8), byte(flat.height),
-                        byte(flat.width >> 8), byte(flat.width),       byte(count)};
+  Bytes table{0},
+      frame{byte(flat.precision), 0, 1, byte(flat.width >> 8), byte(flat.width), byte(count)};
   for (int i = 0; i < 64; ++i) table.push_back(byte(flat.step));
   if (flat.precision == 12) {  // 16 bits wide, and with an entry that needs them
     table.assign(129, 0);

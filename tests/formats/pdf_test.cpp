@@ -31,16 +31,14 @@ std::vector<Bytes> rows_of(const Picture& picture) {
   return std::vector(static_cast<std::size_t>(height), row);
 }
 
-Status encode(formats::Encoder encoder, const Picture& picture, std::int32_t failed_row = -1) {
+Status encode(formats::Encoder encoder, const Picture& picture) {
   HeaderBlock header = dib_header(picture.width, picture.height, picture.bits);
   GivenRows rows(rows_of(picture));
-  rows.failed_row = failed_row;
-  rows.failure = -777;
   return encoder({MemoryFile::kHandle, &header, rows.supplier()});
 }
 
-Status save(const Picture& picture, std::int32_t failed_row = -1) {
-  return encode(pdf::encode, picture, failed_row);
+Status save(const Picture& picture) {
+  return encode(pdf::encode, picture);
 }
 
 std::string text(const Bytes& bytes) {
@@ -156,13 +154,6 @@ TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
     EXPECT_EQ(save(kSmall), StatusCode::bad_image) << what;
     EXPECT_EQ(text(file.bytes), content) << what;
   }
-}
-
-TEST(PdfWrite, FailedRowsAndWrongDepthsHaveTheirStatus) {
-  MemoryFile file;
-  EXPECT_EQ(save(kSmall, 17).raw(), -777);
-  file.bytes.clear();
-  EXPECT_EQ(save({5, 5, 4}), StatusCode::wrong_depth);
 }
 
 TEST(PdfWrite, DocumentsEndWhereNoOffsetReachesAnyMore) {

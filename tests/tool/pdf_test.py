@@ -14,9 +14,13 @@ import tempfile
 import bmp
 
 TOOL = os.path.abspath(sys.argv[1])
-PAGES = [  # width, height, bits
-    (1, 1, 1), (300, 200, 1), (300, 200, 24), (611, 791, 1), (612, 792, 24), (1224, 1584, 24),
-    (2480, 3508, 1), (5000, 7000, 1), (40, 900, 24), (700, 33, 1), (320, 240, 8), (33, 47, 24),
+# Width, height, bits; where the picture is, from the top left corner in points: x, y, width, height.
+PAGES = [
+    (1, 1, 1, None), (300, 200, 1, (156, 296, 300, 200)), (300, 200, 24, (156, 296, 300, 200)),
+    (611, 791, 1, (0, 1, 611, 791)), (612, 792, 24, (0, 0, 612, 792)), (1224, 1584, 24, (0, 0, 612, 792)),
+    (2480, 3508, 1, (26, 0, 559, 792)), (5000, 7000, 1, (23, 0, 565, 792)), (40, 900, 24, (288, 0, 35, 792)),
+    (700, 33, 1, (0, 382, 612, 28)), (33, 47, 24, (289, 373, 33, 47)),
+    (320, 240, 8, None),  # one component under a colour space of three: readers differ
 ]
 # The quarters differ, so that a picture has a right way up: indices, or (blue, green, red).
 QUARTERS = {
@@ -35,17 +39,6 @@ def picture_file(width, height, bits):
     return bmp.header(width, height, bits, len(rows)) + palette + rows
 
 
-def placed(width, height):
-    """Where a page's picture is, from the top left corner in points: x, y, width, height."""
-    if width < 612 and height < 792:
-        return (612 - width) // 2, 792 - height - (792 - height) // 2, width, height
-    if 612 * height // width <= 792:
-        high = 612 * height // width
-        return 0, 792 - high - (792 - high) // 2, 612, high
-    wide = 792 * width // height
-    return (612 - wide) // 2, 0, wide, 792
-
-
 def run(*command):
     result = subprocess.run(command, capture_output=True)
     if result.returncode != 0:
@@ -62,14 +55,9 @@ def read_ppm(data):
 
 def check_page(picture, pixel, page):
     """The middle of every quarter has its colour; just outside is paper."""
-    width, height, bits = picture
-    if bits == 8:
-        return  # one component under a colour space of three: readers differ
-    x, y, wide, high = placed(width, height)
+    *_, bits, (x, y, wide, high) = picture
     for down in (0, 1):
         for across in (0, 1):
-            if wide < 8 or high < 8:
-                continue
             seen = pixel(x + wide * (2 * across + 1) // 4, y + high * (2 * down + 1) // 4)
             wanted = QUARTERS[bits][down][across]
             wanted = wanted[::-1] if bits == 24 else (255 * wanted,) * 3
@@ -86,7 +74,7 @@ def main():
         for page, picture in enumerate(PAGES):
             names.append(f'page{page:02}.bmp')
             with open(names[-1], 'wb') as file:
-                file.write(picture_file(*picture))
+                file.write(picture_file(*picture[:3]))
         run(TOOL, 'convert', *names[:3], 'out.pdf')
         for name in names[3:]:
             run(TOOL, 'append', name, 'out.pdf')
@@ -95,6 +83,8 @@ def main():
         if shutil.which('pdftoppm'):
             run('pdftoppm', '-r', '72', 'out.pdf', 'drawn')
             for page, picture in enumerate(PAGES):
+                if picture[3] is None:
+                    continue
                 with open(f'drawn-{page + 1:02}.ppm', 'rb') as file:
                     check_page(picture, read_ppm(file.read()), page)
             print(len(PAGES), 'pages drawn')
