@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""TIFF files of every code written here and read by tiffcp, tiffinfo and Pillow; what they write is in the corpus.
+"""TIFF files of every code written here and read by tiffcp, tiffinfo and Pillow; every file that tiffcp makes of a page
+read here.
 
     tiff_peers.py LIBRARY MODULE     exit code 77 without Pillow or libtiff's programs"""
 import itertools
@@ -65,6 +66,13 @@ def equal(left, right):
     return left.size == right.size and left.convert("RGB").tobytes() == right.convert("RGB").tobytes()
 
 
+def shown(library, name):
+    image = library.open(str(name))
+    pixels = library.rgb(image)
+    library.delete(image)
+    return pixels
+
+
 def written_here(library, folder):
     for code, mode, width in itertools.product(CODES, ("1", "L", "P", "RGB"), WIDTHS):
         if code in FAX and mode != "1":
@@ -83,6 +91,30 @@ def written_here(library, folder):
         check(f"tiffcp reads {what}", equal(Image.open(copy), image))
 
 
+def written_by_tiffcp(library, folder):
+    codings = {"1": ("none", "lzw", "zip", "packbits", "g3", "g3:2d", "g3:fill", "g4"),
+               None: ("none", "lzw", "lzw:2", "zip:2", "packbits")}
+    cuts = (("-r", "4"), ("-r", str(HEIGHT)), ("-t", "-w", "16", "-l", "16"))
+    for mode, cut, order, bits, planes in itertools.product(
+            ("1", "L", "P", "RGB"), cuts, ("-B", "-L"), ("msb2lsb", "lsb2msb"), ("contig", "separate")):
+        if planes == "separate" and mode != "RGB":
+            continue
+        for coding, big in itertools.product(codings.get(mode, codings[None]), ((), ("-8",))):
+            if mode == "P" and coding.endswith(":2"):
+                continue
+            image, plain, name = picture(mode, 61), folder / "plain.tif", folder / "theirs.tif"
+            image.save(plain)
+            # A colour of Pillow's is the byte above a zero byte.
+            run("tiffcp", *big, "-c", coding, *cut, order, "-f", bits, "-p", planes, plain, name)
+            check(f"of tiffcp: {mode} {cut} {order} {bits} {planes} {coding} {big}",
+                  near(shown(library, name), image))
+
+
+def near(left, right):
+    pairs = zip(left.convert("RGB").tobytes(), right.convert("RGB").tobytes())
+    return left.size == right.size and all(abs(a - b) <= (right.mode == "P") for a, b in pairs)
+
+
 def main():
     with tempfile.TemporaryDirectory() as scratch:
         folder = pathlib.Path(scratch)
@@ -90,6 +122,7 @@ def main():
             shutil.copy(file, folder)
         library = Library(str(folder / pathlib.Path(sys.argv[1]).name))
         written_here(library, folder)
+        written_by_tiffcp(library, folder)
     print(compared, "compared")
     return conclude(failures)
 
