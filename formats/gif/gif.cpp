@@ -10,6 +10,7 @@
 #include "coding/lzw.h"
 #include "io/endian.h"
 #include "io/stream_writer.h"
+#include "pixels/colours.h"
 #include "pixels/rows.h"
 
 namespace tq::gif {
@@ -148,30 +149,23 @@ Status find_frame(Input& input, std::int32_t wanted, Frame& frame) {
   }
 }
 
-bool is_grey(const Rgb& colour, int level) {
-  return colour.blue == level && colour.green == level && colour.red == level;
-}
-
 // How the pixels of a frame lie in rows of an image.
 struct Packing {
   int bits = 8;
   bool inverted = false;  // 1 bit: white comes first in the file
 
   static Packing choose(Frame& frame) {
-    if (frame.colours == 0) {
-      for (int i = 0; i < 256; ++i) frame.palette[i] = {byte(i), byte(i), byte(i), 0};
-    }
+    if (frame.colours == 0) frame.palette = pixels::grey_ramp();
     if (frame.colours == 0 || frame.colours > 16) return {};
     // Two colours other than black and white are kept in an image of 4 bits.
-    if (frame.colours == 2) {
-      if (is_grey(frame.palette[0], 0) && is_grey(frame.palette[1], 255)) return {1, false};
-      if (is_grey(frame.palette[0], 255) && is_grey(frame.palette[1], 0)) {
-        std::swap(frame.palette[0], frame.palette[1]);
-        if (frame.transparent >= 0) frame.transparent ^= 1;
-        return {1, true};
-      }
+    if (frame.colours != 2) return {4, false};
+    const pixels::RowLayout& way = *pixels::find_bit_layout(frame.palette);
+    const bool inverted = way.layout == pixels::Layout::bits_1_black;
+    if (inverted) {
+      std::swap(frame.palette[0], frame.palette[1]);
+      if (frame.transparent >= 0) frame.transparent ^= 1;
     }
-    return {4, false};
+    return {way.bits, inverted};
   }
 };
 

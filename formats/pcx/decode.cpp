@@ -172,11 +172,6 @@ using PaletteBytes = std::array<std::uint8_t, kPaletteBytes>;
 constexpr Rgb kBlack{0, 0, 0, 0};
 constexpr Rgb kWhite{255, 255, 255, 0};
 
-void fill_grey(int bits, HeaderBlock& image) {
-  const int last = (1 << bits) - 1;
-  for (int i = 0; i <= last; ++i) image.palette[i] = pixels::grey_ramp()[i * 255 / last];
-}
-
 template <class Colours>
 void fill(const Colours& colours, HeaderBlock& image) {
   std::copy(colours.begin(), colours.end(), image.palette.begin());
@@ -195,7 +190,7 @@ bool normalise_two_colours(HeaderBlock& image) {
 bool read_small_palette(const Header& file, HeaderBlock& image) {
   const int bits = file.form->pixel_bits;
   if (file.grey) {
-    fill_grey(bits, image);
+    image.palette = pixels::grey_levels(bits);
   } else if (file.version == 0 || file.version == 3) {
     if (bits == 1) {
       fill(pixels::black_and_white(), image);

@@ -90,10 +90,9 @@ void choose_grey(PngImage& png) {
   if (file.alpha) set_layout(png, Layout::grey_alpha);
   if (bits == 2) set_layout(png, Layout::bits_2);
   if (bits == 16) set_layout(png, Layout::grey16_be);
-  const int last = file.bits >= 8 ? 255 : (1 << file.bits) - 1;
-  for (int i = 0; i <= last; ++i) png.image.palette[i] = pixels::grey_ramp()[i * 255 / last];
+  png.image.palette = pixels::grey_levels(std::min(file.bits, 8));
   if (!file.alpha && file.bits <= 8 && file.transparent_level >= 0) {
-    mark_transparent(file.transparent_level & last, png.image);
+    mark_transparent(file.transparent_level & ((1 << file.bits) - 1), png.image);
   }
 }
 
@@ -208,20 +207,11 @@ std::uint32_t per_metre(std::int32_t dots_per_inch) {
   return static_cast<std::uint32_t>(std::min<std::int64_t>(dots, INT32_MAX));
 }
 
-bool is_grey_ramp(const HeaderBlock& image) {
-  const int last = (1 << image.header.biBitCount) - 1;
-  for (int i = 0; i <= last; ++i) {
-    const int level = i * 255 / last;
-    const Rgb& entry = image.palette[i];
-    if (entry.blue != level || entry.green != level || entry.red != level) return false;
-  }
-  return true;
-}
-
 void describe_indexed(const HeaderBlock& image, PngHeader& file) {
   const bool transparent = (image.header.biClrUsed & kTransparent) != 0;
   file.bits = image.header.biBitCount;
-  if (!transparent && is_grey_ramp(image)) return;
+  const auto colours = std::span(image.palette).first(std::size_t{1} << file.bits);
+  if (!transparent && pixels::is_grey_ramp(colours)) return;
   file.indexed = file.colour = true;
   file.entries = 1 << file.bits;
   for (int i = 0; i < file.entries; ++i) {
