@@ -648,8 +648,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 /* Numbered values beside the settings, all 0 at first; 0 is always the behaviour that is described
  * elsewhere in this file.
  *
- *   SAFE_SAVING        1: a failed save leaves the pages that a TIFF file had, and the file as long as
- *                      it was
+ *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
+ *                      a caller's own stream keeps bytes behind it
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
  *   TIFF_JPEG          7: code 40 is written as Compression 7 (0: as Compression 6)
  *   TIFF_G3_K          code 8: 2 or 4: every second or fourth row stands for itself, the others refer
@@ -681,12 +681,33 @@ IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_fd(int32_t stream, int32_t pag
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page_block(const void* block, size_t size,
                                                         int32_t page, void* header);
 
+/* The types of TIFF's values (TIFF 6.0, section 2; the last three are BigTIFF's). A RATIONAL is two
+ * LONGs, the upper one first. */
+enum {
+  IMG_TIFF_BYTE = 1,
+  IMG_TIFF_ASCII = 2,
+  IMG_TIFF_SHORT = 3,
+  IMG_TIFF_LONG = 4,
+  IMG_TIFF_RATIONAL = 5,
+  IMG_TIFF_SBYTE = 6,
+  IMG_TIFF_UNDEFINED = 7,
+  IMG_TIFF_SSHORT = 8,
+  IMG_TIFF_SLONG = 9,
+  IMG_TIFF_SRATIONAL = 10,
+  IMG_TIFF_FLOAT = 11,
+  IMG_TIFF_DOUBLE = 12,
+  IMG_TIFF_IFD = 13,
+  IMG_TIFF_LONG8 = 16,
+  IMG_TIFF_SLONG8 = 17,
+  IMG_TIFF_IFD8 = 18
+};
+
 /* A tag of a page of a TIFF file (TIFF 6.0, section 2).
  *
  *   stream      an open stream; the file begins at its position 0
  *   page        from 0
  *   tag         its number
- *   type        out: 1 BYTE, 2 ASCII, 3 SHORT, 4 LONG, 5 RATIONAL (two LONGs) and so on; may be null
+ *   type        out: IMG_TIFF_..., see above; may be null
  *   count       out: values, not bytes; may be null
  *   buffer      filled with the values in the byte order of this machine, as far as they fit; may be
  *               null

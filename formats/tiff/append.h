@@ -106,25 +106,25 @@ class DirectoryWriter {
  public:
   explicit DirectoryWriter(PageWriter& out) : out_(out) {}
 
-  void add(Tag tag, Type type, std::uint32_t value) { put(tag, type, 1, value); }
+  void add(Tag tag, int type, std::uint32_t value) { put(tag, type, 1, value); }
   void add_shorts(Tag tag, std::span<const std::uint16_t> values) {
-    if (values.size() == 1) return add(tag, kShort, values[0]);
-    if (values.size() == 2) return put(tag, kShort, 2, values[0] | values[1] << 16);
-    put_far(tag, kShort, values.size());
+    if (values.size() == 1) return add(tag, IMG_TIFF_SHORT, values[0]);
+    if (values.size() == 2) return put(tag, IMG_TIFF_SHORT, 2, values[0] | values[1] << 16);
+    put_far(tag, IMG_TIFF_SHORT, values.size());
     for (const std::uint16_t value : values) out_.put16(value);
   }
   void add_longs(Tag tag, std::span<const std::uint32_t> values) {
-    if (values.size() == 1) return add(tag, kLong, values[0]);
-    put_far(tag, kLong, values.size());
+    if (values.size() == 1) return add(tag, IMG_TIFF_LONG, values[0]);
+    put_far(tag, IMG_TIFF_LONG, values.size());
     for (const std::uint32_t value : values) out_.put32(value);
   }
   void add_whole_rational(Tag tag, std::uint32_t value) {
-    put_far(tag, kRational, 1);
+    put_far(tag, IMG_TIFF_RATIONAL, 1);
     out_.put32(value);
     out_.put32(1);
   }
   void add_text(Tag tag, std::string_view text) {
-    put_far(tag, kAscii, text.size() + 1);
+    put_far(tag, IMG_TIFF_ASCII, text.size() + 1);
     out_.out().put(text);
     out_.out().put8(0);
   }
@@ -138,7 +138,7 @@ class DirectoryWriter {
       out_.put16(field.tag);
       out_.put16(field.type);
       out_.put32(field.count);
-      if (field.type == kShort && field.count <= 2) {  // in the first bytes of the field
+      if (field.type == IMG_TIFF_SHORT && field.count <= 2) {  // in the first bytes of the field
         out_.put16(field.value & 0xFFFF);
         out_.put16(field.value >> 16);
       } else {
@@ -152,14 +152,14 @@ class DirectoryWriter {
  private:
   struct Field {
     Tag tag;
-    Type type;
+    std::uint16_t type;
     std::uint32_t count, value;
   };
 
-  void put(Tag tag, Type type, std::size_t count, std::uint32_t value) {
-    fields_[count_++] = {tag, type, static_cast<std::uint32_t>(count), value};
+  void put(Tag tag, int type, std::size_t count, std::uint32_t value) {
+    fields_[count_++] = {tag, word(type), static_cast<std::uint32_t>(count), value};
   }
-  void put_far(Tag tag, Type type, std::size_t count) {
+  void put_far(Tag tag, int type, std::size_t count) {
     out_.align();
     put(tag, type, count, static_cast<std::uint32_t>(out_.offset()));
   }

@@ -38,14 +38,13 @@ class CodedBytes {
   // Reads of at most `most_bytes`. `lzw` is the module's coder, for pages that need it.
   Status open(const File& file, const Page& page, std::int64_t most_bytes,
               const img_strip_coder* lzw);
-  // Whether there were so many.
-  bool skip(std::int64_t bytes);
-
   CodedPieces& pieces() { return pieces_; }  // for coders of rows
   Status start(const Chunk& chunk);
 
   // The next so many bytes, valid until the next call; fewer at the end of the data.
   Bytes read(std::ptrdiff_t bytes);
+  // Whether there were so many.
+  bool skip(std::int64_t bytes);
   // out_of_memory when they ended for that.
   Status status() const { return deflate_.status(); }
 

@@ -105,7 +105,7 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
     return plugin::decode_tiff_lzw(request);
   }
   Samples samples;
-  TQ_TRY(samples.choose(file, page));
+  samples.choose(file, page);
   HeaderBlock image = samples.image();
   TQ_TRY(request.sink.header(image));
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);

@@ -1,4 +1,5 @@
 // Pages to files: data, then their directory, then the link to it.
+#include "coding/differences.h"
 #include "core/context.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
@@ -21,10 +22,11 @@ std::int32_t option(std::int32_t number) {
   return context().options.get(number);
 }
 
-// How rows are stored.
+// How a page is stored. What options say is taken once: a callback may change them.
 struct Form {
-  // As the caller's options say now; a callback may change them.
-  std::int64_t strip_bytes = kStripBytes;
+  Coding coding = kUncoded;
+  bool big_endian = false;
+  std::int64_t strip_rows = 0;
   std::int32_t g3_k = 0;
   bool g3_fill = false;
   bool modern_jpeg = false;
@@ -32,8 +34,8 @@ struct Form {
   int bits = 1, samples = 1;
   bool differences = false;
   std::span<const Rgb> palette{};
-  formats::StoredRows rows;
-  jpeg::StreamForm stream;
+  formats::StoredRows rows{};
+  jpeg::StreamForm stream{};
 };
 
 // What the encoder of JPEG is given: of 32 bits without the fourth byte.
@@ -81,110 +83,88 @@ Status choose_jpeg_form(const EncodeRequest& request, Form& form) {
   form.samples = form.stream.components;
   form.bits = 8;
   form.photometric = form.samples == 1 ? Photometric::black_is_zero : Photometric::ycbcr;
+  form.strip_rows = request.image->header.biHeight;
+  form.modern_jpeg = option(IMG_OPTION_TIFF_JPEG) == kJpeg;
   return kOk;
 }
 
-Form preferred_form() {
-  Form form;
-  if (const std::int32_t bytes = option(IMG_OPTION_TIFF_STRIP_BYTES); bytes != 0) {
-    form.strip_bytes = bytes;
-  }
+Status choose_fax_form(const EncodeRequest& request, Form& form) {
+  if (request.image->header.biBitCount != 1) return StatusCode::wrong_depth;
+  form.photometric = Photometric::white_is_zero;
+  form.strip_rows = request.image->header.biHeight;
   form.g3_k = option(IMG_OPTION_TIFF_G3_K);
   form.g3_fill = option(IMG_OPTION_TIFF_G3_FILL) == 1;
-  form.modern_jpeg = option(IMG_OPTION_TIFF_JPEG) == kJpeg;
-  return form;
+  return kOk;
 }
 
-Form choose_form(const EncodeRequest& request, bool big_endian) {
-  const BitmapInfoHeader& header = request.image->header;
-  const auto coding = static_cast<Coding>(request.variant());
-  const int depth = header.biBitCount;
-  Form form = preferred_form();
-  Layout layout = Layout::bits_1;
+Layout choose_layout(const EncodeRequest& request, Form& form) {
+  const int depth = request.image->header.biBitCount;
   switch (depth) {
     case 1:
-      if (coding != kUncoded && coding != kLzw && coding != kPackBits) {
-        form.photometric = Photometric::white_is_zero;
-      } else if (option(IMG_OPTION_TIFF_PHOTOMETRIC) == 1) {
-        form.photometric = Photometric::white_is_zero;
-        layout = Layout::bits_1_black;
-      }
-      break;
+      if (option(IMG_OPTION_TIFF_PHOTOMETRIC) != 1) return Layout::bits_1;
+      form.photometric = Photometric::white_is_zero;
+      return Layout::bits_1_black;
     case 4:
     case 8: {
       const auto palette = std::span(request.image->palette).first(std::size_t{1} << depth);
-      layout = depth == 4 ? Layout::bits_4 : Layout::bytes;
       if (!pixels::is_grey_ramp(palette)) {
         form.photometric = Photometric::palette;
         form.palette = palette;
       }
-      break;
+      return depth == 4 ? Layout::bits_4 : Layout::bytes;
     }
     case 16:
-      layout = big_endian ? Layout::grey16_be : Layout::grey16_le;
-      break;
+      return form.big_endian ? Layout::grey16_be : Layout::grey16_le;
     default:
       form.photometric = request.cmyk && depth == 32 ? Photometric::separated : Photometric::rgb;
       form.samples = form.photometric == Photometric::separated ? 4 : 3;
-      layout = form.samples == 4 ? Layout::cmyk : Layout::rgb;
-      break;
+      return form.samples == 4 ? Layout::cmyk : Layout::rgb;
   }
-  form.bits = depth <= 16 ? depth : 8;
-  form.differences = coding == kLzw && form.bits >= 8 && form.palette.empty() &&
-                     option(IMG_OPTION_TIFF_PREDICTOR) == 0;
-  form.rows.layout = find_layout(layout, depth);
-  if (form.rows.layout != nullptr) {
-    form.rows.line_bytes = stored_bytes(*form.rows.layout, header.biWidth);
-  }
-  return form;
 }
 
-// The differences to the pixel before, from the last one on.
-template <int kBytes>
-void subtract_samples(bool big_endian, Row row, int samples) {
-  for (std::ptrdiff_t i = std::ssize(row) - kBytes; i >= samples * kBytes; i -= kBytes) {
-    std::uint8_t* const at = &row[i];
-    const std::uint8_t* const before = at - samples * kBytes;
-    if constexpr (kBytes == 1) {
-      *at = byte(*at - *before);
-    } else if (big_endian) {
-      store_be16(at, word(load_be16(at) - load_be16(before)));
-    } else {
-      store_le16(at, word(load_le16(at) - load_le16(before)));
-    }
-  }
+// wrong_depth, or what the encoder of JPEG says, for what the coding cannot hold.
+Status choose_form(const EncodeRequest& request, bool big_endian, Form& form) {
+  const BitmapInfoHeader& header = request.image->header;
+  form = {.coding = static_cast<Coding>(request.variant()), .big_endian = big_endian};
+  if (form.coding == kOldJpeg) return choose_jpeg_form(request, form);
+  if (is_fax(form.coding)) return choose_fax_form(request, form);
+  form.rows.layout = find_layout(choose_layout(request, form), header.biBitCount);
+  if (form.rows.layout == nullptr) return StatusCode::wrong_depth;
+  form.rows.line_bytes = stored_bytes(*form.rows.layout, header.biWidth);
+  form.bits = header.biBitCount <= 16 ? header.biBitCount : 8;
+  form.differences = form.coding == kLzw && form.bits >= 8 && form.palette.empty() &&
+                     option(IMG_OPTION_TIFF_PREDICTOR) == 0;
+  const std::int32_t wanted = option(IMG_OPTION_TIFF_STRIP_BYTES);
+  form.strip_rows = std::clamp<std::int64_t>(
+      (wanted == 0 ? kStripBytes : wanted) / form.rows.line_bytes, 1, header.biHeight);
+  return kOk;
 }
 
 // Rows one by one, each strip by itself.
-Status write_strips(const EncodeRequest& request, const Form& form, bool big_endian,
-                    std::int64_t rows_per_strip, const img_strip_coder* lzw, PageWriter& page,
-                    Strips& strips) {
+Status write_strips(const EncodeRequest& request, const Form& form, const img_strip_coder* lzw,
+                    PageWriter& page, Strips& strips) {
   const BitmapInfoHeader& header = request.image->header;
-  const auto coding = static_cast<Coding>(request.variant());
+  const coding::SampleForm samples{form.bits, form.samples, form.big_endian};
   RowBuffer<std::uint8_t> row, line;
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   TQ_TRY(line.allocate(form.rows.line_bytes));
   GlobalBlock state;
-  if (coding == kLzw) TQ_TRY(state.allocate(lzw->encoder_bytes));
+  if (form.coding == kLzw) TQ_TRY(state.allocate(lzw->encoder_bytes));
   StreamWriter& out = page.out();
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
-    const bool ends_strip = (y + 1) % rows_per_strip == 0 || y + 1 == header.biHeight;
-    if (y % rows_per_strip == 0) {
+    const bool ends_strip = (y + 1) % form.strip_rows == 0 || y + 1 == header.biHeight;
+    if (y % form.strip_rows == 0) {
       page.align();
       strips.begin(page.offset());
-      if (coding == kLzw) lzw->begin_encode(state.data());
+      if (form.coding == kLzw) lzw->begin_encode(state.data());
     }
     TQ_TRY(request.rows.row(row.pixels(), y));
     pack(*form.rows.layout, row.pixels(), header.biWidth, line.pixels());
-    if (form.differences && form.bits == 8) {
-      subtract_samples<1>(big_endian, line.pixels(), form.samples);
-    } else if (form.differences) {
-      subtract_samples<2>(big_endian, line.pixels(), form.samples);
-    }
-    if (coding == kPackBits) {
+    if (form.differences) coding::take_differences(samples, line.pixels());
+    if (form.coding == kPackBits) {
       const Row room = out.room(packbits::most_bytes(form.rows.line_bytes));
       if (!room.empty()) out.take(packbits::encode(line.pixels(), room.data()) - room.data());
-    } else if (coding == kLzw) {
+    } else if (form.coding == kLzw) {
       const auto bytes = static_cast<std::int32_t>(line.size());
       const Row room = out.room(2 * form.rows.line_bytes + 64);
       TQ_TRY(out.status());
@@ -204,7 +184,7 @@ Status write_strips(const EncodeRequest& request, const Form& form, bool big_end
 Status write_fax(const EncodeRequest& request, const Form& form, PageWriter& page, Strips& strips) {
   const BitmapInfoHeader& header = request.image->header;
   formats::FaxStrip strip{.width = header.biWidth, .rows = header.biHeight};
-  switch (request.variant()) {
+  switch (form.coding) {
     case kHuffman:
       strip.coding = {.scheme = ccitt::Scheme::huffman};
       break;
@@ -236,44 +216,40 @@ Status write_jpeg(const EncodeRequest& request, PageWriter& page, Strips& strips
   return kOk;
 }
 
-void describe(const EncodeRequest& request, const Place& place, const Form& form,
-              std::int64_t rows_per_strip, const Strips& strips, DirectoryWriter& directory) {
-  const BitmapInfoHeader& header = request.image->header;
-  const auto coding = static_cast<Coding>(request.variant());
+void describe(const BitmapInfoHeader& header, const Place& place, const Form& form,
+              const Strips& strips, DirectoryWriter& directory) {
   const auto number = [](std::int64_t value) { return static_cast<std::uint32_t>(value); };
   const std::array<std::uint16_t, 4> bits = {word(form.bits), word(form.bits), word(form.bits),
                                              word(form.bits)};
-  directory.add(kNewSubfileType, kLong, place.is_new() ? 0 : 2);
-  directory.add(kImageWidth, kLong, number(header.biWidth));
-  directory.add(kImageLength, kLong, number(header.biHeight));
+  directory.add(kNewSubfileType, IMG_TIFF_LONG, place.is_new() ? 0 : 2);
+  directory.add(kImageWidth, IMG_TIFF_LONG, number(header.biWidth));
+  directory.add(kImageLength, IMG_TIFF_LONG, number(header.biHeight));
   directory.add_shorts(kBitsPerSample, std::span(bits).first(form.samples));
-  const bool modern = coding == kOldJpeg && form.modern_jpeg;
-  directory.add(kCompression, kShort, modern ? kJpeg : coding);
-  directory.add(kPhotometric, kShort, static_cast<std::uint32_t>(form.photometric));
-  const bool fax = coding >= kHuffman && coding <= kGroup4;
-  if (fax) directory.add(kFillOrder, kShort, 1);
+  directory.add(kCompression, IMG_TIFF_SHORT, form.modern_jpeg ? kJpeg : form.coding);
+  directory.add(kPhotometric, IMG_TIFF_SHORT, static_cast<std::uint32_t>(form.photometric));
+  if (is_fax(form.coding)) directory.add(kFillOrder, IMG_TIFF_SHORT, 1);
   directory.add_longs(kStripOffsets, strips.offsets());
-  directory.add(kOrientation, kShort, 1);
-  directory.add(kSamplesPerPixel, kShort, number(form.samples));
-  directory.add(kRowsPerStrip, kLong, number(rows_per_strip));
+  directory.add(kOrientation, IMG_TIFF_SHORT, 1);
+  directory.add(kSamplesPerPixel, IMG_TIFF_SHORT, number(form.samples));
+  directory.add(kRowsPerStrip, IMG_TIFF_LONG, number(form.strip_rows));
   directory.add_longs(kStripByteCounts, strips.byte_counts());
   const bool has_resolution = header.biXPelsPerMeter > 0 && header.biYPelsPerMeter > 0;
   if (has_resolution) {  // dots per inch; a unit alone would be taken for a resolution of 1
     directory.add_whole_rational(kXResolution, number(header.biXPelsPerMeter));
     directory.add_whole_rational(kYResolution, number(header.biYPelsPerMeter));
   }
-  directory.add(kPlanarConfiguration, kShort, 1);
-  if (coding == kGroup3) {
+  directory.add(kPlanarConfiguration, IMG_TIFF_SHORT, 1);
+  if (form.coding == kGroup3) {
     constexpr std::uint32_t kTwoDimensional = 1, kFillBits = 4;
-    directory.add(kT4Options, kLong,
+    directory.add(kT4Options, IMG_TIFF_LONG,
                   (form.g3_k > 1 ? kTwoDimensional : 0) | (form.g3_fill ? kFillBits : 0));
   }
-  if (coding == kGroup4) directory.add(kT6Options, kLong, 0);
-  if (has_resolution) directory.add(kResolutionUnit, kShort, 2);
+  if (form.coding == kGroup4) directory.add(kT6Options, IMG_TIFF_LONG, 0);
+  if (has_resolution) directory.add(kResolutionUnit, IMG_TIFF_SHORT, 2);
   const std::array<std::uint16_t, 2> page = {word(std::min(place.page, 0xFFFF)), 0};
   directory.add_shorts(kPageNumber, page);
   directory.add_text(kSoftware, "Tarnquill");
-  if (form.differences) directory.add(kPredictor, kShort, 2);
+  if (form.differences) directory.add(kPredictor, IMG_TIFF_SHORT, 2);
   if (!form.palette.empty()) {
     std::array<std::uint16_t, 3 * 256> map;
     std::uint16_t* at = map.data();
@@ -282,13 +258,13 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
     }
     directory.add_shorts(kColorMap, std::span(map).first(3 * form.palette.size()));
   }
-  if (form.samples == 4) directory.add(kInkSet, kShort, 1);
-  if (coding == kOldJpeg) {
+  if (form.samples == 4) directory.add(kInkSet, IMG_TIFF_SHORT, 1);
+  if (form.coding == kOldJpeg) {
     constexpr std::uint32_t kBaseline = 1;
-    if (!modern) {
-      directory.add(kJpegProc, kShort, kBaseline);
-      directory.add(kJpegInterchangeFormat, kLong, strips.offsets()[0]);
-      directory.add(kJpegInterchangeFormatLength, kLong, strips.byte_counts()[0]);
+    if (!form.modern_jpeg) {
+      directory.add(kJpegProc, IMG_TIFF_SHORT, kBaseline);
+      directory.add(kJpegInterchangeFormat, IMG_TIFF_LONG, strips.offsets()[0]);
+      directory.add(kJpegInterchangeFormatLength, IMG_TIFF_LONG, strips.byte_counts()[0]);
     }
     if (form.samples == 3) {
       const std::array<std::uint16_t, 2> factors = {word(form.stream.h), word(form.stream.v)};
@@ -298,33 +274,22 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
 }
 
 Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
-  TQ_TRY(can_encode_tiff(request));
+  TQ_TRY(can_encode_tiff(request));  // before the stream is looked at
   Place place;
   TQ_TRY(find_place(request.stream, place));
   const BitmapInfoHeader& header = request.image->header;
-  const auto coding = static_cast<Coding>(request.variant());
-  const bool fax = coding >= kHuffman && coding <= kGroup4, in_jpeg = coding == kOldJpeg;
-  Form form = preferred_form();
-  if (in_jpeg) {
-    TQ_TRY(choose_jpeg_form(request, form));
-  } else {
-    form = choose_form(request, place.big_endian);
-  }
-  const std::int64_t rows_per_strip =
-      fax || in_jpeg
-          ? header.biHeight
-          : std::clamp<std::int64_t>(form.strip_bytes / form.rows.line_bytes, 1, header.biHeight);
+  Form form;
+  TQ_TRY(choose_form(request, place.big_endian, form));
   Strips strips;
-  TQ_TRY(strips.open((header.biHeight + rows_per_strip - 1) / rows_per_strip));
+  TQ_TRY(strips.open((header.biHeight + form.strip_rows - 1) / form.strip_rows));
   PageWriter page;
   TQ_TRY(page.open(request.stream, place));
   page.align();
-  TQ_TRY(fax ? write_fax(request, form, page, strips)
-         : in_jpeg
-             ? write_jpeg(request, page, strips)
-             : write_strips(request, form, place.big_endian, rows_per_strip, lzw, page, strips));
+  TQ_TRY(is_fax(form.coding)       ? write_fax(request, form, page, strips)
+         : form.coding == kOldJpeg ? write_jpeg(request, page, strips)
+                                   : write_strips(request, form, lzw, page, strips));
   DirectoryWriter directory(page);
-  describe(request, place, form, rows_per_strip, strips, directory);
+  describe(header, place, form, strips, directory);
   const std::int64_t offset = directory.finish();
   TQ_TRY(page.out().status());
   if (page.offset() + place.start > INT32_MAX) return StatusCode::write_failed;
@@ -334,17 +299,8 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
 }  // namespace
 
 Status can_encode_tiff(const EncodeRequest& request) {
-  const int depth = request.image->header.biBitCount;
-  const auto coding = static_cast<Coding>(request.variant());
-  if (coding >= kHuffman && coding <= kGroup4) {
-    return depth == 1 ? StatusCode::ok : StatusCode::wrong_depth;
-  }
-  if (coding == kOldJpeg) {
-    Form form;
-    return choose_jpeg_form(request, form);
-  }
-  return choose_form(request, false).rows.layout != nullptr ? StatusCode::ok
-                                                            : StatusCode::wrong_depth;
+  Form form;
+  return choose_form(request, false, form);
 }
 
 Status encode_tiff(const EncodeRequest& request) {

@@ -159,24 +159,24 @@ std::uint64_t Numbers::at(std::uint64_t i, std::uint64_t fallback) {
     return value < 0 ? fallback : static_cast<std::uint64_t>(value);
   };
   switch (entry_.type) {
-    case kByte:
-    case kUndefined:
+    case IMG_TIFF_BYTE:
+    case IMG_TIFF_UNDEFINED:
       return bytes[0];
-    case kSByte:
+    case IMG_TIFF_SBYTE:
       return positive(static_cast<std::int8_t>(bytes[0]));
-    case kShort:
+    case IMG_TIFF_SHORT:
       return file_->u16(bytes);
-    case kSShort:
+    case IMG_TIFF_SSHORT:
       return positive(static_cast<std::int16_t>(file_->u16(bytes)));
-    case kLong:
-    case kIfd:
+    case IMG_TIFF_LONG:
+    case IMG_TIFF_IFD:
       return file_->u32(bytes);
-    case kSLong:
+    case IMG_TIFF_SLONG:
       return positive(static_cast<std::int32_t>(file_->u32(bytes)));
-    case kLong8:
-    case kIfd8:
+    case IMG_TIFF_LONG8:
+    case IMG_TIFF_IFD8:
       return file_->u64(bytes);
-    case kSLong8:
+    case IMG_TIFF_SLONG8:
       return positive(static_cast<std::int64_t>(file_->u64(bytes)));
     default:
       return fallback;
@@ -188,19 +188,19 @@ double Numbers::real_at(std::uint64_t i) {
   if (bytes == nullptr) return 0;
   double value = 0;
   switch (entry_.type) {
-    case kRational: {
+    case IMG_TIFF_RATIONAL: {
       const std::uint32_t below = file_->u32(bytes + 4);
       return below == 0 ? 0 : file_->u32(bytes) / static_cast<double>(below);
     }
-    case kSRational: {
+    case IMG_TIFF_SRATIONAL: {
       const auto above = static_cast<std::int32_t>(file_->u32(bytes));
       const auto below = static_cast<std::int32_t>(file_->u32(bytes + 4));
       return below == 0 ? 0 : above / static_cast<double>(below);
     }
-    case kFloat:
+    case IMG_TIFF_FLOAT:
       value = std::bit_cast<float>(file_->u32(bytes));
       break;
-    case kDouble:
+    case IMG_TIFF_DOUBLE:
       value = std::bit_cast<double>(file_->u64(bytes));
       break;
     default:

@@ -8,6 +8,7 @@
 #include <span>
 
 #include "core/status.h"
+#include "include/tarnquill.h"
 #include "io/byte_stream.h"
 #include "io/endian.h"
 
@@ -56,26 +57,7 @@ enum Tag : std::uint16_t {
   kReferenceBlackWhite = 532,
 };
 
-enum Type : std::uint16_t {
-  kByte = 1,
-  kAscii,
-  kShort,
-  kLong,
-  kRational,
-  kSByte,
-  kUndefined,
-  kSShort,
-  kSLong,
-  kSRational,
-  kFloat,
-  kDouble,
-  kIfd,
-  kLong8 = 16,
-  kSLong8,
-  kIfd8,
-};
-
-// Of one value; 0 for a type that nobody knows.
+// Of one value of a type (IMG_TIFF_...); 0 for one that nobody knows.
 int type_bytes(int type);
 
 struct Entry {
@@ -96,7 +78,6 @@ class File {
   Status open(StreamHandle stream, std::int32_t start);
 
   StreamHandle stream() const { return stream_; }
-  std::int32_t start() const { return start_; }
   bool is_big() const { return is_big_; }  // BigTIFF
   bool big_endian() const { return big_endian_; }
   std::uint16_t u16(const std::uint8_t* p) const {
@@ -177,8 +158,7 @@ class File {
   struct Step {
     std::int64_t position = -1;
     std::int64_t link = -1;  // where the link to the next stands
-    bool linked = false;     // it could be read
-    bool ends = false;       // and is 0
+    bool ends = false;       // the link is 0
   };
   // The directory that the link at `link` leads to.
   Step follow(std::int64_t link) const;

@@ -6,61 +6,18 @@
 namespace tq::tiff {
 namespace {
 
-// Those that a page is read from.
-constexpr std::uint16_t kUsed[] = {
-    kImageWidth,
-    kImageLength,
-    kBitsPerSample,
-    kCompression,
-    kPhotometric,
-    kFillOrder,
-    kStripOffsets,
-    kOrientation,
-    kSamplesPerPixel,
-    kRowsPerStrip,
-    kStripByteCounts,
-    kXResolution,
-    kYResolution,
-    kT4Options,
-    kPlanarConfiguration,
-    kResolutionUnit,
-    kPredictor,
-    kColorMap,
-    kTileWidth,
-    kTileLength,
-    kTileOffsets,
-    kTileByteCounts,
-    kInkSet,
-    kExtraSamples,
-    kSampleFormat,
-    kJpegTables,
-    kJpegProc,
-    kJpegQTables,
-    kJpegDcTables,
-    kJpegInterchangeFormat,
-    kJpegAcTables,
-    kYCbCrSubSampling,
-    kYCbCrCoefficients,
-    kReferenceBlackWhite,
-    kJpegRestartInterval,
-    kJpegInterchangeFormatLength,
-};
-
-// The first entry of each of these tags. Order does not matter: some writers do not sort.
+// The first entry of each tag. Order does not matter: some writers do not sort.
 class Directory {
  public:
   Directory(const File& file, std::int64_t position) : file_(file) {
     file.for_each_entry(position, [&](const Entry& entry) {
-      for (std::size_t i = 0; i < std::size(kUsed); ++i) {
-        if (kUsed[i] == entry.tag && !entries_[i].exists()) entries_[i] = entry;
-      }
+      const bool is_used = entry.tag >= kFirst && entry.tag <= kLast;
+      if (is_used && !has(Tag{entry.tag})) entries_[entry.tag - kFirst] = entry;
       return true;
     });
   }
 
-  const Entry& entry(Tag tag) const {
-    return entries_[std::find(std::begin(kUsed), std::end(kUsed), tag) - std::begin(kUsed)];
-  }
+  const Entry& entry(Tag tag) const { return entries_[tag - kFirst]; }
   bool has(Tag tag) const { return entry(tag).exists(); }
   Numbers numbers(Tag tag) const { return {file_, entry(tag)}; }
   std::uint64_t number(Tag tag, std::uint64_t fallback, std::uint64_t i = 0) const {
@@ -68,8 +25,10 @@ class Directory {
   }
 
  private:
+  static constexpr int kFirst = kNewSubfileType, kLast = kReferenceBlackWhite;
+
   const File& file_;
-  std::array<Entry, std::size(kUsed)> entries_{};
+  std::array<Entry, kLast - kFirst + 1> entries_{};
 };
 
 // Dots per inch of a resolution; 0: the file does not say.
@@ -246,8 +205,6 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   }
   page.low_bit_first = directory.number(kFillOrder, 1) == 2;
   page.t4_options = static_cast<std::uint32_t>(directory.number(kT4Options, 0));
-  const std::uint64_t orientation = directory.number(kOrientation, 1);
-  page.orientation = orientation >= 1 && orientation <= 8 ? static_cast<int>(orientation) : 1;
   page.x_dpi = dots_per_inch(directory, kXResolution);
   page.y_dpi = dots_per_inch(directory, kYResolution);
   TQ_TRY(read_samples(directory, page));
@@ -258,8 +215,7 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   page.jpeg_tables = directory.entry(kJpegTables);
   page.coefficients = directory.entry(kYCbCrCoefficients);
   page.reference_levels = directory.entry(kReferenceBlackWhite);
-  page.old_jpeg = {.process = directory.entry(kJpegProc),
-                   .stream = directory.entry(kJpegInterchangeFormat),
+  page.old_jpeg = {.stream = directory.entry(kJpegInterchangeFormat),
                    .stream_bytes = directory.entry(kJpegInterchangeFormatLength),
                    .restart_interval = directory.entry(kJpegRestartInterval),
                    .quantisation = directory.entry(kJpegQTables),

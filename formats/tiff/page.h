@@ -45,6 +45,10 @@ struct Chunks {
   std::int64_t across = 0, down = 0;
 };
 
+constexpr bool is_fax(int coding) {
+  return coding >= kHuffman && coding <= kGroup4;
+}
+
 struct Page {
   std::int32_t width = 0, height = 0;
   int bits = 1;     // of a sample
@@ -58,15 +62,14 @@ struct Page {
   bool differences = false;    // predictor 2
   int h = 1, v = 1;            // pixels of a sample of chrominance
   std::uint32_t t4_options = 0;
-  int orientation = 1;
   std::int32_t x_dpi = 0, y_dpi = 0;
   Chunks chunks;
   Entry color_map, jpeg_tables, coefficients, reference_levels;
   struct {
-    Entry process, stream, stream_bytes, restart_interval, quantisation, dc, ac, subsampling;
+    Entry stream, stream_bytes, restart_interval, quantisation, dc, ac, subsampling;
   } old_jpeg;
 
-  bool is_fax() const { return coding >= kHuffman && coding <= kGroup4; }
+  bool is_fax() const { return tiff::is_fax(coding); }
   bool is_jpeg() const { return coding == kOldJpeg || coding == kJpeg; }
 };
 

@@ -11,7 +11,7 @@ namespace {
 void turn_values(const File& file, int type, std::span<std::uint8_t> bytes) {
   static_assert(std::endian::native == std::endian::little);
   if (!file.big_endian()) return;
-  const int size = type == kRational || type == kSRational ? 4 : type_bytes(type);
+  const int size = type == IMG_TIFF_RATIONAL || type == IMG_TIFF_SRATIONAL ? 4 : type_bytes(type);
   for (std::size_t i = 0; i + size <= bytes.size(); i += size) {
     std::reverse(bytes.begin() + i, bytes.begin() + i + size);
   }
@@ -34,7 +34,7 @@ Status find_tiff_coding(StreamHandle stream) {
   if (file.find_page(0, directory).failed() || !file.find_entry(directory, kCompression, entry)) {
     return StatusCode::unsupported;
   }
-  if (entry.type != kShort && entry.type != kLong) return StatusCode::unsupported;
+  if (entry.type != IMG_TIFF_SHORT && entry.type != IMG_TIFF_LONG) return StatusCode::unsupported;
   const std::uint64_t coding = Numbers(file, entry).at(0, 0);
   return coding <= 0xFFFF ? Status::from_raw(static_cast<std::int32_t>(coding))
                           : StatusCode::unsupported;

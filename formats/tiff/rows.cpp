@@ -21,31 +21,6 @@ void put_bits(Bytes from, std::int64_t bits, std::int64_t first, Row to) {
   }
 }
 
-// Predictor 2: a sample is the difference to that of the pixel before.
-template <int kBytes>
-void add_samples(const File& file, Row row, int samples) {
-  for (std::ptrdiff_t i = samples * kBytes; i + kBytes <= std::ssize(row); i += kBytes) {
-    std::uint8_t* const at = &row[i];
-    const std::uint8_t* const before = at - samples * kBytes;
-    if constexpr (kBytes == 1) {
-      *at = byte(*at + *before);
-    } else if constexpr (kBytes == 2) {
-      const std::uint16_t sum = word(file.u16(at) + file.u16(before));
-      file.big_endian() ? store_be16(at, sum) : store_le16(at, sum);
-    } else {
-      const std::uint32_t sum = file.u32(at) + file.u32(before);
-      file.big_endian() ? store_be32(at, sum) : store_le32(at, sum);
-    }
-  }
-}
-
-void add_differences(const File& file, const Page& page, Row row) {
-  const int samples = page.planes_apart ? 1 : page.samples;
-  if (page.bits == 8) add_samples<1>(file, row, samples);
-  if (page.bits == 16) add_samples<2>(file, row, samples);
-  if (page.bits == 32) add_samples<4>(file, row, samples);
-}
-
 ccitt::Coding fax_coding(const Page& page) {
   constexpr std::uint32_t kTwoDimensional = 1;
   if (page.coding == kHuffman) return {.scheme = ccitt::Scheme::huffman};
@@ -78,6 +53,7 @@ Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw, 
   page_ = &page;
   jpeg_ = jpeg;
   shape_ = RowShape(page);
+  samples_ = {page.bits, page.planes_apart ? 1 : page.samples, file.big_endian()};
   const Chunks& chunks = page.chunks;
   in_bands_ = chunks.tiled || page.is_jpeg();
   const std::int64_t rows = in_bands_ ? std::min<std::int64_t>(chunks.height, page.height) : 1;
@@ -126,7 +102,7 @@ Status PageRows::read_strip_row(bool& any) {
     const Row row = row_at(0, i);
     std::copy(read.begin(), read.end(), row.begin());
     std::fill(row.begin() + std::ssize(read), row.end(), std::uint8_t{0});
-    if (page_->differences) add_differences(*file_, *page_, row.first(read.size()));
+    if (page_->differences) coding::add_differences(samples_, row.first(read.size()));
     TQ_TRY(planes_[i].status());
     any = any || !read.empty();
   }
@@ -173,8 +149,8 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
     const Row row = row_at(y, plane);
     put_bits(read, std::min<std::int64_t>(bits, 8 * std::ssize(read)), first, row);
     if (page_->differences) {
-      add_differences(*file_, *page_,
-                      row.subspan(static_cast<std::size_t>(first / 8), read.size()));
+      coding::add_differences(samples_,
+                              row.subspan(static_cast<std::size_t>(first / 8), read.size()));
     }
     if (!coded.skip(shape_.bytes_for(chunks.width) - used)) break;
   }

@@ -1,6 +1,7 @@
 // The rows of a page, put together from its strips or tiles.
 #pragma once
 
+#include "coding/differences.h"
 #include "formats/fax.h"
 #include "formats/tiff/coded.h"
 #include "formats/tiff/jpeg_strips.h"
@@ -37,8 +38,6 @@ class PageRows {
   // pixels, which begin with row `y` of the page.
   Status next(Row& row, std::int64_t& y, std::int64_t& lines);
 
-  const RowShape& shape() const { return shape_; }
-
  private:
   std::uint64_t index(std::int64_t across, int plane) const;
   Chunk chunk(std::int64_t across, int plane);
@@ -51,6 +50,7 @@ class PageRows {
   const File* file_ = nullptr;
   Page* page_ = nullptr;
   RowShape shape_;
+  coding::SampleForm samples_;
   std::array<CodedBytes, kMostPlanes> planes_;
   formats::FaxDecoder fax_;
   JpegStrips* jpeg_ = nullptr;

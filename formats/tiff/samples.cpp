@@ -48,7 +48,7 @@ void read_palette(const File& file, const Page& page, std::array<Rgb, 256>& colo
 
 }  // namespace
 
-Status Samples::choose(const File& file, const Page& page) {
+void Samples::choose(const File& file, const Page& page) {
   page_ = &page;
   shape_ = RowShape(page);
   big_endian_ = file.big_endian();
@@ -76,6 +76,8 @@ Status Samples::choose(const File& file, const Page& page) {
             : page.photometric == Photometric::lab ? Kind::lab
                                                    : Kind::colours;
   }
+  const bool small = kind_ == Kind::levels && page.bits <= 4 && page.alpha == Alpha::none;
+  top_ = bits == 16 ? 0xFFFF : small ? static_cast<int>(top_of(page.bits)) : 255;
   if (kind_ == Kind::ycbcr) read_ycbcr(file);
   if (kind_ == Kind::lab) prepare_lab();
 
@@ -95,7 +97,6 @@ Status Samples::choose(const File& file, const Page& page) {
   } else if (bits <= 16) {
     image_.palette = pixels::grey_ramp();
   }
-  return kOk;
 }
 
 // Null where samples have to be looked at one by one.
@@ -231,59 +232,78 @@ void Samples::put_levels(Row row) const {
   }
 }
 
+// Ink that something shows through is less ink.
+void Samples::thin_inks() {
+  if (page_->alpha != Alpha::unassociated) return;
+  for (int i = 0; i < 4; ++i) {
+    for (std::int32_t x = 0; x < page_->width; ++x) {
+      planes_[i][x] = word((planes_[i][x] * planes_[4][x] + 127) / 255);
+    }
+  }
+}
+
+// Indices to the planes of red, green and blue.
+void Samples::look_up_colours() {
+  for (std::int32_t x = 0; x < page_->width; ++x) {
+    const Rgb colour = colours_[planes_[0][x]];
+    planes_[0][x] = colour.red;
+    planes_[1][x] = colour.green;
+    planes_[2][x] = colour.blue;
+  }
+}
+
+void Samples::load_all(Bytes stored) {
+  const bool paletted = page_->photometric == Photometric::palette;
+  const int top = paletted ? static_cast<int>(top_of(page_->bits)) : top_;
+  for (int i = 0; i < page_->colours; ++i) load(stored, i, top, planes_[i]);
+  if (page_->alpha == Alpha::none) return;
+  load(stored, page_->colours, 255, planes_[paletted ? 3 : page_->colours]);
+  if (paletted) look_up_colours();
+}
+
+void Samples::put_colours(Row row) const {
+  for (std::int32_t x = 0; x < page_->width; ++x) {
+    for (int i = 0; i < 3; ++i) row[3 * x + 2 - i] = byte(planes_[i][x]);
+  }
+}
+
+void Samples::put_inks(Row row) const {
+  for (std::int32_t x = 0; x < page_->width; ++x) {
+    for (int i = 0; i < 4; ++i) row[4 * x + i] = byte(planes_[i][x]);
+  }
+}
+
 void Samples::convert(Bytes stored, int y, Row row) {
-  const Page& page = *page_;
   if (layout_ != nullptr) {
-    pixels::unpack(*layout_, stored, page.width, row);
+    pixels::unpack(*layout_, stored, page_->width, row);
     return;
   }
   std::fill(row.begin(), row.end(), std::uint8_t{0});
-  const bool alpha = page.alpha != Alpha::none;
-  const bool scaled =
-      kind_ != Kind::indices && !(kind_ == Kind::levels && page.bits <= 4 && !alpha);
-  const int own_top = static_cast<int>(top_of(std::min(page.bits, 16)));
-  const int top = image_.header.biBitCount == 16 ? 0xFFFF : scaled ? 255 : own_top;
-  if (page.h * page.v > 1) {
+  if (page_->h * page_->v > 1) {
     load_units(stored, y);
   } else {
-    const bool paletted = page.photometric == Photometric::palette;
-    for (int i = 0; i < page.colours; ++i) load(stored, i, paletted ? own_top : top, planes_[i]);
-    if (alpha) load(stored, page.colours, 255, planes_[paletted ? 3 : page.colours]);
-    if (paletted && alpha) {
-      for (std::int32_t x = 0; x < page.width; ++x) {
-        const Rgb colour = colours_[planes_[0][x]];
-        planes_[0][x] = colour.red;
-        planes_[1][x] = colour.green;
-        planes_[2][x] = colour.blue;
-      }
-    }
+    load_all(stored);
   }
-  if (kind_ == Kind::ycbcr) mix_ycbcr();
-  if (kind_ == Kind::lab) mix_lab();
-  if (kind_ == Kind::levels || kind_ == Kind::indices) {
-    if (alpha) lay_on_white(1);
-    put_levels(row);
-    return;
-  }
-  if (kind_ == Kind::inks) {
-    if (alpha) {
-      // Ink that shows through is less ink.
-      for (int i = 0; i < 4; ++i) {
-        for (std::int32_t x = 0; x < page.width; ++x) {
-          const int ink = planes_[i][x], cover = planes_[4][x];
-          if (page.alpha == Alpha::unassociated) planes_[i][x] = word((ink * cover + 127) / 255);
-        }
-      }
-    }
-    for (std::int32_t x = 0; x < page.width; ++x) {
-      for (int i = 0; i < 4; ++i) row[4 * x + i] = byte(planes_[i][x]);
-    }
-    return;
+  const bool alpha = page_->alpha != Alpha::none;
+  switch (kind_) {
+    case Kind::levels:
+    case Kind::indices:
+      if (alpha) lay_on_white(1);
+      return put_levels(row);
+    case Kind::inks:
+      if (alpha) thin_inks();
+      return put_inks(row);
+    case Kind::ycbcr:
+      mix_ycbcr();
+      break;
+    case Kind::lab:
+      mix_lab();
+      break;
+    case Kind::colours:
+      break;
   }
   if (alpha) lay_on_white(3);
-  for (std::int32_t x = 0; x < page.width; ++x) {
-    for (int i = 0; i < 3; ++i) row[3 * x + 2 - i] = byte(planes_[i][x]);
-  }
+  put_colours(row);
 }
 
 // TIFF 6.0, section 20 and 21.

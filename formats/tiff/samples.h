@@ -9,8 +9,7 @@ namespace tq::tiff {
 // What a page becomes, and how.
 class Samples {
  public:
-  // unsupported for a combination that there is no image for.
-  Status choose(const File& file, const Page& page);
+  void choose(const File& file, const Page& page);
   const HeaderBlock& image() const { return image_; }
   Status allocate();
 
@@ -26,7 +25,12 @@ class Samples {
   void load(Bytes stored, int i, int top, Plane& plane);
   void load_units(Bytes stored, int y);
   void lay_on_white(int colours);
+  void load_all(Bytes stored);
+  void look_up_colours();
+  void thin_inks();
   void put_levels(Row row) const;
+  void put_colours(Row row) const;
+  void put_inks(Row row) const;
   void mix_ycbcr();
   void mix_lab();
   void read_ycbcr(const File& file);
@@ -38,6 +42,7 @@ class Samples {
   Kind kind_ = Kind::levels;
   const pixels::RowLayout* layout_ = nullptr;
   HeaderBlock image_;
+  int top_ = 255;                   // of levels
   std::array<Rgb, 256> colours_{};  // of a palette
   std::array<Plane, kMostPlanes> planes_;
 

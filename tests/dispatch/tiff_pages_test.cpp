@@ -66,13 +66,16 @@ TEST_F(TiffPages, TagsAndHeadersOfAnyPageInEitherOrder) {
 }
 
 TEST_F(TiffPages, FailedAdditionTakesTheFileOrLeavesItAsItWas) {
-  for (const std::int32_t safe : {1, 0}) {
+  for (const auto& [safe, code] : {std::pair{1, IMG_TYPE_TIFF_PACKBITS},
+                                   {1, IMG_TYPE_PDF},
+                                   {0, IMG_TYPE_TIFF_PACKBITS},
+                                   {0, IMG_TYPE_PDF}}) {
     ASSERT_GE(IMG_set_option(IMG_OPTION_SAFE_SAVING, safe), 0);
-    ASSERT_EQ(add(0, IMG_TYPE_TIFF_PACKBITS), 0);
+    ASSERT_EQ(add(0, code), 0);
     const Bytes before = file_content(name);
     {
       const OnProgress progress([](std::int32_t) { return -77; });
-      EXPECT_EQ(add(1, IMG_TYPE_TIFF), -77);
+      EXPECT_EQ(add(1, code), -77);
     }
     EXPECT_EQ(file_content(name), safe == 1 ? before : Bytes());
     EXPECT_EQ(std::filesystem::exists(name), safe == 1);

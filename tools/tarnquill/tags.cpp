@@ -68,25 +68,6 @@ constexpr TagName kNames[] = {
     {33432, "Copyright"},
 };
 
-enum Type {
-  kByte = 1,
-  kAscii,
-  kShort,
-  kLong,
-  kRational,
-  kSByte,
-  kUndefined,
-  kSShort,
-  kSLong,
-  kSRational,
-  kFloat,
-  kDouble,
-  kIfd,
-  kLong8 = 16,
-  kSLong8,
-  kIfd8
-};
-
 template <class Number>
 Number number_at(const std::uint8_t* bytes) {
   Number number;
@@ -96,31 +77,31 @@ Number number_at(const std::uint8_t* bytes) {
 
 std::string value_at(int type, const std::uint8_t* bytes) {
   switch (type) {
-    case kSByte:
+    case IMG_TIFF_SBYTE:
       return std::to_string(number_at<std::int8_t>(bytes));
-    case kShort:
+    case IMG_TIFF_SHORT:
       return std::to_string(number_at<std::uint16_t>(bytes));
-    case kSShort:
+    case IMG_TIFF_SSHORT:
       return std::to_string(number_at<std::int16_t>(bytes));
-    case kLong:
-    case kIfd:
+    case IMG_TIFF_LONG:
+    case IMG_TIFF_IFD:
       return std::to_string(number_at<std::uint32_t>(bytes));
-    case kSLong:
+    case IMG_TIFF_SLONG:
       return std::to_string(number_at<std::int32_t>(bytes));
-    case kRational:
+    case IMG_TIFF_RATIONAL:
       return std::to_string(number_at<std::uint32_t>(bytes)) + "/" +
              std::to_string(number_at<std::uint32_t>(bytes + 4));
-    case kSRational:
+    case IMG_TIFF_SRATIONAL:
       return std::to_string(number_at<std::int32_t>(bytes)) + "/" +
              std::to_string(number_at<std::int32_t>(bytes + 4));
-    case kFloat:
+    case IMG_TIFF_FLOAT:
       return std::to_string(number_at<float>(bytes));
-    case kDouble:
+    case IMG_TIFF_DOUBLE:
       return std::to_string(number_at<double>(bytes));
-    case kLong8:
-    case kIfd8:
+    case IMG_TIFF_LONG8:
+    case IMG_TIFF_IFD8:
       return std::to_string(number_at<std::uint64_t>(bytes));
-    case kSLong8:
+    case IMG_TIFF_SLONG8:
       return std::to_string(number_at<std::int64_t>(bytes));
     default:
       return std::to_string(*bytes);
@@ -128,7 +109,7 @@ std::string value_at(int type, const std::uint8_t* bytes) {
 }
 
 std::string shown(const TagFacts& tag) {
-  if (tag.type == kAscii) {
+  if (tag.type == IMG_TIFF_ASCII) {
     const auto* const text = reinterpret_cast<const char*>(tag.bytes.data());
     return "\"" + printable(std::string(text, strnlen(text, tag.bytes.size()))) + "\"";
   }
