@@ -1,5 +1,5 @@
 // How much memory a drawing of A0 size at 600 dots per inch takes on its way from Group 4 data in a
-// document, through a crop rectangle, to a page of another one: plan_memory FOLDER
+// file, through a crop rectangle, to a page of another one: plan_memory FOLDER [tif], else of PDF
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tarnquill.h>
@@ -58,10 +58,10 @@ double peak_megabytes() {
   return 0;
 }
 
-std::int32_t write_drawing(const std::string& name) {
+std::int32_t write_drawing(const std::string& name, std::int32_t code) {
   std::int32_t header[IMG_HEADER_BLOCK_BYTES / 4] = {40, kWidth, kHeight, 1 | 1 << 16};
   const int file = open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0666);
-  const std::int32_t saved = IMGLOW_save_bitmap(file, header, IMG_TYPE_PDF, draw_row, nullptr);
+  const std::int32_t saved = IMGLOW_save_bitmap(file, header, code, draw_row, nullptr);
   close(file);
   return saved;
 }
@@ -75,20 +75,21 @@ void make_readable(const std::string& name) {
   file.put('5');
 }
 
-std::int32_t measure(const std::string& folder) {
-  const std::string drawing = folder + "/plan.pdf", part = folder + "/part.pdf";
+std::int32_t measure(const std::string& folder, const std::string& ending) {
+  const std::string drawing = folder + "/plan." + ending, part = folder + "/part." + ending;
+  const std::int32_t code = ending == "tif" ? IMG_TYPE_TIFF_G4 : IMG_TYPE_PDF;
   unlink(part.c_str());
-  if (const std::int32_t saved = write_drawing(drawing); saved < 0) return saved;
-  make_readable(drawing);
+  if (const std::int32_t saved = write_drawing(drawing, code); saved < 0) return saved;
+  if (code == IMG_TYPE_PDF) make_readable(drawing);
   struct stat about {};
   stat(drawing.c_str(), &about);
-  std::printf("document: %.2f MB; peak so far %.1f MB\n", static_cast<double>(about.st_size) / 1e6,
+  std::printf("file: %.2f MB; peak so far %.1f MB\n", static_cast<double>(about.st_size) / 1e6,
               peak_megabytes());
   const std::int32_t image = IMG_decompress_bitmap(drawing.c_str());
   if (image < 0) return image;
   std::printf("decoded: peak %.1f MB\n", peak_megabytes());
   IMG_set_croprect(image, 1001, 2003, 17000, 24001);
-  const std::int32_t saved = IMG_save_bitmap(image, part.c_str(), IMG_TYPE_PDF);
+  const std::int32_t saved = IMG_save_bitmap(image, part.c_str(), code);
   std::printf("cropped and saved: peak %.1f MB\n", peak_megabytes());
   return saved;
 }
@@ -96,7 +97,7 @@ std::int32_t measure(const std::string& folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::int32_t status = measure(argc > 1 ? argv[1] : ".");
+  const std::int32_t status = measure(argc > 1 ? argv[1] : ".", argc > 2 ? argv[2] : "pdf");
   if (status < 0) std::fprintf(stderr, "status %d\n", status);
   return status < 0 ? EXIT_FAILURE : EXIT_SUCCESS;
 }

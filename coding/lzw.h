@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include "coding/bits.h"
@@ -17,7 +18,8 @@ namespace tq::lzw {
 inline constexpr int kMostBits = 12;  // of a code
 inline constexpr int kCodes = 1 << kMostBits;
 
-// Tables and all, so that an object of it is a block of memory and nothing else.
+// Tables and all, so that an object of it is a block of memory and nothing else. Strings are kept and
+// written eight pixels at a time.
 template <coding::BitOrder kOrder, bool kEarly>
 class Decoder {
  public:
@@ -27,95 +29,107 @@ class Decoder {
     rest_ = {};
     clear_ = 1 << pixel_bits;
     first_bits_ = pixel_bits + 1;
-    for (int i = 0; i < clear_; ++i) strings_[i] = {.length = 1, .first = byte(i), .last = byte(i)};
-    reset();
+    for (int i = 0; i < clear_; ++i) {
+      strings_[i] = {.length = 1, .first = byte(i)};
+      blocks_[i] = static_cast<std::uint64_t>(i);
+    }
+    growth_ = begin();
   }
 
   // Fills `pixels`. Returns how many there were: fewer at the end of the data, or where they make
   // no sense.
   std::ptrdiff_t read(std::span<std::uint8_t> pixels) {
-    std::uint8_t* to = pixels.data();
-    std::uint8_t* const end = to + pixels.size();
+    std::uint8_t* to = take_rest(pixels.data(), pixels.data() + pixels.size());
+    std::uint8_t* const end = pixels.data() + pixels.size();
     coding::BitReader<kOrder> reader = reader_;
+    Growth growth = growth_;
     while (to != end) {
-      if (!rest_.empty()) {
-        const auto part = rest_.first(std::min(std::ssize(rest_), end - to));
-        to = std::copy(part.begin(), part.end(), to);
-        rest_ = rest_.subspan(part.size());
+      if (!reader.has(growth.bits)) break;
+      const auto code = static_cast<int>(reader.peek(growth.bits));
+      reader.skip(growth.bits);
+      if (code == clear_) {
+        growth = begin();
         continue;
       }
-      const int code = next_string(reader);
-      if (code < 0) break;
+      if (!learn(code, growth)) break;
       const int length = strings_[code].length;
-      if (length <= end - to) {
-        spell(code, to += length);
+      if (end - to >= length + kBlock) {
+        spell(code, to);
+        to += length;
       } else {
-        spell(code, string_.data() + length);
+        spell(code, string_.data());
         rest_ = std::span(string_).first(length);
+        to = take_rest(to, end);
       }
     }
     reader_ = reader;
+    growth_ = growth;
     return to - pixels.data();
   }
 
  private:
-  // A string is that of another code and a pixel more.
+  static constexpr int kBlock = 8;  // pixels
+
+  // A string that is not one of whole blocks ends in a part of one, behind that of `prefix`.
   struct String {
     std::uint16_t prefix = 0, length = 0;
-    std::uint8_t first = 0, last = 0;
+    std::uint8_t first = 0;
+  };
+  struct Growth {
+    int next = 0, bits = 0;  // the code of the next new string, bits of codes now
+    int previous = -1;       // the code before
   };
 
-  void reset() {
-    next_ = clear_ + 2;
-    bits_ = first_bits_;
-    previous_ = -1;
+  Growth begin() const { return {.next = clear_ + 2, .bits = first_bits_}; }
+
+  std::uint8_t* take_rest(std::uint8_t* to, std::uint8_t* end) {
+    const auto part = rest_.first(std::min(std::ssize(rest_), end - to));
+    rest_ = rest_.subspan(part.size());
+    return std::copy(part.begin(), part.end(), to);
   }
-  // The code of the next string, or -1.
-  int next_string(coding::BitReader<kOrder>& reader) {
-    int code = clear_;
-    while (true) {
-      if (!reader.has(bits_)) return -1;
-      code = reader.peek(bits_);
-      reader.skip(bits_);
-      if (code != clear_) break;
-      reset();
-    }
-    if (previous_ < 0) {  // the first code is a pixel
-      if (code >= clear_) return -1;
+
+  // The string of the code before, with the first pixel of the present one, is new. Whether the
+  // present one makes sense.
+  bool learn(int code, Growth& growth) {
+    const int previous = growth.previous, next = growth.next;
+    growth.previous = code;
+    if (previous < 0) return code < clear_;  // the first code is a pixel
+    if (code == clear_ + 1 || code > next || (code == next && next == kCodes)) return false;
+    if (next == kCodes) return true;
+    const int length = strings_[previous].length, prefix = strings_[previous].prefix;
+    const std::uint8_t first = strings_[previous].first;
+    String& added = strings_[next];
+    added.length = word(length + 1);
+    added.first = first;
+    const std::uint64_t pixel = strings_[code].first;  // of the new one, perhaps
+    const int in_block = length % kBlock;
+    if (in_block != 0) {
+      added.prefix = word(prefix);
+      blocks_[next] = blocks_[previous] | pixel << 8 * in_block;
     } else {
-      if (code == clear_ + 1 || code > next_ || (code == next_ && next_ == kCodes)) return -1;
-      if (next_ < kCodes) learn(code);
+      added.prefix = word(previous);
+      blocks_[next] = pixel;
     }
-    previous_ = code;
-    return code;
+    growth.next = next + 1;
+    if (growth.next + kEarly == 1 << growth.bits && growth.bits < kMostBits) ++growth.bits;
+    return true;
   }
-  // The string of the code before, with the first pixel of the present one.
-  void learn(int code) {
-    String* const strings = strings_.data();
-    const String& before = strings[previous_];
-    String& added = strings[next_];
-    added.prefix = word(previous_);
-    added.length = word(before.length + 1);
-    added.first = before.first;
-    added.last = code == next_ ? before.first : strings[code].first;
-    if (++next_ + kEarly == 1 << bits_ && bits_ < kMostBits) ++bits_;
-  }
-  // Writes a string that ends there.
-  void spell(int code, std::uint8_t* end) const {
-    const String* const strings = strings_.data();
-    for (int left = strings[code].length; left > 0; --left) {
-      *--end = strings[code].last;
-      code = strings[code].prefix;
+
+  // Writes a string, and up to the end of its last block.
+  void spell(int code, std::uint8_t* to) const {
+    for (int at = (strings_[code].length - 1) & -kBlock; at >= 0; at -= kBlock) {
+      std::memcpy(to + at, &blocks_[code], kBlock);
+      code = strings_[code].prefix;
     }
   }
 
   coding::BitReader<kOrder> reader_;
-  std::array<String, kCodes> strings_;           // by their codes
-  std::array<std::uint8_t, kCodes + 1> string_;  // one that did not fit
-  std::span<const std::uint8_t> rest_{};         // what is left of it
+  std::array<String, kCodes> strings_;                // by their codes
+  std::array<std::uint64_t, kCodes> blocks_;          // the last of each, its first pixel lowest
+  std::array<std::uint8_t, kCodes + kBlock> string_;  // one that did not fit
+  std::span<const std::uint8_t> rest_{};              // what is left of it
   int clear_ = 0, first_bits_ = 0;  // the code that forgets all; the one behind it ends
-  int next_ = 0, bits_ = 0;         // the code of the next new string, bits of codes now
-  int previous_ = -1;
+  Growth growth_;
 };
 
 template <coding::BitOrder kOrder, bool kEarly>
@@ -136,7 +150,6 @@ class Encoder {
   // The end of the complete bytes. The next codes go on there.
   std::uint8_t* put(std::span<const std::uint8_t> pixels, std::uint8_t* out) {
     writer_.move_to(out);
-    const std::uint32_t* const keys = keys_.data();
     int current = current_;
     for (const std::uint8_t pixel : pixels) {
       if (current < 0) {
@@ -144,11 +157,11 @@ class Encoder {
         current = pixel;
         continue;
       }
-      const std::uint32_t key = (current << 8 | pixel) + 1;
-      std::uint32_t slot = key * 0x9E3779B1 >> 19;
-      while (keys[slot] != 0 && keys[slot] != key) slot = (slot + 1) % kSlots;
-      if (keys[slot] == key) {
-        current = codes_[slot];
+      const std::uint32_t key = current << 8 | pixel;
+      std::uint32_t slot = key * 0x9E3779B1 >> 18, entry = slots_[slot];
+      while (entry != 0 && entry >> kMostBits != key) entry = slots_[slot = (slot + 1) % kSlots];
+      if (entry != 0) {
+        current = entry % kCodes;
         continue;
       }
       writer_.put(current, bits_);
@@ -173,30 +186,28 @@ class Encoder {
   }
 
  private:
-  static constexpr int kSlots = 2 * kCodes;
+  static constexpr int kSlots = 4 * kCodes;
   static constexpr int kFull = kEarly ? kCodes - 2 : kCodes;  // codes; others clear as soon
 
   // A new string, or none any more.
   void learn(std::uint32_t key, std::uint32_t slot) {
     if (next_ < kFull) {
       if (next_ + kEarly == 1 << bits_) ++bits_;
-      keys_[slot] = key;
-      codes_[slot] = word(next_++);
+      slots_[slot] = key << kMostBits | next_++;
       if (!kEarly || next_ < kFull) return;
     }
     restart();
   }
   void restart() {
     writer_.put(clear_, bits_);
-    std::fill_n(keys_.data(), kSlots, 0u);
+    slots_.fill(0);
     next_ = clear_ + 2;
     bits_ = first_bits_;
   }
 
   coding::BitWriter<kOrder> writer_;
-  // Which code stands for a string's code and one more pixel. A key of 0 is a free slot.
-  std::array<std::uint32_t, kSlots> keys_;
-  std::array<std::uint16_t, kSlots> codes_;
+  // A string's code, one more pixel, and the code of both, which is above 0; 0 in a free slot.
+  std::array<std::uint32_t, kSlots> slots_;
   int clear_ = 0, first_bits_ = 0;  // the code that forgets all strings; the one behind it ends
   int next_ = 0, bits_ = 0;         // the code of the next new string, bits of codes now
   int current_ = -1;                // the code of the pixels that are not written yet

@@ -10,6 +10,14 @@ void widen_24(const std::uint8_t* bgr, Rgb* colours, int width) {
   for (int x = 0; x < width; ++x, bgr += 3) colours[x] = {bgr[0], bgr[1], bgr[2], 0};
 }
 
+void swap_24(const std::uint8_t* bgr, std::uint8_t* rgb, int width) {
+  for (int x = 0; x < width; ++x, bgr += 3, rgb += 3) {
+    rgb[0] = bgr[2];
+    rgb[1] = bgr[1];
+    rgb[2] = bgr[0];
+  }
+}
+
 void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
   for (int x = 0; x < width; ++x, bgr += 3, out += 4) {
     out[0] = 0;
@@ -45,6 +53,7 @@ void weigh_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
 }  // namespace
 
 constexpr Kernels kPortableKernels{.widen_24 = widen_24,
+                                   .swap_24 = swap_24,
                                    .widen_24_reversed = widen_24_reversed,
                                    .merge_planes = merge_planes,
                                    .split_planes = split_planes,

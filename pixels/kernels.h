@@ -14,6 +14,9 @@ struct Kernels {
   // Blue, green, red to blue, green, red, 0.
   void (*widen_24)(const std::uint8_t* bgr, Rgb* colours, int width);
 
+  // To red, green, blue, or back.
+  void (*swap_24)(const std::uint8_t* bgr, std::uint8_t* rgb, int width);
+
   // Blue, green, red to 0, red, green, blue.
   void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, int width);
 

@@ -29,6 +29,16 @@ TQ_KERNEL void widen_24(const std::uint8_t* bgr, Rgb* colours, int width) {
   kPortableKernels.widen_24(bgr + 3 * x, colours + x, width - x);
 }
 
+// Five pixels; the byte behind them is read, and written before the next pixel is.
+TQ_KERNEL void swap_24(const std::uint8_t* bgr, std::uint8_t* rgb, int width) {
+  alignas(16) static constexpr std::uint8_t kOrder[16] = {2, 1,  0,  5, 4,  3,  8,  7,
+                                                          6, 11, 10, 9, 14, 13, 12, 128};
+  const Vector order = load(kOrder);
+  int x = 0;
+  for (; x + 5 < width; x += 5) store(rgb + 3 * x, shuffle8(load(bgr + 3 * x), order));
+  kPortableKernels.swap_24(bgr + 3 * x, rgb + 3 * x, width - x);
+}
+
 TQ_KERNEL void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
   alignas(16) static constexpr std::uint8_t kOrder[16] = {128, 2, 1, 0, 128, 5,  4,  3,
                                                           128, 8, 7, 6, 128, 11, 10, 9};
@@ -126,6 +136,7 @@ TQ_KERNEL void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
 
 void add_ssse3_kernels(Kernels& kernels) {
   kernels = {.widen_24 = widen_24,
+             .swap_24 = swap_24,
              .widen_24_reversed = widen_24_reversed,
              .merge_planes = merge_planes,
              .split_planes = split_planes,

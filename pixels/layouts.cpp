@@ -150,6 +150,14 @@ void split_channels(From row, int width, To stored, std::ptrdiff_t plane_bytes) 
   kernels().split_planes(row, stored + 2 * plane_bytes, stored + plane_bytes, stored, width);
 }
 
+void swap_channels(From stored, std::ptrdiff_t, int width, To row) {
+  kernels().swap_24(stored, row, width);
+}
+
+void swap_channels_back(From row, int width, To stored, std::ptrdiff_t) {
+  kernels().swap_24(row, stored, width);
+}
+
 // kStep bytes a pixel, with red at kRed, green and blue behind it.
 template <int kStep, int kRed>
 void turn_to_bgr(From stored, std::ptrdiff_t, int width, To row) {
@@ -221,7 +229,7 @@ constexpr RowLayout kLayouts[] = {
     {Layout::rgb555, 24, 16, 1, widen_words<5>, nullptr},
     {Layout::rgb565, 24, 16, 1, widen_words<6>, nullptr},
     {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
-    {Layout::rgb, 24, 24, 1, turn_to_bgr<3, 0>, turn_to_rgb<3>},
+    {Layout::rgb, 24, 24, 1, swap_channels, swap_channels_back},
     {Layout::rgb, 32, 24, 1, nullptr, turn_to_rgb<4>},
     {Layout::bgr, 24, 24, 1, unpack_copy<24>, pack_copy<24>},
     {Layout::bgr, 32, 24, 1, nullptr, drop_fourth},

@@ -84,7 +84,7 @@ Status decode_rows(const File& file, Page& page, Samples& samples, const img_str
   RowBuffer<std::uint8_t> image_row;
   TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   while (true) {
-    Row row;
+    Bytes row;
     std::int64_t y = 0, lines = 0;
     TQ_TRY(rows.next(row, y, lines));
     if (row.empty()) return kOk;

@@ -37,26 +37,44 @@ std::int32_t File::read_some(std::int64_t position, std::span<std::uint8_t> byte
   return seek_to(stream_, position).ok() ? read_fully(stream_, bytes) : 0;
 }
 
-File::Step File::follow(std::int64_t link) const {
+std::int64_t File::read_link(std::int64_t position) const {
   std::array<std::uint8_t, 8> bytes{};
+  const bool there = read_at(position, std::span(bytes).first(link_bytes()));
+  return there ? link_from(bytes.data()) : -1;
+}
+
+File::Step File::first_step() const {
+  Step before;
+  before.next = read_link(std::int64_t{start_} + (is_big_ ? 8 : 4));
+  return follow(before);
+}
+
+// One read for each page, as directories have few entries.
+File::Step File::follow(const Step& before) const {
+  constexpr int kEntries = 24;
   Step step;
-  if (!read_at(link, std::span(bytes).first(link_bytes()))) return step;
-  const std::uint64_t offset = offset_from(bytes.data());
-  step.ends = offset == 0;
-  const std::int64_t position = position_of(offset);
-  if (position < 0 || !read_at(position, std::span(bytes).first(count_bytes()))) return step;
-  const std::int64_t entries = entries_of(bytes.data());
+  if (before.next <= 0) return step;
+  const std::int64_t position = position_of(static_cast<std::uint64_t>(before.next));
+  std::array<std::uint8_t, 8 + kEntries * 20 + 8> bytes{};
+  // Memory may have no known size, and nothing behind the file is to be read.
+  const int most = stream_ == kMemoryStream
+                       ? count_bytes()
+                       : count_bytes() + kEntries * entry_bytes() + link_bytes();
+  const int there = position < 0 ? 0 : read_some(position, std::span(bytes).first(most));
+  const std::int64_t entries = there < count_bytes() ? 0 : entries_of(bytes.data());
   if (entries == 0) return step;
   step.position = position;
-  step.link = position + count_bytes() + entries * entry_bytes();
+  const std::int64_t at = count_bytes() + entries * entry_bytes();
+  step.link = position + at;
+  step.next = at + link_bytes() <= there ? link_from(bytes.data() + at) : read_link(step.link);
   return step;
 }
 
 // Brent's search for a cycle needs no memory and a few reads for each page.
 Status File::count_pages() const {
-  const Step first = follow(first_link());
+  const Step first = first_step();
   if (first.position < 0) return StatusCode::bad_image;
-  Step mark = first, step = follow(first.link);
+  Step mark = first, step = follow(first);
   std::int32_t pages = 1, cycle = 1, power = 1;
   for (; step.position >= 0 && step.position != mark.position; ++pages, ++cycle) {
     if (cycle == power) {
@@ -64,26 +82,26 @@ Status File::count_pages() const {
       power *= 2;
       cycle = 0;
     }
-    step = follow(step.link);
+    step = follow(step);
   }
   if (step.position < 0) return Status::from_raw(pages);
   // The chain comes back: its pages are those before the cycle and those in it.
   Step ahead = first, behind = first;
-  for (std::int32_t i = 0; i < cycle; ++i) ahead = follow(ahead.link);
+  for (std::int32_t i = 0; i < cycle; ++i) ahead = follow(ahead);
   for (pages = cycle; ahead.position != behind.position; ++pages) {
-    ahead = follow(ahead.link);
-    behind = follow(behind.link);
+    ahead = follow(ahead);
+    behind = follow(behind);
   }
   return Status::from_raw(pages);
 }
 
 Status File::find_page(std::int32_t page, std::int64_t& position) const {
-  Step step = follow(first_link());
+  Step step = first_step();
   if (step.position < 0) return StatusCode::bad_image;
   bool counted = false;
   for (std::int32_t i = 0; i < page; ++i) {
     const std::int64_t before = step.position;
-    step = follow(step.link);
+    step = follow(step);
     if (step.position < 0) return StatusCode::page_past_end;
     // Only a chain that leads back can come to a page twice.
     if (step.position <= before && !counted) {
@@ -97,9 +115,9 @@ Status File::find_page(std::int32_t page, std::int64_t& position) const {
 
 // In one walk: a chain that comes back does not end, so where it does so is no matter.
 Status File::find_last_link(std::int64_t& position, std::int32_t& pages) const {
-  Step last = follow(first_link());
+  Step last = first_step();
   if (last.position < 0) return StatusCode::bad_image;
-  Step mark = last, step = follow(last.link);
+  Step mark = last, step = follow(last);
   std::int32_t cycle = 1, power = 1;
   for (pages = 1; step.position >= 0; ++pages, ++cycle) {
     if (step.position == mark.position) return StatusCode::bad_image;
@@ -109,10 +127,10 @@ Status File::find_last_link(std::int64_t& position, std::int32_t& pages) const {
       cycle = 0;
     }
     last = step;
-    step = follow(step.link);
+    step = follow(step);
   }
   position = last.link;
-  return step.ends ? StatusCode::ok : StatusCode::bad_image;
+  return last.next == 0 ? StatusCode::ok : StatusCode::bad_image;
 }
 
 Entry File::entry_from(const std::uint8_t* bytes, std::int64_t at) const {

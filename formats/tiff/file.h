@@ -148,6 +148,10 @@ class File {
   int entry_bytes() const { return is_big_ ? 20 : 12; }
   int link_bytes() const { return is_big_ ? 8 : 4; }
   std::uint64_t offset_from(const std::uint8_t* p) const { return is_big_ ? u64(p) : u32(p); }
+  // Offsets that lead nowhere are as good as any other.
+  std::int64_t link_from(const std::uint8_t* p) const {
+    return static_cast<std::int64_t>(std::min<std::uint64_t>(offset_from(p), UINT32_MAX));
+  }
   std::int64_t entries_of(const std::uint8_t* count) const {
     const std::uint64_t entries = is_big_ ? u64(count) : u16(count);
     return static_cast<std::int64_t>(std::min<std::uint64_t>(entries, kMostEntries));
@@ -158,11 +162,11 @@ class File {
   struct Step {
     std::int64_t position = -1;
     std::int64_t link = -1;  // where the link to the next stands
-    bool ends = false;       // the link is 0
+    std::int64_t next = -1;  // what it says, 0 behind the last; -1: it cannot be read
   };
-  // The directory that the link at `link` leads to.
-  Step follow(std::int64_t link) const;
-  std::int64_t first_link() const { return std::int64_t{start_} + (is_big_ ? 8 : 4); }
+  Step first_step() const;
+  Step follow(const Step& step) const;
+  std::int64_t read_link(std::int64_t position) const;
 
   StreamHandle stream_{-1};
   std::int32_t start_ = 0;

@@ -94,17 +94,21 @@ Status PageRows::start_strip() {
   return kOk;
 }
 
-// Whether any plane has something of it.
-Status PageRows::read_strip_row(bool& any) {
-  any = false;
+// Empty when no plane has anything of it.
+Status PageRows::read_strip_row() {
+  strip_row_ = {};
   for (int i = 0; i < shape_.planes; ++i) {
     const Bytes read = planes_[i].read(static_cast<std::ptrdiff_t>(shape_.plane_bytes));
+    if (shape_.planes == 1 && std::ssize(read) == shape_.plane_bytes && !page_->differences) {
+      strip_row_ = read;
+      return kOk;
+    }
     const Row row = row_at(0, i);
     std::copy(read.begin(), read.end(), row.begin());
     std::fill(row.begin() + std::ssize(read), row.end(), std::uint8_t{0});
     if (page_->differences) coding::add_differences(samples_, row.first(read.size()));
     TQ_TRY(planes_[i].status());
-    any = any || !read.empty();
+    if (!read.empty()) strip_row_ = rows_.pixels();
   }
   return kOk;
 }
@@ -171,13 +175,12 @@ Status PageRows::load_band() {
   return kOk;
 }
 
-Status PageRows::next(Row& row, std::int64_t& y, std::int64_t& lines) {
+Status PageRows::next(Bytes& row, std::int64_t& y, std::int64_t& lines) {
   const Chunks& chunks = page_->chunks;
   row = {};
   while (true) {
-    bool any = in_bands_;
-    if (row_ < there_ && !in_bands_) TQ_TRY(read_strip_row(any));
-    if (row_ < there_ && any) break;
+    if (row_ < there_ && !in_bands_) TQ_TRY(read_strip_row());
+    if (row_ < there_ && (in_bands_ || !strip_row_.empty())) break;
     if (++down_ >= chunks.down) return kOk;
     // A few bytes may claim any number of strips.
     const auto first = static_cast<std::uint64_t>(down_ * chunks.across);
@@ -192,9 +195,10 @@ Status PageRows::next(Row& row, std::int64_t& y, std::int64_t& lines) {
   }
   y = down_ * chunks.height + row_ * shape_.v;
   lines = std::min({std::int64_t{shape_.v}, chunks.height - row_ * shape_.v, page_->height - y});
-  row = rows_.pixels().subspan(
-      static_cast<std::size_t>(in_bands_ ? row_ * shape_.planes * shape_.plane_bytes : 0),
-      static_cast<std::size_t>(shape_.planes * shape_.plane_bytes));
+  const std::int64_t bytes = shape_.planes * shape_.plane_bytes;
+  row = in_bands_ ? rows_.pixels().subspan(static_cast<std::size_t>(row_ * bytes),
+                                           static_cast<std::size_t>(bytes))
+                  : strip_row_;
   ++row_;
   return kOk;
 }

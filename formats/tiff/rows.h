@@ -36,14 +36,14 @@ class PageRows {
 
   // The next row that there is; empty behind the last. What it lacks is 0. It has `lines` rows of
   // pixels, which begin with row `y` of the page.
-  Status next(Row& row, std::int64_t& y, std::int64_t& lines);
+  Status next(Bytes& row, std::int64_t& y, std::int64_t& lines);
 
  private:
   std::uint64_t index(std::int64_t across, int plane) const;
   Chunk chunk(std::int64_t across, int plane);
   Row row_at(std::int64_t row, int plane) const;
   Status start_strip();
-  Status read_strip_row(bool& any);
+  Status read_strip_row();
   Status load_band();
   Status load_tile(std::int64_t across, int plane);
 
@@ -56,6 +56,7 @@ class PageRows {
   JpegStrips* jpeg_ = nullptr;
   bool in_bands_ = false;             // tiles, or planes that are decoded one after the other
   RowBuffer<std::uint8_t> rows_;      // one, or those of a band
+  Bytes strip_row_{};                 // of a strip: that one, or where the coded bytes are
   std::int64_t down_ = -1;            // the strip, or band, at work
   std::int64_t row_ = 0, there_ = 0;  // the next row in it, and how many there are
 };
