@@ -49,23 +49,24 @@ Status check_image(const ImageRecord& image, StreamHandle stream, const FileType
 
 // What has been checked.
 Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& type,
-                    HeaderBlock& header) {
+                    HeaderBlock& header, const formats::AppendPlace& place = {}) {
   ImageSupplier supplier(handle, image_record(handle), type.supplier);
   TQ_TRY(supplier.allocate());
   TQ_TRY(check_geometry(header.header));
   const bool cmyk = is_cmyk(header.header);
   // In memory the mark of the pixels is not passed on: encoders of modules rely on this.
   if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
-  return type.encode({stream, &header, supplier.callback(), &type, cmyk});
+  return type.encode({stream, &header, supplier.callback(), &type, cmyk, place});
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
-Status open_output(const char* name, const FileType& type, OpenFile& file, bool& exists) {
+Status open_output(const char* name, const FileType& type, OpenFile& file, bool& exists,
+                   formats::AppendPlace& place) {
   const bool appends = (type.traits & formats::kMultiPage) != 0;
   exists = appends && open_file(name, OpenMode::exists) >= 0;
   if (exists && type.can_append != nullptr) {
     TQ_TRY(file.open(name, OpenMode::update));
-    TQ_TRY(type.can_append(file.handle()));
+    TQ_TRY(type.can_append(file.handle(), place));
   }
   return file.open(name, exists ? OpenMode::update : OpenMode::create);
 }
@@ -98,7 +99,8 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   const std::uint64_t serial = image_record(handle).serial;
   OpenFile file;
   bool existed = false;
-  TQ_TRY(open_output(name, *type, file, existed));
+  formats::AppendPlace place;
+  TQ_TRY(open_output(name, *type, file, existed, place));
   // A caller's own functions have looked at the existing file, and may have changed or deleted the
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
@@ -107,7 +109,7 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
                      context().options.get(IMG_OPTION_SAFE_SAVING) == 1;
   const std::int32_t bytes = keeps ? seek(file.handle(), 0, Origin::end) : -1;
   if (keeps) TQ_TRY(seek_to(file.handle(), 0));
-  const Status saved = encode_image(handle, file.handle(), *type, header);
+  const Status saved = encode_image(handle, file.handle(), *type, header, place);
   if (saved.failed() && keeps) cut_file(file.handle(), bytes);
   file.close();
   if (saved.ok()) return kOk;

@@ -69,6 +69,12 @@ struct RowSupplier {
   }
 };
 
+// Where a page is added, as the look at a file has found it; what it means is the codec's.
+struct AppendPlace {
+  std::int64_t link = 0;  // 0: nobody has looked
+  std::int32_t page = 0;
+};
+
 struct FileType;
 
 // Geometry has been checked (check_geometry).
@@ -78,6 +84,7 @@ struct EncodeRequest {
   RowSupplier rows;
   const FileType* type = nullptr;  // the row of the code that is saved
   bool cmyk = false;  // 32 bits are cyan, magenta, yellow, black; the header may not say so
+  AppendPlace place = {};
 
   std::int32_t variant() const;
 };
@@ -141,7 +148,7 @@ struct FileType {
   std::uint8_t write_depths = 0;
   Status (*available)() = nullptr;   // whether the encoder's module can be loaded
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
-  Status (*can_append)(StreamHandle stream) = nullptr;   // whether a page can be added; null: yes
+  Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   Status (*find_orientation)(StreamHandle stream) = nullptr;  // null: the format does not tell
   std::uint8_t uncounted = 0;  // ways of asking that get 1 all the same

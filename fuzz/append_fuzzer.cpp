@@ -51,7 +51,8 @@ std::int32_t count_pages(const FileType& type, const Memory& file) {
 
 Status can_append(const FileType& type, const Memory& file) {
   caller_file = {.bytes = file};
-  const Status status = type.can_append(kStream);
+  formats::AppendPlace place;
+  const Status status = type.can_append(kStream, place);
   TQ_CLAIM(caller_file.bytes == file);
   return status;
 }

@@ -183,7 +183,7 @@ Status count_dcx_pages(StreamHandle stream) {
   return Status::from_raw(pages);
 }
 
-Status can_append_dcx(StreamHandle stream) {
+Status can_append_dcx(StreamHandle stream, formats::AppendPlace& /*place*/) {
   Existing found;
   int entry = 0;
   TQ_TRY(find_room(stream, found, entry));

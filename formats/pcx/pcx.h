@@ -25,7 +25,7 @@ Status count_dcx_pages(StreamHandle stream);
 // Whether a page can be added to what begins at the position, which stays: nothing at all, or a
 // container. unsupported when its table has no room, bad_image for a container that has lost pages
 // and for anything else.
-Status can_append_dcx(StreamHandle stream);
+Status can_append_dcx(StreamHandle stream, formats::AppendPlace& place);
 
 // An image inside of a container: where it lies in the stream, and bytes that go elsewhere first.
 // Without an end it ends with the stream.

@@ -16,6 +16,6 @@ Status encode(const formats::EncodeRequest& request);
 Status can_encode(const formats::EncodeRequest& request);
 
 // Whether a page can be added to what the stream holds: nothing at all, or a document.
-Status can_append(StreamHandle stream);
+Status can_append(StreamHandle stream, formats::AppendPlace& place);
 
 }  // namespace tq::pdf

@@ -214,7 +214,7 @@ Status encode(const formats::EncodeRequest& request) {
   return page.write_page();
 }
 
-Status can_append(StreamHandle stream) {
+Status can_append(StreamHandle stream, formats::AppendPlace& /*place*/) {
   ExistingDocument document;
   TQ_TRY(find_document(stream, document));
   if (document.pages == 0 && stream_size(stream) > 0) return StatusCode::bad_image;

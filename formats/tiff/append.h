@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "core/memory.h"
+#include "formats/codec.h"
 #include "formats/tiff/file.h"
 #include "io/stream_writer.h"
 
@@ -20,8 +21,8 @@ struct Place {
   bool is_new() const { return page == 0; }
 };
 
-// What an existing file says; a new one otherwise.
-Status find_place(StreamHandle stream, Place& place);
+// What an existing file says; a new one otherwise. `known` is what can_append_tiff found.
+Status find_place(StreamHandle stream, const formats::AppendPlace& known, Place& place);
 
 // Strips as they are written.
 class Strips {

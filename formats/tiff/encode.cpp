@@ -276,7 +276,7 @@ void describe(const BitmapInfoHeader& header, const Place& place, const Form& fo
 Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   TQ_TRY(can_encode_tiff(request));  // before the stream is looked at
   Place place;
-  TQ_TRY(find_place(request.stream, place));
+  TQ_TRY(find_place(request.stream, request.place, place));
   const BitmapInfoHeader& header = request.image->header;
   Form form;
   TQ_TRY(choose_form(request, place.big_endian, form));

@@ -109,6 +109,8 @@ class File {
   Status count_pages() const;
   // The last directory's link: where it stands. bad_image unless the chain ends with a link of 0.
   Status find_last_link(std::int64_t& position, std::int32_t& pages) const;
+  // Whether the link that stands there is 0.
+  bool ends_at(std::int64_t link) const { return read_link(link) == 0; }
 
   // Calls visit(entry) for the entries of a directory that can be read, in their order, until it
   // answers false.

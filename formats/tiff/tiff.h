@@ -24,7 +24,7 @@ Status can_encode_tiff(const formats::EncodeRequest& request);
 
 // Whether a page can be added to what begins at the position, which stays: nothing at all, or a
 // file whose chain of pages ends well. bad_image if not; unsupported for BigTIFF.
-Status can_append_tiff(StreamHandle stream);
+Status can_append_tiff(StreamHandle stream, formats::AppendPlace& place);
 
 // These look at what begins at the stream's position. bad_image when that is no TIFF file, or has
 // no page.

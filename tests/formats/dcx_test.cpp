@@ -10,10 +10,14 @@
 namespace tq::test {
 namespace {
 
-using pcx::can_append_dcx;
 using pcx::count_dcx_pages;
 using pcx::decode_dcx;
 using pcx::encode_dcx;
+
+Status can_append() {
+  formats::AppendPlace place;
+  return pcx::can_append_dcx(MemoryFile::kHandle, place);
+}
 
 // One 8-bit pixel, and a palette whose entry 0 has the same red value.
 Bytes page(std::uint8_t pixel) {
@@ -107,7 +111,7 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
   MemoryFile file;
   for (int i = 0; i < 100; ++i) {
     const std::size_t before = file.bytes.size();
-    EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), 0);
+    EXPECT_EQ(can_append().raw(), 0);
     ASSERT_EQ(append(static_cast<std::uint8_t>(i)), 0) << i;
     EXPECT_EQ(load_le32(&file.bytes[4 + 4 * i]), i == 0 ? 404 : before);
   }
@@ -115,7 +119,7 @@ TEST(DcxEncode, AddsPagesUntilTheTableIsFull) {
   EXPECT_EQ(append(200), -7);
   EXPECT_EQ(file.bytes, full);
   file.position = 0;
-  EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), -7);
+  EXPECT_EQ(can_append().raw(), -7);
   EXPECT_EQ(file.position, 0);
   for (int i = 0; i < 100; ++i) EXPECT_EQ(decode(MemoryFile::kHandle, i), (Decoded{1, i, i}));
   EXPECT_EQ(decode(MemoryFile::kHandle, 100).status, -11);
@@ -150,7 +154,7 @@ TEST(DcxEncode, TablesOfOtherWritersMustHaveRoomForAZeroBehindTheEntry) {
                {"all entries in use", dcx_file(std::vector<Bytes>(101, page(1)), 101), -7, -7}};
   for (const auto& [what, before, by_name, status] : cases) {
     MemoryFile file(before);
-    EXPECT_EQ(can_append_dcx(MemoryFile::kHandle).raw(), by_name) << what;
+    EXPECT_EQ(can_append().raw(), by_name) << what;
     EXPECT_EQ(append(9), status) << what;
     if (status != 0) {
       EXPECT_EQ(file.bytes, before) << what;

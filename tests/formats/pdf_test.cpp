@@ -24,6 +24,11 @@ struct Picture {
 };
 constexpr Picture kSmall{40, 30, 1};
 
+Status can_append() {
+  formats::AppendPlace place;
+  return pdf::can_append(MemoryFile::kHandle, place);
+}
+
 std::vector<Bytes> rows_of(const Picture& picture) {
   const auto [width, height, bits] = picture;
   if (bits == 1) return bits_of(printed_page(width, height, 20, static_cast<unsigned>(height)));
@@ -109,7 +114,7 @@ TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnewEvenIfItOnlyWrites) {
   for (const bool only_writes : {false, true}) {
     MemoryFile file(Bytes(only_writes ? 0 : 199, 'x'));
     file.install(!only_writes, true, !only_writes);
-    EXPECT_EQ(pdf::can_append(MemoryFile::kHandle),
+    EXPECT_EQ(can_append(),
               only_writes ? StatusCode::ok : StatusCode::bad_image);
     ASSERT_EQ(save(kSmall), kOk);
     EXPECT_EQ(text(file.bytes), document_of({kSmall}));
@@ -150,7 +155,7 @@ TEST(PdfWrite, OtherDocumentsAreRefusedUntouched) {
   };
   for (const auto& [what, content] : cases) {
     const MemoryFile file(bytes_of(content));
-    EXPECT_EQ(pdf::can_append(MemoryFile::kHandle), StatusCode::bad_image) << what;
+    EXPECT_EQ(can_append(), StatusCode::bad_image) << what;
     EXPECT_EQ(save(kSmall), StatusCode::bad_image) << what;
     EXPECT_EQ(text(file.bytes), content) << what;
   }
