@@ -34,6 +34,10 @@ class Reader {
   explicit Reader(std::int32_t image) : image_(image) {
     IMG_bitmap_info(image, &width_, &height_, &bits_);
     IMG_get_bitmap_palette(image, palette_.data());
+    std::array<std::int32_t, IMG_HEADER_BLOCK_BYTES / 4> header = {};
+    IMGLOW_get_bitmap_header(image, header.data());
+    constexpr int kCompression = 4;  // of BITMAPINFOHEADER, in numbers of 32 bits
+    inks_ = bits_ == 32 && header[kCompression] == 0;
     row_.resize((static_cast<std::size_t>(width_) * bits_ + 31) / 32 * 4);
   }
   int width() const { return width_; }
@@ -42,10 +46,15 @@ class Reader {
 
   void read(int y) { IMGLOW_get_raster(image_, row_.data(), y, 0); }
   Pixel pixel(int x) const {
-    if (bits_ >= 24) {
-      const std::uint8_t* const at = row_.data() + static_cast<std::size_t>(x) * (bits_ / 8);
-      return {at[0], at[1], at[2]};
+    const std::uint8_t* const at = row_.data() + static_cast<std::size_t>(x) * (bits_ / 8);
+    if (inks_) {  // cyan, magenta, yellow, black
+      const auto light = [at](int ink) {
+        return static_cast<std::uint8_t>((255 - at[ink]) * (255 - at[3]) / 255);
+      };
+      return {light(2), light(1), light(0)};
     }
+    if (bits_ >= 24) return {at[0], at[1], at[2]};
+    if (bits_ == 16) return {at[1], at[1], at[1]};
     const int shift = 8 - bits_ - x * bits_ % 8;
     const int index = row_[static_cast<std::size_t>(x) * bits_ / 8] >> shift & ((1 << bits_) - 1);
     return {palette_[4 * index], palette_[4 * index + 1], palette_[4 * index + 2]};
@@ -53,6 +62,7 @@ class Reader {
 
  private:
   std::int32_t image_, width_ = 0, height_ = 0, bits_ = 0;
+  bool inks_ = false;
   std::array<std::uint8_t, 1024> palette_ = {};
   std::vector<std::uint8_t> row_;
 };

@@ -149,7 +149,7 @@ struct FileType {
   Status (*available)() = nullptr;   // whether the encoder's module can be loaded
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
   Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
-  Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
+  Status (*count_pages)(StreamHandle stream) = nullptr;                     // null: always one page
   Status (*find_orientation)(StreamHandle stream) = nullptr;  // null: the format does not tell
   std::uint8_t uncounted = 0;  // ways of asking that get 1 all the same
   Supplier supplier = Supplier::plain;

@@ -32,7 +32,8 @@ def run(*command, data=None):
                           stderr=subprocess.DEVNULL).stdout
 
 
-NETPBM = {".bmp": "bmptopnm", ".png": "pngtopnm", ".gif": "giftopnm", ".pcx": "pcxtoppm", ".jpg": "jpegtopnm"}
+NETPBM = {".bmp": "bmptopnm", ".png": "pngtopnm", ".gif": "giftopnm", ".pcx": "pcxtoppm", ".jpg": "jpegtopnm",
+          ".tif": "tifftopnm"}
 
 
 def read_by_netpbm(name):
@@ -63,7 +64,7 @@ def find_peers():
 
 
 try:
-    from PIL import Image
+    from PIL import Image, ImageCms
 except ImportError:
     Image = None
 PEERS = find_peers()
@@ -280,6 +281,31 @@ class Demonstration:
                 ("black and white - halftone", "dither", "--method", "halftone")):
             self.copy_of(self.run(command, tile, f"{caption}.bmp", *options), caption)
 
+    def show_tiff(self, page, photo):
+        print("== TIFF: what is written here, read by others; what others write, read here")
+        fax = self.run("convert", page, "page.tif", "--code", "tiff-g4")
+        self.say("the page, Group 4", fax, self.verdict(fax, agreed(page)))
+        for code in ("tiff", "tiff-lzw", "tiff-packbits"):
+            tiff = self.run("convert", photo, f"photo-{code}.tif", "--code", code)
+            self.say(f"the photograph, {code}", tiff, self.verdict(tiff, agreed(photo)))
+        if not Image:
+            return
+        with Image.open(photo) as image:
+            scene = image.convert("RGB").resize(TILE)
+        kinds = {"grey": "L", "black and white": "1", "palette": "P", "cmyk": "CMYK", "ycbcr": "YCbCr", "rgb": "RGB"}
+        pictures = {name: scene.convert(mode) for name, mode in kinds.items()}
+        pictures["lab"] = ImageCms.profileToProfile(scene, ImageCms.createProfile("sRGB"),
+                                                    ImageCms.createProfile("LAB"), outputMode="LAB")
+        pictures["alpha"] = scene.convert("RGBA")
+        pictures["alpha"].putalpha(scene.convert("L"))
+        for name, picture in pictures.items():
+            file = self.results / f"tiff - {name}.tif"
+            picture.save(file)
+            self.tiles.append(file)
+            result = self.run("convert", file, f"{name}.bmp")
+            if result and name in ("grey", "black and white", "palette", "rgb"):
+                self.say(f"of Pillow: {name}", file, self.verdict(result, read_by_pillow(file)))
+
     def show_bmp(self, source, strict=True):
         """All that can be done to one file, in one line."""
         bits, compression, bottom_up = bmp_facts(source)
@@ -369,6 +395,7 @@ def main():
 
     show.show_page(inputs / "page-1.bmp")
     show.show_photo(inputs / "photo-24.bmp")
+    show.show_tiff(inputs / "page-1.bmp", inputs / "photo-24.bmp")
     print("== BMP files of every kind: saved as 1, 12 and 48, scaled, cropped, cut while decoding")
     for source in sorted(inputs.glob("*.bmp")):
         show.show_bmp(source)

@@ -114,8 +114,7 @@ TEST(PdfWrite, AStreamOfLessThan200BytesIsStartedAnewEvenIfItOnlyWrites) {
   for (const bool only_writes : {false, true}) {
     MemoryFile file(Bytes(only_writes ? 0 : 199, 'x'));
     file.install(!only_writes, true, !only_writes);
-    EXPECT_EQ(can_append(),
-              only_writes ? StatusCode::ok : StatusCode::bad_image);
+    EXPECT_EQ(can_append(), only_writes ? StatusCode::ok : StatusCode::bad_image);
     ASSERT_EQ(save(kSmall), kOk);
     EXPECT_EQ(text(file.bytes), document_of({kSmall}));
   }

@@ -187,6 +187,8 @@ a long name.bmp  BMP        1  300x7      1    -      1
         self.succeed("append", "a.bmp", "pages.dcx")
         self.succeed("append", "a.bmp", "a.bmp", "two.tif")
         self.assertIn(b"  297  PageNumber                         2  1 0\n", self.succeed("tags", "--page=2", "two.tif"))
+        self.assertRegex(self.succeed("info", "--pages", "two.tif", "a.bmp").decode(),
+                         r"(?s)PAGE  CODING.* 2  none +1\na.bmp +BMP .* 1  - +-\n$")
         self.refuse(1, "tarnquill: two.tif: page is beyond the last one (-31)", "tags", "--page=3", "two.tif")
         self.refuse(1, "tarnquill: a.bmp: format or parameter is not supported (-7)", "tags", "a.bmp")
         self.assertEqual(self.succeed("pages", "pages.dcx"), b"3\n")

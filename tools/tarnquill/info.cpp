@@ -15,16 +15,18 @@ namespace {
 constexpr Option kOptions[] = {
     {"json", 0, nullptr, "an array of objects instead of a table"},
     {"page", 0, "N", "the page to look at, from 1 on"},
+    {"pages", 0, nullptr, "a line for each page, with its coding and orientation"},
     {"help", 'h', nullptr, "this text"},
 };
 
-// What is known of one file.
+// What is known of one file, or of one of its pages.
 struct Report {
   std::string file;
   std::optional<std::int32_t> code;
   std::optional<std::int32_t> pages;
   std::optional<ImageFacts> facts;
-  std::int32_t status = IMG_OK;  // why something is not known
+  std::optional<std::int32_t> page, coding, orientation;  // from 1 on; TIFF's numbers
+  std::int32_t status = IMG_OK;                           // why something is not known
 };
 
 Report look_at(const std::string& name, int page) {
@@ -47,6 +49,53 @@ Report look_at(const std::string& name, int page) {
   return report;
 }
 
+std::optional<std::int32_t> number_of(const Input& input, int page, int tag) {
+  const std::optional<TagFacts> facts = input.tag(page, tag);
+  if (!facts || facts->type != IMG_TIFF_SHORT || facts->bytes.size() < 2) return {};
+  return facts->bytes[0] | facts->bytes[1] << 8;
+}
+
+// A page after the other, as far as they are known.
+void look_at_pages(const std::string& name, std::vector<Report>& reports) {
+  Report file = look_at(name, 0);
+  if (!file.code) return reports.push_back(file);
+  try {
+    within_memory(file.file, [&] {
+      const Input input(name);
+      for (std::int32_t page = 0; page < std::max(file.pages.value_or(1), 1); ++page) {
+        Report report = file;
+        report.page = page + 1;
+        report.status = IMG_OK;
+        report.facts.reset();
+        try {
+          report.facts = input.facts(page);
+          constexpr int kCompression = 259, kOrientation = 274;
+          report.coding = number_of(input, page, kCompression);
+          if (report.coding) report.orientation = number_of(input, page, kOrientation).value_or(1);
+        } catch (const Failure& failure) {
+          report.status = failure.status();
+        }
+        reports.push_back(report);
+      }
+    });
+  } catch (const Failure& failure) {
+    file.status = failure.status();
+    reports.push_back(file);
+  }
+}
+
+// As TIFF numbers them.
+std::string coding_name(std::int32_t coding) {
+  constexpr std::pair<std::int32_t, const char*> kNames[] = {
+      {1, "none"},        {2, "Huffman"},      {3, "Group 3"},        {4, "Group 4"},
+      {5, "LZW"},         {6, "old JPEG"},     {7, "JPEG"},           {8, "deflate"},
+      {32946, "deflate"}, {32773, "PackBits"}, {32809, "ThunderScan"}};
+  for (const auto& [number, name] : kNames) {
+    if (number == coding) return name;
+  }
+  return std::to_string(coding);
+}
+
 std::string title_of(std::int32_t code) {
   const auto named = find_code(code);
   return named ? named->title : "code " + std::to_string(code);
@@ -54,11 +103,12 @@ std::string title_of(std::int32_t code) {
 
 // ---- Table ----
 
-using Cells = std::array<std::string, 7>;
-constexpr bool kAlignedRight[] = {false, false, true, true, true, true, true};
+using Cells = std::array<std::string, 9>;
+constexpr bool kAlignedRight[] = {false, false, true, true, true, true, true, false, true};
+constexpr std::size_t kCellsOfFile = 7;  // the others are a page's
 
 Cells cells_of(const Report& report) {
-  Cells cells = {printable(report.file), "-", "-", "-", "-", "-", "-"};
+  Cells cells = {printable(report.file), "-", "-", "-", "-", "-", "-", "-", "-"};
   if (report.code) {
     cells[1] = title_of(*report.code);
     cells[2] = std::to_string(*report.code);
@@ -73,6 +123,9 @@ Cells cells_of(const Report& report) {
     }
   }
   if (report.pages) cells[6] = std::to_string(*report.pages);
+  if (report.page) cells[6] = std::to_string(*report.page);
+  if (report.coding) cells[7] = coding_name(*report.coding);
+  if (report.orientation) cells[8] = std::to_string(*report.orientation);
   return cells;
 }
 
@@ -82,21 +135,23 @@ std::size_t columns(const std::string& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-void print_table(const std::vector<Report>& reports) {
-  std::vector<Cells> table = {{"FILE", "FORMAT", "CODE", "SIZE", "DEPTH", "DPI", "PAGES"}};
+void print_table(const std::vector<Report>& reports, bool by_page) {
+  std::vector<Cells> table = {{"FILE", "FORMAT", "CODE", "SIZE", "DEPTH", "DPI",
+                               by_page ? "PAGE" : "PAGES", "CODING", "ORIENTATION"}};
+  const std::size_t count = by_page ? table[0].size() : kCellsOfFile;
   for (const Report& report : reports) {
     if (report.code) table.push_back(cells_of(report));
   }
   if (table.size() == 1) return;  // nothing but complaints
   std::array<std::size_t, std::tuple_size_v<Cells>> widths = {};
   for (const Cells& cells : table) {
-    for (std::size_t i = 0; i < cells.size(); ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
       widths[i] = std::max(widths[i], columns(cells[i]));
     }
   }
   for (const Cells& cells : table) {
     std::string line;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
       const std::string gap(widths[i] - columns(cells[i]), ' ');
       if (i > 0) line += "  ";
       line += kAlignedRight[i] ? gap + cells[i] : cells[i] + gap;
@@ -140,6 +195,11 @@ void print_json(const std::vector<Report>& reports) {
       text += ", \"code\": " + std::to_string(*report.code);
       text += ", \"pages\": " + or_null(report.pages);
     }
+    if (report.page) text += ", \"page\": " + std::to_string(*report.page);
+    if (report.coding) text += ", \"coding\": " + quoted(coding_name(*report.coding));
+    if (report.orientation) {
+      text += ", \"orientation\": " + std::to_string(*report.orientation);
+    }
     if (report.facts) {
       const ImageFacts& facts = *report.facts;
       const auto dpi = [](int value) {
@@ -162,12 +222,19 @@ void print_json(const std::vector<Report>& reports) {
 int run_info(const Arguments& arguments) {
   if (arguments.operands().empty()) throw UsageError("info needs the name of a file");
   const int page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
+  const bool by_page = arguments.has("pages");
   std::vector<Report> reports;
-  for (const std::string& name : arguments.operands()) reports.push_back(look_at(name, page));
+  for (const std::string& name : arguments.operands()) {
+    if (by_page) {
+      look_at_pages(name, reports);
+    } else {
+      reports.push_back(look_at(name, page));
+    }
+  }
   if (arguments.has("json")) {
     print_json(reports);
   } else {
-    print_table(reports);
+    print_table(reports, by_page);
   }
   int code = flushed(kExitOk);
   for (const Report& report : reports) {
@@ -186,8 +253,9 @@ const Command kInfo = {
     "Tells what image files are.",
     "Shows format, file type code, size in pixels, bits per pixel, dots per inch and the number "
     "of\n"
-    "pages. Size and depth are those of the decoded image. A FILE of - is standard input. What is\n"
-    "not known is shown as -, in JSON as null or not at all.\n",
+    "pages, or of each page all of that and how TIFF codes and orients it (1 to 8, 1 is upright).\n"
+    "Size and depth are those of the decoded image. A FILE of - is standard input. What is not\n"
+    "known is shown as -, in JSON as null or not at all.\n",
     kOptions,
     run_info,
 };
