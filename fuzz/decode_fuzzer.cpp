@@ -219,6 +219,29 @@ std::int32_t decode_to_sink(Route route, const Settings& settings, Bytes file, C
   return IMGLOW_decompress_bitmap_block(copy.data(), copy.size(), page, row, &sink, header);
 }
 
+// The header and all tags that mean something of the first pages.
+void query_pages(const Memory& file, std::int32_t pages, Digest& digest) {
+  constexpr std::int32_t kMostPages = 4, kFirstTag = 250, kLastTag = 535;
+  for (std::int32_t page = 0; page < std::min(pages, kMostPages); ++page) {
+    std::array<std::uint8_t, 40> header{};
+    digest.add(IMGLOW_get_fileinfo_page_block(file.data(), file.size(), page, header.data()));
+    digest.add(header);
+    for (std::int32_t tag = kFirstTag; tag <= kLastTag; ++tag) {
+      std::array<std::uint8_t, 24> values{};
+      std::int32_t value_type = 0, count = 0;
+      const std::int32_t bytes =
+          IMGLOW_get_tiff_tag_block(file.data(), file.size(), page, tag, &value_type, &count,
+                                    values.data(), static_cast<std::int32_t>(values.size()));
+      if (bytes == IMG_UNSUPPORTED) continue;
+      TQ_CLAIM(bytes > 0 || one_of(bytes, {IMG_NOT_TILED, IMG_READ_FAILED, IMG_PAGE_PAST_END}));
+      digest.add(bytes);
+      digest.add(value_type);
+      digest.add(count);
+      digest.add(values);
+    }
+  }
+}
+
 void query(const Settings& settings, Bytes file, Digest& digest) {
   Memory copy(file.begin(), file.end());
   const std::int32_t type = IMGLOW_get_filetype_block(copy.data(), copy.size());
@@ -233,6 +256,7 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   digest.add(header);
   digest.add(type);
   digest.add(pages);
+  if (type == IMG_TYPE_TIFF || type == IMG_TYPE_TIFF_G4) query_pages(copy, pages, digest);
   if (settings.undisturbed()) {
     const TemporaryFile stored(file);
     TQ_CLAIM(IMGLOW_get_filetype_fd(stored.file) == IMG_UNSUPPORTED);  // stands at the end
