@@ -89,13 +89,20 @@ class Decoder {
   }
 
   // The string of the code before, with the first pixel of the present one, is new. Whether the
-  // present one makes sense.
+  // present one makes sense; one that does not changes nothing.
   bool learn(int code, Growth& growth) {
     const int previous = growth.previous, next = growth.next;
+    if (previous < 0) {  // the first code is a pixel
+      if (code >= clear_) return false;
+    } else {
+      if (code == clear_ + 1 || code > next || (code == next && next == kCodes)) return false;
+      if (next < kCodes) add(code, growth);
+    }
     growth.previous = code;
-    if (previous < 0) return code < clear_;  // the first code is a pixel
-    if (code == clear_ + 1 || code > next || (code == next && next == kCodes)) return false;
-    if (next == kCodes) return true;
+    return true;
+  }
+  void add(int code, Growth& growth) {
+    const int previous = growth.previous, next = growth.next;
     const int length = strings_[previous].length, prefix = strings_[previous].prefix;
     const std::uint8_t first = strings_[previous].first;
     String& added = strings_[next];
@@ -112,7 +119,6 @@ class Decoder {
     }
     growth.next = next + 1;
     if (growth.next + kEarly == 1 << growth.bits && growth.bits < kMostBits) ++growth.bits;
-    return true;
   }
 
   // Writes a string, and up to the end of its last block.

@@ -386,6 +386,8 @@ TEST_F(Tiff, BadLzwKeepsTheRowsBefore) {
   EXPECT_EQ(codes({256, 1, 2, 3, 4, 5, 6, 7, 8, 300, 1, 2, 3}), rows) << "beyond the table";
   EXPECT_EQ(codes({256, 256, 1, 2, 3, 4, 5, 6, 7, 8, 257, 1}), rows);
   EXPECT_EQ(codes({300}), Pixels(12));
+  const Pixels gone_on = {1, 2, 0, 0, 1, 2, 2, 1, 3, 0, 0, 0};
+  EXPECT_EQ(codes({256, 1, 2, 300, 258, 259, 3}), gone_on) << "nothing is learnt from it";
 }
 
 // ---- Repairs ----

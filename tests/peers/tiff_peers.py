@@ -19,7 +19,8 @@ if not shutil.which("tiffcp") or not shutil.which("tiffinfo"):
     sys.exit(77)
 from library import Library, conclude
 
-FAX, CODES = (7, 8, 10), (0, 7, 8, 9, 10, 16)
+FAX, CODES, JPEG = (7, 8, 10), (0, 7, 8, 9, 10, 16), 40
+DEPTHS = {"1": 1, "4": 4, "L": 8, "P": 8, "I;16": 16, "RGB": 24, "CMYK": 32}
 WIDTHS = (1, 7, 8, 9, 33, 200)
 HEIGHT, DPI = 23, (300, 200)
 failures = []
@@ -41,29 +42,40 @@ def picture(mode, width):
     state = random.Random(width)
     data = []
     while len(data) < width * HEIGHT:
-        pixel = tuple(state.randint(0, 255) for _ in range(3)) if mode == "RGB" else state.randint(0, 255)
-        data += [255 * (pixel & 1) if mode == "1" else pixel] * state.choice((1, 1, 2, 3, 70))
-    image = Image.new(mode, (width, HEIGHT))
+        samples = tuple(state.randint(0, 255) for _ in range(4))
+        pixel = {"1": 255 * (samples[0] & 1), "4": samples[0] & 15, "I;16": 256 * samples[0] + samples[1],
+                 "RGB": samples[:3], "CMYK": samples}.get(mode, samples[0])
+        data += [pixel] * state.choice((1, 1, 2, 3, 70))
+    image = Image.new("P" if mode == "4" else mode, (width, HEIGHT))
     image.putdata(data[:width * HEIGHT])
-    if mode == "P":
+    if mode in ("P", "4"):
         image.putpalette([state.randint(0, 255) for _ in range(768)])
     return image
 
 
-def make(library, image):
-    bits = {"1": 1, "L": 8, "P": 8, "RGB": 24}[image.mode]
-    stride = (image.width + 7) // 8 if bits == 1 else image.width * bits // 8
+def make(library, image, bits):
     data = image.tobytes("raw", "BGR") if bits == 24 else image.tobytes()
-    palette = {1: [(0, 0, 0), (255,) * 3], 24: []}.get(bits) or [(i,) * 3 for i in range(256)]
+    stride = len(data) // HEIGHT
+    rows = [data[y * stride:(y + 1) * stride] for y in range(HEIGHT)]
+    if bits == 4:
+        rows = [bytes(a << 4 | b for a, b in zip(row[::2], row[1::2] + b"\0")) for row in rows]
+    palette = {1: [(0, 0, 0), (255,) * 3], 24: [], 32: []}.get(bits, [(i,) * 3 for i in range(256)])
     if image.mode == "P":
         entries = image.getpalette()
-        palette = [tuple(entries[i:i + 3]) for i in range(0, 768, 3)]
-    return library.make(image.width, HEIGHT, bits, [data[y * stride:(y + 1) * stride] for y in range(HEIGHT)], palette,
-                        *DPI)
+        palette = [tuple(entries[i:i + 3]) for i in range(0, 3 << bits, 3)]
+    return library.make(image.width, HEIGHT, bits, rows, palette, *DPI)
 
 
 def equal(left, right):
+    if left.mode == right.mode and left.mode in ("I;16", "CMYK"):
+        return left.size == right.size and left.tobytes() == right.tobytes()
     return left.size == right.size and left.convert("RGB").tobytes() == right.convert("RGB").tobytes()
+
+
+def difference(left, right):
+    """The mean one of samples."""
+    a, b = left.convert("RGB").tobytes(), right.convert("RGB").tobytes()
+    return sum(abs(x - y) for x, y in zip(a, b)) / len(a) if left.size == right.size else 255
 
 
 def shown(library, name):
@@ -74,12 +86,12 @@ def shown(library, name):
 
 
 def written_here(library, folder):
-    for code, mode, width in itertools.product(CODES, ("1", "L", "P", "RGB"), WIDTHS):
+    for code, mode, width in itertools.product(CODES, DEPTHS, WIDTHS):
         if code in FAX and mode != "1":
             continue
         image, name, copy, what = picture(mode, width), folder / "ours.tif", folder / "copy.tif", (code, mode, width)
         name.unlink(missing_ok=True)
-        handle = make(library, image)
+        handle = make(library, image, DEPTHS[mode])
         library.save(handle, str(name), code)
         library.delete(handle)
         theirs = Image.open(name)
@@ -89,6 +101,40 @@ def written_here(library, folder):
         check(f"tiffinfo reads {what}", f"Resolution: {DPI[0]}, {DPI[1]} pixels/inch" in run("tiffinfo", "-D", name))
         run("tiffcp", "-c", "none", name, copy)
         check(f"tiffcp reads {what}", equal(Image.open(copy), image))
+
+
+def jpeg_written_here(library, folder):
+    """Files of the first way that JPEG was put into TIFF files, which Pillow takes in colours only."""
+    scene = Image.linear_gradient("L").resize((90, HEIGHT))
+    scenes = {"L": scene, "RGB": Image.merge("RGB", (scene, scene.transpose(Image.FLIP_LEFT_RIGHT), scene.rotate(180)))}
+    name, copy = folder / "ours.tif", folder / "copy.tif"
+    for mode, image in scenes.items():
+        name.unlink(missing_ok=True)
+        handle = make(library, image, DEPTHS[mode])
+        library.save(handle, str(name), JPEG)
+        library.delete(handle)
+        run("tiff2rgba", "-c", "none", name, copy)
+        check(f"libtiff reads JPEG {mode}", difference(Image.open(copy), image) < 3)
+        if mode == "RGB":
+            check("Pillow reads JPEG", difference(Image.open(name), image) < 3)
+        for program in filter(shutil.which, ("gm", "convert")):
+            words = (program, "convert") if program == "gm" else (program,)
+            run(*words, name, folder / "copy.ppm")
+            check(f"{program} reads JPEG {mode}", difference(Image.open(folder / "copy.ppm"), image) < 3)
+
+
+def jpeg_written_by_tiffcp(library, folder):
+    """Strips and tiles, planes together or apart; the colours are as they are, without any chrominance."""
+    image = Image.linear_gradient("L").resize((90, 61))
+    image = Image.merge("RGB", (image, image.transpose(Image.FLIP_TOP_BOTTOM), image.rotate(180)))
+    plain, name = folder / "plain.tif", folder / "theirs.tif"
+    image.save(plain)
+    for cut, planes, order in itertools.product((("-r", "16"), ("-r", "61"), ("-t", "-w", "32", "-l", "16")),
+                                                ("contig", "separate"), ("-B", "-L")):
+        run("tiffcp", "-c", "jpeg:r:95", *cut, order, "-p", planes, plain, name)
+        run("tiff2rgba", "-c", "none", name, plain.with_suffix(".copy"))
+        seen = Image.open(plain.with_suffix(".copy"))
+        check(f"JPEG of tiffcp: {cut} {planes} {order}", difference(shown(library, name), seen) < 0.5)
 
 
 def written_by_tiffcp(library, folder):
@@ -122,7 +168,9 @@ def main():
             shutil.copy(file, folder)
         library = Library(str(folder / pathlib.Path(sys.argv[1]).name))
         written_here(library, folder)
+        jpeg_written_here(library, folder)
         written_by_tiffcp(library, folder)
+        jpeg_written_by_tiffcp(library, folder)
     print(compared, "compared")
     return conclude(failures)
 
