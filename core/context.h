@@ -92,6 +92,7 @@ struct Context {
   Settings settings;
   Options options;
   StreamState streams;
+  const void* module_request = nullptr;  // that a module's entry was called for, while it runs
   ImageTable images;
   MemoryState memory;
 };

@@ -1,4 +1,5 @@
 // Detect, look up, call; with an image at the end, or stopped at the header.
+#include "core/context.h"
 #include "core/image_table.h"
 #include "dispatch/dispatch.h"
 #include "dispatch/row_sink.h"
@@ -22,7 +23,8 @@ Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t pa
   const FileType* found = nullptr;
   TQ_TRY(detect(stream, found));
   if (found == nullptr || found->decode == nullptr) return StatusCode::unsupported;
-  formats::DecodeRequest request{.stream = stream, .offset = offset, .sink = sink};
+  formats::DecodeRequest request{
+      .stream = stream, .offset = offset, .sink = sink, .options = context().options};
   if (page != 0) {
     seek(stream, offset, Origin::start);
     request.page = page & kPageBits;

@@ -39,24 +39,25 @@ HeaderBlock header_for(const ImageRecord& image) {
 
 // Everything that can be refused before a file is touched; the header that the encoder is told.
 Status check_image(const ImageRecord& image, StreamHandle stream, const FileType& type,
-                   HeaderBlock& header) {
+                   const Options& options, HeaderBlock& header) {
   if (image.dib == nullptr) return StatusCode::out_of_memory;
   if (image.crop.width < 1 || image.crop.height < 1) return StatusCode::bad_image;
   header = header_for(image);
   if (type.can_encode == nullptr) return kOk;
-  return type.can_encode({stream, &header, {}, &type, is_cmyk(header.header)});
+  return type.can_encode({stream, &header, {}, &type, is_cmyk(header.header), {}, options});
 }
 
 // What has been checked.
 Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& type,
-                    HeaderBlock& header, const formats::AppendPlace& place = {}) {
+                    HeaderBlock& header, const Options& options,
+                    const formats::AppendPlace& place = {}) {
   ImageSupplier supplier(handle, image_record(handle), type.supplier);
   TQ_TRY(supplier.allocate());
   TQ_TRY(check_geometry(header.header));
   const bool cmyk = is_cmyk(header.header);
   // In memory the mark of the pixels is not passed on: encoders of modules rely on this.
   if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
-  return type.encode({stream, &header, supplier.callback(), &type, cmyk, place});
+  return type.encode({stream, &header, supplier.callback(), &type, cmyk, place, options});
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
@@ -78,15 +79,16 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
   const FileType* type = nullptr;
   TQ_TRY(find_encoder(code, type));
   TQ_TRY(check_geometry(header.header));
-  return type->encode({stream, &header, rows, type, is_cmyk(header.header)});
+  return type->encode({stream, &header, rows, type, is_cmyk(header.header), {}, context().options});
 }
 
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
   const FileType* type = nullptr;
   HeaderBlock header;
   TQ_TRY(find_encoder(code, type));
-  TQ_TRY(check_image(image_record(handle), stream, *type, header));
-  return encode_image(handle, stream, *type, header);
+  const Options options = context().options;
+  TQ_TRY(check_image(image_record(handle), stream, *type, options, header));
+  return encode_image(handle, stream, *type, header, options);
 }
 
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) {
@@ -95,7 +97,8 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   const FileType* type = nullptr;
   HeaderBlock header;
   TQ_TRY(find_encoder(code, type));
-  TQ_TRY(check_image(image_record(handle), kNoFileYet, *type, header));
+  const Options options = context().options;
+  TQ_TRY(check_image(image_record(handle), kNoFileYet, *type, options, header));
   const std::uint64_t serial = image_record(handle).serial;
   OpenFile file;
   bool existed = false;
@@ -104,12 +107,12 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   // A caller's own functions have looked at the existing file, and may have changed or deleted the
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
-  TQ_TRY(check_image(image_record(handle), file.handle(), *type, header));
-  const bool keeps = existed && (type->traits & formats::kGrows) != 0 &&
-                     context().options.get(IMG_OPTION_SAFE_SAVING) == 1;
+  TQ_TRY(check_image(image_record(handle), file.handle(), *type, options, header));
+  const bool keeps =
+      existed && (type->traits & formats::kGrows) != 0 && options.get(IMG_OPTION_SAFE_SAVING) == 1;
   const std::int32_t bytes = keeps ? seek(file.handle(), 0, Origin::end) : -1;
   if (keeps) TQ_TRY(seek_to(file.handle(), 0));
-  const Status saved = encode_image(handle, file.handle(), *type, header, place);
+  const Status saved = encode_image(handle, file.handle(), *type, header, options, place);
   if (saved.failed() && keeps) cut_file(file.handle(), bytes);
   file.close();
   if (saved.ok()) return kOk;

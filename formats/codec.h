@@ -9,6 +9,7 @@
 
 #include "core/dib.h"
 #include "core/numbers.h"
+#include "core/options.h"
 #include "core/status.h"
 #include "include/tarnquill.h"
 #include "io/byte_stream.h"
@@ -46,6 +47,7 @@ struct DecodeRequest {
   std::int32_t offset = 0;  // where the file begins in the stream, unless a page is asked for
   RowSink sink;
   std::int32_t page = -1;  // of the file that begins at the stream's position; negative: by offset
+  Options options{};       // as they were when the call began
 
   bool has_page() const { return page >= 0; }
   std::int32_t start() const { return has_page() ? position(stream) : offset; }
@@ -85,6 +87,7 @@ struct EncodeRequest {
   const FileType* type = nullptr;  // the row of the code that is saved
   bool cmyk = false;  // 32 bits are cyan, magenta, yellow, black; the header may not say so
   AppendPlace place = {};
+  Options options{};  // as they were when the call began
 
   std::int32_t variant() const;
 };

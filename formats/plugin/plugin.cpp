@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include "core/context.h"
 #include "formats/tiff/tiff.h"
 #include "include/tarnquill_plugin.h"
 #include "platform/module.h"
@@ -37,9 +38,27 @@ std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std:
   return seek(StreamHandle{stream}, offset, Origin{origin});
 }
 
-// What the library called an entry for that now comes back with a coder: the entry's arguments do
-// not say all of it.
-const EncodeRequest* encode_at_work = nullptr;
+// What the library called an entry for that may come back with a coder: the entry's arguments do
+// not say all of it. For the scope.
+class AtWork {
+ public:
+  AtWork(const DecodeRequest* decode, const EncodeRequest* encode)
+      : decode_(decode), encode_(encode), before_(std::exchange(context().module_request, this)) {}
+  ~AtWork() { context().module_request = before_; }
+  AtWork(const AtWork&) = delete;
+  AtWork& operator=(const AtWork&) = delete;
+
+  // Null when no such call is at work.
+  static const DecodeRequest* decode() { return current() ? current()->decode_ : nullptr; }
+  static const EncodeRequest* encode() { return current() ? current()->encode_ : nullptr; }
+
+ private:
+  static const AtWork* current() { return static_cast<const AtWork*>(context().module_request); }
+
+  const DecodeRequest* decode_;
+  const EncodeRequest* encode_;
+  const void* before_;
+};
 
 // TIFF's way back from the module.
 std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
@@ -49,14 +68,19 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
   }
   const StreamHandle stream{call->stream};
   if (call->call == IMG_TIFF_ENCODE) {
-    if (encode_at_work == nullptr) return IMG_UNSUPPORTED;
-    EncodeRequest request = *encode_at_work;
+    if (AtWork::encode() == nullptr) return IMG_UNSUPPORTED;
+    EncodeRequest request = *AtWork::encode();
     request.stream = stream;
     request.image = static_cast<HeaderBlock*>(call->header_block);
     request.rows = {call->supply, call->save_context};
     return tiff::encode_tiff_with(request, *call->coder).raw();
   }
-  DecodeRequest request{.stream = stream, .sink = {call->header, call->row, call->sink_context}};
+  if (AtWork::decode() == nullptr) return IMG_UNSUPPORTED;
+  DecodeRequest request = *AtWork::decode();
+  request.stream = stream;
+  request.sink = {call->header, call->row, call->sink_context};
+  request.page = -1;
+  request.offset = 0;
   if ((call->offset_or_page & kPage) != 0) {
     request.page = call->offset_or_page & ~kPage;
   } else {
@@ -182,6 +206,7 @@ class Call {
   }
 
   Status decode(const DecodeRequest& request) const {
+    const AtWork at_work(&request, nullptr);
     const RowSink& sink = request.sink;
     const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
     return Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
@@ -191,6 +216,7 @@ class Call {
   }
 
   Status encode(const EncodeRequest& request) const {
+    const AtWork at_work(nullptr, &request);
     const RowSupplier& rows = request.rows;
     return Status::from_raw(reinterpret_cast<img_plugin_encode_fn>(address_)(
         static_cast<std::int32_t>(request.stream), request.image,
@@ -248,10 +274,7 @@ Status decode_tiff_lzw(const DecodeRequest& request) {
   return decode(kDecodeTiffLzw, request);
 }
 Status encode_tiff_lzw(const EncodeRequest& request) {
-  const EncodeRequest* const before = std::exchange(encode_at_work, &request);
-  const Status encoded = encode(kEncodeTiffLzw, request);
-  encode_at_work = before;
-  return encoded;
+  return encode(kEncodeTiffLzw, request);
 }
 Status decode_abic(const DecodeRequest& request) {
   return decode(kDecodeAbic, request);

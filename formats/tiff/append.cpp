@@ -1,17 +1,17 @@
 // Where a page goes in a file that is there, and whether it can.
 #include "formats/tiff/append.h"
 
-#include "core/context.h"
 #include "formats/tiff/tiff.h"
 
 namespace tq::tiff {
 
-Status find_place(StreamHandle stream, const formats::AppendPlace& known, Place& place) {
+Status find_place(StreamHandle stream, const Options& options, const formats::AppendPlace& known,
+                  Place& place) {
   place = {.start = position(stream)};
   if (place.start < 0) return StatusCode::write_failed;
   place.link = std::int64_t{place.start} + 4;
   place.end = place.start;
-  place.big_endian = context().options.get(IMG_OPTION_TIFF_BYTE_ORDER) == 1;
+  place.big_endian = options.get(IMG_OPTION_TIFF_BYTE_ORDER) == 1;
   if (stream == kMemoryStream) return kOk;  // where it ends is not known
   File file;
   const Status opened = file.open(stream, place.start);
@@ -32,7 +32,7 @@ Status find_place(StreamHandle stream, const formats::AppendPlace& known, Place&
 Status can_append_tiff(StreamHandle stream, formats::AppendPlace& found_place) {
   const std::int32_t start = position(stream);
   Place place;
-  const Status found = find_place(stream, {}, place);
+  const Status found = find_place(stream, {}, {}, place);
   const bool empty = place.is_new() && seek(stream, 0, Origin::end) == start;
   TQ_TRY(seek_to(stream, start));
   TQ_TRY(found);

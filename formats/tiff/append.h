@@ -22,7 +22,8 @@ struct Place {
 };
 
 // What an existing file says; a new one otherwise. `known` is what can_append_tiff found.
-Status find_place(StreamHandle stream, const formats::AppendPlace& known, Place& place);
+Status find_place(StreamHandle stream, const Options& options, const formats::AppendPlace& known,
+                  Place& place);
 
 // Strips as they are written.
 class Strips {

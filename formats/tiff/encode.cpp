@@ -1,6 +1,5 @@
 // Pages to files: data, then their directory, then the link to it.
 #include "coding/differences.h"
-#include "core/context.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
 #include "formats/rows.h"
@@ -18,11 +17,7 @@ using pixels::Layout;
 
 constexpr std::int64_t kStripBytes = 65536;  // of samples, about, where no option says more
 
-std::int32_t option(std::int32_t number) {
-  return context().options.get(number);
-}
-
-// How a page is stored. What options say is taken once: a callback may change them.
+// How a page is stored.
 struct Form {
   Coding coding = kUncoded;
   bool big_endian = false;
@@ -84,7 +79,7 @@ Status choose_jpeg_form(const EncodeRequest& request, Form& form) {
   form.bits = 8;
   form.photometric = form.samples == 1 ? Photometric::black_is_zero : Photometric::ycbcr;
   form.strip_rows = request.image->header.biHeight;
-  form.modern_jpeg = option(IMG_OPTION_TIFF_JPEG) == kJpeg;
+  form.modern_jpeg = request.options.get(IMG_OPTION_TIFF_JPEG) == kJpeg;
   return kOk;
 }
 
@@ -92,8 +87,8 @@ Status choose_fax_form(const EncodeRequest& request, Form& form) {
   if (request.image->header.biBitCount != 1) return StatusCode::wrong_depth;
   form.photometric = Photometric::white_is_zero;
   form.strip_rows = request.image->header.biHeight;
-  form.g3_k = option(IMG_OPTION_TIFF_G3_K);
-  form.g3_fill = option(IMG_OPTION_TIFF_G3_FILL) == 1;
+  form.g3_k = request.options.get(IMG_OPTION_TIFF_G3_K);
+  form.g3_fill = request.options.get(IMG_OPTION_TIFF_G3_FILL) == 1;
   return kOk;
 }
 
@@ -101,7 +96,7 @@ Layout choose_layout(const EncodeRequest& request, Form& form) {
   const int depth = request.image->header.biBitCount;
   switch (depth) {
     case 1:
-      if (option(IMG_OPTION_TIFF_PHOTOMETRIC) != 1) return Layout::bits_1;
+      if (request.options.get(IMG_OPTION_TIFF_PHOTOMETRIC) != 1) return Layout::bits_1;
       form.photometric = Photometric::white_is_zero;
       return Layout::bits_1_black;
     case 4:
@@ -133,8 +128,8 @@ Status choose_form(const EncodeRequest& request, bool big_endian, Form& form) {
   form.rows.line_bytes = stored_bytes(*form.rows.layout, header.biWidth);
   form.bits = header.biBitCount <= 16 ? header.biBitCount : 8;
   form.differences = form.coding == kLzw && form.bits >= 8 && form.palette.empty() &&
-                     option(IMG_OPTION_TIFF_PREDICTOR) == 0;
-  const std::int32_t wanted = option(IMG_OPTION_TIFF_STRIP_BYTES);
+                     request.options.get(IMG_OPTION_TIFF_PREDICTOR) == 0;
+  const std::int32_t wanted = request.options.get(IMG_OPTION_TIFF_STRIP_BYTES);
   form.strip_rows = std::clamp<std::int64_t>(
       (wanted == 0 ? kStripBytes : wanted) / form.rows.line_bytes, 1, header.biHeight);
   return kOk;
@@ -276,7 +271,7 @@ void describe(const BitmapInfoHeader& header, const Place& place, const Form& fo
 Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   TQ_TRY(can_encode_tiff(request));  // before the stream is looked at
   Place place;
-  TQ_TRY(find_place(request.stream, request.place, place));
+  TQ_TRY(find_place(request.stream, request.options, request.place, place));
   const BitmapInfoHeader& header = request.image->header;
   Form form;
   TQ_TRY(choose_form(request, place.big_endian, form));
