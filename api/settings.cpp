@@ -1,6 +1,6 @@
 // Exports that change settings: detection, decoding, progress, streams, modules.
 #include "api/abi.h"
-#include "core/context.h"
+#include "core/contexts.h"
 #include "dispatch/file_types.h"
 #include "formats/plugin/plugin.h"
 #include "include/tarnquill.h"
@@ -33,6 +33,18 @@ std::int32_t IMG_CALL IMG_set_option(std::int32_t option, std::int32_t value) {
 std::int32_t IMG_CALL IMG_get_option(std::int32_t option) {
   const std::int32_t value = tq::context().options.get(option);
   return value >= 0 ? value : IMG_UNSUPPORTED;
+}
+
+std::int32_t IMG_CALL IMG_new_context(void) {
+  return tq::new_context().raw();
+}
+
+std::int32_t IMG_CALL IMG_use_context(std::int32_t context) {
+  return tq::use_context(context).raw();
+}
+
+std::int32_t IMG_CALL IMG_delete_context(std::int32_t context) {
+  return tq::delete_context(context).raw();
 }
 
 std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn callback,

@@ -8,6 +8,7 @@ constinit Context the_context;
 Status report_progress(std::int32_t value) {
   const auto& progress = context().settings.progress;
   if (!progress.on) return kOk;
+  const Inside inside;
   const std::int32_t answer = progress.call(progress.context, value);
   return answer < 0 ? Status::from_raw(answer) : kOk;
 }

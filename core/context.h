@@ -1,15 +1,17 @@
 // All state that belongs to a caller: what stays from one call of the interface to the next. What
-// is the process's own (the register of live blocks, loaded modules, the processor's features, the
-// licence check) stands elsewhere.
+// is the process's own (the table of contexts, the register of live blocks, loaded modules, the
+// processor's features, the licence check) stands elsewhere.
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "core/image_record.h"
 #include "core/options.h"
 #include "include/tarnquill.h"
+#include "platform/thread.h"
 
 namespace tq {
 
@@ -89,6 +91,9 @@ struct MemoryState {
 };
 
 struct Context {
+  std::int32_t number = 0;
+  bool taken = false;                         // by a thread; never the first
+  std::atomic<const void*> inside = nullptr;  // the token of a thread inside of an export
   Settings settings;
   Options options;
   StreamState streams;
@@ -97,11 +102,30 @@ struct Context {
   MemoryState memory;
 };
 
-// In place, because small queries ask a dozen times.
+// What every thread begins with. Threads that share it take care of each other themselves.
 extern constinit Context the_context;
+
+// The calling thread's.
 inline Context& context() {
-  return the_context;
+  void* const own = platform::thread_value();
+  return own == nullptr ? the_context : *static_cast<Context*>(own);
 }
+
+// The calling thread is inside of an export, for the scope: it may be called back.
+class Inside {
+ public:
+  Inside() : outermost_(context().inside.load(std::memory_order_relaxed) == nullptr) {
+    if (outermost_) context().inside.store(platform::thread_token(), std::memory_order_relaxed);
+  }
+  ~Inside() {
+    if (outermost_) context().inside.store(nullptr, std::memory_order_relaxed);
+  }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+ private:
+  bool outermost_;
+};
 
 // Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is
 // the result.

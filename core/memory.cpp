@@ -74,11 +74,6 @@ void* take_kept_block(std::size_t size) {
   return nullptr;
 }
 
-// The library may be unloaded while the process goes on.
-__attribute__((destructor)) void release_at_unload() {
-  release_kept_blocks();
-}
-
 }  // namespace
 
 std::uint8_t* alloc_block(std::uint64_t size) {

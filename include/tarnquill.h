@@ -674,6 +674,24 @@ enum {
 IMG_API int32_t IMG_CALL IMG_set_option(int32_t option, int32_t value);
 IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
 
+/* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
+ * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,
+ * which is always there: threads that share it have to keep out of each other's way. A context from
+ * IMG_new_context begins like a fresh process, and one thread at a time uses it. Pixels may pass: the
+ * address of IMG_bitmap_info, IMG_delete_bitmap_keep in the one, IMG_create_handle_keep in the other.
+ *
+ * IMG_new_context returns a number from 1 to 4096, or IMG_OUT_OF_MEMORY.
+ *
+ * IMG_use_context makes a context the calling thread's until its next call or its end. Returns the
+ * number of the one before; IMG_BAD_HANDLE: there is no such context; IMG_UNSUPPORTED: another thread
+ * has it, or the call comes from a callback.
+ *
+ * IMG_delete_context frees a context and its images. Returns 0; IMG_BAD_HANDLE: 0, or there is no such
+ * context; IMG_UNSUPPORTED: a thread has it, the calling one included. */
+IMG_API int32_t IMG_CALL IMG_new_context(void);
+IMG_API int32_t IMG_CALL IMG_use_context(int32_t context);
+IMG_API int32_t IMG_CALL IMG_delete_context(int32_t context);
+
 /* What the header of a file says about one of its pages, without decoding it: like
  * IMGLOW_get_fileinfo, for pages from 0 on; IMG_PAGE_PAST_END beyond the last. */
 IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_page(const char* name, int32_t page, void* header);

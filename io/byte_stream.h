@@ -67,6 +67,7 @@ class StreamWork {
   ~StreamWork();
 
  private:
+  Inside inside_;
   MemoryStreamState before_;
 };
 

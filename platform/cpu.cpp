@@ -1,6 +1,8 @@
 // CPUID, read once; no instruction set elsewhere than on x86.
 #include "platform/cpu.h"
 
+#include <atomic>
+
 #if defined(__i386__) || defined(__x86_64__)
 #include <cpuid.h>
 #endif
@@ -41,29 +43,32 @@ CpuFeatures detect() {
 
 #endif
 
-struct CpuState {
-  bool known = false;
-  CpuFeatures mask = kAll;
-  CpuFeatures features;
-};
-constinit CpuState state;
+// Bits for the features, and one that says that they are known.
+constexpr int kKnown = 1 << 5;
+
+constexpr int bits_of(const CpuFeatures& f) {
+  return f.sse2 | f.ssse3 << 1 | f.sse41 << 2 | f.avx2 << 3 | f.bmi2 << 4;
+}
+CpuFeatures features_of(int bits) {
+  const auto has = [bits](int bit) { return (bits >> bit & 1) != 0; };
+  return {has(0), has(1), has(2), has(3), has(4)};
+}
+
+constinit std::atomic<int> found = 0, mask = bits_of(kAll);
 
 }  // namespace
 
-const CpuFeatures& cpu_features() {
-  if (!state.known) {
-    const CpuFeatures found = detect();
-    const CpuFeatures& mask = state.mask;
-    state.features = {found.sse2 && mask.sse2, found.ssse3 && mask.ssse3, found.sse41 && mask.sse41,
-                      found.avx2 && mask.avx2, found.bmi2 && mask.bmi2};
-    state.known = true;
+CpuFeatures cpu_features() {
+  int bits = found.load(std::memory_order_relaxed);
+  if (bits == 0) {  // threads that come here together find the same
+    bits = kKnown | bits_of(detect());
+    found.store(bits, std::memory_order_relaxed);
   }
-  return state.features;
+  return features_of(bits & mask.load(std::memory_order_relaxed));
 }
 
 void mask_cpu_features(CpuFeatures allowed) {
-  state.mask = allowed;
-  state.known = false;
+  mask = bits_of(allowed);
 }
 
 }  // namespace tq::platform

@@ -7,7 +7,7 @@ struct CpuFeatures {
   bool sse2 = false, ssse3 = false, sse41 = false, avx2 = false, bmi2 = false;
 };
 
-const CpuFeatures& cpu_features();
+CpuFeatures cpu_features();
 
 // Leaves only what `allowed` names; tests and benchmarks force each variant with it.
 void mask_cpu_features(CpuFeatures allowed);

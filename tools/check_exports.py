@@ -30,6 +30,10 @@ SIZES = {
 # What the library may need from the system.
 ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6|libpng16\.so\.16|libz\.so\.1", re.IGNORECASE)
 
+# What threads share: the first context, and what is locked or atomic. All else stands in contexts.
+SHARED_STATE = {"tq::the_context", "table", "licence_check", "open_pipes", "detach_action", "found", "mask", "notice",
+                "register_lock", "live_blocks", "loaded()::state", "host"}
+
 
 def without_comments(text):
     text = re.sub(r"/\*.*?\*/", " ", text, flags=re.DOTALL)
@@ -100,6 +104,11 @@ def system_complaints(library, tools):
         pointer = 8 if "ELF64" in run([f"{tools}readelf", "-hW", library]) else 4
         if array and int(array[1], 16) > pointer:
             yield f"{library.name}: has static initialisers ({int(array[1], 16) // pointer - 1} objects)"
+        for line in run([f"{tools}objdump", "-tC", library]).splitlines():
+            symbol = re.match(r"\w+ .{6}O \.(?:data|bss)\s+\w+\s+(?:\.hidden )?(.*)", line)
+            name = symbol and symbol[1].removeprefix("tq::").split("(anonymous namespace)::")[-1]
+            if symbol and not {symbol[1], name} & SHARED_STATE | set(re.findall(r"^(?:completed\.0|__\w+)$", name)):
+                yield f"{library.name}: {symbol[1]} is shared by threads"
 
 
 def differences(left, left_name, right, right_name):

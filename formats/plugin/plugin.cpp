@@ -142,7 +142,10 @@ constexpr Entry kEntryTable[] = {
 };
 static_assert(std::size(kEntryTable) == kEntries);
 
+// Of the process. The lock is held while modules come and go and while their entries are looked up,
+// not while an entry runs.
 struct Loaded {
+  platform::RecursiveLock lock;  // set_callbacks is a module's code, too
   std::array<void*, kModules> modules{};
   std::array<void*, kEntries> entries{};
   int calls = 0;  // of entries, that have not returned
@@ -153,6 +156,14 @@ Loaded& loaded() {
   static constinit Loaded state;
   return state;
 }
+
+class LoadedLock {
+ public:
+  LoadedLock() { loaded().lock.lock(); }
+  ~LoadedLock() { loaded().lock.unlock(); }
+  LoadedLock(const LoadedLock&) = delete;
+  LoadedLock& operator=(const LoadedLock&) = delete;
+};
 
 // Whatever was known of the module before is forgotten.
 void find_entries(int index, void* module) {
@@ -192,13 +203,15 @@ class Call {
   Call& operator=(const Call&) = delete;
   ~Call() {
     if (!begun_) return;
+    const LoadedLock locked;
     if (--loaded().calls == 0 && loaded().unload_wanted) unload_plugins();
   }
 
   // Loads the module if need be. cannot_open when there was no descriptor left to look for it.
   Status begin(EntryIndex entry) {
     const ModuleIndex module = kEntryTable[entry].module;
-    ++loaded().calls;  // set_callbacks is the module's code, too
+    const LoadedLock locked;
+    ++loaded().calls;
     begun_ = true;
     TQ_TRY(load(module));
     address_ = loaded().entries[entry];
@@ -252,6 +265,7 @@ Status encode(EntryIndex entry, const EncodeRequest& request) {
 }  // namespace
 
 void unload_plugins() {
+  const LoadedLock locked;
   Loaded& state = loaded();
   // Code that is running must not go away: a callback of it may have come here.
   state.unload_wanted = state.calls != 0;

@@ -4,23 +4,53 @@
 #include <utility>
 
 #include "coding/lzw.h"
+#include "core/context.h"
 #include "formats/gif/gif.h"
 #include "tarnquill_plugin.h"
 
 namespace {
 
-// Without a function that it needs a codec reads and writes nothing.
+// Set once, before any entry is called.
 struct Host {
-  bool reads = false, writes = false;
+  img_read_fn read = nullptr;
+  img_write_fn write = nullptr;
+  img_seek_fn seek = nullptr;
   img_tiff_helper_fn tiff = nullptr;
 };
 constinit Host host;
+
+// The calling thread's state while an entry runs over the host's streams: nothing stays behind it.
+class EntryScope {
+ public:
+  EntryScope() : before_(tq::platform::thread_value()) {
+    own_.streams.read = host.read;
+    own_.streams.write = host.write;
+    own_.streams.seek = host.seek;
+    entered_ = tq::platform::set_thread_value(&own_);
+  }
+  ~EntryScope() {
+    if (!entered_) return;
+    tq::release_kept_blocks();
+    tq::platform::set_thread_value(before_);
+  }
+  EntryScope(const EntryScope&) = delete;
+  EntryScope& operator=(const EntryScope&) = delete;
+
+  bool entered() const { return entered_; }
+
+ private:
+  tq::Context own_;
+  void* before_;
+  bool entered_;
+};
 
 constexpr std::uint32_t kPage = 0x80000000;  // a page number, not an offset
 
 std::int32_t encode(tq::formats::Encoder encoder, std::int32_t stream, const void* header_block,
                     img_supply_fn supply, void* save_context) {
-  if (!host.writes) return IMG_WRITE_FAILED;
+  const EntryScope scope;
+  if (!scope.entered()) return IMG_OUT_OF_MEMORY;
+  if (host.write == nullptr) return IMG_WRITE_FAILED;
   tq::HeaderBlock image;
   std::memcpy(&image, header_block, sizeof image);  // at any address
   return encoder({tq::StreamHandle{stream}, &image, {supply, save_context}}).raw();
@@ -110,14 +140,16 @@ extern "C" {
 
 IMG_PLUGIN_API void IMG_CALL set_callbacks(img_read_fn read, img_write_fn write, img_seek_fn seek,
                                            img_tiff_helper_fn helper) {
-  tq::set_caller_io(read, write, seek);
-  host = {.reads = read != nullptr && seek != nullptr, .writes = write != nullptr, .tiff = helper};
+  host = {.read = read, .write = write, .seek = seek, .tiff = helper};
 }
 
 IMG_PLUGIN_API std::int32_t IMG_CALL decode_gif(std::uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 std::int32_t stream) {
-  if (!host.reads) return IMG_READ_FAILED;
+  const EntryScope scope;
+  if (!scope.entered()) return IMG_OUT_OF_MEMORY;
+  // Without a function that it needs a codec reads nothing.
+  if (host.read == nullptr || host.seek == nullptr) return IMG_READ_FAILED;
   tq::formats::DecodeRequest request{.stream = tq::StreamHandle{stream},
                                      .sink = {header, row, sink_context}};
   if (offset_or_page >= kPage) {

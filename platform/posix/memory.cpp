@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/thread.h"
+
 namespace tq::platform {
 namespace {
 
@@ -101,10 +103,9 @@ class Register {
   std::size_t count_ = 0;
 };
 
-Register& live_blocks() {
-  static constinit Register blocks;
-  return blocks;
-}
+// One for all threads: blocks pass from one to the other.
+constinit Lock register_lock;
+constinit Register live_blocks;
 
 // Fewer and cheaper page faults on first touch; a system that refuses changes nothing.
 void prefer_huge_pages(void* block, std::size_t size) {
@@ -139,24 +140,33 @@ constexpr std::size_t at_least_one(std::size_t size) {
 }  // namespace
 
 void* block_alloc(std::size_t size) {
-  if (!live_blocks().reserve()) return nullptr;
   void* const block = std::malloc(at_least_one(size));
   if (block == nullptr) return nullptr;
+  {
+    const Locked locked(register_lock);
+    if (live_blocks.reserve()) {
+      live_blocks.insert(block, at_least_one(size));
+    } else {
+      std::free(block);
+      return nullptr;
+    }
+  }
   prefer_huge_pages(block, size);
-  live_blocks().insert(block, at_least_one(size));
   return block;
 }
 
 void* block_resize(void* block, std::size_t size) {
-  Entry* const entry = live_blocks().find(block);
+  // Nobody may be given the old address before it is out of the register.
+  const Locked locked(register_lock);
+  Entry* const entry = live_blocks.find(block);
   if (entry == nullptr) return nullptr;
   void* const moved = std::realloc(block, at_least_one(size));
   if (moved == nullptr) return nullptr;
   if (moved == block) {
     entry->size = at_least_one(size);
   } else {
-    live_blocks().remove(entry);
-    live_blocks().insert(moved, at_least_one(size));
+    live_blocks.remove(entry);
+    live_blocks.insert(moved, at_least_one(size));
   }
   prefer_huge_pages(moved, size);
   return moved;
@@ -177,14 +187,18 @@ void block_clear(void* at, std::size_t size) {
 }
 
 void block_free(void* block) {
-  Entry* const entry = live_blocks().find(block);
-  if (entry == nullptr) return;
-  live_blocks().remove(entry);
+  {
+    const Locked locked(register_lock);
+    Entry* const entry = live_blocks.find(block);
+    if (entry == nullptr) return;
+    live_blocks.remove(entry);
+  }
   std::free(block);
 }
 
 std::size_t block_size(const void* address) {
-  const Entry* const entry = live_blocks().find(address);
+  const Locked locked(register_lock);
+  const Entry* const entry = live_blocks.find(address);
   return entry == nullptr ? 0 : entry->size;
 }
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr std::size_t kLongestName = 4096;
 
-void (*detach_action)() = nullptr;
+std::atomic<void (*)()> detach_action = nullptr;
 
 // The directory of the file that this code was loaded from, with its slash; empty when unknown.
 void own_directory(char* directory) {
@@ -37,7 +38,7 @@ bool out_of_descriptors() {
 }
 
 __attribute__((destructor)) void on_detach() {
-  if (detach_action != nullptr) detach_action();
+  if (void (*const action)() = detach_action; action != nullptr) action();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // DLLs.
 #include "platform/module.h"
 
+#include <atomic>
 #include <cstdio>
 
 #define WIN32_LEAN_AND_MEAN
@@ -8,7 +9,7 @@
 
 namespace {
 
-void (*detach_action)() = nullptr;
+std::atomic<void (*)()> detach_action = nullptr;
 
 }  // namespace
 
@@ -37,8 +38,7 @@ void at_detach(void (*action)()) {
 
 // When the process ends, `reserved` is not null and other DLLs may be gone already.
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved) {
-  if (reason == DLL_PROCESS_DETACH && reserved == nullptr && detach_action != nullptr) {
-    detach_action();
-  }
+  void (*const action)() = detach_action;
+  if (reason == DLL_PROCESS_DETACH && reserved == nullptr && action != nullptr) action();
   return TRUE;
 }
