@@ -26,12 +26,21 @@ class BitReader {
   static constexpr int kAhead = 48;  // bits that are there after fill()
 
   BitReader() = default;
-  explicit BitReader(PieceSource source) : source_(source) {}
+  // A sparing one asks for no piece before it needs a bit of it: its user asks holds() about all
+  // that was found by peeking.
+  explicit BitReader(PieceSource source, bool sparing = false)
+      : sparing_(sparing), source_(source) {}
   explicit BitReader(std::span<const std::uint8_t> bytes)
       : next_(bytes.data()), end_(bytes.data() + bytes.size()) {}
 
   void fill() {
-    if (count_ < kAhead) refill(kFull);
+    if (count_ < kAhead) refill(sparing_ ? 1 : kFull);
+  }
+  // Whether a code of so many bits is what the next bits are. If not, there is a byte more now.
+  bool holds(int length) {
+    if (length <= count_) return true;
+    refill(count_ + 1);
+    return false;
   }
   // Whether the data have so many more bits, at most kAhead. No piece is asked for before the one
   // at hand is used up.
@@ -96,7 +105,8 @@ class BitReader {
 
   std::uint64_t bits_ = 0;  // `count_` of them are right, the rest may be as well
   int count_ = 0;
-  int padding_ = 0;                                      // bits that were made up
+  int padding_ = 0;  // bits that were made up
+  bool sparing_ = false;
   const std::uint8_t *next_ = nullptr, *end_ = nullptr;  // of the piece at hand
   PieceSource source_;
 };

@@ -25,6 +25,8 @@ struct Coding {
   // The encoder alone.
   bool end_of_block = false;  // the codes that end a page
   std::int32_t k = 4;         // group3_2d: every k-th row stands for itself
+  // The decoder alone. Group 4: no byte is asked for before the one at hand is used up.
+  bool sparing = false;
 };
 
 using BitReader = coding::BitReader<coding::BitOrder::msb_first>;

@@ -95,8 +95,11 @@ RowEnd take_run(BitReader& reader, int colour, std::int32_t width, std::int32_t&
   const RunTable& table = kRunTable[colour];
   std::int32_t run = 0;
   do {
-    reader.fill();
-    const int entry = table[reader.peek(kLongestRunCode)];
+    int entry = 0;
+    do {
+      reader.fill();
+      entry = table[reader.peek(kLongestRunCode)];
+    } while (!reader.holds(entry == 0 ? kLongestRunCode : entry & 15));
     if (entry == 0) return RowEnd::short_of_codes;
     reader.skip(entry & 15);
     run = entry >> 4;
@@ -147,7 +150,7 @@ Status Decoder::open(const Coding& coding, std::int32_t width) {
 }
 
 void Decoder::start(coding::PieceSource data) {
-  reader_ = BitReader(data);
+  reader_ = BitReader(data, coding_.sparing);
   close_row(reference_, 0, true);
   reference_is_good_ = true;
 }
@@ -212,8 +215,11 @@ RowEnd Decoder::decode_modes() {
     reader.skip(taken);
     if (taken == BitReader::kAhead || a0 >= width) continue;
 
-    reader.fill();
-    const ModeEntry mode = kModeTable[reader.peek(kLongestModeCode)];
+    ModeEntry mode;
+    do {
+      reader.fill();
+      mode = kModeTable[reader.peek(kLongestModeCode)];
+    } while (!reader.holds(mode.mode == Mode::none ? kLongestModeCode : mode.length));
     reader.skip(mode.length);
     if (mode.mode == Mode::vertical) {
       const std::int32_t a1 = *b1 + mode.distance;
