@@ -9,7 +9,7 @@
 
 namespace tq::packbits {
 
-// Runs may go on from one read into the next.
+// Runs may go on from one read into the next, unless they are cut there.
 class Decoder {
  public:
   void start(coding::PieceSource data) {
@@ -36,6 +36,15 @@ class Decoder {
       left_ -= count;
     }
     return to - bytes.data();
+  }
+
+  void cut_run() {
+    while (!is_run_ && left_ > 0 && more()) {
+      const std::ptrdiff_t count = std::min(left_, std::ssize(piece_));
+      piece_ = piece_.subspan(count);
+      left_ -= count;
+    }
+    left_ = 0;
   }
 
  private:

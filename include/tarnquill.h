@@ -96,7 +96,10 @@ enum {
  *   PDF         1, 8, 24, one layout  1, 8, 24, 32
  *   TIFF        1, 4, 8, 16, 24, 32   1, 4, 8, 16, 24, 32; Huffman, G3 and G4 1 bit; JPEG 8, 24, and
  *                                     32 of blue, green, red; LZW both by a module
- *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
+ *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
+ *   CALS        1                     1
+ *   MACPAINT    1                     nothing; GEM and MSP likewise
+ *   CUT         8, in grey            nothing */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

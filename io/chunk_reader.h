@@ -76,4 +76,21 @@ class ChunkReader {
   std::uint32_t openings_ = 0;     // of the memory stream, when reading began
 };
 
+// What is left of a reader, for decoders that take pieces: a byte at a time from memory that does not
+// say where it ends.
+class RestPieces {
+ public:
+  explicit RestPieces(ChunkReader& input) : input_(input) {}
+  std::span<const std::uint8_t> next_piece() {
+    input_.skip(taken_);
+    const std::span<const std::uint8_t> piece = input_.peek_all(1);
+    taken_ = piece.size();
+    return piece;
+  }
+
+ private:
+  ChunkReader& input_;
+  std::size_t taken_ = 0;  // of the present piece
+};
+
 }  // namespace tq

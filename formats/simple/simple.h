@@ -5,6 +5,22 @@
 
 namespace tq::simple {
 
+// CALS raster of type 1: Group 4, 1 bit.
+Status decode_cals(const formats::DecodeRequest& request);
+Status encode_cals(const formats::EncodeRequest& request);
+// wrong_depth for other than 1 bit, unsupported for sides that six digits do not hold.
+Status can_encode_cals(const formats::EncodeRequest& request);
+// 1 to 8, as the orientation tag of TIFF; 1 where the file does not say.
+Status find_cals_orientation(StreamHandle stream);
+
+// CUT, without its colours: grey of 8 bits.
+Status decode_cut(const formats::DecodeRequest& request);
+
+// GEM images of one plane, MacPaint, MSP of both versions: 1 bit.
+Status decode_gem(const formats::DecodeRequest& request);
+Status decode_macpaint(const formats::DecodeRequest& request);
+Status decode_msp(const formats::DecodeRequest& request);
+
 // Sun raster. Pictures of two colours keep 1 bit when these are black and white.
 Status decode_sun(const formats::DecodeRequest& request);
 Status encode_sun(const formats::EncodeRequest& request);

@@ -7,12 +7,16 @@
 Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, ghostscript, openjdk-17-jdk-headless, gifsicle,
 libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf and dcmtk, as Debian 12 has them."""
 import collections
+import functools
 import io
+import itertools
 import math
+import operator
 import os
 import pathlib
 import re
 import shutil
+import struct
 import subprocess
 import tempfile
 
@@ -98,10 +102,30 @@ def run(*command):
     return done.stdout if done.returncode == 0 else b""
 
 
+def runs(row):
+    return [(len(list(group)), value) for value, group in itertools.groupby(row)]
+
+
+def write_cut(picture, file):
+    # Runs of one pixel: shorter rows would not be recognised.
+    rows = [b"".join(bytes((129, v)) for v in picture.crop((0, y, picture.width, y + 1)).tobytes()) + b"\0"
+            for y in range(picture.height)]
+    file.write_bytes(struct.pack("<3H", *picture.size, 0) + b"".join(struct.pack("<H", len(r)) + r for r in rows))
+
+
+def write_msp(picture, file):
+    rows = [b"".join(bytes((0, n, v)) for n, v in runs(picture.crop((0, y, picture.width, y + 1)).tobytes()))
+            for y in range(picture.height)]
+    fields = list(struct.unpack("<2H", b"LinS")) + list(picture.size) + [1, 1, 1, 1, *picture.size, 0, 0]
+    checksum = functools.reduce(operator.xor, fields)
+    file.write_bytes(struct.pack("<16H", *fields, checksum, 0, 0, 0) + struct.pack(f"<{len(rows)}H", *map(len, rows)) +
+                     b"".join(rows))
+
+
 def make(command, file):
     file.parent.mkdir(exist_ok=True)
     if command.startswith("pillow "):
-        exec(command[7:], {"Image": Image, "o": file})  # a line of the list beside this script
+        exec(command[7:], {"Image": Image, "o": file, "write_cut": write_cut, "write_msp": write_msp})  # a line of the list beside this script
         return
     command = re.sub(r"(?<= )([()])(?= )", r"\\\1", command)
     command = command.replace("java ", "java Save.java ").replace("ffmpeg ", "ffmpeg -v error -bitexact ")
@@ -118,7 +142,7 @@ def by_pillow(file, page):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
@@ -222,7 +246,11 @@ def main():
         for code, result, rules, name, command in LINE.findall((HERE / "SOURCES.md").read_text()):
             file = HERE / name
             make(command, file)
-            sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines() or ["0 0"]
+            sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines()
+            if not sizes and int(result) > 0:
+                sizes = run("ffprobe", "-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0",
+                            str(file)).decode().replace(",", " ").splitlines()
+            sizes = sizes or ["0 0"]
             for page, size in enumerate(sizes if int(result) > 0 else sizes[:1]):
                 lossy = (file.suffix == ".jpg" or "jpeg" in file.stem) and int(result) > 0
                 seen = shown(file, known) if lossy else agreed(file, page, rules.split(","))
