@@ -5,6 +5,7 @@
 
 #include "dispatch/signatures.h"
 #include "formats/bmp/bmp.h"
+#include "formats/dicom/dicom.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
 #include "formats/pdf/pdf.h"
@@ -183,7 +184,8 @@ constexpr FileType kFileTypes[] = {
      .test = probe_sct,
      .traits = kByName | kUnreported},
     {.code = IMG_TYPE_DICOM, .name = "dicom", .title = "DICOM", .ending = "dcm",
-     .test = probe_dicom},
+     .test = probe_dicom,
+     .decode = dicom::decode_dicom, .read_depths = depths(8, 24, 32)},
 
     // Variants and save-only codes: no test of their own.
     {.code = IMG_TYPE_TIFF_HUFFMAN, .name = "tiff-huffman", .title = "TIFF Huffman",

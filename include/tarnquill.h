@@ -99,7 +99,8 @@ enum {
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   CALS        1                     1
  *   MACPAINT    1                     nothing; GEM and MSP likewise
- *   CUT         8, in grey            nothing */
+ *   CUT         8, in grey            nothing
+ *   DICOM       8, 24, 32             nothing */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

@@ -9,6 +9,10 @@ namespace tq::jpeg {
 
 Status decode_jpeg(const formats::DecodeRequest& request);
 
+// The same for a stream of its own inside another format's file. `named_colours`: components named
+// R, G and B are these, unless an application segment knows better.
+Status decode_stream(ChunkReader& input, bool named_colours, const formats::RowSink& sink);
+
 // What the components of a part are, and the rows that they become: 8, 24 and 32 bits; four are
 // left as they are.
 enum class Components : std::uint8_t { grey, ycbcr, rgb, four };

@@ -5,7 +5,8 @@
     them), the programs that agreed, the rule of the library's own that was applied
 
 Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, ghostscript, openjdk-17-jdk-headless, gifsicle,
-libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf and dcmtk, as Debian 12 has them."""
+libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf, dcmtk, python3-pydicom, python3-numpy and libgdcm-tools, as
+Debian 12 has them."""
 import collections
 import functools
 import io
@@ -20,7 +21,10 @@ import struct
 import subprocess
 import tempfile
 
+import numpy
+import pydicom
 from PIL import Image, ImageDraw
+from pydicom.pixel_data_handlers import util as dicom_values
 
 HERE = pathlib.Path(__file__).resolve().parent
 LINE = re.compile(r"^(-?\d+) +(-?\d+)(?::(\S+))? +(\S+/\S+) +(.+)$", re.MULTILINE)
@@ -61,6 +65,35 @@ def draw(width, height):
     return picture
 
 
+def write_dump(name, picture, samples, photometric, allocated, stored, signed, *more):
+    """What dump2dcm makes a file of."""
+    fields = {0x2: len(picture.getbands()), 0x10: picture.height, 0x11: picture.width, 0x100: allocated, 0x101: stored,
+              0x102: stored - 1, 0x103: signed}
+    lines = [f"(0028,{tag:04x}) US {value}" for tag, value in fields.items()] + [f"(0028,0004) CS [{photometric}]", *more]
+    lines += ["(0008,0016) UI =SecondaryCaptureImageStorage", "(0008,0018) UI [1.2.3.4]",
+              f"(7fe0,0010) {'OW' if allocated > 8 else 'OB'} ={name}.raw"]
+    pathlib.Path(name + ".dump").write_text("\n".join(sorted(lines)) + "\n")
+    pathlib.Path(name + ".raw").write_bytes(b"".join(
+        (value & 0xFFFF).to_bytes(allocated // 8, "little") for value in samples))
+
+
+def draw_dumps():
+    """Levels; what a scanner of people delivers, with a window and without; planes; a palette; brightness and colour."""
+    small = draw(30, 20)
+    grey, indexed = small.convert("L"), small.quantize(40)
+    deep = [4 * level + i % 5 for i, level in enumerate(grey.tobytes())]
+    write_dump("grey", grey, grey.tobytes(), "MONOCHROME2", 8, 8, 0)
+    write_dump("scan", grey, deep, "MONOCHROME2", 16, 12, 0, "(0028,1050) DS [40\\300]", "(0028,1051) DS [400\\20]",
+               "(0028,1052) DS [-524.5]", "(0028,1053) DS [1.25]")
+    write_dump("range", grey, [level - 500 for level in deep], "MONOCHROME1", 16, 16, 1)
+    write_dump("planes", small, b"".join(band.tobytes() for band in small.split()), "RGB", 8, 8, 0, "(0028,0006) US 1")
+    write_dump("rgb", small, small.tobytes(), "RGB", 8, 8, 0, "(0028,0006) US 0")
+    write_dump("palette", indexed, indexed.tobytes(), "PALETTE COLOR", 8, 8, 0,
+               *(line for i in range(3) for line in (
+                   f"(0028,{0x1101 + i:04x}) US 40\\0\\16",
+                   f"(0028,{0x1201 + i:04x}) OW " + "\\".join(f"{257 * c:04x}" for c in indexed.getpalette()[i:120:3]))))
+
+
 def write_text(picture, lines):
     for i, line in enumerate(lines):
         ImageDraw.Draw(picture).text((2, 2 + 13 * i), line, 0)
@@ -88,6 +121,7 @@ def draw_sources():
                             ((128 if i < 8 else 255) * (i & 1), (128 if i < 8 else 255) * (i >> 1 & 1), 16 * i + 15)])
         picture.save(name + ".png", bits=4)
         picture.save(name + "8.png", bits=8)
+    draw_dumps()
     words = "a tarn is a small lake in the mountains its water is quiet cold and clear".split()
     write_text(Image.new("1", (600, 800), 1),
                [" ".join(words[(i * 5 + j * 3 + i // 4) % len(words)] for j in range(15 if i % 9 else 4))
@@ -147,7 +181,45 @@ def by_netpbm(file, page):
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
 
+def by_pydicom(file):
+    """The pixels, or the levels that windows and ranges give."""
+    data = pydicom.dcmread(file)
+    values, kind = data.pixel_array, data.PhotometricInterpretation
+    if kind.startswith("PALETTE"):
+        values = dicom_values.apply_color_lut(values, data) >> 8
+    elif kind.startswith("YBR"):
+        values = dicom_values.convert_color_space(values, "YBR_FULL", "RGB")
+    elif data.SamplesPerPixel == 1 and (data.BitsStored != 8 or "WindowWidth" in data):
+        values = dicom_values.apply_modality_lut(values, data).astype(float)
+        if "WindowWidth" in data:
+            width, centre = [value[0] if isinstance(value, pydicom.multival.MultiValue) else value
+                             for value in (data.WindowWidth, data.WindowCenter)]
+            values = (values - (centre - 0.5)) / (width - 1) + 0.5
+        else:
+            values = (values - values.min()) / (values.max() - values.min())
+        values = numpy.floor(numpy.clip(values * 255, 0, 255) + 0.5)
+    values = values.astype("uint8")
+    return Image.fromarray(255 - values if kind == "MONOCHROME1" else values)
+
+
+def by_dcmtk(file):
+    plain = pydicom.dcmread(file).BitsStored == 8
+    return Image.open(io.BytesIO(run("dcmj2pnm", str(file)) if plain else run("dcmj2pnm", "+Wi", "1", str(file)) or
+                                 run("dcmj2pnm", "+Wm", str(file))))
+
+
+def dicom_views(file):
+    for name, program in (("pydicom", by_pydicom), ("dcmtk", by_dcmtk)):
+        try:
+            yield name, program(file).convert("RGBA").tobytes()
+        except (OSError, RuntimeError):
+            pass
+
+
 def views(file, page, deep, alpha):
+    if file.suffix == ".dcm":
+        yield from dicom_views(file)
+        return
     depth = ["-depth", "16", "-endian", "MSB"] if deep else ["-depth", "8"]
     yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, "rgba:-")
     yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, "rgba:-")
@@ -206,13 +278,19 @@ def by_ffmpeg(file):
 
 def shown(file, known):
     """A file with the pixels, no sample smoothed, and the programs that see nearly the same."""
-    image, plain = Image.open(file), ["-define", "jpeg:fancy-upsampling=off", "-depth", "8"]
+    plain = ["-define", "jpeg:fancy-upsampling=off", "-depth", "8"]
+    image = Image.open(file) if file.suffix != ".dcm" else Image.new("L", (1, 1))
     if image.mode == "CMYK":  # the samples side by side
         programs, pixels = ["Pillow"], Image.frombytes("L", (4 * image.width, image.height), image.tobytes())
         others = {"ImageMagick": run("convert", str(file), *plain, "cmyk:-")}
     elif file.suffix == ".tif":
         programs, pixels = ["Pillow"], image.convert("RGB")
         others = {"ImageMagick": run("convert", str(file), "-depth", "8", "rgb:-")}
+    elif file.suffix == ".dcm":
+        raw = pathlib.Path("raw.dcm")
+        subprocess.run(["gdcmconv", "--raw", str(file), str(raw)], check=True)
+        programs, pixels, view = ["pydicom"], by_pydicom(raw), by_dcmtk(file)
+        others = {"dcmtk": view.tobytes()}
     else:
         programs = ["djpeg"]
         pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(file))))
@@ -247,12 +325,15 @@ def main():
             file = HERE / name
             make(command, file)
             sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines()
+            if file.suffix == ".dcm":
+                data = pydicom.dcmread(file)
+                sizes = [f"{data.Columns} {data.Rows}"]
             if not sizes and int(result) > 0:
                 sizes = run("ffprobe", "-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0",
                             str(file)).decode().replace(",", " ").splitlines()
             sizes = sizes or ["0 0"]
             for page, size in enumerate(sizes if int(result) > 0 else sizes[:1]):
-                lossy = (file.suffix == ".jpg" or "jpeg" in file.stem) and int(result) > 0
+                lossy = int(result) > 0 and (file.suffix == ".jpg" or re.search("jpeg|window|range", file.stem))
                 seen = shown(file, known) if lossy else agreed(file, page, rules.split(","))
                 add(file, page, code, result, size, seen, rules)
         for (mode, size, _), name in known.items():

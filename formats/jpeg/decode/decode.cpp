@@ -138,6 +138,24 @@ Status decode_part(ChunkReader& input, Tables& tables, Components components,
   return decode_picture(input, false, tables, kind.layout, sink);
 }
 
+bool has_named_colours(const Tables& tables) {
+  const auto& components = tables.frame.components;
+  return !tables.adobe.present && tables.frame.count == 3 && components[0].id == 'R' &&
+         components[1].id == 'G' && components[2].id == 'B';
+}
+
+Status decode_whole(ChunkReader& input, bool byte_by_byte, bool named_colours,
+                    const formats::RowSink& sink) {
+  TQ_TRY(find_start(input));
+  Tables tables;
+  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
+  TQ_TRY(check_frame(tables.frame));
+  if (!scan_is_valid(tables)) return StatusCode::bad_image;
+  const bool colours = named_colours && has_named_colours(tables);
+  return decode_picture(input, byte_by_byte, tables, colours ? Layout::rgb : choose_layout(tables),
+                        sink);
+}
+
 }  // namespace
 
 Status PartDecoder::open() {
@@ -180,12 +198,11 @@ Status decode_jpeg(const formats::DecodeRequest& request) {
   ChunkReader input;
   TQ_TRY(input.open(request.stream, kSegmentChunk));
   const bool byte_by_byte = reads_memory(request.stream) && memory_rest(request.stream).empty();
-  TQ_TRY(find_start(input));
-  Tables tables;
-  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
-  TQ_TRY(check_frame(tables.frame));
-  if (!scan_is_valid(tables)) return StatusCode::bad_image;
-  return decode_picture(input, byte_by_byte, tables, choose_layout(tables), request.sink);
+  return decode_whole(input, byte_by_byte, false, request.sink);
+}
+
+Status decode_stream(ChunkReader& input, bool named_colours, const formats::RowSink& sink) {
+  return decode_whole(input, false, named_colours, sink);
 }
 
 }  // namespace tq::jpeg
