@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""BMP, PCX, DCX, GIF, PNG and Sun raster files of every width written here and read by Pillow, netpbm and
-ImageMagick. What these write is in tests/corpus.
+"""BMP, PCX, DCX, GIF, PNG, Sun raster and CALS files of every width written here and read by Pillow, netpbm and
+ImageMagick; GEM, MSP and DICOM files of others read here. What these write is in tests/corpus.
 
     image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
 import pathlib
@@ -142,6 +142,55 @@ def deep_png(library, folder):
             failures.append(f"pngcheck {file.name}")
 
 
+def seen_here(library, name):
+    image = library.open(str(name))
+    picture = library.rgb(image)
+    library.delete(image)
+    return picture
+
+
+def black_and_white(library, folder):
+    """CALS both ways; GEM and MSP as others write them."""
+    ours, source, out = folder / "ours.cal", folder / "in.pbm", folder / "out.pbm"
+    converters = [program for program in (("convert",), ("gm", "convert")) if shutil.which(program[0])]
+    for width, height in ((1, 1), (7, 3), (31, 13), (301, 20), (2000, 5)):
+        image = noise(width, "1", width).resize((width, height))
+        image.save(source)
+        library.save(library.make(width, height, *pack(image, "1"), 300, 300), str(ours))
+        equal(f"own CALS {width}", seen_here(library, ours), image)
+        for program in converters:
+            run(*program, ours, out)
+            equal(f"{program[0]} reads CALS {width}", Image.open(out), image)
+            run(*program, source, folder / "theirs.cal")
+            equal(f"{program[0]}'s CALS {width}", seen_here(library, folder / "theirs.cal"), image)
+        image.save(folder / "theirs.msp")
+        equal(f"Pillow's MSP {width}", seen_here(library, folder / "theirs.msp"), image)
+        if shutil.which("pbmtogem"):
+            (folder / "theirs.img").write_bytes(run("pbmtogem", source))
+            equal(f"netpbm's GEM {width}", seen_here(library, folder / "theirs.img"), image)
+    for mode in ("8", "RGB"):
+        if library.call("IMG_save_bitmap", library.make(1, 1, 8 if mode == "8" else 24, [b"\0\0\0"]), str(ours), 18) != -21:
+            failures.append(f"CALS of {mode}")
+
+
+def medical(library, folder):
+    """Colours and levels in all transfer syntaxes that dcmtk writes without loss."""
+    plain, other = folder / "plain.dcm", folder / "other.dcm"
+    for width in (1, 2, 7, 64, 301) if shutil.which("dump2dcm") else ():
+        for mode in ("L", "RGB"):
+            image = noise(width, mode, width)
+            (folder / "raw").write_bytes(image.tobytes())
+            fields = {2: len(mode), 6: 0, 0x10: HEIGHT, 0x11: width, 0x100: 8, 0x101: 8, 0x102: 7, 0x103: 0}
+            lines = [f"(0028,{tag:04x}) US {value}" for tag, value in fields.items()]
+            lines += [f"(0028,0004) CS [{'RGB' if mode == 'RGB' else 'MONOCHROME2'}]", f"(7fe0,0010) OB ={folder / 'raw'}",
+                      "(0008,0016) UI =SecondaryCaptureImageStorage", "(0008,0018) UI [1.2.3.4]"]
+            (folder / "dump").write_text("\n".join(lines))
+            run("dump2dcm", "-q", folder / "dump", plain)
+            for command in (["dcmconv", "+te"], ["dcmconv", "+ti"], ["dcmconv", "+tb"], ["dcmconv", "+td"], ["dcmcrle"]):
+                run(*command, plain, other)
+                equal(f"{command} {mode} {width}", seen_here(library, other), image)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
@@ -149,7 +198,7 @@ def main():
         shutil.copy(sys.argv[1], folder / "libtarnquill.so")
         shutil.copy(sys.argv[2], folder)
         library = Library(str(folder / "libtarnquill.so"))
-        for part in (widths, containers, deep_png):
+        for part in (widths, containers, deep_png, black_and_white, medical):
             part(library, folder)
         library.call("IMG_unload_plugins")
     print(f"{compared} pictures compared, {len(failures)} differ")
