@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <fstream>
 #include <optional>
+#include <string_view>
 
 #include "codes.h"
 #include "command.h"
@@ -94,6 +96,20 @@ std::string coding_name(std::int32_t coding) {
     if (number == coding) return name;
   }
   return std::to_string(coding);
+}
+
+// What of it is not supported, as far as that can be told: of a DICOM file how its pixels are coded, by the
+// element (0002,0010) of its first bytes (PS3.10).
+std::string reason_of(const Report& report) {
+  if (report.status != IMG_UNSUPPORTED || report.code != IMG_TYPE_DICOM) return {};
+  constexpr std::string_view kElement("\x02\x00\x10\x00UI", 6);
+  std::string start(4096, '\0');
+  std::ifstream(report.file, std::ios::binary)
+      .read(start.data(), static_cast<std::streamsize>(start.size()));
+  const std::size_t found = start.find(kElement);
+  if (found == std::string::npos || found + 8 > start.size()) return {};
+  const std::string value = start.substr(found + 8, 64);
+  return "transfer syntax " + value.substr(0, value.find_first_not_of("0123456789."));
 }
 
 std::string title_of(std::int32_t code) {
@@ -213,6 +229,7 @@ void print_json(const std::vector<Report>& reports) {
     if (report.status < 0) {
       text += ", \"status\": " + std::to_string(report.status);
       text += ", \"error\": " + quoted(status_meaning(report.status));
+      if (!reason_of(report).empty()) text += ", \"reason\": " + quoted(reason_of(report));
     }
     text += "}";
   }
@@ -239,7 +256,8 @@ int run_info(const Arguments& arguments) {
   int code = flushed(kExitOk);
   for (const Report& report : reports) {
     if (report.status == IMG_OK) continue;
-    complain(Failure(report.file, report.status).what());
+    const std::string reason = reason_of(report);
+    complain(Failure(report.file, report.status).what() + (reason.empty() ? "" : ": " + reason));
     code = kExitError;
   }
   return code;
