@@ -1,5 +1,5 @@
-// Rows that a file holds from the top, line behind line in one layout: from lines of bytes to a row
-// sink, from a row supplier to lines.
+// Rows that a file holds line behind line in one layout: from lines of bytes to a row sink, from a
+// row supplier to lines.
 #pragma once
 
 #include <algorithm>
@@ -13,6 +13,12 @@ namespace tq::formats {
 struct StoredRows {
   const pixels::RowLayout* layout = nullptr;
   std::int64_t line_bytes = 0;  // with what the file pads lines by
+  bool bottom_up = false;
+
+  // The row that a line is, of those from the top.
+  std::int32_t row_of(std::int32_t line, const BitmapInfoHeader& header) const {
+    return bottom_up ? header.biHeight - 1 - line : line;
+  }
 };
 
 // `read(line)` fills a line and returns how many bytes there were; fewer only at the end. A file
@@ -23,29 +29,37 @@ Status deliver_rows(const StoredRows& stored, const BitmapInfoHeader& header, co
   RowBuffer<std::uint8_t> line, row;
   TQ_TRY(line.allocate(stored.line_bytes));
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
-  for (std::int32_t y = 0; y < header.biHeight; ++y) {
+  for (std::int32_t i = 0; i < header.biHeight; ++i) {
     const std::ptrdiff_t there = read(line.pixels());
     if (there == 0) break;
     std::fill(line.pixels().begin() + there, line.pixels().end(), std::uint8_t{0});
     unpack(*stored.layout, line.pixels(), header.biWidth, row.pixels());
-    TQ_TRY(sink.row(row.pixels(), y));
+    TQ_TRY(sink.row(row.pixels(), stored.row_of(i, header)));
+  }
+  return kOk;
+}
+
+// `write(line)` takes a line and returns the status of what it is written to.
+template <class Write>
+Status supply_rows(const StoredRows& stored, const EncodeRequest& request, Write&& write) {
+  const BitmapInfoHeader& header = request.image->header;
+  RowBuffer<std::uint8_t> line, row;
+  TQ_TRY(line.allocate(stored.line_bytes));
+  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
+  for (std::int32_t i = 0; i < header.biHeight; ++i) {
+    TQ_TRY(request.rows.row(row.pixels(), stored.row_of(i, header)));
+    pack(*stored.layout, row.pixels(), header.biWidth, line.pixels());
+    TQ_TRY(write(line.pixels()));
   }
   return kOk;
 }
 
 inline Status write_rows(const StoredRows& stored, const EncodeRequest& request,
                          StreamWriter& out) {
-  const BitmapInfoHeader& header = request.image->header;
-  RowBuffer<std::uint8_t> line, row;
-  TQ_TRY(line.allocate(stored.line_bytes));
-  TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
-  for (std::int32_t y = 0; y < header.biHeight; ++y) {
-    TQ_TRY(request.rows.row(row.pixels(), y));
-    pack(*stored.layout, row.pixels(), header.biWidth, line.pixels());
-    out.put(line.pixels());
-    TQ_TRY(out.status());
-  }
-  return kOk;
+  return supply_rows(stored, request, [&](pixels::Bytes line) {
+    out.put(line);
+    return out.status();
+  });
 }
 
 }  // namespace tq::formats

@@ -1,6 +1,7 @@
 // Sequential reading: in chunks from files and callers, in place from memory and from pieces.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -91,6 +92,27 @@ class RestPieces {
  private:
   ChunkReader& input_;
   std::size_t taken_ = 0;  // of the present piece
+};
+
+// The next `bytes` bytes of a reader, piece by piece.
+class ReaderPieces {
+ public:
+  ReaderPieces(ChunkReader& input, std::int64_t bytes) : input_(&input), left_(bytes) {}
+
+  std::span<const std::uint8_t> next_piece() {
+    input_->skip(taken_);
+    const auto piece = input_->peek(static_cast<std::size_t>(std::min(left_, kPieceBytes)));
+    taken_ = piece.size();
+    left_ -= std::ssize(piece);
+    return piece;
+  }
+
+ private:
+  static constexpr std::int64_t kPieceBytes = 32768;
+
+  ChunkReader* input_;
+  std::int64_t left_;      // bytes not yet in a piece
+  std::size_t taken_ = 0;  // bytes of the present piece
 };
 
 }  // namespace tq

@@ -46,6 +46,19 @@ constexpr std::uint8_t on_white(int level, int alpha) {
   return byte((level * alpha + 255 * (255 - alpha) + 127) / 255);
 }
 
+// The same for a level that is multiplied by alpha already.
+constexpr std::uint8_t mixed_on_white(int level, int alpha) {
+  return byte(level < alpha ? level + 255 - alpha : 255);
+}
+
+// Levels of fewer bits, so that the highest becomes 255: the first bits again, or of 16 the nearest.
+constexpr std::uint8_t from_5_bits(int level) {
+  return byte(level << 3 | level >> 2);
+}
+constexpr std::uint8_t from_16_bits(int level) {
+  return byte((level + 128) / 257);
+}
+
 // Entry i is i, i, i.
 const std::array<Rgb, 256>& grey_ramp();
 const std::array<Rgb, 2>& black_and_white();

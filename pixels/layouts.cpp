@@ -1,6 +1,7 @@
 // The table of layouts: one row of it is a way between a file's rows and the library's.
 #include <algorithm>
 #include <array>
+#include <bit>
 
 #include "pixels/colours.h"
 #include "pixels/kernels.h"
@@ -110,6 +111,36 @@ void split_planes(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
   }
 }
 
+// The same for pixels of a byte.
+constexpr std::array<std::uint64_t, 256> kSpreadBytes = [] {
+  std::array<std::uint64_t, 256> spread{};
+  for (std::uint64_t bits = 0; bits < 256; ++bits) {
+    for (int bit = 0; bit < 8; ++bit) spread[bits] |= (bits >> bit & 1) << 8 * (7 - bit);
+  }
+  return spread;
+}();
+
+constexpr std::uint8_t gather_bytes(std::uint64_t bytes) {
+  return byte((bytes & 0x0101010101010101) * 0x8040201008040201 >> 56);
+}
+
+template <int kPlanes>
+void merge_to_bytes(From stored, std::ptrdiff_t plane_bytes, int width, To row) {
+  for (int x = 0; x < width; x += 8, ++stored, row += 8) {
+    std::uint64_t pixels = 0;
+    for (int i = 0; i < kPlanes; ++i) pixels |= kSpreadBytes[stored[i * plane_bytes]] << i;
+    std::memcpy(row, &pixels, static_cast<std::size_t>(std::min(width - x, 8)));
+  }
+}
+
+void split_bytes(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
+  for (int x = 0; x < width; x += 8, ++stored, row += 8) {
+    std::uint64_t pixels = 0;
+    std::memcpy(&pixels, row, static_cast<std::size_t>(std::min(width - x, 8)));
+    for (int i = 0; i < 8; ++i) stored[i * plane_bytes] = gather_bytes(pixels >> i);
+  }
+}
+
 // Words
 
 void swap_words(From from, To to, int width) {
@@ -140,6 +171,17 @@ void widen_words(From stored, std::ptrdiff_t, int width, To row) {
   }
 }
 
+template <bool kAlpha>
+void widen_words_fully(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 2, row += 3) {
+    const int pixel = stored[0] | stored[1] << 8;
+    const bool hidden = kAlpha && pixel < 0x8000;
+    for (int i = 0; i < 3; ++i) {
+      row[i] = hidden ? std::uint8_t{255} : from_5_bits(pixel >> 5 * i & 31);
+    }
+  }
+}
+
 // A byte for each channel
 
 void merge_channels(From stored, std::ptrdiff_t plane_bytes, int width, To row) {
@@ -156,6 +198,12 @@ void swap_channels(From stored, std::ptrdiff_t, int width, To row) {
 
 void swap_channels_back(From row, int width, To stored, std::ptrdiff_t) {
   kernels().swap_24(row, stored, width);
+}
+
+void split_channels_of_4(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
+  for (int x = 0; x < width; ++x, row += 4, ++stored) {
+    for (int i = 0; i < 3; ++i) stored[i * plane_bytes] = row[2 - i];
+  }
 }
 
 // kStep bytes a pixel, with red at kRed, green and blue behind it.
@@ -184,6 +232,10 @@ void drop_fourth(From row, int width, To stored, std::ptrdiff_t) {
   }
 }
 
+void unpack_bgrx(From stored, std::ptrdiff_t, int width, To row) {
+  drop_fourth(stored, width, row, 0);
+}
+
 void drop_first(From stored, std::ptrdiff_t, int width, To row) {
   for (int x = 0; x < width; ++x, stored += 4, row += 3) {
     for (int i = 0; i < 3; ++i) row[i] = stored[i + 1];
@@ -192,6 +244,13 @@ void drop_first(From stored, std::ptrdiff_t, int width, To row) {
 
 void pack_xrgb(From row, int width, To stored, std::ptrdiff_t) {
   kernels().widen_24_reversed(row, stored, width);
+}
+
+void turn_words(From row, int width, To stored, std::ptrdiff_t) {
+  for (int x = 0; x < width; ++x, row += 4, stored += 4) {
+    stored[0] = 0;
+    for (int i = 0; i < 3; ++i) stored[1 + i] = row[2 - i];
+  }
 }
 
 void mix_cmyk(From stored, std::ptrdiff_t, int width, To row) {
@@ -203,13 +262,20 @@ void mix_cmyk(From stored, std::ptrdiff_t, int width, To row) {
   }
 }
 
-void lay_grey_on_white(From stored, std::ptrdiff_t, int width, To row) {
-  for (int x = 0; x < width; ++x, stored += 2) row[x] = on_white(stored[0], stored[1]);
+void take_grey(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x) row[x] = stored[2 * x];
 }
 
-void lay_colours_on_white(From stored, std::ptrdiff_t, int width, To row) {
+template <auto kLaid>
+void lay_grey(From stored, std::ptrdiff_t, int width, To row) {
+  for (int x = 0; x < width; ++x, stored += 2) row[x] = kLaid(stored[0], stored[1]);
+}
+
+template <auto kLaid, int kBlue>
+void lay_colours(From stored, std::ptrdiff_t, int width, To row) {
+  constexpr int kStep = kBlue == 0 ? 1 : -1;
   for (int x = 0; x < width; ++x, stored += 4, row += 3) {
-    for (int i = 0; i < 3; ++i) row[i] = on_white(stored[2 - i], stored[3]);
+    for (int i = 0; i < 3; ++i) row[i] = kLaid(stored[kBlue + i * kStep], stored[3]);
   }
 }
 
@@ -222,24 +288,38 @@ constexpr RowLayout kLayouts[] = {
     {Layout::bytes, 1, 8, 1, bytes_to_1, to_bytes<1>},
     {Layout::bytes, 4, 8, 1, indices_to_4<8>, to_bytes<4>},
     {Layout::bytes, 8, 8, 1, unpack_copy<8>, pack_copy<8>},
+    {Layout::bit_planes_2, 4, 1, 2, merge_planes<2>, nullptr},
     {Layout::bit_planes_3, 4, 1, 3, merge_planes<3>, nullptr},
     {Layout::bit_planes_4, 4, 1, 4, merge_planes<4>, split_planes},
+    {Layout::bit_planes_5, 8, 1, 5, merge_to_bytes<5>, nullptr},
+    {Layout::bit_planes_6, 8, 1, 6, merge_to_bytes<6>, nullptr},
+    {Layout::bit_planes_7, 8, 1, 7, merge_to_bytes<7>, nullptr},
+    {Layout::bit_planes_8, 8, 1, 8, merge_to_bytes<8>, split_bytes},
     {Layout::grey16_be, 16, 16, 1, unpack_grey16, pack_grey16},
     {Layout::grey16_le, 16, 16, 1, unpack_copy<16>, pack_copy<16>},
     {Layout::rgb555, 24, 16, 1, widen_words<5>, nullptr},
     {Layout::rgb565, 24, 16, 1, widen_words<6>, nullptr},
+    {Layout::rgb555_full, 24, 16, 1, widen_words_fully<false>, nullptr},
+    {Layout::rgb555_alpha, 24, 16, 1, widen_words_fully<true>, nullptr},
     {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
+    {Layout::rgb_planes, 32, 8, 3, nullptr, split_channels_of_4},
     {Layout::rgb, 24, 24, 1, swap_channels, swap_channels_back},
     {Layout::rgb, 32, 24, 1, nullptr, turn_to_rgb<4>},
     {Layout::bgr, 24, 24, 1, unpack_copy<24>, pack_copy<24>},
     {Layout::bgr, 32, 24, 1, nullptr, drop_fourth},
     {Layout::rgbx, 24, 32, 1, turn_to_bgr<4, 0>, nullptr},
+    {Layout::bgrx, 24, 32, 1, unpack_bgrx, nullptr},
     {Layout::xrgb, 24, 32, 1, turn_to_bgr<4, 1>, pack_xrgb},
+    {Layout::xrgb, 32, 32, 1, nullptr, turn_words},
     {Layout::xbgr, 24, 32, 1, drop_first, nullptr},
     {Layout::cmyk, 32, 32, 1, unpack_copy<32>, pack_copy<32>},
     {Layout::cmyk, 24, 32, 1, mix_cmyk, nullptr},
-    {Layout::grey_alpha, 8, 16, 1, lay_grey_on_white, nullptr},
-    {Layout::rgba, 24, 32, 1, lay_colours_on_white, nullptr},
+    {Layout::greyx, 8, 16, 1, take_grey, nullptr},
+    {Layout::grey_alpha, 8, 16, 1, lay_grey<on_white>, nullptr},
+    {Layout::grey_mixed, 8, 16, 1, lay_grey<mixed_on_white>, nullptr},
+    {Layout::rgba, 24, 32, 1, lay_colours<on_white, 2>, nullptr},
+    {Layout::bgra, 24, 32, 1, lay_colours<on_white, 0>, nullptr},
+    {Layout::bgra_mixed, 24, 32, 1, lay_colours<mixed_on_white, 0>, nullptr},
 };
 
 // How many pixels both sides have room for.
@@ -278,6 +358,13 @@ const RowLayout* find_bit_layout(std::span<const Rgb> colours) {
   return find_layout(Layout::bits_1, 4);
 }
 
+const RowLayout* find_plane_layout(int planes) {
+  static constexpr Layout kOfPlanes[] = {
+      Layout::bits_1,       Layout::bit_planes_2, Layout::bit_planes_3, Layout::bit_planes_4,
+      Layout::bit_planes_5, Layout::bit_planes_6, Layout::bit_planes_7, Layout::bit_planes_8};
+  return find_layout(kOfPlanes[planes - 1], planes <= 4 ? 4 : 8);
+}
+
 void unpack(const RowLayout& layout, Bytes stored, int width, Row row) {
   const std::ptrdiff_t plane_bytes = std::ssize(stored) / layout.planes;
   const int there = common_width(layout, width, plane_bytes, std::ssize(row));
@@ -292,6 +379,57 @@ void pack(const RowLayout& layout, Bytes row, int width, Row stored) {
     clear_behind(stored.subspan(i * plane_bytes, plane_bytes), there, layout.plane_bits);
   }
   layout.pack(row.data(), there, stored.data(), plane_bytes);
+}
+
+namespace {
+
+// One of the colours: its lowest bit, and its largest value.
+struct Channel {
+  explicit Channel(std::uint32_t mask)
+      : low(mask == 0 ? 0 : std::countr_zero(mask)),
+        most(mask >> low),
+        bits(std::bit_width(most)) {}
+
+  std::uint8_t operator()(std::uint32_t pixel) const {
+    const std::uint32_t level = pixel >> low & most;
+    if (bits > 8) return byte((std::uint64_t{level} * 255 + most / 2) / most);
+    if (bits == 0) return 0;
+    std::uint32_t wide = level << (8 - bits);
+    for (int have = bits; have < 8; have *= 2) wide |= wide >> have;
+    return byte(wide);
+  }
+
+  int low;
+  std::uint32_t most;
+  int bits;
+};
+
+}  // namespace
+
+void unpack_masked(const ColourMasks& masks, Bytes stored, int bytes, bool big_endian, int width,
+                   Row row) {
+  const Channel red(masks.red), green(masks.green), blue(masks.blue);
+  const std::ptrdiff_t there = std::min<std::ptrdiff_t>(width, std::ssize(stored) / bytes);
+  clear_behind(row, static_cast<int>(there), 24);
+  const std::uint8_t* from = stored.data();
+  std::uint8_t* to = row.data();
+  for (std::ptrdiff_t x = 0; x < there; ++x, from += bytes, to += 3) {
+    std::uint32_t pixel = 0;
+    for (int i = 0; i < bytes; ++i)
+      pixel |= std::uint32_t{from[big_endian ? bytes - 1 - i : i]} << 8 * i;
+    to[0] = blue(pixel);
+    to[1] = green(pixel);
+    to[2] = red(pixel);
+  }
+}
+
+void mirror(Row pixels, int pixel_bytes) {
+  if (pixels.empty()) return;
+  std::uint8_t* left = pixels.data();
+  std::uint8_t* right = left + pixels.size() - pixel_bytes;
+  for (; left < right; left += pixel_bytes, right -= pixel_bytes) {
+    std::swap_ranges(left, left + pixel_bytes, right);
+  }
 }
 
 }  // namespace tq::pixels

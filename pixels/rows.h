@@ -22,21 +22,33 @@ enum class Layout : std::uint8_t {
   bits_2,
   bits_4,
   bytes,
-  bit_planes_3,  // one plane behind the other, the lowest bits first
+  bit_planes_2,  // one plane behind the other, the lowest bits first
+  bit_planes_3,
   bit_planes_4,
+  bit_planes_5,
+  bit_planes_6,
+  bit_planes_7,
+  bit_planes_8,
   grey16_be,
   grey16_le,
   rgb555,  // words, low byte first: from the low bits on blue, green, red
   rgb565,
+  rgb555_full,   // full intensity is 255
+  rgb555_alpha,  // the same, the top bit being alpha
   rgb_planes,
   rgb,
   bgr,
   rgbx,
+  bgrx,
   xrgb,
   xbgr,
   cmyk,        // as it is, or as colours
+  greyx,       // and a byte of nothing
   grey_alpha,  // becomes what it looks like on white
+  grey_mixed,  // with alpha by which it is multiplied already
   rgba,
+  bgra,
+  bgra_mixed,
 };
 
 struct RowLayout {
@@ -60,6 +72,9 @@ const RowLayout* find_layout(Layout layout, int bits);
 // black and white in either order; else with 4.
 const RowLayout* find_bit_layout(std::span<const Rgb> colours);
 
+// Of 1 to 8 planes of bits: to rows of 4 bits, above 4 planes of 8.
+const RowLayout* find_plane_layout(int planes);
+
 // Bytes of a row of `width` pixels in a file that pads each plane to bytes.
 constexpr std::int64_t stored_bytes(const RowLayout& layout, std::int64_t width) {
   return layout.planes * ((width * layout.plane_bits + 7) / 8);
@@ -71,6 +86,18 @@ void unpack(const RowLayout& layout, Bytes stored, int width, Row row);
 
 // And back: what `stored` has behind the pixels becomes 0, in every plane.
 void pack(const RowLayout& layout, Bytes row, int width, Row stored);
+
+// Which bits of a pixel, stored as a number, are its colours.
+struct ColourMasks {
+  std::uint32_t red = 0, green = 0, blue = 0;
+};
+
+// Numbers of `bytes` bytes to blue, green, red.
+void unpack_masked(const ColourMasks& masks, Bytes stored, int bytes, bool big_endian, int width,
+                   Row row);
+
+// Turns round what is held in whole bytes: the last pixel comes first.
+void mirror(Row pixels, int pixel_bytes);
 
 // The other way round, for images whose first colour is white: of equal length, or in one place.
 void invert(Bytes from, Row to);

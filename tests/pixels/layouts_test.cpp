@@ -35,6 +35,8 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
     const int alpha = at(way.plane_bits / 8 - 1);
     return (at(i) * alpha + 255 * (255 - alpha) + 127) / 255;
   };
+  const auto mixed = [&](int i) { return std::min(at(i) + 255 - at(way.plane_bits / 8 - 1), 255); };
+  const auto full = [&](int shift) { return (word >> shift & 31) * 33 / 4; };
   const auto ink = [&](int i) { return std::max(255 - at(i) - at(3), 0); };
   std::uint32_t value = 0;
   switch (way.layout) {
@@ -45,8 +47,13 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       return bits_at(row, x * way.plane_bits, way.plane_bits) & ((1u << way.bits) - 1);
     case Layout::bits_1_black:
       return 1 - bits_at(row, x, 1);
+    case Layout::bit_planes_2:
     case Layout::bit_planes_3:
     case Layout::bit_planes_4:
+    case Layout::bit_planes_5:
+    case Layout::bit_planes_6:
+    case Layout::bit_planes_7:
+    case Layout::bit_planes_8:
       for (int i = 0; i < way.planes; ++i)
         value |= bits_at(row, static_cast<int>(i * plane * 8) + x, 1) << i;
       return value;
@@ -58,25 +65,38 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       return bgr((word & 31) << 3, (word >> 5 & 31) << 3, (word >> 10 & 31) << 3);
     case Layout::rgb565:
       return bgr((word & 31) << 3, (word >> 5 & 63) << 2, (word >> 11) << 3);
+    case Layout::rgb555_full:
+      return bgr(full(0), full(5), full(10));
+    case Layout::rgb555_alpha:
+      return word < 0x8000 ? 0xFFFFFF : bgr(full(0), full(5), full(10));
     case Layout::rgb_planes:
-      return bgr(row[2 * plane + x], row[plane + x], row[x]);
+      return bgr(row[2 * plane + x], row[plane + x], row[x]) << (way.bits - 24);
     case Layout::bgr:
+    case Layout::bgrx:
       return bgr(at(0), at(1), at(2)) << (way.bits - 24);
     case Layout::rgb:
     case Layout::rgbx:
       if (way.bits == 32) return bgr(at(2), at(1), at(0)) << 8;
       return bgr(at(2), at(1), at(0));
     case Layout::xrgb:
-      return bgr(at(3), at(2), at(1));
+      return bgr(at(3), at(2), at(1)) << (way.bits - 24);
     case Layout::xbgr:
       return bgr(at(1), at(2), at(3));
     case Layout::cmyk:
       if (way.bits == 32) return bits_at(row, 32 * x, 32);
       return bgr(ink(2), ink(1), ink(0));
+    case Layout::greyx:
+      return at(0);
     case Layout::grey_alpha:
       return static_cast<std::uint32_t>(white(0));
+    case Layout::grey_mixed:
+      return static_cast<std::uint32_t>(mixed(0));
     case Layout::rgba:
       return bgr(white(2), white(1), white(0));
+    case Layout::bgra:
+      return bgr(white(0), white(1), white(2));
+    case Layout::bgra_mixed:
+      return bgr(mixed(0), mixed(1), mixed(2));
   }
   return value;
 }
@@ -132,6 +152,19 @@ TEST(Layouts, AgreeWithTheModelAtEveryWidth) {
     }
   }
   EXPECT_EQ(find_layout(Layout::rgb555, 16), nullptr);
+}
+
+// Channels of every width: 5 and 6 bits repeat their first ones, 10 are rounded, one is on or off.
+TEST(Layouts, MasksFindTheirBitsInEitherOrder) {
+  const auto pixel = [](const ColourMasks& masks, Block stored, bool big_endian) {
+    Block row(4, 9);
+    unpack_masked(masks, stored, static_cast<int>(stored.size()), big_endian, 1, row);
+    return row;
+  };
+  EXPECT_EQ(pixel({0xF800, 0x7E0, 0x1F}, {0x43, 0x18}, false), (Block{24, 8, 24, 0}));
+  EXPECT_EQ(pixel({0xF800, 0x7E0, 0x1F}, {0x18, 0x43}, true), (Block{24, 8, 24, 0}));
+  EXPECT_EQ(pixel({0xFF, 0xFF00, 0xFF0000}, {1, 2, 3}, false), (Block{3, 2, 1, 0}));
+  EXPECT_EQ(pixel({0x3FF00000, 0, 0x80000000}, {0, 0, 0x30, 0x80}, false), (Block{255, 0, 1, 0}));
 }
 
 }  // namespace
