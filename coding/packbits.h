@@ -81,6 +81,39 @@ class Decoder {
   std::uint8_t value_ = 0;
 };
 
+// Expands what was coded by itself, `kUnit` bytes behind a count of units; how many bytes there were:
+// fewer where `coded` ends first.
+template <int kUnit = 1>
+std::ptrdiff_t decode(std::span<const std::uint8_t> coded, std::span<std::uint8_t> bytes) {
+  constexpr int kNothing = 128;
+  const std::uint8_t* from = coded.data();
+  const std::uint8_t* const end = from + coded.size();
+  std::uint8_t* to = bytes.data();
+  std::ptrdiff_t free = std::ssize(bytes);
+  while (from != end && free > 0) {
+    const int count = *from++;
+    if (count == kNothing) continue;
+    const bool is_run = count > kNothing;
+    const std::ptrdiff_t units = is_run ? 257 - count : count + 1;
+    const std::ptrdiff_t wanted = std::min(kUnit * units, free);
+    std::ptrdiff_t here = std::min(wanted, end - from);
+    if (!is_run) {
+      std::copy_n(from, here, to);
+      from += here;
+    } else if (end - from < kUnit) {
+      break;
+    } else {
+      here = wanted;
+      if constexpr (kUnit == 1) std::fill_n(to, here, *from);
+      for (std::ptrdiff_t i = 0; kUnit > 1 && i < here; ++i) to[i] = from[i % kUnit];
+      from += kUnit;
+    }
+    to += here;
+    free -= here;
+  }
+  return to - bytes.data();
+}
+
 // How far behind `out` so many bytes are coded at most.
 constexpr std::int64_t most_bytes(std::int64_t bytes) {
   return bytes + bytes / 128 + 1;

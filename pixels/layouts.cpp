@@ -206,6 +206,18 @@ void split_channels_of_4(From row, int width, To stored, std::ptrdiff_t plane_by
   }
 }
 
+void merge_inks(From stored, std::ptrdiff_t plane_bytes, int width, To row) {
+  for (int x = 0; x < width; ++x, row += 4) {
+    for (int i = 0; i < 4; ++i) row[i] = byte(~stored[i * plane_bytes + x]);
+  }
+}
+
+void split_inks(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
+  for (int x = 0; x < width; ++x, row += 4) {
+    for (int i = 0; i < 4; ++i) stored[i * plane_bytes + x] = byte(~row[i]);
+  }
+}
+
 // kStep bytes a pixel, with red at kRed, green and blue behind it.
 template <int kStep, int kRed>
 void turn_to_bgr(From stored, std::ptrdiff_t, int width, To row) {
@@ -303,6 +315,7 @@ constexpr RowLayout kLayouts[] = {
     {Layout::rgb555_alpha, 24, 16, 1, widen_words_fully<true>, nullptr},
     {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
     {Layout::rgb_planes, 32, 8, 3, nullptr, split_channels_of_4},
+    {Layout::ink_planes, 32, 8, 4, merge_inks, split_inks},
     {Layout::rgb, 24, 24, 1, swap_channels, swap_channels_back},
     {Layout::rgb, 32, 24, 1, nullptr, turn_to_rgb<4>},
     {Layout::bgr, 24, 24, 1, unpack_copy<24>, pack_copy<24>},

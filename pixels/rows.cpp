@@ -37,6 +37,12 @@ void gather(Bytes row, int bits, Row out, int count, Source&& source) {
 
 }  // namespace
 
+void narrow_samples(Bytes stored, Row samples) {
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = from_16_bits(stored[2 * i] << 8 | stored[2 * i + 1]);
+  }
+}
+
 void invert(Bytes from, Row to) {
   std::transform(from.begin(), from.end(), to.begin(), [](int all) { return byte(~all); });
 }

@@ -36,6 +36,7 @@ enum class Layout : std::uint8_t {
   rgb555_full,   // full intensity is 255
   rgb555_alpha,  // the same, the top bit being alpha
   rgb_planes,
+  ink_planes,  // cyan to black, one behind the other; 255 is none
   rgb,
   bgr,
   rgbx,
@@ -98,6 +99,9 @@ void unpack_masked(const ColourMasks& masks, Bytes stored, int bytes, bool big_e
 
 // Turns round what is held in whole bytes: the last pixel comes first.
 void mirror(Row pixels, int pixel_bytes);
+
+// 16-bit samples, high byte first, to the nearest of 8 bits: as many as `samples` holds.
+void narrow_samples(Bytes stored, Row samples);
 
 // The other way round, for images whose first colour is white: of equal length, or in one place.
 void invert(Bytes from, Row to);

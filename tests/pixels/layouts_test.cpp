@@ -71,6 +71,9 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       return word < 0x8000 ? 0xFFFFFF : bgr(full(0), full(5), full(10));
     case Layout::rgb_planes:
       return bgr(row[2 * plane + x], row[plane + x], row[x]) << (way.bits - 24);
+    case Layout::ink_planes:
+      for (int i = 0; i < 4; ++i) value = value << 8 | (255u - row[i * plane + x]);
+      return value;
     case Layout::bgr:
     case Layout::bgrx:
       return bgr(at(0), at(1), at(2)) << (way.bits - 24);
@@ -126,7 +129,8 @@ void check_pack(const RowLayout& way, int width) {
   const test::GuardedBlock row(noise(row_bytes(width, way.bits)));
   const test::GuardedBlock stored(noise(stored_bytes(way, width + 9)));
   pack(way, row.bytes(), width, stored.bytes());
-  const bool unused = way.bits == 32 && way.layout != Layout::cmyk;
+  const bool inks = way.layout == Layout::cmyk || way.layout == Layout::ink_planes;
+  const bool unused = way.bits == 32 && !inks;
   const std::uint32_t counted = unused ? 0xFFFFFF00 : 0xFFFFFFFF;
   for (int x = 0; x < width; ++x) {
     ASSERT_EQ(bits_at(row.bytes(), x * way.bits, way.bits) & counted, model(way, stored.bytes(), x))
