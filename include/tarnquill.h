@@ -100,7 +100,8 @@ enum {
  *   CALS        1                     1
  *   MACPAINT    1                     nothing; GEM and MSP likewise
  *   CUT         8, in grey            nothing
- *   DICOM       8, 24, 32             nothing */
+ *   DICOM       8, 24, 32             nothing
+ *   PHOTOSHOP   1, 8, 24, 32          1, 4, 8, 24, 32; the merged picture */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

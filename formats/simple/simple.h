@@ -29,4 +29,11 @@ Status encode_sun(const formats::EncodeRequest& request);
 // than their field can hold.
 Status can_encode_sun(const formats::EncodeRequest& request);
 
+// The merged picture of Photoshop documents. Writing asks for each row once for every channel.
+Status decode_photoshop(const formats::DecodeRequest& request);
+Status encode_photoshop(const formats::EncodeRequest& request);
+
+// wrong_depth for 16 bits; unsupported for sides above 30000.
+Status can_encode_photoshop(const formats::EncodeRequest& request);
+
 }  // namespace tq::simple

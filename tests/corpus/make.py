@@ -4,9 +4,9 @@
     file, page, file type code, depth or status, width, height, digest of the pixels (or the file that shows
     them), the programs that agreed, the rule of the library's own that was applied
 
-Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, ghostscript, openjdk-17-jdk-headless, gifsicle,
-libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf, dcmtk, python3-pydicom, python3-numpy and libgdcm-tools, as
-Debian 12 has them."""
+Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, gimp, libfreeimage3, ghostscript,
+openjdk-17-jdk-headless, gifsicle, libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf, dcmtk, python3-pydicom,
+python3-numpy and libgdcm-tools, as Debian 12 has them."""
 import collections
 import functools
 import io
@@ -19,6 +19,7 @@ import re
 import shutil
 import struct
 import subprocess
+import sys
 import tempfile
 
 import numpy
@@ -27,6 +28,9 @@ from PIL import Image, ImageDraw
 from pydicom.pixel_data_handlers import util as dicom_values
 
 HERE = pathlib.Path(__file__).resolve().parent
+sys.path.append(str(HERE.parent / "peers"))
+from freeimage import FreeImage  # noqa: E402
+
 LINE = re.compile(r"^(-?\d+) +(-?\d+)(?::(\S+))? +(\S+/\S+) +(.+)$", re.MULTILINE)
 FARTHEST = 4  # two decoders of JPEG from each other
 
@@ -168,9 +172,15 @@ def make(command, file):
 
 # ---- What others see: red, green, blue, alpha of all pixels, 8 bits or 16 with the high byte first ---------
 
-def by_pillow(file, page):
+BY_FREEIMAGE = ("psd", "pict", "icon")
+
+
+def by_pillow(file, page, inks):
     with Image.open(file) as image:
-        image.seek(page)
+        if page:
+            image.seek(page)
+        if inks:
+            return image.tobytes() if image.mode == "CMYK" else b""
         return image.convert("RGBA").tobytes() if image.mode[0] != "I" else b""
 
 
@@ -216,22 +226,26 @@ def dicom_views(file):
             pass
 
 
-def views(file, page, deep, alpha):
+def views(file, page, rules):
     if file.suffix == ".dcm":
         yield from dicom_views(file)
         return
+    deep, alpha, inks = not {"high", "rounded"}.isdisjoint(rules), "white" in rules, "inks" in rules
+    kind = "cmyk:-" if inks else "rgba:-"
     depth = ["-depth", "16", "-endian", "MSB"] if deep else ["-depth", "8"]
-    yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, "rgba:-")
-    yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, "rgba:-")
-    if page == 0:
+    yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, kind)
+    yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, kind)
+    if page == 0 and not inks:
         yield "ffmpeg", run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-pix_fmt",
                             "rgba64be" if deep else "rgba", "-frames:v", "1", "-")
+    if page == 0 and file.parent.name in BY_FREEIMAGE:
+        yield "FreeImage", FreeImage().pixels(str(file), deep, inks)
     if not deep:
         try:
-            yield "Pillow", by_pillow(file, page)
+            yield "Pillow", by_pillow(file, page, inks)
         except (OSError, EOFError, ValueError):
             pass
-        yield "netpbm", b"" if alpha else by_netpbm(file, page)
+        yield "netpbm", b"" if alpha or inks else by_netpbm(file, page)
 
 
 def ruled(view, rules):
@@ -240,6 +254,8 @@ def ruled(view, rules):
     if "rounded" in rules:
         view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
     masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
+    if "inks" in rules:
+        return bytes(level for level in view for _ in range(3))
     out = bytearray()
     for i in range(0, len(view), 4):
         alpha = view[i + 3] if "white" in rules else 255
@@ -257,11 +273,23 @@ def fnv(data):
 def agreed(file, page, rules):
     """The digest that most programs see, and which they are."""
     seen = collections.defaultdict(list)
-    for program, view in views(file, page, not {"high", "rounded"}.isdisjoint(rules), "white" in rules):
+    for program, view in views(file, page, rules):
         if view:
             seen[fnv(ruled(view, rules))].append(program)
     digest, programs = max(seen.items(), key=lambda item: len(item[1]), default=("-", []))
     return (digest, programs) if len(programs) > 1 else ("-", ["-"])
+
+
+def sizes_of(file):
+    """Of the pages; layers are none."""
+    if file.suffix == ".dcm":
+        data = pydicom.dcmread(file)
+        return [f"{data.Columns} {data.Rows}"]
+    sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines()
+    if not sizes:
+        sizes = run("ffprobe", "-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0",
+                    str(file)).decode().replace(",", " ").splitlines()
+    return sizes[:1] if file.parent.name == "psd" else sizes or ["0 0"]
 
 
 # ---- JPEG: whole numbers may be rounded in several ways -----------------------------------------------------
@@ -324,14 +352,7 @@ def main():
         for code, result, rules, name, command in LINE.findall((HERE / "SOURCES.md").read_text()):
             file = HERE / name
             make(command, file)
-            sizes = run("identify", "-format", "%w %h\n", str(file)).decode().splitlines()
-            if file.suffix == ".dcm":
-                data = pydicom.dcmread(file)
-                sizes = [f"{data.Columns} {data.Rows}"]
-            if not sizes and int(result) > 0:
-                sizes = run("ffprobe", "-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0",
-                            str(file)).decode().replace(",", " ").splitlines()
-            sizes = sizes or ["0 0"]
+            sizes = sizes_of(file)
             for page, size in enumerate(sizes if int(result) > 0 else sizes[:1]):
                 lossy = int(result) > 0 and (file.suffix == ".jpg" or re.search("jpeg|window|range", file.stem))
                 seen = shown(file, known) if lossy else agreed(file, page, rules.split(","))

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""BMP, PCX, DCX, GIF, PNG, Sun raster and CALS files of every width written here and read by Pillow, netpbm and
-ImageMagick; GEM, MSP and DICOM files of others read here. What these write is in tests/corpus.
+"""BMP, PCX, DCX, GIF, PNG, Sun raster, CALS and Photoshop files of every width written here and read by Pillow,
+netpbm, ImageMagick and FreeImage; GEM, MSP and DICOM files of others read here. What these write is in tests/corpus.
 
     image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
 import pathlib
@@ -15,12 +15,18 @@ try:
     from PIL import Image
 except ImportError:
     sys.exit(77)
+from freeimage import FreeImage
 from library import Library, conclude
 
-WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)
 HEIGHT = 13
-RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras"}
+SIZES = [(width, HEIGHT) for width in (2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)] + [(1, 1), (301, 20)]
+RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd"}
 READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm"}
+BY_FREEIMAGE = (".psd",)
+try:
+    FREEIMAGE = FreeImage()
+except OSError:
+    FREEIMAGE = None
 failures = []
 compared = 0
 
@@ -32,16 +38,16 @@ def equal(name, left, right):
         failures.append(name)
 
 
-def noise(width, mode, seed):
+def noise(width, mode, seed, height=HEIGHT):
     """Runs, single pixels and large values in one picture."""
     state = random.Random(seed)
     most = {"1": 1, "4": 15}.get(mode, 255)
     data = []
-    while len(data) < width * HEIGHT:
-        pixel = tuple(state.randint(0, most) for _ in range(3)) if mode == "RGB" else state.randint(0, most)
+    while len(data) < width * height:
+        pixel = tuple(state.randint(0, most) for _ in mode) if mode in ("RGB", "CMYK") else state.randint(0, most)
         data += [255 * pixel if mode == "1" else pixel] * state.choice((1, 1, 1, 2, 3, 70))
-    image = Image.new({"4": "P"}.get(mode, mode), (width, HEIGHT))
-    image.putdata(data[:width * HEIGHT])
+    image = Image.new({"4": "P"}.get(mode, mode), (width, height))
+    image.putdata(data[:width * height])
     if mode in ("P", "4"):
         image.putpalette([state.randint(0, 255) for _ in range(768)])
     return image
@@ -65,25 +71,34 @@ def run(*command, **options):
 
 
 def read_by_others(name, image, code, what):
-    # The fields of compressed bitmaps say how large they would be without, which these two refuse; and of one pixel
-    # Pillow reads no PCX.
-    if code != RLE and (image.size[0] > 1 or name.suffix != ".pcx"):
+    # The fields of compressed bitmaps say how large they would be without, which these two refuse. Of one pixel Pillow
+    # reads no PCX and no Sun raster; of documents it takes 1 for white, where all others see black.
+    refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
+    if code != RLE and not refused.get(name.suffix):
         equal(f"Pillow reads {what}", Image.open(name), image)
     reader, picture = READERS.get(name.suffix[1:]), name.parent / "out.ppm"
     if reader and shutil.which(reader):
         picture.write_bytes(run(reader, name))
         equal(f"netpbm reads {what}", Image.open(picture), image)
+    # It mixes up the palettes of documents, of which ImageMagick reads none.
+    coloured = name.suffix == ".psd" and image.mode == "P"
+    if coloured and shutil.which("ffmpeg"):
+        data = run("ffmpeg", "-v", "error", "-i", name, "-f", "rawvideo", "-pix_fmt", "rgb24", "-")
+        equal(f"ffmpeg reads {what}", Image.frombytes("RGB", image.size, data), image)
+    if name.suffix in BY_FREEIMAGE and FREEIMAGE and not coloured:
+        seen = FREEIMAGE.pixels(str(name)) or bytes(4 * image.width * image.height)
+        equal(f"FreeImage reads {what}", Image.frombytes("RGBA", image.size, seen), image)
     # It takes the empty colour map of 1-bit PCX files for all black, and reads none in version 2.
-    if shutil.which("convert") and code != RLE and (name.suffix != ".pcx" or len(image.getbands()) == 3):
+    if shutil.which("convert") and code != RLE and not coloured and (name.suffix != ".pcx" or image.mode == "RGB"):
         run("convert", name, "-depth", "8", picture)
         equal(f"ImageMagick reads {what}", Image.open(picture), image)
 
 
 def widths(library, folder):
-    for width in WIDTHS:
+    for width, height in SIZES:
         for mode in ("1", "4", "P", "RGB"):
-            image = noise(width, mode, 7 * width)
-            handle = library.make(width, HEIGHT, *pack(image, mode), 300, 150)
+            image = noise(width, mode, 7 * width, height)
+            handle = library.make(width, height, *pack(image, mode), 300, 150)
             for code, ending in CODES.items():
                 name, what = folder / f"ours.{ending}", f"code {code}, {mode}{width}"
                 name.unlink(missing_ok=True)
@@ -121,6 +136,19 @@ def containers(library, folder):
             theirs = Image.open(name)
             theirs.seek(page)
             equal(f"Pillow reads page {page}", theirs, image)
+
+
+def inks(library, folder):
+    """32 bits of ink, in documents."""
+    name = folder / "inks.psd"
+    for width, height in SIZES:
+        image = noise(width, "CMYK", width, height)
+        data = image.tobytes()
+        rows = [data[4 * width * y:4 * width * (y + 1)] for y in range(height)]
+        library.save(library.make(width, height, 32, rows), str(name))
+        others = {"Pillow": Image.open(name).tobytes(),
+                  "ImageMagick": run("convert", name, "-depth", "8", "cmyk:-") if shutil.which("convert") else data}
+        failures.extend(f"{other} reads {width} inks" for other, seen in others.items() if seen != data)
 
 
 def deep_png(library, folder):
@@ -198,7 +226,7 @@ def main():
         shutil.copy(sys.argv[1], folder / "libtarnquill.so")
         shutil.copy(sys.argv[2], folder)
         library = Library(str(folder / "libtarnquill.so"))
-        for part in (widths, containers, deep_png, black_and_white, medical):
+        for part in (widths, containers, inks, deep_png, black_and_white, medical):
             part(library, folder)
         library.call("IMG_unload_plugins")
     print(f"{compared} pictures compared, {len(failures)} differ")
