@@ -110,9 +110,8 @@ Status read_header(Sections& sections, Document& document) {
   }
   TQ_TRY(choose_layout(document));
   document.rows.line_bytes = stored_bytes(*document.rows.layout, width);
-  document.image =
-      dib_header(static_cast<std::int32_t>(width), static_cast<std::int32_t>(height),
-                 document.rows.layout->bits);
+  document.image = dib_header(static_cast<std::int32_t>(width), static_cast<std::int32_t>(height),
+                              document.rows.layout->bits);
   return kOk;
 }
 

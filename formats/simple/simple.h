@@ -29,6 +29,15 @@ Status encode_sun(const formats::EncodeRequest& request);
 // than their field can hold.
 Status can_encode_sun(const formats::EncodeRequest& request);
 
+// Windows icons. Page 0 is the largest picture, of equal ones the deepest. What hides something is laid
+// on white in 24 bits; else a picture keeps its depth.
+Status decode_icon(const formats::DecodeRequest& request);
+Status count_icon_pages(StreamHandle stream);
+Status encode_icon(const formats::EncodeRequest& request);
+
+// wrong_depth for 16 bits and for cyan, magenta, yellow, black; unsupported for sides above 256.
+Status can_encode_icon(const formats::EncodeRequest& request);
+
 // The merged picture of Photoshop documents. Writing asks for each row once for every channel.
 Status decode_photoshop(const formats::DecodeRequest& request);
 Status encode_photoshop(const formats::EncodeRequest& request);

@@ -4,7 +4,7 @@
     file, page, file type code, depth or status, width, height, digest of the pixels (or the file that shows
     them), the programs that agreed, the rule of the library's own that was applied
 
-Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, gimp, libfreeimage3, ghostscript,
+Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, gimp, icoutils, libfreeimage3, ghostscript,
 openjdk-17-jdk-headless, gifsicle, libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf, dcmtk, python3-pydicom,
 python3-numpy and libgdcm-tools, as Debian 12 has them."""
 import collections
@@ -246,6 +246,9 @@ def views(file, page, rules):
         except (OSError, EOFError, ValueError):
             pass
         yield "netpbm", b"" if alpha or inks else by_netpbm(file, page)
+        if file.parent.name == "icon":
+            picture = run("icotool", "-x", f"-i{page + 1}", "-o", "-", str(file))
+            yield "icotool", Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
 
 def ruled(view, rules):

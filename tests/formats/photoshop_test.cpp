@@ -52,10 +52,14 @@ TEST(Photoshop, EveryModeAndDepth) {
   } cases[] = {
       {{.mode = 0, .depth = 1, .data = {0xBF}}, 1, {0x40, 0, 0, 0}},
       {{.mode = 1, .channels = 2, .data = {1, 2, 3, 9, 9, 9}}, 8, {1, 2, 3, 0}},
-      {{.mode = 8, .depth = 16, .colours = {1, 2}, .data = {0, 127, 0, 129, 0xFF, 0xFF}}, 8, {0, 1, 255, 0}},
+      {{.mode = 8, .depth = 16, .colours = {1, 2}, .data = {0, 127, 0, 129, 0xFF, 0xFF}},
+       8,
+       {0, 1, 255, 0}},
       {{.mode = 2, .colours = colours, .data = {2, 0, 2}}, 8, {2, 0, 2, 0}},
       {{.width = 1, .mode = 3, .channels = 4, .data = {1, 2, 3, 4}}, 24, {3, 2, 1, 0}},
-      {{.width = 1, .mode = 3, .depth = 16, .channels = 3, .data = {1, 1, 2, 2, 3, 3}}, 24, {3, 2, 1, 0}},
+      {{.width = 1, .mode = 3, .depth = 16, .channels = 3, .data = {1, 1, 2, 2, 3, 3}},
+       24,
+       {3, 2, 1, 0}},
       {{.width = 1, .mode = 4, .channels = 4, .data = {255, 254, 253, 0}}, 32, {0, 1, 2, 255}},
   };
   for (const auto& [psd, bits, row] : cases) {
@@ -65,7 +69,9 @@ TEST(Photoshop, EveryModeAndDepth) {
       either.version = version;
       const CollectingSink sink = decoded(decode_photoshop, either.file());
       EXPECT_EQ(sink.header.header.biBitCount, bits);
-      EXPECT_EQ(sink.header.palette[2], psd.mode == 2 ? (Rgb{30, 20, 10, 0}) : bits == 8 ? (Rgb{2, 2, 2, 0}) : (Rgb{}));
+      EXPECT_EQ(sink.header.palette[2], psd.mode == 2 ? (Rgb{30, 20, 10, 0})
+                                        : bits == 8   ? (Rgb{2, 2, 2, 0})
+                                                      : (Rgb{}));
       ASSERT_EQ(sink.rows.size(), 1u);
       EXPECT_EQ(sink.rows[0].bytes, row);
     }
@@ -100,7 +106,7 @@ TEST(Photoshop, ResolutionAndTransparentIndex) {
     put(resources, dots, 4);
     put(resources, 0x00010001, 4);
   }
-  const Bytes more = {'8', 'B', 'I', 'M', 9, 9, 0, 0, 0, 0, 0, 1, 7, 0,
+  const Bytes more = {'8', 'B', 'I', 'M', 9, 9,  0, 0, 0, 0, 0, 1, 7, 0,
                       '8', 'B', 'I', 'M', 4, 23, 0, 0, 0, 0, 0, 2, 0, 5};
   resources.insert(resources.end(), more.begin(), more.end());
   const Psd psd{.mode = 2, .colours = Bytes(768), .resources = resources, .data = {1, 2, 3}};
@@ -146,9 +152,14 @@ TEST(Photoshop, SavesWhatItReads) {
     seek(MemoryFile::kHandle, 3, Origin::start);
     image.header.biXPelsPerMeter = 300;
     image.header.biYPelsPerMeter = 65535;
-    EXPECT_EQ(encode_photoshop({.stream = MemoryFile::kHandle, .image = &image, .rows = given.supplier(), .cmyk = cmyk}), kOk);
+    EXPECT_EQ(encode_photoshop({.stream = MemoryFile::kHandle,
+                                .image = &image,
+                                .rows = given.supplier(),
+                                .cmyk = cmyk}),
+              kOk);
     CollectingSink sink;
-    EXPECT_EQ(decode_photoshop({.stream = MemoryFile::kHandle, .offset = 3, .sink = sink.sink()}), kOk);
+    EXPECT_EQ(decode_photoshop({.stream = MemoryFile::kHandle, .offset = 3, .sink = sink.sink()}),
+              kOk);
     EXPECT_EQ(sink.header.header.biXPelsPerMeter, 300);
     EXPECT_EQ(sink.header.header.biYPelsPerMeter, 65535);
     return sink;
@@ -156,9 +167,11 @@ TEST(Photoshop, SavesWhatItReads) {
   for (const int bits : {1, 4, 8, 24, 32}) {
     HeaderBlock image = grey_image(5, 2, bits);
     if (bits == 8) image.palette[3] = {1, 2, 3, 0};
-    const std::vector<Bytes> rows = {Bytes(std::size_t(row_bytes(5, bits)), 0), pack({1, 0, 1, 1, 0}, bits)};
+    const std::vector<Bytes> rows = {Bytes(std::size_t(row_bytes(5, bits)), 0),
+                                     pack({1, 0, 1, 1, 0}, bits)};
     const CollectingSink sink = back(image, rows, bits == 32);
-    EXPECT_EQ(unpack(sink.rows.at(1).bytes, 5, sink.header.header.biBitCount), (Pixels{1, 0, 1, 1, 0}));
+    EXPECT_EQ(unpack(sink.rows.at(1).bytes, 5, sink.header.header.biBitCount),
+              (Pixels{1, 0, 1, 1, 0}));
     if (bits <= 8) {
       EXPECT_EQ(sink.header.palette[3], image.palette[3]);
     }

@@ -218,6 +218,7 @@ std::vector<SaveCase> saves() {
     all.push_back({file, IMG_TYPE_TIFF_LZW});
     if (bits == 1) all.push_back({file, IMG_TYPE_TIFF_G3});
     all.push_back({file, IMG_TYPE_PHOTOSHOP});
+    all.push_back({file, IMG_TYPE_ICON});
     if (bits == 32) continue;
     all.push_back({file, IMG_TYPE_PCX});
     if (bits == 1) all.push_back({file, IMG_TYPE_DCX});  // each makes a temporary file
