@@ -114,6 +114,19 @@ std::ptrdiff_t decode(std::span<const std::uint8_t> coded, std::span<std::uint8_
   return to - bytes.data();
 }
 
+// How many bytes that would be with all the room that there is.
+constexpr std::int64_t expanded_bytes(std::span<const std::uint8_t> coded, int unit) {
+  std::int64_t bytes = 0;
+  for (std::size_t i = 0; i < coded.size();) {
+    const int count = coded[i++];
+    if (count == 128) continue;
+    const std::int64_t units = count > 128 ? 257 - count : count + 1;
+    bytes += units * unit;
+    i += static_cast<std::size_t>(unit * (count > 128 ? 1 : units));
+  }
+  return bytes;
+}
+
 // How far behind `out` so many bytes are coded at most.
 constexpr std::int64_t most_bytes(std::int64_t bytes) {
   return bytes + bytes / 128 + 1;

@@ -9,6 +9,7 @@
 #include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
 #include "formats/pdf/pdf.h"
+#include "formats/pict/pict.h"
 #include "formats/plugin/plugin.h"
 #include "formats/png/png.h"
 #include "formats/simple/simple.h"
@@ -182,7 +183,10 @@ constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_IMT, .name = "imt", .title = "IMT", .ending = "imt",
      .test = [](const Probe& p) { return p.has("\x27" "C1\0"sv); }, .traits = kUnreported},
     {.code = IMG_TYPE_PICT, .name = "pict", .title = "PICT", .ending = "pct",
-     .test = probe_pict, .traits = kByName},
+     .test = probe_pict,
+     .decode = pict::decode_pict, .read_depths = depths(1, 4, 8, 24, 32),
+     .encode = pict::encode_pict, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = pict::can_encode_pict, .traits = kByName},
     {.code = IMG_TYPE_MACPAINT, .name = "macpaint", .title = "MacPaint", .ending = "mac",
      .test = probe_macpaint,
      .decode = simple::decode_macpaint, .read_depths = depths(1)},

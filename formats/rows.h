@@ -10,6 +10,12 @@
 
 namespace tq::formats {
 
+// Dots per inch of a number with 16 bits behind the point; 0 for what nothing can have.
+constexpr std::int32_t dots_of_fixed(std::uint32_t value) {
+  const std::int64_t dots = (std::int64_t{value} + 0x8000) >> 16;
+  return dots <= 65535 ? static_cast<std::int32_t>(dots) : 0;
+}
+
 struct StoredRows {
   const pixels::RowLayout* layout = nullptr;
   std::int64_t line_bytes = 0;  // with what the file pads lines by

@@ -103,6 +103,7 @@ enum {
  *   DICOM       8, 24, 32             nothing
  *   ICON        1, 4, 8, 16, 24       1, 4, 8, 24, and 32 of blue, green, red, up to 256 x 256; page
  *                                     0 is the largest picture
+ *   PICT        1, 4, 8, 24, 32       1, 4, 8, 24, and 32 of blue, green, red; the bitmaps of a picture
  *   PHOTOSHOP   1, 8, 24, 32          1, 4, 8, 24, 32; the merged picture */
 
 enum {

@@ -171,10 +171,10 @@ void widen_words(From stored, std::ptrdiff_t, int width, To row) {
   }
 }
 
-template <bool kAlpha>
+template <bool kAlpha, int kHigh = 1>
 void widen_words_fully(From stored, std::ptrdiff_t, int width, To row) {
   for (int x = 0; x < width; ++x, stored += 2, row += 3) {
-    const int pixel = stored[0] | stored[1] << 8;
+    const int pixel = stored[1 - kHigh] | stored[kHigh] << 8;
     const bool hidden = kAlpha && pixel < 0x8000;
     for (int i = 0; i < 3; ++i) {
       row[i] = hidden ? std::uint8_t{255} : from_5_bits(pixel >> 5 * i & 31);
@@ -313,6 +313,7 @@ constexpr RowLayout kLayouts[] = {
     {Layout::rgb565, 24, 16, 1, widen_words<6>, nullptr},
     {Layout::rgb555_full, 24, 16, 1, widen_words_fully<false>, nullptr},
     {Layout::rgb555_alpha, 24, 16, 1, widen_words_fully<true>, nullptr},
+    {Layout::rgb555_be, 24, 16, 1, widen_words_fully<false, 0>, nullptr},
     {Layout::rgb_planes, 24, 8, 3, merge_channels, split_channels},
     {Layout::rgb_planes, 32, 8, 3, nullptr, split_channels_of_4},
     {Layout::ink_planes, 32, 8, 4, merge_inks, split_inks},

@@ -35,6 +35,7 @@ enum class Layout : std::uint8_t {
   rgb565,
   rgb555_full,   // full intensity is 255
   rgb555_alpha,  // the same, the top bit being alpha
+  rgb555_be,     // full as well, high byte first
   rgb_planes,
   ink_planes,  // cyan to black, one behind the other; 255 is none
   rgb,

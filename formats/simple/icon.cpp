@@ -51,7 +51,8 @@ class Directory {
     const Bytes head = window_.at(start_, kDirectoryBytes);
     if (std::ssize(head) < kDirectoryBytes) return StatusCode::read_failed;
     const int entries = load_le16(&head[4]);
-    if (load_le16(&head[0]) != 0 || load_le16(&head[2]) != 1 || entries == 0) return StatusCode::bad_image;
+    if (load_le16(&head[0]) != 0 || load_le16(&head[2]) != 1 || entries == 0)
+      return StatusCode::bad_image;
     TQ_TRY(pictures_.allocate(std::min(entries, kMostEntries)));
     for (int i = 0; i < std::ssize(pictures_.pixels()); ++i) {
       Picture picture{.index = i};
@@ -84,8 +85,8 @@ class Directory {
     const Bytes head = window_.at(picture.at, kInfoBytes);
     if (std::ssize(head) < kInfoBytes) return false;
     picture.is_png = load_be32(head.data()) == 0x89504E47;
-    const bool read = picture.is_png ? read_png(head, picture)
-                                     : read_bitmap(head, bytes, height, picture);
+    const bool read =
+        picture.is_png ? read_png(head, picture) : read_bitmap(head, bytes, height, picture);
     return read && picture.width >= 1 && picture.width <= kLongestSide && picture.height >= 1 &&
            picture.height <= kLongestSide;
   }
@@ -310,8 +311,8 @@ Status choose(const formats::EncodeRequest& request, formats::StoredRows& rows) 
   return fits ? StatusCode::ok : StatusCode::unsupported;
 }
 
-void write_headers(const HeaderBlock& image, const formats::StoredRows& rows,
-                   std::int64_t mask_row, StreamWriter& out) {
+void write_headers(const HeaderBlock& image, const formats::StoredRows& rows, std::int64_t mask_row,
+                   StreamWriter& out) {
   const BitmapInfoHeader& header = image.header;
   const int bits = rows.layout->plane_bits;
   const int colours = bits <= 8 ? 1 << bits : 0;
@@ -337,7 +338,8 @@ void write_headers(const HeaderBlock& image, const formats::StoredRows& rows,
   out.fill(16, 0);  // an icon has no resolution
   for (int i = 0; i < colours; ++i) {
     const Rgb& colour = image.palette[i];
-    for (const int level : {colour.blue, colour.green, colour.red, std::uint8_t{0}}) out.put8(level);
+    for (const int level : {colour.blue, colour.green, colour.red, std::uint8_t{0}})
+      out.put8(level);
   }
 }
 

@@ -133,13 +133,6 @@ Status read_colours(Sections& sections, Document& document) {
   return kOk;
 }
 
-// 16.16 dots per inch.
-std::int32_t resolution(const std::uint8_t* field) {
-  const std::uint32_t value = load_be32(field);
-  const std::int32_t dots = static_cast<std::int32_t>((std::uint64_t{value} + 0x8000) >> 16);
-  return dots <= 65535 ? dots : 0;
-}
-
 Status read_resources(Sections& sections, Document& document) {
   constexpr int kResolutionBytes = 16;
   std::int64_t end = 0;
@@ -157,8 +150,8 @@ Status read_resources(Sections& sections, Document& document) {
     BitmapInfoHeader& header = document.image.header;
     if (id == kResolution && bytes >= kResolutionBytes) {
       TQ_TRY(sections.take(kResolutionBytes, head));
-      header.biXPelsPerMeter = resolution(&head[0]);
-      header.biYPelsPerMeter = resolution(&head[8]);
+      header.biXPelsPerMeter = formats::dots_of_fixed(load_be32(&head[0]));
+      header.biYPelsPerMeter = formats::dots_of_fixed(load_be32(&head[8]));
     }
     if (id == kTransparentIndex && bytes >= 2 && document.mode == kIndexed) {
       TQ_TRY(sections.take(2, head));

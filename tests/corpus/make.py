@@ -309,8 +309,11 @@ def by_ffmpeg(file):
 
 def shown(file, known):
     """A file with the pixels, no sample smoothed, and the programs that see nearly the same."""
-    plain = ["-define", "jpeg:fancy-upsampling=off", "-depth", "8"]
-    image = Image.open(file) if file.suffix != ".dcm" else Image.new("L", (1, 1))
+    plain, part = ["-define", "jpeg:fancy-upsampling=off", "-depth", "8"], file
+    if file.suffix == ".pct":
+        part, data = pathlib.Path("part.jpg"), file.read_bytes()
+        part.write_bytes(data[data.index(b"\xff\xd8\xff"):])
+    image = Image.open(part) if file.suffix != ".dcm" else Image.new("L", (1, 1))
     if image.mode == "CMYK":  # the samples side by side
         programs, pixels = ["Pillow"], Image.frombytes("L", (4 * image.width, image.height), image.tobytes())
         others = {"ImageMagick": run("convert", str(file), *plain, "cmyk:-")}
@@ -324,7 +327,7 @@ def shown(file, known):
         others = {"dcmtk": view.tobytes()}
     else:
         programs = ["djpeg"]
-        pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(file))))
+        pixels = Image.open(io.BytesIO(run("djpeg", "-nosmooth", "-dct", "float", str(part))))
         others = {"ffmpeg": by_ffmpeg(file),
                   "ImageMagick": run("convert", *plain, str(file), "gray:-" if pixels.mode == "L" else "rgb:-")}
     data = pixels.tobytes()

@@ -76,7 +76,10 @@ TEST(Icon, EveryDepthWithAndWithoutAMask) {
       {{.bits = 16, .data = {0x22, 0x7C, 1, 0}}, 24, {16, 8, 255, 8, 0, 0, 0, 0}, {16, 8, 255}},
       {{.bits = 24, .data = {1, 2, 3, 4, 5, 6, 0, 0}}, 24, {1, 2, 3, 4, 5, 6, 0, 0}, {1, 2, 3}},
       {{.bits = 32, .data = {1, 2, 3, 0, 4, 5, 6, 0}}, 24, {1, 2, 3, 4, 5, 6, 0, 0}, {1, 2, 3}},
-      {{.bits = 32, .compression = 3, .data = {1, 2, 3, 0, 4, 5, 6, 0}}, 24, {1, 2, 3, 4, 5, 6, 0, 0}, {1, 2, 3}},
+      {{.bits = 32, .compression = 3, .data = {1, 2, 3, 0, 4, 5, 6, 0}},
+       24,
+       {1, 2, 3, 4, 5, 6, 0, 0},
+       {1, 2, 3}},
   };
   for (auto [bitmap, bits, plain, masked] : cases) {
     SCOPED_TRACE(testing::Message() << bitmap.bits << " bits");
@@ -116,13 +119,13 @@ TEST(Icon, HeightOfPictureAndMaskOrOfThePicture) {
 TEST(Icon, PagesAreTheLargestFirstThenTheDeepest) {
   const auto sized = [](int side, int bits) {
     const auto bytes = 16 + 4 * side * row_bytes(side, bits);
-    return Entry{Bitmap{.width = side, .height = 2 * side, .bits = bits, .data = Bytes(std::size_t(bytes))}.bytes()};
+    return Entry{
+        Bitmap{.width = side, .height = 2 * side, .bits = bits, .data = Bytes(std::size_t(bytes))}
+            .bytes()};
   };
   const Entry png{file_content("corpus/png/rgba8.png")};  // 29 x 19
   Bytes file = icon({sized(16, 8), sized(20, 24), sized(16, 24), {Bytes(50)}, png, sized(16, 8)});
-  const struct {
-    int width, bits;
-  } pages[] = {{29, 24}, {20, 24}, {16, 24}, {16, 8}, {16, 8}};
+  const struct { int width, bits; } pages[] = {{29, 24}, {20, 24}, {16, 24}, {16, 8}, {16, 8}};
   open_memory_stream(file.data(), file.size());
   EXPECT_EQ(simple::count_icon_pages(kMemoryStream).raw(), 5);
   for (int page = 0; page <= 5; ++page) {
@@ -155,8 +158,15 @@ TEST(Icon, EntriesThatCannotBeArePassedOver) {
       with([](Bitmap& b) { b.width = 1025; }),
       with([](Bitmap& b) { b.width = -1; }),
       with([](Bitmap& b) { b.height = -4; }),
-      with([](Bitmap& b) { b.height = 1; b.data.clear(); b.header_bytes = 12; }),
-      with([](Bitmap& b) { b.height = 2050; b.bits = 1; }),
+      with([](Bitmap& b) {
+        b.height = 1;
+        b.data.clear();
+        b.header_bytes = 12;
+      }),
+      with([](Bitmap& b) {
+        b.height = 2050;
+        b.bits = 1;
+      }),
       with([](Bitmap& b) { b.colours = Bytes(4 * 257); }),
       {Bytes(39)},
   };
@@ -179,7 +189,8 @@ TEST(Icon, SavesWhatItReads) {
       HeaderBlock image = grey_image(256, 2, bits);
       if (marked) image.header.biClrUsed = kTransparent | 1;
       const Pixels pixels = {1, 0, 1, 0};
-      const std::vector<Bytes> rows = {pack(pixels, bits), Bytes(std::size_t(row_bytes(256, bits)))};
+      const std::vector<Bytes> rows = {pack(pixels, bits),
+                                       Bytes(std::size_t(row_bytes(256, bits)))};
       const Bytes file = encoded(encode_icon, image, rows);
       EXPECT_EQ(file[6], 0);
       EXPECT_EQ(file[7], 2);
@@ -197,7 +208,8 @@ TEST(Icon, SavesWhatItReads) {
   HeaderBlock image = dib_header(257, 1, 8);
   EXPECT_EQ(simple::can_encode_icon({.stream{}, .image = &image, .rows{}}).raw(), -7);
   image = dib_header(1, 1, 32);
-  EXPECT_EQ(simple::can_encode_icon({.stream{}, .image = &image, .rows{}, .cmyk = true}).raw(), -21);
+  EXPECT_EQ(simple::can_encode_icon({.stream{}, .image = &image, .rows{}, .cmyk = true}).raw(),
+            -21);
   image = dib_header(1, 1, 16);
   EXPECT_EQ(simple::can_encode_icon({.stream{}, .image = &image, .rows{}}).raw(), -21);
 }

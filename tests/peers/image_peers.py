@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""BMP, PCX, DCX, GIF, PNG, Sun raster, CALS, Photoshop and icon files of every width written here and read by
+"""BMP, PCX, DCX, GIF, PNG, Sun raster, CALS, Photoshop, icon and PICT files of every width written here and read by
 Pillow, netpbm, ImageMagick and FreeImage; GEM, MSP and DICOM files of others read here. What these write is in
 tests/corpus.
 
@@ -21,7 +21,7 @@ from library import Library, conclude
 
 HEIGHT = 13
 SIZES = [(width, HEIGHT) for width in (2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)] + [(1, 1), (301, 20)]
-RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico"}
+RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico", 15: "pct"}
 READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm"}
 BY_FREEIMAGE = (".psd", ".ico")
 try:
@@ -75,12 +75,24 @@ def read_by_others(name, image, code, what):
     # The fields of compressed bitmaps say how large they would be without, which these two refuse. Of one pixel Pillow
     # reads no PCX and no Sun raster; of documents it takes 1 for white, where all others see black.
     refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
-    if code != RLE and not refused.get(name.suffix):
+    if code != RLE and name.suffix != ".pct" and not refused.get(name.suffix):
         equal(f"Pillow reads {what}", Image.open(name), image)
     reader, picture = READERS.get(name.suffix[1:]), name.parent / "out.ppm"
     if reader and shutil.which(reader):
         picture.write_bytes(run(reader, name))
         equal(f"netpbm reads {what}", Image.open(picture), image)
+    # Of pictures ImageMagick and its kin draw one bit all black, of colours they have a limit of their own for the size
+    # of counts, and none below 8 bytes; FreeImage overruns its memory below 8 bits and takes short rows for packed.
+    if name.suffix == ".pct":
+        deep = image.mode == "RGB" or ", P" in what
+        seen = FREEIMAGE.pixels(str(name)) if FREEIMAGE and deep and image.width > 7 else b""
+        if seen:
+            equal(f"FreeImage reads {what}", Image.frombytes("RGBA", image.size, seen), image)
+        for command in (["convert"], ["gm", "convert"]):
+            if shutil.which(command[0]) and image.mode != "1" and (image.mode == "P" or image.width not in (1, 2, 64)):
+                run(*command, name, "-depth", "8", picture)
+                equal(f"{command[0]} reads {what}", Image.open(picture), image)
+        return
     # It mixes up the palettes of documents, of which ImageMagick reads none.
     coloured = name.suffix == ".psd" and image.mode == "P"
     if coloured and shutil.which("ffmpeg"):

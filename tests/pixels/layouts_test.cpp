@@ -30,7 +30,8 @@ std::uint32_t bgr(int blue, int green, int red) {
 std::uint32_t model(const RowLayout& way, Bytes row, int x) {
   const std::ptrdiff_t plane = std::ssize(row) / way.planes;
   const auto at = [&](int i) { return row[x * way.plane_bits / 8 + i]; };
-  const int word = way.plane_bits == 16 ? at(0) | at(1) << 8 : 0;
+  const int high = way.layout == Layout::rgb555_be ? 0 : 1;
+  const int word = way.plane_bits == 16 ? at(1 - high) | at(high) << 8 : 0;
   const auto white = [&](int i) {
     const int alpha = at(way.plane_bits / 8 - 1);
     return (at(i) * alpha + 255 * (255 - alpha) + 127) / 255;
@@ -65,6 +66,7 @@ std::uint32_t model(const RowLayout& way, Bytes row, int x) {
       return bgr((word & 31) << 3, (word >> 5 & 31) << 3, (word >> 10 & 31) << 3);
     case Layout::rgb565:
       return bgr((word & 31) << 3, (word >> 5 & 63) << 2, (word >> 11) << 3);
+    case Layout::rgb555_be:
     case Layout::rgb555_full:
       return bgr(full(0), full(5), full(10));
     case Layout::rgb555_alpha:

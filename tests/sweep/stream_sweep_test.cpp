@@ -219,6 +219,7 @@ std::vector<SaveCase> saves() {
     if (bits == 1) all.push_back({file, IMG_TYPE_TIFF_G3});
     all.push_back({file, IMG_TYPE_PHOTOSHOP});
     all.push_back({file, IMG_TYPE_ICON});
+    all.push_back({file, IMG_TYPE_PICT});
     if (bits == 32) continue;
     all.push_back({file, IMG_TYPE_PCX});
     if (bits == 1) all.push_back({file, IMG_TYPE_DCX});  // each makes a temporary file
@@ -250,8 +251,8 @@ TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
   const std::string name = folder.file("half.bmp");
   for (const SaveCase& save : saves()) {
     // These ask the stream where it ends, or go back in it.
-    constexpr std::int32_t kSeeking[] = {IMG_TYPE_PDF, IMG_TYPE_DCX, IMG_TYPE_TIFF_LZW,
-                                         IMG_TYPE_TIFF_G3, IMG_TYPE_PHOTOSHOP};
+    constexpr std::int32_t kSeeking[] = {IMG_TYPE_PDF,     IMG_TYPE_DCX,       IMG_TYPE_TIFF_LZW,
+                                         IMG_TYPE_TIFF_G3, IMG_TYPE_PHOTOSHOP, IMG_TYPE_PICT};
     if (std::ranges::find(kSeeking, save.code) != std::end(kSeeking)) continue;
     const std::int32_t image = load(save.file);
     const Seen before = see(image);
