@@ -134,14 +134,21 @@ Memory save(std::int32_t image, std::int32_t code, const View& view, const Setti
   return result < 0 ? Memory() : file;
 }
 
-// Every file can be read, and codes that keep every pixel write the same picture.
-void read_back(const Memory& plain, const Memory& coded, bool lossless) {
+// Every file can be read, unless detection takes it for something else (Sun raster of 7 pixels, icons
+// of most widths), and codes that keep every pixel write the same picture.
+void read_back(const Memory& plain, const Memory& coded, std::int32_t code, bool lossless) {
   View views[2];
   const Memory* const files[] = {&plain, &coded};
   for (int i = 0; i < 2; ++i) {
     Memory file = *files[i];
     const std::int32_t image = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
     if (image == IMG_OUT_OF_MEMORY) return;
+    const bool looks_different = i == 1 && one_of(code, {IMG_TYPE_SUN, IMG_TYPE_ICON}) &&
+                                 IMGLOW_get_filetype_block(file.data(), file.size()) != code;
+    if (looks_different) {
+      if (image >= 0) TQ_CLAIM(IMG_delete_bitmap(image) == 0);
+      return;
+    }
     TQ_CLAIM(image >= 0);
     views[i] = look_at(image);
     TQ_CLAIM(IMG_delete_bitmap(image) == 0);
@@ -167,7 +174,8 @@ void save_in_codes(std::int32_t image, const Settings& settings, Digest& digest)
           ? one_of(view.bits, {4, 8})
           : one_of(code, {IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_PNG}) && one_of(view.bits, {8, 24});
   // Documents written here are not read by the library itself.
-  if (code != IMG_TYPE_PDF && !plain.empty() && !coded.empty()) read_back(plain, coded, lossless);
+  if (code != IMG_TYPE_PDF && !plain.empty() && !coded.empty())
+    read_back(plain, coded, code, lossless);
 }
 
 // What of an image can be seen; it is deleted.
