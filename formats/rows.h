@@ -45,6 +45,17 @@ Status deliver_rows(const StoredRows& stored, const BitmapInfoHeader& header, co
   return kOk;
 }
 
+// What formats of indices and colours refuse: 16 bits, and cyan, magenta, yellow, black, are a wrong
+// depth; sides that their field cannot hold are not supported.
+inline Status check_plain(const EncodeRequest& request, std::int32_t largest_side) {
+  const BitmapInfoHeader& header = request.image->header;
+  const int bits = header.biBitCount;
+  const bool plain = bits == 1 || bits == 4 || bits == 8 || bits == 24 || bits == 32;
+  if (!plain || request.cmyk) return StatusCode::wrong_depth;
+  const bool fits = header.biWidth <= largest_side && header.biHeight <= largest_side;
+  return fits ? StatusCode::ok : StatusCode::unsupported;
+}
+
 // `write(line)` takes a line and returns the status of what it is written to.
 template <class Write>
 Status supply_rows(const StoredRows& stored, const EncodeRequest& request, Write&& write) {

@@ -186,7 +186,7 @@ def by_pillow(file, page, inks):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
@@ -254,6 +254,8 @@ def views(file, page, rules):
 def ruled(view, rules):
     """Red, green and blue by the library's own rules: those of 16-bit bitmaps, the high byte of 16, on white."""
     view = view[::2] if "high" in rules else view
+    if "5-bits" in rules:
+        view = bytes(c & 0xF8 | c >> 5 for c in view)
     if "rounded" in rules:
         view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
     masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
