@@ -105,7 +105,9 @@ enum {
  *                                     0 is the largest picture
  *   PICT        1, 4, 8, 24, 32       1, 4, 8, 24, and 32 of blue, green, red; the bitmaps of a picture
  *   PHOTOSHOP   1, 8, 24, 32          1, 4, 8, 24, 32; the merged picture
- *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red */
+ *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
+ *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
+ *   IFF         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

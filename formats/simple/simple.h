@@ -44,6 +44,12 @@ Status encode_photoshop(const formats::EncodeRequest& request);
 
 // wrong_depth for 16 bits; unsupported for sides above 30000.
 Status can_encode_photoshop(const formats::EncodeRequest& request);
+// IFF: ILBM and PBM, of 1 to 8, 24 and 32 planes, half-brite and hold-and-modify.
+Status decode_iff(const formats::DecodeRequest& request);
+Status encode_iff(const formats::EncodeRequest& request);
+// wrong_depth as above; unsupported for sides above 65535.
+Status can_encode_iff(const formats::EncodeRequest& request);
+
 // Targa, of all types but mapped ones of 16 bits. What its alpha hides is laid on white.
 Status decode_targa(const formats::DecodeRequest& request);
 Status encode_targa(const formats::EncodeRequest& request);

@@ -61,8 +61,8 @@ const RowLayout* choose_layout(int type, int bits, Alpha alpha) {
     case 15:
       return find_layout(Layout::rgb555_full, 24);
     case 16:  // of one bit of alpha it is the same whether it is multiplied
-      return find_layout(
-          one_of(Layout::rgb555_full, Layout::rgb555_alpha, Layout::rgb555_alpha), 24);
+      return find_layout(one_of(Layout::rgb555_full, Layout::rgb555_alpha, Layout::rgb555_alpha),
+                         24);
     case 24:
       return find_layout(Layout::bgr, 24);
     case 32:
@@ -220,7 +220,8 @@ Status look_for_alpha(const formats::DecodeRequest& request, TargaFile& file) {
     }
   }
   const RowLayout& layout = *file.rows.layout;
-  file.rows.layout = choose_layout(layout.bits == 8 ? kGrey : kColour, layout.plane_bits, Alpha::none);
+  file.rows.layout =
+      choose_layout(layout.bits == 8 ? kGrey : kColour, layout.plane_bits, Alpha::none);
   file.alpha = Alpha::none;
   return kOk;
 }
@@ -274,8 +275,8 @@ std::uint8_t* code_line(Bytes line, std::uint8_t* out) {
   const std::ptrdiff_t pixels = std::ssize(line) / kBytes;
   const std::uint8_t* const from = line.data();
   const auto same_as_next = [&](std::ptrdiff_t x) {
-    return x + 1 < pixels && std::equal(from + x * kBytes, from + (x + 1) * kBytes,
-                                        from + (x + 1) * kBytes);
+    return x + 1 < pixels &&
+           std::equal(from + x * kBytes, from + (x + 1) * kBytes, from + (x + 1) * kBytes);
   };
   for (std::ptrdiff_t x = 0; x < pixels;) {
     std::ptrdiff_t behind = x + 1;

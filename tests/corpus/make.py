@@ -186,7 +186,7 @@ def by_pillow(file, page, inks):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
@@ -236,6 +236,10 @@ def views(file, page, rules):
     yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, kind)
     yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, kind)
     if page == 0 and not inks:
+    if file.parent.name != "iff":  # which they let netpbm read
+        yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, "rgba:-")
+        yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, "rgba:-")
+    if page == 0:
         yield "ffmpeg", run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-pix_fmt",
                             "rgba64be" if deep else "rgba", "-frames:v", "1", "-")
     if page == 0 and file.parent.name in BY_FREEIMAGE:
@@ -254,8 +258,9 @@ def views(file, page, rules):
 def ruled(view, rules):
     """Red, green and blue by the library's own rules: those of 16-bit bitmaps, the high byte of 16, on white."""
     view = view[::2] if "high" in rules else view
-    if "5-bits" in rules:
-        view = bytes(c & 0xF8 | c >> 5 for c in view)
+    for bits in (4, 5):
+        if f"{bits}-bits" in rules:
+            view = bytes(c & 0xFF00 >> bits | c >> bits for c in view)
     if "rounded" in rules:
         view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
     masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))

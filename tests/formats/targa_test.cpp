@@ -16,9 +16,24 @@ struct Targa {
   int map_type = 0, first = 0, entries = 0, entry_bits = 0;
 
   Bytes file() const {
-    Bytes bytes = {0,       byte(map_type), byte(type), byte(first), byte(first >> 8), byte(entries),
-                   byte(entries >> 8), byte(entry_bits), 9, 9, 9, 9, byte(width), byte(width >> 8),
-                   byte(height), byte(height >> 8), byte(bits), byte(descriptor)};
+    Bytes bytes = {0,
+                   byte(map_type),
+                   byte(type),
+                   byte(first),
+                   byte(first >> 8),
+                   byte(entries),
+                   byte(entries >> 8),
+                   byte(entry_bits),
+                   9,
+                   9,
+                   9,
+                   9,
+                   byte(width),
+                   byte(width >> 8),
+                   byte(height),
+                   byte(height >> 8),
+                   byte(bits),
+                   byte(descriptor)};
     return joined({bytes, body});
   }
   // With an extension area that says what alpha is.
@@ -58,9 +73,12 @@ TEST(Targa, EveryTypeAndItsAlpha) {
 // In packets as well: the second line is looked at before the first one is shown.
 TEST(Targa, AlphaThatIsZeroEverywhereIsNone) {
   for (const int last : {0, 1}) {
-    const Targa plain{.height = 2, .bits = 32, .descriptor = 0x28,
-                      .body = {9, 9, 9, 0, 9, 9, 9, byte(last)}};
-    const Targa packets{.type = 10, .height = 2, .bits = 32, .descriptor = 0x28,
+    const Targa plain{
+        .height = 2, .bits = 32, .descriptor = 0x28, .body = {9, 9, 9, 0, 9, 9, 9, byte(last)}};
+    const Targa packets{.type = 10,
+                        .height = 2,
+                        .bits = 32,
+                        .descriptor = 0x28,
                         .body = {0x80, 9, 9, 9, 0, 0, 9, 9, 9, byte(last)}};
     const std::uint8_t shown = last == 0 ? 9 : 255;
     EXPECT_EQ(first_row(plain.file()), (Bytes{shown, shown, shown, 0}));
@@ -72,8 +90,14 @@ TEST(Targa, AlphaThatIsZeroEverywhereIsNone) {
 }
 
 TEST(Targa, MapsBeginAnywhere) {
-  const Targa targa{.type = 1, .width = 4, .bits = 8, .body = {1, 2, 3, 0, 0x1F, 0x7C, 4, 5, 6, 7},
-                    .map_type = 1, .first = 5, .entries = 2, .entry_bits = 24};
+  const Targa targa{.type = 1,
+                    .width = 4,
+                    .bits = 8,
+                    .body = {1, 2, 3, 0, 0x1F, 0x7C, 4, 5, 6, 7},
+                    .map_type = 1,
+                    .first = 5,
+                    .entries = 2,
+                    .entry_bits = 24};
   Targa words = targa;
   words.entry_bits = 16;
   words.first = 255;
@@ -89,8 +113,10 @@ TEST(Targa, MapsBeginAnywhere) {
   EXPECT_EQ(sink.rows[0].bytes, (Bytes{0x1F, 0x7C, 4, 5}));
   EXPECT_EQ(decoded(decode_targa, beyond.file()).header.palette[255], (Rgb{}));
   // Behind a map that colours do not need.
-  EXPECT_EQ(first_row(Targa{.body = {9, 9, 1, 2, 3}, .map_type = 1, .entries = 2, .entry_bits = 8}.file()),
-            (Bytes{1, 2, 3, 0}));
+  EXPECT_EQ(
+      first_row(
+          Targa{.body = {9, 9, 1, 2, 3}, .map_type = 1, .entries = 2, .entry_bits = 8}.file()),
+      (Bytes{1, 2, 3, 0}));
 }
 
 // A run that ends in the third row, literals that the file does not hold whole, in every order.
