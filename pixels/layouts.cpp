@@ -372,6 +372,11 @@ const RowLayout* find_bit_layout(std::span<const Rgb> colours) {
   return find_layout(Layout::bits_1, 4);
 }
 
+const RowLayout* find_black_layout(std::span<const Rgb> colours) {
+  const bool white_first = brightness(colours[0]) > brightness(colours[1]);
+  return find_layout(white_first ? Layout::bits_1 : Layout::bits_1_black, 1);
+}
+
 const RowLayout* find_plane_layout(int planes) {
   static constexpr Layout kOfPlanes[] = {
       Layout::bits_1,       Layout::bit_planes_2, Layout::bit_planes_3, Layout::bit_planes_4,

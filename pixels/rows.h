@@ -74,6 +74,9 @@ const RowLayout* find_layout(Layout layout, int bits);
 // black and white in either order; else with 4.
 const RowLayout* find_bit_layout(std::span<const Rgb> colours);
 
+// And how rows of 1 bit leave for a file where 1 is black.
+const RowLayout* find_black_layout(std::span<const Rgb> colours);
+
 // Of 1 to 8 planes of bits: to rows of 4 bits, above 4 planes of 8.
 const RowLayout* find_plane_layout(int planes);
 

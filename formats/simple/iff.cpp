@@ -42,7 +42,9 @@ struct IffFile {
   int masking() const { return header[9]; }
   int compression() const { return header[10]; }
   // Of a row in one plane: whole 16-bit units.
-  std::int64_t line_bytes() const { return in_planes ? (width() + 15) / 16 * 2 : (width() + 1) & ~1; }
+  std::int64_t line_bytes() const {
+    return in_planes ? (width() + 15) / 16 * 2 : (width() + 1) & ~1;
+  }
   // Two bits of a pixel say which of its colours the others replace.
   bool is_modified() const {
     return in_planes && (planes() == 6 || planes() == 8) && (modes & kHoldAndModify) != 0;
@@ -132,7 +134,8 @@ Status check_header(const IffFile& file) {
 // What arrives of the rows; those of indices lie in the file like that.
 formats::StoredRows describe(IffFile& file, HeaderBlock& image) {
   const int planes = file.planes();
-  if (file.colour_count == 0 && !file.is_modified()) file.colours = grey_levels(std::min(planes, 8));
+  if (file.colour_count == 0 && !file.is_modified())
+    file.colours = grey_levels(std::min(planes, 8));
   if (planes == 6 && ((file.modes & kHalfBrite) != 0 || file.colour_count == 32)) {
     add_halves(file.colours);
   }
@@ -294,7 +297,8 @@ struct SavedPlanes {
   explicit SavedPlanes(const BitmapInfoHeader& header)
       : count(header.biBitCount > 8 ? 24 : header.biBitCount),
         bytes((std::int64_t{header.biWidth} + 15) / 16 * 2),
-        layout(count == 1 ? find_layout(Layout::bits_1, 1) : find_plane_layout(std::min(count, 8))) {}
+        layout(count == 1 ? find_layout(Layout::bits_1, 1)
+                          : find_plane_layout(std::min(count, 8))) {}
 
   int count;
   std::int64_t bytes;       // of a row in each

@@ -56,4 +56,16 @@ Status encode_targa(const formats::EncodeRequest& request);
 // wrong_depth as above; unsupported for sides above 65535.
 Status can_encode_targa(const formats::EncodeRequest& request);
 
+// X bitmaps, of bytes and of 16-bit words.
+Status decode_xbm(const formats::DecodeRequest& request);
+Status encode_xbm(const formats::EncodeRequest& request);
+// wrong_depth unless there is 1 bit; unsupported for sides above 32767.
+Status can_encode_xbm(const formats::EncodeRequest& request);
+
+// X pixmaps. A colour that is none is white, and marked as transparent.
+Status decode_xpm(const formats::DecodeRequest& request);
+Status encode_xpm(const formats::EncodeRequest& request);
+// wrong_depth above 8 bits.
+Status can_encode_xpm(const formats::EncodeRequest& request);
+
 }  // namespace tq::simple

@@ -130,12 +130,10 @@ class Runs {
 // How an image is saved.
 formats::StoredRows saved_rows(const HeaderBlock& image) {
   const int bits = image.header.biBitCount;
-  const bool white_first = brightness(image.palette[0]) > brightness(image.palette[1]);
-  const Layout layout = bits > 8      ? Layout::bgr
-                        : bits > 1    ? Layout::bytes
-                        : white_first ? Layout::bits_1
-                                      : Layout::bits_1_black;
-  return rows_of(find_layout(layout, bits), image.header.biWidth);
+  const RowLayout* const layout = bits == 1
+                                      ? find_black_layout(image.palette)
+                                      : find_layout(bits > 8 ? Layout::bgr : Layout::bytes, bits);
+  return rows_of(layout, image.header.biWidth);
 }
 
 void write_header(const HeaderBlock& image, const formats::StoredRows& rows, StreamWriter& out) {

@@ -186,7 +186,7 @@ def by_pillow(file, page, inks):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"], "xbm": ["xbmtopbm"], "xpm": ["xpmtoppm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 

@@ -24,9 +24,26 @@ struct Iff {
   const char* type = "ILBM";
 
   Bytes header() const {
-    return chunk("BMHD", {byte(width >> 8), byte(width), byte(height >> 8), byte(height), 0, 0, 0, 0,
-                          byte(planes), byte(masking), byte(compression), 0, 0, byte(transparent), 1, 1,
-                          0, 0, 0, 0});
+    return chunk("BMHD", {byte(width >> 8),
+                          byte(width),
+                          byte(height >> 8),
+                          byte(height),
+                          0,
+                          0,
+                          0,
+                          0,
+                          byte(planes),
+                          byte(masking),
+                          byte(compression),
+                          0,
+                          0,
+                          byte(transparent),
+                          1,
+                          1,
+                          0,
+                          0,
+                          0,
+                          0});
   }
   Bytes file() const {
     const Bytes chunks = joined({header(), before, chunk("BODY", body)});
@@ -46,7 +63,8 @@ Bytes first_row(const Iff& iff) {
 TEST(Iff, EveryCountOfPlanes) {
   for (int planes = 1; planes <= 8; ++planes) {
     Iff iff{.planes = planes};
-    for (int i = 0; i < planes; ++i) iff.body.push_back(i + 1 < planes ? 0x80 : 0xC0), iff.body.push_back(0);
+    for (int i = 0; i < planes; ++i)
+      iff.body.push_back(i + 1 < planes ? 0x80 : 0xC0), iff.body.push_back(0);
     const CollectingSink sink = shown(iff);
     const int bits = planes == 1 ? 1 : planes <= 4 ? 4 : 8;
     const std::uint32_t all = (1u << planes) - 1, highest = 1u << (planes - 1);
@@ -56,11 +74,13 @@ TEST(Iff, EveryCountOfPlanes) {
   }
   for (const int planes : {24, 32}) {
     Iff iff{.width = 1, .planes = planes};
-    for (int i = 0; i < planes; ++i) iff.body.push_back(i == 0 || i == 9 || i == 18 ? 0x80 : 0), iff.body.push_back(0);
+    for (int i = 0; i < planes; ++i)
+      iff.body.push_back(i == 0 || i == 9 || i == 18 ? 0x80 : 0), iff.body.push_back(0);
     EXPECT_EQ(first_row(iff), (Bytes{4, 2, 1, 0}));
   }
   // Bytes, of an even number.
-  const CollectingSink bytes = shown({.height = 2, .planes = 8, .body = {1, 2, 3, 9, 4, 5, 6}, .type = "PBM "});
+  const CollectingSink bytes =
+      shown({.height = 2, .planes = 8, .body = {1, 2, 3, 9, 4, 5, 6}, .type = "PBM "});
   EXPECT_EQ(bytes.image(), (std::vector<Bytes>{{1, 2, 3, 0}, {4, 5, 6, 0}}));
 }
 
@@ -68,14 +88,17 @@ TEST(Iff, ColoursOfTheMap) {
   const Bytes red_blue = chunk("CMAP", {255, 0, 0, 0, 0, 255});
   EXPECT_EQ(shown({.body = {0x40, 0}, .before = red_blue}).header.header.biBitCount, 4);
   // White comes first, and is transparent.
-  const CollectingSink turned = shown({.masking = 2, .body = {0x40, 0},
-                                       .before = chunk("CMAP", {255, 255, 255, 0, 0, 0})});
+  const CollectingSink turned =
+      shown({.masking = 2, .body = {0x40, 0}, .before = chunk("CMAP", {255, 255, 255, 0, 0, 0})});
   EXPECT_EQ(turned.rows[0].bytes[0], 0xA0);
   EXPECT_EQ(turned.header.header.biClrUsed, 0x1001u);
-  EXPECT_EQ(shown({.planes = 3, .masking = 2, .transparent = 7, .body = Bytes(6)}).header.header.biClrUsed,
+  EXPECT_EQ(shown({.planes = 3, .masking = 2, .transparent = 7, .body = Bytes(6)})
+                .header.header.biClrUsed,
             0x1007u);
-  const CollectingSink half =
-      shown({.planes = 6, .body = Bytes(12), .before = joined({chunk("CAMG", {0, 0, 0, 0x80}), chunk("DPI ", {1, 44, 0, 150}), red_blue})});
+  const CollectingSink half = shown({.planes = 6,
+                                     .body = Bytes(12),
+                                     .before = joined({chunk("CAMG", {0, 0, 0, 0x80}),
+                                                       chunk("DPI ", {1, 44, 0, 150}), red_blue})});
   EXPECT_EQ(half.header.palette[32], (Rgb{0, 0, 127, 0}));
   EXPECT_EQ(half.header.palette[33], (Rgb{127, 0, 0, 0}));
   EXPECT_EQ(half.header.header.biXPelsPerMeter, 300);
@@ -95,22 +118,37 @@ TEST(Iff, HeldColoursAreModified) {
     return body;
   };
   const Bytes chunks = joined({chunk("CAMG", {0, 0, 8, 0}), chunk("CMAP", {1, 2, 3, 4, 5, 6})});
-  EXPECT_EQ(first_row({.width = 4, .planes = 6, .body = planes_of({0x2F, 0x01, 0x31, 0x12}, 6), .before = chunks}),
+  EXPECT_EQ(first_row({.width = 4,
+                       .planes = 6,
+                       .body = planes_of({0x2F, 0x01, 0x31, 0x12}, 6),
+                       .before = chunks}),
             (Bytes{3, 2, 255, 6, 5, 4, 6, 17, 4, 34, 17, 4}));
-  EXPECT_EQ(first_row({.width = 4, .planes = 8, .body = planes_of({0xBF, 0x01, 0xE1, 0x42}, 8), .before = chunks}),
+  EXPECT_EQ(first_row({.width = 4,
+                       .planes = 8,
+                       .body = planes_of({0xBF, 0x01, 0xE1, 0x42}, 8),
+                       .before = chunks}),
             (Bytes{3, 2, 255, 6, 5, 4, 6, 134, 4, 8, 134, 4}));
-  EXPECT_EQ(first_row({.width = 1, .planes = 6, .body = planes_of({0x2F}, 6),
-                       .before = chunk("CAMG", {0, 0, 8, 0})}), (Bytes{0, 0, 255, 0}));
+  EXPECT_EQ(first_row({.width = 1,
+                       .planes = 6,
+                       .body = planes_of({0x2F}, 6),
+                       .before = chunk("CAMG", {0, 0, 8, 0})}),
+            (Bytes{0, 0, 255, 0}));
 }
 
 // Two rows of two planes and a mask: what a run or a literal has beyond its plane is lost.
 TEST(Iff, RunsEndWithTheRowOfTheirPlane) {
-  const Iff iff{.height = 2, .planes = 2, .masking = 1, .compression = 1,
+  const Iff iff{.height = 2,
+                .planes = 2,
+                .masking = 1,
+                .compression = 1,
                 .body = {0xF0, 0xE0, 0x80, 1, 0x40, 0, 0x80, 3, 1, 2, 3, 4, 4, 0x20, 0, 7, 7, 7}};
   EXPECT_EQ(shown(iff).image(), (std::vector<Bytes>{{0x13, 0x10, 0, 0}, {0, 0x10, 0, 0}}));
   // A mask between plain rows; the second row has one plane, and half of the other is missing.
-  EXPECT_EQ(shown({.height = 3, .planes = 2, .masking = 1, .body = {0x80, 0, 0x40, 0, 9, 9, 0x20, 0, 0x40}}).image(),
-            (std::vector<Bytes>{{0x12, 0, 0, 0}, {0x02, 0x10, 0, 0}, {}}));
+  EXPECT_EQ(
+      shown(
+          {.height = 3, .planes = 2, .masking = 1, .body = {0x80, 0, 0x40, 0, 9, 9, 0x20, 0, 0x40}})
+          .image(),
+      (std::vector<Bytes>{{0x12, 0, 0, 0}, {0x02, 0x10, 0, 0}, {}}));
 }
 
 TEST(Iff, RefusesWhatCannotBe) {
