@@ -109,7 +109,8 @@ enum {
  *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
  *   IFF         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   XBM         1                     1
- *   XPM         1, 4, 8, 24           1, 4, 8 */
+ *   XPM         1, 4, 8, 24           1, 4, 8
+ *   XWD         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */

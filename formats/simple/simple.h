@@ -68,4 +68,9 @@ Status encode_xpm(const formats::EncodeRequest& request);
 // wrong_depth above 8 bits.
 Status can_encode_xpm(const formats::EncodeRequest& request);
 
+// X window dumps, version 7.
+Status decode_xwd(const formats::DecodeRequest& request);
+Status encode_xwd(const formats::EncodeRequest& request);
+Status can_encode_xwd(const formats::EncodeRequest& request);  // wrong_depth as above
+
 }  // namespace tq::simple

@@ -136,8 +136,8 @@ Status decode_xbm(const formats::DecodeRequest& request) {
   TQ_TRY(tokens.open(request.stream));
   XBitmap file;
   TQ_TRY(read_header(tokens, file));
-  HeaderBlock image = dib_header(static_cast<std::int32_t>(file.width),
-                                 static_cast<std::int32_t>(file.height), 1);
+  HeaderBlock image =
+      dib_header(static_cast<std::int32_t>(file.width), static_cast<std::int32_t>(file.height), 1);
   image.palette = grey_levels(1);
   TQ_TRY(request.sink.header(image));
   const int unit_bits = 8 * file.unit;
@@ -177,7 +177,8 @@ Status encode_xbm(const formats::EncodeRequest& request) {
     }
     return out.status();
   };
-  TQ_TRY(formats::supply_rows({layout, stored_bytes(*layout, image.header.biWidth)}, request, write));
+  TQ_TRY(
+      formats::supply_rows({layout, stored_bytes(*layout, image.header.biWidth)}, request, write));
   out.put("\n};\n");
   return out.flush();
 }

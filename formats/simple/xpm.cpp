@@ -98,7 +98,8 @@ Rgb parse_digits(std::string_view digits) {
   std::uint32_t value = 0;
   if (each < 1 || each > 4 || digits.size() % 3 != 0) return {};
   for (std::size_t i = 0; i < 3; ++i) {
-    const int high = digit_value(digits[i * each]), low = digit_value(digits[i * each + (each > 1)]);
+    const int high = digit_value(digits[i * each]),
+              low = digit_value(digits[i * each + (each > 1)]);
     if (high < 0 || low < 0) return {};
     value = value << 8 | static_cast<std::uint32_t>(high << 4 | low);
   }
@@ -125,8 +126,7 @@ Rgb parse_name(std::string_view name) {
   }
   name = {american, name.size()};
   if (name.size() > 4 && name.starts_with("gray")) return parse_grey_level(name.substr(4));
-  const auto* const found =
-      std::ranges::lower_bound(kNamedColours, name, {}, &NamedColour::name);
+  const auto* const found = std::ranges::lower_bound(kNamedColours, name, {}, &NamedColour::name);
   return found != std::end(kNamedColours) && found->name == name ? rgb(found->rgb) : Rgb{};
 }
 
@@ -202,7 +202,8 @@ Status read_size(Strings& strings, std::int64_t file_bytes, XPixmap& file) {
   }
   const bool possible = file.width <= INT32_MAX && file.height <= INT32_MAX &&
                         file.key_length >= 1 && file.key_length <= kLongestKey &&
-                        file.colours >= 1 && file.colours <= std::min<std::int64_t>(kMostColours, file_bytes);
+                        file.colours >= 1 &&
+                        file.colours <= std::min<std::int64_t>(kMostColours, file_bytes);
   return possible ? StatusCode::ok : StatusCode::bad_image;
 }
 

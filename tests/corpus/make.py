@@ -186,7 +186,7 @@ def by_pillow(file, page, inks):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"], "xbm": ["xbmtopbm"], "xpm": ["xpmtoppm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"], "xbm": ["xbmtopbm"], "xpm": ["xpmtoppm"], "xwd": ["xwdtopnm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
@@ -258,18 +258,19 @@ def views(file, page, rules):
 def ruled(view, rules):
     """Red, green and blue by the library's own rules: those of 16-bit bitmaps, the high byte of 16, on white."""
     view = view[::2] if "high" in rules else view
-    for bits in (4, 5):
-        if f"{bits}-bits" in rules:
-            view = bytes(c & 0xFF00 >> bits | c >> bits for c in view)
     if "rounded" in rules:
         view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
     masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
     if "inks" in rules:
         return bytes(level for level in view for _ in range(3))
+    kept = [int(bits) for bits in rules[0].split("-")] if rules[0][:1].isdigit() else (8, 8, 8)
+    masks = [0xFF00 >> bits & 0xFF for bits in kept]
+    again = kept if "full" in rules else (8, 8, 8)
     out = bytearray()
     for i in range(0, len(view), 4):
         alpha = view[i + 3] if "white" in rules else 255
-        out += bytes(((c & mask) * alpha + 255 * (255 - alpha) + 127) // 255 for c, mask in zip(view[i:i + 3], masks))
+        levels = [c & mask | (c & mask) >> bits for c, mask, bits in zip(view[i:i + 3], masks, again)]
+        out += bytes((c * alpha + 255 * (255 - alpha) + 127) // 255 for c in levels)
     return bytes(out)
 
 

@@ -22,10 +22,14 @@ CollectingSink xbm(const std::string& text, int status = 0) {
 TEST(Xbm, NamesNumbersAndBlanksMayBeAnything) {
   const std::vector<Bytes> rows = {{0x5F, 0x80, 0, 0}, {0xFF, 0, 0, 0}};
   for (const std::string& text : {
-           std::string("#define a_width 9\n#define a_height 2\nstatic char a_bits[] = {0x05, 0xfe,0x00 , 0xFf};"),
-           "#define " + std::string(9000, 'n') + "_width 0x9\n#define height 2\nstatic unsigned char x[99]={5,254,0,255}",
-           std::string("#/* { */define width 9 /* 7 * / */\n#define x_x_hot 3\n# define _height\t2\r\n{0X5/**/,0XFE,0x0,0x1FF,77};"),
-           std::string("#define 3-d.x_width 9\n#define 3-d.x_height 2\nstatic short 3-d.x[] = {0xFE05, 0xFF00};"),
+           std::string("#define a_width 9\n#define a_height 2\nstatic char a_bits[] = {0x05, "
+                       "0xfe,0x00 , 0xFf};"),
+           "#define " + std::string(9000, 'n') +
+               "_width 0x9\n#define height 2\nstatic unsigned char x[99]={5,254,0,255}",
+           std::string("#/* { */define width 9 /* 7 * / */\n#define x_x_hot 3\n# define "
+                       "_height\t2\r\n{0X5/**/,0XFE,0x0,0x1FF,77};"),
+           std::string("#define 3-d.x_width 9\n#define 3-d.x_height 2\nstatic short 3-d.x[] = "
+                       "{0xFE05, 0xFF00};"),
        }) {
     const CollectingSink sink = xbm(text);
     EXPECT_EQ(sink.header.header.biBitCount, 1);
@@ -37,7 +41,8 @@ TEST(Xbm, NamesNumbersAndBlanksMayBeAnything) {
 
 TEST(Xbm, KeepsRowsOfWhatIsCutOffAndRefusesWhatIsNoPicture) {
   const std::string size = "#define a_width 9\n#define a_height 3\n";
-  EXPECT_EQ(xbm(size + "{1,2,3").image(), (std::vector<Bytes>{{0x7F, 0x80, 0, 0}, {0x3F, 0x80, 0, 0}, {}}));
+  EXPECT_EQ(xbm(size + "{1,2,3").image(),
+            (std::vector<Bytes>{{0x7F, 0x80, 0, 0}, {0x3F, 0x80, 0, 0}, {}}));
   EXPECT_EQ(xbm(size + "{1,2,x,3,4").rows.size(), 1u);
   xbm(size, -3);
   xbm(size + "/* {1,2,3,4}", -3);
@@ -89,9 +94,10 @@ TEST(Xpm, ColoursByNameAndNumber) {
 }
 
 TEST(Xpm, StringsOutsideOfCommentsCount) {
-  const CollectingSink sink = xpm(
-      "static char *x[] = { /* \"9 9 9 9\" */\n\"4 2 3 2 1 1 XPMEXT\", // not a comment\n\"\\\"a c red\", \"  c blue\","
-      "\"\\\\\\\\ c lime\",\"\\\\\\\\\\\"a  zz\", /* \" */ \"/*\\\\\\\\\", \"XPMEXT\"}");
+  const CollectingSink sink =
+      xpm("static char *x[] = { /* \"9 9 9 9\" */\n\"4 2 3 2 1 1 XPMEXT\", // not a "
+          "comment\n\"\\\"a c red\", \"  c blue\","
+          "\"\\\\\\\\ c lime\",\"\\\\\\\\\\\"a  zz\", /* \" */ \"/*\\\\\\\\\", \"XPMEXT\"}");
   EXPECT_EQ(sink.header.header.biBitCount, 4);
   EXPECT_EQ(sink.image(), (std::vector<Bytes>{{0x20, 0x10, 0, 0}, {0x02, 0, 0, 0}}));
 }
@@ -110,7 +116,8 @@ TEST(Xpm, DepthByTheNumberOfColours) {
     std::string text = "\"2 1 " + std::to_string(count) + " 3\"";
     for (int i = 0; i < count; ++i) {
       char line[40];
-      std::snprintf(line, sizeof line, ",\"%03d c #%02X%02X07\"", (i * 37 + 5) % 1000, i >> 8, i & 255);
+      std::snprintf(line, sizeof line, ",\"%03d c #%02X%02X07\"", (i * 37 + 5) % 1000, i >> 8,
+                    i & 255);
       text += line;
     }
     const CollectingSink sink = xpm(text + ",\"042005\"");  // colours 1 and 0
@@ -122,14 +129,16 @@ TEST(Xpm, DepthByTheNumberOfColours) {
 }
 
 TEST(Xpm, KeepsRowsOfWhatIsCutOff) {
-  const CollectingSink sink = xpm("\"3 4 3 1\",\"a c red\",\"b c lime\",\"b c blue\",\"bbb\",\"?\",\"b");
-  EXPECT_EQ(sink.image(), (std::vector<Bytes>{{0x22, 0x20, 0, 0}, {0, 0, 0, 0}, {0x20, 0, 0, 0}, {}}));
+  const CollectingSink sink =
+      xpm("\"3 4 3 1\",\"a c red\",\"b c lime\",\"b c blue\",\"bbb\",\"?\",\"b");
+  EXPECT_EQ(sink.image(),
+            (std::vector<Bytes>{{0x22, 0x20, 0, 0}, {0, 0, 0, 0}, {0x20, 0, 0, 0}, {}}));
 }
 
 TEST(Xpm, RefusesWhatCannotBe) {
   const std::string rest = ",\"a c red\",\"a\"";
-  for (const char* size : {"1 1 1", "x 1 1 1", "1 1 1 0", "1 1 1 9", "0 1 1 1", "1 0 1 1", "1 1 0 1", "1 1 16777217 1",
-                           "1 1 99 1", "99999999999 1 1 1"}) {
+  for (const char* size : {"1 1 1", "x 1 1 1", "1 1 1 0", "1 1 1 9", "0 1 1 1", "1 0 1 1",
+                           "1 1 0 1", "1 1 16777217 1", "1 1 99 1", "99999999999 1 1 1"}) {
     xpm("\"" + std::string(size) + "\"" + rest, -3);
   }
   xpm("\"2000000000 2000000000 1 1\"" + rest, -1);
