@@ -92,6 +92,12 @@ constexpr Rgb rgb(std::uint32_t value) {
   return {byte(value), byte(value >> 8), byte(value >> 16), 0};
 }
 
+// The text from a place on that it has.
+constexpr std::string_view from(std::string_view text, std::size_t first) {
+  text.remove_prefix(first);
+  return text;
+}
+
 // Of each colour 1 to 4 digits, the first two of which count.
 Rgb parse_digits(std::string_view digits) {
   const std::size_t each = digits.size() / 3;
@@ -121,11 +127,11 @@ Rgb parse_grey_level(std::string_view digits) {
 Rgb parse_name(std::string_view name) {
   char american[32];
   std::ranges::copy(name, american);
-  for (std::size_t i = 0; i + 4 <= name.size(); ++i) {
-    if (name.substr(i, 4) == "grey") american[i + 2] = 'a';
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    if (from(name, i).starts_with("grey")) american[i + 2] = 'a';
   }
   name = {american, name.size()};
-  if (name.size() > 4 && name.starts_with("gray")) return parse_grey_level(name.substr(4));
+  if (name.size() > 4 && name.starts_with("gray")) return parse_grey_level(from(name, 4));
   const auto* const found = std::ranges::lower_bound(kNamedColours, name, {}, &NamedColour::name);
   return found != std::end(kNamedColours) && found->name == name ? rgb(found->rgb) : Rgb{};
 }
@@ -253,7 +259,7 @@ Status read_colours(Strings& strings, XPixmap& file) {
       key.colour = grey_ramp()[255];
       file.transparent = ++without == 1 ? static_cast<int>(i) : -1;
     } else {
-      key.colour = colour.starts_with('#') ? parse_digits(colour.substr(1)) : parse_name(colour);
+      key.colour = colour.starts_with('#') ? parse_digits(from(colour, 1)) : parse_name(colour);
     }
   }
   return kOk;

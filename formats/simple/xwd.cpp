@@ -59,14 +59,16 @@ Status check_header(const XwdFile& file) {
     return std::ranges::find(values, value) != values.end();
   };
   if (file.field(1) != kVersion || file.format() > kPixels || file.header_bytes() < kHeaderBytes ||
-      file.header_bytes() > kHeaderBytes + kLongestName || file.width() <= 0 || file.height() <= 0) {
+      file.header_bytes() > kHeaderBytes + kLongestName || file.width() <= 0 ||
+      file.height() <= 0) {
     return StatusCode::bad_image;
   }
   if (file.depth() > 32) return StatusCode::unsupported;
   if (file.format() == kPixels && !one_of(file.field(11), {1, 4, 8, 16, 24, 32})) {
     return StatusCode::unsupported;
   }
-  if (file.depth() < 1 || (file.format() == kBitmap && file.depth() != 1)) return StatusCode::bad_image;
+  if (file.depth() < 1 || (file.format() == kBitmap && file.depth() != 1))
+    return StatusCode::bad_image;
   if (file.in_bits() && !one_of(file.field(8), {8, 16, 32})) return StatusCode::bad_image;
   const auto [red, green, blue] = file.masks();
   if (file.by_masks() && (red | green | blue) == 0) return StatusCode::bad_image;
@@ -206,7 +208,7 @@ class Lines {
   StreamHandle stream_;
   const XwdFile& file_;
   std::int32_t y_ = 0;
-  RowBuffer<std::uint8_t> line_;                      // of one plane
+  RowBuffer<std::uint8_t> line_;                       // of one plane
   RowBuffer<std::uint8_t> planes_, levels_, numbers_;  // of more than eight
 };
 
@@ -274,7 +276,8 @@ void write_header(const HeaderBlock& image, const formats::StoredRows& rows, Str
   for (std::uint32_t i = 0; i < colours; ++i) {
     const Rgb colour = i < 1u << bits ? image.palette[i] : Rgb{};
     out.put_be32(i);
-    for (const auto channel : {&Rgb::red, &Rgb::green, &Rgb::blue}) out.put_be16(colour.*channel * 257);
+    for (const auto channel : {&Rgb::red, &Rgb::green, &Rgb::blue})
+      out.put_be16(colour.*channel * 257);
     out.put8(7);  // all three count
     out.put8(0);
   }

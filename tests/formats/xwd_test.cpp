@@ -19,8 +19,9 @@ struct Xwd {
   Bytes file() const {
     Bytes file;
     for (const std::uint32_t field :
-         {header_bytes, 7u, format, depth, width, height, 0u, high_byte, unit, high_bit, 8u, bits, line, kind,
-          red, green, blue, 8u, 256u, colours, width, height, 0u, 0u, 0u}) {
+         {header_bytes, 7u,      format, depth,  width, height, 0u,    high_byte, unit,
+          high_bit,     8u,      bits,   line,   kind,  red,    green, blue,      8u,
+          256u,         colours, width,  height, 0u,    0u,     0u}) {
       for (int shift = 24; shift >= 0; shift -= 8) file.push_back(byte(field >> shift));
     }
     return joined({file, {'x', 'y', 0}, body});
@@ -41,15 +42,22 @@ TEST(Xwd, BitsInUnitsOfEitherOrder) {
     std::uint32_t unit, high_byte, high_bit;
     Bytes line;
   } lines[] = {
-      {8, 0, 1, {0x80, 0x40, 0}},         {8, 1, 0, {0x01, 0x02, 0}},
-      {16, 1, 1, {0x80, 0x40, 0, 0}},     {16, 0, 1, {0x40, 0x80, 0, 0}},
-      {16, 0, 0, {0x01, 0x02, 0, 0}},     {16, 1, 0, {0x02, 0x01, 0, 0}},
-      {32, 1, 1, {0x80, 0x40, 0, 0}},     {32, 0, 1, {0, 0, 0x40, 0x80}},
-      {32, 0, 0, {0x01, 0x02, 0, 0}},     {32, 1, 0, {0, 0, 0x02, 0x01}},
+      {8, 0, 1, {0x80, 0x40, 0}},     {8, 1, 0, {0x01, 0x02, 0}},
+      {16, 1, 1, {0x80, 0x40, 0, 0}}, {16, 0, 1, {0x40, 0x80, 0, 0}},
+      {16, 0, 0, {0x01, 0x02, 0, 0}}, {16, 1, 0, {0x02, 0x01, 0, 0}},
+      {32, 1, 1, {0x80, 0x40, 0, 0}}, {32, 0, 1, {0, 0, 0x40, 0x80}},
+      {32, 0, 0, {0x01, 0x02, 0, 0}}, {32, 1, 0, {0, 0, 0x02, 0x01}},
   };
   for (const auto& [unit, high_byte, high_bit, line] : lines) {
-    Xwd xwd{.depth = 1, .width = 17, .high_byte = high_byte, .unit = unit, .high_bit = high_bit, .bits = 1,
-            .line = std::uint32_t(line.size()), .kind = 1, .body = line};
+    Xwd xwd{.depth = 1,
+            .width = 17,
+            .high_byte = high_byte,
+            .unit = unit,
+            .high_bit = high_bit,
+            .bits = 1,
+            .line = std::uint32_t(line.size()),
+            .kind = 1,
+            .body = line};
     EXPECT_EQ(first_row(xwd), (Bytes{0x80, 0x40, 0, 0})) << unit << high_byte << high_bit;
     xwd.kind = 0;
     EXPECT_EQ(first_row(xwd), (Bytes{0x7F, 0xBF, 0x80, 0}));
@@ -62,40 +70,83 @@ TEST(Xwd, BitsInUnitsOfEitherOrder) {
 }
 
 Bytes entry(std::uint32_t pixel, int red, int green, int blue) {
-  return {0, 0, byte(pixel >> 8), byte(pixel), byte(red >> 8), byte(red), byte(green >> 8), byte(green), byte(blue >> 8), byte(blue), 7, 0};
+  return {0,
+          0,
+          byte(pixel >> 8),
+          byte(pixel),
+          byte(red >> 8),
+          byte(red),
+          byte(green >> 8),
+          byte(green),
+          byte(blue >> 8),
+          byte(blue),
+          7,
+          0};
 }
 
 TEST(Xwd, ColoursAreThoseOfTheirPixel) {
-  const Bytes table = joined({entry(1, 0xFF80, 0xFF7F, 0x80), entry(0x100, 1, 1, 1), entry(0, 0xFFFF, 0, 0)});
+  const Bytes table =
+      joined({entry(1, 0xFF80, 0xFF7F, 0x80), entry(0x100, 1, 1, 1), entry(0, 0xFFFF, 0, 0)});
   const CollectingSink bytes = shown({.colours = 3, .body = joined({table, {0, 1, 2, 9}})});
   EXPECT_EQ(bytes.rows[0].bytes, (Bytes{0, 1, 2, 0}));
   EXPECT_EQ(bytes.header.palette[0], (Rgb{0, 0, 255, 0}));
   EXPECT_EQ(bytes.header.palette[1], (Rgb{0, 255, 255, 0}));
   EXPECT_EQ(bytes.header.palette[2], (Rgb{}));
   const Bytes pairs = joined({table, {0x12, 0x34, 0, 0}});
-  EXPECT_EQ(first_row({.depth = 4, .bits = 4, .colours = 3, .body = pairs}), (Bytes{0x12, 0x30, 0, 0}));
-  EXPECT_EQ(first_row({.depth = 4, .high_byte = 0, .bits = 4, .colours = 3, .body = pairs}), (Bytes{0x21, 0x40, 0, 0}));
+  EXPECT_EQ(first_row({.depth = 4, .bits = 4, .colours = 3, .body = pairs}),
+            (Bytes{0x12, 0x30, 0, 0}));
+  EXPECT_EQ(first_row({.depth = 4, .high_byte = 0, .bits = 4, .colours = 3, .body = pairs}),
+            (Bytes{0x21, 0x40, 0, 0}));
   const Bytes white_black = joined({entry(0, 0xFFFF, 0xFFFF, 0xFFFF), entry(1, 0, 0, 0), {0x40}});
-  EXPECT_EQ(first_row({.depth = 1, .bits = 1, .line = 1, .colours = 2, .body = white_black}), (Bytes{0xA0, 0, 0, 0}));
+  EXPECT_EQ(first_row({.depth = 1, .bits = 1, .line = 1, .colours = 2, .body = white_black}),
+            (Bytes{0xA0, 0, 0, 0}));
   EXPECT_EQ(shown({.body = {0, 1, 2, 9}}).header.palette[7], (Rgb{7, 7, 7, 0}));
   EXPECT_EQ(shown({.bits = 4, .body = {0, 1, 2, 9}}).header.palette[7], (Rgb{119, 119, 119, 0}));
 }
 
 // Highest planes first, each of all rows.
 TEST(Xwd, PlanesLieApart) {
-  Xwd xwd{.format = 1, .depth = 3, .height = 2, .line = 2, .body = {0x80, 9, 0, 9, 0xC0, 9, 0, 9, 0xE0, 9, 0x20}};
+  Xwd xwd{.format = 1,
+          .depth = 3,
+          .height = 2,
+          .line = 2,
+          .body = {0x80, 9, 0, 9, 0xC0, 9, 0, 9, 0xE0, 9, 0x20}};
   EXPECT_EQ(shown(xwd).image(), (std::vector<Bytes>{{0x73, 0x10, 0, 0}, {0, 0x10, 0, 0}}));
-  xwd = {.format = 1, .depth = 12, .height = 1, .line = 1, .kind = 4, .red = 0xF00, .green = 0xF0, .blue = 0xF};
+  xwd = {.format = 1,
+         .depth = 12,
+         .height = 1,
+         .line = 1,
+         .kind = 4,
+         .red = 0xF00,
+         .green = 0xF0,
+         .blue = 0xF};
   xwd.body = {0x80, 0, 0, 0, 0, 0x40, 0, 0, 0, 0, 0x20, 0};  // bits 11, 6 and 1
   EXPECT_EQ(first_row(xwd), (Bytes{0, 0, 136, 0, 68, 0, 34, 0, 0, 0, 0, 0}));
 }
 
 TEST(Xwd, MasksSayWhereColoursAre) {
-  const Xwd words{.depth = 16, .width = 1, .bits = 16, .line = 2, .kind = 4, .red = 0xF800, .green = 0x7E0, .blue = 0x1F, .body = {0x18, 0x43}};
+  const Xwd words{.depth = 16,
+                  .width = 1,
+                  .bits = 16,
+                  .line = 2,
+                  .kind = 4,
+                  .red = 0xF800,
+                  .green = 0x7E0,
+                  .blue = 0x1F,
+                  .body = {0x18, 0x43}};
   EXPECT_EQ(first_row(words), (Bytes{24, 8, 24, 0}));
-  const Xwd bytes{.width = 1, .line = 1, .kind = 5, .red = 7, .green = 0x38, .blue = 0xC0, .body = {0x8F}};
+  const Xwd bytes{
+      .width = 1, .line = 1, .kind = 5, .red = 7, .green = 0x38, .blue = 0xC0, .body = {0x8F}};
   EXPECT_EQ(first_row(bytes), (Bytes{170, 36, 255, 0}));
-  Xwd three{.depth = 24, .width = 1, .bits = 24, .line = 9, .kind = 4, .red = 0xFF0000, .green = 0xFF00, .blue = 0xFF, .body = {1, 2, 3}};
+  Xwd three{.depth = 24,
+            .width = 1,
+            .bits = 24,
+            .line = 9,
+            .kind = 4,
+            .red = 0xFF0000,
+            .green = 0xFF00,
+            .blue = 0xFF,
+            .body = {1, 2, 3}};
   EXPECT_EQ(first_row(three), (Bytes{3, 2, 1, 0}));
   three.high_byte = 0;
   EXPECT_EQ(first_row(three), (Bytes{1, 2, 3, 0}));

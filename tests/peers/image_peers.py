@@ -2,6 +2,8 @@
 """BMP, PCX, DCX, GIF, PNG, Sun raster, CALS, Photoshop, icon and PICT files of every width written here and read by
 Pillow, netpbm, ImageMagick and FreeImage; GEM, MSP and DICOM files of others read here. What these write is in
 tests/corpus.
+"""Files of simple formats of every width written here and read by Pillow, netpbm and ImageMagick. What these write is
+in tests/corpus.
 
     image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
 import pathlib
@@ -28,6 +30,15 @@ try:
     FREEIMAGE = FreeImage()
 except OSError:
     FREEIMAGE = None
+HEIGHT, HEIGHTS = 13, {1: 1, 301: 20}
+WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200, 301)
+RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 3: "tga", 26: "iff",
+                  20: "xbm", 35: "xpm", 36: "xwd"}
+READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm",
+           "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm"}
+MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
+SIMPLE, SIMPLE_WIDTHS = {3, 26, 20, 35, 36, 37}, (1, 7, 15, 16, 301)
+BY_PILLOW = {"bmp", "pcx", "gif", "png", "ras", "tga"}  # takes X bitmaps the other way round
 failures = []
 compared = 0
 
@@ -46,6 +57,9 @@ def noise(width, mode, seed, height=HEIGHT):
     data = []
     while len(data) < width * height:
         pixel = tuple(state.randint(0, most) for _ in mode) if mode in ("RGB", "CMYK") else state.randint(0, most)
+    height = HEIGHTS.get(width, HEIGHT)
+    while len(data) < width * height:
+        pixel = tuple(state.randint(0, most) for _ in range(3)) if mode == "RGB" else state.randint(0, most)
         data += [255 * pixel if mode == "1" else pixel] * state.choice((1, 1, 1, 2, 3, 70))
     image = Image.new({"4": "P"}.get(mode, mode), (width, height))
     image.putdata(data[:width * height])
@@ -58,13 +72,15 @@ def pack(image, mode):
     """(bits, rows, palette) as the library takes them."""
     palette = image.getpalette() if mode in ("P", "4") else [0, 0, 0, 255, 255, 255]
     data, stride = image.tobytes("raw", *(("BGR",) if mode == "RGB" else ())), -(-image.width * len(image.getbands()))
+    if mode == "RGBX":
+        data, stride = image.convert(mode).tobytes("raw", "BGRX"), 4 * image.width
     if mode == "1":
         stride = (image.width + 7) // 8
     rows = [data[y * stride:(y + 1) * stride] for y in range(image.height)]
     if mode == "4":
         rows = [bytes(a << 4 | b for a, b in zip(row[::2], row[1::2] + b"\0")) for row in rows]
     entries = [tuple(palette[i:i + 3]) for i in range(0, len(palette), 3)]
-    return {"1": 1, "4": 4, "P": 8, "RGB": 24}[mode], rows, entries[:16] if mode == "4" else entries
+    return {"1": 1, "4": 4, "P": 8, "RGB": 24, "RGBX": 32}[mode], rows, entries[:16] if mode == "4" else entries
 
 
 def run(*command, **options):
@@ -76,8 +92,12 @@ def read_by_others(name, image, code, what):
     # reads no PCX and no Sun raster; of documents it takes 1 for white, where all others see black.
     refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
     if code != RLE and name.suffix != ".pct" and not refused.get(name.suffix):
+    # The fields of compressed bitmaps say how large they would be without, which these two refuse; and of one pixel
+    # Pillow reads no PCX.
+    ending = name.suffix[1:]
+    if code != RLE and ending in BY_PILLOW and (image.size[0] > 1 or ending != "pcx"):
         equal(f"Pillow reads {what}", Image.open(name), image)
-    reader, picture = READERS.get(name.suffix[1:]), name.parent / "out.ppm"
+    reader, picture = READERS.get(ending), name.parent / "out.ppm"
     if reader and shutil.which(reader):
         picture.write_bytes(run(reader, name))
         equal(f"netpbm reads {what}", Image.open(picture), image)
@@ -104,6 +124,12 @@ def read_by_others(name, image, code, what):
     # It takes the empty colour map of 1-bit PCX files for all black, and reads none in version 2.
     if shutil.which("convert") and code != RLE and not coloured and (name.suffix != ".pcx" or image.mode == "RGB"):
         run("convert", name, "-depth", "8", picture)
+    if ending == "iff":  # which it lets netpbm read
+        if shutil.which("ffmpeg"):
+            run("ffmpeg", "-v", "error", "-y", "-i", name, "-pix_fmt", "rgb24", picture)
+            equal(f"ffmpeg reads {what}", Image.open(picture), image)
+    elif shutil.which("convert") and code != RLE and (ending != "pcx" or len(image.getbands()) == 3):
+        run("convert", name, "-auto-orient", "-depth", "8", picture)  # it leaves Targa's bottom on top
         equal(f"ImageMagick reads {what}", Image.open(picture), image)
 
 
@@ -112,12 +138,19 @@ def widths(library, folder):
         for mode in ("1", "4", "P", "RGB"):
             image = noise(width, mode, 7 * width, height)
             handle = library.make(width, height, *pack(image, mode), 300, 150)
+    for width in WIDTHS:
+        for mode in ("1", "4", "P", "RGB", "RGBX"):
+            image = noise(width, mode[:3], 7 * width)
+            handle = library.make(width, image.height, *pack(image, mode), 300, 150, 200 if mode == "RGBX" else 0)
             for code, ending in CODES.items():
+                if width not in SIMPLE_WIDTHS if code in SIMPLE else mode == "RGBX":
+                    continue
                 name, what = folder / f"ours.{ending}", f"code {code}, {mode}{width}"
                 name.unlink(missing_ok=True)
                 status = library.call("IMG_save_bitmap", handle, str(name), code)
                 refused = (mode == "RGB" and ending == "gif" or mode in ("1", "RGB") and code == RLE or
                            width > 256 and ending == "ico")
+                refused = mode not in (("4", "P") if code == RLE else MODES.get(ending, mode))
                 if (status < 0) != refused:
                     failures.append(f"{what}: status {status}")
                 if status < 0:

@@ -19,7 +19,8 @@ constexpr Option kOptions[] = {
     {"code", 0, "N",
      "file type code of the result, a number or a name:\nbmp (1), pcx (2), gif (4), dcx (11), "
      "bmp-rle (12), "
-     "jpeg (13),\npng (43), gif-interlaced (44), dib (48), pdf (59)"},
+     "jpeg (13),\npng (43), gif-interlaced (44), dib (48), pdf (59), targa (3), xbm (20),\n"
+     "iff (26), xpm (35), xwd (36), sun (37)"},
     {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
     {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
     {"size", 0, "WxH", "scale down to this size while decoding"},
