@@ -114,8 +114,10 @@ void split_planes(From row, int width, To stored, std::ptrdiff_t plane_bytes) {
 // The same for pixels of a byte.
 constexpr std::array<std::uint64_t, 256> kSpreadBytes = [] {
   std::array<std::uint64_t, 256> spread{};
-  for (std::uint64_t bits = 0; bits < 256; ++bits) {
-    for (int bit = 0; bit < 8; ++bit) spread[bits] |= (bits >> bit & 1) << 8 * (7 - bit);
+  for (std::uint32_t bits = 0; bits < 256; ++bits) {
+    for (int bit = 0; bit < 8; ++bit) {
+      spread[bits] |= std::uint64_t{bits >> bit & 1} << 8 * (7 - bit);
+    }
   }
   return spread;
 }();

@@ -222,7 +222,6 @@ Status look_for_alpha(const formats::DecodeRequest& request, TargaFile& file) {
   const RowLayout& layout = *file.rows.layout;
   file.rows.layout =
       choose_layout(layout.bits == 8 ? kGrey : kColour, layout.plane_bits, Alpha::none);
-  file.alpha = Alpha::none;
   return kOk;
 }
 
