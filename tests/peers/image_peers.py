@@ -93,9 +93,9 @@ def read_by_others(name, image, code, what):
     refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
     if code != RLE and name.suffix != ".pct" and not refused.get(name.suffix):
     # The fields of compressed bitmaps say how large they would be without, which these two refuse; and of one pixel
-    # Pillow reads no PCX.
+    # Pillow reads no PCX, and takes Sun raster for a brush.
     ending = name.suffix[1:]
-    if code != RLE and ending in BY_PILLOW and (image.size[0] > 1 or ending != "pcx"):
+    if code != RLE and ending in BY_PILLOW and (image.size[0] > 1 or ending not in ("pcx", "ras")):
         equal(f"Pillow reads {what}", Image.open(name), image)
     reader, picture = READERS.get(ending), name.parent / "out.ppm"
     if reader and shutil.which(reader):
@@ -125,11 +125,14 @@ def read_by_others(name, image, code, what):
     if shutil.which("convert") and code != RLE and not coloured and (name.suffix != ".pcx" or image.mode == "RGB"):
         run("convert", name, "-depth", "8", picture)
     if ending == "iff":  # which it lets netpbm read
+    # ImageMagick lets netpbm read IFF, takes the empty colour map of 1-bit PCX files for all black, reads none in
+    # version 2, and leaves Targa's bottom on top unless told otherwise.
+    if ending == "iff":
         if shutil.which("ffmpeg"):
             run("ffmpeg", "-v", "error", "-y", "-i", name, "-pix_fmt", "rgb24", picture)
             equal(f"ffmpeg reads {what}", Image.open(picture), image)
     elif shutil.which("convert") and code != RLE and (ending != "pcx" or len(image.getbands()) == 3):
-        run("convert", name, "-auto-orient", "-depth", "8", picture)  # it leaves Targa's bottom on top
+        run("convert", name, "-auto-orient", "-depth", "8", picture)
         equal(f"ImageMagick reads {what}", Image.open(picture), image)
 
 
