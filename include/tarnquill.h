@@ -106,7 +106,6 @@ enum {
  *   PICT        1, 4, 8, 24, 32       1, 4, 8, 24, and 32 of blue, green, red; the bitmaps of a picture
  *   PHOTOSHOP   1, 8, 24, 32          1, 4, 8, 24, 32; the merged picture
  *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
- *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
  *   IFF         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   XBM         1                     1
  *   XPM         1, 4, 8, 24           1, 4, 8

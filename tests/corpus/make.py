@@ -186,7 +186,8 @@ def by_pillow(file, page, inks):
 
 def by_netpbm(file, page):
     readers = {"bmp": ["bmptopnm"], "pcx": ["pcxtoppm"], "png": ["pngtopam"], "gif": ["giftopnm", f"-image={page + 1}"],
-               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"], "iff": ["ilbmtoppm"], "xbm": ["xbmtopbm"], "xpm": ["xpmtoppm"], "xwd": ["xwdtopnm"]}
+               "sun": ["rasttopnm"], "macpaint": ["macptopbm"], "gem": ["gemtopnm"], "targa": ["tgatoppm"],
+               "iff": ["ilbmtoppm"], "xbm": ["xbmtopbm"], "xpm": ["xpmtoppm"], "xwd": ["xwdtopnm"]}
     picture = run(*readers.get(file.parent.name, ["false"]), str(file))
     return Image.open(io.BytesIO(picture)).convert("RGBA").tobytes() if picture else b""
 
@@ -233,13 +234,10 @@ def views(file, page, rules):
     deep, alpha, inks = not {"high", "rounded"}.isdisjoint(rules), "white" in rules, "inks" in rules
     kind = "cmyk:-" if inks else "rgba:-"
     depth = ["-depth", "16", "-endian", "MSB"] if deep else ["-depth", "8"]
-    yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, kind)
-    yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, kind)
-    if page == 0 and not inks:
     if file.parent.name != "iff":  # which they let netpbm read
-        yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, "rgba:-")
-        yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, "rgba:-")
-    if page == 0:
+        yield "ImageMagick", run("convert", f"{file}[{page}]", *depth, kind)
+        yield "GraphicsMagick", run("gm", "convert", f"{file}[{page}]", *depth, kind)
+    if page == 0 and not inks:
         yield "ffmpeg", run("ffmpeg", "-v", "error", "-i", str(file), "-f", "rawvideo", "-pix_fmt",
                             "rgba64be" if deep else "rgba", "-frames:v", "1", "-")
     if page == 0 and file.parent.name in BY_FREEIMAGE:
@@ -260,7 +258,6 @@ def ruled(view, rules):
     view = view[::2] if "high" in rules else view
     if "rounded" in rules:
         view = bytes(((high << 8 | low) + 128) // 257 for high, low in zip(view[::2], view[1::2]))
-    masks = {"5-5-5": (0xF8, 0xF8, 0xF8), "5-6-5": (0xF8, 0xFC, 0xF8)}.get(rules[0], (255, 255, 255))
     if "inks" in rules:
         return bytes(level for level in view for _ in range(3))
     kept = [int(bits) for bits in rules[0].split("-")] if rules[0][:1].isdigit() else (8, 8, 8)

@@ -1,9 +1,6 @@
 #!/usr/bin/env python3
-"""BMP, PCX, DCX, GIF, PNG, Sun raster, CALS, Photoshop, icon and PICT files of every width written here and read by
-Pillow, netpbm, ImageMagick and FreeImage; GEM, MSP and DICOM files of others read here. What these write is in
-tests/corpus.
-"""Files of simple formats of every width written here and read by Pillow, netpbm and ImageMagick. What these write is
-in tests/corpus.
+"""Files of raster formats of every width written here and read by Pillow, netpbm, ImageMagick, ffmpeg and FreeImage;
+GEM, MSP and DICOM files of others read here. What these write is in tests/corpus.
 
     image_peers.py LIBRARY MODULE     exit code 77 without Pillow"""
 import pathlib
@@ -23,22 +20,18 @@ from library import Library, conclude
 
 HEIGHT = 13
 SIZES = [(width, HEIGHT) for width in (2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)] + [(1, 1), (301, 20)]
-RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico", 15: "pct"}
-READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm"}
+RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico", 15: "pct",
+                  3: "tga", 26: "iff", 20: "xbm", 35: "xpm", 36: "xwd"}
+READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm",
+           "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm"}
+MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
+WITH_FOURTH_BYTE = {3, 26, 36, 37}  # codes that colours of 32 bits are saved as
+NOT_BY_PILLOW = {".pct", ".iff", ".xbm", ".xpm", ".xwd"}  # takes X bitmaps the other way round
 BY_FREEIMAGE = (".psd", ".ico")
 try:
     FREEIMAGE = FreeImage()
 except OSError:
     FREEIMAGE = None
-HEIGHT, HEIGHTS = 13, {1: 1, 301: 20}
-WIDTHS = (1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200, 301)
-RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 3: "tga", 26: "iff",
-                  20: "xbm", 35: "xpm", 36: "xwd"}
-READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm",
-           "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm"}
-MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
-SIMPLE, SIMPLE_WIDTHS = {3, 26, 20, 35, 36, 37}, (1, 7, 15, 16, 301)
-BY_PILLOW = {"bmp", "pcx", "gif", "png", "ras", "tga"}  # takes X bitmaps the other way round
 failures = []
 compared = 0
 
@@ -57,9 +50,6 @@ def noise(width, mode, seed, height=HEIGHT):
     data = []
     while len(data) < width * height:
         pixel = tuple(state.randint(0, most) for _ in mode) if mode in ("RGB", "CMYK") else state.randint(0, most)
-    height = HEIGHTS.get(width, HEIGHT)
-    while len(data) < width * height:
-        pixel = tuple(state.randint(0, most) for _ in range(3)) if mode == "RGB" else state.randint(0, most)
         data += [255 * pixel if mode == "1" else pixel] * state.choice((1, 1, 1, 2, 3, 70))
     image = Image.new({"4": "P"}.get(mode, mode), (width, height))
     image.putdata(data[:width * height])
@@ -91,13 +81,9 @@ def read_by_others(name, image, code, what):
     # The fields of compressed bitmaps say how large they would be without, which these two refuse. Of one pixel Pillow
     # reads no PCX and no Sun raster; of documents it takes 1 for white, where all others see black.
     refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
-    if code != RLE and name.suffix != ".pct" and not refused.get(name.suffix):
-    # The fields of compressed bitmaps say how large they would be without, which these two refuse; and of one pixel
-    # Pillow reads no PCX, and takes Sun raster for a brush.
-    ending = name.suffix[1:]
-    if code != RLE and ending in BY_PILLOW and (image.size[0] > 1 or ending not in ("pcx", "ras")):
+    if code != RLE and name.suffix not in NOT_BY_PILLOW and not refused.get(name.suffix):
         equal(f"Pillow reads {what}", Image.open(name), image)
-    reader, picture = READERS.get(ending), name.parent / "out.ppm"
+    reader, picture = READERS.get(name.suffix[1:]), name.parent / "out.ppm"
     if reader and shutil.which(reader):
         picture.write_bytes(run(reader, name))
         equal(f"netpbm reads {what}", Image.open(picture), image)
@@ -121,39 +107,30 @@ def read_by_others(name, image, code, what):
     if name.suffix in BY_FREEIMAGE and FREEIMAGE and not coloured:
         seen = FREEIMAGE.pixels(str(name)) or bytes(4 * image.width * image.height)
         equal(f"FreeImage reads {what}", Image.frombytes("RGBA", image.size, seen), image)
-    # It takes the empty colour map of 1-bit PCX files for all black, and reads none in version 2.
-    if shutil.which("convert") and code != RLE and not coloured and (name.suffix != ".pcx" or image.mode == "RGB"):
-        run("convert", name, "-depth", "8", picture)
-    if ending == "iff":  # which it lets netpbm read
     # ImageMagick lets netpbm read IFF, takes the empty colour map of 1-bit PCX files for all black, reads none in
     # version 2, and leaves Targa's bottom on top unless told otherwise.
-    if ending == "iff":
+    if name.suffix == ".iff":
         if shutil.which("ffmpeg"):
             run("ffmpeg", "-v", "error", "-y", "-i", name, "-pix_fmt", "rgb24", picture)
             equal(f"ffmpeg reads {what}", Image.open(picture), image)
-    elif shutil.which("convert") and code != RLE and (ending != "pcx" or len(image.getbands()) == 3):
+    elif shutil.which("convert") and code != RLE and not coloured and (name.suffix != ".pcx" or image.mode == "RGB"):
         run("convert", name, "-auto-orient", "-depth", "8", picture)
         equal(f"ImageMagick reads {what}", Image.open(picture), image)
 
 
 def widths(library, folder):
     for width, height in SIZES:
-        for mode in ("1", "4", "P", "RGB"):
-            image = noise(width, mode, 7 * width, height)
-            handle = library.make(width, height, *pack(image, mode), 300, 150)
-    for width in WIDTHS:
         for mode in ("1", "4", "P", "RGB", "RGBX"):
-            image = noise(width, mode[:3], 7 * width)
-            handle = library.make(width, image.height, *pack(image, mode), 300, 150, 200 if mode == "RGBX" else 0)
+            image = noise(width, mode[:3], 7 * width, height)
+            handle = library.make(width, height, *pack(image, mode), 300, 150, 200 if mode == "RGBX" else 0)
             for code, ending in CODES.items():
-                if width not in SIMPLE_WIDTHS if code in SIMPLE else mode == "RGBX":
+                if mode == "RGBX" and code not in WITH_FOURTH_BYTE:
                     continue
                 name, what = folder / f"ours.{ending}", f"code {code}, {mode}{width}"
                 name.unlink(missing_ok=True)
                 status = library.call("IMG_save_bitmap", handle, str(name), code)
-                refused = (mode == "RGB" and ending == "gif" or mode in ("1", "RGB") and code == RLE or
-                           width > 256 and ending == "ico")
-                refused = mode not in (("4", "P") if code == RLE else MODES.get(ending, mode))
+                refused = mode not in (("4", "P") if code == RLE else MODES.get(ending, mode)) or (
+                    width > 256 and ending == "ico")
                 if (status < 0) != refused:
                     failures.append(f"{what}: status {status}")
                 if status < 0:
