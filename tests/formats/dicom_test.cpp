@@ -290,7 +290,8 @@ TEST(Dicom, JpegStreamsAreBelieved) {
   // Without the segment that says so, only the names of the components tell what they are.
   Bytes named = file_content("corpus/jpeg/rgb.jpg");
   const auto colours = decoded(jpeg::decode_jpeg, named).image();
-  const auto segment = std::ranges::search(named, Bytes{0xFF, 0xEE}).begin();
+  const Bytes marker = {0xFF, 0xEE};
+  const auto segment = std::search(named.begin(), named.end(), marker.begin(), marker.end());
   named.erase(segment, segment + 16);
   EXPECT_EQ(decode(frame({.photometric = "RGB"}, named)).image(), colours);
   EXPECT_NE(decode(frame({.photometric = "YBR_FULL"}, named)).image(), colours);
