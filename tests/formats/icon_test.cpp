@@ -14,7 +14,7 @@ using simple::decode_icon;
 using simple::encode_icon;
 
 void put(Bytes& file, std::uint32_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) file.push_back(byte(value >> 8 * i));
+  for (; bytes > 0; --bytes, value >>= 8) file.push_back(byte(value));
 }
 
 struct Bitmap {
