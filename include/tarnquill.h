@@ -661,6 +661,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 /* Numbered values beside the settings, all 0 at first; 0 is always the behaviour that is described
  * elsewhere in this file.
  *
+ *   READING            1: files are read as other programs show them
+ *   DETECTION          1: more files are recognised, and names for saving count whole endings
  *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
  *                      a caller's own stream keeps bytes behind it
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
@@ -672,6 +674,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   TIFF_BYTE_ORDER    of new files: 1: the most significant byte first
  *   TIFF_PREDICTOR     1: code 9 codes samples themselves, not their differences */
 enum {
+  IMG_OPTION_READING = 1,
+  IMG_OPTION_DETECTION = 2,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,
