@@ -90,4 +90,11 @@ Status StreamWriter::patch(std::int32_t at, std::span<const std::uint8_t> bytes)
   return status_;
 }
 
+Status StreamWriter::patch_put(std::int64_t count, std::span<const std::uint8_t> bytes) {
+  TQ_TRY(flush());
+  const std::int64_t at = position(stream_) - (written_ - count);
+  if (at < 0) return status_ = StatusCode::write_failed;
+  return patch(static_cast<std::int32_t>(at), bytes);
+}
+
 }  // namespace tq

@@ -58,6 +58,8 @@ class StreamWriter {
   // Replaces bytes at an earlier position of the stream. What has been gathered is written first;
   // afterwards the stream stands where it stood.
   Status patch(std::int32_t position, std::span<const std::uint8_t> bytes);
+  // The same for bytes that were put when count() was `count`.
+  Status patch_put(std::int64_t count, std::span<const std::uint8_t> bytes);
 
   Status status() const { return status_; }
 

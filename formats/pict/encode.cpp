@@ -139,7 +139,6 @@ Status can_encode_pict(const EncodeRequest& request) {
 Status encode_pict(const EncodeRequest& request) {
   Form form;
   TQ_TRY(choose(request, form));
-  const std::int32_t start = position(request.stream);
   StreamWriter out;
   TQ_TRY(out.open(request.stream));
   write_start(request.image->header, out);
@@ -151,7 +150,7 @@ Status encode_pict(const EncodeRequest& request) {
   TQ_TRY(out.flush());
   std::array<std::uint8_t, 2> size;  // its low bits
   store_be16(size.data(), word(out.count() - kFileHeaderBytes));
-  return out.patch(start + kFileHeaderBytes, size);
+  return out.patch_put(kFileHeaderBytes, size);
 }
 
 }  // namespace tq::pict

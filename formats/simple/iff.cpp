@@ -378,7 +378,7 @@ Status write_body(const formats::EncodeRequest& request, const SavedPlanes& plan
 Status patch_size(std::int64_t at, std::int64_t size, StreamWriter& out) {
   std::array<std::uint8_t, 4> field;
   store_be32(field.data(), static_cast<std::uint32_t>(size));
-  return out.patch(static_cast<std::int32_t>(at), field);
+  return out.patch_put(at, field);
 }
 
 }  // namespace
@@ -390,8 +390,6 @@ Status can_encode_iff(const formats::EncodeRequest& request) {
 Status encode_iff(const formats::EncodeRequest& request) {
   TQ_TRY(can_encode_iff(request));
   const SavedPlanes planes(request.image->header);
-  const std::int32_t start = position(request.stream);
-  if (start < 0) return StatusCode::write_failed;
   StreamWriter out;
   TQ_TRY(out.open(request.stream));
   write_header(*request.image, planes.count, out);
@@ -399,8 +397,8 @@ Status encode_iff(const formats::EncodeRequest& request) {
   TQ_TRY(write_body(request, planes, out));
   const std::int64_t end = out.count();
   out.fill(end & 1, 0);
-  TQ_TRY(patch_size(start + body - 4, end - body, out));
-  TQ_TRY(patch_size(start + std::int64_t{4}, out.count() - kChunkBytes, out));
+  TQ_TRY(patch_size(body - 4, end - body, out));
+  TQ_TRY(patch_size(4, out.count() - kChunkBytes, out));
   return out.flush();
 }
 

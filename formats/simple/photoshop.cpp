@@ -370,7 +370,7 @@ Status write_channels(const formats::EncodeRequest& request, const Document& doc
       out.take(end - coded.data());
     }
     const std::int64_t at = lengths_at + i * std::ssize(lengths.pixels());
-    TQ_TRY(out.patch(static_cast<std::int32_t>(at), lengths.pixels()));
+    TQ_TRY(out.patch_put(at, lengths.pixels()));
   }
   return out.flush();
 }
@@ -385,11 +385,10 @@ Status can_encode_photoshop(const formats::EncodeRequest& request) {
 Status encode_photoshop(const formats::EncodeRequest& request) {
   Document document;
   TQ_TRY(choose(request, document));
-  const std::int64_t start = position(request.stream);
   StreamWriter out;
   TQ_TRY(out.open(request.stream));
   write_header(*request.image, document, out);
-  return write_channels(request, document, start + out.count(), out);
+  return write_channels(request, document, out.count(), out);
 }
 
 }  // namespace tq::simple
