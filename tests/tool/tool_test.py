@@ -204,6 +204,7 @@ a long name.bmp  BMP        1  300x7      1    -      1
     def test_reads_standard_input(self):
         picture = self.write_picture("a.bmp").read_bytes()
         self.assertIn(b"standard input  BMP", self.succeed("info", "-", data=picture))
+        self.assertIn(b"standard input  BMP", self.succeed("info", "--pages", "-", data=picture))
         self.refuse(1, "tarnquill: standard input: format or parameter is not supported (-7)", "info", "-")
 
 

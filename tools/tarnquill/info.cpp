@@ -31,7 +31,29 @@ struct Report {
   std::int32_t status = IMG_OK;                           // why something is not known
 };
 
-Report look_at(const std::string& name, int page) {
+std::optional<std::int32_t> number_of(const Input& input, int page, int tag) {
+  const std::optional<TagFacts> facts = input.tag(page, tag);
+  if (!facts || facts->type != IMG_TIFF_SHORT || facts->bytes.size() < 2) return {};
+  return facts->bytes[0] | facts->bytes[1] << 8;
+}
+
+// One of the pages that all are asked for: what is not known of it says nothing of the others.
+Report look_at_page(const Input& input, const Report& file, int page) {
+  Report report = file;
+  report.page = page + 1;
+  try {
+    report.facts = input.facts(page);
+    constexpr int kCompression = 259, kOrientation = 274;
+    report.coding = number_of(input, page, kCompression);
+    if (report.coding) report.orientation = number_of(input, page, kOrientation).value_or(1);
+  } catch (const Failure& failure) {
+    report.status = failure.status();
+  }
+  return report;
+}
+
+// One page of the file, or, without a number, a page after the other.
+void look_at(const std::string& name, std::optional<int> page, std::vector<Report>& reports) {
   Report report;
   report.file = name;
   try {
@@ -40,49 +62,16 @@ Report look_at(const std::string& name, int page) {
       report.file = input.label();
       report.code = check(report.file, input.file_type());
       if (const std::int32_t pages = input.pages(); pages >= 0) report.pages = pages;
-      if (report.pages && page >= std::max(*report.pages, 1)) {
-        throw Failure(report.file, IMG_PAGE_PAST_END);
-      }
-      report.facts = input.facts(page);
+      const int count = std::max(report.pages.value_or(1), 1);
+      for (int i = 0; !page && i < count; ++i) reports.push_back(look_at_page(input, report, i));
+      if (!page) return;
+      if (report.pages && *page >= count) throw Failure(report.file, IMG_PAGE_PAST_END);
+      report.facts = input.facts(*page);
+      reports.push_back(report);
     });
   } catch (const Failure& failure) {
     report.status = failure.status();
-  }
-  return report;
-}
-
-std::optional<std::int32_t> number_of(const Input& input, int page, int tag) {
-  const std::optional<TagFacts> facts = input.tag(page, tag);
-  if (!facts || facts->type != IMG_TIFF_SHORT || facts->bytes.size() < 2) return {};
-  return facts->bytes[0] | facts->bytes[1] << 8;
-}
-
-// A page after the other, as far as they are known.
-void look_at_pages(const std::string& name, std::vector<Report>& reports) {
-  Report file = look_at(name, 0);
-  if (!file.code) return reports.push_back(file);
-  try {
-    within_memory(file.file, [&] {
-      const Input input(name);
-      for (std::int32_t page = 0; page < std::max(file.pages.value_or(1), 1); ++page) {
-        Report report = file;
-        report.page = page + 1;
-        report.status = IMG_OK;
-        report.facts.reset();
-        try {
-          report.facts = input.facts(page);
-          constexpr int kCompression = 259, kOrientation = 274;
-          report.coding = number_of(input, page, kCompression);
-          if (report.coding) report.orientation = number_of(input, page, kOrientation).value_or(1);
-        } catch (const Failure& failure) {
-          report.status = failure.status();
-        }
-        reports.push_back(report);
-      }
-    });
-  } catch (const Failure& failure) {
-    file.status = failure.status();
-    reports.push_back(file);
+    reports.push_back(report);
   }
 }
 
@@ -242,11 +231,7 @@ int run_info(const Arguments& arguments) {
   const bool by_page = arguments.has("pages");
   std::vector<Report> reports;
   for (const std::string& name : arguments.operands()) {
-    if (by_page) {
-      look_at_pages(name, reports);
-    } else {
-      reports.push_back(look_at(name, page));
-    }
+    look_at(name, by_page ? std::nullopt : std::optional(page), reports);
   }
   if (arguments.has("json")) {
     print_json(reports);
