@@ -1,5 +1,6 @@
 // The entries of the LZW module: codecs of the library's own making, over the streams of a host.
 #include <cstring>
+#include <memory>
 #include <span>
 #include <utility>
 
@@ -65,8 +66,10 @@ struct StripDecoder {
   void* context;
   std::span<const std::uint8_t> first;  // a piece that has been looked at
   bool is_old;
-  tq::lzw::TiffDecoder codes;
-  tq::lzw::OldTiffDecoder old_codes;
+  union {
+    tq::lzw::TiffDecoder codes;
+    tq::lzw::OldTiffDecoder old_codes;
+  };
 
   std::span<const std::uint8_t> next_piece() {
     if (!first.empty()) return std::exchange(first, {});
@@ -88,9 +91,9 @@ void IMG_CB_C begin_decode(void* state, img_next_piece_fn next, void* context) {
   strip.is_old = strip.first.size() >= 2 && strip.first[0] == 0 && (strip.first[1] & 1) != 0;
   const auto data = tq::coding::PieceSource::of(strip);
   if (strip.is_old) {
-    strip.old_codes.start(kByteBits, data);
+    std::construct_at(&strip.old_codes)->start(kByteBits, data);
   } else {
-    strip.codes.start(kByteBits, data);
+    std::construct_at(&strip.codes)->start(kByteBits, data);
   }
 }
 

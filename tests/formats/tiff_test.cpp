@@ -629,7 +629,7 @@ TEST_F(Tiff, NoMoreIsDecodedThanThePictureHolds) {
       return coding == kPackBits ? Bytes(much.size() / 64, 0x81) : zlib_stored(much);
     };
     const Bytes file = file_of(picture);
-    memory_probe::refuse_above(200000);
+    memory_probe::refuse_above(100000);
     const Look look = decode(file);
     memory_probe::refuse_above(kLargestBlock);
     EXPECT_EQ(look.status, 0) << coding;
