@@ -134,8 +134,8 @@ Memory save(std::int32_t image, std::int32_t code, const View& view, const Setti
   return result < 0 ? Memory() : file;
 }
 
-// Every file can be read, unless detection takes it for something else (Sun raster of 7 pixels, icons
-// of most widths), and codes that keep every pixel write the same picture.
+// Every file can be read, unless detection takes it for something else (Sun rasters of 7 pixels a row,
+// icons of most widths), and codes that keep every pixel write the same picture.
 void read_back(const Memory& plain, const Memory& coded, std::int32_t code, bool lossless) {
   View views[2];
   const Memory* const files[] = {&plain, &coded};
@@ -143,9 +143,10 @@ void read_back(const Memory& plain, const Memory& coded, std::int32_t code, bool
     Memory file = *files[i];
     const std::int32_t image = IMG_decompress_bitmap_block(file.data(), file.size(), 0);
     if (image == IMG_OUT_OF_MEMORY) return;
-    const bool looks_different = i == 1 && one_of(code, {IMG_TYPE_SUN, IMG_TYPE_ICON}) &&
-                                 IMGLOW_get_filetype_block(file.data(), file.size()) != code;
-    if (looks_different) {
+    const std::int32_t width = views[0].width;
+    const bool looks_different = (code == IMG_TYPE_SUN && width == 7) ||
+                                 (code == IMG_TYPE_ICON && !one_of(width, {16, 32, 48, 64}));
+    if (i == 1 && looks_different) {
       if (image >= 0) TQ_CLAIM(IMG_delete_bitmap(image) == 0);
       return;
     }
@@ -264,7 +265,10 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   digest.add(header);
   digest.add(type);
   digest.add(pages);
-  if (type == IMG_TYPE_TIFF || type == IMG_TYPE_TIFF_G4) query_pages(copy, pages, digest);
+  const bool has_tags = IMGLOW_get_tiff_tag_block(copy.data(), copy.size(), 0, 0, nullptr, nullptr,
+                                                  nullptr, 0) == IMG_UNSUPPORTED &&
+                        pages > 0;
+  if (has_tags) query_pages(copy, pages, digest);
   if (settings.undisturbed()) {
     const TemporaryFile stored(file);
     TQ_CLAIM(IMGLOW_get_filetype_fd(stored.file) == IMG_UNSUPPORTED);  // stands at the end
