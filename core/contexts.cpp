@@ -27,16 +27,12 @@ void give_back(void* value) {
   static_cast<Context*>(value)->taken = false;
 }
 
-void release_kept(Context& context) {
-  for (auto& kept : context.memory.kept) platform::block_free(std::exchange(kept, {}).block);
-}
-
 // The library may be unloaded while the process goes on.
 __attribute__((destructor)) void release_at_unload() {
-  release_kept(the_context);
+  release_kept_blocks(the_context.memory);
   for (Context*& context : table.contexts) {
     if (context == nullptr) continue;
-    release_kept(*context);
+    release_kept_blocks(context->memory);
     platform::block_free(std::exchange(context, nullptr));
   }
 }
@@ -85,7 +81,7 @@ Status delete_context(std::int32_t number) {
   const bool entered = platform::set_thread_value(old);
   if (entered) {
     while (old->images.in_use > 0) (void)free_image_slot(ImageHandle{old->images.in_use - 1});
-    release_kept_blocks();
+    release_kept_blocks(old->memory);
     platform::set_thread_value(own);
   }
   const platform::Locked locked(table.lock);

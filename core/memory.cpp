@@ -112,7 +112,10 @@ void free_block(void* block) {
 }
 
 void release_kept_blocks() {
-  for (KeptBlock& kept : state().kept) platform::block_free(std::exchange(kept, {}).block);
+  release_kept_blocks(state());
+}
+void release_kept_blocks(MemoryState& state) {
+  for (KeptBlock& kept : state.kept) platform::block_free(std::exchange(kept, {}).block);
 }
 
 GlobalBlock::GlobalBlock(GlobalBlock&& other) noexcept

@@ -27,8 +27,11 @@ std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size);
 // An address that is no block is ignored.
 void free_block(void* block);
 
-// Gives blocks that are kept for reuse back to the system.
+// Gives blocks that are kept for reuse back to the system: those of the calling thread's context, or
+// of another one.
+struct MemoryState;
 void release_kept_blocks();
+void release_kept_blocks(MemoryState& state);
 
 // Owns one block; moves, does not copy.
 class GlobalBlock {

@@ -27,16 +27,11 @@ class Options {
     std::int32_t option, least, most;  // of values beside 0
   };
   static constexpr Range kRanges[] = {
-      {IMG_OPTION_READING, 1, 1},
-      {IMG_OPTION_DETECTION, 1, 1},
-      {IMG_OPTION_SAFE_SAVING, 1, 1},
-      {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
-      {IMG_OPTION_TIFF_JPEG, 7, 7},
-      {IMG_OPTION_TIFF_G3_K, 1, 4},
-      {IMG_OPTION_TIFF_G3_FILL, 1, 1},
-      {IMG_OPTION_TIFF_PHOTOMETRIC, 1, 1},
-      {IMG_OPTION_TIFF_BYTE_ORDER, 1, 1},
-      {IMG_OPTION_TIFF_PREDICTOR, 1, 1},
+      {IMG_OPTION_READING, 1, 1},         {IMG_OPTION_DETECTION, 1, 1},
+      {IMG_OPTION_SAFE_SAVING, 1, 1},     {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
+      {IMG_OPTION_TIFF_JPEG, 7, 7},       {IMG_OPTION_TIFF_G3_K, 1, 4},
+      {IMG_OPTION_TIFF_G3_FILL, 1, 1},    {IMG_OPTION_TIFF_PHOTOMETRIC, 1, 1},
+      {IMG_OPTION_TIFF_BYTE_ORDER, 1, 1}, {IMG_OPTION_TIFF_PREDICTOR, 1, 1},
   };
   static constexpr int kMost = 64;
 

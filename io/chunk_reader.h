@@ -77,39 +77,22 @@ class ChunkReader {
   std::uint32_t openings_ = 0;     // of the memory stream, when reading began
 };
 
-// What is left of a reader, for decoders that take pieces: a byte at a time from memory that does not
-// say where it ends.
-class RestPieces {
- public:
-  explicit RestPieces(ChunkReader& input) : input_(input) {}
-  std::span<const std::uint8_t> next_piece() {
-    input_.skip(taken_);
-    const std::span<const std::uint8_t> piece = input_.peek_all(1);
-    taken_ = piece.size();
-    return piece;
-  }
-
- private:
-  ChunkReader& input_;
-  std::size_t taken_ = 0;  // of the present piece
-};
-
-// The next `bytes` bytes of a reader, piece by piece.
+// The next bytes of a reader, at most so many, for decoders that take pieces: a byte at a time from
+// memory that does not say where it ends.
 class ReaderPieces {
  public:
-  ReaderPieces(ChunkReader& input, std::int64_t bytes) : input_(&input), left_(bytes) {}
+  explicit ReaderPieces(ChunkReader& input, std::int64_t most = INT64_MAX)
+      : input_(&input), left_(most) {}
 
   std::span<const std::uint8_t> next_piece() {
     input_->skip(taken_);
-    const auto piece = input_->peek(static_cast<std::size_t>(std::min(left_, kPieceBytes)));
-    taken_ = piece.size();
-    left_ -= std::ssize(piece);
-    return piece;
+    const auto there = input_->peek_all(left_ > 0 ? 1 : 0);
+    taken_ = static_cast<std::size_t>(std::min<std::int64_t>(std::ssize(there), left_));
+    left_ -= static_cast<std::int64_t>(taken_);
+    return there.first(taken_);
   }
 
  private:
-  static constexpr std::int64_t kPieceBytes = 32768;
-
   ChunkReader* input_;
   std::int64_t left_;      // bytes not yet in a piece
   std::size_t taken_ = 0;  // bytes of the present piece

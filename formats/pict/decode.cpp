@@ -282,7 +282,7 @@ class Canvas {
 
   // Where the rows of the next bitmap go, whose header and rows come to the sink. Those that are too
   // many are left out.
-  void begin(const Bitmap& bitmap) { bitmap_ = &bitmap; }
+  void begin(const Bitmap& bitmap) { bitmap_ = bitmap; }
   RowSink sink() { return {on_header, on_row, this}; }
 
   Status deliver(const RowSink& sink) {
@@ -311,8 +311,8 @@ class Canvas {
                .bits = image.header.biBitCount,
                .cmyk = image.header.biCompression == 0,
                .palette = image_.palette};
-    source_ = bitmap_->source;
-    const Area& bounds = bitmap_->bounds;
+    source_ = bitmap_.source;
+    const Area& bounds = bitmap_.bounds;
     if (bounds.width() != format_.width || bounds.height() != image.header.biHeight) {
       source_ = {bounds.top, bounds.left, bounds.top + image.header.biHeight,
                  bounds.left + format_.width};
@@ -323,13 +323,13 @@ class Canvas {
     TQ_TRY(colours_.allocate(format_.width));
     TQ_TRY(row_.allocate(row_bytes(format_.width, 24)));
     TQ_TRY(part_.allocate(row_bytes(source_.width(), 24)));
-    return scaled_.allocate(row_bytes(bitmap_->destination.width(), 24));
+    return scaled_.allocate(row_bytes(bitmap_.destination.width(), 24));
   }
 
   // The row of a bitmap in all rows of the canvas that are nearest to it.
   Status draw(Bytes row, std::int32_t y) {
-    const Area& to = bitmap_->destination;
-    const std::int64_t line = y - (source_.top - bitmap_->bounds.top);
+    const Area& to = bitmap_.destination;
+    const std::int64_t line = y - (source_.top - bitmap_.bounds.top);
     const std::int64_t lines = source_.height();
     if (line < 0 || line >= lines) return kOk;
     const auto first_of = [&](std::int64_t from) {
@@ -345,7 +345,7 @@ class Canvas {
     const Bytes four(reinterpret_cast<const std::uint8_t*>(colours_.data()),
                      4 * colours_.pixels().size());
     pack(*find_layout(pixels::Layout::bgr, 32), four, format_.width, row_.pixels());
-    pixels::cut_row(row_.pixels(), format_.width, 24, source_.left - bitmap_->bounds.left,
+    pixels::cut_row(row_.pixels(), format_.width, 24, source_.left - bitmap_.bounds.left,
                     part_.pixels(), source_.width());
     pixels::scale_row(part_.pixels(), source_.width(), 24, scaled_.pixels(), to.width());
     const Bytes visible = Bytes(scaled_.pixels()).subspan(3 * (left - to.left), 3 * (right - left));
@@ -363,7 +363,7 @@ class Canvas {
   Area area_;
   std::int64_t stride_ = 0;
   GlobalBlock pixels_;
-  const Bitmap* bitmap_ = nullptr;
+  Bitmap bitmap_;
   HeaderBlock image_;
   pixels::RowFormat format_;
   Area source_;

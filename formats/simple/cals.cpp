@@ -125,7 +125,7 @@ Status decode_cals(const formats::DecodeRequest& request) {
   TQ_TRY(request.sink.header(image));
   ChunkReader input;
   TQ_TRY(input.open(request.stream, formats::kFaxChunk));
-  RestPieces rest(input);
+  ReaderPieces rest(input);
   formats::FaxDecoder decoder;
   // Nothing but the last row itself says where the data end in memory.
   const ccitt::Coding coding{.sparing = !end_is_known(request.stream)};

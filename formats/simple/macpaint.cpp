@@ -41,7 +41,7 @@ Status decode_macpaint(const formats::DecodeRequest& request) {
   const formats::StoredRows rows{pixels::find_layout(pixels::Layout::bits_1_black, 1), kWidth / 8};
   ChunkReader input;
   TQ_TRY(input.open(request.stream, read_chunk_bytes(rows.line_bytes)));
-  RestPieces rest(input);
+  ReaderPieces rest(input);
   packbits::Decoder decoder;
   decoder.start(coding::PieceSource::of(rest));
   return formats::deliver_rows(rows, image.header, request.sink, [&](pixels::Row line) {

@@ -19,21 +19,21 @@ constexpr int kValuesPerLine = 12;
 // counts is what follows its last underscore.
 class Tokens {
  public:
-  enum Kind : std::uint8_t { end, word, number, character };
+  enum Kind : std::uint8_t { kEnd, kWord, kNumber, kCharacter };
 
   Status open(StreamHandle stream) { return text_.open(stream); }
 
   Kind next() {
     int c = text_.next();
     while (is_blank(c)) c = text_.next();
-    if (c < 0) return end;
+    if (c < 0) return kEnd;
     if (is_digit(c)) return read_number(c);
     if (is_word(c)) {
       read_word(c, is_word);
-      return word;
+      return kWord;
     }
     character_ = c;
-    return character;
+    return kCharacter;
   }
 
   // Up to a blank. Programs make names of those of files: they may hold anything.
@@ -75,7 +75,7 @@ class Tokens {
       if (digit >= 0 && digit < base) number_.add(digit, base);
     }
     text_.put_back(c);
-    return number;
+    return kNumber;
   }
 
   bool is_start_of(std::string_view name) const {
@@ -99,16 +99,16 @@ struct XBitmap {
 Status read_header(Tokens& tokens, XBitmap& file) {
   for (;;) {
     const Tokens::Kind kind = tokens.next();
-    if (kind == Tokens::end) return StatusCode::bad_image;
-    if (kind == Tokens::character && tokens.is_character('{')) break;
-    if (kind != Tokens::word) continue;
+    if (kind == Tokens::kEnd) return StatusCode::bad_image;
+    if (kind == Tokens::kCharacter && tokens.is_character('{')) break;
+    if (kind != Tokens::kWord) continue;
     if (tokens.is("char")) file.unit = 1;
     if (tokens.is("short")) file.unit = 2;
     if (!tokens.is("define")) continue;
     tokens.next_name();
     const bool is_width = tokens.ends_in("width"), is_height = tokens.ends_in("height");
     if (!is_width && !is_height) continue;
-    const bool is_number = tokens.next() == Tokens::number;
+    const bool is_number = tokens.next() == Tokens::kNumber;
     (is_width ? file.width : file.height) = is_number ? tokens.value() : 0;
   }
   const auto is_side = [](std::int64_t side) { return side > 0 && side <= kLargestSide; };
@@ -120,8 +120,8 @@ std::ptrdiff_t read_line(Tokens& tokens, int unit, Row line) {
   std::ptrdiff_t filled = 0;
   while (filled < std::ssize(line)) {
     const Tokens::Kind kind = tokens.next();
-    if (kind == Tokens::character && tokens.is_character(',')) continue;
-    if (kind != Tokens::number) break;
+    if (kind == Tokens::kCharacter && tokens.is_character(',')) continue;
+    if (kind != Tokens::kNumber) break;
     for (int i = 0; i < unit; ++i) line[filled++] = byte(tokens.value() >> 8 * i);
   }
   coding::reverse_bits(line.first(static_cast<std::size_t>(filled)));
