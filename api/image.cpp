@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "api/abi.h"
+#include "core/context.h"
 #include "core/image_create.h"
 #include "core/rows.h"
 #include "core/run_storage.h"
@@ -109,6 +110,42 @@ std::intptr_t IMG_CALL IMG_bitmap_info(std::int32_t image, std::int32_t* width,
 std::int32_t IMG_CALL IMGLOW_get_bitmap_header(std::int32_t image, void* out) {
   return with_pixels(image, [&](ImageRecord& record) {
     if (out != nullptr) std::memcpy(out, record.dib, tq::kDibHeaderBytes + palette_size(record));
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_get_damage(std::int32_t image, std::int32_t* rows, std::int32_t* reason) {
+  tq::Damage damage = tq::context().last_damage;
+  if (image != -1) {
+    const std::int32_t found = with_image(image, [&](ImageRecord& record) {
+      damage = record.damage;
+      return kOk;
+    });
+    if (found < 0) return found;
+  }
+  tq::api::store(rows, damage.rows);
+  tq::api::store(reason, static_cast<std::int32_t>(damage.reason));
+  return damage.reason == StatusCode::ok ? 0 : 1;
+}
+
+std::int32_t IMG_CALL IMG_get_resolution(std::int32_t image, std::int32_t* x, std::int32_t* y) {
+  return with_pixels(image, [&](ImageRecord& record) {
+    const tq::Resolution resolution = tq::resolution_of(record);
+    tq::api::store(x, resolution.x);
+    tq::api::store(y, resolution.y);
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_set_resolution(std::int32_t image, std::int32_t x, std::int32_t y) {
+  constexpr std::int32_t kMost = 65535000;
+  if (x < 0 || y < 0 || x > kMost || y > kMost) return IMG_UNSUPPORTED;
+  return with_pixels(image, [&](ImageRecord& record) {
+    tq::BitmapInfoHeader header = tq::header_of(record);
+    header.biXPelsPerMeter = (x + 500) / 1000;
+    header.biYPelsPerMeter = (y + 500) / 1000;
+    tq::set_header(record, header);
+    tq::remember_resolution(record, {x, y});
     return kOk;
   });
 }

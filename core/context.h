@@ -84,6 +84,7 @@ struct MemoryState {
   // blocks cover an image and its successor.
   std::array<KeptBlock, 2> kept;
   std::int64_t live = 0, tracked = 0;
+  std::int64_t live_bytes = 0;
   std::int64_t refuse_after = -1;
   bool refused = false;
   std::uint64_t largest = kLargestBlock;
@@ -96,6 +97,7 @@ struct Context {
   std::atomic<const void*> inside = nullptr;  // the token of a thread inside of an export
   Settings settings;
   Options options;
+  Damage last_damage;  // of the last decode
   StreamState streams;
   const void* module_request = nullptr;  // that a module's entry was called for, while it runs
   ImageTable images;

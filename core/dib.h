@@ -1,6 +1,7 @@
 // The device-independent bitmap: header, palette, size rules.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -72,6 +73,33 @@ constexpr std::uint32_t image_bytes(std::int32_t width, std::int32_t height, int
 constexpr std::uint64_t dib_bytes(std::int32_t width, std::int32_t height, int bits) {
   const std::uint64_t row = row_bytes(width, bits);
   return row * height + palette_bytes(bits) + kDibHeaderBytes;
+}
+
+// Thousandths of a dot per inch; 0 when it is not known.
+struct Resolution {
+  static constexpr std::int64_t kMost = 65535000;
+
+  std::int32_t x = 0, y = 0;
+};
+
+// As a header of dots per inch says it.
+constexpr Resolution resolution_of(const BitmapInfoHeader& header) {
+  const auto thousandths = [](std::int64_t dots) {
+    return dots > 0 ? static_cast<std::int32_t>(std::min(1000 * dots, Resolution::kMost)) : 0;
+  };
+  return {thousandths(header.biXPelsPerMeter), thousandths(header.biYPelsPerMeter)};
+}
+
+// From and to pixels per metre; 0 for what nothing can have.
+constexpr Resolution resolution_of_metres(std::int64_t x, std::int64_t y) {
+  const auto thousandths = [](std::int64_t pixels) {
+    const std::int64_t value = pixels > 0 && pixels < INT32_MAX ? (254 * pixels + 5) / 10 : 0;
+    return value <= Resolution::kMost ? static_cast<std::int32_t>(value) : 0;
+  };
+  return {thousandths(x), thousandths(y)};
+}
+constexpr std::int32_t pixels_per_metre(std::int32_t thousandths) {
+  return static_cast<std::int32_t>((10 * std::int64_t{thousandths} + 127) / 254);
 }
 
 // What a decoder says about its image before the first row, and an encoder is told.

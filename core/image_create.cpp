@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "core/context.h"
 #include "core/image_table.h"
 #include "core/licence.h"
 #include "core/numbers.h"
@@ -53,6 +54,10 @@ void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShap
 
 Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
   TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
+  const std::int64_t pixels = std::int64_t{shape.width} * shape.height;
+  if (pixels > context().options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX)) {
+    return StatusCode::out_of_memory;
+  }
   const std::uint64_t plain_bytes = dib_bytes(shape.width, shape.height, shape.bits);
   const std::uint64_t front_bytes = kDibHeaderBytes + palette_bytes(shape.bits);
   const std::uint64_t bytes =

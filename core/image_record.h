@@ -18,6 +18,18 @@ struct Size {
   std::int32_t width = 0, height = 0;
 };
 
+// What a file had lost when it was decoded.
+struct Damage {
+  std::int32_t rows = 0;               // that came before anything was lost
+  StatusCode reason = StatusCode::ok;  // nothing was
+};
+
+// More than the header's integers can say, as long as they are these.
+struct ExactResolution {
+  Resolution exact;
+  std::int32_t x_dots = 0, y_dots = 0;
+};
+
 // Geometry is kept here as well as in the DIB's header, because callers may write into the header
 // through the address they were given: rows are found by these values alone.
 struct ImageRecord {
@@ -39,6 +51,8 @@ struct ImageRecord {
   std::int32_t display_angle = 0;
   bool has_transparent = false;
   std::int32_t transparent_colour = 0;
+  Damage damage;
+  ExactResolution resolution;
 };
 
 // The header may lie at any address, so it is copied.
@@ -49,6 +63,23 @@ inline BitmapInfoHeader header_of(const ImageRecord& image) {
 }
 inline void set_header(ImageRecord& image, const BitmapInfoHeader& header) {
   std::memcpy(image.dib, &header, sizeof header);
+}
+
+// That of a header that was changed since is its integers'.
+inline Resolution resolution_of(const ImageRecord& image) {
+  const BitmapInfoHeader header = header_of(image);
+  const ExactResolution& known = image.resolution;
+  Resolution resolution = resolution_of(header);
+  const auto take = [](std::int32_t exact, bool unchanged, std::int32_t& value) {
+    if (unchanged && exact > 0) value = exact;
+  };
+  take(known.exact.x, header.biXPelsPerMeter == known.x_dots, resolution.x);
+  take(known.exact.y, header.biYPelsPerMeter == known.y_dots, resolution.y);
+  return resolution;
+}
+inline void remember_resolution(ImageRecord& image, Resolution exact) {
+  const BitmapInfoHeader header = header_of(image);
+  image.resolution = {exact, header.biXPelsPerMeter, header.biYPelsPerMeter};
 }
 
 inline std::span<Rgb> palette_of(const ImageRecord& image) {

@@ -33,6 +33,13 @@ bool refuse_this_one() {
   return true;
 }
 
+// Blocks that came from another context may have made it negative.
+bool above_limit(std::uint64_t more) {
+  const std::int64_t most = context().options.limit(IMG_OPTION_MAX_KBYTES, 0);
+  const std::int64_t live = std::max<std::int64_t>(state().live_bytes, 0);
+  return most > 0 && static_cast<std::int64_t>(more) > 1024 * most - live;
+}
+
 // Bytes `from` to `size` are fresh.
 void fill_fresh_bytes(void* block, std::size_t from, std::size_t size) {
   if (state().fill < 0 || from >= size) return;
@@ -77,7 +84,7 @@ void* take_kept_block(std::size_t size) {
 }  // namespace
 
 std::uint8_t* alloc_block(std::uint64_t size) {
-  if (size > state().largest || refuse_this_one()) return nullptr;
+  if (size > state().largest || refuse_this_one() || above_limit(size)) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
   void* block = bytes >= kSmallestKept ? take_kept_block(bytes) : nullptr;
   if (block == nullptr) block = platform::block_alloc(bytes);
@@ -87,6 +94,7 @@ std::uint8_t* alloc_block(std::uint64_t size) {
   }
   if (block == nullptr) return nullptr;
   ++state().live;
+  state().live_bytes += static_cast<std::int64_t>(platform::block_size(block));
   fill_fresh_bytes(block, 0, bytes);
   return static_cast<std::uint8_t*>(block);
 }
@@ -94,13 +102,17 @@ std::uint8_t* alloc_block(std::uint64_t size) {
 std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size) {
   if (size > state().largest || refuse_this_one()) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
-  const std::size_t before = state().fill < 0 ? bytes : platform::block_size(block);
+  const std::size_t before = platform::block_size(block);
+  if (bytes > before && above_limit(bytes - before)) return nullptr;
   void* moved = platform::block_resize(block, bytes);
   if (moved == nullptr) {
     release_kept_blocks();
     moved = platform::block_resize(block, bytes);
   }
-  if (moved != nullptr) fill_fresh_bytes(moved, before, bytes);
+  if (moved == nullptr) return nullptr;
+  state().live_bytes +=
+      static_cast<std::int64_t>(platform::block_size(moved)) - static_cast<std::int64_t>(before);
+  fill_fresh_bytes(moved, before, bytes);
   return static_cast<std::uint8_t*>(moved);
 }
 
@@ -108,6 +120,7 @@ void free_block(void* block) {
   const std::size_t size = platform::block_size(block);
   if (size == 0 || is_kept(block)) return;
   --state().live;
+  state().live_bytes -= static_cast<std::int64_t>(size);
   if (!keep_block(block, size)) platform::block_free(block);
 }
 

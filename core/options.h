@@ -15,6 +15,12 @@ class Options {
   // -1: there is no such option.
   std::int32_t get(std::int32_t option) const { return is_known(option) ? values_[option] : -1; }
 
+  // Of an option that is a limit: `none` where there is none.
+  std::int64_t limit(std::int32_t option, std::int64_t none) const {
+    const std::int32_t value = get(option);
+    return value > 0 ? value : none;
+  }
+
   // False, and nothing changes, for an unknown option or a value that it cannot have.
   bool set(std::int32_t option, std::int32_t value) {
     if (!is_known(option) || !fits(option, value)) return false;
@@ -27,11 +33,20 @@ class Options {
     std::int32_t option, least, most;  // of values beside 0
   };
   static constexpr Range kRanges[] = {
-      {IMG_OPTION_READING, 1, 1},         {IMG_OPTION_DETECTION, 1, 1},
-      {IMG_OPTION_SAFE_SAVING, 1, 1},     {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
-      {IMG_OPTION_TIFF_JPEG, 7, 7},       {IMG_OPTION_TIFF_G3_K, 1, 4},
-      {IMG_OPTION_TIFF_G3_FILL, 1, 1},    {IMG_OPTION_TIFF_PHOTOMETRIC, 1, 1},
-      {IMG_OPTION_TIFF_BYTE_ORDER, 1, 1}, {IMG_OPTION_TIFF_PREDICTOR, 1, 1},
+      {IMG_OPTION_READING, 1, 1},
+      {IMG_OPTION_DETECTION, 1, 1},
+      {IMG_OPTION_STRICT, 1, 1},
+      {IMG_OPTION_MAX_PIXELS, 1, INT32_MAX},
+      {IMG_OPTION_MAX_KBYTES, 1, INT32_MAX},
+      {IMG_OPTION_MAX_PAGES, 1, INT32_MAX},
+      {IMG_OPTION_SAFE_SAVING, 1, 1},
+      {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
+      {IMG_OPTION_TIFF_JPEG, 7, 7},
+      {IMG_OPTION_TIFF_G3_K, 1, 4},
+      {IMG_OPTION_TIFF_G3_FILL, 1, 1},
+      {IMG_OPTION_TIFF_PHOTOMETRIC, 1, 1},
+      {IMG_OPTION_TIFF_BYTE_ORDER, 1, 1},
+      {IMG_OPTION_TIFF_PREDICTOR, 1, 1},
   };
   static constexpr int kMost = 64;
 

@@ -49,7 +49,9 @@ Status count_pages(StreamHandle stream, formats::PageQuery query) {
   if (found == nullptr || found->count_pages == nullptr || (found->uncounted & query) != 0) {
     return Status::from_raw(1);
   }
-  return found->count_pages(stream);
+  const Status pages = found->count_pages(stream);
+  const std::int64_t most = context().options.limit(IMG_OPTION_MAX_PAGES, INT32_MAX);
+  return pages.raw() > most ? Status::from_raw(static_cast<std::int32_t>(most)) : pages;
 }
 
 }  // namespace tq::dispatch

@@ -57,7 +57,9 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
   const bool cmyk = is_cmyk(header.header);
   // In memory the mark of the pixels is not passed on: encoders of modules rely on this.
   if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
-  return type.encode({stream, &header, supplier.callback(), &type, cmyk, place, options});
+  const Resolution resolution = resolution_of(image_record(handle));
+  return type.encode(
+      {stream, &header, supplier.callback(), &type, cmyk, place, options, resolution});
 }
 
 // What cannot take a page is found out before it is opened for writing, and left alone.
@@ -79,7 +81,14 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
   const FileType* type = nullptr;
   TQ_TRY(find_encoder(code, type));
   TQ_TRY(check_geometry(header.header));
-  return type->encode({stream, &header, rows, type, is_cmyk(header.header), {}, context().options});
+  return type->encode({stream,
+                       &header,
+                       rows,
+                       type,
+                       is_cmyk(header.header),
+                       {},
+                       context().options,
+                       resolution_of(header.header)});
 }
 
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {

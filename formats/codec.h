@@ -16,16 +16,43 @@
 
 namespace tq::formats {
 
+// What is remembered of a decode beside the picture itself.
+struct DecodeNotes {
+  std::int64_t most_pixels = INT64_MAX;  // that the picture may have
+  std::int32_t height = 0;               // in its header
+  std::int32_t rows = 0;                 // delivered without damage
+  StatusCode damage = StatusCode::ok;
+  Resolution resolution{};
+  DecodeNotes* whole = nullptr;  // of the picture that this one is a part of
+
+  Status begin(const BitmapInfoHeader& header) {
+    height = header.biHeight;
+    rows = 0;
+    const bool fits = std::int64_t{header.biWidth} * header.biHeight <= most_pixels;
+    return fits ? StatusCode::ok : StatusCode::out_of_memory;
+  }
+  void add_row() { rows += damage == StatusCode::ok ? 1 : 0; }
+  void damaged(StatusCode reason) {
+    if (damage == StatusCode::ok) damage = reason;
+    if (whole != nullptr) whole->damaged(reason);
+  }
+  void end() {
+    if (rows < height) damaged(StatusCode::read_failed);
+  }
+};
+
 // Takes a decoder's header and rows. The callbacks are the interface's own, so that callers with
 // sinks of their own and separately loaded modules use the same contract.
 struct RowSink {
   img_header_fn on_header = nullptr;
   img_row_fn on_row = nullptr;
   void* context = nullptr;
+  DecodeNotes* notes = nullptr;
 
   // Once, before any row; the block outlives the decode. After it the geometry is known to be
   // valid: bad_image or out_of_memory is returned otherwise, whatever the callback said.
   Status header(HeaderBlock& block) const {
+    if (notes != nullptr) TQ_TRY(notes->begin(block.header));
     if (on_header != nullptr) {
       const Status answer = Status::from_raw(on_header(&block, context));
       if (answer.failed()) return answer;
@@ -36,9 +63,33 @@ struct RowSink {
   // y = 0 is the top row. `bytes` is the header's row size; for a 1-bit image any other length is a
   // run list, so a run list must not have exactly that length (append another closing word).
   Status row(std::span<const std::uint8_t> bytes, std::int32_t y) const {
+    if (notes != nullptr) notes->add_row();
     if (on_row == nullptr) return kOk;
     return Status::from_raw(on_row(const_cast<std::uint8_t*>(bytes.data()), context, y,
                                    static_cast<std::int32_t>(bytes.size())));
+  }
+
+  // What comes from now on is not all that the file once held: read_failed where its data end, bad_image
+  // where they make no sense. Before the first such row; rows that are not delivered count by themselves.
+  void damaged(StatusCode reason) const {
+    if (notes != nullptr) notes->damaged(reason);
+  }
+
+  // The last row that was delivered, no other.
+  void last_row_damaged() const {
+    if (notes == nullptr) return;
+    if (notes->damage == StatusCode::ok && notes->rows > 0) --notes->rows;
+    notes->damaged(StatusCode::read_failed);
+  }
+
+  // The rows that are missing are blank by the format's own rules.
+  void rest_is_blank() const {
+    if (notes != nullptr) notes->height = notes->rows;
+  }
+
+  // Of the picture whose header comes next, where the file knows it more exactly than its header can say.
+  void resolution(Resolution exact) const {
+    if (notes != nullptr) notes->resolution = exact;
   }
 };
 
@@ -87,9 +138,11 @@ struct EncodeRequest {
   const FileType* type = nullptr;  // the row of the code that is saved
   bool cmyk = false;  // 32 bits are cyan, magenta, yellow, black; the header may not say so
   AppendPlace place = {};
-  Options options{};  // as they were when the call began
+  Options options{};        // as they were when the call began
+  Resolution resolution{};  // of the image, more exactly than its header can say
 
   std::int32_t variant() const;
+  bool is_exact() const { return options.get(IMG_OPTION_READING) == 1; }
 };
 using Encoder = Status (*)(const EncodeRequest& request);
 

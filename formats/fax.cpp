@@ -122,7 +122,11 @@ Status FaxDecoder::decode(coding::PieceSource data, std::int32_t first_row, std:
   decoder_.start(data);
   std::int32_t y = 0;
   for (; y < rows && decoder_.next_row(); ++y) {
+    if (!decoder_.row_is_good()) sink.damaged(StatusCode::bad_image);
     TQ_TRY(rows_.deliver(decoder_.row(), sink, first_row + y));
+  }
+  if (y < rows) {
+    sink.damaged(decoder_.at_end() ? StatusCode::read_failed : StatusCode::bad_image);
   }
   return Status::from_raw(y);
 }

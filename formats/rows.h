@@ -38,6 +38,7 @@ Status deliver_rows(const StoredRows& stored, const BitmapInfoHeader& header, co
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
     const std::ptrdiff_t there = read(line.pixels());
     if (there == 0) break;
+    if (there < std::ssize(line.pixels())) sink.damaged(StatusCode::read_failed);
     std::fill(line.pixels().begin() + there, line.pixels().end(), std::uint8_t{0});
     unpack(*stored.layout, line.pixels(), header.biWidth, row.pixels());
     TQ_TRY(sink.row(row.pixels(), stored.row_of(i, header)));

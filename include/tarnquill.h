@@ -663,6 +663,13 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *
  *   READING            1: files are read as other programs show them
  *   DETECTION          1: more files are recognised, and names for saving count whole endings
+ *   STRICT             1: a damaged file is a failure: IMG_READ_FAILED where its data end early,
+ *                      IMG_BAD_IMAGE where they make no sense, and no image is left of it
+ *   MAX_PIXELS         a picture of more is IMG_OUT_OF_MEMORY, before anything of its size is
+ *                      allocated or read; what files say of themselves is not limited
+ *   MAX_KBYTES         of 1024 bytes: an allocation that brings the context's images and work above it
+ *                      fails as if the system had refused it
+ *   MAX_PAGES          pages are counted up to it, and those behind it are IMG_PAGE_PAST_END
  *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
  *                      a caller's own stream keeps bytes behind it
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
@@ -676,6 +683,10 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 enum {
   IMG_OPTION_READING = 1,
   IMG_OPTION_DETECTION = 2,
+  IMG_OPTION_STRICT = 5,
+  IMG_OPTION_MAX_PIXELS = 10,
+  IMG_OPTION_MAX_KBYTES = 11,
+  IMG_OPTION_MAX_PAGES = 12,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,
@@ -708,6 +719,25 @@ IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
 IMG_API int32_t IMG_CALL IMG_new_context(void);
 IMG_API int32_t IMG_CALL IMG_use_context(int32_t context);
 IMG_API int32_t IMG_CALL IMG_delete_context(int32_t context);
+
+/* What a file had lost when it was decoded.
+ *
+ *   image       -1: the last decode of the calling thread's context, also one into callbacks
+ *   rows        out: rows delivered before anything was lost or had to be guessed; may be null
+ *   reason      out: 0, IMG_READ_FAILED (the data end early) or IMG_BAD_IMAGE (they make no sense); may
+ *               be null
+ *
+ * Returns 0 for a whole picture, 1 for a damaged one, or IMG_BAD_HANDLE. */
+IMG_API int32_t IMG_CALL IMG_get_damage(int32_t image, int32_t* rows, int32_t* reason);
+
+/* The resolution of an image in thousandths of a dot per inch, 0 when it is not known: as exact as its
+ * file said it. Setting it sets the integers in the image's header, too; who changes those changes this.
+ *
+ *   x, y        0 to 65535000; out pointers may be null
+ *
+ * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (an image without pixels), IMG_UNSUPPORTED. */
+IMG_API int32_t IMG_CALL IMG_get_resolution(int32_t image, int32_t* x, int32_t* y);
+IMG_API int32_t IMG_CALL IMG_set_resolution(int32_t image, int32_t x, int32_t y);
 
 /* What the header of a file says about one of its pages, without decoding it: like
  * IMGLOW_get_fileinfo, for pages from 0 on; IMG_PAGE_PAST_END beyond the last. */

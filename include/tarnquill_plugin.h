@@ -35,7 +35,9 @@
  *   sink_context    handed to both
  *   stream          for the stream functions that set_callbacks has handed over
  *
- * Returns 0 or above, or a negative status. */
+ * Returns 0, IMG_PLUGIN_DAMAGED when the last row is not all that the file once held (those that
+ * were not delivered count by themselves), another number above 0, or a negative status. */
+enum { IMG_PLUGIN_DAMAGED = 1 };
 typedef int32_t(IMG_CALL* img_plugin_decode_fn)(uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 int32_t stream);

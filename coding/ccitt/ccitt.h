@@ -46,6 +46,10 @@ class Decoder {
   // there are no more rows. A Group 3 row with an error is a copy of the one before it.
   bool next_row();
 
+  // Whether that row is what was coded, and whether the data have ended.
+  bool row_is_good() const { return reference_is_good_; }
+  bool at_end() { return reader_.at_end(); }
+
   // The transitions of that row, all below the width; valid until the next.
   std::span<const std::int32_t> row();
 

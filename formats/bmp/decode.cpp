@@ -84,6 +84,7 @@ Status decode_plain_rows(const DecodeRequest& request, const File& file) {
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
     Bytes row;
     TQ_TRY(rows.next(row));
+    if (rows.missing() != 0) request.sink.damaged(StatusCode::read_failed);
     if (rows.missing() != 0) missing += std::max(rows.missing(), kRowCost);
     if (missing > kMostMissing) return kOk;
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
@@ -108,7 +109,10 @@ Status decode_length_prefixed_rows(const DecodeRequest& request, const File& fil
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     if (input.read(row.pixels().first(2)) < 2) return kOk;
     int length = load_le16(row.data());
-    if (length < 2 || length > longest) return kOk;
+    if (length < 2 || length > longest) {
+      request.sink.damaged(StatusCode::bad_image);
+      return kOk;
+    }
     const std::span<std::uint8_t> rest = row.pixels().subspan(2, length - 2);
     if (input.read(rest) < rest.size()) return kOk;
     if (header.biBitCount == 1 && length == row_bytes(header.biWidth, 1)) {

@@ -186,6 +186,7 @@ Status decode_codes(std::span<const std::uint8_t> bytes, const RowSink& sink, Li
         break;
       case kEndOfBitmap:
         TQ_TRY(sink.row(line.complete(), y));
+        sink.rest_is_blank();
         y = -1;
         break;
       case kDelta:

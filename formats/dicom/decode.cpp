@@ -30,6 +30,7 @@ Status decode_rows(const formats::DecodeRequest& request, Source& source, const 
   values.prepare();
   for (int y = 0; y < set.rows; ++y) {
     if (frame.read_row(samples.pixels()) == 0) break;
+    if (frame.was_cut()) request.sink.damaged(StatusCode::read_failed);
     values.convert(samples.pixels(), row.pixels());
     TQ_TRY(request.sink.row(row.pixels(), y));
   }
@@ -41,7 +42,7 @@ class JpegRows {
  public:
   JpegRows(DataSet& set, const formats::RowSink& sink) : set_(set), sink_(sink) {}
 
-  formats::RowSink sink() { return {on_header, on_row, this}; }
+  formats::RowSink sink() { return {on_header, on_row, this, &notes_}; }
   bool wants_another_pass() const { return is_grey_ && pass_ == 1 && values_.needs_range(); }
   void begin_pass() {
     ++pass_;
@@ -103,6 +104,7 @@ class JpegRows {
 
   DataSet& set_;
   const formats::RowSink& sink_;
+  formats::DecodeNotes notes_{.whole = sink_.notes};
   int pass_ = 0;
   bool is_grey_ = false;
   int stored_bits_ = 8;

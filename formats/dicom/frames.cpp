@@ -158,6 +158,7 @@ std::ptrdiff_t Frame::read_row(Samples samples) {
     for (int i = 0; i < planes_; ++i) there += read_plane(i, samples.subspan(i * wanted, wanted));
   }
   ++y_;
+  cut_ = cut_ || there < std::ssize(samples);
   return there;
 }
 
@@ -218,6 +219,7 @@ std::ptrdiff_t Frame::read_runs(Samples samples) {
   std::ptrdiff_t there = 0;
   for (int i = 0; i < segment_count_; ++i) {
     const std::ptrdiff_t count = segments_[i].decoder.read(bytes);
+    cut_ = cut_ || count < width;
     const Samples plane = samples.subspan(i / sample_bytes * width, width);
     for (std::ptrdiff_t x = 0; x < width; ++x) {
       plane[x] = plane[x] << 8 | (x < count ? bytes[x] : 0U);

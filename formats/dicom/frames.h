@@ -45,6 +45,8 @@ class Frame {
   // The next row: pixel by pixel, or component by component where planes_apart() says so. How many
   // samples there were; those behind are 0.
   std::ptrdiff_t read_row(Samples samples);
+  // Some sample of a row was not there, or not all bytes of it.
+  bool was_cut() const { return cut_; }
   bool planes_apart() const { return planes_ > 1; }
   Status status() const;
 
@@ -64,6 +66,7 @@ class Frame {
   std::int32_t y_ = 0;
   std::int64_t frame_ = 0;
   std::int64_t plane_bytes_ = 0;
+  bool cut_ = false;
   std::uint8_t last_ = 0;          // byte, of bits, that was read
   std::array<Source, 3> sources_;  // a plane's each
   FramePlace place_;

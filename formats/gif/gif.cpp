@@ -187,6 +187,7 @@ Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
   for (std::int32_t n = 0; n < frame.height && there == frame.width; ++n) {
     there = codes.read(indices.pixels());
     if (there == 0) break;
+    if (there < frame.width) sink.damaged(StatusCode::read_failed);
     std::fill(indices.data() + there, indices.data() + frame.width, std::uint8_t{0});
     if (packing.inverted) pixels::invert(indices.pixels(), indices.pixels());
     pixels::unpack(*layout, indices.pixels(), frame.width, row.pixels());

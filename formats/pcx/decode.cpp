@@ -98,6 +98,7 @@ class Lines {
   // read_failed when there is not one byte of pixels, bad_image for a run that reaches more than a
   // whole line too far.
   Status next(Bytes& line, bool& more);
+  bool is_short() const { return held_ < line_bytes_; }
 
  private:
   Status gather();
@@ -266,6 +267,7 @@ Status decode_rows(const DecodeRequest& request, const Header& file, bool invert
     bool more = false;
     TQ_TRY(lines.next(line, more));
     if (!more) return kOk;  // a file that is cut off keeps the rows it has
+    if (lines.is_short()) request.sink.damaged(StatusCode::read_failed);
     if (layout != nullptr) {
       unpack(*layout, line, file.width, row.pixels());
     } else if (inverted) {

@@ -257,6 +257,7 @@ Status deliver(Input& input, const Bitmap& bitmap, const BitmapInfoHeader& heade
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     const Bytes stored = rows.next();
     if (stored.empty()) break;
+    if (input.ended()) sink.damaged(StatusCode::read_failed);
     unpack(*bitmap.layout(), stored, header.biWidth, row.pixels());
     TQ_TRY(sink.row(row.pixels(), y));
   }
@@ -283,9 +284,11 @@ class Canvas {
   // Where the rows of the next bitmap go, whose header and rows come to the sink. Those that are too
   // many are left out.
   void begin(const Bitmap& bitmap) { bitmap_ = bitmap; }
-  RowSink sink() { return {on_header, on_row, this}; }
+  RowSink sink() { return {on_header, on_row, this, &notes_}; }
+  formats::DecodeNotes& notes() { return notes_; }  // of the bitmap that comes to it
 
   Status deliver(const RowSink& sink) {
+    if (notes_.damage != StatusCode::ok) sink.damaged(notes_.damage);
     for (std::int32_t y = 0; y < area_.height(); ++y) {
       // What pads a row is 0.
       const pixels::Row row = row_at(y);
@@ -370,6 +373,7 @@ class Canvas {
   RowBuffer<Rgb> colours_;
   RowBuffer<std::uint8_t> row_, part_, scaled_;
   std::int64_t work_ = 0;
+  formats::DecodeNotes notes_;
 };
 
 Status draw_all(const formats::DecodeRequest& request, Input& input, Picture& picture) {
@@ -386,13 +390,19 @@ Status draw_all(const formats::DecodeRequest& request, Input& input, Picture& pi
     canvas.begin(bitmap);
     if (bitmap.is_jpeg) {
       const Status decoded = decode_jpeg(bitmap, request.stream, canvas.sink());
-      return decoded == StatusCode::out_of_memory ? decoded : kOk;
+      if (decoded == StatusCode::out_of_memory) return decoded;
+      if (decoded.failed()) canvas.notes().damaged(StatusCode::bad_image);
+      canvas.notes().end();
+      return kOk;
     }
     HeaderBlock header = header_of(bitmap);
     TQ_TRY(canvas.sink().header(header));
-    return deliver(input, bitmap, header.header, canvas.sink());
+    TQ_TRY(deliver(input, bitmap, header.header, canvas.sink()));
+    canvas.notes().end();
+    return kOk;
   });
   if (drawn == StatusCode::out_of_memory) return drawn;
+  if (drawn.failed()) canvas.notes().damaged(StatusCode::bad_image);
   return canvas.deliver(request.sink);
 }
 

@@ -60,6 +60,25 @@ class AtWork {
   const void* before_;
 };
 
+// Modules are promised callbacks that can be called.
+std::int32_t IMG_CB_C take_header(void* block, void* context) {
+  const RowSink& sink = *static_cast<const RowSink*>(context);
+  if (sink.notes != nullptr) {
+    const Status fits = sink.notes->begin(static_cast<const HeaderBlock*>(block)->header);
+    if (fits.failed()) return fits.raw();
+  }
+  return sink.on_header == nullptr ? 1 : sink.on_header(block, sink.context);
+}
+std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
+  const RowSink& sink = *static_cast<const RowSink*>(context);
+  if (sink.notes != nullptr) sink.notes->add_row();
+  return sink.on_row == nullptr ? 0 : sink.on_row(row, sink.context, y, bytes);
+}
+std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y*/,
+                             std::int32_t /*bytes*/) {
+  return IMG_UNSUPPORTED;
+}
+
 // TIFF's way back from the module.
 std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
   if (call == nullptr || call->size != sizeof *call || call->coder == nullptr ||
@@ -78,7 +97,8 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
   if (AtWork::decode() == nullptr) return IMG_UNSUPPORTED;
   DecodeRequest request = *AtWork::decode();
   request.stream = stream;
-  request.sink = {call->header, call->row, call->sink_context};
+  // A module that hands its own arguments on need not be asked on the way.
+  if (call->row != take_row) request.sink = {call->header, call->row, call->sink_context};
   request.page = -1;
   request.offset = 0;
   if ((call->offset_or_page & kPage) != 0) {
@@ -87,19 +107,6 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
     request.offset = call->offset_or_page;
   }
   return tiff::decode_tiff_with(request, *call->coder).raw();
-}
-
-// Modules are promised callbacks that can be called.
-std::int32_t IMG_CB_C any_header(void* /*header*/, void* /*context*/) {
-  return 1;
-}
-std::int32_t IMG_CB_C any_row(void* /*row*/, void* /*context*/, std::int32_t /*y*/,
-                              std::int32_t /*bytes*/) {
-  return 0;
-}
-std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y*/,
-                             std::int32_t /*bytes*/) {
-  return IMG_UNSUPPORTED;
 }
 
 // --- Modules ---
@@ -220,12 +227,12 @@ class Call {
 
   Status decode(const DecodeRequest& request) const {
     const AtWork at_work(&request, nullptr);
-    const RowSink& sink = request.sink;
     const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
-    return Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
-        offset_or_page, sink.on_row == nullptr ? any_row : sink.on_row, sink.context,
-        sink.on_header == nullptr ? any_header : sink.on_header,
+    const auto decoded = Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
+        offset_or_page, take_row, const_cast<RowSink*>(&request.sink), take_header,
         static_cast<std::int32_t>(request.stream)));
+    if (decoded.raw() == IMG_PLUGIN_DAMAGED) request.sink.last_row_damaged();
+    return decoded;
   }
 
   Status encode(const EncodeRequest& request) const {

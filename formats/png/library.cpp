@@ -159,6 +159,13 @@ Status PngReader::read_row(std::uint8_t* row) {
   return kOk;
 }
 
+Status PngReader::finish() {
+  png_structp png = png_of(png_);
+  if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
+  png_read_end(png, nullptr);
+  return kOk;
+}
+
 PngWriter::~PngWriter() {
   png_structp png = png_of(png_);
   png_infop info = info_of(info_);

@@ -45,6 +45,10 @@ class PngReader {
 
   // The next row of `pass`, of one or seven. In the later passes only its new pixels are changed.
   Status read_row(std::uint8_t* row);
+
+  // What stands behind the rows, check sums too.
+  Status finish();
+  bool was_cut_off() const { return failure_ == StatusCode::read_failed; }
   int passes() const { return passes_; }
 
  private:

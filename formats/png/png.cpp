@@ -169,6 +169,7 @@ Status decode_interlaced(const DecodeRequest& request, const PngImage& png, PngR
     }
   }
   if (read != StatusCode::read_failed) TQ_TRY(read);
+  if (read.failed()) request.sink.damaged(StatusCode::read_failed);
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     convert(png, stored.pixels().subspan(y * step, step), row.pixels());
     TQ_TRY(request.sink.row(row.pixels(), y));
@@ -190,11 +191,22 @@ Status decode_png(const DecodeRequest& request) {
   PngImage png;
   TQ_TRY(reader.read_header(png.file));
   choose(png);
+  request.sink.resolution(resolution_of_metres(png.file.x_per_metre, png.file.y_per_metre));
   TQ_TRY(request.sink.header(png.image));
   std::int64_t stored_bytes = 0;
   TQ_TRY(reader.start_rows(png.form, stored_bytes));
-  return png.file.interlaced ? decode_interlaced(request, png, reader, stored_bytes)
-                             : decode_rows(request, png, reader, stored_bytes);
+  TQ_TRY(png.file.interlaced ? decode_interlaced(request, png, reader, stored_bytes)
+                             : decode_rows(request, png, reader, stored_bytes));
+  // The last check sum stands behind all rows.
+  const Options& options = request.options;
+  const bool looks_behind =
+      options.get(IMG_OPTION_STRICT) == 1 || options.get(IMG_OPTION_READING) == 1;
+  if (!looks_behind || reader.was_cut_off()) return kOk;
+  const Status ended = reader.finish();
+  if (ended.failed()) {
+    request.sink.damaged(reader.was_cut_off() ? StatusCode::read_failed : StatusCode::bad_image);
+  }
+  return kOk;
 }
 
 // --- Writing ---
@@ -226,8 +238,13 @@ Status describe(const EncodeRequest& request, PngHeader& file) {
   const BitmapInfoHeader& header = request.image->header;
   file.width = header.biWidth;
   file.height = header.biHeight;
-  file.x_per_metre = per_metre(header.biXPelsPerMeter);
-  file.y_per_metre = per_metre(header.biYPelsPerMeter);
+  if (request.is_exact()) {
+    file.x_per_metre = pixels_per_metre(request.resolution.x);
+    file.y_per_metre = pixels_per_metre(request.resolution.y);
+  } else {
+    file.x_per_metre = per_metre(header.biXPelsPerMeter);
+    file.y_per_metre = per_metre(header.biYPelsPerMeter);
+  }
   switch (header.biBitCount) {
     case 1:
     case 4:

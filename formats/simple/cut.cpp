@@ -52,6 +52,7 @@ Status decode_cut(const formats::DecodeRequest& request) {
     std::array<std::uint8_t, 2> length;
     if (input.read(length) < length.size()) return std::ptrdiff_t{0};
     const pixels::Bytes coded = input.peek(load_le16(length.data()));
+    if (coded.size() < load_le16(length.data())) request.sink.damaged(StatusCode::read_failed);
     std::fill(expand_row(coded, line) + line.begin(), line.end(), std::uint8_t{0});
     input.skip(coded.size());
     return std::ssize(line);

@@ -220,6 +220,7 @@ class Body {
   bool next_planes() {
     const Row planes = planes_.pixels();
     const std::ptrdiff_t there = read_planes(planes);
+    if (there < std::ssize(planes)) request_.sink.damaged(StatusCode::read_failed);
     std::fill(planes.begin() + there, planes.end(), std::uint8_t{0});
     return there != 0;
   }

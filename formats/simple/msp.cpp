@@ -72,6 +72,7 @@ Status decode_msp(const formats::DecodeRequest& request) {
     length += 2;
     const pixels::Bytes coded = input.peek(wanted);
     if (coded.empty() && wanted != 0) return std::ptrdiff_t{0};
+    if (coded.size() < wanted) request.sink.damaged(StatusCode::read_failed);
     expand_row(coded, line);
     input.skip(coded.size());
     return std::ssize(line);

@@ -256,6 +256,7 @@ Status deliver(const formats::DecodeRequest& request, const Document& document) 
       const Row plane = line.subspan(i * plane_bytes, plane_bytes);
       const Row bytes = document.depth == 16 ? stored.pixels() : plane;
       const std::ptrdiff_t there = channels[i].read(bytes);
+      if (there < std::ssize(bytes)) request.sink.damaged(StatusCode::read_failed);
       std::fill(bytes.begin() + there, bytes.end(), std::uint8_t{0});
       if (document.depth == 16) narrow_samples(bytes, plane);
       any |= there;

@@ -46,6 +46,8 @@ class Tokens {
   bool ends_in(std::string_view name) const { return tail_ == name.size() && is_start_of(name); }
   bool is(std::string_view name) const { return ends_in(name) && !has_underscore_; }
   std::int64_t value() const { return number_.value; }
+  // The last number was cut off, maybe: more stands behind those of a picture.
+  bool is_at_end() const { return at_end_; }
   bool is_character(char c) const { return character_ == c; }
 
  private:
@@ -74,6 +76,7 @@ class Tokens {
       const int digit = digit_value(c);
       if (digit >= 0 && digit < base) number_.add(digit, base);
     }
+    at_end_ = c < 0;
     text_.put_back(c);
     return kNumber;
   }
@@ -88,6 +91,7 @@ class Tokens {
   std::size_t tail_ = 0;  // letters behind the last underscore; one more than there is room for
   bool has_underscore_ = false;
   int character_ = 0;
+  bool at_end_ = false;
 };
 
 struct XBitmap {
@@ -147,6 +151,7 @@ Status decode_xbm(const formats::DecodeRequest& request) {
   return formats::deliver_rows(rows, image.header, request.sink, [&](Row line) {
     const std::ptrdiff_t there = ended ? 0 : read_line(tokens, file.unit, line);
     ended = there < std::ssize(line);
+    if (tokens.is_at_end()) request.sink.damaged(StatusCode::read_failed);
     return there;
   });
 }

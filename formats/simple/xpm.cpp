@@ -318,8 +318,10 @@ class Rows {
         std::memcpy(&line[at], &key.colour, 3);
       }
     }
+    cut_ = cut_ || !there;
     return std::ssize(line);
   }
+  bool was_cut() const { return cut_; }
 
  private:
   const Key& find(std::uint64_t characters) {
@@ -335,6 +337,7 @@ class Rows {
   Strings& strings_;
   const XPixmap& file_;
   Key first_, last_;
+  bool cut_ = false;  // a line had fewer pixels
 };
 
 }  // namespace
@@ -354,8 +357,11 @@ Status decode_xpm(const formats::DecodeRequest& request) {
   const formats::StoredRows stored = describe(file, image);
   TQ_TRY(request.sink.header(image));
   Rows rows(strings, file);
-  return formats::deliver_rows(stored, image.header, request.sink,
-                               [&](Row line) { return rows.read(line); });
+  return formats::deliver_rows(stored, image.header, request.sink, [&](Row line) {
+    const std::ptrdiff_t there = rows.read(line);
+    if (rows.was_cut()) request.sink.damaged(StatusCode::read_failed);
+    return there;
+  });
 }
 
 // --- Writing ---

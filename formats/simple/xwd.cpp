@@ -134,7 +134,7 @@ HeaderBlock describe(const XwdFile& file) {
 class Lines {
  public:
   Lines(const formats::DecodeRequest& request, const XwdFile& file)
-      : stream_(request.stream), file_(file) {}
+      : stream_(request.stream), sink_(request.sink), file_(file) {}
 
   Status open() {
     const std::int64_t unit = file_.in_bits() ? file_.unit() / 8 : 1;
@@ -189,6 +189,7 @@ class Lines {
     const auto wanted = std::min<std::int64_t>(file_.line_bytes(), std::ssize(line));
     const Row used = line.first(static_cast<std::size_t>(wanted));
     const int there = seek_to(stream_, at).ok() ? read_fully(stream_, used) : 0;
+    if (there < wanted) sink_.damaged(StatusCode::read_failed);
     std::fill(line.begin() + there, line.end(), std::uint8_t{0});
     if (file_.in_bits()) put_in_order(line);
     if (file_.bits() == 4 && !file_.high_byte_first()) {
@@ -206,6 +207,7 @@ class Lines {
   }
 
   StreamHandle stream_;
+  const formats::RowSink& sink_;
   const XwdFile& file_;
   std::int32_t y_ = 0;
   RowBuffer<std::uint8_t> line_;                       // of one plane

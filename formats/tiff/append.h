@@ -120,10 +120,10 @@ class DirectoryWriter {
     put_far(tag, IMG_TIFF_LONG, values.size());
     for (const std::uint32_t value : values) out_.put32(value);
   }
-  void add_whole_rational(Tag tag, std::uint32_t value) {
+  void add_rational(Tag tag, std::uint32_t upper, std::uint32_t lower) {
     put_far(tag, IMG_TIFF_RATIONAL, 1);
-    out_.put32(value);
-    out_.put32(1);
+    out_.put32(upper);
+    out_.put32(lower);
   }
   void add_text(Tag tag, std::string_view text) {
     put_far(tag, IMG_TIFF_ASCII, text.size() + 1);

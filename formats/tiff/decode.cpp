@@ -63,7 +63,8 @@ Status decode_jpeg_strips(const Page& page, JpegStrips& strips, Samples& samples
     if (strip > 0 && index >= page.chunks.offsets.count()) break;
     place.first = strip * page.chunks.height;
     const std::int64_t rows = std::min<std::int64_t>(page.chunks.height, page.height - place.first);
-    TQ_TRY(strips.decode(index, rows, {nullptr, Place::put, &place}));
+    formats::DecodeNotes notes{.whole = sink.notes};
+    TQ_TRY(strips.decode(index, rows, {nullptr, Place::put, &place, &notes}));
   }
   return kOk;
 }
@@ -79,7 +80,7 @@ Status decode_rows(const File& file, Page& page, Samples& samples, const img_str
     }
   }
   PageRows rows;
-  TQ_TRY(rows.open(file, page, lzw, &jpeg));
+  TQ_TRY(rows.open(file, page, lzw, &jpeg, sink));
   const BitmapInfoHeader& header = samples.image().header;
   RowBuffer<std::uint8_t> image_row;
   TQ_TRY(image_row.allocate(row_bytes(header.biWidth, header.biBitCount)));
@@ -107,7 +108,9 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
   Samples samples;
   samples.choose(file, page);
   HeaderBlock image = samples.image();
+  request.sink.resolution(page.resolution);
   TQ_TRY(request.sink.header(image));
+  if (page.is_cut) request.sink.damaged(StatusCode::read_failed);
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);
   return decode_rows(file, page, samples, lzw, request.sink);
 }

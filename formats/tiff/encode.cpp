@@ -211,8 +211,9 @@ Status write_jpeg(const EncodeRequest& request, PageWriter& page, Strips& strips
   return kOk;
 }
 
-void describe(const BitmapInfoHeader& header, const Place& place, const Form& form,
+void describe(const EncodeRequest& request, const Place& place, const Form& form,
               const Strips& strips, DirectoryWriter& directory) {
+  const BitmapInfoHeader& header = request.image->header;
   const auto number = [](std::int64_t value) { return static_cast<std::uint32_t>(value); };
   const std::array<std::uint16_t, 4> bits = {word(form.bits), word(form.bits), word(form.bits),
                                              word(form.bits)};
@@ -230,8 +231,12 @@ void describe(const BitmapInfoHeader& header, const Place& place, const Form& fo
   directory.add_longs(kStripByteCounts, strips.byte_counts());
   const bool has_resolution = header.biXPelsPerMeter > 0 && header.biYPelsPerMeter > 0;
   if (has_resolution) {  // dots per inch; a unit alone would be taken for a resolution of 1
-    directory.add_whole_rational(kXResolution, number(header.biXPelsPerMeter));
-    directory.add_whole_rational(kYResolution, number(header.biYPelsPerMeter));
+    const auto add = [&](Tag tag, std::int32_t thousandths, std::int32_t dots) {
+      const bool in_parts = request.is_exact() && thousandths % 1000 != 0;
+      directory.add_rational(tag, number(in_parts ? thousandths : dots), in_parts ? 1000 : 1);
+    };
+    add(kXResolution, request.resolution.x, header.biXPelsPerMeter);
+    add(kYResolution, request.resolution.y, header.biYPelsPerMeter);
   }
   directory.add(kPlanarConfiguration, IMG_TIFF_SHORT, 1);
   if (form.coding == kGroup3) {
@@ -284,7 +289,7 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
          : form.coding == kOldJpeg ? write_jpeg(request, page, strips)
                                    : write_strips(request, form, lzw, page, strips));
   DirectoryWriter directory(page);
-  describe(header, place, form, strips, directory);
+  describe(request, place, form, strips, directory);
   const std::int64_t offset = directory.finish();
   TQ_TRY(page.out().status());
   if (page.offset() + place.start > INT32_MAX) return StatusCode::write_failed;

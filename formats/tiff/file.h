@@ -113,11 +113,11 @@ class File {
   bool ends_at(std::int64_t link) const { return read_link(link) == 0; }
 
   // Calls visit(entry) for the entries of a directory that can be read, in their order, until it
-  // answers false.
+  // answers false. Whether none were missing until then.
   template <class Visit>
-  void for_each_entry(std::int64_t directory, Visit&& visit) const {
+  bool for_each_entry(std::int64_t directory, Visit&& visit) const {
     std::array<std::uint8_t, 8> count{};
-    if (!read_at(directory, std::span(count).first(count_bytes()))) return;
+    if (!read_at(directory, std::span(count).first(count_bytes()))) return false;
     std::array<std::uint8_t, std::size_t{32} * 20> bytes;
     std::int64_t at = directory + count_bytes();
     for (std::int64_t left = entries_of(count.data()); left > 0;) {
@@ -125,11 +125,12 @@ class File {
       const int read =
           read_some(at, std::span(bytes).first(wanted * entry_bytes())) / entry_bytes();
       for (int i = 0; i < read; ++i, at += entry_bytes()) {
-        if (!visit(entry_from(&bytes[i * entry_bytes()], at))) return;
+        if (!visit(entry_from(&bytes[i * entry_bytes()], at))) return true;
       }
-      if (read < wanted) return;
+      if (read < wanted) return false;
       left -= read;
     }
+    return true;
   }
 
   // The first entry of this tag.

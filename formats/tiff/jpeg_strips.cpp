@@ -210,7 +210,10 @@ Status JpegStrips::decode(std::uint64_t index, std::int64_t rows, const formats:
   constexpr std::int64_t kRounding = 64;
   const Chunks& chunks = page_->chunks;
   const Chunk chunk = kind_ == Kind::one_stream ? stream_ : find_chunk(*file_, *page_, index, 0);
-  if (kind_ == Kind::nothing || chunk.position < 0) return kOk;
+  if (kind_ == Kind::nothing || chunk.position < 0) {
+    sink.damaged(StatusCode::read_failed);
+    return kOk;
+  }
   TQ_TRY(start(chunk));
   if (kind_ == Kind::all_strips) {
     next_strip_ = 1;
@@ -218,13 +221,16 @@ Status JpegStrips::decode(std::uint64_t index, std::int64_t rows, const formats:
   }
   Taken taken{sink, std::max<std::int64_t>(chunks.width, page_->width) + kRounding,
               std::max<std::int64_t>(chunks.height, page_->height) + kRounding, rows};
-  const formats::RowSink own{Taken::header, Taken::row, &taken};
+  formats::DecodeNotes notes{.whole = sink.notes};
+  const formats::RowSink own{Taken::header, Taken::row, &taken, &notes};
   const Status decoded =
       kind_ == Kind::bare_data
           ? decoder_.decode_data(input_, chunks.width, chunks.tiled ? chunks.height : rows,
                                  components_, own)
           : decoder_.decode(input_, components_, own);
   TQ_TRY(taken.answer);
+  if (notes.rows < rows)
+    sink.damaged(decoded.failed() ? StatusCode::bad_image : StatusCode::read_failed);
   return decoded == StatusCode::out_of_memory ? decoded : kOk;
 }
 

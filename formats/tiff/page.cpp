@@ -10,13 +10,14 @@ namespace {
 class Directory {
  public:
   Directory(const File& file, std::int64_t position) : file_(file) {
-    file.for_each_entry(position, [&](const Entry& entry) {
+    is_whole_ = file.for_each_entry(position, [&](const Entry& entry) {
       const bool is_used = entry.tag >= kFirst && entry.tag <= kLast;
       if (is_used && !has(Tag{entry.tag})) entries_[entry.tag - kFirst] = entry;
       return true;
     });
   }
 
+  bool is_whole() const { return is_whole_; }
   const Entry& entry(Tag tag) const { return entries_[tag - kFirst]; }
   bool has(Tag tag) const { return entry(tag).exists(); }
   Numbers numbers(Tag tag) const { return {file_, entry(tag)}; }
@@ -28,17 +29,21 @@ class Directory {
   static constexpr int kFirst = kNewSubfileType, kLast = kReferenceBlackWhite;
 
   const File& file_;
+  bool is_whole_ = false;
   std::array<Entry, kLast - kFirst + 1> entries_{};
 };
 
 // Dots per inch of a resolution; 0: the file does not say.
-std::int32_t dots_per_inch(const Directory& directory, Tag tag) {
+double dots_per_inch(const Directory& directory, Tag tag) {
   constexpr double kMost = 1e6;
   const std::uint64_t unit = directory.number(kResolutionUnit, 2);
   const double value = directory.numbers(tag).real_at(0);
   if ((unit != 2 && unit != 3) || !(value > 0 && value < kMost)) return 0;
-  const double dots = unit == 2 ? value : value * 254 / 100;
-  return static_cast<std::int32_t>(std::floor(dots + 0.5));
+  return unit == 2 ? value : value * 254 / 100;
+}
+
+std::int32_t rounded(double value) {
+  return static_cast<std::int32_t>(std::floor(value + 0.5));
 }
 
 bool is_known(std::uint64_t coding) {
@@ -193,6 +198,7 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   const std::uint64_t height = directory.number(kImageLength, 0);
   const bool sized = width != 0 && height != 0 && width <= INT32_MAX && height <= INT32_MAX;
   if (!sized) return StatusCode::bad_image;
+  page.is_cut = !directory.is_whole();
   page.width = static_cast<std::int32_t>(width);
   page.height = static_cast<std::int32_t>(height);
 
@@ -205,8 +211,12 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   }
   page.low_bit_first = directory.number(kFillOrder, 1) == 2;
   page.t4_options = static_cast<std::uint32_t>(directory.number(kT4Options, 0));
-  page.x_dpi = dots_per_inch(directory, kXResolution);
-  page.y_dpi = dots_per_inch(directory, kYResolution);
+  const double x = dots_per_inch(directory, kXResolution);
+  const double y = dots_per_inch(directory, kYResolution);
+  page.x_dpi = rounded(x);
+  page.y_dpi = rounded(y);
+  constexpr double kMost = Resolution::kMost;
+  page.resolution = {rounded(std::min(1000 * x, kMost)), rounded(std::min(1000 * y, kMost))};
   TQ_TRY(read_samples(directory, page));
   if (!depth_is_known(page)) return StatusCode::unsupported;
   TQ_TRY(read_subsampling(directory, page));

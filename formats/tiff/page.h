@@ -57,12 +57,14 @@ struct Page {
   Coding coding = kUncoded;
   Photometric photometric = Photometric::black_is_zero;
   Alpha alpha = Alpha::none;
+  bool is_cut = false;  // not all that the file says of it is there
   bool planes_apart = false;
   bool low_bit_first = false;  // in a byte of coded data
   bool differences = false;    // predictor 2
   int h = 1, v = 1;            // pixels of a sample of chrominance
   std::uint32_t t4_options = 0;
   std::int32_t x_dpi = 0, y_dpi = 0;
+  Resolution resolution;
   Chunks chunks;
   Entry color_map, jpeg_tables, coefficients, reference_levels;
   struct {

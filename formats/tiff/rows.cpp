@@ -48,9 +48,11 @@ RowShape::RowShape(const Page& page) : h(page.h), v(page.v) {
   plane_bytes = bytes_for(page.width);
 }
 
-Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg) {
+Status PageRows::open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg,
+                      const formats::RowSink& sink) {
   file_ = &file;
   page_ = &page;
+  sink_ = &sink;
   jpeg_ = jpeg;
   shape_ = RowShape(page);
   samples_ = {page.bits, page.planes_apart ? 1 : page.samples, file.big_endian()};
@@ -103,6 +105,7 @@ Status PageRows::read_strip_row() {
       strip_row_ = read;
       return kOk;
     }
+    if (std::ssize(read) < shape_.plane_bytes) sink_->damaged(StatusCode::read_failed);
     const Row row = row_at(0, i);
     std::copy(read.begin(), read.end(), row.begin());
     std::fill(row.begin() + std::ssize(read), row.end(), std::uint8_t{0});
@@ -135,7 +138,8 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
         return 0;
       }
     } place{this, first, bits, plane};
-    const formats::RowSink sink{nullptr, Place::put, &place};
+    formats::DecodeNotes notes{.whole = sink_->notes};
+    const formats::RowSink sink{nullptr, Place::put, &place, &notes};
     if (page_->is_jpeg()) return jpeg_->decode(index(across, plane), rows, sink);
     CodedPieces& pieces = planes_[0].pieces();
     pieces.start(chunk(across, plane));
@@ -148,6 +152,7 @@ Status PageRows::load_tile(std::int64_t across, int plane) {
   const std::int64_t used = (bits + 7) / 8;
   for (std::int64_t y = 0; y < rows; ++y) {
     const Bytes read = coded.read(static_cast<std::ptrdiff_t>(used));
+    if (std::ssize(read) < used) sink_->damaged(StatusCode::read_failed);
     if (read.empty()) break;
     there_ = std::max(there_, y + 1);
     const Row row = row_at(y, plane);
@@ -168,7 +173,10 @@ Status PageRows::load_band() {
     const std::int64_t first = (chunks.down * plane + down_) * chunks.across;
     for (std::int64_t across = 0; across < chunks.across; ++across) {
       // A few bytes may claim any number of tiles.
-      if (static_cast<std::uint64_t>(first + across) >= chunks.offsets.count()) return kOk;
+      if (static_cast<std::uint64_t>(first + across) >= chunks.offsets.count()) {
+        sink_->damaged(StatusCode::read_failed);
+        return kOk;
+      }
       TQ_TRY(load_tile(across, plane));
     }
   }

@@ -31,8 +31,9 @@ Status open_fax(const Page& page, formats::FaxRows delivery, formats::FaxDecoder
 
 class PageRows {
  public:
-  // `jpeg` is open, for pages that are.
-  Status open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg);
+  // `jpeg` is open, for pages that are. What is lost is told to `sink`.
+  Status open(const File& file, Page& page, const img_strip_coder* lzw, JpegStrips* jpeg,
+              const formats::RowSink& sink);
 
   // The next row that there is; empty behind the last. What it lacks is 0. It has `lines` rows of
   // pixels, which begin with row `y` of the page.
@@ -49,6 +50,7 @@ class PageRows {
 
   const File* file_ = nullptr;
   Page* page_ = nullptr;
+  const formats::RowSink* sink_ = nullptr;
   RowShape shape_;
   coding::SampleForm samples_;
   std::array<CodedBytes, kMostPlanes> planes_;

@@ -153,14 +153,17 @@ IMG_PLUGIN_API std::int32_t IMG_CALL decode_gif(std::uint32_t offset_or_page, im
   if (!scope.entered()) return IMG_OUT_OF_MEMORY;
   // Without a function that it needs a codec reads nothing.
   if (host.read == nullptr || host.seek == nullptr) return IMG_READ_FAILED;
+  tq::formats::DecodeNotes notes;
   tq::formats::DecodeRequest request{.stream = tq::StreamHandle{stream},
-                                     .sink = {header, row, sink_context}};
+                                     .sink = {header, row, sink_context, &notes}};
   if (offset_or_page >= kPage) {
     request.page = offset_or_page - kPage;
   } else {
     request.offset = offset_or_page;
   }
-  return tq::gif::decode(request).raw();
+  const tq::Status decoded = tq::gif::decode(request);
+  const bool damaged = decoded.ok() && notes.damage != tq::StatusCode::ok;
+  return damaged ? IMG_PLUGIN_DAMAGED : decoded.raw();
 }
 
 IMG_PLUGIN_API std::int32_t IMG_CALL encode_gif(std::int32_t stream, void* header_block,

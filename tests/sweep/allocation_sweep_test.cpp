@@ -267,9 +267,10 @@ const char* const kWithoutMemory =
     "IMGLOW_set_dispfunc IMGLOW_set_dithermode IMGLOW_set_fileio IMGLOW_set_jpg_interleave "
     "IMGLOW_set_rop IMGLOW_set_transp_color IMGLOW_set_wipedelay IMGLOW_unset_auto_detect "
     "IMG_bitmap_info IMG_bitmap_palette IMG_create_handle_ddb IMG_get_bitmap_palette "
-    "IMG_delete_context IMG_get_croprect IMG_get_format IMG_get_option IMG_ifl_version "
-    "IMG_new_context IMG_set_croprect IMG_set_display_angle IMG_set_encrypt IMG_set_gamma "
-    "IMG_set_option IMG_set_statusbar IMG_use_context ";
+    "IMG_delete_context IMG_get_croprect IMG_get_damage IMG_get_format IMG_get_option "
+    "IMG_get_resolution IMG_ifl_version IMG_new_context IMG_set_croprect IMG_set_display_angle "
+    "IMG_set_encrypt IMG_set_gamma IMG_set_option IMG_set_resolution IMG_set_statusbar "
+    "IMG_use_context ";
 
 TEST(AllocationSweep, CoversEveryExport) {
   const ScratchFolder folder;
