@@ -132,6 +132,13 @@ std::int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name) {
   return with_file(name, tq::dispatch::image_orientation);
 }
 
+std::int32_t IMG_CALL IMGLOW_get_image_orientation_fd(std::int32_t stream) {
+  return with_stream(stream, tq::dispatch::image_orientation);
+}
+std::int32_t IMG_CALL IMGLOW_get_image_orientation_block(const void* block, std::size_t size) {
+  return with_memory(block, size, tq::dispatch::image_orientation);
+}
+
 std::int32_t IMG_CALL IMGLOW_get_fileinfo_page(const char* name, std::int32_t page, void* header) {
   return with_file(name, info(header, page));
 }

@@ -8,6 +8,7 @@
 #include "core/run_storage.h"
 #include "include/tarnquill.h"
 #include "platform/device_bitmap.h"
+#include "show/dib_copy.h"
 
 using tq::ImageRecord;
 using tq::kOk;
@@ -147,6 +148,18 @@ std::int32_t IMG_CALL IMG_set_resolution(std::int32_t image, std::int32_t x, std
     tq::set_header(record, header);
     tq::remember_resolution(record, {x, y});
     return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_copy_dib(std::int32_t image, void* out, std::size_t size) {
+  return with_pixels(image, [&](ImageRecord& record) -> Status {
+    if (record.crop.width < 1 || record.crop.height < 1) return StatusCode::bad_image;
+    const std::uint64_t bytes = tq::show::dib_copy_bytes(record);
+    if (bytes > INT32_MAX) return StatusCode::out_of_memory;
+    if (out != nullptr && size >= bytes) {
+      TQ_TRY(tq::show::copy_dib(record, static_cast<std::uint8_t*>(out)));
+    }
+    return Status::from_raw(static_cast<std::int32_t>(bytes));
   });
 }
 

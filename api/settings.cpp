@@ -7,6 +7,38 @@
 
 namespace {
 
+struct Meaning {
+  std::int32_t status;
+  const char* text;
+};
+constexpr Meaning kMeanings[] = {
+    {IMG_OK, "no error"},
+    {IMG_OUT_OF_MEMORY, "out of memory, or the image is too large"},
+    {IMG_CANNOT_OPEN, "cannot be opened"},
+    {IMG_BAD_IMAGE, "image data is invalid"},
+    {IMG_CANNOT_CREATE, "cannot be created"},
+    {IMG_UNSUPPORTED, "format or parameter is not supported"},
+    {IMG_NO_DEVICE_BITMAP, "not a device bitmap"},
+    {IMG_WRITE_FAILED, "writing failed"},
+    {IMG_EMPTY_DISPLAY_RECT, "display rectangle is empty"},
+    {IMG_NO_SUCH_PAGE, "page is absent or cannot be read"},
+    {IMG_READ_FAILED, "reading failed"},
+    {IMG_BAD_HANDLE, "no such image"},
+    {IMG_NO_SCANNER_SESSION, "the scanner cannot be reached"},
+    {IMG_NO_SCANNER_LIBRARY, "the scanner support library is not installed"},
+    {IMG_STOP_AFTER_HEADER, "stopped after the header"},
+    {IMG_REFUSED_BY_LICENCE, "refused by the licence check"},
+    {IMG_WRONG_DEPTH, "bit depth does not fit"},
+    {IMG_NOT_GREY, "image is not grey"},
+    {IMG_NO_LZW_MODULE, "the LZW module is not installed"},
+    {IMG_NO_TRANSPARENCY, "no transparent colour"},
+    {IMG_SCANNER_REQUEST, "the scanner refused a request"},
+    {IMG_NO_ANIMATION_DELAY, "GIF file without animation"},
+    {IMG_PAGE_PAST_END, "page is beyond the last one"},
+    {IMG_NOT_TILED, "file is not tiled"},
+    {IMG_NO_PDF_MODULE, "the PDF module is not installed"},
+};
+
 // The switch of a file type code, or null.
 bool* detect_switch(std::int32_t code) {
   const std::int32_t base = tq::dispatch::switch_of(code);
@@ -33,6 +65,17 @@ std::int32_t IMG_CALL IMG_set_option(std::int32_t option, std::int32_t value) {
 std::int32_t IMG_CALL IMG_get_option(std::int32_t option) {
   const std::int32_t value = tq::context().options.get(option);
   return value >= 0 ? value : IMG_UNSUPPORTED;
+}
+
+std::int32_t IMG_CALL IMG_library_version(void) {
+  return TARNQUILL_VERSION_MAJOR * 10000 + TARNQUILL_VERSION_MINOR * 100 + TARNQUILL_VERSION_PATCH;
+}
+
+const char* IMG_CALL IMG_status_text(std::int32_t status) {
+  for (const Meaning& meaning : kMeanings) {
+    if (meaning.status == status) return meaning.text;
+  }
+  return "unknown status";
 }
 
 std::int32_t IMG_CALL IMG_new_context(void) {

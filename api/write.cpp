@@ -80,6 +80,12 @@ std::int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, std::int
   return with_memory(block, bytes_of(save_rows(header, code, {supply, save_context})));
 }
 
+std::int32_t IMG_CALL IMGLOW_save_bitmap_block(void* block, std::size_t size, void* header,
+                                               std::int32_t code, img_supply_fn supply,
+                                               void* save_context) {
+  return with_memory(block, size, bytes_of(save_rows(header, code, {supply, save_context})));
+}
+
 std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {
   tq::jpeg::set_jpeg_quality(quality);
   return IMG_OK;

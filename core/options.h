@@ -35,6 +35,8 @@ class Options {
   static constexpr Range kRanges[] = {
       {IMG_OPTION_READING, 1, 1},
       {IMG_OPTION_DETECTION, 1, 1},
+      {IMG_OPTION_ORIENTATION, 1, 1},
+      {IMG_OPTION_INKS, 1, 1},
       {IMG_OPTION_STRICT, 1, 1},
       {IMG_OPTION_MAX_PIXELS, 1, INT32_MAX},
       {IMG_OPTION_MAX_KBYTES, 1, INT32_MAX},

@@ -1,8 +1,13 @@
 // Detect, look up, call; with an image at the end, or stopped at the header.
+#include <algorithm>
+#include <utility>
+
 #include "core/context.h"
 #include "core/image_table.h"
+#include "core/run_storage.h"
 #include "dispatch/dispatch.h"
 #include "dispatch/row_sink.h"
+#include "pixels/turn.h"
 
 namespace tq::dispatch {
 namespace {
@@ -14,6 +19,57 @@ std::int32_t IMG_CB_C take_header(void* block, void* context) {
   *static_cast<BitmapInfoHeader*>(context) = static_cast<const HeaderBlock*>(block)->header;
   return IMG_STOP_AFTER_HEADER;
 }
+
+// Between a decoder and a sink that wants no inks: they become colours.
+class InkSink {
+ public:
+  explicit InkSink(const formats::RowSink& to) : to_(to) {}
+  formats::RowSink sink() { return {on_header, on_row, this, to_.notes}; }
+
+ private:
+  static std::int32_t IMG_CB_C on_header(void* block, void* context) {
+    return static_cast<InkSink*>(context)->take_header(*static_cast<HeaderBlock*>(block)).raw();
+  }
+  static std::int32_t IMG_CB_C on_row(void* row, void* context, std::int32_t y,
+                                      std::int32_t bytes) {
+    InkSink& self = *static_cast<InkSink*>(context);
+    if (!self.has_inks_) return self.to_.on_row(row, self.to_.context, y, bytes);
+    return self.take_row({static_cast<const std::uint8_t*>(row), std::size_t(bytes)}, y).raw();
+  }
+
+  Status take_header(HeaderBlock& block) {
+    const BitmapInfoHeader& from = block.header;
+    has_inks_ = from.biBitCount == 32 && from.biCompression == 0;
+    header_ = block;
+    if (has_inks_) {
+      TQ_TRY(check_geometry(from));
+      header_ = dib_header(from.biWidth, from.biHeight, 24);
+      header_.header.biXPelsPerMeter = from.biXPelsPerMeter;
+      header_.header.biYPelsPerMeter = from.biYPelsPerMeter;
+      TQ_TRY(row_.allocate(row_bytes(from.biWidth, 24)));
+      TQ_TRY(inks_.allocate(row_bytes(from.biWidth, 32)));
+    }
+    if (to_.on_header == nullptr) return Status::from_raw(1);
+    return Status::from_raw(to_.on_header(&header_, to_.context));
+  }
+
+  Status take_row(std::span<const std::uint8_t> inks, std::int32_t y) {
+    if (inks.size() < inks_.size()) {  // what is not there is 0
+      const auto end = std::ranges::copy(inks, inks_.data()).out;
+      std::fill(end, inks_.data() + inks_.size(), std::uint8_t{0});
+      inks = inks_.pixels();
+    }
+    pixels::inks_to_colours(inks, header_.header.biWidth, row_.pixels());
+    if (to_.on_row == nullptr) return kOk;
+    return Status::from_raw(
+        to_.on_row(row_.data(), to_.context, y, static_cast<std::int32_t>(row_.size())));
+  }
+
+  const formats::RowSink& to_;
+  bool has_inks_ = false;
+  HeaderBlock header_;
+  RowBuffer<std::uint8_t> inks_, row_;
+};
 
 // Not into an image alone: the header may be all that is wanted.
 Status decode_page(StreamHandle stream, std::int32_t offset, std::int32_t page,
@@ -33,6 +89,8 @@ Status decode_page(StreamHandle stream, std::int32_t offset, std::int32_t page,
   if (request.page >= options.limit(IMG_OPTION_MAX_PAGES, INT64_MAX)) {
     return StatusCode::page_past_end;
   }
+  InkSink without_inks(sink);
+  if (options.get(IMG_OPTION_INKS) == 1) request.sink = without_inks.sink();
   const Status decoded = found->decode(request);
   return decoded.failed() ? decoded : kOk;
 }
@@ -58,16 +116,74 @@ Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t pa
   return decode_noted(stream, offset, page, sink, notes);
 }
 
+namespace {
+
+void read_image_row(const void* context, std::int32_t y, pixels::Row row) {
+  const auto& image = *static_cast<const ImageRecord*>(context);
+  if (image.in_runs) return expand_row(image, y, row);
+  std::ranges::copy(plain_row(image, y), row.begin());
+}
+
+HeaderBlock turned_header(const ImageRecord& image, const pixels::TurnedRows& rows,
+                          const pixels::Turn& turn) {
+  HeaderBlock block{.header = header_of(image)};
+  std::ranges::copy(palette_of(image), block.palette.begin());
+  BitmapInfoHeader& header = block.header;
+  header.biWidth = rows.width();
+  header.biHeight = rows.height();
+  if (turn.swapped) std::swap(header.biXPelsPerMeter, header.biYPelsPerMeter);
+  if (image.bits == 1) header.biCompression = 0;  // whatever it is kept in
+  if (image.has_transparent) {
+    header.biClrUsed = kTransparent | (image.transparent_colour & 0xFF);
+  }
+  return block;
+}
+
+// What was decoded comes to the image once more, turned, and now by all settings.
+Status turn_image(ImageSlot& slot, int orientation) {
+  ImageSlot turned;
+  TQ_TRY(turned.allocate());
+  ImageSink sink(turned.handle(), turned.record());
+  const formats::RowSink to = sink.callbacks();
+  const ImageRecord& image = slot.record();
+  const std::uint8_t* const dib = image.dib;
+  const pixels::Turn turn = pixels::turn_of(orientation);
+  pixels::TurnedRows rows;
+  TQ_TRY(rows.open({read_image_row, &image, image.width, image.height, image.bits}, turn));
+  HeaderBlock header = turned_header(image, rows, turn);
+  TQ_TRY(to.header(header));
+  for (std::int32_t y = 0; y < rows.height(); ++y) {
+    TQ_TRY(to.row(rows.row(y), y));
+    // A callback may have deleted either, or given it other pixels.
+    if (!slot.still_there() || !turned.still_there() || image.dib != dib) {
+      return StatusCode::bad_handle;
+    }
+  }
+  TQ_TRY(sink.finish());
+  std::swap(slot.record(), turned.record());
+  std::swap(slot.record().serial, turned.record().serial);
+  return kOk;
+}
+
+}  // namespace
+
 Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page) {
   ImageSlot slot;
   TQ_TRY(slot.allocate());
-  ImageSink sink(slot.handle(), slot.record());
   formats::DecodeNotes notes;
+  const bool may_turn = context().options.get(IMG_OPTION_ORIENTATION) == 1;
+  ImageSink sink(slot.handle(), slot.record(), may_turn ? &notes : nullptr);
   const Status decoded = decode_noted(stream, offset, page, sink.callbacks(), notes);
   // No decoder here makes whole images without the sink.
   if (decoded == StatusCode::whole_image_decoder) return StatusCode::unsupported;
   TQ_TRY(decoded);
   TQ_TRY(sink.finish());
+  if (sink.is_to_be_turned()) {
+    TQ_TRY(turn_image(slot, notes.orientation));
+    if (pixels::turn_of(notes.orientation).swapped) {
+      std::swap(notes.resolution.x, notes.resolution.y);
+    }
+  }
   ImageRecord& image = slot.record();
   image.damage = {notes.rows, notes.damage};
   remember_resolution(image, notes.resolution);

@@ -79,8 +79,9 @@ ImageShape ImageSink::choose_shape() {
                    .height = header.biHeight,
                    .bits = header.biBitCount,
                    .compression = header.biCompression};
-  const Size size = context().settings.decomp_size;
-  const Rect rect = context().settings.decomp_rect;
+  const bool whole = is_to_be_turned();
+  const Size size = whole ? Size{} : context().settings.decomp_size;
+  const Rect rect = whole ? Rect{} : context().settings.decomp_rect;
   fit_ = Fit::whole;
   left_ = top_ = 0;
   if (size.width >= 1 && size.height >= 1) {
@@ -101,7 +102,8 @@ ImageShape ImageSink::choose_shape() {
       fit_ = Fit::cut;
     }
   }
-  reducer_.choose(source_, context().settings.decomp_reduction, context().settings.dither_mode);
+  const std::int32_t reduction = whole ? 0 : context().settings.decomp_reduction;
+  reducer_.choose(source_, reduction, context().settings.dither_mode);
   if (reducer_.active()) {
     shape.bits = reducer_.bits();
     shape.palette = reducer_.palette();

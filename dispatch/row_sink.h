@@ -27,8 +27,10 @@ class DeliveredRows {
 
 class ImageSink {
  public:
-  ImageSink(ImageHandle handle, const ImageRecord& image)
-      : handle_(handle), serial_(image.serial) {}
+  // Pictures that are to be turned afterwards are taken as they are: whole, with all their bits.
+  ImageSink(ImageHandle handle, const ImageRecord& image,
+            const formats::DecodeNotes* turned = nullptr)
+      : handle_(handle), serial_(image.serial), turned_(turned) {}
   ImageSink(const ImageSink&) = delete;
   ImageSink& operator=(const ImageSink&) = delete;
 
@@ -37,6 +39,7 @@ class ImageSink {
   // After a decode that succeeded: clears what was not delivered. bad_image when there was no
   // header.
   Status finish();
+  bool is_to_be_turned() const { return turned_ != nullptr && turned_->orientation > 1; }
 
  private:
   enum class Fit { whole, scaled, cut };
@@ -58,6 +61,7 @@ class ImageSink {
 
   ImageHandle handle_;
   std::uint64_t serial_;
+  const formats::DecodeNotes* turned_;
 
   HeaderBlock source_;          // as the decoder delivers it
   std::size_t source_row_ = 0;  // bytes of a row of pixels from the decoder

@@ -23,6 +23,7 @@ struct DecodeNotes {
   std::int32_t rows = 0;                 // delivered without damage
   StatusCode damage = StatusCode::ok;
   Resolution resolution{};
+  int orientation = 1;           // as TIFF counts; of the picture whose header came
   DecodeNotes* whole = nullptr;  // of the picture that this one is a part of
 
   Status begin(const BitmapInfoHeader& header) {
@@ -90,6 +91,10 @@ struct RowSink {
   // Of the picture whose header comes next, where the file knows it more exactly than its header can say.
   void resolution(Resolution exact) const {
     if (notes != nullptr) notes->resolution = exact;
+  }
+  // And how it is to be turned: 1 to 8, as TIFF counts.
+  void orientation(int orientation) const {
+    if (notes != nullptr) notes->orientation = orientation;
   }
 };
 

@@ -663,6 +663,9 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *
  *   READING            1: files are read as other programs show them
  *   DETECTION          1: more files are recognised, and names for saving count whole endings
+ *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, and
+ *                      JPEG with READING); rows into callbacks never are
+ *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red
  *   STRICT             1: a damaged file is a failure: IMG_READ_FAILED where its data end early,
  *                      IMG_BAD_IMAGE where they make no sense, and no image is left of it
  *   MAX_PIXELS         a picture of more is IMG_OUT_OF_MEMORY, before anything of its size is
@@ -683,6 +686,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 enum {
   IMG_OPTION_READING = 1,
   IMG_OPTION_DETECTION = 2,
+  IMG_OPTION_ORIENTATION = 3,
+  IMG_OPTION_INKS = 4,
   IMG_OPTION_STRICT = 5,
   IMG_OPTION_MAX_PIXELS = 10,
   IMG_OPTION_MAX_KBYTES = 11,
@@ -738,6 +743,33 @@ IMG_API int32_t IMG_CALL IMG_get_damage(int32_t image, int32_t* rows, int32_t* r
  * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (an image without pixels), IMG_UNSUPPORTED. */
 IMG_API int32_t IMG_CALL IMG_get_resolution(int32_t image, int32_t* x, int32_t* y);
 IMG_API int32_t IMG_CALL IMG_set_resolution(int32_t image, int32_t x, int32_t y);
+
+/* The crop rectangle of an image as every program takes it, for the clipboard (CF_DIB) and for
+ * StretchDIBits: a packed DIB with a header of 40 bytes, from the bottom, in pixels per metre, without
+ * marks of this library. Run lists become bits, 16-bit grey 8 bits, inks 24 bits.
+ *
+ *   out         null, or `size` bytes; nothing is written when they are too few
+ *
+ * Returns the bytes that it takes; IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (also when that is no int32_t),
+ * IMG_BAD_IMAGE (empty crop rectangle). */
+IMG_API int32_t IMG_CALL IMG_copy_dib(int32_t image, void* out, size_t size);
+
+/* What a status means, in English and in words for people. Never null, and it need not be freed. */
+IMG_API const char* IMG_CALL IMG_status_text(int32_t status);
+
+/* TARNQUILL_VERSION_MAJOR * 10000 + _MINOR * 100 + _PATCH of the library that is loaded. */
+#define TARNQUILL_VERSION_MAJOR 0
+#define TARNQUILL_VERSION_MINOR 1
+#define TARNQUILL_VERSION_PATCH 0
+IMG_API int32_t IMG_CALL IMG_library_version(void);
+
+/* Like IMGLOW_get_image_orientation, and IMGLOW_save_bitmap_mem, for streams and for blocks of any
+ * memory, which are never left. */
+IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation_fd(int32_t stream);
+IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation_block(const void* block, size_t size);
+IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_block(void* block, size_t size, void* header,
+                                                  int32_t code, img_supply_fn supply,
+                                                  void* save_context);
 
 /* What the header of a file says about one of its pages, without decoding it: like
  * IMGLOW_get_fileinfo, for pages from 0 on; IMG_PAGE_PAST_END beyond the last. */

@@ -76,6 +76,15 @@ void cut_row(Bytes row, int width, int bits, int first, Row out, int out_width) 
   gather(row, bits, out, there, [&](int i) { return first + i; });
 }
 
+void inks_to_colours(Bytes inks, int width, Row colours) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
+    const int light = 255 - inks[4 * x + 3];
+    for (int i = 0; i < 3; ++i) {
+      colours[3 * x + 2 - i] = byte(((255 - inks[4 * x + i]) * light + 127) / 255);
+    }
+  }
+}
+
 void row_to_colours(Bytes row, const RowFormat& format, std::span<Rgb> colours) {
   const std::uint8_t* from = row.data();
   Rgb* const out = colours.data();

@@ -134,6 +134,9 @@ struct RowFormat {
 // depth without a rule gives black.
 void row_to_colours(Bytes row, const RowFormat& format, std::span<Rgb> colours);
 
+// Cyan, magenta, yellow, black to blue, green, red, as they look without a profile.
+void inks_to_colours(Bytes inks, int width, Row colours);
+
 // Reduces rows to 8, 4 or 1 bits, against the fixed palettes. Each pixel depends on its colour and
 // place alone, so rows may arrive in any order.
 class RowReducer {

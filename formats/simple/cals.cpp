@@ -114,6 +114,15 @@ void write_header(const BitmapInfoHeader& header, StreamWriter& out) {
   out.fill(kHeaderBytes - out.count(), ' ');
 }
 
+int orientation_of(const Records& records) {
+  Value angles = records.find("rorient");
+  const std::int64_t pixels = angles.number(), lines = angles.number();
+  for (const auto& known : kOrientations) {
+    if (known.pixels == pixels && known.lines == lines) return known.orientation;
+  }
+  return kUpright;
+}
+
 }  // namespace
 
 Status decode_cals(const formats::DecodeRequest& request) {
@@ -122,6 +131,7 @@ Status decode_cals(const formats::DecodeRequest& request) {
   TQ_TRY(records.read(request.stream));
   HeaderBlock image;
   TQ_TRY(read_header(records, image));
+  request.sink.orientation(orientation_of(records));
   TQ_TRY(request.sink.header(image));
   ChunkReader input;
   TQ_TRY(input.open(request.stream, formats::kFaxChunk));
@@ -137,12 +147,7 @@ Status decode_cals(const formats::DecodeRequest& request) {
 Status find_cals_orientation(StreamHandle stream) {
   Records records;
   TQ_TRY(records.read(stream));
-  Value angles = records.find("rorient");
-  const std::int64_t pixels = angles.number(), lines = angles.number();
-  for (const auto& known : kOrientations) {
-    if (known.pixels == pixels && known.lines == lines) return Status::from_raw(known.orientation);
-  }
-  return Status::from_raw(kUpright);
+  return Status::from_raw(orientation_of(records));
 }
 
 Status can_encode_cals(const formats::EncodeRequest& request) {

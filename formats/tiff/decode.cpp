@@ -109,6 +109,7 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
   samples.choose(file, page);
   HeaderBlock image = samples.image();
   request.sink.resolution(page.resolution);
+  request.sink.orientation(page.orientation);
   TQ_TRY(request.sink.header(image));
   if (page.is_cut) request.sink.damaged(StatusCode::read_failed);
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);

@@ -217,6 +217,8 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   page.y_dpi = rounded(y);
   constexpr double kMost = Resolution::kMost;
   page.resolution = {rounded(std::min(1000 * x, kMost)), rounded(std::min(1000 * y, kMost))};
+  const std::uint64_t orientation = directory.number(kOrientation, 1);
+  if (orientation >= 1 && orientation <= 8) page.orientation = static_cast<int>(orientation);
   TQ_TRY(read_samples(directory, page));
   if (!depth_is_known(page)) return StatusCode::unsupported;
   TQ_TRY(read_subsampling(directory, page));

@@ -65,6 +65,7 @@ struct Page {
   std::uint32_t t4_options = 0;
   std::int32_t x_dpi = 0, y_dpi = 0;
   Resolution resolution;
+  int orientation = 1;
   Chunks chunks;
   Entry color_map, jpeg_tables, coefficients, reference_levels;
   struct {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 
+#include "core/numbers.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 
@@ -197,6 +198,63 @@ TEST_F(ImageExports, WritesThroughTheHeadersAddressDoNotMoveRows) {
   EXPECT_EQ(IMG_bitmap_palette(image), 256);
   EXPECT_EQ(IMG_save_bitmap_block(image, buffer, sizeof buffer, 1), 54 + 1024 + 16);
   EXPECT_EQ(buffer[18], 5);
+}
+
+// As another program reads it: header, colours, rows from the bottom.
+TEST_F(ImageExports, CopiesAreWhatEveryProgramTakes) {
+  Random random(9);
+  struct {
+    int bits, copied;
+  } const kinds[] = {{1, 1}, {4, 4}, {8, 8}, {16, 8}, {24, 24}, {32, 24}};
+  for (const auto& [bits, copied] : kinds) {
+    SCOPED_TRACE(bits);
+    Rows rows;
+    for (int y = 0; y < 6; ++y) rows.push_back(pack(random.pixels(21, bits), bits));
+    const Image image = make_image(21, bits, rows, bits == 1);
+    if (bits == 32) reinterpret_cast<BitmapInfoHeader*>(image.record().dib)->biCompression = 0;
+    ASSERT_EQ(IMG_set_resolution(image, 300000, 150000), 0);
+    ASSERT_EQ(IMGLOW_set_transp_color(image, 1), 0);
+    ASSERT_EQ(IMG_set_croprect(image, 3, 1, 10, 4), 0);
+    const std::int32_t colours = copied <= 8 ? 1 << copied : 0;
+    const std::int32_t size = IMG_copy_dib(image, nullptr, 0);
+    ASSERT_EQ(size, 40 + 4 * colours + 4 * static_cast<int>(stride(10, copied)));
+    Bytes dib(static_cast<std::size_t>(size), 0xEE);
+    EXPECT_EQ(IMG_copy_dib(image, dib.data(), dib.size() - 1), size);
+    EXPECT_EQ(dib[0], 0xEE);
+    EXPECT_EQ(IMG_copy_dib(image, dib.data(), dib.size()), size);
+    const BitmapInfoHeader expected{
+        .biSize = 40,
+        .biWidth = 10,
+        .biHeight = 4,
+        .biPlanes = 1,
+        .biBitCount = word(copied),
+        .biCompression = 0,
+        .biSizeImage = static_cast<std::uint32_t>(4 * stride(10, copied)),
+        .biXPelsPerMeter = 11811,
+        .biYPelsPerMeter = 5906,
+        .biClrUsed = static_cast<std::uint32_t>(colours),
+        .biClrImportant = 0};
+    EXPECT_EQ(std::memcmp(dib.data(), &expected, sizeof expected), 0);
+    for (std::size_t y = 0; y < 4; ++y) {
+      const auto at = dib.end() - static_cast<std::ptrdiff_t>((y + 1) * stride(10, copied));
+      const Pixels got =
+          unpack(Bytes(at, at + static_cast<std::ptrdiff_t>(stride(10, copied))), 10, copied);
+      const Pixels all = unpack(rows[1 + y], 21, bits);
+      for (std::size_t x = 0; x < 10; ++x) {
+        std::uint32_t pixel = all[3 + x];
+        if (bits == 16) pixel >>= 8;
+        if (bits == 32) {
+          const std::uint32_t light = 255 - (pixel >> 24);
+          const auto level = [&](int i) {
+            return ((255 - (pixel >> 8 * i & 255)) * light + 127) / 255;
+          };
+          pixel = level(0) << 16 | level(1) << 8 | level(2);
+        }
+        ASSERT_EQ(got[x], pixel);
+      }
+    }
+  }
+  EXPECT_EQ(IMG_copy_dib(77, nullptr, 0), IMG_BAD_HANDLE);
 }
 
 }  // namespace

@@ -73,5 +73,13 @@ TEST_F(SettingsExports, ProgressIsReportedWhileItIsOn) {
   EXPECT_EQ(reports, (decltype(reports){{INTPTR_MIN, 43}, {INTPTR_MIN, 44}}));
 }
 
+TEST_F(SettingsExports, EveryStatusHasATextAndTheLibraryAVersion) {
+  for (std::int32_t status = 1; status > -60; --status) ASSERT_NE(IMG_status_text(status), nullptr);
+  EXPECT_STREQ(IMG_status_text(IMG_PAGE_PAST_END), "page is beyond the last one");
+  EXPECT_STREQ(IMG_status_text(-6000), "unknown status");
+  EXPECT_EQ(IMG_library_version(), 10000 * TARNQUILL_VERSION_MAJOR + 100 * TARNQUILL_VERSION_MINOR +
+                                       TARNQUILL_VERSION_PATCH);
+}
+
 }  // namespace
 }  // namespace tq::test

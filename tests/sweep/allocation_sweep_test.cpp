@@ -132,6 +132,10 @@ std::vector<Call> calls(Material& m) {
        call(IMGLOW_get_fileinfo_block, m.deep.data(), m.deep.size(), row)},
       {"IMGLOW_get_image_orientation",
        [&m] { return IMGLOW_get_image_orientation(m.in.c_str()) == IMG_UNSUPPORTED ? 0 : -2; }},
+      {"IMGLOW_get_image_orientation_fd",
+       from_caller(m.pages, call(IMGLOW_get_image_orientation_fd, 1))},
+      {"IMGLOW_get_image_orientation_block",
+       call(IMGLOW_get_image_orientation_block, m.pages.data(), m.pages.size())},
       {"IMGLOW_get_fileinfo_page",
        call(IMGLOW_get_fileinfo_page, m.in.c_str(), 0, row)},
       {"IMGLOW_get_fileinfo_page_fd",
@@ -175,6 +179,10 @@ std::vector<Call> calls(Material& m) {
       {"IMGLOW_save_bitmap", from_caller(m.deep, call(IMGLOW_save_bitmap, 1, &m.grey[14], IMG_TYPE_BMP_RLE, supply_zeros, nullptr))},
       {"IMGLOW_save_bitmap_mem",
        call(IMGLOW_save_bitmap_mem, m.room, &m.grey[14], IMG_TYPE_BMP, supply_zeros, nullptr)},
+      {"IMGLOW_save_bitmap_block",
+       call(IMGLOW_save_bitmap_block, m.row.data(), m.row.size(), &m.grey[14], IMG_TYPE_BMP,
+            supply_zeros, nullptr)},
+      {"IMG_copy_dib", call(IMG_copy_dib, Watched::kRuns, m.row.data(), m.row.size())},
       {"IMG_color_gray", call(IMG_color_gray, Watched::kDeep)},
       {"IMG_mediancut_color", call(IMG_mediancut_color, Watched::kDeep)},
       {"IMG_octree_color", call(IMG_octree_color, Watched::kDeep, 4, nullptr, 16)},
@@ -268,8 +276,10 @@ const char* const kWithoutMemory =
     "IMGLOW_set_rop IMGLOW_set_transp_color IMGLOW_set_wipedelay IMGLOW_unset_auto_detect "
     "IMG_bitmap_info IMG_bitmap_palette IMG_create_handle_ddb IMG_get_bitmap_palette "
     "IMG_delete_context IMG_get_croprect IMG_get_damage IMG_get_format IMG_get_option "
-    "IMG_get_resolution IMG_ifl_version IMG_new_context IMG_set_croprect IMG_set_display_angle "
+    "IMG_get_resolution IMG_ifl_version IMG_library_version IMG_new_context IMG_set_croprect "
+    "IMG_set_display_angle "
     "IMG_set_encrypt IMG_set_gamma IMG_set_option IMG_set_resolution IMG_set_statusbar "
+    "IMG_status_text "
     "IMG_use_context ";
 
 TEST(AllocationSweep, CoversEveryExport) {

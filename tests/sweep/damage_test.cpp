@@ -2,11 +2,11 @@
 #include <array>
 #include <cstring>
 
-#include "tests/sweep/watched_images.h"
 #include "tests/support/corpus.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/sweep/watched_images.h"
 
 namespace tq::test {
 namespace {
@@ -14,8 +14,9 @@ namespace {
 class Damage : public LibraryTest {
  protected:
   ~Damage() override {
-    for (const std::int32_t option : {IMG_OPTION_STRICT, IMG_OPTION_MAX_PIXELS,
-                                      IMG_OPTION_MAX_KBYTES, IMG_OPTION_MAX_PAGES, IMG_OPTION_READING}) {
+    for (const std::int32_t option :
+         {IMG_OPTION_STRICT, IMG_OPTION_MAX_PIXELS, IMG_OPTION_MAX_KBYTES, IMG_OPTION_MAX_PAGES,
+          IMG_OPTION_READING}) {
       IMG_set_option(option, 0);
     }
   }
@@ -137,7 +138,8 @@ TEST_F(Damage, ResolutionsAreKeptToTheThousandthUntilTheHeaderIsChanged) {
       IMG_set_option(IMG_OPTION_READING, exactly);
       const std::int32_t bytes = IMG_save_bitmap_block(image, file.data(), file.size(), code);
       ASSERT_GT(bytes, 0);
-      const Image read(IMG_decompress_bitmap_block(file.data(), static_cast<std::size_t>(bytes), 0));
+      const Image read(
+          IMG_decompress_bitmap_block(file.data(), static_cast<std::size_t>(bytes), 0));
       IMG_set_option(IMG_OPTION_READING, 0);
       std::int32_t x = 0, y = 0;
       ASSERT_EQ(IMG_get_resolution(read, &x, &y), 0);

@@ -1,47 +1,10 @@
 // Messages for status codes.
 #include "errors.h"
 
-#include <algorithm>
-
 namespace tool {
-namespace {
-
-struct Meaning {
-  std::int32_t status;
-  const char* text;
-};
-
-constexpr Meaning kMeanings[] = {
-    {IMG_OUT_OF_MEMORY, "out of memory, or the image is too large"},
-    {IMG_CANNOT_OPEN, "cannot be opened"},
-    {IMG_BAD_IMAGE, "image data is invalid"},
-    {IMG_CANNOT_CREATE, "cannot be created"},
-    {IMG_UNSUPPORTED, "format or parameter is not supported"},
-    {IMG_NO_DEVICE_BITMAP, "not a device bitmap"},
-    {IMG_WRITE_FAILED, "writing failed"},
-    {IMG_EMPTY_DISPLAY_RECT, "display rectangle is empty"},
-    {IMG_NO_SUCH_PAGE, "page is absent or cannot be read"},
-    {IMG_READ_FAILED, "reading failed"},
-    {IMG_BAD_HANDLE, "no such image"},
-    {IMG_REFUSED_BY_LICENCE, "refused by the licence check"},
-    {IMG_WRONG_DEPTH, "bit depth does not fit"},
-    {IMG_NOT_GREY, "image is not grey"},
-    {IMG_NO_LZW_MODULE, "the LZW module is not installed"},
-    {IMG_NO_TRANSPARENCY, "no transparent colour"},
-    {IMG_NO_ANIMATION_DELAY, "GIF file without animation"},
-    {IMG_PAGE_PAST_END, "page is beyond the last one"},
-    {IMG_NOT_TILED, "file is not tiled"},
-    {IMG_NO_PDF_MODULE, "the PDF module is not installed"},
-    {kInterrupted, "interrupted"},
-};
-
-}  // namespace
 
 const char* status_meaning(std::int32_t status) {
-  const auto* const found =
-      std::find_if(std::begin(kMeanings), std::end(kMeanings),
-                   [status](const Meaning& meaning) { return meaning.status == status; });
-  return found != std::end(kMeanings) ? found->text : "failed";
+  return status == kInterrupted ? "interrupted" : IMG_status_text(status);
 }
 
 Character first_character(std::string_view text) {
