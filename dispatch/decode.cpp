@@ -209,7 +209,7 @@ Status image_orientation(StreamHandle stream) {
   const FileType* found = nullptr;
   TQ_TRY(detect(stream, found));
   const bool tells = found != nullptr && found->find_orientation != nullptr;
-  return tells ? found->find_orientation(stream) : StatusCode::unsupported;
+  return tells ? found->find_orientation(stream, context().options) : StatusCode::unsupported;
 }
 
 }  // namespace tq::dispatch

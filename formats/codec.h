@@ -211,7 +211,8 @@ struct FileType {
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
   Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
   Status (*count_pages)(StreamHandle stream) = nullptr;                     // null: always one page
-  Status (*find_orientation)(StreamHandle stream) = nullptr;  // null: the format does not tell
+  // null: the format does not tell
+  Status (*find_orientation)(StreamHandle stream, const Options& options) = nullptr;
   std::uint8_t uncounted = 0;  // ways of asking that get 1 all the same
   Supplier supplier = Supplier::plain;
   std::uint8_t traits = kNone;

@@ -546,7 +546,7 @@ IMG_API int32_t IMG_CALL IMGLOW_get_fileinfo_block(const void* block, size_t siz
 /* How the image in a file is to be turned, as TIFF's Orientation tag counts (TIFF 6.0): 1 as it is,
  * 2 mirrored, 3 by 180 degrees, 4 upside down, 5 mirrored along the main diagonal, 6 by 90 degrees
  * clockwise, 7 mirrored along the other diagonal, 8 by 90 degrees counter-clockwise. Rows are
- * delivered as the file has them.
+ * delivered as the file has them. JPEG files tell it (by EXIF) with IMG_OPTION_READING at 1.
  * Returns 1 to 8, that of the first page; IMG_CANNOT_OPEN, IMG_UNSUPPORTED (a format that does not
  * tell), or the status of a file whose page cannot be read. */
 IMG_API int32_t IMG_CALL IMGLOW_get_image_orientation(const char* name);
@@ -661,7 +661,9 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 /* Numbered values beside the settings, all 0 at first; 0 is always the behaviour that is described
  * elsewhere in this file.
  *
- *   READING            1: files are read as other programs show them
+ *   READING            1: files are read as other programs show them. JPEG: smooth chroma, colours
+ *                      and inks by what the file says about them, resolution in dots per inch, from
+ *                      EXIF too; what is damaged ends at the next restart marker
  *   DETECTION          1: more files are recognised, and names for saving count whole endings
  *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, and
  *                      JPEG with READING); rows into callbacks never are
@@ -673,6 +675,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   MAX_KBYTES         of 1024 bytes: an allocation that brings the context's images and work above it
  *                      fails as if the system had refused it
  *   MAX_PAGES          pages are counted up to it, and those behind it are IMG_PAGE_PAST_END
+ *   MAX_SCANS          scans that are read of a JPEG picture; one more is damage, and left out
+ *                      (0: 1000)
  *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
  *                      a caller's own stream keeps bytes behind it
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
@@ -692,6 +696,7 @@ enum {
   IMG_OPTION_MAX_PIXELS = 10,
   IMG_OPTION_MAX_KBYTES = 11,
   IMG_OPTION_MAX_PAGES = 12,
+  IMG_OPTION_MAX_SCANS = 13,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,

@@ -141,8 +141,10 @@ Status decode_rows(const DecodeRequest& request, const File& file) {
 // A JPEG file in place of the pixels: size, depth, palette and resolution are its own.
 Status decode_embedded_jpeg(const DecodeRequest& request, const File& file) {
   if (file.pixels_at < 0) return StatusCode::read_failed;
-  return jpeg::decode_jpeg(
-      {.stream = request.stream, .offset = file.pixels_at, .sink = request.sink});
+  return jpeg::decode_jpeg({.stream = request.stream,
+                            .offset = file.pixels_at,
+                            .sink = request.sink,
+                            .options = request.options});
 }
 
 }  // namespace

@@ -13,6 +13,9 @@ Status decode_jpeg(const formats::DecodeRequest& request);
 // R, G and B are these, unless an application segment knows better.
 Status decode_stream(ChunkReader& input, bool named_colours, const formats::RowSink& sink);
 
+// 1 to 8, what EXIF says or 1; unsupported unless files are read as other programs read them.
+Status find_jpeg_orientation(StreamHandle stream, const Options& options);
+
 // What the components of a part are, and the rows that they become: 8, 24 and 32 bits; four are
 // left as they are.
 enum class Components : std::uint8_t { grey, ycbcr, rgb, four };

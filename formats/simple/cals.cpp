@@ -144,7 +144,7 @@ Status decode_cals(const formats::DecodeRequest& request) {
   return kOk;
 }
 
-Status find_cals_orientation(StreamHandle stream) {
+Status find_cals_orientation(StreamHandle stream, const Options& /*options*/) {
   Records records;
   TQ_TRY(records.read(stream));
   return Status::from_raw(orientation_of(records));

@@ -11,7 +11,7 @@ Status encode_cals(const formats::EncodeRequest& request);
 // wrong_depth for other than 1 bit, unsupported for sides that six digits do not hold.
 Status can_encode_cals(const formats::EncodeRequest& request);
 // 1 to 8, as the orientation tag of TIFF; 1 where the file does not say.
-Status find_cals_orientation(StreamHandle stream);
+Status find_cals_orientation(StreamHandle stream, const Options& options);
 
 // CUT, without its colours: grey of 8 bits.
 Status decode_cut(const formats::DecodeRequest& request);

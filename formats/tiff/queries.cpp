@@ -40,7 +40,7 @@ Status find_tiff_coding(StreamHandle stream) {
                           : StatusCode::unsupported;
 }
 
-Status find_tiff_orientation(StreamHandle stream) {
+Status find_tiff_orientation(StreamHandle stream, const Options& /*options*/) {
   File file;
   std::int64_t directory = 0;
   TQ_TRY(file.open(stream, position(stream)));

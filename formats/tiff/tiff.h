@@ -30,7 +30,7 @@ Status can_append_tiff(StreamHandle stream, formats::AppendPlace& place);
 // no page.
 Status count_tiff_pages(StreamHandle stream);
 Status find_tiff_coding(StreamHandle stream);  // the first page's tag; unsupported if it has none
-Status find_tiff_orientation(StreamHandle stream);  // 1 to 8
+Status find_tiff_orientation(StreamHandle stream, const Options& options);  // 1 to 8
 
 // The values of a tag.
 struct TagValue {

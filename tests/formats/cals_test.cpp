@@ -63,7 +63,7 @@ TEST(Cals, OrientationsHaveTheNumbersOfTiff) {
   const auto orientation = [](const std::string& record) {
     Bytes file = cals_file({record}, {});
     open_memory_stream(file.data(), file.size());
-    return simple::find_cals_orientation(kMemoryStream).raw();
+    return simple::find_cals_orientation(kMemoryStream, {}).raw();
   };
   EXPECT_EQ(orientation("rorient: 000,270"), 1);
   EXPECT_EQ(orientation("rorient: 180,090"), 2);

@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <bitset>
+#include <set>
 
 #include "core/memory.h"
 #include "core/numbers.h"
@@ -88,22 +89,45 @@ Bytes flat_file(const FlatFile& flat) {
 
 struct Decoded {
   CollectingSink sink;
+  formats::DecodeNotes notes;
   Status status = kOk;
 };
-Decoded decode(const Bytes& file, std::int32_t offset = 0) {
+Decoded decode(const Bytes& file, std::int32_t offset = 0, const Options& options = {}) {
   Decoded decoded;
   const GuardedBlock block(file);
   open_memory_stream(block.data(), block.size());
-  decoded.status = decode_jpeg({kMemoryStream, offset, decoded.sink.sink()});
+  formats::RowSink sink = decoded.sink.sink();
+  sink.notes = &decoded.notes;
+  decoded.status =
+      decode_jpeg({.stream = kMemoryStream, .offset = offset, .sink = sink, .options = options});
   EXPECT_EQ(memory_probe::tracked_blocks(), 0);
   return decoded;
+}
+
+Bytes corpus_file(const std::string& name) {
+  return file_content("corpus/jpeg/" + name + ".jpg");
+}
+// The first place of these bytes.
+auto find(Bytes& file, const Bytes& bytes) {
+  const auto found = std::search(file.begin(), file.end(), bytes.begin(), bytes.end());
+  EXPECT_NE(found, file.end());
+  return found;
+}
+
+// As other programs show files.
+Options usual() {
+  Options options;
+  options.set(IMG_OPTION_READING, 1);
+  return options;
 }
 
 TEST(JpegDecode, FarTooBrightSamplesCountAsDark) {
   const int cases[][2] = {{-8 * 500, 0},      {-8 * 128, 0},    {8 * 127, 255}, {8 * 128, 255},
                           {8 * 383 + 3, 255}, {8 * 383 + 4, 0}, {8 * 1000, 0}};
   for (const auto& [dc, grey] : cases) {
-    EXPECT_THAT(decode(flat_file({.dc = {dc}, .step = 1})).sink.image(), Each(Each(grey))) << dc;
+    const Bytes file = flat_file({.dc = {dc}, .step = 1});
+    EXPECT_THAT(decode(file).sink.image(), Each(Each(grey))) << dc;
+    EXPECT_THAT(decode(file, 0, usual()).sink.image(), Each(Each(dc > 8 * 127 ? 255 : grey))) << dc;
   }
 }
 
@@ -140,6 +164,74 @@ TEST(JpegDecode, AdobeSegmentSaysWhatTheComponentsAre) {
   EXPECT_EQ(pixel(4, adobe(2, 'a')), (Bytes{100, 178, 68, 228}));
 }
 
+// Components are told apart by JFIF, then by Adobe's segment, then by their ids.
+TEST(JpegReading, ColoursAreWhatTheFileSays) {
+  const Bytes jfif = segment(0xE0, {'J', 'F', 'I', 'F', 0, 1, 1, 0, 0, 1, 0, 1, 0, 0});
+  const auto adobe = [](std::uint8_t transform) {
+    return segment(0xEE, {'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, transform});
+  };
+  const auto pixel = [](std::size_t components, const Bytes& extra, const std::string& ids = {}) {
+    std::vector<int> levels = {-28, 50, -60, 100};
+    levels.resize(components);
+    Bytes file = flat_file({.dc = levels, .width = 1, .extra = extra});
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+      find(file, {0xFF, 0xC1, 0})[10 + 3 * static_cast<long>(i)] = byte(ids[i]);
+      find(file, {0xFF, 0xDA, 0})[5 + 2 * static_cast<long>(i)] = byte(ids[i]);
+    }
+    return decode(file, 0, usual()).sink.image().at(0);
+  };
+  const Bytes converted = {189, 126, 16, 0}, plain = {68, 178, 100, 0};
+  EXPECT_EQ(pixel(3, {}), converted);
+  EXPECT_EQ(pixel(3, adobe(0)), plain);
+  EXPECT_EQ(pixel(3, joined({jfif, adobe(0)})), converted);
+  EXPECT_EQ(pixel(3, {}, "RGB"), plain);
+  EXPECT_EQ(pixel(3, jfif, "RGB"), converted);
+  EXPECT_EQ(pixel(3, adobe(1), "RGB"), converted);
+  EXPECT_EQ(pixel(4, {}), (Bytes{155, 77, 187, 27}));
+  EXPECT_EQ(pixel(4, adobe(0)), (Bytes{155, 77, 187, 27}));
+  EXPECT_EQ(pixel(4, adobe(2)), (Bytes{16, 126, 189, 27}));
+}
+
+TEST(JpegReading, ResolutionAndOrientationComeFromExifToo) {
+  const auto jfif = [](int unit) {
+    return segment(0xE0, {'J', 'F', 'I', 'F', 0, 1, 1, byte(unit), 0, 118, 0, 118, 0, 0});
+  };
+  // Big-endian: orientation 6, 120.5 by 60 dots in units of `unit`; its values behind the directory.
+  const auto exif = [](int unit, int values_at = 62) {
+    const Bytes entries = {1, 18, 0, 3, 0, 0, 0, 1, 0, 6,          0, 0,                    //
+                           1, 26, 0, 5, 0, 0, 0, 1, 0, 0,          0, byte(values_at),      //
+                           1, 27, 0, 5, 0, 0, 0, 1, 0, 0,          0, byte(values_at + 8),  //
+                           1, 40, 0, 3, 0, 0, 0, 1, 0, byte(unit), 0, 0,
+                           0, 0,  0, 0};
+    return segment(0xE1, joined({{'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8, 0, 4},
+                                 entries,
+                                 {0, 0, 0, 241, 0, 0, 0, 2, 0, 0, 0, 60, 0, 0, 0, 1}}));
+  };
+  const struct {
+    Bytes extra;
+    int x, y, orientation;
+  } cases[] = {
+      {{}, 0, 0, 1},
+      {jfif(0), 0, 0, 1},
+      {jfif(1), 118, 118, 1},
+      {jfif(2), 300, 300, 1},
+      {exif(2), 121, 60, 6},
+      {exif(3), 306, 152, 6},
+      {exif(1), 0, 0, 6},
+      {exif(2, 200), 0, 0, 6},
+      {joined({jfif(0), exif(2)}), 121, 60, 6},
+      {joined({jfif(2), exif(2)}), 300, 300, 6},
+      {segment(0xE1, {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0xFF, 0, 0, 8}), 0, 0, 1}};
+  for (const auto& c : cases) {
+    const Bytes file = flat_file({.dc = {0}, .width = 1, .extra = c.extra});
+    const BitmapInfoHeader header = decode(file, 0, usual()).sink.header.header;
+    EXPECT_EQ(std::pair(header.biXPelsPerMeter, header.biYPelsPerMeter), std::pair(c.x, c.y));
+    const MemoryFile stream(file);
+    EXPECT_EQ(jpeg::find_jpeg_orientation(MemoryFile::kHandle, usual()).raw(), c.orientation);
+    EXPECT_EQ(jpeg::find_jpeg_orientation(MemoryFile::kHandle, {}).raw(), IMG_UNSUPPORTED);
+  }
+}
+
 TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
   const Bytes dc_codes{0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   // Of two bits: the longest run there is, a coefficient, the end of one block.
@@ -156,23 +248,24 @@ TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
   const auto picture = [&](int columns, int rows, const std::vector<Bytes>& scans) {
     const int width = 8 * columns;
     const Bytes frame{8, 0, byte(8 * rows), byte(width >> 8), byte(width), 1, 1, 0x11, 0};
-    const Bytes file = joined({{0xFF, 0xD8},
-                               segment(0xDB, joined({{0}, Bytes(64, 20)})),
-                               segment(0xC2, frame),
-                               segment(0xC4, dc_codes),
-                               segment(0xC4, ac_codes),
-                               joined(scans)});
-    return decode(file).sink.image();
+    return joined({{0xFF, 0xD8},
+                   segment(0xDB, joined({{0}, Bytes(64, 20)})),
+                   segment(0xC2, frame),
+                   segment(0xC4, dc_codes),
+                   segment(0xC4, ac_codes),
+                   joined(scans)});
   };
   // Of all blocks only the last one has a coefficient: 2, which becomes 3.
   const std::string run = "00" + binary(4 * 8190 - 1 - (1 << 14), 14);
-  const std::vector<Bytes> alone =
-      picture(1, 1, {scan(0, 0, {"0"}), scan(5, 0x01, {"011"}), scan(5, 0x10, {"101"})});
-  const std::vector<Bytes> wide =
+  const auto alone =
+      decode(picture(1, 1, {scan(0, 0, {"0"}), scan(5, 0x01, {"011"}), scan(5, 0x10, {"101"})}))
+          .sink.image();
+  const Bytes long_runs =
       picture(8190, 4,
               {scan(0, 0, {std::string(4 * 8190, '0')}),
                segment(0xDB, Bytes(65)),  // the quantisation table of the first scan holds
                scan(5, 0x01, {run + "011"}), scan(5, 0x10, {run + "101"})});
+  const auto wide = decode(long_runs).sink.image();
   ASSERT_EQ(wide.size(), 32u);
   EXPECT_NE(alone[0], Bytes(8, 128));
   for (std::size_t y = 0; y < 32; ++y) {
@@ -181,23 +274,31 @@ TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
     EXPECT_EQ(Bytes(end, wide[y].end()), y < 24 ? Bytes(8, 128) : alone[y - 24]) << y;
   }
   // A run that is too long ends with its interval.
-  const std::vector<Bytes> restarted =
-      picture(2, 1,
-              {segment(0xDD, {0, 1}), scan(0, 0, {"0", "0"}), scan(5, 0x01, {run, "011"}),
-               scan(5, 0x10, {run, "101"})});
+  const auto restarted = decode(picture(2, 1,
+                                        {segment(0xDD, {0, 1}), scan(0, 0, {"0", "0"}),
+                                         scan(5, 0x01, {run, "011"}), scan(5, 0x10, {run, "101"})}))
+                             .sink.image();
   for (std::size_t y = 0; y < 8; ++y) {
     EXPECT_EQ(restarted[y], joined({Bytes(8, 128), alone[y]})) << y;
   }
-}
-
-Bytes corpus_file(const std::string& name) {
-  return file_content("corpus/jpeg/" + name + ".jpg");
-}
-// The first place of these bytes.
-auto find(Bytes& file, const Bytes& bytes) {
-  const auto found = std::search(file.begin(), file.end(), bytes.begin(), bytes.end());
-  EXPECT_NE(found, file.end());
-  return found;
+  // Three scans of nearly 2^21 pixels each, which deliver no row: the caller may end them.
+  static int reports, most;
+  const img_progress_fn report = [](std::intptr_t, std::int32_t value) {
+    EXPECT_EQ(value, 32);
+    return ++reports < most ? 0 : -4711;
+  };
+  context().settings.progress = {.call = report, .on = true};
+  Options limited;
+  limited.set(IMG_OPTION_MAX_SCANS, 4);
+  const auto reports_with = [&](const Options& options, int stop_at, int status) {
+    reports = 0, most = stop_at;
+    EXPECT_EQ(decode(long_runs, 0, options).status.raw(), status);
+    return reports;
+  };
+  EXPECT_EQ(reports_with({}, 1, IMG_OK), 0);
+  EXPECT_EQ(reports_with(usual(), 9, IMG_OK), 5);
+  EXPECT_EQ(reports_with(limited, 2, -4711), 2);
+  context().settings.progress = {};
 }
 
 TEST(JpegHeader, GarbageAndFillBytesAreSkipped) {
@@ -310,7 +411,83 @@ TEST(JpegDamage, RestartMarkersAreFoundBehindGarbage) {
     const Decoded decoded = decode(damaged);
     EXPECT_EQ(decoded.status, kOk);
     EXPECT_EQ(decoded.sink.image(), garbage <= 50 ? expected : std::vector<Bytes>(37)) << garbage;
+    EXPECT_EQ(decoded.notes.damage, StatusCode::bad_image);  // the number is not its own
   }
+}
+
+// Every interval is a block of the picture: a damaged one keeps its level, missing ones are grey, the
+// others are as they were.
+TEST(JpegReading, DamageEndsAtARestartMarker) {
+  for (const char* name : {"grey-restart", "420-restart"}) {
+    const Bytes file = corpus_file(name);
+    const auto whole = decode(file, 0, usual()).sink.image();
+    const auto rows_like = [&](const Bytes& damaged) {
+      const Decoded decoded = decode(damaged, 0, usual());
+      EXPECT_EQ(decoded.status, kOk) << name;
+      const auto rows = decoded.sink.image();
+      std::size_t same = 0;
+      for (std::size_t y = 0; y < rows.size(); ++y) {
+        EXPECT_FALSE(rows[y].empty()) << name << " row " << y;
+        same += rows[y] == whole[y];
+      }
+      return same;
+    };
+    Bytes copy = file;
+    const auto first = find(copy, {0xFF, 0xD0});
+    const auto second = find(copy, {0xFF, 0xD1});
+    const Bytes front(copy.begin(), first), back(second, copy.end());
+    const Bytes interval(first + 2, second);
+    // Any distance; a marker that comes twice; an interval that is missing; one that means nothing.
+    EXPECT_EQ(rows_like(joined({front, Bytes(500, 0x55), {0xFF, 0xD0}, interval, back})),
+              whole.size());
+    EXPECT_EQ(rows_like(joined({front, {0xFF, 0xD0}, interval, {0xFF, 0xD7}, interval, back})),
+              whole.size());
+    EXPECT_LT(rows_like(joined({front, back})), whole.size());
+    EXPECT_GT(rows_like(joined({front, back})), whole.size() / 4);
+    EXPECT_GT(rows_like(joined({front, {0xFF, 0xD0}, Bytes(20, 0xFE), back})), whole.size() / 4);
+  }
+}
+
+// What the triangle filter makes of samples does not depend on where rows of MCUs end, and a scan more
+// than the limit is not read.
+TEST(JpegReading, EndsAndLimits) {
+  const Bytes scans = corpus_file("420-progressive");
+  Options few = usual();
+  few.set(IMG_OPTION_MAX_SCANS, 1);
+  const Decoded first = decode(scans, 0, few), whole = decode(scans, 0, usual());
+  EXPECT_EQ(first.status, kOk);
+  EXPECT_NE(first.sink.image(), whole.sink.image());
+  EXPECT_EQ(first.notes.damage, StatusCode::bad_image);
+  EXPECT_EQ(whole.notes.damage, StatusCode::ok);
+  // A file that is cut, or has a code that does not exist, has the rows above, and of the last MCUs
+  // what came before. The last row has nothing below, the last column nothing on its right.
+  const Bytes file = corpus_file("420");
+  const auto rows = decode(file, 0, usual()).sink.image();
+  constexpr std::ptrdiff_t kMcu = 16;
+  std::set<std::size_t> heights;
+  for (std::ptrdiff_t size = 700; size < std::ssize(file) - 30; size += 97) {
+    const Bytes cut(file.begin(), file.begin() + size);
+    const Bytes spoiled = joined({cut, {0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0, 7}});
+    for (const Bytes& damaged : {cut, spoiled}) {
+      const Decoded decoded = decode(damaged, 0, usual());
+      const std::vector<CollectedRow>& found = decoded.sink.rows;
+      heights.insert(found.size());
+      const StatusCode reason = damaged == cut ? StatusCode::read_failed : StatusCode::bad_image;
+      EXPECT_EQ(decoded.notes.damage, reason);
+      EXPECT_GE(decoded.notes.rows, std::ssize(found) - kMcu - 1);
+      for (const CollectedRow& row : found) {
+        const Bytes& expected = rows[row.y];
+        const auto same = std::ranges::mismatch(row.bytes, expected).in1 - row.bytes.begin();
+        const std::ptrdiff_t below = std::ssize(found) - 1 - row.y;
+        if (row.y < decoded.notes.rows) {
+          ASSERT_EQ(same, std::ssize(expected)) << size;
+        } else if (below > 0) {
+          ASSERT_GE(same, 3 * (kMcu - 2)) << size;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(heights, (std::set<std::size_t>{16, 32, rows.size()}));
 }
 
 TEST(JpegDecode, InsideABitmapItIsTheSamePicture) {

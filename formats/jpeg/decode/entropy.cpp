@@ -87,6 +87,7 @@ void EntropySource::load(BitReader& reader) {
     const auto piece = input_.peek(std::min<std::ptrdiff_t>(full - to, piece_));
     if (piece.empty()) {
       ended_ = true;
+      marker_ = kNoMarker;
       break;
     }
     const auto* const found =
@@ -102,6 +103,7 @@ void EntropySource::load(BitReader& reader) {
       input_.skip(2);
     } else {
       ended_ = true;
+      marker_ = pair.size() == 2 ? pair[1] : kNoMarker;
     }
   }
   end_ = to;
@@ -114,28 +116,53 @@ bool EntropySource::refill(BitReader& reader) {
   return intact(reader);
 }
 
-bool EntropySource::restart(BitReader& reader) {
-  if (!intact(reader)) return false;
+int EntropySource::restart(BitReader& reader) {
+  if (!intact(reader)) return -1;
   std::int64_t skipped = bits_left(reader) / 8;
   if (!ended_) {
-    if (skipped > kRestartSearch) return false;
+    if (skipped > kRestartSearch) return -1;
     load(reader);
     skipped = bits_left(reader) / 8;
-    if (!ended_) return false;
+    if (!ended_) return -1;
   }
   while (skipped <= kRestartSearch) {
     const auto pair = input_.peek(2);
-    if (pair.size() < 2) return false;
-    if (pair[0] == 0xFF && pair[1] == kEoi) return false;
-    if (pair[0] == 0xFF && is_restart(pair[1])) {
+    marker_ = pair.size() == 2 ? pair[1] : kNoMarker;
+    if (marker_ == kNoMarker) return -1;
+    if (pair[0] == 0xFF && marker_ == kEoi) return -1;
+    if (pair[0] == 0xFF && is_restart(marker_)) {
       input_.skip(2);
       start_scan(reader);
-      return true;
+      return marker_ & 7;
     }
     input_.skip(1);
     ++skipped;
   }
-  return false;
+  return -1;
+}
+
+int EntropySource::find_restart(BitReader& reader, int expected) {
+  constexpr int kFirstMarker = 0xC0, kMostRepeated = 2;
+  finish_scan(reader);
+  for (;;) {
+    const auto pair = input_.peek(2);
+    marker_ = pair.size() == 2 ? pair[1] : kNoMarker;
+    if (marker_ == kNoMarker) return -1;
+    if (pair[0] != 0xFF || marker_ == 0xFF || marker_ < kFirstMarker) {
+      input_.skip(1);
+      continue;
+    }
+    if (!is_restart(marker_)) return -1;
+    input_.skip(2);
+    if (((marker_ - expected) & 7) >= 8 - kMostRepeated) continue;
+    start_scan(reader);
+    return marker_ & 7;
+  }
+}
+
+StatusCode EntropySource::end_reason() const {
+  const bool no_more = ended_ && (marker_ == kNoMarker || marker_ == kEoi);
+  return no_more ? StatusCode::read_failed : StatusCode::bad_image;
 }
 
 void EntropySource::finish_scan(BitReader& reader) {

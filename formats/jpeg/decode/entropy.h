@@ -163,14 +163,22 @@ class EntropySource {
   // Whether all bits read so far were there.
   bool intact(const BitReader& reader) const { return bits_left(reader) >= 0; }
 
-  // Behind the next restart marker; false when there is none in the next 50 bytes.
-  bool restart(BitReader& reader);
+  // Behind the next restart marker: its number, modulo 8; -1 when there is none in the next 50 bytes.
+  int restart(BitReader& reader);
+
+  // The same however far it is, if it is not one of the two in front of that with the number
+  // `expected`, which are repeated; -1 when the scan has no other marker.
+  int find_restart(BitReader& reader, int expected);
+
+  // What is wrong when the data do not go on.
+  StatusCode end_reason() const;
 
   // Skips what is left of the scan's data.
   void finish_scan(BitReader& reader);
 
  private:
   static constexpr int kPiece = 16 * 1024;
+  static constexpr int kNoMarker = -1;
 
   bool refill(BitReader& reader);
   void load(BitReader& reader);
@@ -183,6 +191,7 @@ class EntropySource {
   GlobalBlock buffer_;
   const std::uint8_t* end_ = nullptr;  // of the data in the buffer; zeros follow
   bool ended_ = false;                 // at a marker, or because there is no more
+  int marker_ = kNoMarker;             // at which they ended
 };
 
 }  // namespace tq::jpeg

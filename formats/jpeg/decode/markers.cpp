@@ -23,6 +23,7 @@ enum Marker : int {
   kDqt = 0xDB,
   kDri = 0xDD,
   kApp0 = 0xE0,
+  kApp1 = 0xE1,
   kApp14 = 0xEE,
   kTem = 0x01,
 };
@@ -127,9 +128,17 @@ void read_app0(Body body, Tables& tables) {
   const auto b = body.some<14>();
   if (std::memcmp(b.data(), "JFIF", 4) != 0) return;
   const int units = b[7];
+  tables.has_jfif = true;
+  tables.density_unit = units;
   // As they stand, for dots per centimetre too: callers rely on it.
   tables.x_density = units == 0 ? 0 : load_be16(&b[8]);
   tables.y_density = units == 0 ? 0 : load_be16(&b[10]);
+}
+
+void read_app1(Body body, Tables& tables) {
+  const int length = body.left();
+  const std::uint8_t* const bytes = body.take(length);
+  if (bytes != nullptr && !tables.exif.present) tables.exif = read_exif({bytes, bytes + length});
 }
 
 void read_app14(Body body, Tables& tables) {
@@ -183,6 +192,9 @@ bool read_segment(int marker, Body body, bool first, Tables& tables) {
     case kApp0:
       if (first) read_app0(body, tables);
       return true;
+    case kApp1:
+      if (first) read_app1(body, tables);
+      return true;
     case kApp14:
       if (first) read_app14(body, tables);
       return true;
@@ -218,7 +230,8 @@ bool read_segments(ChunkReader& input, bool first, Tables& tables) {
       continue;
     }
     input.skip(2);
-    if (marker == kEoi) return false;
+    tables.has_end = marker == kEoi;
+    if (tables.has_end) return false;
     if (has_no_length(marker)) continue;
     const auto size = input.peek(2);
     if (size.size() < 2) return false;

@@ -3,7 +3,9 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
+#include "core/dib.h"
 #include "core/status.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/jpeg/tables.h"
@@ -56,13 +58,25 @@ struct Adobe {
   int transform = 0;
 };
 
+// What an EXIF segment says, 0 for what it does not.
+struct Exif {
+  bool present = false;
+  int orientation = 0;  // 1 to 8
+  Resolution resolution{};
+};
+Exif read_exif(std::span<const std::uint8_t> segment);
+
 struct Tables {
   std::array<QuantisationTable, kQuantisationSlots> quantisation{};
   std::array<HuffmanSlot, kHuffmanSlots> dc, ac;
   int restart_interval = 0;  // MCUs; 0: none
   Frame frame;
   Scan scan;
+  bool has_end = false;  // EOI has come
+  bool has_jfif = false;
+  int density_unit = 0;              // of JFIF: 1 per inch, 2 per centimetre
   int x_density = 0, y_density = 0;  // 0: unknown
+  Exif exif;
   Adobe adobe;
 
   // Of a component of the scan.

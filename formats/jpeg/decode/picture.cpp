@@ -31,8 +31,10 @@ Geometry::Geometry(const Frame& frame)
     Grid& grid = grids[i];
     grid.h = count == 1 ? 1 : frame.components[i].h;
     grid.v = count == 1 ? 1 : frame.components[i].v;
-    grid.columns = ceil_div(ceil_div(width * grid.h, h_most), 8);
-    grid.rows = ceil_div(ceil_div(height * grid.v, v_most), 8);
+    grid.width = ceil_div(width * grid.h, h_most);
+    grid.height = ceil_div(height * grid.v, v_most);
+    grid.columns = ceil_div(grid.width, 8);
+    grid.rows = ceil_div(grid.height, 8);
     grid.padded_columns = mcu_columns * grid.h;
   }
 }
@@ -86,6 +88,19 @@ Layout choose_layout(const Tables& tables) {
   return adobe.transform == 0 ? Layout::inverted_cmyk : Layout::cmyk;
 }
 
+Layout choose_usual_layout(const Tables& tables) {
+  const Frame& frame = tables.frame;
+  if (frame.count == 1) return choose_layout(tables);
+  const bool untransformed = tables.adobe.present && tables.adobe.transform == 0;
+  if (frame.count == 3) {
+    if (tables.has_jfif) return Layout::ycc;
+    if (tables.adobe.present) return untransformed ? Layout::rgb : Layout::ycc;
+    const auto& c = frame.components;
+    return c[0].id == 'R' && c[1].id == 'G' && c[2].id == 'B' ? Layout::rgb : Layout::ycc;
+  }
+  return tables.adobe.present && !untransformed ? Layout::ycck : Layout::inverted_cmyk;
+}
+
 int layout_bits(Layout layout) {
   switch (layout) {
     case Layout::grey:
@@ -100,29 +115,46 @@ int layout_bits(Layout layout) {
   }
 }
 
-Status Reconstruction::allocate(const Geometry& geometry, Layout layout) {
+Status Reconstruction::allocate(const Geometry& geometry, Layout layout, Accuracy accuracy) {
   geometry_ = &geometry;
   layout_ = layout;
-  kernels_ = kernels();
+  kernels_ = kernels(accuracy);
   const int sample_bytes = layout == Layout::grey_12 ? 2 : 1;
-  std::uint64_t total = 0;
+  std::uint64_t total = kKernelMargin;
   std::array<std::uint64_t, kMostComponents> offsets{};
   for (int i = 0; i < geometry.count; ++i) {
     const Grid& grid = geometry.grids[i];
+    widening_[i] = choose_widening(grid);
+    const bool down = widening_[i] == Widening::down || widening_[i] == Widening::both;
+    smooth_down_ = smooth_down_ || down;
     strides_[i] = std::ptrdiff_t{8} * grid.padded_columns * sample_bytes + kKernelMargin;
-    offsets[i] = total;
-    total += std::uint64_t{8} * grid.v * strides_[i];
+    offsets[i] = total + strides_[i];  // behind the last row of the MCU row above
+    total = offsets[i] + std::uint64_t{8} * grid.v * strides_[i];
   }
   TQ_TRY(samples_.allocate(total + kKernelMargin));
   for (int i = 0; i < geometry.count; ++i) planes_[i] = samples_.data() + offsets[i];
   const Grid& first = geometry.grids[0];
-  halved_chroma_ = layout == Layout::ycc && first.h == geometry.h_most;
+  halved_chroma_ =
+      accuracy == Accuracy::coarse && layout == Layout::ycc && first.h == geometry.h_most;
   for (int i = 1; i < geometry.count; ++i) {
     halved_chroma_ = halved_chroma_ && 2 * geometry.grids[i].h == geometry.h_most;
   }
   const std::uint64_t padded = std::uint64_t{8} * geometry.mcu_columns * geometry.h_most;
   TQ_TRY(widened_.allocate((padded + kKernelMargin) * kMostComponents));
   return row_.allocate(row_bytes(geometry.width, layout_bits(layout)));
+}
+
+Reconstruction::Widening Reconstruction::choose_widening(const Grid& grid) const {
+  constexpr int kFewestSmooth = 3;  // samples across
+  const bool halved = 2 * grid.h == geometry_->h_most, full = grid.h == geometry_->h_most;
+  const bool halved_down = 2 * grid.v == geometry_->v_most, full_down = grid.v == geometry_->v_most;
+  if (kernels_.accuracy == Accuracy::exact) {
+    if (full && halved_down) return Widening::down;
+    const bool wide = grid.width >= kFewestSmooth;
+    if (halved && full_down && wide) return Widening::across;
+    if (halved && halved_down && wide) return Widening::both;
+  }
+  return full ? Widening::none : Widening::repeat;
 }
 
 void Reconstruction::set_quantisation(int component, const QuantisationTable& table) {
@@ -140,17 +172,22 @@ std::uint8_t* Reconstruction::place(int component, int column, int row) const {
          std::ptrdiff_t{8} * column * sample_bytes;
 }
 
+// The coarse level shift is one less than half the range: callers rely on it.
+int Reconstruction::level_shift_12() const {
+  return kernels_.accuracy == Accuracy::coarse ? 2047 : 2048;
+}
+
 void Reconstruction::put_flat(int component, int column, int row, std::int16_t dc) {
   std::uint8_t* const samples = place(component, column, row);
   const std::ptrdiff_t stride = strides_[component];
   if (layout_ == Layout::grey_12) {
     std::int16_t block[kBlock] = {dc};
-    inverse_transform_12(block, tables_[component], reinterpret_cast<std::uint16_t*>(samples),
-                         stride / 2);
+    inverse_transform_12(block, tables_[component], level_shift_12(),
+                         reinterpret_cast<std::uint16_t*>(samples), stride / 2);
     return;
   }
   const std::int32_t scaled = dc * tables_[component].steps[0];
-  const std::uint8_t level = limited((scaled >> 3) + (scaled >> 2 & 1));
+  const std::uint8_t level = limited((scaled >> 3) + (scaled >> 2 & 1), kernels_.dark_from);
   const std::uint64_t eight = level * 0x0101010101010101u;
   for (int y = 0; y < 8; ++y) std::memcpy(samples + y * stride, &eight, 8);
 }
@@ -165,12 +202,12 @@ void Reconstruction::put(int component, int column, int row, const std::int16_t*
   std::uint8_t* const samples = place(component, column, row);
   const std::ptrdiff_t stride = strides_[component];
   if (layout_ == Layout::grey_12) {
-    inverse_transform_12(coefficients, table, reinterpret_cast<std::uint16_t*>(samples),
-                         stride / 2);
+    inverse_transform_12(coefficients, table, level_shift_12(),
+                         reinterpret_cast<std::uint16_t*>(samples), stride / 2);
     return;
   }
   const int dc = coefficients[0] * table.steps[0];
-  if (!table.small || ac_magnitude + std::abs(dc) >= kMostFor16Bits) {
+  if (!table.small || ac_magnitude + std::abs(dc) >= kernels_.small_below) {
     kernels_.inverse(coefficients, table, samples, stride);
     return;
   }
@@ -192,19 +229,66 @@ void Reconstruction::flush() {
   }
 }
 
-// The component's samples for row `y` of the MCU row, as they are.
+// The component's samples for row `y` of the MCU row as they are; -1 is the last one of that above.
 const std::uint8_t* Reconstruction::row_of(int component, int y) const {
   const Grid& grid = geometry_->grids[component];
-  return planes_[component] + (y * grid.v / geometry_->v_most) * strides_[component];
+  const int row = y < 0 ? -1 : y * grid.v / geometry_->v_most;
+  return planes_[component] + row * strides_[component];
 }
 
-// The same, one per pixel: replicated, not interpolated.
+// The row of half as many that row `y` lies in, and the one on its other side; rows beyond those of
+// the picture are the nearest that it has.
+NearFar Reconstruction::near_and_far(int component, int y) const {
+  const Grid& grid = geometry_->grids[component];
+  const int near = y < 0 ? -1 : y / 2;
+  const int least = top_ == 0 ? 0 : -1;
+  const int most = ended_ ? -1 : grid.height - top_ * grid.v / geometry_->v_most - 1;
+  const int far = std::clamp((y & 1) != 0 ? near + 1 : near - 1, least, most);
+  const auto row = [&](int i) { return planes_[component] + i * strides_[component]; };
+  return {row(near), row(far)};
+}
+
+// The same, one per pixel.
 const std::uint8_t* Reconstruction::full_row(int component, int y, std::uint8_t* room) const {
   const Grid& grid = geometry_->grids[component];
   const std::uint8_t* samples = row_of(component, y);
-  if (grid.h == geometry_->h_most) return samples;
-  for (int x = 0; x < geometry_->width; ++x) room[x] = samples[x * grid.h / geometry_->h_most];
+  switch (widening_[component]) {
+    case Widening::none:
+      return samples;
+    case Widening::repeat:
+      for (int x = 0; x < geometry_->width; ++x) room[x] = samples[x * grid.h / geometry_->h_most];
+      break;
+    case Widening::across:
+      kernels_.smooth_across(samples, room, grid.width);
+      break;
+    case Widening::down:
+      kernels_.smooth_down(near_and_far(component, y), (y & 1) != 0 ? 2 : 1, room, grid.width);
+      break;
+    case Widening::both:
+      kernels_.smooth_both(near_and_far(component, y), room, grid.width);
+      break;
+  }
   return room;
+}
+
+// One more sample on either side of the rows whose neighbours are asked for.
+void Reconstruction::repeat_edges() {
+  for (int i = 0; i < geometry_->count; ++i) {
+    if (widening_[i] != Widening::across && widening_[i] != Widening::both) continue;
+    const Grid& grid = geometry_->grids[i];
+    std::uint8_t* row = planes_[i];
+    for (int y = 0; y < 8 * grid.v; ++y, row += strides_[i]) {
+      row[-1] = row[0];
+      row[grid.width] = row[grid.width - 1];
+    }
+  }
+}
+
+void Reconstruction::keep_last_rows() {
+  for (int i = 0; i < geometry_->count; ++i) {
+    const std::uint8_t* const last = row_of(i, geometry_->mcu_height() - 1);
+    std::copy_n(last - 1, strides_[i], planes_[i] - strides_[i] - 1);
+  }
 }
 
 void Reconstruction::make_row(int y) {
@@ -251,18 +335,34 @@ void Reconstruction::make_row(int y) {
   }
 }
 
-Status Reconstruction::deliver(const formats::RowSink& sink, int y) {
-  const int rows = std::min(geometry_->mcu_height(), geometry_->height - y);
+Status Reconstruction::deliver_row(const formats::RowSink& sink, int y) {
   const int used = geometry_->width * (layout_bits(layout_) / 8);
   const bool grey = layout_ == Layout::grey || layout_ == Layout::grey_12;
-  for (int i = 0; i < rows; ++i) {
-    // Grey samples are pixels, and there is room behind them.
-    const std::span row(grey ? planes_[0] + i * strides_[0] : row_.data(), row_.size());
-    if (!grey) make_row(i);
-    std::fill(row.begin() + used, row.end(), std::uint8_t{0});
-    TQ_TRY(sink.row(row, y + i));
-  }
+  // Grey samples are pixels, and there is room behind them.
+  const std::span row(grey ? planes_[0] + y * strides_[0] : row_.data(), row_.size());
+  if (!grey) make_row(y);
+  std::fill(row.begin() + used, row.end(), std::uint8_t{0});
+  return sink.row(row, top_ + y);
+}
+
+Status Reconstruction::deliver(const formats::RowSink& sink, int y) {
+  top_ = y;
+  repeat_edges();
+  const int rows = std::min(geometry_->mcu_height(), geometry_->height - y);
+  const int first = waits_ ? -1 : 0;
+  waits_ = smooth_down_ && y + rows < geometry_->height;
+  const int end = waits_ ? rows - 1 : rows;
+  for (int i = first; i < end; ++i) TQ_TRY(deliver_row(sink, i));
+  if (waits_) keep_last_rows();
   return kOk;
+}
+
+Status Reconstruction::finish(const formats::RowSink& sink) {
+  if (!waits_) return kOk;
+  waits_ = false;
+  ended_ = true;
+  top_ += geometry_->mcu_height();
+  return deliver_row(sink, -1);
 }
 
 }  // namespace tq::jpeg

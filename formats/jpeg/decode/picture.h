@@ -14,8 +14,9 @@ namespace tq::jpeg {
 
 // Where the blocks of a component lie.
 struct Grid {
-  int h = 0, v = 0;  // blocks of an MCU
-  int columns = 0;   // blocks that hold pixels
+  int h = 0, v = 0;           // blocks of an MCU
+  int width = 0, height = 0;  // samples that belong to pixels
+  int columns = 0;            // blocks that hold pixels
   int rows = 0;
   int padded_columns = 0;  // whole MCUs
 };
@@ -69,15 +70,19 @@ enum class Layout : std::uint8_t {
   rgb,            // three components that are colours already
   cmyk,           // four components in their order
   inverted_cmyk,  // four components, each 255 minus itself
-  ycck,
+  ycck,           // converted, the first three are inks; the fourth is inverted
 };
 Layout choose_layout(const Tables& tables);
+// The same by what all readers have agreed on since: a JFIF segment means YCbCr, ids may say RGB, and
+// four components are stored inverted.
+Layout choose_usual_layout(const Tables& tables);
 int layout_bits(Layout layout);
 
-// The reconstructed samples of one MCU row, and the row of pixels made from them.
+// The reconstructed samples of one MCU row, and the row of pixels made from them. Coarse kernels
+// repeat chroma samples, exact ones go with smooth chroma.
 class Reconstruction {
  public:
-  Status allocate(const Geometry& geometry, Layout layout);
+  Status allocate(const Geometry& geometry, Layout layout, Accuracy accuracy);
 
   void set_quantisation(int component, const QuantisationTable& table);
 
@@ -94,24 +99,41 @@ class Reconstruction {
     return kernels_.magnitude(coefficients, tables_[component]);
   }
 
-  // Rows of the picture from `y` on.
+  // Rows of the picture from `y` on. The last one waits for the samples below it where chroma is
+  // smooth from row to row.
   Status deliver(const formats::RowSink& sink, int y);
+  // The row that waits, as nothing comes below it.
+  Status finish(const formats::RowSink& sink);
 
  private:
+  // How samples become as many as there are pixels.
+  enum class Widening : std::uint8_t { none, repeat, across, down, both };
+
   struct Waiting {
     const std::int16_t* coefficients = nullptr;
     std::uint8_t* samples = nullptr;
   };
 
   std::uint8_t* place(int component, int column, int row) const;
+  int level_shift_12() const;
+  Widening choose_widening(const Grid& grid) const;
+  NearFar near_and_far(int component, int y) const;
   const std::uint8_t* full_row(int component, int y, std::uint8_t* room) const;
   const std::uint8_t* row_of(int component, int y) const;
+  void repeat_edges();
+  void keep_last_rows();
   void make_row(int y);
+  Status deliver_row(const formats::RowSink& sink, int y);
 
   const Geometry* geometry_ = nullptr;
   Layout layout_ = Layout::grey;
   bool halved_chroma_ = false;
+  bool smooth_down_ = false;  // in some component
+  bool waits_ = false;        // the last row of the MCU row above
+  bool ended_ = false;        // no samples come any more
+  int top_ = 0;               // row of the picture at which the MCU row begins
   Kernels kernels_{};
+  std::array<Widening, kMostComponents> widening_{};
   std::array<DequantiseTable, kMostComponents> tables_{};
   std::array<std::uint8_t*, kMostComponents> planes_{};
   std::array<std::ptrdiff_t, kMostComponents> strides_{};  // bytes

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "core/context.h"
+
 namespace tq::jpeg {
 namespace {
 
@@ -29,13 +31,14 @@ Places places_of(const QuantisationTable& table) {
   return places;
 }
 
-// The AC coefficients of a block that is all 0, the first one apart.
+// The AC coefficients of a block that is all 0, the first one apart; none may come at `block_end` or
+// behind it.
 struct AcResult {
-  bool valid;               // false: there is no such code
+  bool valid;               // false: there is no such code or place
   std::uint32_t magnitude;  // the sum of the coefficients' magnitudes times their quantiser steps
 };
 inline AcResult decode_ac(BitReader& reader, const DecodeTable& table, const Places& places,
-                          std::int16_t* block) {
+                          int block_end, std::int16_t* block) {
   BitReader r = reader;
   std::uint32_t magnitude = 0;
   int k = 1;
@@ -68,14 +71,14 @@ inline AcResult decode_ac(BitReader& reader, const DecodeTable& table, const Pla
       const std::uint32_t value_magnitude = value < 0 ? -value : value;
       store_value(run, {value, value_magnitude});
     } else if (run == 15) {
-      k += 16;
+      k = std::min(k + 16, kBlock);  // zeros may go beyond the block
     } else {
       valid = symbol.length != 0;
       break;
     }
   } while (k < kBlock);
   reader = r;
-  return {valid, magnitude};
+  return {valid && k <= block_end, magnitude};
 }
 
 // A few MCUs at a time: their coefficients stay in the cache, and are not read before the last of
@@ -98,16 +101,20 @@ class StreamingBlocks {
     most_mcus_ = kBatch / std::max(unit_count_, 1);
   }
 
-  // One row of MCUs; false when the data end or are damaged.
+  // One row of MCUs; false when there is not one, as the data end or are damaged.
   bool decode_row() {
     const int columns = reader_.columns();
     for (int mcu = 0; mcu < columns;) {
       const int count = reader_.start_mcus(std::min(most_mcus_, columns - mcu));
-      if (count == 0 || !decode(count)) return false;
+      if (count == 0) return false;
+      const int blocks = count * unit_count_;
+      const int read = decode(count);
+      if (read < blocks && !keep_levels(read, blocks)) return false;
+      if (reader_.ended() && mcu == 0 && read < unit_count_) return false;
       put(mcu, count);
       mcu += count;
     }
-    return reader_.intact();
+    return true;
   }
 
  private:
@@ -121,25 +128,44 @@ class StreamingBlocks {
     int h, x, y;
   };
 
-  bool decode(int count) {
+  // What is missing of an interval keeps its level; false when the scan is not gone on with.
+  bool keep_levels(int from, int to) {
+    if (!reader_.broken() && !reader_.give_up_interval()) return false;
+    std::fill(blocks_ + kBlock * from, blocks_ + kBlock * to, std::int16_t{0});
+    for (int n = from; n < to; ++n) {
+      blocks_[kBlock * n] = word(reader_.predictor(units_[n % unit_count_].i));
+      ac_magnitudes_[n] = 0;
+    }
+    return true;
+  }
+
+  // How many blocks of these MCUs could be read.
+  int decode(int count) {
+    if (reader_.broken()) return 0;
+    const int blocks = count * unit_count_;
+    std::memset(blocks_, 0, sizeof(*blocks_) * kBlock * blocks);
     BitReader bits = reader_.bits();
-    std::memset(blocks_, 0, sizeof(*blocks_) * kBlock * count * unit_count_);
+    const int read = decode_blocks(blocks, bits);
+    reader_.bits() = bits;
+    return read - (read == blocks && !reader_.intact() ? 1 : 0);
+  }
+
+  [[gnu::always_inline]] int decode_blocks(int count, BitReader& bits) {
+    const int block_end = reader_.block_end();
     std::int16_t* block = blocks_;
-    std::uint32_t* ac_magnitude = ac_magnitudes_;
-    for (int mcu = 0; mcu < count; ++mcu) {
-      for (int u = 0; u < unit_count_; ++u, block += kBlock) {
+    for (int read = 0; read < count;) {
+      for (int u = 0; u < unit_count_; ++u, ++read, block += kBlock) {
         const Unit& unit = units_[u];
-        if (!reader_.source().prepare(bits)) return false;
+        if (!reader_.source().prepare(bits)) return read;
         std::int32_t& predictor = reader_.predictor(unit.i);
-        if (!decode_dc(bits, *unit.dc, predictor)) return false;
+        if (!decode_dc(bits, *unit.dc, predictor)) return read;
         block[0] = word(predictor);
-        const AcResult ac = decode_ac(bits, *unit.ac, *unit.places, block);
-        if (!ac.valid) return false;
-        *ac_magnitude++ = ac.magnitude;
+        const AcResult ac = decode_ac(bits, *unit.ac, *unit.places, block_end, block);
+        if (!ac.valid) return read;
+        ac_magnitudes_[read] = ac.magnitude;
       }
     }
-    reader_.bits() = bits;
-    return true;
+    return count;
   }
 
   void put(int first_mcu, int count) {
@@ -160,17 +186,22 @@ class StreamingBlocks {
   std::array<Unit, kBatch> units_;
   int unit_count_ = 0;
   int most_mcus_;
-  // A run that leaves the last block needs room behind it; others end in a place that is not yet
-  // in use.
-  alignas(32) std::int16_t blocks_[kBatch * kBlock + 1];
+  // A block is two lines of the cache. A run that leaves the last one needs room behind it; others
+  // end in a place that is not yet in use.
+  alignas(64) std::int16_t blocks_[kBatch * kBlock + 1];
   std::uint32_t ac_magnitudes_[kBatch];
 };
 
 }  // namespace
 
 ScanReader::ScanReader(Tables& tables, const Geometry& geometry, LookupTables& lookups,
-                       EntropySource& source)
-    : tables_(tables), geometry_(geometry), lookups_(lookups), source_(source) {
+                       EntropySource& source, ScanProgress& progress, bool recovers)
+    : tables_(tables),
+      geometry_(geometry),
+      lookups_(lookups),
+      source_(source),
+      progress_(progress),
+      recovers_(recovers) {
   for (int i = 0; i < kHuffmanSlots; ++i) {
     lookups.dc[i] = look_up(tables.dc[i], HuffmanClass::dc, lookups.own_dc[i], lookups.dc[i]);
     lookups.ac[i] = look_up(tables.ac[i], HuffmanClass::ac, lookups.own_ac[i], lookups.ac[i]);
@@ -186,36 +217,74 @@ void ScanReader::reset() {
 }
 
 bool ScanReader::restart() {
-  if (!source_.restart(bits_)) return false;
   reset();
+  if (missing_ > 0) {
+    --missing_;
+  } else if (!find_marker()) {
+    return recovers_;
+  }
+  broken_ = missing_ > 0;
   return true;
+}
+
+bool ScanReader::find_marker() {
+  constexpr int kMostMissing = 2;
+  const int marker = recovers_ ? source_.find_restart(bits_, next_marker_) : source_.restart(bits_);
+  if (marker < 0) {
+    note_damage(source_.end_reason());
+    broken_ = ended_ = true;
+    return false;
+  }
+  const int ahead = (marker - next_marker_) & 7;
+  if (ahead != 0) note_damage(StatusCode::bad_image);
+  missing_ = recovers_ && ahead <= kMostMissing ? ahead : 0;
+  next_marker_ = (next_marker_ + missing_ + 1) & 7;
+  return true;
+}
+
+int ScanReader::good_rows() const {
+  const int v = interleaved() ? 1 : grid(0).v;
+  return good_rows_ * geometry_.mcu_height() / v;
+}
+
+bool ScanProgress::add(std::int64_t pixels) {
+  pixels_ += pixels;
+  if (!on_ || pixels_ < kPixelsPerReport) return true;
+  pixels_ %= kPixelsPerReport;
+  status_ = report_progress(height_);
+  return !status_.failed();
 }
 
 Status stream_scan(ScanReader& reader, Reconstruction& picture, const formats::RowSink& sink) {
   StreamingBlocks blocks(reader, picture);
   const int height = reader.geometry().mcu_height();
   for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
-    if (!blocks.decode_row()) return kOk;
+    const bool there = blocks.decode_row();
+    if (reader.damage() != StatusCode::ok) sink.damaged(reader.damage());
+    if (!there) break;
     TQ_TRY(picture.deliver(sink, mcu_row * height));
+    if (reader.ended()) break;
   }
-  return kOk;
+  return picture.finish(sink);
 }
 
 void store_sequential_scan(ScanReader& reader, CoefficientStore& store) {
   QuantisationTable ones;
   ones.fill(1);
   const Places places = places_of(ones);
-  store_blocks(reader, store, [&](BitReader& bits, int i, const StoredRow& row, int x) {
+  const auto store_block = [&](BitReader& bits, int i, const StoredRow& row, int x) {
     std::int16_t block[kBlock + 1] = {};
     std::int32_t& predictor = reader.predictor(i);
     if (!decode_dc(bits, reader.dc(i), predictor)) return false;
-    const AcResult ac = decode_ac(bits, reader.ac(i), places, block);
+    const AcResult ac = decode_ac(bits, reader.ac(i), places, reader.block_end(), block);
     if (!ac.valid || !reader.source().intact(bits)) return false;
     row.dc[x] = word(predictor);
     row.present[x] = ac.magnitude == 0 ? 0 : ~std::uint64_t{0};  // which ones is never asked
     if (ac.magnitude != 0) std::memcpy(row.block(x), block, kBlock * sizeof(*block));
     return true;
-  });
+  };
+  store_blocks(reader, store, store_block,
+               [&](int i, const StoredRow& row, int x) { row.dc[x] = word(reader.predictor(i)); });
 }
 
 }  // namespace tq::jpeg

@@ -24,7 +24,7 @@ constexpr std::uint64_t band_of(const Scan& scan) {
 // DC scans, first and refining.
 void store_dc_scan(ScanReader& reader, CoefficientStore& store) {
   const Scan& scan = reader.scan();
-  store_blocks(reader, store, [&](BitReader& bits, int i, const StoredRow& row, int x) {
+  const auto block = [&](BitReader& bits, int i, const StoredRow& row, int x) {
     if (scan.high != 0) {
       row.dc[x] = word(row.dc[x] | bits.take(1) << scan.low);
       return reader.source().intact(bits);
@@ -33,7 +33,11 @@ void store_dc_scan(ScanReader& reader, CoefficientStore& store) {
     if (!decode_dc(bits, reader.dc(i), predictor) || !reader.source().intact(bits)) return false;
     row.dc[x] = shifted(predictor, scan.low);
     return true;
-  });
+  };
+  const auto keep = [&](int i, const StoredRow& row, int x) {
+    if (scan.high == 0) row.dc[x] = shifted(reader.predictor(i), scan.low);
+  };
+  store_blocks(reader, store, block, keep);
 }
 
 // What comes next in an AC scan: a coefficient behind a run of zeros, a run of 16 zeros, or the end
@@ -84,13 +88,17 @@ struct BandBlock {
   }
 };
 
-bool decode_first_block(BitReader& r, const DecodeTable& table, const Scan& scan, BandBlock& block,
-                        std::uint32_t& ended) {
+bool decode_first_block(BitReader& r, const DecodeTable& table, const Scan& scan, int block_end,
+                        BandBlock& block, std::uint32_t& ended) {
   for (int k = scan.first; k <= scan.last; ++k) {
     const BandSymbol symbol = next_symbol(r, table);
     if (symbol.value != 0) [[likely]] {
       k += symbol.run;
-      if (k <= scan.last) block.set(k, shifted(symbol.value, scan.low));
+      if (k <= scan.last) {
+        block.set(k, shifted(symbol.value, scan.low));
+      } else if (k >= block_end) {
+        return false;
+      }
       continue;
     }
     if (!symbol.valid) return false;
@@ -148,10 +156,11 @@ bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
   EntropySource& source = reader.source();
   const bool refining = scan.high != 0;
   const std::uint64_t band = band_of(scan);
-  const int end = x + count;
+  const int end = x + count, block_end = reader.block_end();
   BitReader bits = reader.bits();
   std::uint32_t ended = reader.end_of_band_run();
-  for (; x < end; ++x) {
+  bool stored = true;
+  for (; x < end && stored; ++x) {
     if (ended != 0 && !refining) {
       // Nothing is coded for these blocks.
       const std::uint32_t skipped = std::min<std::uint32_t>(ended, end - x);
@@ -163,17 +172,18 @@ bool store_band(ScanReader& reader, const StoredRow& row, int x, int count) {
       --ended;  // nothing to correct
       continue;
     }
-    if (!source.prepare(bits)) return false;
+    stored = source.prepare(bits);
+    if (!stored) break;
     if (x + kBlocksAhead < end) prefetch(row.block(x + kBlocksAhead));
     BandBlock block{row.block(x), row.present[x]};
     const bool valid = refining ? refine_block(bits, table, scan, block, ended)
-                                : decode_first_block(bits, table, scan, block, ended);
+                                : decode_first_block(bits, table, scan, block_end, block, ended);
     row.present[x] = block.present;
-    if (!valid || !source.intact(bits)) return false;
+    stored = valid && source.intact(bits);
   }
   reader.bits() = bits;
   reader.end_of_band_run() = ended;
-  return true;
+  return stored;
 }
 
 void store_ac_scan(ScanReader& reader, CoefficientStore& store) {
@@ -182,9 +192,12 @@ void store_ac_scan(ScanReader& reader, CoefficientStore& store) {
     const StoredRow row = store.row(component, y);
     for (int x = 0; x < reader.columns();) {
       const int count = reader.start_mcus(reader.columns() - x);
-      if (count == 0 || !store_band(reader, row, x, count)) return;
+      if (count == 0) return;
+      const bool stored = reader.broken() || store_band(reader, row, x, count);
+      if (!stored && !reader.give_up_interval()) return;
       x += count;
     }
+    if (!reader.end_row(std::int64_t{kBlock} * reader.columns())) return;
   }
 }
 

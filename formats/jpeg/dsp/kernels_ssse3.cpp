@@ -13,11 +13,17 @@ TQ_KERNEL void inverse_single(const std::int16_t* coefficients, const Dequantise
   x86::inverse_blocks(&coefficients, table, &samples, stride);
 }
 
+TQ_KERNEL void exact_inverse_single(const std::int16_t* coefficients, const DequantiseTable& table,
+                                    std::uint8_t* samples, std::ptrdiff_t stride) {
+  x86::exact_inverse_blocks(&coefficients, table, &samples, stride);
+}
+
 }  // namespace
 
 void add_ssse3_kernels(Kernels& kernels) {
   x86::add_kernels(kernels);
-  kernels.inverse_small = inverse_single;
+  const bool exact = kernels.accuracy == Accuracy::exact;
+  kernels.inverse_small = exact ? exact_inverse_single : inverse_single;
 }
 
 }  // namespace tq::jpeg

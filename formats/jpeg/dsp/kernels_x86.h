@@ -2,208 +2,12 @@
 // behind the words of its instruction set.
 #pragma once
 
-#include "formats/jpeg/dsp/kernels.h"
+#include "formats/jpeg/dsp/transforms_x86.h"
 
 namespace tq::jpeg::x86 {
 namespace {
 
 using namespace simd;
-
-// Transforms, a block per lane.
-
-// (x * k + 512) >> 10 as one rounded product of the fraction, and x as often as k has 1024.
-template <int kFactor>
-TQ_SIMD Vector scaled(Vector x) {
-  Vector product = multiply_rounded16(x, all16(kFactor % 1024 * 32));
-  TQ_UNROLLED for (int i = 0; i < kFactor / 1024; ++i) product = add16(product, x);
-  return product;
-}
-
-// Divided by a power of two, halves upwards.
-template <int kBits>
-TQ_SIMD Vector rounded(Vector x) {
-  return multiply_rounded16(x, all16(1 << (15 - kBits)));
-}
-
-TQ_SIMD void transpose(Vector (&x)[8]) {
-  Vector a[8], b[8];
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    a[2 * i] = interleave_low16(x[2 * i], x[2 * i + 1]);
-    a[2 * i + 1] = interleave_high16(x[2 * i], x[2 * i + 1]);
-  }
-  TQ_UNROLLED for (int i = 0; i < 8; i += 4) {
-    b[i] = interleave_low32(a[i], a[i + 2]);
-    b[i + 1] = interleave_high32(a[i], a[i + 2]);
-    b[i + 2] = interleave_low32(a[i + 1], a[i + 3]);
-    b[i + 3] = interleave_high32(a[i + 1], a[i + 3]);
-  }
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    x[2 * i] = interleave_low64(b[i], b[4 + i]);
-    x[2 * i + 1] = interleave_high64(b[i], b[4 + i]);
-  }
-}
-
-TQ_SIMD void inverse_four(Vector (&x)[4]) {
-  const Vector a = add16(x[0], x[2]), b = subtract16(x[0], x[2]);
-  const Vector c = add16(scaled<1338>(x[1]), scaled<553>(x[3]));
-  const Vector d = subtract16(scaled<553>(x[1]), scaled<1338>(x[3]));
-  x[0] = add16(a, c);
-  x[1] = add16(b, d);
-  x[2] = subtract16(b, d);
-  x[3] = subtract16(a, c);
-}
-
-TQ_SIMD void inverse_eight(Vector (&x)[8]) {
-  Vector even[4] = {x[0], x[2], x[4], x[6]};
-  inverse_four(even);
-  Vector odd[4] = {scaled<1448>(x[1]), add16(x[1], x[3]), add16(x[3], x[5]), add16(x[5], x[7])};
-  inverse_four(odd);
-  odd[0] = scaled<522>(odd[0]);
-  odd[1] = scaled<616>(odd[1]);
-  odd[2] = scaled<922>(odd[2]);
-  odd[3] = scaled<2624>(odd[3]);
-  TQ_UNROLLED for (int n = 0; n < 4; ++n) {
-    x[n] = add16(even[n], odd[n]);
-    x[7 - n] = subtract16(even[n], odd[n]);
-  }
-}
-
-// Two rows of samples: rounded, limited, with the level shift.
-TQ_SIMD Vector limited_rows(Vector first, Vector second) {
-  first = shift_right16<3>(add16(first, all16(4)));
-  second = shift_right16<3>(add16(second, all16(4)));
-  const Vector far_too_bright = pack16(greater16(first, all16(383)), greater16(second, all16(383)));
-  return (pack16(first, second) ^ all16(0x8080)) & ~far_too_bright;
-}
-
-TQ_SIMD void inverse_blocks(const std::int16_t* const* coefficients, const DequantiseTable& table,
-                            std::uint8_t* const* samples, std::ptrdiff_t stride) {
-  Vector x[8];
-  TQ_UNROLLED for (int i = 0; i < 8; ++i) {
-    const Vector values = load_lanes(coefficients[0] + 8 * i, coefficients[kLanes - 1] + 8 * i);
-    x[i] = multiply_low16(values, load_repeated(table.steps + 8 * i));
-  }
-  inverse_eight(x);
-  transpose(x);
-  inverse_eight(x);
-  TQ_UNROLLED for (int i = 0; i < 8; i += 2) {
-    const Vector rows = limited_rows(x[i], x[i + 1]);
-    store_halves<0>(samples[0] + i * stride, samples[0] + (i + 1) * stride, rows);
-    if constexpr (kLanes == 2) {
-      store_halves<1>(samples[1] + i * stride, samples[1] + (i + 1) * stride, rows);
-    }
-  }
-}
-
-TQ_KERNEL void inverse_pair(const std::int16_t* const (&coefficients)[2],
-                            const DequantiseTable& table, std::uint8_t* const (&samples)[2],
-                            std::ptrdiff_t stride) {
-  for (int i = 0; i < 2; i += kLanes) inverse_blocks(coefficients + i, table, samples + i, stride);
-}
-
-// 32768 is taken for 32767: either is beyond any bound.
-TQ_KERNEL std::uint32_t magnitude(const std::int16_t* coefficients, const DequantiseTable& table) {
-  Vector sum{};
-  TQ_UNROLLED for (int i = 0; i < kBlock; i += 8 * kLanes) {
-    const Vector x = load(coefficients + i);
-    const Vector limited = max16(x, subtract_saturated16(Vector{}, x));
-    sum = add32(sum, multiply_add16(limited, load(table.steps + i)));
-  }
-  return sum32(sum);
-}
-
-TQ_SIMD void forward_four(Vector (&s)[4]) {
-  const Vector a = add16(s[0], s[3]), b = add16(s[1], s[2]);
-  const Vector c = subtract16(s[0], s[3]), d = subtract16(s[1], s[2]);
-  s[0] = add16(a, b);
-  s[1] = add16(scaled<1338>(c), scaled<553>(d));
-  s[2] = subtract16(a, b);
-  s[3] = subtract16(scaled<553>(c), scaled<1338>(d));
-}
-
-TQ_SIMD void forward_eight(Vector (&x)[8]) {
-  Vector even[4], odd[4];
-  TQ_UNROLLED for (int n = 0; n < 4; ++n) {
-    even[n] = add16(x[n], x[7 - n]);
-    odd[n] = subtract16(x[n], x[7 - n]);
-  }
-  odd[0] = scaled<522>(odd[0]);
-  odd[1] = scaled<616>(odd[1]);
-  odd[2] = scaled<922>(odd[2]);
-  odd[3] = scaled<2624>(odd[3]);
-  forward_four(even);
-  forward_four(odd);
-  TQ_UNROLLED for (int n = 0; n < 4; ++n) x[2 * n] = even[n];
-  x[1] = add16(scaled<1448>(odd[0]), odd[1]);
-  x[3] = add16(odd[1], odd[2]);
-  x[5] = add16(odd[2], odd[3]);
-  x[7] = odd[3];
-}
-
-// The 4 times 16 bytes of a block are in zigzag order what these shuffles of its 4 pairs of rows
-// give together.
-struct ZigzagMoves {
-  alignas(16) std::uint8_t places[4][4][16];  // by quarter of the sequence and pair of rows
-  bool needed[4][4];
-};
-constexpr ZigzagMoves zigzag_moves() {
-  ZigzagMoves moves{};
-  for (int i = 0; i < kBlock; ++i) {
-    const int from = kZigzag[i];
-    for (int pair = 0; pair < 4; ++pair) {
-      const bool here = from / 16 == pair;
-      moves.places[i / 16][pair][i % 16] = byte(here ? from % 16 : 0x80);
-      moves.needed[i / 16][pair] |= here;
-    }
-  }
-  return moves;
-}
-inline constexpr ZigzagMoves kMoves = zigzag_moves();
-
-// Which values are not 0: the flags are moved, not the values.
-TQ_SIMD void find_present(const Vector (&rows)[8], QuantisedBlock* out) {
-  Vector zeros[4];
-  TQ_UNROLLED for (int i = 0; i < 4; ++i) {
-    zeros[i] = equal8(pack16(rows[2 * i], rows[2 * i + 1]), Vector{});
-  }
-  std::uint64_t present[kLanes] = {};
-  TQ_UNROLLED for (int quarter = 0; quarter < 4; ++quarter) {
-    Vector moved{};
-    TQ_UNROLLED for (int pair = 0; pair < 4; ++pair) {
-      if (!kMoves.needed[quarter][pair]) continue;
-      moved |= shuffle8(zeros[pair], load_repeated(kMoves.places[quarter][pair]));
-    }
-    const std::uint32_t flags = ~top_bits8(moved);
-    TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) {
-      present[lane] |= std::uint64_t{flags >> 16 * lane & 0xFFFF} << 16 * quarter;
-    }
-  }
-  TQ_UNROLLED for (int lane = 0; lane < kLanes; ++lane) out[lane].present = present[lane];
-}
-
-TQ_KERNEL void forward_blocks(const std::int16_t* samples, std::ptrdiff_t stride, int count,
-                              const QuantiseTable& table, QuantisedBlock* out) {
-  for (int n = 0; n < count; n += kLanes, samples += 8 * kLanes, out += kLanes) {
-    Vector x[8];
-    TQ_UNROLLED for (int i = 0; i < 8; ++i) x[i] = shift_left16<4>(load(samples + i * stride));
-    transpose(x);
-    forward_eight(x);
-    TQ_UNROLLED for (Vector& values : x) values = rounded<3>(values);
-    transpose(x);
-    forward_eight(x);
-    TQ_UNROLLED for (int i = 0; i < 8; ++i) {
-      const Vector value = rounded<2>(x[i]);
-      const Vector biased = add16(abs16(value), load_repeated(table.bias + 8 * i));
-      const Vector quotient = multiply_high_unsigned16(
-          multiply_high_unsigned16(biased, load_repeated(table.reciprocal + 8 * i)),
-          load_repeated(table.scale + 8 * i));
-      x[i] = apply_sign16(quotient, value);
-      store_lane<0>(out[0].values + 8 * i, x[i]);
-      if constexpr (kLanes == 2) store_lane<1>(out[1].values + 8 * i, x[i]);
-    }
-    find_present(x, out);
-  }
-}
 
 // Samples to pixels. Rows are read and written in whole groups: up to 31 samples and pixels more
 // than asked for.
@@ -292,6 +96,93 @@ TQ_KERNEL void ycc_to_bgr_halved(const std::uint8_t* y, const std::uint8_t* cb,
   }
 }
 
+// The fractions of the exact factors. Half the red one has half a bit less, which no sample shows.
+TQ_SIMD Chroma exact_chroma_of(Vector cb, Vector cr) {
+  cb = subtract16(cb, all16(128));
+  cr = subtract16(cr, all16(128));
+  const Vector green = rounded_pairs<16, -kGreenOfCb, 65536 - kGreenOfCr>(
+      interleave_low16(cb, cr), interleave_high16(cb, cr));
+  return {add16(add16(cb, cb), multiply_rounded16(cb, all16((kBlueOfCb - 2 * 65536) / 2))),
+          subtract16(cr, green), add16(cr, multiply_rounded16(cr, all16((kRedOfCr - 65536) / 2)))};
+}
+
+TQ_KERNEL void exact_ycc_to_bgr(const std::uint8_t* y, const std::uint8_t* cb,
+                                const std::uint8_t* cr, std::uint8_t* bgr, int width) {
+  for (int x = 0; x < width; x += kPixels, bgr += 3 * kPixels) {
+    const Vector b = load(cb + x), r = load(cr + x);
+    store_pixels(y + x, exact_chroma_of(interleave_low8(b, Vector{}), interleave_low8(r, Vector{})),
+                 exact_chroma_of(interleave_high8(b, Vector{}), interleave_high8(r, Vector{})),
+                 bgr);
+  }
+}
+
+// Twice as many samples.
+
+// 3 a + b, of the low or the high half of each lane.
+TQ_SIMD Vector three_and_one_low(Vector a, Vector b) {
+  return multiply_add8(interleave_low8(a, b), all16(0x0103));
+}
+TQ_SIMD Vector three_and_one_high(Vector a, Vector b) {
+  return multiply_add8(interleave_high8(a, b), all16(0x0103));
+}
+template <int kBits>
+TQ_SIMD Vector biased_down(Vector x, int bias) {
+  return shift_right_unsigned16<kBits>(add16(x, all16(bias)));
+}
+// Bytes in turn from the low bytes of 16 bits, for the first and the second half of each lane.
+TQ_SIMD void store_twice(std::uint8_t* out, const Vector (&even)[2], const Vector (&odd)[2]) {
+  const Vector low = even[0] | shift_left16<8>(odd[0]), high = even[1] | shift_left16<8>(odd[1]);
+  store_lane<0>(out, low);
+  store_lane<0>(out + 16, high);
+  if constexpr (kLanes == 2) {
+    store_lane<1>(out + 32, low);
+    store_lane<1>(out + 48, high);
+  }
+}
+
+TQ_KERNEL void smooth_across(const std::uint8_t* samples, std::uint8_t* out, int count) {
+  for (int i = 0; i < count; i += kPixels, out += 2 * kPixels) {
+    const Vector here = load(samples + i);
+    const Vector before = load(samples + i - 1), behind = load(samples + i + 1);
+    store_twice(out,
+                {biased_down<2>(three_and_one_low(here, before), 1),
+                 biased_down<2>(three_and_one_high(here, before), 1)},
+                {biased_down<2>(three_and_one_low(here, behind), 2),
+                 biased_down<2>(three_and_one_high(here, behind), 2)});
+  }
+}
+
+TQ_KERNEL void smooth_down(NearFar rows, int bias, std::uint8_t* out, int count) {
+  for (int i = 0; i < count; i += kPixels) {
+    const Vector near = load(rows.near + i), far = load(rows.far + i);
+    store(out + i, pack_unsigned16(biased_down<2>(three_and_one_low(near, far), bias),
+                                   biased_down<2>(three_and_one_high(near, far), bias)));
+  }
+}
+
+struct Columns {
+  Vector low, high;
+};
+TQ_SIMD Columns load_columns(NearFar rows, int i) {
+  const Vector near = load(rows.near + i), far = load(rows.far + i);
+  return {three_and_one_low(near, far), three_and_one_high(near, far)};
+}
+TQ_SIMD Vector thrice(Vector x) {
+  return add16(add16(x, x), x);
+}
+
+TQ_KERNEL void smooth_both(NearFar rows, std::uint8_t* out, int count) {
+  for (int i = 0; i < count; i += kPixels, out += 2 * kPixels) {
+    const Columns here = load_columns(rows, i);
+    const Columns before = load_columns(rows, i - 1), behind = load_columns(rows, i + 1);
+    const Vector low = thrice(here.low), high = thrice(here.high);
+    store_twice(
+        out,
+        {biased_down<4>(add16(low, before.low), 8), biased_down<4>(add16(high, before.high), 8)},
+        {biased_down<4>(add16(low, behind.low), 7), biased_down<4>(add16(high, behind.high), 7)});
+  }
+}
+
 // Pixels to samples centred on 0, up to 31 pixels more than asked for.
 
 inline constexpr int kGroup = 8 * kLanes;  // pixels whose samples fill a register
@@ -375,6 +266,74 @@ TQ_KERNEL void bgr_to_ycc(const std::uint8_t* bgr, int h, std::int16_t* y, std::
   }
 }
 
+// (green, red) and (blue, green) of four pixels, for weights of which some are taken apart.
+TQ_SIMD Pairs load_exact_pairs(const std::uint8_t* bgr) {
+  constexpr std::uint8_t kNo = 0x80;  // gives 0
+  alignas(16) static constexpr std::uint8_t kGreenRed[16] = {1, kNo, 2, kNo, 4,  kNo, 5,  kNo,
+                                                             7, kNo, 8, kNo, 10, kNo, 11, kNo};
+  alignas(16) static constexpr std::uint8_t kBlueGreen[16] = {0, kNo, 1, kNo, 3, kNo, 4,  kNo,
+                                                              6, kNo, 7, kNo, 9, kNo, 10, kNo};
+  const Vector pixels = load_lanes(bgr, bgr + 24 * (kLanes - 1));
+  return {shuffle8(pixels, load_repeated(kGreenRed)), shuffle8(pixels, load_repeated(kBlueGreen))};
+}
+
+TQ_SIMD Vector exact_luma(const Pairs& pixels) {
+  constexpr int kQuarter = 16384;
+  const Vector sum =
+      add32(weighed_pairs<kLumaWeights[1] - kQuarter, kLumaWeights[2]>(pixels.green_red),
+            weighed_pairs<kLumaWeights[0], kQuarter>(pixels.blue));
+  return shift_right32<16>(add32(sum, all32(32768 - (128 << 16))));
+}
+// By the weights with the opposite sign, as 32768 has no positive form in 16 bits.
+template <int kBlue, int kGreen, int kRed>
+TQ_SIMD Vector exact_difference(const Pairs& pixels) {
+  const Vector sum =
+      add32(weighed_pairs<-kGreen, -kRed>(pixels.green_red), weighed_pairs<-kBlue, 0>(pixels.blue));
+  return shift_right32<16>(subtract32(all32(kJustBelowHalf), sum));
+}
+TQ_SIMD Vector exact_luma(const Pairs& a, const Pairs& b) {
+  return pack32(exact_luma(a), exact_luma(b));
+}
+template <int kBlue, int kGreen, int kRed>
+TQ_SIMD Vector exact_difference(const Pairs& a, const Pairs& b) {
+  return pack32(exact_difference<kBlue, kGreen, kRed>(a), exact_difference<kBlue, kGreen, kRed>(b));
+}
+
+TQ_KERNEL void exact_bgr_to_luma(const std::uint8_t* bgr, std::int16_t* y, int width) {
+  for (int x = 0; x < width; x += kGroup, bgr += 3 * kGroup) {
+    store(y + x, exact_luma(load_exact_pairs(bgr), load_exact_pairs(bgr + 12)));
+  }
+}
+
+TQ_KERNEL void exact_bgr_to_ycc(const std::uint8_t* bgr, int /*h*/, std::int16_t* y,
+                                std::int16_t* cb, std::int16_t* cr, int width) {
+  for (int x = 0; x < width; x += kGroup, bgr += 3 * kGroup) {
+    const Pairs a = load_exact_pairs(bgr), b = load_exact_pairs(bgr + 12);
+    store(y + x, exact_luma(a, b));
+    store(cb + x, exact_difference<kBlueWeights[0], kBlueWeights[1], kBlueWeights[2]>(a, b));
+    store(cr + x, exact_difference<kRedWeights[0], kRedWeights[1], kRedWeights[2]>(a, b));
+  }
+}
+
+// Half as many samples.
+
+TQ_KERNEL void halve_across(const std::int16_t* samples, std::int16_t* out, int count) {
+  for (int i = 0; i < count; i += kGroup, samples += 2 * kGroup) {
+    const Vector sums = in_sequence(add_neighbours16(load(samples), load(samples + kGroup)));
+    store(out + i, shift_right16<1>(add16(sums, all32(1 << 16))));
+  }
+}
+
+TQ_KERNEL void halve_both(const std::int16_t* upper, const std::int16_t* lower, std::int16_t* out,
+                          int count) {
+  for (int i = 0; i < count; i += kGroup, upper += 2 * kGroup, lower += 2 * kGroup) {
+    const Vector front = add16(load(upper), load(lower));
+    const Vector back = add16(load(upper + kGroup), load(lower + kGroup));
+    const Vector sums = in_sequence(add_neighbours16(front, back));
+    store(out + i, shift_right16<2>(add16(sums, all32(2 << 16 | 1))));
+  }
+}
+
 TQ_KERNEL void grey_to_luma(const std::uint8_t* grey, std::int16_t* y, int width) {
   for (int x = 0; x < width; x += kGroup) {
     store(y + x, subtract16(load_widened(grey + x), all16(128)));
@@ -382,14 +341,20 @@ TQ_KERNEL void grey_to_luma(const std::uint8_t* grey, std::int16_t* y, int width
 }
 
 void add_kernels(Kernels& kernels) {
-  kernels.inverse_small_pair = inverse_pair;
+  const bool exact = kernels.accuracy == Accuracy::exact;
+  kernels.inverse_small_pair = exact ? exact_inverse_pair : inverse_pair;
   kernels.magnitude = magnitude;
-  kernels.ycc_to_bgr = ycc_to_bgr;
+  kernels.ycc_to_bgr = exact ? exact_ycc_to_bgr : ycc_to_bgr;
   kernels.ycc_to_bgr_halved = ycc_to_bgr_halved;
-  kernels.forward = forward_blocks;
-  kernels.bgr_to_luma = bgr_to_luma;
-  kernels.bgr_to_ycc = bgr_to_ycc;
+  kernels.smooth_across = smooth_across;
+  kernels.smooth_down = smooth_down;
+  kernels.smooth_both = smooth_both;
+  kernels.forward = exact ? exact_forward_blocks : forward_blocks;
+  kernels.bgr_to_luma = exact ? exact_bgr_to_luma : bgr_to_luma;
+  kernels.bgr_to_ycc = exact ? exact_bgr_to_ycc : bgr_to_ycc;
   kernels.grey_to_luma = grey_to_luma;
+  kernels.halve_across = halve_across;
+  kernels.halve_both = halve_both;
 }
 
 }  // namespace

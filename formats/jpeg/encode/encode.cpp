@@ -86,9 +86,9 @@ class Coder {
   CodeWriter writer_;
   const EncodedFrame& frame_;
   const Planes& planes_;
-  const Kernels kernels_ = kernels();
-  const QuantiseTable luminance_ = quantise_table(frame_.luminance);
-  const QuantiseTable chrominance_ = quantise_table(frame_.chrominance);
+  const Kernels kernels_ = kernels(Accuracy::coarse);
+  const QuantiseTable luminance_ = quantise_table(frame_.luminance, Accuracy::coarse);
+  const QuantiseTable chrominance_ = quantise_table(frame_.chrominance, Accuracy::coarse);
   std::array<std::int32_t, kMostEncodedComponents> predictors_{};
   // Component by component and row by row; one more for kernels that take two at a time.
   std::array<QuantisedBlock, CodeWriter::kMostBlocks + 1> blocks_;

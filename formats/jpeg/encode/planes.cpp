@@ -42,7 +42,7 @@ Status Planes::allocate(const formats::EncodeRequest& request, Pixels pixels,
   request_ = &request;
   pixels_ = pixels;
   frame_ = &frame;
-  kernels_ = kernels();
+  kernels_ = kernels(Accuracy::coarse);
   ramp_ = pixels == Pixels::grey && has_ramp_palette(*request.image);
   mcus_ = (frame.width + 8 * frame.h - 1) / (8 * frame.h);
   std::uint64_t total = 0;
