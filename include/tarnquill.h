@@ -677,6 +677,11 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   MAX_PAGES          pages are counted up to it, and those behind it are IMG_PAGE_PAST_END
  *   MAX_SCANS          scans that are read of a JPEG picture; one more is damage, and left out
  *                      (0: 1000)
+ *   JPEG_WRITING       1: JPEG files as other programs write them: exact arithmetic, chroma the mean of
+ *                      its pixels, quality 75 where none was set; 32 bits of colour (biCompression
+ *                      200) have three components; no image changes the sampling factors that are set
+ *   JPEG_OPTIMISE      1: Huffman codes are made for the picture, whose coefficients are kept for it
+ *   JPEG_PROGRESSIVE   1: progressive files, with such codes
  *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
  *                      a caller's own stream keeps bytes behind it
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
@@ -697,6 +702,9 @@ enum {
   IMG_OPTION_MAX_KBYTES = 11,
   IMG_OPTION_MAX_PAGES = 12,
   IMG_OPTION_MAX_SCANS = 13,
+  IMG_OPTION_JPEG_WRITING = 20,
+  IMG_OPTION_JPEG_OPTIMISE = 21,
+  IMG_OPTION_JPEG_PROGRESSIVE = 22,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,

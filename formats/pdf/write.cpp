@@ -31,6 +31,12 @@ Placement place(std::int32_t width, std::int32_t height) {
   return {points(w), points(h), points((kPageWidth - w) / 2), points((kPageHeight - h) / 2)};
 }
 
+// Streams in documents have one form, whatever files by themselves have: the reader here asks for it.
+formats::EncodeRequest jpeg_request(formats::EncodeRequest request) {
+  request.options = {};
+  return request;
+}
+
 class PageWriter {
  public:
   PageWriter(const formats::EncodeRequest& request, const ExistingDocument& document)
@@ -98,7 +104,7 @@ Status PageWriter::write_pixels() {
     TQ_TRY(encode_fax_strip(out_, strip, request_.rows));
     TQ_TRY(out_.flush());
   } else {
-    TQ_TRY(jpeg::encode_jpeg(request_));
+    TQ_TRY(jpeg::encode_jpeg(jpeg_request(request_)));
     const std::int64_t bytes = tq::position(request_.stream) - position();
     if (bytes < 0) return StatusCode::write_failed;
     start_ += bytes;
@@ -203,7 +209,7 @@ Status PageWriter::write_page() {
 }  // namespace
 
 Status can_encode(const formats::EncodeRequest& request) {
-  return request.image->header.biBitCount == 1 ? kOk : jpeg::can_encode_jpeg(request);
+  return request.image->header.biBitCount == 1 ? kOk : jpeg::can_encode_jpeg(jpeg_request(request));
 }
 
 Status encode(const formats::EncodeRequest& request) {

@@ -98,5 +98,105 @@ TEST(JpegEncode, SamplingThatCannotBeWrittenIsRefusedBeforeAnythingIs) {
   EXPECT_EQ(save(grey_image(1, 65535, 24)).status, kOk);
 }
 
+Options with(std::initializer_list<std::int32_t> numbers) {
+  Options options;
+  for (const std::int32_t number : numbers) options.set(number, 1);
+  return options;
+}
+
+// Slopes with edges and some noise; palettes are colours.
+HeaderBlock image_of(int width, int height, int bits, std::vector<Bytes>& rows) {
+  HeaderBlock image = grey_image(width, height, bits);
+  rows.assign(height, Bytes(static_cast<std::size_t>(row_bytes(width, bits))));
+  std::uint32_t random = 7;
+  for (int y = 0; y < height; ++y) {
+    for (std::ptrdiff_t i = 0; i < std::ssize(rows[y]); ++i) {
+      random = random * 1664525 + 1013904223;
+      rows[y][i] =
+          byte(i / (bits / 8) * 3 + y * (i % 3 + 2) + (i / 40 + y / 9) % 2 * 90 + (random >> 27));
+    }
+  }
+  return image;
+}
+
+Bytes encoded_with(const Options& options, HeaderBlock image, const std::vector<Bytes>& rows,
+                   bool cmyk = true) {
+  GivenRows given(rows);
+  const MemoryFile file;
+  EXPECT_EQ(jpeg::encode_jpeg({.stream = MemoryFile::kHandle,
+                               .image = &image,
+                               .rows = given.supplier(),
+                               .cmyk = cmyk,
+                               .options = options,
+                               .resolution = resolution_of(image.header)}),
+            kOk);
+  EXPECT_EQ(memory_probe::tracked_blocks(), 0);
+  return file.bytes;
+}
+
+// The coding of a file says nothing about its picture: for all sizes in which MCUs end in blocks that
+// have no pixel, all depths, and coefficients from none to the largest.
+TEST(JpegEncode, EveryCodingShowsTheSamePicture) {
+  constexpr int kExact = IMG_OPTION_JPEG_WRITING, kOptimised = IMG_OPTION_JPEG_OPTIMISE,
+                kProgressive = IMG_OPTION_JPEG_PROGRESSIVE;
+  const struct {
+    int width, height, bits, h, v, quality;
+  } cases[] = {{1, 1, 24, 2, 2, 75},    {17, 33, 24, 2, 2, 75}, {200, 150, 24, 2, 1, 100},
+               {131, 67, 24, 1, 1, 30}, {57, 40, 24, 4, 2, 90}, {61, 45, 24, 1, 2, 90},
+               {99, 70, 8, 2, 2, 1},    {70, 51, 32, 2, 2, 85}, {640, 300, 24, 2, 2, 10}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.width << " x " << c.height << ", " << c.bits << " bits");
+    std::vector<Bytes> rows;
+    const HeaderBlock image = image_of(c.width, c.height, c.bits, rows);
+    for (const bool exact : {false, true}) {
+      const auto file = [&](std::initializer_list<std::int32_t> numbers) {
+        Options options = with(numbers);
+        options.set(kExact, exact ? 1 : 0);
+        set_jpeg_sampling(c.h, c.v);
+        set_jpeg_quality(c.quality);
+        return encoded_with(options, image, rows);
+      };
+      const Bytes plain = file({}), optimised = file({kOptimised}),
+                  progressive = file({kProgressive});
+      const auto picture = decoded(jpeg::decode_jpeg, plain).image();
+      EXPECT_EQ(decoded(jpeg::decode_jpeg, optimised).image(), picture);
+      EXPECT_EQ(decoded(jpeg::decode_jpeg, progressive).image(), picture);
+      EXPECT_LE(optimised.size(), plain.size());
+      if (c.width > 100) {
+        EXPECT_LT(progressive.size(), plain.size());
+      }
+    }
+  }
+}
+
+TEST(JpegEncode, ExactFilesAreWhatOthersExpect) {
+  context().settings.jpeg = {};
+  const Options exact = with({IMG_OPTION_JPEG_WRITING});
+  std::vector<Bytes> rows;
+  const auto file = [&](int bits, bool cmyk = true, std::int32_t x = 0) {
+    HeaderBlock image = image_of(24, 24, bits, rows);
+    image.header.biXPelsPerMeter = image.header.biYPelsPerMeter = x;
+    return encoded_with(exact, image, rows, cmyk);
+  };
+  set_jpeg_sampling(2, 2);
+  EXPECT_EQ(segment(file(24), 0xDB)[1], 8);  // the first step of quality 75
+  // Components with their factors and tables.
+  const auto frame = [](const Bytes& jpeg) {
+    const Bytes content = segment(jpeg, 0xC0);
+    return Bytes(content.begin() + 5, content.begin() + 6 + 3 * content[5]);
+  };
+  EXPECT_EQ(segment(file(8), 0xC0)[7], 0x11);
+  EXPECT_EQ(frame(file(24)), (Bytes{3, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
+  EXPECT_EQ(frame(file(32, false)), (Bytes{3, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
+  EXPECT_EQ(frame(file(32)), (Bytes{4, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1, 4, 0x22, 0}));
+  EXPECT_EQ(factors(24), 0x22);  // as they were set
+  const auto density = [](const Bytes& jpeg) {
+    const Bytes app0 = segment(jpeg, 0xE0);
+    return Bytes(app0.begin() + 7, app0.begin() + 12);
+  };
+  EXPECT_EQ(density(file(24)), (Bytes{0, 0, 1, 0, 1}));
+  EXPECT_EQ(density(file(24, true, 300)), (Bytes{1, 1, 44, 1, 44}));
+}
+
 }  // namespace
 }  // namespace tq::test

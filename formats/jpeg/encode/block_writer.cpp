@@ -2,18 +2,14 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 #include "formats/jpeg/encode/encoder.h"
 
 namespace tq::jpeg {
 namespace {
 
-// The code of every symbol.
-struct EncodeTable {
-  std::array<std::uint16_t, 256> code;
-  std::array<std::uint8_t, 256> length;
-};
-constexpr EncodeTable encode_table(const HuffmanSpec& spec) {
+constexpr EncodeTable make_encode_table(const HuffmanSpec& spec) {
   EncodeTable table{};
   int code = 0, index = 0;
   for (int length = 1; length <= 16; ++length, code <<= 1) {
@@ -44,23 +40,24 @@ constexpr std::int32_t kMostDifference = 2047, kMostCoefficient = 1023;
 
 constexpr int kZeroRun = 0xF0, kEndOfBlock = 0;  // symbols
 
-// Values of at least -kSmall and below kSmall have code and bits in one entry: bits << 8 | length.
-constexpr int kSmall = 32;
+// Of the DC value, and moves on to it.
+std::int32_t next_difference(const QuantisedBlock& block, std::int32_t& predictor) {
+  const std::int32_t difference =
+      std::clamp<std::int32_t>(block.values[0] - predictor, -kMostDifference, kMostDifference);
+  predictor += difference;
+  return difference;
+}
+
+constexpr int size_of(std::int32_t value) {
+  return std::bit_width(static_cast<std::uint32_t>(value < 0 ? -value : value));
+}
+
 constexpr int small_index(int run, std::int32_t value) {
   return run * 2 * kSmall + value + kSmall;
 }
 
-}  // namespace
-
-struct BlockCodes {
-  EncodeTable dc, ac;
-  std::array<std::uint32_t, 16 * 2 * kSmall> small;
-};
-
-namespace {
-
-constexpr BlockCodes block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
-  BlockCodes codes{encode_table(dc), encode_table(ac), {}};
+constexpr BlockCodes make_block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
+  BlockCodes codes{make_encode_table(dc), make_encode_table(ac), {}};
   for (int run = 0; run < 16; ++run) {
     for (std::int32_t value = -kSmall; value < kSmall; ++value) {
       if (value == 0) continue;
@@ -81,15 +78,21 @@ BitWriter put_value(BitWriter out, int run, std::int32_t value, const EncodeTabl
 
 }  // namespace
 
-constexpr BlockCodes kLuminanceCodes = block_codes(kDcLuminance, kAcLuminance);
-constexpr BlockCodes kChrominanceCodes = block_codes(kDcChrominance, kAcChrominance);
+constexpr BlockCodes kLuminanceCodes = make_block_codes(kDcLuminance, kAcLuminance);
+constexpr BlockCodes kChrominanceCodes = make_block_codes(kDcChrominance, kAcChrominance);
+
+EncodeTable encode_table(const HuffmanSpec& spec) {
+  return make_encode_table(spec);
+}
+
+BlockCodes block_codes(const HuffmanSpec& dc, const HuffmanSpec& ac) {
+  return make_block_codes(dc, ac);
+}
 
 void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32_t& predictor,
                 BitWriter& writer) {
   BitWriter out = writer;
-  const std::int32_t difference =
-      std::clamp<std::int32_t>(block.values[0] - predictor, -kMostDifference, kMostDifference);
-  predictor += difference;
+  const std::int32_t difference = next_difference(block, predictor);
   const Code first = code_of(codes.dc, 0, difference);
   out.put(first.bits, first.length);
   int last = 0;
@@ -110,15 +113,81 @@ void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32
   writer = out;
 }
 
+void count_block(const QuantisedBlock& block, std::int32_t& predictor, BlockCounts& counts) {
+  ++counts.dc[size_of(next_difference(block, predictor))];
+  int last = 0;
+  for (std::uint64_t present = block.present & ~std::uint64_t{1}; present != 0;
+       present &= present - 1) {
+    const int place = std::countr_zero(present);
+    int run = place - last - 1;
+    last = place;
+    for (; run > 15; run -= 16) ++counts.ac[kZeroRun];
+    const std::int32_t value = block.values[kZigzag[place]];
+    ++counts.ac[run << 4 | size_of(std::clamp(value, -kMostCoefficient, kMostCoefficient))];
+  }
+  if (last != kBlock - 1) ++counts.ac[kEndOfBlock];
+}
+
+HuffmanSpec optimal_codes(SymbolCounts counts) {
+  constexpr int kReserved = 256;  // gets the code of ones only, which no symbol may have
+  constexpr int kLongest = 16;
+  std::array<int, 257> length{}, next;
+  next.fill(-1);
+  counts[kReserved] = 1;
+  for (;;) {
+    // The two that are least often.
+    int least = -1, second = -1;
+    for (int i = 0; i <= kReserved; ++i) {
+      if (counts[i] == 0) continue;
+      if (least < 0 || counts[i] <= counts[least]) {
+        second = std::exchange(least, i);
+      } else if (second < 0 || counts[i] <= counts[second]) {
+        second = i;
+      }
+    }
+    if (second < 0) break;
+    counts[least] += std::exchange(counts[second], 0);
+    int end = least;
+    for (;; end = next[end]) {
+      ++length[end];
+      if (next[end] < 0) break;
+    }
+    next[end] = second;
+    for (int i = second; i >= 0; i = next[i]) ++length[i];
+  }
+  std::array<int, 258> codes{};  // by length
+  for (const int bits : length) ++codes[bits];
+  codes[0] = 0;
+  // Codes that are too long: one of a pair takes the place of their parent, the other goes down with a
+  // shorter code.
+  for (int bits = kReserved; bits > kLongest; --bits) {
+    while (codes[bits] > 0) {
+      int shorter = bits - 2;
+      while (codes[shorter] == 0) --shorter;
+      codes[bits] -= 2;
+      ++codes[bits - 1];
+      codes[shorter + 1] += 2;
+      --codes[shorter];
+    }
+  }
+  int longest = kLongest;
+  while (longest > 1 && codes[longest] == 0) --longest;
+  --codes[longest];
+  HuffmanSpec spec;
+  for (int bits = 1; bits <= kLongest; ++bits) spec.counts[bits - 1] = byte(codes[bits]);
+  int filled = 0;
+  for (int bits = 1; bits <= kReserved; ++bits) {
+    for (int symbol = 0; symbol < kReserved; ++symbol) {
+      if (length[symbol] == bits) spec.values[filled++] = byte(symbol);
+    }
+  }
+  return spec;
+}
+
 Status CodeWriter::open(StreamHandle stream) {
   TQ_TRY(codes_.allocate(kCodeBytes));
   bits_.move_to(codes_.data());
   return out_.open(stream, kPiece);
-}
-
-Status CodeWriter::write_header(const EncodedFrame& frame) {
-  put_header(out_, frame);
-  return out_.flush();
 }
 
 Status CodeWriter::end_blocks() {
@@ -136,6 +205,19 @@ Status CodeWriter::end_blocks() {
   }
   bits_.move_to(codes_.data());
   return out_.status();
+}
+
+Status CodeWriter::end_scan() {
+  bits_.put(0x7F, 7);  // those that are too many stay behind
+  TQ_TRY(end_blocks());
+  bits_ = {};
+  bits_.move_to(codes_.data());
+  return kOk;
+}
+
+Status CodeWriter::finish_scans() {
+  out_.put_be16(0xFFD9);
+  return out_.flush();
 }
 
 Status CodeWriter::finish() {

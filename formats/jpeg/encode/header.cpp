@@ -1,5 +1,5 @@
-// The segments in front of the picture: SOI, APP14, APP0, DQT, SOF0, DHT, SOS; and the settings
-// that they depend on.
+// The segments in front of the picture and its scans: SOI, APP14, APP0, DQT, SOF, DHT, SOS; and the
+// settings that they depend on.
 #include <algorithm>
 #include <string_view>
 
@@ -46,20 +46,29 @@ void put_marker(StreamWriter& out, int code, int length) {
   out.put_be16(length);
 }
 
-void put_applications(StreamWriter& out, const EncodedFrame& frame) {
+void put_adobe(StreamWriter& out) {
   using namespace std::string_view_literals;
-  if (frame.count == 4) {
-    put_marker(out, 0xEE, 14);
-    out.put("Adobe\1\0\x40\0\0\0"sv);
-    out.put8(2);  // the first three are YCbCr
-  }
+  put_marker(out, 0xEE, 14);
+  out.put("Adobe\1\0\x40\0\0\0"sv);
+  out.put8(2);  // the first three are YCbCr
+}
+
+void put_jfif(StreamWriter& out, const EncodedFrame& frame) {
+  using namespace std::string_view_literals;
   put_marker(out, 0xE0, 16);
   out.put("JFIF\0\1\0"sv);
-  out.put8(1);  // dots per inch
-  const bool known = frame.x_density != 0;
-  out.put_be16(known ? frame.x_density : 96);
-  out.put_be16(known ? frame.y_density : 96);
+  out.put8(frame.density_unit);
+  out.put_be16(frame.x_density);
+  out.put_be16(frame.y_density);
   out.put_be16(0);  // no thumbnail
+}
+
+// JFIF demands to come first.
+void put_applications(StreamWriter& out, const EncodedFrame& frame) {
+  const bool exact = frame.writing.exact();
+  if (exact) put_jfif(out, frame);
+  if (frame.count == 4) put_adobe(out);
+  if (!exact) put_jfif(out, frame);
 }
 
 void put_quantisation_table(StreamWriter& out, int number, const QuantiserSteps& steps) {
@@ -68,17 +77,20 @@ void put_quantisation_table(StreamWriter& out, int number, const QuantiserSteps&
 }
 
 void put_frame(StreamWriter& out, const EncodedFrame& frame) {
-  put_marker(out, 0xC0, 8 + 3 * frame.count);
+  put_marker(out, frame.writing.progressive ? 0xC2 : 0xC0, 8 + 3 * frame.count);
   out.put8(8);
   out.put_be16(frame.height);
   out.put_be16(frame.width);
   out.put8(frame.count);
   for (int i = 0; i < frame.count; ++i) {
+    const EncodedComponent& component = frame.components[i];
     out.put8(i + 1);
-    out.put8(i == 0 ? frame.h << 4 | frame.v : 0x11);
-    out.put8(i == 0 ? 0 : 1);
+    out.put8(component.h << 4 | component.v);
+    out.put8(component.table);
   }
 }
+
+}  // namespace
 
 void put_huffman_table(StreamWriter& out, int class_and_number, const HuffmanSpec& spec) {
   const int size = spec.size();
@@ -88,19 +100,17 @@ void put_huffman_table(StreamWriter& out, int class_and_number, const HuffmanSpe
   out.put(std::span(spec.values).first(size));
 }
 
-void put_scan(StreamWriter& out, const EncodedFrame& frame) {
-  put_marker(out, 0xDA, 6 + 2 * frame.count);
-  out.put8(frame.count);
-  for (int i = 0; i < frame.count; ++i) {
+void put_scan_header(StreamWriter& out, const EncodedFrame& frame, const EncodedScan& scan) {
+  put_marker(out, 0xDA, 6 + 2 * scan.count);
+  out.put8(scan.count);
+  for (int i = scan.component; i < scan.component + scan.count; ++i) {
     out.put8(i + 1);
-    out.put8(i == 0 ? 0x00 : 0x11);
+    out.put8(0x11 * frame.components[i].table);
   }
-  out.put8(0);
-  out.put8(63);
-  out.put8(0);
+  out.put8(scan.first);
+  out.put8(scan.last);
+  out.put8(scan.high << 4 | scan.low);
 }
-
-}  // namespace
 
 void set_jpeg_quality(std::int32_t quality) {
   context().settings.jpeg.quality = std::clamp(quality, 1, 100);
@@ -112,31 +122,24 @@ void set_jpeg_sampling(std::int32_t horizontal, std::int32_t vertical) {
 }
 
 void choose_steps(const JpegSettings& settings, EncodedFrame& frame) {
-  const int quality = settings.quality == 0 ? 50 : settings.quality;
+  const bool exact = frame.writing.exact();
+  const int quality = settings.quality != 0 ? settings.quality : exact ? 75 : 50;
   const int percent = quality < 50 ? 5000 / quality : 200 - 2 * quality;
-  frame.luminance = scaled(kBaseLuminance, percent);
-  frame.chrominance = scaled(kBaseChrominance, percent);
-  if (settings.quality == 0) {
+  frame.steps[0] = scaled(kBaseLuminance, percent);
+  frame.steps[1] = scaled(kBaseChrominance, percent);
+  if (settings.quality == 0 && !exact) {
     // Until a quality is set two steps are others: callers rely on it.
-    frame.chrominance[2 * 8 + 2] = 56;
-    frame.chrominance[4 * 8] = 99;
+    frame.steps[1][2 * 8 + 2] = 56;
+    frame.steps[1][4 * 8] = 99;
   }
 }
 
-void put_header(StreamWriter& out, const EncodedFrame& frame) {
+void put_frame_header(StreamWriter& out, const EncodedFrame& frame) {
   out.put_be16(0xFFD8);
   put_applications(out, frame);
   put_marker(out, 0xDB, 132);
-  put_quantisation_table(out, 0, frame.luminance);
-  put_quantisation_table(out, 1, frame.chrominance);
+  for (int i = 0; i < 2; ++i) put_quantisation_table(out, i, frame.steps[i]);
   put_frame(out, frame);
-  put_huffman_table(out, 0x00, kDcLuminance);
-  put_huffman_table(out, 0x10, kAcLuminance);
-  if (frame.count > 1) {
-    put_huffman_table(out, 0x01, kDcChrominance);
-    put_huffman_table(out, 0x11, kAcChrominance);
-  }
-  put_scan(out, frame);
 }
 
 }  // namespace tq::jpeg
