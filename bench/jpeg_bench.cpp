@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -21,8 +22,11 @@ using Bytes = std::vector<std::uint8_t>;
 using namespace tq;
 
 // Smooth shapes, edges and some noise, about as hard to code as a photo.
-Bytes picture(int width, int height) {
-  Bytes bgr(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3);
+const Bytes& picture(int width, int height) {
+  static Bytes bgr;  // the last one, which is asked for again and again
+  const std::size_t bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+  if (bgr.size() == bytes) return bgr;
+  bgr.assign(bytes, 0);
   std::mt19937 random(1);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
@@ -70,6 +74,28 @@ const Case kCases[] = {
     {"thumb_420_q75", 160, 120, TJSAMP_420, 75, 0},
 };
 
+// What both sides are told: how it is by itself, and as the options make it.
+struct Way {
+  const char* name;
+  std::vector<std::int32_t> options;
+  int peer_flags;
+  bool optimised = false;
+};
+const Way kReading[] = {{"", {}, TJFLAG_FASTUPSAMPLE}, {"/usual", {IMG_OPTION_READING}, 0}};
+const Way kWriting[] = {
+    {"", {}, 0},
+    {"/exact", {IMG_OPTION_JPEG_WRITING}, TJFLAG_ACCURATEDCT},
+    {"/optimised", {IMG_OPTION_JPEG_WRITING, IMG_OPTION_JPEG_OPTIMISE}, TJFLAG_ACCURATEDCT, true},
+    {"/progressive",
+     {IMG_OPTION_JPEG_WRITING, IMG_OPTION_JPEG_PROGRESSIVE},
+     TJFLAG_ACCURATEDCT | TJFLAG_PROGRESSIVE}};
+
+Options options_of(const Way& way) {
+  Options options;
+  for (const std::int32_t option : way.options) options.set(option, 1);
+  return options;
+}
+
 std::int32_t IMG_CB_C take_header(void*, void*) {
   return 1;
 }
@@ -80,20 +106,21 @@ std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::in
   return 0;
 }
 
-void decode_ours(benchmark::State& state, const Case& c) {
+void decode_ours(benchmark::State& state, const Case& c, const Way& way) {
   Bytes file =
       peer_encode(picture(c.width, c.height), c.width, c.height, c.sampling, c.quality, c.flags);
   Bytes out(static_cast<std::size_t>(c.width) * static_cast<std::size_t>(c.height) * 3);
   for (auto _ : state) {
     open_memory_stream(file.data(), file.size());
-    const Status status =
-        jpeg::decode_jpeg({kMemoryStream, 0, {take_header, take_row, out.data()}});
+    const Status status = jpeg::decode_jpeg({.stream = kMemoryStream,
+                                             .sink = {take_header, take_row, out.data()},
+                                             .options = options_of(way)});
     if (status.failed()) state.SkipWithError("not decoded");
   }
   state.SetLabel(std::to_string(file.size()) + " bytes");
 }
 
-void decode_peer(benchmark::State& state, const Case& c) {
+void decode_peer(benchmark::State& state, const Case& c, const Way& way) {
   const Bytes file =
       peer_encode(picture(c.width, c.height), c.width, c.height, c.sampling, c.quality, c.flags);
   Bytes out(static_cast<std::size_t>(c.width) * static_cast<std::size_t>(c.height) * 3);
@@ -101,7 +128,7 @@ void decode_peer(benchmark::State& state, const Case& c) {
   for (auto _ : state) {
     tjhandle handle = tjInitDecompress();
     tjDecompress2(handle, file.data(), file.size(), out.data(), c.width, 0, c.height, format,
-                  TJFLAG_FASTUPSAMPLE);
+                  way.peer_flags);
     tjDestroy(handle);
   }
 }
@@ -125,7 +152,7 @@ Bytes pixels_of(const Case& c) {
   return pixels;
 }
 
-void encode_ours(benchmark::State& state, const Case& c) {
+void encode_ours(benchmark::State& state, const Case& c, const Way& way) {
   const Bytes pixels = pixels_of(c);
   Bytes out(2 * pixels.size());
   Rows rows{pixels.data()};
@@ -138,46 +165,54 @@ void encode_ours(benchmark::State& state, const Case& c) {
     open_memory_stream(out.data(), out.size());
     jpeg::set_jpeg_quality(c.quality);
     jpeg::set_jpeg_sampling(c.sampling == TJSAMP_444 ? 1 : 2, c.sampling == TJSAMP_420 ? 2 : 1);
-    const Status status = jpeg::encode_jpeg({kMemoryStream, &image, {Rows::supply, &rows}});
+    const Status status = jpeg::encode_jpeg({.stream = kMemoryStream,
+                                             .image = &image,
+                                             .rows = {Rows::supply, &rows},
+                                             .options = options_of(way)});
     if (status.failed()) state.SkipWithError("not encoded");
   }
   state.SetLabel(std::to_string(memory_position()) + " bytes");
 }
 
-void encode_peer(benchmark::State& state, const Case& c) {
+void encode_peer(benchmark::State& state, const Case& c, const Way& way) {
   const Bytes pixels = pixels_of(c);
   tjhandle handle = tjInitCompress();
   unsigned char* out = nullptr;
   unsigned long size = 0;
   const int format = c.sampling == TJSAMP_GRAY ? TJPF_GRAY : TJPF_BGR;
+  if (way.optimised) setenv("TJ_OPTIMIZE", "1", 1);
   for (auto _ : state) {
     tjCompress2(handle, pixels.data(), c.width, 0, c.height, format, &out, &size, c.sampling,
-                c.quality, 0);
+                c.quality, way.peer_flags);
   }
+  unsetenv("TJ_OPTIMIZE");
   state.SetLabel(std::to_string(size) + " bytes");
   tjFree(out);
   tjDestroy(handle);
 }
 
+template <class Function>
+void register_run(const std::string& name, const Case& c, const Way& way, Function run) {
+  benchmark::RegisterBenchmark(name.c_str(), [&c, &way, run](auto& state) {
+    run(state, c, way);
+  })->Unit(benchmark::kMicrosecond);
+}
+
 const bool kRegistered = [] {
   for (const Case& c : kCases) {
-    const std::string name = std::string("jpeg/decode/") + c.name;
-    benchmark::RegisterBenchmark((name + "/ours").c_str(), [&c](auto& s) {
-      decode_ours(s, c);
-    })->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark((name + "/peer").c_str(), [&c](auto& s) {
-      decode_peer(s, c);
-    })->Unit(benchmark::kMicrosecond);
+    for (const Way& way : kReading) {
+      const std::string name = std::string("jpeg/decode/") + c.name + way.name;
+      register_run(name + "/ours", c, way, decode_ours);
+      register_run(name + "/peer", c, way, decode_peer);
+    }
   }
   for (const Case& c : kCases) {
     if (c.flags == TJFLAG_PROGRESSIVE) continue;
-    const std::string name = std::string("jpeg/encode/") + c.name;
-    benchmark::RegisterBenchmark((name + "/ours").c_str(), [&c](auto& s) {
-      encode_ours(s, c);
-    })->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark((name + "/peer").c_str(), [&c](auto& s) {
-      encode_peer(s, c);
-    })->Unit(benchmark::kMicrosecond);
+    for (const Way& way : kWriting) {
+      const std::string name = std::string("jpeg/encode/") + c.name + way.name;
+      register_run(name + "/ours", c, way, encode_ours);
+      register_run(name + "/peer", c, way, encode_peer);
+    }
   }
   return true;
 }();
