@@ -224,7 +224,11 @@ TEST(JpegReading, ResolutionAndOrientationComeFromExifToo) {
       {segment(0xE1, {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0xFF, 0, 0, 8}), 0, 0, 1}};
   for (const auto& c : cases) {
     const Bytes file = flat_file({.dc = {0}, .width = 1, .extra = c.extra});
-    const BitmapInfoHeader header = decode(file, 0, usual()).sink.header.header;
+    Options options = usual();
+    options.set(IMG_OPTION_ORIENTATION, 1);
+    const Decoded decoded = decode(file, 0, options);
+    EXPECT_EQ(decoded.notes.orientation, c.orientation);
+    const BitmapInfoHeader header = decoded.sink.header.header;
     EXPECT_EQ(std::pair(header.biXPelsPerMeter, header.biYPelsPerMeter), std::pair(c.x, c.y));
     const MemoryFile stream(file);
     EXPECT_EQ(jpeg::find_jpeg_orientation(MemoryFile::kHandle, usual()).raw(), c.orientation);

@@ -17,6 +17,7 @@ struct Reading {
   Accuracy accuracy = Accuracy::coarse;
   int most_scans = kMostScans;
   bool reports_progress = false;
+  bool tells_orientation = false;
 
   bool exact() const { return accuracy == Accuracy::exact; }
 };
@@ -24,6 +25,7 @@ struct Reading {
 Reading choose_reading(const Options& options) {
   Reading reading;
   if (options.get(IMG_OPTION_READING) == 1) reading.accuracy = Accuracy::exact;
+  reading.tells_orientation = options.get(IMG_OPTION_ORIENTATION) == 1;
   const std::int32_t most_scans = options.get(IMG_OPTION_MAX_SCANS);
   if (most_scans > 0) reading.most_scans = most_scans;
   reading.reports_progress =
@@ -208,6 +210,7 @@ Status decode_picture(ChunkReader& input, bool byte_by_byte, Tables& tables, Lay
                       const Reading& reading, const formats::RowSink& sink) {
   HeaderBlock image = describe(tables, layout, reading);
   sink.resolution(find_resolution(tables));
+  if (reading.tells_orientation) sink.orientation(std::max(tables.exif.orientation, 1));
   TQ_TRY(sink.header(image));
   Decode decode(input, byte_by_byte, tables, reading);
   return decode_scans(decode, sink, layout);
