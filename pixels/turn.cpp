@@ -59,7 +59,8 @@ Status TurnedRows::open(const Source& source, Turn turn) {
   source_stride_ = row_bytes(source.width, source.bits);
   stride_ = row_bytes(width(), source.bits);
   const std::int64_t fitting = std::max<std::int64_t>(kBandBytes / stride_, kGroup);
-  band_rows_ = turn.swapped ? static_cast<std::int32_t>(std::min<std::int64_t>(fitting, height())) : 1;
+  band_rows_ =
+      turn.swapped ? static_cast<std::int32_t>(std::min<std::int64_t>(fitting, height())) : 1;
   if (turn.swapped) TQ_TRY(group_.allocate(kGroup * source_stride_));
   return band_.allocate(band_rows_ * stride_);
 }
@@ -74,8 +75,7 @@ void TurnedRows::turn_group(std::int32_t x, int count) {
   const auto source_row = [&](int i) { return group_.data() + i * source_stride_; };
   for (int i = 0; i < count; ++i) {
     const std::int32_t y = turn_.from_bottom ? source_.height - 1 - x - i : x + i;
-    source_.read(source_.context, y,
-                 {source_row(i), static_cast<std::size_t>(source_stride_)});
+    source_.read(source_.context, y, {source_row(i), static_cast<std::size_t>(source_stride_)});
   }
   const auto column_of = [&](std::int32_t i) {
     return turn_.from_right ? source_.width - 1 - first_ - i : first_ + i;

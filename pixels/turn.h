@@ -14,9 +14,9 @@ struct Turn {
   bool from_bottom;  // likewise of its rows
 };
 constexpr Turn turn_of(int orientation) {
-  constexpr Turn kTurns[] = {
-      {false, false, false}, {false, true, false}, {false, true, true}, {false, false, true},
-      {true, false, false},  {true, false, true},  {true, true, true},  {true, true, false}};
+  constexpr Turn kTurns[] = {{false, false, false}, {false, true, false}, {false, true, true},
+                             {false, false, true},  {true, false, false}, {true, false, true},
+                             {true, true, true},    {true, true, false}};
   return kTurns[orientation >= 1 && orientation <= 8 ? orientation - 1 : 0];
 }
 

@@ -62,16 +62,21 @@ std::vector<Pixels> turned(const std::vector<Pixels>& from, int orientation) {
 
 TEST_F(Options, ImagesAreTurnedAsTheirFileSays) {
   Random random(3);
-  struct { std::int32_t width, height; int bits; } const cases[] = {
-      {37, 21, 1}, {8, 8, 1}, {3, 70, 1}, {700, 9, 1}, {13, 6, 4}, {12, 7, 8}, {5, 9, 16}, {9, 5, 24}, {1, 4, 32}};
+  struct {
+    std::int32_t width, height;
+    int bits;
+  } const cases[] = {{37, 21, 1}, {8, 8, 1},  {3, 70, 1}, {700, 9, 1}, {13, 6, 4},
+                     {12, 7, 8},  {5, 9, 16}, {9, 5, 24}, {1, 4, 32}};
   for (const auto& [width, height, bits] : cases) {
     Rows rows;
-    for (std::int32_t y = 0; y < height; ++y) rows.push_back(pack(random.pixels(width, bits), bits));
+    for (std::int32_t y = 0; y < height; ++y)
+      rows.push_back(pack(random.pixels(width, bits), bits));
     const Image image = make_image(width, bits, rows);
     ASSERT_EQ(IMG_set_resolution(image, 200000, 100000), 0);
     const std::vector<Pixels> upright = picture_of(decode(tiff_of(image, 1)));
     for (int orientation = 1; orientation <= 8; ++orientation) {
-      SCOPED_TRACE(testing::Message() << width << " x " << height << ", " << bits << " bits, orientation " << orientation);
+      SCOPED_TRACE(testing::Message() << width << " x " << height << ", " << bits
+                                      << " bits, orientation " << orientation);
       const Bytes file = tiff_of(image, orientation);
       EXPECT_EQ(IMGLOW_get_image_orientation_block(file.data(), file.size()), orientation);
       EXPECT_EQ(picture_of(decode(file)), upright);
@@ -107,7 +112,8 @@ TEST_F(Options, SettingsOfDecodingApplyToTheTurnedPicture) {
 
 TEST_F(Options, InksArriveAsTheColoursTheyLookLike) {
   Random random(5);
-  const Image inks = make_image(7, 32, {pack(random.pixels(7, 32), 32), pack(random.pixels(7, 32), 32)});
+  const Image inks =
+      make_image(7, 32, {pack(random.pixels(7, 32), 32), pack(random.pixels(7, 32), 32)});
   auto* const header = reinterpret_cast<BitmapInfoHeader*>(inks.record().dib);
   header->biCompression = 0;
   const Bytes file = tiff_of(inks, 1);
