@@ -101,6 +101,35 @@ struct ColourMasks {
 void unpack_masked(const ColourMasks& masks, Bytes stored, int bytes, bool big_endian, int width,
                    Row row);
 
+// Numbers of 2 or 4 bytes, low byte first, to blue, green, red: the nearest of 8 bits. With alpha they
+// become what they look like on white.
+class PixelMasks {
+ public:
+  PixelMasks() = default;
+  PixelMasks(const ColourMasks& masks, std::uint32_t alpha, int pixel_bytes);
+
+  void unpack(Bytes stored, int width, Row row) const;
+  bool any_alpha(Bytes stored, int width) const;
+  void drop_alpha() { alpha_ = {}; }
+
+ private:
+  // Level v of a mask of n bits is v of 2 to the power of n, less 1, whichever bits lie between.
+  struct Channel {
+    Channel() = default;
+    explicit Channel(std::uint32_t mask);
+    std::uint8_t level(std::uint32_t pixel) const;
+
+    std::uint32_t mask = 0, most = 0;
+    int low = 0;
+    const std::uint8_t* levels = nullptr;  // null above 8 bits
+  };
+  template <int kBytes, bool kAlpha>
+  void unpack_pixels(const std::uint8_t* stored, int width, std::uint8_t* row) const;
+
+  int pixel_bytes_ = 4;
+  Channel red_, green_, blue_, alpha_;
+};
+
 // Turns round what is held in whole bytes: the last pixel comes first.
 void mirror(Row pixels, int pixel_bytes);
 

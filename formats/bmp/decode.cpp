@@ -5,7 +5,9 @@
 #include "core/memory.h"
 #include "formats/bmp/bmp.h"
 #include "formats/bmp/header.h"
+#include "formats/fax.h"
 #include "formats/jpeg/jpeg.h"
+#include "formats/png/png.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
 #include "pixels/rows.h"
@@ -14,11 +16,6 @@ namespace tq::bmp {
 namespace {
 
 using pixels::Bytes;
-
-// A file that is cut off gives all its rows, but one of a few bytes may claim a thousand million of
-// them: what it lacks beyond this is not delivered.
-constexpr std::uint64_t kMostMissing = std::uint64_t{64} << 20;  // bytes
-constexpr std::size_t kRowCost = 64;                             // what a short row counts
 
 // The rows of a file one after the other; what a cut-off file lacks is 0.
 class StoredRows {
@@ -29,8 +26,8 @@ class StoredRows {
   ~StoredRows() { input_.skip(lent_); }
 
   Status open(const DecodeRequest& request, const File& file) {
-    row_bytes_ = static_cast<std::size_t>(stored_row_bytes(file));
-    return open_pixels(request, file, read_chunk_bytes(stored_row_bytes(file)), input_);
+    there_ = row_bytes_ = static_cast<std::size_t>(file.line_bytes);
+    return open_pixels(request, file, read_chunk_bytes(file.line_bytes), input_);
   }
 
   // Valid until the next call.
@@ -64,22 +61,28 @@ class StoredRows {
   bool ended_ = false;
 };
 
-// null: rows lie in the file as they are delivered.
-const pixels::RowLayout* layout_of(const File& file) {
-  if (file.rows == Rows::rgb555) return pixels::find_layout(pixels::Layout::rgb555, 24);
-  if (file.rows == Rows::rgb565) return pixels::find_layout(pixels::Layout::rgb565, 24);
-  return nullptr;
+// Writers that know no alpha leave it 0 everywhere.
+Status drop_empty_alpha(const DecodeRequest& request, File& file) {
+  StoredRows rows;
+  TQ_TRY(rows.open(request, file));
+  for (std::int32_t i = 0; i < file.image.header.biHeight && rows.missing() == 0; ++i) {
+    Bytes row;
+    TQ_TRY(rows.next(row));
+    if (file.masks.any_alpha(row, file.image.header.biWidth)) return kOk;
+  }
+  file.masks.drop_alpha();
+  return kOk;
 }
 
-Status decode_plain_rows(const DecodeRequest& request, const File& file) {
+// `change(row, changed)` fills a row of its own with what a row of the file becomes.
+template <class Change>
+Status deliver_plain_rows(const DecodeRequest& request, const File& file, bool changes,
+                          Change&& change) {
   const BitmapInfoHeader& header = file.image.header;
   StoredRows rows;
   TQ_TRY(rows.open(request, file));
-  const pixels::RowLayout* const layout = layout_of(file);
   RowBuffer<std::uint8_t> changed;
-  if (layout != nullptr || file.inverted) {
-    TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
-  }
+  if (changes) TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   std::uint64_t missing = 0;
   for (std::int32_t i = 0; i < header.biHeight; ++i) {
     Bytes row;
@@ -88,12 +91,30 @@ Status decode_plain_rows(const DecodeRequest& request, const File& file) {
     if (rows.missing() != 0) missing += std::max(rows.missing(), kRowCost);
     if (missing > kMostMissing) return kOk;
     const std::int32_t y = file.top_down ? i : header.biHeight - 1 - i;
-    if (layout != nullptr) pixels::unpack(*layout, row, header.biWidth, changed.pixels());
-    if (file.inverted) pixels::invert(row, changed.pixels());
-    if (changed.size() != 0) row = changed.pixels();
+    if (changes) {
+      change(row, changed.pixels());
+      row = changed.pixels();
+    }
     TQ_TRY(request.sink.row(row, y));
   }
   return kOk;
+}
+
+Status decode_plain_rows(const DecodeRequest& request, File& file) {
+  const std::int32_t width = file.image.header.biWidth;
+  if (file.masked) {
+    TQ_TRY(drop_empty_alpha(request, file));
+    return deliver_plain_rows(request, file, true, [&](Bytes row, pixels::Row changed) {
+      file.masks.unpack(row, width, changed);
+    });
+  }
+  if (file.layout != nullptr) {
+    return deliver_plain_rows(request, file, true, [&](Bytes row, pixels::Row changed) {
+      pixels::unpack(*file.layout, row, width, changed);
+    });
+  }
+  return deliver_plain_rows(request, file, file.inverted,
+                            [](Bytes row, pixels::Row changed) { pixels::invert(row, changed); });
 }
 
 // Rows from the top, each behind a 16-bit count of bytes that includes itself and is delivered with
@@ -126,11 +147,49 @@ Status decode_length_prefixed_rows(const DecodeRequest& request, const File& fil
   return kOk;
 }
 
-Status decode_rows(const DecodeRequest& request, const File& file) {
+// Rows of T.4 codes, in which white is index 0.
+class FaxRows {
+ public:
+  FaxRows(const DecodeRequest& request, const File& file) : sink_(request.sink), file_(file) {}
+
+  Status decode(const DecodeRequest& request) {
+    const BitmapInfoHeader& header = file_.image.header;
+    TQ_TRY(row_.allocate(row_bytes(header.biWidth, header.biBitCount)));
+    ChunkReader input;
+    TQ_TRY(open_pixels(request, file_, formats::kFaxChunk, input));
+    RestPieces pieces(input);
+    formats::FaxDecoder decoder;
+    TQ_TRY(decoder.open({.scheme = ccitt::Scheme::group3_1d}, header.biWidth,
+                        formats::FaxRows::bits, true));
+    const Status rows = decoder.decode(coding::PieceSource::of(pieces), 0, header.biHeight,
+                                       {.on_row = take_row, .context = this});
+    return rows.failed() ? rows : kOk;
+  }
+
+ private:
+  static std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y,
+                                        std::int32_t bytes) {
+    auto& self = *static_cast<FaxRows*>(context);
+    const BitmapInfoHeader& header = self.file_.image.header;
+    pixels::unpack(*self.file_.layout, std::span(static_cast<const std::uint8_t*>(row), bytes),
+                   header.biWidth, self.row_.pixels());
+    return self.sink_.row(self.row_.pixels(), self.file_.top_down ? y : header.biHeight - 1 - y)
+        .raw();
+  }
+
+  const RowSink& sink_;
+  const File& file_;
+  RowBuffer<std::uint8_t> row_;
+};
+
+Status decode_rows(const DecodeRequest& request, File& file) {
   switch (file.rows) {
     case Rows::rle4:
     case Rows::rle8:
+    case Rows::rle24:
       return decode_rle_rows(request, file);
+    case Rows::fax:
+      return FaxRows(request, file).decode(request);
     case Rows::length_prefixed:
       return decode_length_prefixed_rows(request, file);
     default:
@@ -138,21 +197,22 @@ Status decode_rows(const DecodeRequest& request, const File& file) {
   }
 }
 
-// A JPEG file in place of the pixels: size, depth, palette and resolution are its own.
-Status decode_embedded_jpeg(const DecodeRequest& request, const File& file) {
+// A file of another kind in place of the pixels: size, depth, palette and resolution are its own.
+Status decode_embedded(const DecodeRequest& request, const File& file) {
   if (file.pixels_at < 0) return StatusCode::read_failed;
-  return jpeg::decode_jpeg({.stream = request.stream,
-                            .offset = file.pixels_at,
-                            .sink = request.sink,
-                            .options = request.options});
+  DecodeRequest inner = request;
+  inner.offset = file.pixels_at;
+  inner.page = -1;
+  return file.rows == Rows::jpeg ? jpeg::decode_jpeg(inner) : png::decode_png(inner);
 }
 
 }  // namespace
 
 Status decode(const DecodeRequest& request) {
   File file;
-  TQ_TRY(read_header(request, file));
-  if (file.rows == Rows::jpeg) return decode_embedded_jpeg(request, file);
+  const bool shown = request.options.get(IMG_OPTION_READING) == 1;
+  TQ_TRY(shown ? read_shown_header(request, file) : read_header(request, file));
+  if (file.rows == Rows::jpeg || file.rows == Rows::png) return decode_embedded(request, file);
   TQ_TRY(request.sink.header(file.image));
   TQ_TRY(decode_rows(request, file));
   return kOk;

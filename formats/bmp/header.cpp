@@ -11,37 +11,8 @@
 namespace tq::bmp {
 namespace {
 
-constexpr int kFileHeaderBytes = 14;
-constexpr int kInfoHeaderBytes = 40;
-constexpr std::uint32_t kCoreHeaderBytes = 12;
-constexpr std::uint32_t kLengthPrefixed = 99;
-constexpr std::uint32_t kJpegData = 0x4745504A;  // "JPEG"
-
 constexpr Rgb kBlack{0, 0, 0, 0};
 constexpr Rgb kWhite{255, 255, 255, 0};
-
-// The headers as the file has them.
-struct StoredHeader {
-  StreamHandle stream{};
-  std::int32_t start = 0;  // where they begin in the stream
-  bool has_file_header = false;
-  std::uint32_t pixel_offset = 0;  // of the file header
-  std::uint32_t header_bytes = 0;
-  BitmapInfoHeader info{};
-
-  bool is_core() const { return header_bytes == kCoreHeaderBytes; }
-};
-
-// The position, or -1 if no stream has it.
-std::int32_t stream_position(std::int64_t position) {
-  constexpr std::int64_t kLast = std::numeric_limits<std::int32_t>::max();
-  return position < 0 || position > kLast ? -1 : static_cast<std::int32_t>(position);
-}
-
-void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
-  const std::int32_t got = read_fully(stream, bytes);
-  std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
-}
 
 BitmapInfoHeader load_info_header(const std::uint8_t* p) {
   BitmapInfoHeader info{};
@@ -61,29 +32,6 @@ BitmapInfoHeader load_core_header(const std::uint8_t* p) {
   info.biHeight = load_le16(p + 6);
   info.biBitCount = load_le16(p + 10);
   return info;
-}
-
-StoredHeader read_stored_header(const DecodeRequest& request) {
-  StoredHeader stored;
-  stored.stream = request.stream;
-  // A page number means the only image there is, which starts here.
-  stored.start = request.start();
-  if (seek_to(request.stream, stored.start).failed()) return stored;
-
-  std::array<std::uint8_t, kFileHeaderBytes> file_header;
-  read_or_zero(request.stream, file_header);
-  stored.has_file_header = file_header[0] == 'B' && file_header[1] == 'M';
-  stored.pixel_offset = load_le32(&file_header[10]);
-  if (!stored.has_file_header) (void)seek_to(request.stream, stored.start);  // a bare DIB
-
-  // Of a larger header only the first 40 bytes count. A smaller one may be all that there is.
-  std::array<std::uint8_t, kInfoHeaderBytes> info{};
-  read_or_zero(request.stream, std::span(info).first(4));
-  stored.header_bytes = load_le32(info.data());
-  const std::size_t size = stored.is_core() ? kCoreHeaderBytes : kInfoHeaderBytes;
-  read_or_zero(request.stream, std::span(info).subspan(4, size - 4));
-  stored.info = stored.is_core() ? load_core_header(info.data()) : load_info_header(info.data());
-  return stored;
 }
 
 // 16-bit pixels behind a file header become 24-bit ones; those of a bare DIB are grey levels of 16
@@ -107,11 +55,27 @@ Rows choose_rows(const StoredHeader& stored) {
   if (compression == kBiRle8 && bits == 8) return Rows::rle8;
   if (compression == kLengthPrefixed) return Rows::length_prefixed;
   if (compression == kJpegData) return Rows::jpeg;
+  return Rows::plain;
+}
+
+// How plain rows lie there. Rows of 5-5-5 are packed without padding, those of 5-6-5 are padded: callers
+// rely on this.
+void choose_layout(const StoredHeader& stored, File& file) {
+  const int bits = stored.info.biBitCount;
+  const BitmapInfoHeader& header = file.image.header;
+  file.line_bytes = row_bytes(header.biWidth, header.biBitCount);
+  if (file.rows != Rows::plain) return;
   // The masks are not read, 16 bits with bit fields are always 5-6-5: callers rely on this.
-  if (compression == kBiBitFields && (bits == 16 || bits == 12)) return Rows::rgb565;
+  if (stored.info.biCompression == kBiBitFields && (bits == 16 || bits == 12)) {
+    file.layout = pixels::find_layout(pixels::Layout::rgb565, 24);
+    file.line_bytes = row_bytes(header.biWidth, 16);
+    return;
+  }
   // 16-bit rows that are stored top-down are taken as rows of 24-bit pixels: callers rely on this.
-  if (bits == 16 && stored.has_file_header && stored.info.biHeight > 0) return Rows::rgb555;
-  return Rows::as_delivered;
+  if (bits == 16 && stored.has_file_header && stored.info.biHeight > 0) {
+    file.layout = pixels::find_layout(pixels::Layout::rgb555, 24);
+    file.line_bytes = 2 * std::int64_t{header.biWidth};
+  }
 }
 
 // The palette is looked for where a header of 40 bytes would end, however long the header is, and
@@ -149,8 +113,8 @@ int readable_palette_bytes(const StoredHeader& stored, const File& file) {
   const int all = stored_palette_bytes(stored);
   const std::int64_t before_pixels = file.pixels_at - palette_position(stored);
   if (before_pixels < 0 || end_is_known(stored.stream)) return all;
-  const bool coded = file.rows != Rows::as_delivered;
-  const std::int64_t pixel_bytes = coded ? 0 : stored_row_bytes(file) * file.image.header.biHeight;
+  const bool coded = file.rows != Rows::plain;
+  const std::int64_t pixel_bytes = coded ? 0 : file.line_bytes * file.image.header.biHeight;
   return static_cast<int>(std::clamp<std::int64_t>(before_pixels + pixel_bytes, 0, all));
 }
 
@@ -201,25 +165,6 @@ bool is_per_metre(const StoredHeader& stored) {
   return stored.has_file_header || info.biXPelsPerMeter > kMostDotsPerInch;
 }
 
-BitmapInfoHeader delivered_header(const StoredHeader& stored) {
-  BitmapInfoHeader header = stored.info;
-  const int bits = delivered_bits(stored);
-  header.biSize = kDibHeaderBytes;
-  header.biHeight = std::max(header.biHeight, -header.biHeight);
-  header.biPlanes = 1;
-  header.biBitCount = word(bits);
-  const bool marked = bits == 32 || header.biCompression == kRgb32;
-  header.biCompression = marked ? kRgb32 : kBiRgb;
-  header.biSizeImage = image_bytes(header.biWidth, header.biHeight, bits);
-  if (is_per_metre(stored)) {
-    header.biXPelsPerMeter = dots_per_inch(header.biXPelsPerMeter);
-    header.biYPelsPerMeter = dots_per_inch(header.biYPelsPerMeter);
-  }
-  header.biClrUsed = 0;
-  header.biClrImportant = 0;
-  return header;
-}
-
 void put_file_header(const BitmapInfoHeader& image, StreamWriter& out) {
   const int pixels_at = kFileHeaderBytes + kInfoHeaderBytes + palette_bytes(image.biBitCount);
   out.put("BM");
@@ -244,31 +189,72 @@ void put_info_header(const BitmapInfoHeader& image, std::uint32_t compression, S
 
 }  // namespace
 
+void read_or_zero(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  const std::int32_t got = read_fully(stream, bytes);
+  std::fill(bytes.begin() + got, bytes.end(), std::uint8_t{0});
+}
+
+StoredHeader read_stored_header(const DecodeRequest& request, Fields fields) {
+  StoredHeader stored;
+  stored.stream = request.stream;
+  // A page number means the only image there is, which starts here.
+  stored.start = request.start();
+  if (seek_to(request.stream, stored.start).failed()) return stored;
+
+  std::array<std::uint8_t, kFileHeaderBytes> file_header;
+  read_or_zero(request.stream, file_header);
+  stored.has_file_header = file_header[0] == 'B' && file_header[1] == 'M';
+  stored.pixel_offset = load_le32(&file_header[10]);
+  if (!stored.has_file_header) (void)seek_to(request.stream, stored.start);  // a bare DIB
+
+  // Of a larger header the first 40 bytes are the same. A smaller one may be all that there is.
+  std::array<std::uint8_t, kInfoHeaderBytes> info{};
+  read_or_zero(request.stream, std::span(info).first(4));
+  stored.header_bytes = load_le32(info.data());
+  const bool is_short = stored.is_core() || fields == Fields::of_header;
+  const std::size_t size =
+      is_short ? std::clamp(stored.header_bytes, 4u, kInfoHeaderBytes) : kInfoHeaderBytes;
+  read_or_zero(request.stream, std::span(info).subspan(4, size - 4));
+  stored.info = stored.is_core() ? load_core_header(info.data()) : load_info_header(info.data());
+  return stored;
+}
+
+BitmapInfoHeader delivered_header(const StoredHeader& stored, int bits) {
+  BitmapInfoHeader header = stored.info;
+  header.biSize = kDibHeaderBytes;
+  header.biHeight = std::max(header.biHeight, -header.biHeight);
+  header.biPlanes = 1;
+  header.biBitCount = word(bits);
+  const bool marked = bits == 32 || header.biCompression == kRgb32;
+  header.biCompression = marked ? kRgb32 : kBiRgb;
+  header.biSizeImage = image_bytes(header.biWidth, header.biHeight, bits);
+  if (is_per_metre(stored)) {
+    header.biXPelsPerMeter = dots_per_inch(header.biXPelsPerMeter);
+    header.biYPelsPerMeter = dots_per_inch(header.biYPelsPerMeter);
+  }
+  header.biClrUsed = 0;
+  header.biClrImportant = 0;
+  return header;
+}
+
 Status read_header(const DecodeRequest& request, File& file) {
-  const StoredHeader stored = read_stored_header(request);
+  const StoredHeader stored = read_stored_header(request, Fields::all);
   file.rows = choose_rows(stored);
   file.pixels_at = stream_position(pixel_position(stored));
-  file.top_down = stored.info.biHeight < 0;
   if (file.rows == Rows::jpeg) return kOk;  // the JPEG data have a header of their own
   if (stored.info.biHeight == std::numeric_limits<std::int32_t>::min()) {
     return StatusCode::bad_image;  // it has no opposite
   }
+  file.top_down = file.rows == Rows::plain && stored.info.biHeight < 0;
 
-  file.image.header = delivered_header(stored);
+  file.image.header = delivered_header(stored, delivered_bits(stored));
   const int bits = file.image.header.biBitCount;
   if (!has_rows_of(bits)) return StatusCode::unsupported;
+  choose_layout(stored, file);
   if (bits >= 1 && bits <= 8) read_palette(stored, file);
   if (bits == 1) file.inverted = force_black_and_white(file.image.palette);
   if (bits == 16) file.image.palette = pixels::grey_ramp();
   return kOk;
-}
-
-std::int64_t stored_row_bytes(const File& file) {
-  const std::int64_t width = file.image.header.biWidth;
-  // Rows of 5-5-5 are packed without padding, those of 5-6-5 are padded: callers rely on this.
-  if (file.rows == Rows::rgb555) return 2 * width;
-  if (file.rows == Rows::rgb565) return row_bytes(width, 16);
-  return row_bytes(width, file.image.header.biBitCount);
 }
 
 Status open_pixels(const DecodeRequest& request, const File& file, std::int64_t chunk_bytes,

@@ -29,9 +29,10 @@ Bytes bmp_file(const BmpFields& f) {
   if (!core) {
     info = joined({info, field(f.compression), field(f.image_bytes), field(f.x_per_metre),
                    field(f.y_per_metre), field(f.colours_used), field(0)});
-    if (f.header_bytes > 40) info.resize(f.header_bytes, 0x77);
+    if (f.header_bytes > 40) info = joined({info, f.header_bytes >= 52 ? f.masks : Bytes()});
+    info.resize(f.header_bytes, 0x77);
   }
-  info = joined({info, f.masks});
+  if (f.header_bytes < 52) info = joined({info, f.masks});
   for (const Rgb& entry : f.palette) {
     info.insert(info.end(), {entry.blue, entry.green, entry.red});
     if (!core) info.push_back(entry.reserved);

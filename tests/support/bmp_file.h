@@ -14,7 +14,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 struct BmpFields {
   bool file_header = true;
-  std::uint32_t header_bytes = 40;  // 12: an OS/2 core header; what exceeds 40 is filled with 0x77
+  std::uint32_t header_bytes =
+      40;  // 12: an OS/2 core header; 0x77 behind the fields of a longer one
   std::int32_t width = 0, height = 0;
   int bits = 0;
   std::uint32_t compression = 0;
@@ -22,7 +23,7 @@ struct BmpFields {
   Bytes pixels{};
   std::uint32_t colours_used = 0;
   std::int32_t x_per_metre = 0, y_per_metre = 0;
-  Bytes masks{};                                // between header and palette
+  Bytes masks{};                                // behind 40 bytes of header
   std::uint32_t image_bytes = 0;                // biSizeImage
   std::optional<std::uint32_t> pixel_offset{};  // in the file header, if not the true one
 };
