@@ -127,8 +127,7 @@ Places find_places(const StoredHeader& stored) {
   return places;
 }
 
-void read_palette(const StoredHeader& stored, const Places& places,
-                  std::array<Rgb, 256>& palette) {
+void read_palette(const StoredHeader& stored, const Places& places, std::array<Rgb, 256>& palette) {
   std::array<std::uint8_t, 1024> bytes{};
   const int size = places.entries * places.entry_bytes;
   if (seek_to(stored.stream, places.palette).ok()) {

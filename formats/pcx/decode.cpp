@@ -8,6 +8,7 @@
 #include "formats/pcx/pcx.h"
 #include "io/chunk_reader.h"
 #include "io/endian.h"
+#include "io/stream_window.h"
 #include "pixels/colours.h"
 #include "pixels/rows.h"
 
@@ -32,12 +33,15 @@ constexpr Form kForms[] = {
     {1, 1, 1}, {1, 3, 4, Layout::bit_planes_3}, {1, 4, 4, Layout::bit_planes_4}, {4, 1, 4},
     {8, 1, 8}, {8, 3, 24, Layout::rgb_planes},
 };
+// Four colours.
+constexpr Form kMoreForms[] = {{2, 1, 4, Layout::bits_2}, {1, 2, 4, Layout::bit_planes_2}};
 
 struct Header {
   std::int32_t width = 0, height = 0;  // below 1 when the corners are the wrong way round
   const Form* form = nullptr;
   int bytes_per_line = 0;  // of one plane
   int line_bytes = 0;      // of all
+  bool coded = true;       // in runs
   int version = 0;
   int x_dpi = 0, y_dpi = 0;
   bool grey = false;
@@ -48,18 +52,19 @@ Rgb load_colour(const std::uint8_t* p) {
   return {p[2], p[1], p[0], 0};
 }
 
-const Form* find_form(int bits, int planes) {
+const Form* find_form(std::span<const Form> forms, int bits, int planes) {
   // Some writers name the depth of a pixel where that of a plane belongs.
   if (bits == 4 && planes == 4) bits = 1;
   if (bits == 16) bits = 4;
-  const Form* const found = std::ranges::find_if(
-      kForms, [&](const Form& form) { return form.bits == bits && form.planes == planes; });
-  return found != std::end(kForms) ? found : nullptr;
+  for (const Form& form : forms) {
+    if (form.bits == bits && form.planes == planes) return &form;
+  }
+  return nullptr;
 }
 
 // cannot_open when there are not 128 bytes; bad_image for lines of no bytes, which would never end;
 // unsupported for a form that is not known.
-Status read_header(StreamHandle stream, std::int32_t start, Header& file) {
+Status read_header(StreamHandle stream, std::int32_t start, bool as_shown, Header& file) {
   // What lies behind the header must have a position.
   if (start > INT32_MAX - kHeaderBytes) return StatusCode::cannot_open;
   std::array<std::uint8_t, kHeaderBytes> bytes{};
@@ -77,7 +82,11 @@ Status read_header(StreamHandle stream, std::int32_t start, Header& file) {
   file.line_bytes = file.bytes_per_line * planes;
   file.grey = field(68) == 2;
   if (file.line_bytes == 0) return StatusCode::bad_image;
-  file.form = find_form(bytes[3], planes);
+  file.form = find_form(kForms, bytes[3], planes);
+  if (as_shown) {
+    file.coded = bytes[2] != 0;
+    if (file.form == nullptr) file.form = find_form(kMoreForms, bytes[3], planes);
+  }
   return file.form != nullptr ? StatusCode::ok : StatusCode::unsupported;
 }
 
@@ -87,8 +96,9 @@ Status read_header(StreamHandle stream, std::int32_t start, Header& file) {
 class Lines {
  public:
   // The stream stands behind the header.
-  Status open(StreamHandle stream, std::ptrdiff_t line_bytes) {
-    line_bytes_ = line_bytes;
+  Status open(StreamHandle stream, const Header& file) {
+    const std::ptrdiff_t line_bytes = line_bytes_ = file.line_bytes;
+    gather_ = file.coded ? &Lines::gather_runs : &Lines::gather_bytes;
     TQ_TRY(buffer_.allocate(line_bytes_ + coding::kMarkedRunRoom));
     const std::int64_t budget = context().settings.read_budget;
     return input_.open(stream, line_bytes > budget ? 4 * std::int64_t{line_bytes} : budget);
@@ -100,12 +110,21 @@ class Lines {
   Status next(Bytes& line, bool& more);
   bool is_short() const { return held_ < line_bytes_; }
 
+  std::int64_t bytes_taken() const { return taken_; }
+
  private:
-  Status gather();
+  Status gather_runs();
+  Status gather_bytes();
+  void skip(std::ptrdiff_t bytes) {
+    input_.skip(bytes);
+    taken_ += bytes;
+  }
 
   ChunkReader input_;
   RowBuffer<std::uint8_t> buffer_;
   std::ptrdiff_t line_bytes_ = 0;
+  Status (Lines::*gather_)() = nullptr;
+  std::int64_t taken_ = 0;   // bytes of the file
   std::ptrdiff_t held_ = 0;  // bytes of the buffer in use
   bool lent_ = false;        // the caller still looks at the first line
   bool started_ = false;
@@ -119,7 +138,7 @@ std::ptrdiff_t fewest_coded(std::ptrdiff_t missing) {
   return 2 * (missing / kLongest) + std::min<std::ptrdiff_t>(missing % kLongest, 2);
 }
 
-Status Lines::gather() {
+Status Lines::gather_runs() {
   while (held_ < line_bytes_) {
     Bytes input = input_.peek_all(fewest_coded(line_bytes_ - held_));
     // The run's value.
@@ -127,12 +146,23 @@ Status Lines::gather() {
     if (input.empty() && !started_) return StatusCode::read_failed;
     started_ = true;
     const auto [taken, put] = coding::expand_marked_runs(input, buffer_.pixels().subspan(held_));
-    input_.skip(taken);
+    skip(taken);
     held_ += put;
     if (held_ > 2 * line_bytes_) return StatusCode::bad_image;
     ended_ = taken == 0;
     if (ended_) break;
   }
+  return kOk;
+}
+
+Status Lines::gather_bytes() {
+  const Bytes input = input_.peek(line_bytes_ - held_);
+  if (input.empty() && !started_) return StatusCode::read_failed;
+  started_ = true;
+  std::copy(input.begin(), input.end(), buffer_.data() + held_);
+  held_ += std::ssize(input);
+  ended_ = held_ < line_bytes_;
+  skip(std::ssize(input));
   return kOk;
 }
 
@@ -142,7 +172,7 @@ Status Lines::next(Bytes& line, bool& more) {
     std::copy_n(buffer_.data() + line_bytes_, held_, buffer_.data());
     lent_ = false;
   }
-  if (held_ < line_bytes_ && !ended_) TQ_TRY(gather());
+  if (held_ < line_bytes_ && !ended_) TQ_TRY((this->*gather_)());
   more = held_ > 0;
   if (held_ < line_bytes_)
     std::fill(buffer_.data() + held_, buffer_.data() + line_bytes_, std::uint8_t{0});
@@ -151,16 +181,20 @@ Status Lines::next(Bytes& line, bool& more) {
   return kOk;
 }
 
-// Leaves the stream behind the last scan line; bad_image when they end early or run too far.
-Status skip_rows(StreamHandle stream, const Header& file) {
+// From behind the header; `end` becomes the position behind the last scan line, where memory then
+// stands. bad_image when they end early or run too far.
+Status skip_rows(StreamHandle stream, std::int32_t start, const Header& file, std::int64_t& end) {
+  end = std::int64_t{start} + kHeaderBytes;
+  TQ_TRY(seek_to(stream, end));
   Lines lines;
-  TQ_TRY(lines.open(stream, file.line_bytes));
+  TQ_TRY(lines.open(stream, file));
   for (std::int32_t y = 0; y < file.height; ++y) {
     Bytes line;
     bool more = false;
     TQ_TRY(lines.next(line, more));
     if (!more) return StatusCode::bad_image;
   }
+  end += lines.bytes_taken();
   return kOk;
 }
 
@@ -207,8 +241,8 @@ bool read_small_palette(const Header& file, HeaderBlock& image) {
 
 // Behind the pixels, for memory whose end is unknown.
 Status find_palette(StreamHandle stream, std::int32_t start, const Header& file) {
-  seek(stream, start + kHeaderBytes, Origin::start);
-  TQ_TRY(skip_rows(stream, file));
+  std::int64_t end = 0;
+  TQ_TRY(skip_rows(stream, start, file, end));
   std::array<std::uint8_t, 1> marker{};
   if (read(stream, marker) != 1 || marker[0] != kPaletteMarker) return StatusCode::bad_image;
   return kOk;
@@ -231,13 +265,69 @@ bool read_palette_at_end(StreamHandle stream, std::int32_t start, const Header& 
   return read_fully(stream, bytes) == kPaletteBytes;
 }
 
+void fill_large_palette(const PaletteBytes& bytes, HeaderBlock& image) {
+  for (int i = 0; i < 256; ++i) image.palette[i] = load_colour(&bytes[3 * i]);
+}
+
 void read_large_palette(StreamHandle stream, const Extent& extent, const Header& file,
                         HeaderBlock& image) {
   PaletteBytes bytes{};
   const bool found = (extent.end && read_palette_before(stream, *extent.end, bytes)) ||
                      read_palette_at_end(stream, extent.start, file, bytes);
   if (!found) return fill(pixels::grey_ramp(), image);
-  for (int i = 0; i < 256; ++i) image.palette[i] = load_colour(&bytes[3 * i]);
+  fill_large_palette(bytes, image);
+}
+
+// The first 4 or 16 colours of the header, unless they are all black.
+void read_shown_small_palette(const Header& file, HeaderBlock& image) {
+  constexpr std::array<Rgb, 4> kFourColours{Rgb{0, 0, 0, 0}, Rgb{255, 255, 0, 0},
+                                            Rgb{255, 0, 255, 0}, Rgb{255, 255, 255, 0}};
+  const int bits = file.form->bits * file.form->planes;
+  if (bits == 1) return fill(pixels::black_and_white(), image);
+  const auto colours = std::span(file.colours).first(bits == 2 ? 4 : 16);
+  const bool any = std::ranges::any_of(colours, [](const Rgb& c) { return c != kBlack; });
+  if (any) return fill(colours, image);
+  return bits == 2 ? fill(kFourColours, image) : fill(pixels::sixteen_colours(), image);
+}
+
+// Finds the marked palette at the end of the image, or behind its pixels where more follows.
+bool find_shown_palette(StreamHandle stream, const Extent& extent, const Header& file,
+                        PaletteBytes& bytes) {
+  if (!end_is_known(stream)) {
+    return find_palette(stream, extent.start, file).ok() &&
+           read_fully(stream, bytes) == kPaletteBytes;
+  }
+  const std::int64_t end = extent.end ? std::int64_t{*extent.end} : find_end(stream);
+  const auto marks = [&](std::int64_t at) {
+    std::array<std::uint8_t, 1> marker{};
+    return seek_to(stream, at).ok() && read(stream, marker) == 1 && marker[0] == kPaletteMarker;
+  };
+  std::int64_t at = end - kPaletteBytes - 1;
+  if (at >= extent.start + kHeaderBytes && marks(at)) {
+    return read_fully(stream, bytes) == kPaletteBytes;
+  }
+  const std::int64_t last = at;
+  if (skip_rows(stream, extent.start, file, at).failed() || seek_to(stream, at).failed())
+    return false;
+  ChunkReader input;
+  if (input.open(stream, 4096).failed()) return false;
+  for (; at <= last; ++at) {
+    const int value = input.next();
+    if (value < 0) break;
+    if (value == kPaletteMarker) return input.read(bytes) == kPaletteBytes;
+  }
+  return false;
+}
+
+// As other programs see it.
+void read_shown_palette(StreamHandle stream, const Extent& extent, const Header& file,
+                        HeaderBlock& image) {
+  const int bits = file.form->pixel_bits;
+  if (bits < 8) return read_shown_small_palette(file, image);
+  PaletteBytes bytes{};
+  if (bits != 8) return;
+  if (!find_shown_palette(stream, extent, file, bytes)) return fill(pixels::grey_ramp(), image);
+  fill_large_palette(bytes, image);
 }
 
 // Whether the rows have to be inverted: the file's 0 is white.
@@ -256,7 +346,7 @@ Status decode_rows(const DecodeRequest& request, const Header& file, bool invert
   const auto* const layout =
       form.layout ? pixels::find_layout(*form.layout, form.pixel_bits) : nullptr;
   Lines lines;
-  TQ_TRY(lines.open(request.stream, file.line_bytes));
+  TQ_TRY(lines.open(request.stream, file));
   RowBuffer<std::uint8_t> row;
   TQ_TRY(row.allocate(row_bytes(file.width, form.pixel_bits)));
   // Of one plane. Pixels for which it has no bytes are 0; what it has beyond them comes along.
@@ -284,11 +374,17 @@ Status decode_rows(const DecodeRequest& request, const Header& file, bool invert
 
 Status decode_image(const DecodeRequest& request, const Extent& extent) {
   Header file;
-  TQ_TRY(read_header(request.stream, extent.start, file));
+  const bool as_shown = request.options.get(IMG_OPTION_READING) == 1;
+  TQ_TRY(read_header(request.stream, extent.start, as_shown, file));
   HeaderBlock image = dib_header(file.width, file.height, file.form->pixel_bits);
   image.header.biXPelsPerMeter = file.x_dpi;
   image.header.biYPelsPerMeter = file.y_dpi;
-  const bool inverted = read_palette(request.stream, extent, file, image);
+  bool inverted = false;
+  if (as_shown) {
+    read_shown_palette(request.stream, extent, file, image);
+  } else {
+    inverted = read_palette(request.stream, extent, file, image);
+  }
 
   seek(request.stream, extent.start + kHeaderBytes, Origin::start);
   TQ_TRY(request.sink.header(image));

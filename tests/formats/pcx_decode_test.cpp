@@ -21,7 +21,8 @@ struct Layout {
   PcxFields file;
   int bits;
   Image rows;
-  Palette palette{};  // its first entries
+  Palette palette{};   // its first entries
+  bool shown = false;  // as other programs show it
 };
 
 // clang-format off
@@ -50,6 +51,15 @@ std::vector<Layout> layouts() {
     {"any colour, black: inverted", {.size = {3, 1, 1, 1, 1}, .colours = {{0, 0, 1}, {0, 0, 0}}, .data = {0x20}}, 1, {{0xDF, 0, 0, 0}}, kBlackWhite},
     {"white, white: black, white", {.size = {3, 1, 1, 1, 1}, .colours = {{255, 255, 255}, {255, 255, 255}}, .data = {0x20}}, 1, {{0x20, 0, 0, 0}}, kBlackWhite},
     {"other pairs are kept", {.size = {3, 1, 1, 1, 1}, .colours = {{255, 255, 255}, {0, 0, 1}}, .data = {0x20}}, 1, {{0x20, 0, 0, 0}}, {{255, 255, 255, 0}, {1, 0, 0, 0}}},
+    {"plain bytes", {.size = {2, 2, 8, 1, 2}, .data = {0xC1, 2, 3, 4}, .tail = pcx_palette(), .encoding = 0}, 8, {{0xC1, 2, 0, 0}, {3, 4, 0, 0}}, large, true},
+    {"four colours in 1 plane", {.size = {5, 1, 2, 1, 2}, .colours = map, .data = {0x1B, 0x80}}, 4, {{0x01, 0x23, 0x20, 0}}, {mapped[0], mapped[1], mapped[2], kBlackWhite[0]}, true},
+    {"four colours in 2 planes, none given", {.size = {4, 1, 1, 2, 1}, .data = {0x50, 0x30}}, 4, {{0x01, 0x23, 0, 0}}, {{0, 0, 0, 0}, {255, 255, 0, 0}, {255, 0, 255, 0}, {255, 255, 255, 0}}, true},
+    {"the header's colours count always", {.size = {2, 1, 1, 4, 1}, .version = 3, .palette_information = 2, .colours = map}, 4, {{}}, mapped, true},
+    {"unless there are none", {.size = {2, 1, 1, 4, 1}, .version = 5}, 4, {{}}, {{0, 0, 0, 0}, {0, 0, 128, 0}}, true},
+    {"black and white, whatever the header says", {.size = {3, 1, 1, 1, 1}, .palette_information = 2, .colours = {{0, 0, 1}, {0, 0, 0}}, .data = {0x20}}, 1, {{0x20, 0, 0, 0}}, kBlackWhite, true},
+    {"a palette before the end", {.size = {1, 1, 8, 1, 1}, .data = {9}, .tail = joined({pcx_palette(), {1, 2}})}, 8, {{9, 0, 0, 0}}, large, true},
+    {"a palette behind other bytes", {.size = {1, 1, 8, 1, 1}, .data = {9}, .tail = joined({{5, 5}, pcx_palette(), {1, 2}})}, 8, {{9, 0, 0, 0}}, large, true},
+    {"a palette without marker is none", {.size = {1, 1, 8, 1, 1}, .data = {9}, .tail = pcx_palette(0, 99)}, 8, {{9, 0, 0, 0}}, {{0, 0, 0, 0}, {1, 1, 1, 0}}, true},
   };
 }
 // clang-format on
@@ -66,7 +76,10 @@ TEST(PcxDecode, EveryLayoutGivesItsHeaderPaletteAndRows) {
       CollectingSink sink;
       end_is_known ? open_memory_stream(block.data(), block.size())
                    : open_memory_stream(block.data());
-      EXPECT_EQ(decode_pcx({kMemoryStream, 0, sink.sink()}).raw(), without_rows ? -12 : 1);
+      Options options;
+      options.set(IMG_OPTION_READING, layout.shown);
+      EXPECT_EQ(decode_pcx({kMemoryStream, 0, sink.sink(), -1, options}).raw(),
+                without_rows ? -12 : 1);
       const BitmapInfoHeader& header = sink.header.header;
       EXPECT_EQ(sink.headers, 1);
       EXPECT_EQ(sink.image(), layout.rows);

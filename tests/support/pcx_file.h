@@ -23,13 +23,14 @@ struct PcxFields {
   std::vector<std::uint8_t> data{};                    // run-length coded
   std::vector<std::uint8_t> tail{};
   std::array<int, 2> corner{7, 9};  // need not be 0
+  int encoding = 1;
 };
 
 inline std::vector<std::uint8_t> pcx_file(const PcxFields& fields) {
   std::vector<std::uint8_t> file(128);
   file[0] = 10;
   file[1] = static_cast<std::uint8_t>(fields.version);
-  file[2] = 1;
+  file[2] = static_cast<std::uint8_t>(fields.encoding);
   file[3] = static_cast<std::uint8_t>(fields.size.bits);
   const int sides[] = {fields.size.width, fields.size.height};
   for (std::size_t i = 0; i < 2; ++i) {
