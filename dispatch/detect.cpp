@@ -2,12 +2,47 @@
 #include "core/context.h"
 #include "core/licence.h"
 #include "dispatch/dispatch.h"
+#include "dispatch/signatures.h"
 
 namespace tq::dispatch {
 namespace {
 
 bool switched_on(const FileType& type) {
   return context().settings.auto_detect[switch_of(type)];
+}
+
+using Test = bool (*)(const Probe& probe);
+
+const FileType* find_type(const Probe& probe, Test FileType::*test) {
+  for (const FileType& type : file_types()) {
+    if (type.*test != nullptr && switched_on(type) && (type.*test)(probe)) return &type;
+  }
+  return nullptr;
+}
+
+// Whatever else is asked, the tests find the stream as if it had not been.
+void stand_behind(const Probe& probe) {
+  (void)seek_to(probe.stream, std::int64_t{probe.start} + Probe::kBytes);
+}
+
+const FileType* find_confirmed_type(const Probe& probe) {
+  for (const FileType& type : file_types()) {
+    if (type.test == nullptr || !switched_on(type) || !type.test(probe)) continue;
+    const bool confirmed = type.confirms == nullptr || type.confirms(probe);
+    if (confirmed) return &type;
+    stand_behind(probe);
+  }
+  return nullptr;
+}
+
+const FileType* find_type_widely(Probe& probe) {
+  probe.start = position(probe.stream) - Probe::kBytes;
+  // Cursors are like icons, but nothing here reads them.
+  if (is_cursor(probe)) return nullptr;
+  const FileType* found = find_type(probe, &FileType::first_test);
+  stand_behind(probe);
+  if (found == nullptr) found = find_confirmed_type(probe);
+  return found != nullptr ? found : find_type(probe, &FileType::last_test);
 }
 
 }  // namespace
@@ -17,11 +52,8 @@ Status detect(StreamHandle stream, const FileType*& found) {
   TQ_TRY(check_licence());
   Probe probe{.bytes = {}, .stream = stream};
   if (read_fully(stream, probe.bytes) < Probe::kBytes) return kOk;
-  for (const FileType& type : file_types()) {
-    if (type.test == nullptr || !switched_on(type) || !type.test(probe)) continue;
-    found = &type;
-    break;
-  }
+  const bool widely = context().options.get(IMG_OPTION_DETECTION) == 1;
+  found = widely ? find_type_widely(probe) : find_type(probe, &FileType::test);
   seek(stream, 0, Origin::start);
   return kOk;
 }

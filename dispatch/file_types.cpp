@@ -57,6 +57,7 @@ Status pages_unknown(StreamHandle /*stream*/) {
 constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_TIFF, .name = "tiff", .title = "TIFF", .ending = "tif", .variant = 1,
      .test = [](const Probe& p) { return p.has("MM") || p.has("II"); },
+     .confirms = has_tiff_version, .more_endings = " tiff ",
      .find_variant = tiff::find_tiff_coding,
      .decode = tiff::decode_tiff, .read_depths = depths(1, 4, 8, 16, 24, 32),
      .encode = tiff::encode_tiff, .write_depths = depths(1, 4, 8, 16, 24, 32),
@@ -72,13 +73,16 @@ constexpr FileType kFileTypes[] = {
      .count_pages = plugin::count_gif_pages, .traits = kByName},
     {.code = IMG_TYPE_BMP, .name = "bmp", .title = "BMP", .ending = "bmp",
      .test = [](const Probe& p) { return p.has("BM") || p.has("\x28\0\0\0"sv); },  // or a bare DIB
+     .last_test = probe_bare_bitmap,
      .find_variant = find_bmp_variant,
      .decode = bmp::decode, .read_depths = depths(1, 4, 8, 16, 24, 32),
      .encode = bmp::encode, .write_depths = depths(1, 4, 8, 16, 24, 32), .traits = kByName},
     {.code = IMG_TYPE_EPS, .name = "eps", .title = "EPS", .ending = "eps",
-     .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); },
+     .last_test = [](const Probe& p) { return p.has("%!PS"); }, .traits = kByName},
     {.code = IMG_TYPE_PDF, .name = "pdf", .title = "PDF", .ending = "pdf",
      .test = [](const Probe& p) { return p.has("%PDF"); },
+     .last_test = probe_late_pdf, .more_endings = " pdf ",
      .decode = pdf::decode, .read_depths = depths(1, 8, 24),
      .encode = pdf::encode, .write_depths = depths(1, 8, 24, 32), .can_encode = pdf::can_encode,
      .can_append = pdf::can_append, .supplier = Supplier::transitions, .traits = kMultiPage | kGrows},
@@ -89,6 +93,7 @@ constexpr FileType kFileTypes[] = {
      .can_append = pcx::can_append_dcx, .count_pages = pcx::count_dcx_pages, .traits = kMultiPage | kByName},
     {.code = IMG_TYPE_JPEG, .name = "jpeg", .title = "JPEG", .ending = "jpg",
      .test = [](const Probe& p) { return p.has("\xFF\xD8"); },
+     .more_endings = " jpeg jpe jfif ",
      .decode = jpeg::decode_jpeg, .read_depths = depths(8, 24, 32),
      .encode = jpeg::encode_jpeg, .write_depths = depths(8, 24, 32),
      .can_encode = jpeg::can_encode_jpeg, .find_orientation = jpeg::find_jpeg_orientation,
@@ -116,18 +121,21 @@ constexpr FileType kFileTypes[] = {
      .encode = simple::encode_iff, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_iff, .traits = kByName},
     {.code = IMG_TYPE_FLASHPIX, .name = "flashpix", .title = "FlashPix", .ending = "fpx",
-     .test = [](const Probe& p) { return p.has("\xD0\xCF\x11\xE0\xA1\xB1"); }},
+     .test = [](const Probe& p) { return p.has("\xD0\xCF\x11\xE0\xA1\xB1"); },
+     .confirms = has_flashpix_class},
     {.code = IMG_TYPE_GX2, .name = "gx2", .title = "GX2", .ending = "gx2",
      .test = [](const Probe& p) { return p.has("GX2"); }},
     {.code = IMG_TYPE_LSD, .name = "lsd", .title = "LSD", .ending = "lsd",
      .test = [](const Probe& p) { return p.has("\xDC\xDC"); }},
     {.code = IMG_TYPE_PCX, .name = "pcx", .title = "PCX", .ending = "pcx",
      .test = [](const Probe& p) { return p[0] == 0x0A && p[2] == 0x01; },
+     .last_test = probe_plain_pcx,
      .decode = pcx::decode_pcx, .read_depths = depths(1, 4, 8, 24),
      .encode = pcx::encode_pcx, .write_depths = depths(1, 4, 8, 24), .can_encode = pcx::can_encode_pcx,
      .traits = kByName},
     {.code = IMG_TYPE_ICON, .name = "icon", .title = "Windows icon", .ending = "ico",
      .test = [](const Probe& p) { return p.has("\0\0\1\0"sv) && one_of(p[6], {16, 32, 48, 64}); },
+     .first_test = probe_icon, .more_endings = " icon ",
      .decode = simple::decode_icon, .read_depths = depths(1, 4, 8, 16, 24),
      .encode = simple::encode_icon, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_icon, .count_pages = simple::count_icon_pages,
@@ -141,10 +149,12 @@ constexpr FileType kFileTypes[] = {
      .test = [](const Probe& p) { return p.has("\xD7\xCD\xC6\x9A"); }, .traits = kByName},
     {.code = IMG_TYPE_ICA, .name = "ica", .title = "ICA", .ending = "ica",
      .test = [](const Probe& p) { return p.has("0000") || p[0] == 'p'; },
+     .confirms = has_fax_prefix,
      .count_pages = pages_unknown, .supplier = Supplier::transitions, .traits = kByName},
     {.code = IMG_TYPE_MCA, .name = "mca", .title = "MCA", .ending = "mca",
      .switched_by = IMG_TYPE_ICA,
      .test = is_mca,
+     .confirms = has_fax_prefix,
      .count_pages = pages_unknown, .uncounted = kByHandle | kInMemory, .supplier = Supplier::transitions,
      .traits = kMultiPage | kByName | kUnreported},
     {.code = IMG_TYPE_PHOTO_CD, .name = "photo-cd", .title = "Photo CD", .ending = "pcd",
@@ -211,6 +221,7 @@ constexpr FileType kFileTypes[] = {
      .traits = kByName | kUnreported},
     {.code = IMG_TYPE_DICOM, .name = "dicom", .title = "DICOM", .ending = "dcm",
      .test = probe_dicom,
+     .first_test = probe_marked_dicom, .last_test = probe_bare_dicom,
      .decode = dicom::decode_dicom, .read_depths = depths(8, 24, 32)},
 
     // Variants and save-only codes: no test of their own.
@@ -261,6 +272,7 @@ constexpr FileType kFileTypes[] = {
      .variant_of = IMG_TYPE_TIFF, .variant = 32008,
      .traits = kMultiPage | kGrows},
     {.code = IMG_TYPE_DIB, .name = "dib", .title = "DIB", .ending = "dib", .variant = bmp::kBareDib,
+     .more_endings = " dib ",
      .encode = bmp::encode, .write_depths = depths(1, 4, 8, 16, 24, 32)},
     {.code = IMG_TYPE_PCL, .name = "pcl", .title = "PCL", .ending = "pcl",
      .traits = kByName},
@@ -270,6 +282,11 @@ constexpr FileType kFileTypes[] = {
 
 constexpr char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool same_ending(std::string_view ending, std::string_view known) {
+  return std::equal(ending.begin(), ending.end(), known.begin(), known.end(),
+                    [](char a, char b) { return lower(a) == b; });
 }
 
 }  // namespace
@@ -297,10 +314,22 @@ std::int32_t code_for_name(std::string_view name) {
   if (name.size() < 3) return -1;
   const std::string_view ending = name.substr(name.size() - 3);
   for (const FileType& type : kFileTypes) {
-    if ((type.traits & kByName) == 0) continue;
-    if (std::equal(ending.begin(), ending.end(), type.ending.begin(), type.ending.end(),
-                   [](char a, char b) { return lower(a) == b; })) {
-      return type.code;
+    if ((type.traits & kByName) != 0 && same_ending(ending, type.ending)) return type.code;
+  }
+  return -1;
+}
+
+std::int32_t code_for_whole_ending(std::string_view name) {
+  const std::size_t dot = name.find_last_of("./\\");
+  if (dot == std::string_view::npos || name[dot] != '.') return -1;
+  std::string_view ending = name;
+  ending.remove_prefix(dot + 1);
+  for (const FileType& type : kFileTypes) {
+    if ((type.traits & kByName) != 0 && same_ending(ending, type.ending)) return type.code;
+    for (std::string_view more = type.more_endings; more.size() > 1;) {
+      const std::size_t end = more.find(' ', 1);
+      if (same_ending(ending, {more.data() + 1, end - 1})) return type.code;
+      more.remove_prefix(end);
     }
   }
   return -1;

@@ -24,6 +24,9 @@ const FileType* find_variant(const FileType& format, std::int32_t variant);
 // The code for a file name, by its last three characters in any case; -1 when there is none.
 std::int32_t code_for_name(std::string_view name);
 
+// The same by all of what is behind the last dot.
+std::int32_t code_for_whole_ending(std::string_view name);
+
 // The code whose auto-detect switch counts.
 std::int32_t switch_of(const FileType& type);
 std::int32_t switch_of(std::int32_t code);

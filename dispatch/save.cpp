@@ -102,7 +102,10 @@ Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
 
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) {
   if (name == nullptr) return StatusCode::cannot_open;
-  if (code == IMG_TYPE_BY_NAME) code = code_for_name(name);
+  if (code == IMG_TYPE_BY_NAME) {
+    const bool whole = context().options.get(IMG_OPTION_DETECTION) == 1;
+    code = whole ? code_for_whole_ending(name) : code_for_name(name);
+  }
   const FileType* type = nullptr;
   HeaderBlock header;
   TQ_TRY(find_encoder(code, type));

@@ -8,6 +8,7 @@
 #include "formats/bmp/bmp.h"
 #include "formats/plugin/plugin.h"
 #include "io/endian.h"
+#include "io/stream_window.h"
 
 namespace tq::dispatch {
 namespace {
@@ -36,6 +37,13 @@ template <std::size_t kSize>
 Bytes<kSize> read_at(StreamHandle stream, std::int32_t offset) {
   seek(stream, offset, Origin::start);
   return read_on<kSize>(stream);
+}
+
+// What a short file lacks is 0.
+template <std::size_t kSize>
+Bytes<kSize> read_of(const Probe& probe, std::int64_t offset) {
+  if (seek_to(probe.stream, probe.start + offset).failed()) return {};
+  return read_on<kSize>(probe.stream);
 }
 
 // The first data element is the length of its group, and the element behind it stays within that.
@@ -92,6 +100,97 @@ bool probe_sct(const Probe& probe) {
 bool probe_dicom(const Probe& probe) {
   return starts_with_group_length(probe.stream) || read_at<4>(probe.stream, 0).has("DICM") ||
          read_at<4>(probe.stream, 128).has("DICM");
+}
+
+bool is_cursor(const Probe& probe) {
+  const int pictures = load_le16(&probe.bytes[4]);
+  return probe.has(std::string_view("\0\0\2\0", 4)) && pictures >= 1 && pictures <= 64;
+}
+
+bool probe_icon(const Probe& probe) {
+  constexpr int kDirectoryBytes = 6, kEntryBytes = 16;
+  const int pictures = load_le16(&probe.bytes[4]);
+  if (!probe.has(std::string_view("\0\0\1\0", 4)) || pictures == 0) return false;
+  const std::int64_t end = find_end(probe.stream) - probe.start;
+  const std::int64_t first = kDirectoryBytes + std::int64_t{kEntryBytes} * pictures;
+  if (end < first) return false;
+  for (int i = 0; i < pictures; ++i) {
+    const auto entry = read_of<kEntryBytes>(probe, kDirectoryBytes + kEntryBytes * i);
+    const std::int64_t bytes = load_le32(&entry.data[8]), at = load_le32(&entry.data[12]);
+    if (bytes == 0 || at < first || at + bytes > end) return false;
+  }
+  return true;
+}
+
+bool probe_bare_bitmap(const Probe& probe) {
+  constexpr std::uint32_t kCore = 12, kInfos[] = {52, 56, 64, 108, 124};
+  constexpr int kDepths[] = {0, 1, 2, 4, 8, 16, 24, 32};  // 0: of another file's picture
+  const std::uint32_t bytes = load_le32(probe.bytes);
+  const bool core = bytes == kCore;
+  if (!core && std::ranges::find(kInfos, bytes) == std::end(kInfos)) return false;
+  const auto header = read_of<16>(probe, 0);
+  const std::uint8_t* const p = header.data.data();
+  const bool sides = core ? load_le16(p + 4) != 0 && load_le16(p + 6) != 0
+                          : load_le32(p + 4) != 0 && load_le32(p + 8) != 0;
+  const std::uint8_t* const planes = p + (core ? 8 : 12);
+  return sides && load_le16(planes) == 1 &&
+         std::ranges::find(kDepths, load_le16(planes + 2)) != std::end(kDepths);
+}
+
+bool probe_plain_pcx(const Probe& probe) {
+  const auto header = read_of<66>(probe, 0);
+  const auto& h = header.data;
+  const bool version = h[1] <= 5 && h[1] != 1;
+  const bool bits = h[3] == 1 || h[3] == 2 || h[3] == 4 || h[3] == 8;
+  return h[0] == 10 && version && h[2] <= 1 && bits && h[65] >= 1 && h[65] <= 4 &&
+         load_le16(&h[8]) >= load_le16(&h[4]) && load_le16(&h[10]) >= load_le16(&h[6]);
+}
+
+bool probe_late_pdf(const Probe& probe) {
+  constexpr std::string_view kMark = "%PDF-";
+  const auto bytes = read_of<1024>(probe, 0);
+  const auto end = bytes.data.begin() + bytes.count;
+  return std::search(bytes.data.begin(), end, kMark.begin(), kMark.end(),
+                     [](std::uint8_t a, char b) { return a == byte(b); }) != end;
+}
+
+// DICOM PS3.5, section 7.1: group and number of an element, then the two letters of its kind or its
+// length, which are as large as the first elements of a file are.
+bool probe_bare_dicom(const Probe& probe) {
+  constexpr std::uint32_t kLongest = 256;
+  const std::uint8_t* const p = probe.bytes;
+  const auto letter = [p](int at) { return p[at] >= 'A' && p[at] <= 'Z'; };
+  const bool little = p[0] == 8 && p[1] == 0 && p[3] == 0,
+             big = p[0] == 0 && p[1] == 8 && p[2] == 0;
+  if (!little && !big) return false;
+  const std::uint32_t bytes = little ? load_le32(p + 4) : load_be32(p + 4);
+  if (letter(4) && letter(5)) return true;
+  if (bytes == 0 || bytes > kLongest || bytes % 2 != 0) return false;
+  const auto next = read_of<2>(probe, 8 + static_cast<std::int32_t>(bytes));
+  return std::equal(next.data.begin(), next.data.end(), p);
+}
+
+bool probe_marked_dicom(const Probe& probe) {
+  return read_of<4>(probe, 128).has("DICM");
+}
+
+bool has_tiff_version(const Probe& probe) {
+  const int version = probe[0] == 'I' ? load_le16(&probe.bytes[2]) : load_be16(&probe.bytes[2]);
+  return version == 42 || version == 43;
+}
+
+bool has_fax_prefix(const Probe& probe) {
+  return probe[0] != 'p' || (probe[1] <= 4 && probe.has("\x91\x01\xFF", 2 + probe[1]));
+}
+
+// [MS-CFB]: the first sector of the directory begins with the root entry.
+bool has_flashpix_class(const Probe& probe) {
+  const auto header = read_of<52>(probe, 0);
+  const int shift = load_le16(&header.data[30]);
+  if (header.count < header.data.size() || shift > 12) return false;
+  const std::int64_t at = (std::int64_t{load_le32(&header.data[48])} + 1) << shift;
+  const auto id = read_of<16>(probe, at + 80);
+  return id.has(std::string_view("\0\x67\x61\x56\x54\xC1\xCE\x11\x85\x53\0\xAA\0\xA1\xF9\x5B", 16));
 }
 
 Status find_bmp_variant(StreamHandle stream) {

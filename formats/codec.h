@@ -161,6 +161,7 @@ struct Probe {
 
   std::uint8_t bytes[kBytes];
   StreamHandle stream;
+  std::int32_t start = 0;  // where the file begins, for the tests of DETECTION
 
   constexpr std::uint8_t operator[](int i) const { return bytes[i]; }
   constexpr bool has(std::string_view text, int at = 0) const {
@@ -201,7 +202,13 @@ struct FileType {
   std::int16_t variant_of = -1;   // the code of the format that this one is a variant of
   std::int32_t variant = 0;       // tells variants apart: a compression of TIFF, RLE of BMP …
   std::int16_t switched_by = -1;  // the code whose auto-detect switch counts; -1: its own
-  bool (*test)(const Probe& probe) = nullptr;             // null: never detected
+  bool (*test)(const Probe& probe) = nullptr;  // null: never detected
+  // With DETECTION; they may move the stream. Asked before all tests; asked when none has passed; and
+  // what a file that passes the test has to pass as well.
+  bool (*first_test)(const Probe& probe) = nullptr;
+  bool (*last_test)(const Probe& probe) = nullptr;
+  bool (*confirms)(const Probe& probe) = nullptr;
+  std::string_view more_endings = {};  // between blanks, of names that then choose the code, too
   Status (*find_variant)(StreamHandle stream) = nullptr;  // which one a detected file is
   Decoder decode = nullptr;                               // null: recognised, not decoded
   std::uint8_t read_depths = 0;

@@ -146,6 +146,70 @@ TEST_F(Detection, TellsEveryFormatFromWhatIsNearlyOne) {
   EXPECT_EQ(code_of({}), -7);
 }
 
+// What more is seen with DETECTION, and what no longer is; a file of 600 bytes.
+TEST_F(Detection, OptionSeesMoreAndConfirms) {
+  const std::string icon =
+      "\0\0\1\0\1\0\x11\x11\0\0\1\0\4\0\x2A\2\0\0\x2E\0\0\0"s;  // its picture ends the file
+  const std::string pcx = "\x0A\5\0\x08\0\0\1\0\x07\0\1\0"s,
+                    dicom = "\x08\0\5\0\6\0\0\0ISO_IR\x08\0\x16\0"s;
+  const std::string root = std::string("\xD0\xCF\x11\xE0\xA1\xB1") + std::string(24, 0) + "\6\0"s +
+                           std::string(16, 0) + "\3\0\0\0"s;  // in sector 3 of 64 bytes, at 256
+  const std::string flashpix = "\0\x67\x61\x56\x54\xC1\xCE\x11\x85\x53\0\xAA\0\xA1\xF9\x5B"s;
+  const struct {
+    const char* before;
+    const char* type;
+    std::string text;
+    std::size_t at = 0;
+    std::string more{};  // elsewhere
+  } cases[] = {
+      {"tif", "tif", "II*\0"s},
+      {"tif", "tif", "MM\0+"s},
+      {"tif", "", "II"},
+      {"tif", "dcm", "II", 128, "DICM"},
+      {"", "bmp", "\x0C\0\0\0\7\0\5\0\1\0\x18\0"s},
+      {"", "bmp", "\x7C\0\0\0\7\0\0\0\5\0\0\0\1\0\x20\0"s},
+      {"", "", "\x7C\0\0\0\7\0\0\0\5\0\0\0\2\0\x20\0"s},
+      {"", "", "\x0C\0\0\0\7\0\5\0\1\0\x17\0"s},
+      {"", "eps", "%!PS-Adobe"},
+      {"", "pdf", "??????????", 500, "%PDF-"},
+      {"", "", "??????????", 500, "%PDF_"},
+      {"", "pcx", pcx, 65, "\3"},
+      {"", "", pcx, 65, "\5"},
+      {"", "ico", icon},
+      {"ico", "ico", "\0\0\1\0??\x20"s},
+      {"", "", "\0\0\1\0\1\0\x11\x11\0\0\1\0\4\0\x2B\2\0\0\x2E\0\0\0"s},
+      {"tga", "", "\0\0\2\0\1\0\x10\x10"s},
+      {"tga", "tga", "\0\0\2\0\0\0\0\0"s},
+      {"ica", "ica", "p\1?\x91\1\xFF"},
+      {"ica", "", "p\5"},
+      {"ica", "", "p\1\x91\1\xFF"},
+      {"ica", "ica", "0000"},
+      {"mca", "mca", "??\xD3\xA6\xFB"},
+      {"fpx", "fpx", root, 336, flashpix},
+      {"fpx", "", root, 335, flashpix},
+      {"", "dcm", dicom},
+      {"", "dcm", "\0\x08\0\5CS\0\6ISO_IR"s},
+      {"", "", "\x08\0\5\0\7\0\0\0ISO_IR?\x08\0"s},
+  };
+  for (const auto& [before, type, text, at, more] : cases) {
+    Bytes file = file_with(text, 0, 600);
+    std::ranges::copy(more, file.begin() + static_cast<std::ptrdiff_t>(at));
+    SCOPED_TRACE(testing::PrintToString(text) + more);
+    IMG_set_option(IMG_OPTION_DETECTION, 0);
+    EXPECT_EQ(type_of(file), before);
+    IMG_set_option(IMG_OPTION_DETECTION, 1);
+    EXPECT_EQ(type_of(file), type);
+    // The same behind other bytes of a stream.
+    MemoryFile stream(joined({Bytes(100, 'x'), file}));
+    stream.position = 100;
+    const dispatch::FileType* found = nullptr;
+    EXPECT_EQ(dispatch::detect(MemoryFile::kHandle, found), kOk);
+    EXPECT_EQ(found == nullptr ? "" : found->ending, type);
+    IMGLOW_set_fileio(nullptr, nullptr, nullptr);
+  }
+  IMG_set_option(IMG_OPTION_DETECTION, 0);
+}
+
 TEST_F(Detection, XBitmapNeedsALineFeedInTheNextTwoHundredBytes) {
   for (const auto& [at, is_xbm] : std::vector<std::pair<std::size_t, bool>>{
            {9, false}, {10, true}, {209, true}, {210, false}}) {
@@ -316,6 +380,13 @@ TEST_F(Detection, FileNamesChooseACodeByTheirLastThreeCharacters) {
       {"", -1},      {"a", -1},         {"if", -1},    {"a.tif ", -1}, {"a.imt", -1},
       {"a.btr", -1}, {"a.pdf", -1},     {"a.txt", -1}, {"a.jpeg", -1}};
   for (const auto& [name, code] : names) EXPECT_EQ(dispatch::code_for_name(name), code) << name;
+  const std::pair<const char*, std::int32_t> whole[] = {
+      {"scan.tiff", 0}, {"a.JPEG", 13}, {"a.jpe", 13}, {"a.b.jfif", 13},  {"a.pdf", 59},
+      {"a.dib", 48},    {"a.icon", 25}, {"a.tif", 0},  {"dcx", -1},       {"/x.tif/a", -1},
+      {"a.", -1},       {"a.xtif", -1}, {"a.jp", -1},  {"a.jpe jfif", -1}};
+  for (const auto& [name, code] : whole) {
+    EXPECT_EQ(dispatch::code_for_whole_ending(name), code) << name;
+  }
 }
 
 }  // namespace
