@@ -27,6 +27,10 @@ std::int32_t IMG_CALL IMG_create_handle(void* packed_dib) {
   return with_memory(packed_dib, image_at(0, 0));
 }
 
+std::int32_t IMG_CALL IMG_create_handle_block(const void* dib_or_file, std::size_t size) {
+  return with_memory(dib_or_file, size, image_at(0, 0));
+}
+
 std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
   return with_file(name, image_at(0, 0));
 }

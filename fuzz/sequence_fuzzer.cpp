@@ -233,6 +233,7 @@ void decode() {
     if (way == 0) return IMG_create_handle(block);
     if (way == 1) return IMG_decompress_bitmap_mem(block, page);
     if (way == 2) return IMG_decompress_bitmap_fd(IMG_MEMORY_STREAM, start, page);
+    if (way == 3) return IMG_create_handle_block(block, file.size());
     if (way < 5) return IMG_decompress_bitmap_block(block, file.size(), page);
     if (way == 5)
       return IMGLOW_decompress_bitmap(IMG_MEMORY_STREAM, start, 0, nullptr, nullptr, on_header);

@@ -212,7 +212,7 @@ typedef int32_t(IMG_CB_C* img_supply_fn)(void* save_context, void* dest, int32_t
  *   packed_dib  header, palette and rows in one piece
  *
  * The size of the memory is not known: well-formed data are never read past their end, for data
- * from strangers use IMG_decompress_bitmap_block.
+ * from strangers use IMG_create_handle_block.
  * Returns the image handle, IMG_UNSUPPORTED (null, or nothing that is recognised),
  * IMG_OUT_OF_MEMORY, or the decoder's status. */
 IMG_API int32_t IMG_CALL IMG_create_handle(void* packed_dib);
@@ -756,6 +756,9 @@ IMG_API int32_t IMG_CALL IMG_get_damage(int32_t image, int32_t* rows, int32_t* r
  * Return 0, IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (an image without pixels), IMG_UNSUPPORTED. */
 IMG_API int32_t IMG_CALL IMG_get_resolution(int32_t image, int32_t* x, int32_t* y);
 IMG_API int32_t IMG_CALL IMG_set_resolution(int32_t image, int32_t x, int32_t y);
+/* Makes an image from a packed DIB, or any image file, of which nothing behind `size` bytes is read: like
+ * IMG_create_handle. With READING and DETECTION, headers of 12, 52, 56, 64, 108 and 124 bytes too. */
+IMG_API int32_t IMG_CALL IMG_create_handle_block(const void* dib_or_file, size_t size);
 
 /* The crop rectangle of an image as every program takes it, for the clipboard (CF_DIB) and for
  * StretchDIBits: a packed DIB with a header of 40 bytes, from the bottom, in pixels per metre, without

@@ -70,7 +70,7 @@ class ByteLine {
     x_ = x;
   }
   bool begun() const { return x_ > 0; }
-  bool full() const { return x_ == end_; }
+  bool reaches(std::int64_t pixels) const { return x_ >= pixels * kPixelBytes; }
   bool overran() const { return overran_; }  // a run went on behind the row
   std::span<const std::uint8_t> complete() {
     keep(end_);
@@ -156,7 +156,7 @@ class NibbleLine {
     return std::span(line_, row_bytes_);
   }
   bool begun() const { return x_ > 0; }
-  bool full() const { return x_ == end_; }
+  bool reaches(std::int64_t pixels) const { return x_ >= pixels * kPixelBytes; }
   bool overran() const { return overran_; }  // a run went on behind the row
   void start_next() {
     if constexpr (!kBlank) std::swap(line_, before_);
@@ -335,7 +335,7 @@ Status decode_rows(const DecodeRequest& request, const File& file) {
   }
   // A last line without its end; where unwritten pixels are known to be 0 it can be seen.
   if (!Line::kBlank || !rows.wants_more() || !line.begun()) return kOk;
-  if (!line.full()) rows.damaged(StatusCode::read_failed);
+  if (!line.reaches(header.biWidth)) rows.damaged(StatusCode::read_failed);
   return deliver(line, rows);
 }
 

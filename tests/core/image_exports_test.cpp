@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "core/numbers.h"
+#include "tests/support/guarded_block.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 
@@ -91,12 +92,27 @@ TEST_F(ImageExports, HandleLeftByBadGeometryHasNoPixelsButCanBeDeleted) {
   }
 }
 
+// The clipboard's bitmaps: with the options, those of a core header too.
+TEST_F(ImageExports, BitmapsInMemoryEndWhereTheCallerSays) {
+  const GuardedBlock core(Bytes{12, 0, 0, 0, 3, 0, 2, 0, 1, 0, 24, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+  EXPECT_EQ(IMG_create_handle_block(core.data(), core.size()), -7);
+  IMG_set_option(IMG_OPTION_DETECTION, 1);
+  IMG_set_option(IMG_OPTION_READING, 1);
+  {
+    const Image image(IMG_create_handle_block(core.data(), core.size()));
+    EXPECT_EQ(rows_of_image(image), (Rows{Bytes(12), {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}}));
+  }
+  IMG_set_option(IMG_OPTION_DETECTION, 0);
+  IMG_set_option(IMG_OPTION_READING, 0);
+}
+
 TEST_F(ImageExports, NullPointersAreRefusedOrSkipped) {
   const Image image = make_image(3, 8, {{1, 2, 3, 4}, {5, 6, 7, 8}});
   const std::vector<std::pair<std::int64_t, std::int64_t>> answers = {
       {IMG_create_handle_keep(nullptr), -3},
       {IMG_create_handle_shell(nullptr), -3},
       {IMG_create_handle(nullptr), -7},
+      {IMG_create_handle_block(nullptr, 10), -7},
       {IMG_create_handle_ddb(nullptr), -8},
       {IMGLOW_get_raster(image, nullptr, 0, 0), -7},
       {IMGLOW_put_raster(image, nullptr, 0, 0), -7},

@@ -99,6 +99,7 @@ std::vector<Call> calls(Material& m) {
   std::uint8_t* const row = m.row.data();
   std::vector<Call> all = {
       {"IMG_create_handle", call(IMG_create_handle, m.global)},
+      {"IMG_create_handle_block", call(IMG_create_handle_block, &m.dib[14], m.dib.size() - 14)},
       {"IMG_create_handle_keep", call(IMG_create_handle_keep, &m.dib[14])},
       {"IMG_create_handle_shell", call(IMG_create_handle_shell, &m.dib[14])},
       {"IMG_decompress_bitmap", call(IMG_decompress_bitmap, m.in.c_str())},
