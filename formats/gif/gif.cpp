@@ -3,24 +3,17 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "coding/lzw.h"
-#include "io/endian.h"
+#include "formats/gif/blocks.h"
 #include "io/stream_writer.h"
 #include "pixels/colours.h"
 #include "pixels/rows.h"
 
 namespace tq::gif {
 namespace {
-
-constexpr int kBlockBytes = 255;
-constexpr int kScreenBytes = 13, kDescriptorBytes = 9;
-constexpr int kHasPalette = 0x80, kInterlaced = 0x40;             // flags of screen and image
-constexpr int kExtension = 0x21, kImage = 0x2C, kTrailer = 0x3B;  // what follows
-constexpr int kGraphicControl = 0xF9;                             // an extension
 
 // The n-th row in an interlaced file: every eighth, those between, and so on.
 constexpr std::int32_t interlaced_row(std::int32_t n, std::int32_t height) {
@@ -31,122 +24,6 @@ constexpr std::int32_t interlaced_row(std::int32_t n, std::int32_t height) {
     n -= rows;
   }
   return height - 1;
-}
-
-// Reads exactly what the format says is there: the stream may be memory that ends with the file.
-class Input {
- public:
-  explicit Input(StreamHandle stream) : stream_(stream) {}
-
-  bool read(std::span<std::uint8_t> bytes) const {
-    return read_fully(stream_, bytes) == std::ssize(bytes);
-  }
-  int byte() const {
-    std::array<std::uint8_t, 1> value{};
-    return read(value) ? value[0] : -1;
-  }
-
-  // The bytes of data sub-blocks one after the other.
-  void begin_blocks() {
-    next_ = std::max(byte(), 0);
-    block_ = {};
-  }
-  int block_byte() {
-    if (block_.empty() && !fetch()) return -1;
-    const int value = block_.front();
-    block_ = block_.subspan(1);
-    return value;
-  }
-  std::span<const std::uint8_t> next_piece() {
-    if (block_.empty()) fetch();
-    return std::exchange(block_, {});
-  }
-  // False when the data end before their terminator.
-  bool skip_blocks() {
-    while (next_ != 0) {
-      if (!fetch()) return false;
-    }
-    return true;
-  }
-
- private:
-  // A block and the length of the one behind it, which is always there, are read at once.
-  bool fetch() {
-    if (next_ == 0) return false;
-    const int got = read_fully(stream_, std::span(buffer_).first(next_ + 1));
-    block_ = std::span(buffer_).first(std::min(got, next_));
-    next_ = got > next_ ? buffer_[next_] : 0;
-    return !block_.empty();
-  }
-
-  StreamHandle stream_;
-  std::array<std::uint8_t, kBlockBytes + 1> buffer_{};
-  std::span<const std::uint8_t> block_{};  // what is left of the one in the buffer
-  int next_ = 0;                           // bytes in the following block
-};
-
-struct Frame {
-  std::int32_t width = 0, height = 0;
-  bool interlaced = false;
-  int colours = 0;
-  std::array<Rgb, 256> palette{};
-  int transparent = -1;
-};
-
-bool read_palette(const Input& input, int flags, Frame& frame) {
-  if ((flags & kHasPalette) == 0) return true;
-  frame.colours = 2 << (flags & 7);
-  std::array<std::uint8_t, 3 * 256> bytes{};
-  if (!input.read(std::span(bytes).first(3 * frame.colours))) return false;
-  for (int i = 0; i < frame.colours; ++i) {
-    frame.palette[i] = {bytes[3 * i + 2], bytes[3 * i + 1], bytes[3 * i], 0};
-  }
-  return true;
-}
-
-// Of the graphic control extension only the transparent colour counts.
-bool read_extension(Input& input, Frame& frame) {
-  const int label = input.byte();
-  if (label < 0) return false;
-  input.begin_blocks();
-  if (label == kGraphicControl) {
-    const int flags = input.block_byte();
-    input.block_byte();
-    input.block_byte();
-    const int index = input.block_byte();
-    frame.transparent = flags >= 0 && (flags & 1) != 0 && index >= 0 ? index : -1;
-  }
-  return input.skip_blocks();
-}
-
-// Leaves the input at the pixels of frame `wanted`.
-Status find_frame(Input& input, std::int32_t wanted, Frame& frame) {
-  std::array<std::uint8_t, kScreenBytes> screen{};
-  if (!input.read(screen) || std::memcmp(screen.data(), "GIF", 3) != 0) {
-    return StatusCode::bad_image;
-  }
-  Frame global;
-  if (!read_palette(input, screen[10], global)) return StatusCode::bad_image;
-  frame = global;
-  for (std::int32_t found = 0;;) {
-    const int introducer = input.byte();
-    if (introducer == kExtension) {
-      if (!read_extension(input, frame)) return StatusCode::bad_image;
-      continue;
-    }
-    if (introducer != kImage) return found == 0 ? StatusCode::bad_image : StatusCode::page_past_end;
-    std::array<std::uint8_t, kDescriptorBytes> descriptor{};
-    if (!input.read(descriptor)) return StatusCode::bad_image;
-    frame.width = load_le16(&descriptor[4]);
-    frame.height = load_le16(&descriptor[6]);
-    frame.interlaced = (descriptor[8] & kInterlaced) != 0;
-    if (!read_palette(input, descriptor[8], frame)) return StatusCode::bad_image;
-    if (found++ == wanted) return kOk;
-    if (input.byte() < 0) return StatusCode::page_past_end;  // the pixels' bits
-    input.begin_blocks();
-    if (!input.skip_blocks()) return StatusCode::page_past_end;
-    frame = global;
-  }
 }
 
 // How the pixels of a frame lie in rows of an image.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/context.h"
+#include "formats/gif/screen.h"
 #include "formats/tiff/tiff.h"
 #include "include/tarnquill_plugin.h"
 #include "platform/module.h"
@@ -286,7 +287,9 @@ void unload_plugins() {
 }
 
 Status decode_gif(const DecodeRequest& request) {
-  return decode(kDecodeGif, request);
+  const auto decode_frame = [](const DecodeRequest& frame) { return decode(kDecodeGif, frame); };
+  const bool as_shown = request.options.get(IMG_OPTION_READING) == 1 && request.page <= 0;
+  return as_shown ? gif::decode_on_screen(request, decode_frame) : decode_frame(request);
 }
 Status encode_gif(const EncodeRequest& request) {
   return encode(request.variant() == kGifInterlaced ? kEncodeGifInterlaced : kEncodeGif, request);

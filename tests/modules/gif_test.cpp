@@ -79,6 +79,75 @@ TEST_F(Gif, FramesAreChosenByPage) {
   EXPECT_EQ(decode(file, 2).status, IMG_PAGE_PAST_END);
 }
 
+// With READING the first frame stands at 1, 1 of the screen, whose other pixels are of the background.
+TEST_F(Gif, TheFirstFrameIsShownOnTheScreen) {
+  const Bytes pixels = frame(0, 1, 2, 3), trailer = {0x3B};
+  const auto screen = [](std::uint8_t side, std::uint8_t background, std::uint8_t flags = 0x81) {
+    Bytes bytes = kScreen;
+    bytes[6] = bytes[8] = side;
+    bytes[10] = flags;
+    bytes[11] = background;
+    if (flags == 0) bytes.resize(13);
+    return bytes;
+  };
+  Bytes two = {0x2C, 1, 0, 1, 0, 2, 0, 1, 0, 0x80, 0, 0, 0, 255, 255, 255, 2, 2, 0x44, 0x0A, 0};
+  const struct {
+    const char* name;
+    Bytes file;
+    int bits;
+    Rows rows;  // the first three
+    std::size_t entry;
+    Bytes colour;
+  } cases[] = {
+      {"background",
+       joined({screen(5, 1), pixels}),
+       4,
+       {{0x11, 0x11, 0x10, 0}, {0x10, 0x11, 0x10, 0}, {0x12, 0x31, 0x10, 0}},
+       1,
+       {30, 20, 10}},
+      {"transparent background",
+       joined({screen(5, 2), kControl, pixels}),
+       4,
+       {{0x33, 0x33, 0x30, 0}, {0x30, 0x13, 0x30, 0}, {0x32, 0x33, 0x30, 0}},
+       3,
+       {255, 255, 255}},
+      {"cut off",
+       joined({screen(2, 1), pixels}),
+       4,
+       {{0x11, 0, 0, 0}, {0x10, 0, 0, 0}},
+       1,
+       {30, 20, 10}},
+      {"a colour more",
+       joined({screen(4, 1), two}),
+       4,
+       {{0x22, 0x22, 0, 0}, {0x20, 0x12, 0, 0}, {0x22, 0x22, 0, 0}},
+       2,
+       {30, 20, 10}},
+      {"none",
+       joined({screen(4, 1, 0), two}),
+       1,
+       {Bytes(4, 255), {0xBF, 255, 255, 255}, Bytes(4, 255)},
+       1,
+       {255, 255, 255}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    IMG_set_option(IMG_OPTION_READING, 1);
+    const Bytes file = joined({c.file, pixels, trailer});
+    const Picture shown = decode(file);
+    HeaderBlock info;
+    EXPECT_EQ(IMGLOW_get_fileinfo_block(file.data(), file.size(), &info), 0);
+    EXPECT_EQ(decode(file, 1).rows.size(), 2u);
+    IMG_set_option(IMG_OPTION_READING, 0);
+    EXPECT_EQ(shown.bits, c.bits);
+    EXPECT_EQ(info.header.biBitCount, c.bits);
+    EXPECT_EQ(info.header.biWidth, c.file[6]);
+    ASSERT_EQ(shown.rows.size(), c.file[8]);
+    EXPECT_EQ(Rows(shown.rows.begin(), shown.rows.begin() + std::ssize(c.rows)), c.rows);
+    EXPECT_TRUE(std::equal(c.colour.begin(), c.colour.end(), &shown.palette[4 * c.entry]));
+  }
+}
+
 TEST_F(Gif, TwoColoursAreOneBitOnlyWhenTheyAreBlackAndWhite) {
   const struct {
     Bytes palette;

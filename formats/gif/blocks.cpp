@@ -1,0 +1,77 @@
+// GIF89a specification, sections 17 to 23.
+#include "formats/gif/blocks.h"
+
+#include <cstring>
+
+#include "io/endian.h"
+
+namespace tq::gif {
+namespace {
+
+constexpr int kScreenBytes = 13, kDescriptorBytes = 9;
+
+bool read_palette(const Input& input, int flags, Frame& frame) {
+  if ((flags & kHasPalette) == 0) return true;
+  frame.colours = 2 << (flags & 7);
+  std::array<std::uint8_t, 3 * 256> bytes{};
+  if (!input.read(std::span(bytes).first(3 * frame.colours))) return false;
+  for (int i = 0; i < frame.colours; ++i) {
+    frame.palette[i] = {bytes[3 * i + 2], bytes[3 * i + 1], bytes[3 * i], 0};
+  }
+  return true;
+}
+
+// Of the graphic control extension only the transparent colour counts.
+bool read_extension(Input& input, Frame& frame) {
+  const int label = input.byte();
+  if (label < 0) return false;
+  input.begin_blocks();
+  if (label == kGraphicControl) {
+    const int flags = input.block_byte();
+    input.block_byte();
+    input.block_byte();
+    const int index = input.block_byte();
+    frame.transparent = flags >= 0 && (flags & 1) != 0 && index >= 0 ? index : -1;
+  }
+  return input.skip_blocks();
+}
+
+}  // namespace
+
+Status find_frame(Input& input, std::int32_t wanted, Frame& frame) {
+  std::array<std::uint8_t, kScreenBytes> screen{};
+  if (!input.read(screen) || std::memcmp(screen.data(), "GIF", 3) != 0) {
+    return StatusCode::bad_image;
+  }
+  Frame global;
+  if (!read_palette(input, screen[10], global)) return StatusCode::bad_image;
+  global.screen_width = load_le16(&screen[6]);
+  global.screen_height = load_le16(&screen[8]);
+  global.background_index = screen[11];
+  global.has_background = screen[11] < global.colours;
+  if (global.has_background) global.background = global.palette[screen[11]];
+  frame = global;
+  for (std::int32_t found = 0;;) {
+    const int introducer = input.byte();
+    if (introducer == kExtension) {
+      if (!read_extension(input, frame)) return StatusCode::bad_image;
+      continue;
+    }
+    if (introducer != kImage) return found == 0 ? StatusCode::bad_image : StatusCode::page_past_end;
+    std::array<std::uint8_t, kDescriptorBytes> descriptor{};
+    if (!input.read(descriptor)) return StatusCode::bad_image;
+    frame.left = load_le16(&descriptor[0]);
+    frame.top = load_le16(&descriptor[2]);
+    frame.width = load_le16(&descriptor[4]);
+    frame.height = load_le16(&descriptor[6]);
+    frame.interlaced = (descriptor[8] & kInterlaced) != 0;
+    if (!read_palette(input, descriptor[8], frame)) return StatusCode::bad_image;
+    if (found++ == wanted) return kOk;
+    if (input.byte() < 0) return StatusCode::page_past_end;  // the pixels' bits
+    input.begin_blocks();
+    if (!input.skip_blocks()) return StatusCode::page_past_end;
+    frame = global;
+  }
+}
+
+}  // namespace tq::gif
