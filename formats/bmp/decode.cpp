@@ -157,12 +157,13 @@ class FaxRows {
     TQ_TRY(row_.allocate(row_bytes(header.biWidth, header.biBitCount)));
     ChunkReader input;
     TQ_TRY(open_pixels(request, file_, formats::kFaxChunk, input));
-    RestPieces pieces(input);
+    ReaderPieces pieces(input);
     formats::FaxDecoder decoder;
     TQ_TRY(decoder.open({.scheme = ccitt::Scheme::group3_1d}, header.biWidth,
                         formats::FaxRows::bits, true));
+    formats::DecodeNotes notes{.whole = sink_.notes};
     const Status rows = decoder.decode(coding::PieceSource::of(pieces), 0, header.biHeight,
-                                       {.on_row = take_row, .context = this});
+                                       {.on_row = take_row, .context = this, .notes = &notes});
     return rows.failed() ? rows : kOk;
   }
 
@@ -213,6 +214,7 @@ Status decode(const DecodeRequest& request) {
   const bool shown = request.options.get(IMG_OPTION_READING) == 1;
   TQ_TRY(shown ? read_shown_header(request, file) : read_header(request, file));
   if (file.rows == Rows::jpeg || file.rows == Rows::png) return decode_embedded(request, file);
+  request.sink.resolution(file.resolution);
   TQ_TRY(request.sink.header(file.image));
   TQ_TRY(decode_rows(request, file));
   return kOk;

@@ -156,7 +156,7 @@ class NibbleLine {
     return std::span(line_, row_bytes_);
   }
   bool begun() const { return x_ > 0; }
-  bool reaches(std::int64_t pixels) const { return x_ >= pixels * kPixelBytes; }
+  bool reaches(std::int64_t pixels) const { return x_ >= pixels; }
   bool overran() const { return overran_; }  // a run went on behind the row
   void start_next() {
     if constexpr (!kBlank) std::swap(line_, before_);

@@ -173,8 +173,15 @@ void put_file_header(const BitmapInfoHeader& image, StreamWriter& out) {
   out.put_le32(pixels_at);
 }
 
-void put_info_header(const BitmapInfoHeader& image, std::uint32_t compression, StreamWriter& out) {
+void put_info_header(const EncodeRequest& request, std::uint32_t compression, StreamWriter& out) {
+  const BitmapInfoHeader& image = request.image->header;
   const bool has_resolution = image.biXPelsPerMeter != 0 && image.biYPelsPerMeter != 0;
+  std::int32_t x = has_resolution ? pixels_per_metre(image.biXPelsPerMeter) : 0;
+  std::int32_t y = has_resolution ? pixels_per_metre(image.biYPelsPerMeter) : 0;
+  if (request.is_exact()) {
+    x = tq::pixels_per_metre(request.resolution.x);
+    y = tq::pixels_per_metre(request.resolution.y);
+  }
   out.put_le32(kInfoHeaderBytes);
   out.put_le32(image.biWidth);
   out.put_le32(image.biHeight);
@@ -182,8 +189,8 @@ void put_info_header(const BitmapInfoHeader& image, std::uint32_t compression, S
   out.put_le16(image.biBitCount);
   out.put_le32(compression);
   out.put_le32(image_bytes(image.biWidth, image.biHeight, image.biBitCount));
-  out.put_le32(has_resolution ? pixels_per_metre(image.biXPelsPerMeter) : 0);
-  out.put_le32(has_resolution ? pixels_per_metre(image.biYPelsPerMeter) : 0);
+  out.put_le32(x);
+  out.put_le32(y);
   out.fill(8, 0);
 }
 
@@ -219,6 +226,12 @@ StoredHeader read_stored_header(const DecodeRequest& request, Fields fields) {
   return stored;
 }
 
+Resolution exact_resolution(const StoredHeader& stored) {
+  const BitmapInfoHeader& info = stored.info;
+  return is_per_metre(stored) ? resolution_of_metres(info.biXPelsPerMeter, info.biYPelsPerMeter)
+                              : Resolution{};
+}
+
 BitmapInfoHeader delivered_header(const StoredHeader& stored, int bits) {
   BitmapInfoHeader header = stored.info;
   header.biSize = kDibHeaderBytes;
@@ -247,6 +260,7 @@ Status read_header(const DecodeRequest& request, File& file) {
   }
   file.top_down = file.rows == Rows::plain && stored.info.biHeight < 0;
 
+  file.resolution = exact_resolution(stored);
   file.image.header = delivered_header(stored, delivered_bits(stored));
   const int bits = file.image.header.biBitCount;
   if (!has_rows_of(bits)) return StatusCode::unsupported;
@@ -271,7 +285,7 @@ Status write_header(const EncodeRequest& request, FileHeader file_header, std::u
     put_file_header(image, out);
     TQ_TRY(out.flush());
   }
-  put_info_header(image, compression, out);
+  put_info_header(request, compression, out);
   TQ_TRY(out.flush());
   const std::span all(reinterpret_cast<const std::uint8_t*>(request.image->palette.data()),
                       sizeof request.image->palette);

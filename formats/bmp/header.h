@@ -56,6 +56,7 @@ struct File {
   bool inverted = false;       // 1 bit: the file's 0 is white
   bool blank_lines = false;    // run lengths: what no code writes is 0, not as in the line before
   std::int32_t pixels_at = 0;  // position in the stream; -1: one that no stream has
+  Resolution resolution;       // where it is said per metre
 };
 
 // bad_image for a height that has no opposite, unsupported for a depth that has no rows here. Sides
@@ -84,6 +85,8 @@ struct StoredHeader {
 // Of a header below 40 bytes that is no core header: all 40, or those that it has; the others are 0.
 enum class Fields : std::uint8_t { all, of_header };
 StoredHeader read_stored_header(const DecodeRequest& request, Fields fields);
+
+Resolution exact_resolution(const StoredHeader& stored);
 
 // What is delivered, with pixels of so many bits.
 BitmapInfoHeader delivered_header(const StoredHeader& stored, int bits);

@@ -173,6 +173,7 @@ Status read_shown_header(const DecodeRequest& request, File& file) {
   file.top_down = stored.info.biHeight < 0;
   file.blank_lines = true;
   if (bits <= 8) read_palette(stored, places, file.image.palette);
+  file.resolution = exact_resolution(stored);
   file.image.header = delivered_header(stored, choose_layout(stored, file));
   if (file.image.header.biBitCount == 1) file.image.palette = pixels::grey_levels(1);
   return kOk;

@@ -1,5 +1,5 @@
 // A frame's rows become rows of the screen.
-#include "formats/gif/screen.h"
+#include "formats/gif/gif.h"
 
 #include <algorithm>
 
@@ -19,7 +19,8 @@ class Screen {
  public:
   Screen(const RowSink& sink, const Frame& frame) : sink_(sink), frame_(frame) {}
 
-  RowSink callbacks() { return {take_header, take_row, this}; }
+  RowSink callbacks() { return {take_header, take_row, this, &notes_}; }
+  bool is_damaged() const { return notes_.damage != StatusCode::ok; }
 
  private:
   static std::int32_t IMG_CB_C take_header(void* block, void* self) {
@@ -89,6 +90,7 @@ class Screen {
 
   const RowSink& sink_;
   const Frame& frame_;
+  formats::DecodeNotes notes_;  // of the frame
   HeaderBlock image_;
   int frame_bits_ = 8;
   std::uint8_t around_ = 0;
@@ -112,7 +114,9 @@ Status decode_on_screen(const DecodeRequest& request, formats::Decoder decode_fr
   Screen screen(request.sink, frame);
   DecodeRequest inner = request;
   inner.sink = screen.callbacks();
-  return decode_frame(inner);
+  const Status decoded = decode_frame(inner);
+  if (screen.is_damaged()) request.sink.last_row_damaged();
+  return decoded;
 }
 
 }  // namespace tq::gif

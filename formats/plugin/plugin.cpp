@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "core/context.h"
-#include "formats/gif/screen.h"
+#include "formats/gif/gif.h"
 #include "formats/tiff/tiff.h"
 #include "include/tarnquill_plugin.h"
 #include "platform/module.h"

@@ -44,8 +44,11 @@ TEST_F(Damage, WholeFilesHaveNone) {
   IMG_set_option(IMG_OPTION_STRICT, 1);
   for (const CorpusFile& file : corpus_files()) {
     for (std::int32_t page = 0; file.decoded && page < file.pages; ++page) {
-      const Seen seen = decode(file.bytes, page);
-      EXPECT_EQ(seen.damaged, 0) << file.name << ", page " << page << ": " << seen.reason;
+      for (const int reading : {0, 1}) {
+        IMG_set_option(IMG_OPTION_READING, reading);
+        const Seen seen = decode(file.bytes, page);
+        EXPECT_EQ(seen.damaged, 0) << file.name << ", page " << page << ": " << seen.reason;
+      }
     }
   }
 }
@@ -54,6 +57,8 @@ TEST_F(Damage, WholeFilesHaveNone) {
 TEST_F(Damage, FilesThatAreCutOffSayThatTheyAreUnlessTheirPixelsAreWhole) {
   for (const CorpusFile& file : corpus_files()) {
     if (!file.decoded) continue;
+    const std::string_view name = file.name;
+    IMG_set_option(IMG_OPTION_READING, name.starts_with("bmp/") || name.starts_with("pcx/"));
     const Seen whole = decode(file.bytes);
     for (int part = 1; part < 20; ++part) {
       const std::size_t bytes = file.bytes.size() * static_cast<std::size_t>(part) / 20;
@@ -131,7 +136,7 @@ TEST_F(Damage, ResolutionsAreKeptToTheThousandthUntilTheHeaderIsChanged) {
   EXPECT_EQ(header_of_image(image).biXPelsPerMeter, 203);
   EXPECT_EQ(header_of_image(image).biYPelsPerMeter, 98);
   EXPECT_EQ(IMG_set_resolution(image, -1, 0), IMG_UNSUPPORTED);
-  for (const std::int32_t code : {IMG_TYPE_PNG, IMG_TYPE_TIFF_PACKBITS}) {
+  for (const std::int32_t code : {IMG_TYPE_PNG, IMG_TYPE_TIFF_PACKBITS, IMG_TYPE_BMP}) {
     for (const bool exactly : {false, true}) {
       SCOPED_TRACE(testing::Message() << code << ", " << exactly);
       Bytes file(5000);
