@@ -661,10 +661,15 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
 /* Numbered values beside the settings, all 0 at first; 0 is always the behaviour that is described
  * elsewhere in this file.
  *
- *   READING            1: files are read as other programs show them. JPEG: smooth chroma, colours
- *                      and inks by what the file says about them, resolution in dots per inch, from
- *                      EXIF too; what is damaged ends at the next restart marker
- *   DETECTION          1: more files are recognised, and names for saving count whole endings
+ *   READING            1: files are read as other programs show them. BMP: masks, alpha on white, any
+ *                      two colours, palettes of any length, every header; 16 bits become the nearest
+ *                      24. PCX: plain rows, four colours, the colours of the header. GIF: the first
+ *                      frame stands on the screen of its file. JPEG: smooth chroma, colours and inks
+ *                      by what the file says about them, resolution in dots per inch, from EXIF too;
+ *                      what is damaged ends at the next restart marker
+ *   DETECTION          1: more files are recognised (bare DIBs of every header, plain PCX, PostScript,
+ *                      PDF behind other bytes, icons of any sides), a TIFF file has to have its
+ *                      number, and names for saving count whole endings: .tiff, .jpeg, .pdf, .dib too
  *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, and
  *                      JPEG with READING); rows into callbacks never are
  *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red
