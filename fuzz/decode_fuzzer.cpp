@@ -283,6 +283,15 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   digest.add(IMGLOW_get_pages_fd(1));
 }
 
+constexpr std::int32_t kOptions[] = {IMG_OPTION_READING,       IMG_OPTION_DETECTION,
+                                     IMG_OPTION_ORIENTATION,   IMG_OPTION_INKS,
+                                     IMG_OPTION_STRICT,        IMG_OPTION_JPEG_WRITING,
+                                     IMG_OPTION_JPEG_OPTIMISE, IMG_OPTION_JPEG_PROGRESSIVE};
+
+void set_options(std::uint8_t on) {
+  for (int i = 0; i < 8; ++i) TQ_CLAIM(IMG_set_option(kOptions[i], on >> i & 1) >= 0);
+}
+
 // ---- One run ----------------------------------------------------------------------------------
 
 void set_fitting(std::int32_t reduction, const Settings& settings) {
@@ -349,6 +358,7 @@ Digest run(Route route, const Settings& settings, Memory file) {
     for (std::uint8_t& byte : file) byte ^= 1 + 2 + 3 + 4;
   }
   Digest digest;
+  set_options(settings.options);
   apply(settings);
   if (route == Route::query) {
     query(settings, file, digest);
@@ -356,6 +366,7 @@ Digest run(Route route, const Settings& settings, Memory file) {
     decode(route, settings, file, digest);
   }
   restore(settings);
+  set_options(0);
   TQ_CLAIM(memory_probe::live_blocks() == 0 && memory_probe::tracked_blocks() == 0);
   return digest;
 }

@@ -37,6 +37,7 @@ struct DecodeSettings {
   std::uint8_t save_code;  // the file type code to save with; 0: BMP in run lengths
   std::int8_t quality;     // of a JPEG file that is saved
   std::uint8_t sampling;   // its factors: across in bits 0-2, down in 3-5
+  std::uint8_t options;    // those of reading and of JPEG that are on, in the order of kOptions
 };
 
 }  // namespace tq::fuzz

@@ -16,6 +16,7 @@ import unittest
 
 import bmp
 
+CORPUS = pathlib.Path(__file__).resolve().parent.parent / "corpus"
 PROGRAM = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "tarnquill"
 WAIT = 60  # seconds, where something has to happen soon
 
@@ -182,6 +183,45 @@ a long name.bmp  BMP        1  300x7      1    -      1
             "tarnquill: .: cannot be opened (-2)"])
         self.assertRegex(done.stdout.decode(), r"(?m)^unread.wpg +WPG +5 +- +- +- +1$")
         self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
+
+    def test_tells_what_is_damaged(self):
+        whole = self.write_picture("whole.bmp").read_bytes()
+        self.write("cut.bmp", whole[:len(whole) - 200])  # from the bottom: rows of 60 bytes
+        note = "tarnquill: cut.bmp: damaged after 6 rows: reading failed (-12)"
+        self.assertEqual(self.succeed("info", "--check", "whole.bmp"), self.succeed("info", "whole.bmp"))
+        self.refuse(3, note, "info", "--check", "cut.bmp")
+        self.refuse(3, note, "convert", "cut.bmp", "rest.png")
+        self.assertIn(b" 20x10 ", self.succeed("info", "--check", "rest.png"))
+        self.refuse(1, "tarnquill: cut.bmp: reading failed (-12)", "convert", "--strict", "cut.bmp", "none.png")
+        self.assertFalse((self.folder / "none.png").exists())
+        self.succeed("convert", "--contract", "cut.bmp", "kept.png")
+        self.refuse(1, "tarnquill: whole.bmp: out of memory, or the image is too large (-1)",
+                    "convert", "--limit-pixels=199", "whole.bmp", "none.png")
+
+    def test_shows_images_as_other_programs_do(self):
+        self.write_picture("a.bmp")
+        self.succeed("convert", "--dpi=600", "a.bmp", "a.tif")
+        self.assertRegex(self.succeed("info", "a.tif").decode(), r"(?m)^a.tif .* 20x10 +24  600 ")
+        turned = bytearray((self.folder / "a.tif").read_bytes())
+        entry = turned.index(b"\x12\x01\x03\x00\x01\x00\x00\x00\x01")  # Orientation 1
+        turned[entry + 8] = 6
+        self.write("turned.tif", bytes(turned))
+        self.succeed("convert", "turned.tif", "upright.png")
+        self.assertIn(b" 10x20 ", self.succeed("info", "turned.tif"))
+        self.assertIn(b" 10x20 ", self.succeed("info", "upright.png"))
+        self.succeed("convert", "--no-orient", "turned.tif", "stored.png")
+        self.assertIn(b" 20x10 ", self.succeed("info", "stored.png"))
+        # Inks stay inks where they can.
+        inks = CORPUS / "jpeg" / "cmyk.jpg"
+        for name, depth in (("inks.tif", 32), ("colours.png", 24)):
+            self.succeed("convert", inks, name)
+            self.assertRegex(self.succeed("info", name).decode(), rf" {depth} +(-|\d+) +1\n$")
+        self.refuse(1, "tarnquill: none.png: bit depth does not fit (-21)", "convert", "--keep-inks", inks, "none.png")
+        usual, optimised, progressive = (self.succeed("convert", "--code=jpeg", *options, inks, "-")
+                                         for options in ([], ["--optimise"], ["--progressive"]))
+        self.assertLess(len(optimised), len(usual))
+        self.assertIn(b"\xff\xc2", progressive)
+        self.assertRegex(self.succeed("formats").decode(), r"(?m)^ +43  png +PNG +1 4 8 16 24 +1 4 8 16 24 32$")
 
     def test_counts_pages(self):
         self.write_picture("a.bmp")

@@ -16,6 +16,7 @@ struct Command {
   int (*run)(const Arguments& arguments);  // the exit code; throws UsageError, Failure
 };
 
+extern const Command kFormats;
 extern const Command kInfo;
 extern const Command kConvert;
 extern const Command kAppend;

@@ -1,13 +1,17 @@
 // tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
+#include <array>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <set>
 
 #include "codes.h"
 #include "command.h"
 #include "cropped_rows.h"
+#include "dib_header.h"
 #include "errors.h"
 #include "input.h"
+#include "library_options.h"
 #include "output.h"
 #include "progress.h"
 #include "system.h"
@@ -16,11 +20,7 @@ namespace tool {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"code", 0, "N",
-     "file type code of the result, a number or a name:\nbmp (1), pcx (2), gif (4), dcx (11), "
-     "bmp-rle (12), "
-     "jpeg (13),\npng (43), gif-interlaced (44), dib (48), pdf (59), targa (3), xbm (20),\n"
-     "iff (26), xpm (35), xwd (36), sun (37)"},
+    {"code", 0, "N", "file type code of the result, a number or a name: see\n'tarnquill formats'"},
     {"crop", 0, "X,Y,W,H", "write this rectangle only; applies after --size"},
     {"rect", 0, "X,Y,W,H", "decode this rectangle only: less memory than --crop;\nnot with --size"},
     {"size", 0, "WxH", "scale down to this size while decoding"},
@@ -33,6 +33,11 @@ constexpr Option kOptions[] = {
      "of jpeg and pdf: pixels per colour sample across and\ndown, 1x1, 2x1 (default), 2x2; grey "
      "has none"},
     {"page", 0, "N", "the page to take, from 1 on"},
+    {"dpi", 0, "N", "the resolution of the result, whatever the input says"},
+    {"progressive", 0, nullptr, "jpeg in several scans, each finer than the one before"},
+    {"optimise", 0, nullptr, "jpeg with codes made for the picture: smaller, slower"},
+    {"keep-inks", 0, nullptr,
+     "cyan, magenta, yellow and black stay what they are, or are\nrefused"},
     {"output", 'o', "OUT", "the result; all operands are inputs then"},
     {"quiet", 'q', nullptr, "no notes and no progress bar"},
     {"verbose", 'v', nullptr, "a line for each result"},
@@ -50,6 +55,8 @@ struct Plan {
   std::optional<Rect> rect;
   std::optional<Size> size;
   Size sampling = {2, 1};
+  std::optional<std::int32_t> dpi;
+  bool keep_inks = false;
   bool quiet = false;
   bool verbose = false;
 };
@@ -143,6 +150,8 @@ void apply_settings(const Arguments& arguments, const Plan& plan) {
   if (const auto mode = arguments.number("dither-mode", 0, 0x7FFFFFFF)) {
     IMGLOW_set_dithermode(*mode);
   }
+  if (arguments.has("progressive")) IMG_set_option(IMG_OPTION_JPEG_PROGRESSIVE, 1);
+  if (arguments.has("optimise")) IMG_set_option(IMG_OPTION_JPEG_OPTIMISE, 1);
   if (const auto quality = arguments.number("quality", 1, 100)) IMGLOW_set_comp_quality(*quality);
 }
 
@@ -167,6 +176,8 @@ Plan make_plan(const Arguments& arguments, bool appends) {
   if (const auto text = arguments.value("size")) plan.size = parse_size("size", *text);
   if (plan.rect && plan.size) throw UsageError("--rect and --size exclude each other; see --crop");
   if (const auto text = arguments.value("sampling")) plan.sampling = parse_sampling(*text);
+  plan.dpi = arguments.number("dpi", 1, 65535);
+  plan.keep_inks = arguments.has("keep-inks");
   plan.quiet = arguments.has("quiet");
   plan.verbose = arguments.has("verbose");
   if (plan.out == "-" && is_terminal(stdout)) {
@@ -214,13 +225,35 @@ std::int32_t save(const Plan& plan, const Image& image, const std::optional<Rect
 
 using InputPointer = std::shared_ptr<const Input>;
 
+// Whether the format takes the image: what it does not hold it refuses before its first byte.
+bool takes(std::int32_t code, std::int32_t image) {
+  std::uint8_t nothing = 0;
+  return IMG_save_bitmap_block(image, &nothing, 0, code) != IMG_WRONG_DEPTH;
+}
+
+// Inks stay inks for a format that holds them.
+std::int32_t decode(const Plan& plan, const Input& input) {
+  const std::int32_t image = input.decode(plan.page, false);
+  DibHeader header{};
+  std::array<std::uint8_t, IMG_HEADER_BLOCK_BYTES> block{};
+  IMGLOW_get_bitmap_header(image, block.data());
+  std::memcpy(&header, block.data(), sizeof header);
+  constexpr std::uint32_t kColours = 200;  // biCompression of 32 bits that are no inks
+  const bool has_inks = header.biBitCount == 32 && header.biCompression != kColours;
+  if (!has_inks || plan.keep_inks || takes(plan.code, image)) return image;
+  IMG_delete_bitmap(image);
+  return input.decode(plan.page);
+}
+
 // Decodes one input and saves it to the output that `open` gives; that may be the same file.
 template <class Open>
 void save_input(const Plan& plan, InputPointer input, Progress& progress, Open&& open) {
   prepare_decode(plan, *input);
   progress.begin_stage("reading");
-  const Image image(input->decode(plan.page));
+  const Image image(decode(plan, *input));
   const std::string label = input->label();
+  report_damage(image.handle(), label);
+  if (plan.dpi) IMG_set_resolution(image.handle(), 1000 * *plan.dpi, 1000 * *plan.dpi);
   input.reset();
 
   Rect written = {0, 0, image.width(), image.height()};

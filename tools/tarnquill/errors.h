@@ -11,7 +11,7 @@
 
 namespace tool {
 
-enum ExitCode { kExitOk = 0, kExitError = 1, kExitUsage = 2 };
+enum ExitCode { kExitOk = 0, kExitError = 1, kExitUsage = 2, kExitDamaged = 3 };
 
 // What the progress callback answers after an interrupt; no status code of the library.
 constexpr std::int32_t kInterrupted = -1000;

@@ -10,6 +10,7 @@
 #include "command.h"
 #include "errors.h"
 #include "input.h"
+#include "library_options.h"
 
 namespace tool {
 namespace {
@@ -17,6 +18,7 @@ namespace {
 constexpr Option kOptions[] = {
     {"json", 0, nullptr, "an array of objects instead of a table"},
     {"page", 0, "N", "the page to look at, from 1 on"},
+    {"check", 0, nullptr, "decode what is shown, and tell of damage"},
     {"pages", 0, nullptr, "a line for each page, with its coding and orientation"},
     {"help", 'h', nullptr, "this text"},
 };
@@ -37,8 +39,14 @@ std::optional<std::int32_t> number_of(const Input& input, int page, int tag) {
   return facts->bytes[0] | facts->bytes[1] << 8;
 }
 
+void look_for_damage(const Input& input, int page) {
+  const std::int32_t image = input.decode(page);
+  report_damage(image, input.label());
+  IMG_delete_bitmap(image);
+}
+
 // One of the pages that all are asked for: what is not known of it says nothing of the others.
-Report look_at_page(const Input& input, const Report& file, int page) {
+Report look_at_page(const Input& input, const Report& file, int page, bool checks) {
   Report report = file;
   report.page = page + 1;
   try {
@@ -46,6 +54,7 @@ Report look_at_page(const Input& input, const Report& file, int page) {
     constexpr int kCompression = 259, kOrientation = 274;
     report.coding = number_of(input, page, kCompression);
     if (report.coding) report.orientation = number_of(input, page, kOrientation).value_or(1);
+    if (checks) look_for_damage(input, page);
   } catch (const Failure& failure) {
     report.status = failure.status();
   }
@@ -53,7 +62,8 @@ Report look_at_page(const Input& input, const Report& file, int page) {
 }
 
 // One page of the file, or, without a number, a page after the other.
-void look_at(const std::string& name, std::optional<int> page, std::vector<Report>& reports) {
+void look_at(const std::string& name, std::optional<int> page, bool checks,
+             std::vector<Report>& reports) {
   Report report;
   report.file = name;
   try {
@@ -63,10 +73,13 @@ void look_at(const std::string& name, std::optional<int> page, std::vector<Repor
       report.code = check(report.file, input.file_type());
       if (const std::int32_t pages = input.pages(); pages >= 0) report.pages = pages;
       const int count = std::max(report.pages.value_or(1), 1);
-      for (int i = 0; !page && i < count; ++i) reports.push_back(look_at_page(input, report, i));
+      for (int i = 0; !page && i < count; ++i) {
+        reports.push_back(look_at_page(input, report, i, checks));
+      }
       if (!page) return;
       if (report.pages && *page >= count) throw Failure(report.file, IMG_PAGE_PAST_END);
       report.facts = input.facts(*page);
+      if (checks) look_for_damage(input, *page);
       reports.push_back(report);
     });
   } catch (const Failure& failure) {
@@ -231,7 +244,7 @@ int run_info(const Arguments& arguments) {
   const bool by_page = arguments.has("pages");
   std::vector<Report> reports;
   for (const std::string& name : arguments.operands()) {
-    look_at(name, by_page ? std::nullopt : std::optional(page), reports);
+    look_at(name, by_page ? std::nullopt : std::optional(page), arguments.has("check"), reports);
   }
   if (arguments.has("json")) {
     print_json(reports);

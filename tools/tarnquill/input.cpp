@@ -95,8 +95,26 @@ ImageFacts Input::facts(int page) const {
   if (header.biWidth < 1 || header.biHeight < 1 || header.biBitCount < 1) {
     throw Failure(label_, IMG_BAD_IMAGE);
   }
-  return {header.biWidth, header.biHeight, header.biBitCount, header.biXPelsPerMeter,
-          header.biYPelsPerMeter};
+  ImageFacts facts{header.biWidth, header.biHeight, header.biBitCount, header.biXPelsPerMeter,
+                   header.biYPelsPerMeter};
+  if (IMG_get_option(IMG_OPTION_ORIENTATION) == 1 && orientation(page) >= 5) {
+    std::swap(facts.width, facts.height);
+    std::swap(facts.x_dpi, facts.y_dpi);
+  }
+  return facts;
+}
+
+std::int32_t Input::orientation(int page) const {
+  constexpr int kOrientation = 274;
+  if (page > 0) {  // pages with their own are TIFF's
+    const auto value = tag(page, kOrientation);
+    return value && !value->bytes.empty() ? value->bytes[0] : 1;
+  }
+  if (!in_memory()) rewind_stream(stream_);
+  const std::int32_t told = in_memory()
+                                ? IMGLOW_get_image_orientation_block(bytes_.data(), bytes_.size())
+                                : IMGLOW_get_image_orientation_fd(stream_);
+  return told > 0 ? told : 1;
 }
 
 std::optional<TagFacts> Input::tag(int page, int number) const {
@@ -117,7 +135,9 @@ std::optional<TagFacts> Input::tag(int page, int number) const {
   return facts;
 }
 
-std::int32_t Input::decode(int page) const {
+std::int32_t Input::decode(int page, bool without_inks) const {
+  const bool shown = IMG_get_option(IMG_OPTION_READING) == 1;
+  IMG_set_option(IMG_OPTION_INKS, shown && without_inks ? 1 : 0);
   return check(label_, in_memory() ? IMG_decompress_bitmap_block(bytes_.data(), bytes_.size(), page)
                                    : IMG_decompress_bitmap_fd(stream_, 0, page));
 }

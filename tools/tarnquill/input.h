@@ -44,7 +44,9 @@ class Input {
   ImageFacts facts(int page) const;  // throws Failure
   // Of a TIFF page; none if the page has no such tag. Throws Failure.
   std::optional<TagFacts> tag(int page, int number) const;
-  std::int32_t decode(int page) const;  // the image handle; throws Failure
+  std::int32_t orientation(int page) const;  // 1 to 8, as TIFF counts; 1 where nothing tells
+  // The image handle. Inks arrive as colours if they shall. Throws Failure.
+  std::int32_t decode(int page, bool without_inks = true) const;
 
  private:
   std::string label_;

@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "errors.h"
+#include "library_options.h"
 #include "system.h"
 
 namespace tool {
@@ -25,7 +26,7 @@ namespace {
 
 constexpr const Command* kCommands[] = {&kInfo,      &kPages,   &kTags,   &kConvert,
                                         &kAppend,    &kGray,    &kReduce, &kDither,
-                                        &kThreshold, &kPromote, &kSheet};
+                                        &kThreshold, &kPromote, &kSheet,  &kFormats};
 
 const Command* find_command(const std::string& name) {
   for (const Command* command : kCommands) {
@@ -57,13 +58,15 @@ std::string general_help() {
          "  -h, --help     this text, or a command's\n"
          "      --version  the versions of the program and of the interface\n"
          "\n"
-         "Exit codes: 0 success, 1 a file could not be processed, 2 wrong usage.\n";
+         "Exit codes: 0 success, 1 a file could not be processed, 2 wrong usage, 3 a file was\n"
+         "damaged, and what is left of it was processed.\n";
 }
 
 std::string command_help(const Command& command) {
   return std::string("Usage: tarnquill ") + command.name + " [OPTION]... " + command.operands +
          "\n" + command.summary + "\n\n" + command.explanation + "\n" +
-         options_help(command.options);
+         options_help("Options", command.options) + "\n" +
+         options_help("Options of every command", library_options());
 }
 
 int print_version() {
@@ -88,9 +91,13 @@ int run(const std::vector<std::string>& words) {
   if (first == "help") return words.size() == 1 ? print(general_help()) : print_help(words[1]);
   const Command* const command = find_command(first);
   if (command == nullptr) throw UsageError("unknown command " + printable(first));
-  const Arguments arguments(std::span<const std::string>(words).subspan(1), command->options);
+  std::vector<Option> options(command->options.begin(), command->options.end());
+  options.insert(options.end(), library_options().begin(), library_options().end());
+  const Arguments arguments(std::span<const std::string>(words).subspan(1), options);
   if (arguments.has("help")) return print(command_help(*command));
-  return command->run(arguments);
+  apply_library_options(arguments);
+  const int code = command->run(arguments);
+  return code == kExitOk && damage_was_reported() ? kExitDamaged : code;
 }
 
 int run_and_report(int argc, char** argv) {

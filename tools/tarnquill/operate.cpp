@@ -6,6 +6,7 @@
 #include "command.h"
 #include "errors.h"
 #include "input.h"
+#include "library_options.h"
 #include "output.h"
 #include "progress.h"
 #include "system.h"
@@ -42,6 +43,7 @@ void operate_on(const std::string& from, int page, const std::string& to, std::i
   {
     const Input input(from);  // the output may be the same file
     image = input.decode(page);
+    report_damage(image, input.label());
   }
   progress.begin_stage("processing");
   check(input_label(from), operation(image));

@@ -130,9 +130,9 @@ Rect clipped(const Rect& rect, std::int32_t width, std::int32_t height) {
           static_cast<std::int32_t>(std::max<std::int64_t>(bottom - top, 0))};
 }
 
-std::string options_help(std::span<const Option> options) {
+std::string options_help(const std::string& title, std::span<const Option> options) {
   constexpr std::size_t kColumn = 26;
-  std::string text = "Options:\n";
+  std::string text = title + ":\n";
   for (const Option& option : options) {
     std::string line =
         option.letter != 0 ? std::string("  -") + option.letter + ", --" : "      --";

@@ -52,6 +52,6 @@ Rect parse_rect(const std::string& option, const std::string& text);
 Rect clipped(const Rect& rect, std::int32_t width, std::int32_t height);
 
 // The options' part of a help text.
-std::string options_help(std::span<const Option> options);
+std::string options_help(const std::string& title, std::span<const Option> options);
 
 }  // namespace tool

@@ -8,6 +8,7 @@
 #include "errors.h"
 #include "input.h"
 #include "letters.h"
+#include "library_options.h"
 #include "output.h"
 
 namespace tool {
@@ -157,6 +158,7 @@ std::int32_t load(const Input& input) {
                           std::max(1, static_cast<int>(facts.height / shrink)));
   }
   const std::int32_t image = input.decode(0);
+  report_damage(image, input.label());
   std::int32_t bits = 0;
   IMG_bitmap_info(image, nullptr, nullptr, &bits);
   if (bits < 24) check(input.label(), IMG_promote_24(image));
