@@ -26,8 +26,9 @@ Bytes tiff_of(std::int32_t image, int orientation) {
   EXPECT_GT(bytes, 0);
   file.resize(static_cast<std::size_t>(bytes));
   const Bytes entry = {18, 1, 3, 0, 1, 0, 0, 0, 1, 0};  // Orientation, of a SHORT: 1
-  const auto found = std::ranges::search(file, entry);
-  found.begin()[8] = byte(orientation);
+  const auto found = std::search(file.begin(), file.end(), entry.begin(), entry.end());
+  EXPECT_NE(found, file.end());
+  found[8] = byte(orientation);
   return file;
 }
 
