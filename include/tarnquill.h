@@ -687,8 +687,15 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *                      200) have three components; no image changes the sampling factors that are set
  *   JPEG_OPTIMISE      1: Huffman codes are made for the picture, whose coefficients are kept for it
  *   JPEG_PROGRESSIVE   1: progressive files, with such codes
- *   SAFE_SAVING        1: a failed save leaves a TIFF file or PDF document that was there as it was;
- *                      a caller's own stream keeps bytes behind it
+ *   SAFE_SAVING        1: a save by name that fails, or is ended at any moment, leaves the file that was
+ *                      there as it was, or nothing. A new file is written beside it, under its name and
+ *                      .tarnquill-xxxxxxxx.tmp, and takes its place when it is whole, with its rights
+ *                      and, if allowed, its owner; links are followed; what is no regular file is
+ *                      written as it is. A page is added behind what is there; a DCX file whose table
+ *                      is full gets a new one, of 100 pages. A caller's own stream keeps bytes behind
+ *                      its end
+ *   UTF8_NAMES         1: names of files are UTF-8 on Windows (0: coded as its 8-bit functions take
+ *                      them), and what is none cannot be opened or created; elsewhere names are bytes
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
  *   TIFF_JPEG          7: code 40 is written as Compression 7 (0: as Compression 6)
  *   TIFF_G3_K          code 8: 2 or 4: every second or fourth row stands for itself, the others refer
@@ -711,6 +718,7 @@ enum {
   IMG_OPTION_JPEG_OPTIMISE = 21,
   IMG_OPTION_JPEG_PROGRESSIVE = 22,
   IMG_OPTION_SAFE_SAVING = 40,
+  IMG_OPTION_UTF8_NAMES = 41,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,
   IMG_OPTION_TIFF_G3_K = 53,

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "core/numbers.h"
-#include "platform/file.h"
 #include "platform/memory.h"
 
 namespace tq {
@@ -144,10 +143,14 @@ std::int32_t stream_size(StreamHandle stream) {
   return size;
 }
 
-std::int32_t open_file(const char* name, OpenMode mode) {
+platform::FileName file_name(const char* name) {
+  return {name, context().options.get(IMG_OPTION_UTF8_NAMES) == 1};
+}
+
+std::int32_t open_file(platform::FileName name, OpenMode mode) {
   const auto raw = static_cast<std::int32_t>(mode);
   if (raw < 0 || raw > static_cast<std::int32_t>(OpenMode::exists)) return raw;
-  if (name == nullptr) return -1;
+  if (name.text == nullptr) return -1;
   if (mode == OpenMode::exists) return platform::file_exists(name) ? 0 : -1;
   return platform::file_open(name, static_cast<platform::FileMode>(raw));
 }
@@ -161,8 +164,14 @@ void cut_file(StreamHandle stream, std::int32_t bytes) {
   platform::file_cut(static_cast<std::int32_t>(stream), bytes);
 }
 
-bool remove_file(const char* name) {
-  return name != nullptr && platform::file_remove(name);
+bool remove_file(platform::FileName name) {
+  return name.text != nullptr && platform::file_remove(name);
+}
+
+Status flush_to_disk(StreamHandle stream) {
+  if (stream == kMemoryStream || caller_io_installed()) return kOk;
+  const bool flushed = platform::file_flush(static_cast<std::int32_t>(stream));
+  return flushed ? StatusCode::ok : StatusCode::write_failed;
 }
 
 void open_memory_stream(void* block) {

@@ -9,6 +9,7 @@
 #include "core/context.h"
 #include "core/status.h"
 #include "include/tarnquill.h"
+#include "platform/file.h"
 
 namespace tq {
 
@@ -40,13 +41,19 @@ std::int32_t write(StreamHandle stream, std::span<std::uint8_t> bytes);
 // The file's size; of the memory stream its position, callers rely on this.
 std::int32_t stream_size(StreamHandle stream);
 
+// A name as a caller gives it, coded as the context's options say at this moment.
+platform::FileName file_name(const char* name);
+
 // The handle, or a negative value; OpenMode::exists answers 0 or negative and opens nothing. A mode
 // outside the four is answered by itself.
-std::int32_t open_file(const char* name, OpenMode mode);
+std::int32_t open_file(platform::FileName name, OpenMode mode);
 void close_file(StreamHandle stream);
-bool remove_file(const char* name);
+bool remove_file(platform::FileName name);
 // Takes what lies behind so many bytes from a file; a caller's own keeps it.
 void cut_file(StreamHandle stream, std::int32_t bytes);
+// What has been written to a file stays when the system fails: write_failed. What else a caller's
+// own functions write to is theirs to keep.
+Status flush_to_disk(StreamHandle stream);
 
 // Makes the memory stream read and write `block` from its start. Its limit is the block's size if
 // it is a global memory block, else 0x70000000: as much as the data say.
@@ -97,9 +104,10 @@ class OpenFile {
   ~OpenFile() { close(); }
 
   // cannot_open when reading, cannot_create otherwise; a null name likewise.
-  Status open(const char* name, OpenMode mode) {
+  Status open(const char* name, OpenMode mode) { return open(file_name(name), mode); }
+  Status open(platform::FileName name, OpenMode mode) {
     close();
-    const std::int32_t file = name == nullptr ? -1 : open_file(name, mode);
+    const std::int32_t file = name.text == nullptr ? -1 : open_file(name, mode);
     if (file < 0) {
       return mode == OpenMode::read ? StatusCode::cannot_open : StatusCode::cannot_create;
     }

@@ -19,7 +19,7 @@ TempFile::~TempFile() {
 void TempFile::remove() {
   if (file_ < 0) return;
   platform::file_close(file_);
-  platform::file_remove(name_);
+  platform::file_remove({name_, true});
   file_ = -1;
 }
 

@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace tq::platform {
@@ -87,13 +90,62 @@ int create_in(const char* folder, char* name) {
   return mkostemp(name, O_CLOEXEC);
 }
 
+constexpr int kMostLinks = 40;     // as the system follows
+constexpr int kMostAttempts = 10;  // at a name that nobody has
+
+// With the separator at its end.
+std::size_t folder_bytes(const char* name) {
+  const char* const separator = std::strrchr(name, '/');
+  return separator == nullptr ? 0 : separator + 1 - name;
+}
+
+// Whether a link's target is what its name opens, or neither is there. Where the system shows open
+// files as links, their targets may be gone.
+bool leads_to(const char* name, const char* target) {
+  struct stat named, found;
+  const bool is_there = stat(name, &named) == 0;
+  if (stat(target, &found) != 0) return !is_there;
+  return is_there && named.st_dev == found.st_dev && named.st_ino == found.st_ino;
+}
+
+unsigned unlikely_number(int attempt) {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const auto nanoseconds = static_cast<unsigned>(now.tv_nsec ^ now.tv_sec << 20);
+  return nanoseconds ^ static_cast<unsigned>(getpid()) << 12 ^ 0x9E3779B9u * (attempt + 1);
+}
+
+// Where the group cannot be the same, another one gets no rights from it.
+void give_rights(int file, const struct stat& model) {
+  mode_t mode = model.st_mode & 0777;
+  constexpr auto kSameOwner = static_cast<uid_t>(-1);
+  if (fchown(file, model.st_uid, model.st_gid) != 0 &&
+      fchown(file, kSameOwner, model.st_gid) != 0) {
+    mode &= 0707;
+  }
+  fchmod(file, mode);
+}
+
+// A name that was changed stays when the system fails. Some file systems know no such thing.
+void flush_folder(const char* name) {
+  char folder[PATH_MAX] = ".";
+  const std::size_t bytes = folder_bytes(name);
+  if (bytes >= sizeof folder) return;
+  std::copy_n(name, bytes, folder);
+  if (bytes > 0) folder[bytes] = '\0';
+  const int file = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (file < 0) return;
+  fsync(file);
+  close(file);
+}
+
 }  // namespace
 
-std::int32_t file_open(const char* name, FileMode mode) {
+std::int32_t file_open(FileName name, FileMode mode) {
   int flags = O_RDONLY;
   if (mode == FileMode::update) flags = O_RDWR;
   if (mode == FileMode::create) flags = O_RDWR | O_CREAT | O_TRUNC;
-  const bool to_pipe = mode != FileMode::read && is_pipe(name);
+  const bool to_pipe = mode != FileMode::read && is_pipe(name.text);
   if (to_pipe) {
     // Whoever could read as well would wait for himself: for what the pipe holds, and for its
     // reader when that has gone.
@@ -102,7 +154,7 @@ std::int32_t file_open(const char* name, FileMode mode) {
   }
   int file = -1;
   do {
-    file = open(name, flags | O_CLOEXEC, 0666);
+    file = open(name.text, flags | O_CLOEXEC, 0666);
   } while (file < 0 && errno == EINTR);
   if (file >= 0 && is_directory(file)) {
     close(file);
@@ -112,8 +164,8 @@ std::int32_t file_open(const char* name, FileMode mode) {
   return clear_of_reserved(file);
 }
 
-bool file_exists(const char* name) {
-  return access(name, F_OK) == 0;
+bool file_exists(FileName name) {
+  return access(name.text, F_OK) == 0;
 }
 
 void file_close(std::int32_t file) {
@@ -121,9 +173,68 @@ void file_close(std::int32_t file) {
   close(file);
 }
 
-bool file_remove(const char* name) {
+bool file_remove(FileName name) {
   struct stat status;
-  return lstat(name, &status) == 0 && S_ISREG(status.st_mode) && unlink(name) == 0;
+  return lstat(name.text, &status) == 0 && S_ISREG(status.st_mode) && unlink(name.text) == 0;
+}
+
+FileKind file_kind(FileName name) {
+  struct stat status;
+  if (stat(name.text, &status) != 0) return errno == ENOENT ? FileKind::none : FileKind::other;
+  if (!S_ISREG(status.st_mode)) return FileKind::other;
+  return status.st_size == 0 ? FileKind::empty : FileKind::filled;
+}
+
+FileName file_target(FileName name, char* target) {
+  static_assert(kTargetBytes >= PATH_MAX);
+  char link[PATH_MAX];
+  FileName last = name;
+  for (int steps = 0; steps < kMostLinks; ++steps) {
+    const ssize_t length = readlink(last.text, link, sizeof link - 1);
+    if (length < 0) return leads_to(name.text, last.text) ? last : FileName();
+    link[length] = '\0';
+    // Relative to the folder of the link.
+    const std::size_t folder = link[0] == '/' ? 0 : folder_bytes(last.text);
+    if (folder + length >= kTargetBytes) return {};
+    std::copy_n(last.text, last.text == target ? 0 : folder, target);
+    std::copy_n(link, length + 1, target + folder);
+    last = {target, name.utf8};
+  }
+  return {};
+}
+
+std::int32_t file_create_beside(FileName name, char* beside) {
+  const std::size_t length = std::strlen(name.text);
+  if (length >= PATH_MAX) return -1;
+  struct stat model;
+  const bool replaces = stat(name.text, &model) == 0;
+  auto kept = static_cast<int>(length);  // bytes of the name
+  int file = -1;
+  for (int attempt = 0; attempt < kMostAttempts && file < 0; ++attempt) {
+    std::snprintf(beside, length + kBesideBytes, "%.*s.tarnquill-%08x.tmp", kept, name.text,
+                  unlikely_number(attempt));
+    // Nobody reads what belongs to the owner of the other file before it is his.
+    file = open(beside, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, replaces ? 0600 : 0666);
+    if (file < 0 && errno == ENAMETOOLONG) kept = static_cast<int>(folder_bytes(name.text));
+  }
+  if (file >= 0 && replaces) give_rights(file, model);
+  const int clear = clear_of_reserved(file);
+  if (file >= 0 && clear < 0) unlink(beside);
+  return clear;
+}
+
+bool file_flush(std::int32_t file) {
+  int flushed = -1;
+  do {
+    flushed = fsync(file);
+  } while (flushed != 0 && errno == EINTR);
+  return flushed == 0 || errno == EINVAL || errno == EROFS;  // a pipe keeps nothing
+}
+
+bool file_replace(FileName from, FileName to) {
+  if (std::rename(from.text, to.text) != 0) return false;
+  flush_folder(to.text);
+  return true;
 }
 
 void file_cut(std::int32_t file, std::int32_t bytes) {
