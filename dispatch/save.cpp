@@ -6,6 +6,7 @@
 #include "dispatch/dispatch.h"
 #include "dispatch/row_supplier.h"
 #include "io/byte_stream.h"
+#include "io/new_file.h"
 
 namespace tq::dispatch {
 namespace {
@@ -62,16 +63,72 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
       {stream, &header, supplier.callback(), &type, cmyk, place, options, resolution});
 }
 
-// What cannot take a page is found out before it is opened for writing, and left alone.
-Status open_output(const char* name, const FileType& type, OpenFile& file, bool& exists,
-                   formats::AppendPlace& place) {
-  const bool appends = (type.traits & formats::kMultiPage) != 0;
-  exists = appends && open_file(name, OpenMode::exists) >= 0;
-  if (exists && type.can_append != nullptr) {
-    TQ_TRY(file.open(name, OpenMode::update));
-    TQ_TRY(type.can_append(file.handle(), place));
+// What a save by name writes to.
+class Output {
+ public:
+  // `safe`: what fails leaves the file as it was, instead of none.
+  Output(platform::FileName name, bool safe) : name_(name), safe_(safe) {}
+
+  // What cannot take a page is found out before it is opened for writing, and left alone.
+  Status open(const FileType& type, formats::AppendPlace& place);
+  StreamHandle handle() const { return new_file_.is_open() ? new_file_.handle() : file_.handle(); }
+  Status close(Status saved);
+
+ private:
+  bool takes_pages() const;
+  Status open_copy(const FileType& type);
+
+  platform::FileName name_;
+  bool safe_;
+  bool adds_ = false;            // a page to what is there
+  std::int32_t old_bytes_ = -1;  // of what is there, if it can be cut off behind them
+  OpenFile file_;
+  NewFile new_file_;  // or this one
+};
+
+// Instead of an empty one a new file is made, which is never seen half.
+bool Output::takes_pages() const {
+  if (open_file(name_, OpenMode::exists) < 0) return false;
+  return !safe_ || platform::file_kind(name_) != platform::FileKind::empty;
+}
+
+Status Output::open(const FileType& type, formats::AppendPlace& place) {
+  adds_ = (type.traits & formats::kMultiPage) != 0 && takes_pages();
+  if (!adds_ && safe_) return new_file_.open(name_);
+  if (adds_ && type.can_append != nullptr) {
+    TQ_TRY(file_.open(name_, OpenMode::update));
+    const Status taken = type.can_append(file_.handle(), place);
+    // A caller's own functions may know of one file only.
+    const bool may_copy = safe_ && type.make_room != nullptr && !caller_io_installed();
+    if (taken == StatusCode::unsupported && may_copy) return open_copy(type);
+    TQ_TRY(taken);
   }
-  return file.open(name, exists ? OpenMode::update : OpenMode::create);
+  TQ_TRY(file_.open(name_, adds_ ? OpenMode::update : OpenMode::create));
+  if (!adds_ || !safe_) return kOk;
+  old_bytes_ = seek(file_.handle(), 0, Origin::end);
+  return seek_to(file_.handle(), 0);
+}
+
+Status Output::open_copy(const FileType& type) {
+  file_.close();
+  TQ_TRY(new_file_.open(name_));
+  TQ_TRY(file_.open(name_, OpenMode::read));
+  const Status copied = type.make_room(file_.handle(), new_file_.handle());
+  file_.close();
+  TQ_TRY(copied);
+  return seek_to(new_file_.handle(), 0);
+}
+
+Status Output::close(Status saved) {
+  if (new_file_.is_open()) return saved.ok() ? new_file_.commit() : saved;
+  if (adds_ && safe_) {
+    if (saved.ok()) return flush_to_disk(file_.handle());
+    if (seek(file_.handle(), 0, Origin::end) > old_bytes_) cut_file(file_.handle(), old_bytes_);
+    return saved;
+  }
+  file_.close();
+  if (saved.failed()) remove_file(name_);
+  return saved;
 }
 
 }  // namespace
@@ -112,24 +169,17 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   const Options options = context().options;
   TQ_TRY(check_image(image_record(handle), kNoFileYet, *type, options, header));
   const std::uint64_t serial = image_record(handle).serial;
-  OpenFile file;
-  bool existed = false;
-  formats::AppendPlace place;
-  TQ_TRY(open_output(name, *type, file, existed, place));
+  const bool safe = options.get(IMG_OPTION_SAFE_SAVING) == 1;
+  Output output(file_name(name), safe);
+  formats::AppendPlace place{.over_debris = safe};
+  TQ_TRY(output.open(*type, place));
   // A caller's own functions have looked at the existing file, and may have changed or deleted the
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
-  TQ_TRY(check_image(image_record(handle), file.handle(), *type, options, header));
-  const bool keeps =
-      existed && (type->traits & formats::kGrows) != 0 && options.get(IMG_OPTION_SAFE_SAVING) == 1;
-  const std::int32_t bytes = keeps ? seek(file.handle(), 0, Origin::end) : -1;
-  if (keeps) TQ_TRY(seek_to(file.handle(), 0));
-  const Status saved = encode_image(handle, file.handle(), *type, header, options, place);
-  if (saved.failed() && keeps) cut_file(file.handle(), bytes);
-  file.close();
-  if (saved.ok()) return kOk;
-  if (!keeps) remove_file(name);
-  return saved;
+  TQ_TRY(check_image(image_record(handle), output.handle(), *type, options, header));
+  const Status saved =
+      output.close(encode_image(handle, output.handle(), *type, header, options, place));
+  return saved.ok() ? kOk : saved;
 }
 
 }  // namespace tq::dispatch

@@ -131,6 +131,7 @@ struct RowSupplier {
 struct AppendPlace {
   std::int64_t link = 0;  // 0: nobody has looked
   std::int32_t page = 0;
+  bool over_debris = false;  // asked for: what an addition that was cut off has left does not count
 };
 
 struct FileType;
@@ -147,6 +148,7 @@ struct EncodeRequest {
   Resolution resolution{};  // of the image, more exactly than its header can say
 
   std::int32_t variant() const;
+  bool is_safe() const { return options.get(IMG_OPTION_SAFE_SAVING) == 1; }
   bool is_exact() const { return options.get(IMG_OPTION_READING) == 1; }
 };
 using Encoder = Status (*)(const EncodeRequest& request);
@@ -177,7 +179,6 @@ enum Trait : std::uint8_t {
   kMultiPage = 1,   // saving to an existing file appends a page
   kByName = 2,      // chosen by a file name that ends in `ending`
   kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
-  kGrows = 8,       // pages are added behind what is there, which can be cut off again
 };
 
 // How the pages of a file are asked for.
@@ -217,7 +218,9 @@ struct FileType {
   Status (*available)() = nullptr;   // whether the encoder's module can be loaded
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
   Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
-  Status (*count_pages)(StreamHandle stream) = nullptr;                     // null: always one page
+  // Copies a file that cannot take a page, unsupported, so that it can; null: there is no way.
+  Status (*make_room)(StreamHandle from, StreamHandle to) = nullptr;
+  Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   // null: the format does not tell
   Status (*find_orientation)(StreamHandle stream, const Options& options) = nullptr;
   std::uint8_t uncounted = 0;  // ways of asking that get 1 all the same

@@ -15,6 +15,7 @@ constexpr int kMostPages = 1024;    // that are looked for
 constexpr int kWrittenPages = 100;  // that a container written here has room for
 constexpr int kTableBytes = 4 + 4 * kWrittenPages;
 constexpr std::int32_t kCopyBytes = 4000;
+constexpr std::int32_t kPageHeaderBytes = 128;
 
 // Reads table entries one after the other; the end counts as 0. A table that is full ends with no
 // zero entry but where the first page begins.
@@ -73,7 +74,25 @@ struct Existing {
   bool is_container() const { return bytes >= 4 && load_le32(table.data()) == kMagic; }
   std::uint32_t entry(int i) const { return load_le32(&table[4 + 4 * i]); }
   std::int32_t entry_position(int i) const { return start + 4 + 4 * i; }
+  void free_entry(int i) { store_le32(&table[4 + 4 * i], 0); }
 };
+
+// Of the pages that are listed, as far as a table of ours reaches.
+struct Listed {
+  int count = 0;
+  std::int64_t first, last = 0;  // where they begin
+};
+
+Listed listed_pages(const Existing& found) {
+  Listed pages{.first = found.end};
+  for (; pages.count < kWrittenPages; ++pages.count) {
+    const std::int64_t page = found.entry(pages.count);
+    if (page == 0 || found.entry_position(pages.count) >= pages.first) break;
+    pages.first = std::min(pages.first, page);
+    pages.last = std::max(pages.last, page);
+  }
+  return pages;
+}
 
 Status move_to(StreamHandle stream, std::int32_t to) {
   return seek(stream, to, Origin::start) == to ? StatusCode::ok : StatusCode::write_failed;
@@ -112,9 +131,28 @@ Status find_entry(const Existing& found, int& entry) {
   return StatusCode::unsupported;
 }
 
+// A page whose header is not there was being added when the program or the system came to its end:
+// its place is free. It stays in what a caller's functions write to, which cannot be cut off.
+Status leave_out_debris(StreamHandle stream, Existing& found) {
+  const Listed pages = listed_pages(found);
+  const int last = pages.count - 1;
+  if (last < 1 || found.entry(last) != pages.last || pages.last > found.end) return kOk;
+  if (caller_io_installed()) return kOk;
+  std::array<std::uint8_t, kPageHeaderBytes> header{};
+  TQ_TRY(seek_to(stream, pages.last));
+  const std::int64_t there = std::min<std::int64_t>(found.end - pages.last, kPageHeaderBytes);
+  if (read_fully(stream, header) < there) return StatusCode::read_failed;
+  TQ_TRY(move_to(stream, found.start));
+  if (std::ranges::any_of(header, [](std::uint8_t byte) { return byte != 0; })) return kOk;
+  found.free_entry(last);
+  found.end = static_cast<std::int32_t>(pages.last);
+  return kOk;
+}
+
 // Whether a page can be added, and how: as `entry` of the container, or as the first of a new one.
-Status find_room(StreamHandle stream, Existing& found, int& entry) {
+Status find_room(StreamHandle stream, bool over_debris, Existing& found, int& entry) {
   TQ_TRY(look_at(stream, found));
+  if (found.is_container() && over_debris) TQ_TRY(leave_out_debris(stream, found));
   return found.is_container() ? find_entry(found, entry) : kOk;
 }
 
@@ -147,16 +185,43 @@ Status add_entry(StreamHandle stream, const Existing& found, int entry) {
   return added;
 }
 
-Status copy_page(TempFile& page, std::int32_t bytes, StreamWriter& output) {
+template <class Read>
+Status copy_bytes(Read read, std::int64_t bytes, StreamWriter& output) {
   while (bytes > 0) {
-    const std::span<std::uint8_t> room = output.room(std::min(bytes, kCopyBytes));
+    const std::span<std::uint8_t> room = output.room(std::min<std::int64_t>(bytes, kCopyBytes));
     TQ_TRY(output.status());
-    const std::int32_t got = page.read(room);
+    const std::int32_t got = read(room);
     if (got <= 0) return StatusCode::read_failed;
     output.take(got);
     bytes -= got;
   }
   return output.flush();
+}
+
+Status copy_page(TempFile& page, std::int64_t bytes, StreamWriter& output) {
+  return copy_bytes([&](std::span<std::uint8_t> room) { return page.read(room); }, bytes, output);
+}
+
+// Behind the last page, whose palette lies before its end: so the entry, which says where it ends, is
+// there before anything else. The page's own header is written last of all.
+Status add_safely(StreamHandle stream, const Existing& found, int entry, TempFile& page,
+                  std::int64_t page_bytes, StreamWriter& output) {
+  TQ_TRY(add_entry(stream, found, entry));
+  TQ_TRY(flush_to_disk(stream));
+  output.fill(kPageHeaderBytes, 0);
+  if (page.seek(kPageHeaderBytes, 0) < 0) return StatusCode::read_failed;
+  TQ_TRY(copy_page(page, page_bytes - kPageHeaderBytes, output));
+  TQ_TRY(flush_to_disk(stream));
+  if (page.seek(0, 0) != 0) return StatusCode::read_failed;
+  TQ_TRY(move_to(stream, found.end));
+  return copy_page(page, kPageHeaderBytes, output);
+}
+
+// After a failure. While there is something behind the last page, the entry says where that ends.
+void take_back(StreamHandle stream, const Existing& found, int entry) {
+  cut_file(stream, found.end);
+  if (seek(stream, 0, Origin::end) != found.end) return;
+  if (move_to(stream, found.entry_position(entry)).ok()) (void)write_word(stream, 0);
 }
 
 }  // namespace
@@ -183,11 +248,35 @@ Status count_dcx_pages(StreamHandle stream) {
   return Status::from_raw(pages);
 }
 
-Status can_append_dcx(StreamHandle stream, formats::AppendPlace& /*place*/) {
+Status can_append_dcx(StreamHandle stream, formats::AppendPlace& place) {
   Existing found;
   int entry = 0;
-  TQ_TRY(find_room(stream, found, entry));
+  TQ_TRY(find_room(stream, place.over_debris, found, entry));
   return found.is_container() || found.bytes == 0 ? StatusCode::ok : StatusCode::bad_image;
+}
+
+Status make_dcx_room(StreamHandle from, StreamHandle to) {
+  Existing found;
+  TQ_TRY(look_at(from, found));
+  if (!found.is_container()) return StatusCode::bad_image;
+  TQ_TRY(leave_out_debris(from, found));
+  const Listed pages = listed_pages(found);
+  if (pages.count == 0 || pages.count == kWrittenPages) return StatusCode::unsupported;
+  if (pages.first < found.entry_position(pages.count) || pages.last > found.end) {
+    return StatusCode::bad_image;
+  }
+  const std::int64_t shift = kTableBytes - pages.first;
+  if (found.end + shift > INT32_MAX) return StatusCode::write_failed;
+  StreamWriter output;
+  TQ_TRY(output.open(to));
+  output.put_le32(kMagic);
+  for (int i = 0; i < pages.count; ++i) {
+    output.put_le32(static_cast<std::uint32_t>(found.entry(i) + shift));
+  }
+  output.fill(kTableBytes - output.count(), 0);
+  TQ_TRY(seek_to(from, pages.first));
+  return copy_bytes([&](std::span<std::uint8_t> room) { return read(from, room); },
+                    found.end - pages.first, output);
 }
 
 Status encode_dcx(const EncodeRequest& request) {
@@ -197,7 +286,8 @@ Status encode_dcx(const EncodeRequest& request) {
   const bool may_append = stream != kMemoryStream;
   Existing found{.start = position(stream)};
   int entry = 0;
-  if (may_append) TQ_TRY(find_room(stream, found, entry));
+  const bool safe = request.is_safe();
+  if (may_append) TQ_TRY(find_room(stream, safe, found, entry));
 
   // A page that cannot be encoded leaves the container as it was.
   TempFile page;
@@ -210,10 +300,16 @@ Status encode_dcx(const EncodeRequest& request) {
   TQ_TRY(output.open(stream, kCopyBytes));
 
   // Whoever supplied the rows may have worked on the stream.
-  if (may_append) TQ_TRY(find_room(stream, found, entry));
+  if (may_append) TQ_TRY(find_room(stream, safe, found, entry));
   const bool adds = found.is_container();
   const std::int64_t page_start = adds ? found.end : std::int64_t{found.start} + kTableBytes;
   if (found.start < 0 || page_start + page_bytes > INT32_MAX) return StatusCode::write_failed;
+  if (adds && safe) {
+    cut_file(stream, found.end);
+    const Status added = add_safely(stream, found, entry, page, page_bytes, output);
+    if (added.failed()) take_back(stream, found, entry);
+    return added;
+  }
   TQ_TRY(adds ? add_entry(stream, found, entry) : begin_container(stream, found.start, output));
   return copy_page(page, page_bytes, output);
 }

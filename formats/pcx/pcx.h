@@ -26,6 +26,8 @@ Status count_dcx_pages(StreamHandle stream);
 // container. unsupported when its table has no room, bad_image for a container that has lost pages
 // and for anything else.
 Status can_append_dcx(StreamHandle stream, formats::AppendPlace& place);
+// Copies a container of fewer than 100 pages to an empty file, with a table of 100 entries.
+Status make_dcx_room(StreamHandle from, StreamHandle to);
 
 // An image inside of a container: where it lies in the stream, and bytes that go elsewhere first.
 // Without an end it ends with the stream.

@@ -131,19 +131,11 @@ Status check_page_tree(StreamHandle stream, std::int32_t last, std::int32_t offs
   return known && text.goes_on(kPageTreeEndText, last + 1) ? StatusCode::ok : StatusCode::bad_image;
 }
 
-}  // namespace
-
-Status find_document(StreamHandle stream, ExistingDocument& document) {
-  document = {};
-  const std::int32_t size = stream_size(stream);
-  // A stream that cannot seek takes a new document; one that can may hold something.
-  if (size < 0 && position(stream) >= 0) return StatusCode::write_failed;
-  if (size < kTailBytes) return kOk;
+// The document that ends here.
+Status find_document_before(StreamHandle stream, std::int32_t end, ExistingDocument& document) {
   Window window;
-  Text text = read_window(stream, 0, std::span(window).first(5));
-  if (text.text() != "%PDF-") return StatusCode::bad_image;
-  const std::int32_t table = table_offset(read_window(stream, size - kTailBytes, window));
-  text = read_window(stream, table, window);
+  const std::int32_t table = table_offset(read_window(stream, end - kTailBytes, window));
+  Text text = read_window(stream, table, window);
   if (table == 0 || !text.text().starts_with("xref")) return StatusCode::bad_image;
   text.skip_line();
   const std::int32_t first = text.number();
@@ -151,7 +143,7 @@ Status find_document(StreamHandle stream, ExistingDocument& document) {
   text.skip_line();
   const std::int64_t entries = std::int64_t{table} + text.position();
   if (first != 0 || count <= 1 || (count - 1) % kObjectsPerPage != 0 ||
-      entries + std::int64_t{kEntryBytes} * count > size) {
+      entries + std::int64_t{kEntryBytes} * count > end) {
     return StatusCode::bad_image;
   }
   text = read_window(stream, entries + std::int64_t{kEntryBytes} * count, window);
@@ -160,8 +152,46 @@ Status find_document(StreamHandle stream, ExistingDocument& document) {
       text.number() != object_number(pages - 1, kCatalog)) {
     return StatusCode::bad_image;
   }
-  document = {.pages = pages, .bytes = size, .table = static_cast<std::int32_t>(entries)};
+  document = {.pages = pages, .bytes = end, .table = static_cast<std::int32_t>(entries)};
   return kOk;
+}
+
+// The one that ends at the last mark of an end before `end`: what an addition that was cut off has left
+// holds none. Earlier ones do not count, or pages of a damaged document would be written over.
+Status find_last_document(StreamHandle stream, std::int32_t end, ExistingDocument& document) {
+  constexpr std::string_view kMark = "%%EOF";
+  constexpr std::int32_t kOverlap = 8;  // a mark and the end of its line
+  std::array<std::uint8_t, 4096> chunk;
+  while (end >= kTailBytes) {
+    const std::int32_t start = std::max(end - std::int32_t{chunk.size()}, 0);
+    Text text = read_window(stream, start, std::span(chunk).first(end - start));
+    if (std::ssize(text.text()) < end - start) break;
+    const std::size_t mark = text.text().rfind(kMark);
+    if (mark != std::string_view::npos) {
+      text.move_to(mark + kMark.size());
+      text.skip_line_ends();
+      const auto behind = static_cast<std::int32_t>(start + text.position());
+      if (behind < kTailBytes) break;
+      return find_document_before(stream, behind, document);
+    }
+    if (start == 0) break;
+    end = start + kOverlap;
+  }
+  return StatusCode::bad_image;
+}
+
+}  // namespace
+
+Status find_document(StreamHandle stream, bool over_debris, ExistingDocument& document) {
+  document = {};
+  const std::int32_t size = stream_size(stream);
+  // A stream that cannot seek takes a new document; one that can may hold something.
+  if (size < 0 && position(stream) >= 0) return StatusCode::write_failed;
+  if (size < kTailBytes) return kOk;
+  std::array<std::uint8_t, 5> start;
+  if (read_window(stream, 0, start).text() != "%PDF-") return StatusCode::bad_image;
+  return over_debris ? find_last_document(stream, size, document)
+                     : find_document_before(stream, size, document);
 }
 
 Status read_offsets(StreamHandle stream, const ExistingDocument& document,

@@ -87,8 +87,9 @@ struct ExistingDocument {
   std::int32_t table = 0;  // where the entry of object 0 is
 };
 
-// bad_image when the stream holds 200 bytes or more that are no such document.
-Status find_document(StreamHandle stream, ExistingDocument& document);
+// bad_image when the stream holds 200 bytes or more that are no such document. `over_debris`: or one,
+// and behind it what an addition that was cut off has left.
+Status find_document(StreamHandle stream, bool over_debris, ExistingDocument& document);
 
 // The byte offsets of objects 1, 2 and so on: of all the document has. bad_image for a broken
 // table, and for a page tree that does not list the pages as they are listed here: a new one would

@@ -190,6 +190,10 @@ Status PageWriter::write_table() {
   }
   out_.print("trailer\r\n<<\r\n/Size %d\r\n", objects + 1);
   out_.print("/Root %d 0 R\r\n>>\r\n", number(kCatalog));
+  if (request_.is_safe()) {  // what comes next makes it a document
+    TQ_TRY(out_.flush());
+    TQ_TRY(flush_to_disk(request_.stream));
+  }
   out_.print("startxref\r\n%d\r\n%%%%EOF\r\n", table);
   TQ_TRY(status());
   return out_.flush();
@@ -215,14 +219,21 @@ Status can_encode(const formats::EncodeRequest& request) {
 Status encode(const formats::EncodeRequest& request) {
   TQ_TRY(can_encode(request));
   ExistingDocument document;
-  TQ_TRY(find_document(request.stream, document));
+  TQ_TRY(find_document(request.stream, request.is_safe(), document));
+  if (document.pages > 0 && request.is_safe()) {
+    // Other programs find a document by its end. A caller's stream keeps what is behind it.
+    cut_file(request.stream, document.bytes);
+    const std::int32_t bytes = stream_size(request.stream);
+    if (bytes < document.bytes) return StatusCode::write_failed;
+    document.bytes = bytes;
+  }
   PageWriter page(request, document);
   return page.write_page();
 }
 
-Status can_append(StreamHandle stream, formats::AppendPlace& /*place*/) {
+Status can_append(StreamHandle stream, formats::AppendPlace& place) {
   ExistingDocument document;
-  TQ_TRY(find_document(stream, document));
+  TQ_TRY(find_document(stream, place.over_debris, document));
   if (document.pages == 0 && stream_size(stream) > 0) return StatusCode::bad_image;
   RowBuffer<std::int32_t> offsets;
   TQ_TRY(offsets.allocate(std::int64_t{kObjectsPerPage} * document.pages));

@@ -36,7 +36,10 @@ Status can_append_tiff(StreamHandle stream, formats::AppendPlace& found_place) {
   const bool empty = place.is_new() && seek(stream, 0, Origin::end) == start;
   TQ_TRY(seek_to(stream, start));
   TQ_TRY(found);
-  if (!place.is_new()) found_place = {place.link, place.page};
+  if (!place.is_new()) {
+    found_place.link = place.link;
+    found_place.page = place.page;
+  }
   return !place.is_new() || empty ? StatusCode::ok : StatusCode::bad_image;
 }
 

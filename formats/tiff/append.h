@@ -83,12 +83,13 @@ class PageWriter {
     place_.big_endian ? out_.put_be32(value) : out_.put_le32(value);
   }
   // The last thing that is written: from now on the page is there. A link that was written in part
-  // is taken back.
-  Status link(std::int64_t directory) {
+  // is taken back. `safe`: the system may fail at any moment.
+  Status link(std::int64_t directory, bool safe) {
     std::array<std::uint8_t, 4> bytes;
     const auto offset = static_cast<std::uint32_t>(directory);
     place_.big_endian ? store_be32(bytes.data(), offset) : store_le32(bytes.data(), offset);
     TQ_TRY(out_.flush());
+    if (safe) TQ_TRY(flush_to_disk(stream_));
     const Status linked = out_.patch(static_cast<std::int32_t>(place_.link), bytes);
     if (linked.failed() && seek_to(stream_, place_.link).ok()) {
       bytes = {};

@@ -293,7 +293,7 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   const std::int64_t offset = directory.finish();
   TQ_TRY(page.out().status());
   if (page.offset() + place.start > INT32_MAX) return StatusCode::write_failed;
-  return page.link(offset);
+  return page.link(offset, request.is_safe());
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "tests/support/guarded_block.h"
 #include "tests/support/library_test.h"
 #include "tests/support/memory_file.h"
+#include "tests/support/pcx_file.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::test {
@@ -285,6 +286,55 @@ TEST_F(Saving, EncoderRefusesAnImageBeforeTheFileIsOpened) {
     EXPECT_EQ(refused(make_image(65536, 8, {Bytes(65536)}), code), -7);
     EXPECT_EQ(refused(make_image(1, 24, Rows(65536, Bytes(4))), code), -7);
   }
+}
+
+// Tables of other writers have no entry to spare. A page keeps its bytes, one that was being added when
+// the program ended is left out.
+TEST_F(Saving, ContainerWithAFullTableGetsAnotherOneIfNothingCanBeLost) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("a.dcx");
+  const auto page = [](std::uint8_t pixel) {
+    return pcx_file({.size = {1, 1, 8, 1, 1}, .data = {pixel}, .tail = pcx_palette(pixel)});
+  };
+  const Image added = make_image(1, 8, {{9, 0, 0, 0}});
+  const auto save = [&](std::int32_t safe) {
+    IMG_set_option(IMG_OPTION_SAFE_SAVING, safe);
+    return IMG_save_bitmap(added, name.c_str(), IMG_TYPE_DCX);
+  };
+  const std::vector<Bytes> pages = {page(3), page(4)};
+  std::vector<Bytes> with_debris = pages;
+  with_debris.emplace_back(1000);
+  Bytes outside = dcx_file(pages, 2);
+  store_le32(&outside[8], 0x7FFFFFFF);
+  Bytes inside = dcx_file(pages, 2);
+  store_le32(&inside[8], 6);
+  struct Case {
+    Bytes content;
+    std::int32_t contract, safe;
+  };
+  for (const Case& c : {Case{dcx_file(pages, 2), -7, 0},
+                        {dcx_file(pages, 3), -7, 0},
+                        {dcx_file(with_debris, 3), -7, 0},
+                        {dcx_file(std::vector<Bytes>(100, page(3))), -7, -7},
+                        {dcx_file({}, 1), -7, -7},
+                        {outside, -3, -3},
+                        {inside, -7, -3}}) {
+    write_file(name, c.content);
+    EXPECT_EQ(save(0), c.contract);
+    EXPECT_EQ(file_content(name), c.content);
+    EXPECT_EQ(save(1), c.safe);
+    if (c.safe == 0) {
+      const Bytes file = file_content(name), old = dcx_file(pages);
+      ASSERT_GT(file.size(), old.size());
+      EXPECT_TRUE(std::equal(file.begin() + 404, file.begin() + old.size(), old.begin() + 404));
+      EXPECT_EQ(IMGLOW_get_pages(name.c_str()), 3);
+      EXPECT_EQ(load_le32(&file[12]), old.size());
+      EXPECT_EQ(save(0), 0);
+    } else {
+      EXPECT_EQ(file_content(name), c.content);
+    }
+  }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
 }
 
 struct CallersRows {

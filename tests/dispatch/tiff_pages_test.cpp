@@ -68,6 +68,7 @@ TEST_F(TiffPages, TagsAndHeadersOfAnyPageInEitherOrder) {
 TEST_F(TiffPages, FailedAdditionTakesTheFileOrLeavesItAsItWas) {
   for (const auto& [safe, code] : {std::pair{1, IMG_TYPE_TIFF_PACKBITS},
                                    {1, IMG_TYPE_PDF},
+                                   {1, IMG_TYPE_DCX},
                                    {0, IMG_TYPE_TIFF_PACKBITS},
                                    {0, IMG_TYPE_PDF}}) {
     ASSERT_GE(IMG_set_option(IMG_OPTION_SAFE_SAVING, safe), 0);

@@ -154,7 +154,10 @@ std::vector<std::vector<Seen>> pages_of(MemoryFile& file, int pages) {
 TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
   const int most_pages = 3;
   for (const int bits : {8, 1, 8}) ASSERT_GE(load(plain_file(20 + bits, 3, bits)), 0);
-  for (const std::int32_t code : {IMG_TYPE_DCX, IMG_TYPE_PDF, IMG_TYPE_TIFF_PACKBITS}) {
+  constexpr std::int32_t kCodes[] = {IMG_TYPE_DCX, IMG_TYPE_PDF, IMG_TYPE_TIFF_PACKBITS};
+  for (int round = 0; round < 6; ++round) {
+    const std::int32_t code = kCodes[round / 2];
+    IMG_set_option(IMG_OPTION_SAFE_SAVING, round % 2);
     const auto add_page = [&](MemoryFile& file, std::int32_t image) {
       file.position = 0;
       return IMG_save_bitmap_fd(image, 1, code);
@@ -199,6 +202,7 @@ TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
       }
     }
   }
+  IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
   for (std::int32_t image = 0; image < most_pages; ++image) IMG_delete_bitmap(image);
 }
 
@@ -250,6 +254,7 @@ TEST(StreamSweep, MemoryThatIsTooSmallByAnyAmountIsAWriteFailure) {
 TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
   const ScratchFolder folder;
   const std::string name = folder.file("half.bmp");
+  const Bytes kOther = {1, 2, 3};
   for (const SaveCase& save : saves()) {
     // These ask the stream where it ends.
     constexpr std::int32_t kAsking[] = {IMG_TYPE_PDF, IMG_TYPE_DCX, IMG_TYPE_TIFF_LZW,
@@ -276,7 +281,15 @@ TEST(StreamSweep, AnyWriteMayFailOrComeShortAndLeavesNoFile) {
         file.position = 0;
         ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), save.code), saved);
         ASSERT_EQ(std::filesystem::exists(name), saved == IMG_OK);
+        write_file(name, kOther);
+        file.calls = 0;
+        file.position = 0;
+        IMG_set_option(IMG_OPTION_SAFE_SAVING, 1);
+        ASSERT_EQ(IMG_save_bitmap(image, name.c_str(), save.code), saved);
+        IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
+        ASSERT_EQ(file_content(name) == kOther, saved != IMG_OK);
         std::filesystem::remove(name);
+        ASSERT_TRUE(std::filesystem::is_empty(folder.path()));
         if (!reached) break;
       }
     }
