@@ -6,8 +6,12 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <string>
 #include <vector>
 
+#include "include/tarnquill.h"
 #include "platform/device_bitmap.h"
 #include "platform/file.h"
 #include "platform/memory.h"
@@ -55,6 +59,48 @@ TEST(Win32File, SharingFollowsTheMode) {
   EXPECT_GE(writer, 0);
   EXPECT_LT(file_open(name.c_str(), FileMode::read), 0);
   file_close(writer);
+}
+
+// Of any script and any length, new and replaced.
+TEST(Win32File, NamesMayBeUtf8) {
+  const test::ScratchFolder folder;
+  std::vector<std::uint8_t> bytes = {40, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 24, 0};
+  bytes.resize(44);
+  const std::int32_t image = IMG_decompress_bitmap_block(bytes.data(), bytes.size(), 0);
+  ASSERT_GE(image, 0);
+  IMG_set_option(IMG_OPTION_UTF8_NAMES, 1);
+  const std::wstring root = folder.path().wstring();
+  const std::wstring deep = root + L"\\" + std::wstring(150, L'd');
+  ASSERT_NE(CreateDirectoryW(deep.c_str(), nullptr), 0);
+  const std::wstring names[] = {L"Gr\u00FC\u00DFe-\u65E5\u672C.bmp",
+                                std::wstring(150, L'd') + L"/" + std::wstring(150, L'e') + L".bmp"};
+  for (const std::wstring& name : names) {
+    std::string utf8(2000, '\0');
+    const std::wstring path = root + L"\\" + name;
+    WideCharToMultiByte(CP_UTF8, 0, path.c_str(), -1, utf8.data(), 2000, nullptr, nullptr);
+    for (const std::int32_t safe : {0, 1, 1}) {
+      IMG_set_option(IMG_OPTION_SAFE_SAVING, safe);
+      EXPECT_EQ(IMG_save_bitmap(image, utf8.c_str(), IMG_TYPE_BMP), IMG_OK);
+    }
+    EXPECT_EQ(IMGLOW_get_filetype(utf8.c_str()), IMG_TYPE_BMP);
+  }
+  EXPECT_NE(GetFileAttributesW((root + L"\\" + names[0]).c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 2);
+
+  const std::string invalid = folder.file("a\xFF.bmp");
+  for (const std::int32_t safe : {0, 1}) {
+    IMG_set_option(IMG_OPTION_SAFE_SAVING, safe);
+    EXPECT_EQ(IMG_save_bitmap(image, invalid.c_str(), IMG_TYPE_BMP), IMG_CANNOT_CREATE);
+    EXPECT_EQ(IMG_save_bitmap(image, folder.path().string().c_str(), IMG_TYPE_BMP),
+              IMG_CANNOT_CREATE);
+    EXPECT_EQ(IMG_save_bitmap(image, "NUL", IMG_TYPE_BMP), IMG_OK);
+  }
+  EXPECT_EQ(IMG_decompress_bitmap(invalid.c_str()), IMG_CANNOT_OPEN);
+  IMG_set_option(IMG_OPTION_UTF8_NAMES, 0);
+  IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
+  IMG_delete_bitmap(image);
+  const std::wstring long_name = L"\\\\?\\" + deep + L"\\" + std::wstring(150, L'e') + L".bmp";
+  EXPECT_NE(DeleteFileW(long_name.c_str()), 0);
 }
 
 TEST(Win32DeviceBitmap, IsReadAsRows) {
