@@ -171,6 +171,13 @@ std::vector<Call> calls(Material& m) {
       {"IMG_runs_to_dib", call(IMG_runs_to_dib, Watched::kRuns)},
       {"IMG_dib_to_runs", call(IMG_dib_to_runs, Watched::kPlain)},
       {"IMG_save_bitmap", call(IMG_save_bitmap, Watched::kDeep, m.out.c_str(), -1)},
+      {"IMG_save_bitmap",
+       [save = call(IMG_save_bitmap, Watched::kDeep, m.out.c_str(), IMG_TYPE_DCX)] {
+         IMG_set_option(IMG_OPTION_SAFE_SAVING, 1);
+         const std::int32_t saved = save();
+         IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
+         return saved;
+       }},
       {"IMG_save_bitmap_fd",
        from_caller(m.deep, call(IMG_save_bitmap_fd, Watched::kRuns, 1, IMG_TYPE_BMP))},
       {"IMG_save_bitmap_fd",
