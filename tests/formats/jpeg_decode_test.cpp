@@ -287,11 +287,13 @@ TEST(JpegDecode, EndOfBandRunsOfManyBlocks) {
   }
   // Three scans of nearly 2^21 pixels each, which deliver no row: the caller may end them.
   static int reports, most;
-  const img_progress_fn report = [](std::intptr_t, std::int32_t value) {
-    EXPECT_EQ(value, 32);
-    return ++reports < most ? 0 : -4711;
+  struct Caller {
+    static std::int32_t IMG_CB_STD report(std::intptr_t /*context*/, std::int32_t value) {
+      EXPECT_EQ(value, 32);
+      return ++reports < most ? 0 : -4711;
+    }
   };
-  context().settings.progress = {.call = report, .on = true};
+  context().settings.progress = {.call = Caller::report, .on = true};
   Options limited;
   limited.set(IMG_OPTION_MAX_SCANS, 4);
   const auto reports_with = [&](const Options& options, int stop_at, int status) {
