@@ -2,6 +2,7 @@
 // an image or a block of memory goes through here.
 #pragma once
 
+#include "core/context.h"
 #include "core/image_table.h"
 #include "io/byte_stream.h"
 
@@ -10,6 +11,7 @@ namespace tq::api {
 // Calls `operation(record)` for a valid handle.
 template <class Operation>
 std::int32_t with_image(std::int32_t handle, Operation&& operation) {
+  const Serialised serialised;
   const ImageHandle image{handle};
   if (const Status valid = validate_image_handle(image); valid.failed()) return valid.raw();
   return Status(operation(image_record(image))).raw();
@@ -27,6 +29,7 @@ std::int32_t with_pixels(std::int32_t handle, Operation&& operation) {
 // Calls `operation(stream)` for an open stream of the caller's.
 template <class Operation>
 std::int32_t with_stream(std::int32_t stream, Operation&& operation) {
+  const Serialised serialised;
   const StreamWork work;
   return Status(operation(StreamHandle{stream})).raw();
 }
@@ -34,6 +37,7 @@ std::int32_t with_stream(std::int32_t stream, Operation&& operation) {
 // The same for a file that is opened for reading; cannot_open.
 template <class Operation>
 std::int32_t with_file(const char* name, Operation&& operation) {
+  const Serialised serialised;
   const StreamWork work;
   OpenFile file;
   if (const Status opened = file.open(name, OpenMode::read); opened.failed()) return opened.raw();
@@ -44,6 +48,7 @@ std::int32_t with_file(const char* name, Operation&& operation) {
 // tells its own, or is trusted.
 template <class Operation>
 std::int32_t with_memory(const void* block, Operation&& operation) {
+  const Serialised serialised;
   const StreamWork work;
   if (block == nullptr) return IMG_UNSUPPORTED;
   open_memory_stream(const_cast<void*>(block));
@@ -51,6 +56,7 @@ std::int32_t with_memory(const void* block, Operation&& operation) {
 }
 template <class Operation>
 std::int32_t with_memory(const void* block, std::size_t size, Operation&& operation) {
+  const Serialised serialised;
   const StreamWork work;
   if (block == nullptr) return IMG_UNSUPPORTED;
   open_memory_stream(const_cast<void*>(block), size);

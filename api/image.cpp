@@ -63,6 +63,7 @@ Status create_from_device(tq::ImageSlot& slot, void* bitmap) {
 }  // namespace
 
 std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
+  const tq::Serialised serialised;
   if (packed_dib == nullptr) return IMG_BAD_IMAGE;
   const Status slot = tq::allocate_image_slot();
   if (slot.failed()) return slot.raw();
@@ -74,6 +75,7 @@ std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
 }
 
 std::int32_t IMG_CALL IMG_create_handle_shell(const void* header) {
+  const tq::Serialised serialised;
   if (header == nullptr) return IMG_BAD_IMAGE;
   tq::ImageSlot slot;
   Status result = slot.allocate();
@@ -82,15 +84,18 @@ std::int32_t IMG_CALL IMG_create_handle_shell(const void* header) {
 }
 
 std::int32_t IMG_CALL IMG_create_handle_ddb(void* bitmap) {
+  const tq::Serialised serialised;
   tq::ImageSlot slot;
   return create_from_device(slot, bitmap).raw();
 }
 
 std::int32_t IMG_CALL IMG_delete_bitmap(std::int32_t image) {
+  const tq::Serialised serialised;
   return tq::free_image_slot(tq::ImageHandle{image}).raw();
 }
 
 std::int32_t IMG_CALL IMG_delete_bitmap_keep(std::int32_t image) {
+  const tq::Serialised serialised;
   return tq::free_image_slot_keep(tq::ImageHandle{image}).raw();
 }
 

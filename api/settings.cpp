@@ -57,12 +57,14 @@ std::int32_t change_switch(std::int32_t code, bool on) {
 }  // namespace
 
 std::int32_t IMG_CALL IMG_set_option(std::int32_t option, std::int32_t value) {
+  const tq::Serialised serialised;
   tq::Options& options = tq::context().options;
   const std::int32_t before = options.get(option);
   return options.set(option, value) ? before : IMG_UNSUPPORTED;
 }
 
 std::int32_t IMG_CALL IMG_get_option(std::int32_t option) {
+  const tq::Serialised serialised;
   const std::int32_t value = tq::context().options.get(option);
   return value >= 0 ? value : IMG_UNSUPPORTED;
 }
@@ -92,6 +94,7 @@ std::int32_t IMG_CALL IMG_delete_context(std::int32_t context) {
 
 std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn callback,
                                         std::int32_t enable) {
+  const tq::Serialised serialised;
   auto& progress = tq::context().settings.progress;
   progress.on = enable != 0 && callback != nullptr;
   if (progress.on) {
@@ -102,60 +105,72 @@ std::int32_t IMG_CALL IMG_set_statusbar(std::intptr_t context, img_progress_fn c
 }
 
 std::int32_t IMG_CALL IMGLOW_set_dispfunc(std::intptr_t a, std::intptr_t b) {
+  const tq::Serialised serialised;
   tq::context().settings.display_functions = {a, b};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decomp_reduction(std::int32_t bits) {
+  const tq::Serialised serialised;
   tq::context().settings.decomp_reduction = bits;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decompsize(std::int32_t width, std::int32_t height) {
+  const tq::Serialised serialised;
   tq::context().settings.decomp_size = {width, height};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_decomp_rect(std::int32_t x, std::int32_t y, std::int32_t width,
                                              std::int32_t height) {
+  const tq::Serialised serialised;
   tq::context().settings.decomp_rect = {x < 0 ? 0 : x, y < 0 ? 0 : y, width, height};
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_dithermode(std::int32_t mode) {
+  const tq::Serialised serialised;
   tq::context().settings.dither_mode = mode;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_autocolor(std::int32_t flag) {
+  const tq::Serialised serialised;
   tq::context().settings.auto_color = flag;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_alias(std::int32_t value) {
+  const tq::Serialised serialised;
   tq::context().settings.alias = value;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_alias_quality(std::int32_t value) {
+  const tq::Serialised serialised;
   tq::context().settings.alias_quality = value;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_wipedelay(std::int32_t delay) {
+  const tq::Serialised serialised;
   tq::context().settings.wipe_delay = delay;
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_auto_detect(std::int32_t code) {
+  const tq::Serialised serialised;
   return change_switch(code, true);
 }
 
 std::int32_t IMG_CALL IMGLOW_unset_auto_detect(std::int32_t code) {
+  const tq::Serialised serialised;
   return change_switch(code, false);
 }
 
 std::int32_t IMG_CALL IMGLOW_get_auto_detect(std::int32_t code) {
+  const tq::Serialised serialised;
   const bool* detect = detect_switch(code);
   if (detect == nullptr) return IMG_UNSUPPORTED;
   return *detect ? 1 : 0;
@@ -168,11 +183,13 @@ std::int32_t IMG_CALL IMG_ifl_version(std::int32_t* major, std::int32_t* minor) 
 }
 
 std::int32_t IMG_CALL IMGLOW_set_fileio(img_read_fn read, img_write_fn write, img_seek_fn seek) {
+  const tq::Serialised serialised;
   tq::set_caller_io(read, write, seek);
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMG_set_encrypt(std::int32_t on, std::int32_t key) {
+  const tq::Serialised serialised;
   tq::set_scrambling((on & 0xFF) != 0, key);
   return IMG_OK;
 }

@@ -46,6 +46,7 @@ auto bytes_of(Save save) {
 }  // namespace
 
 std::int32_t IMG_CALL IMG_save_bitmap(std::int32_t image, const char* name, std::int32_t code) {
+  const tq::Serialised serialised;
   const tq::StreamWork work;
   return with_image(image, [&](ImageRecord&) {
     return tq::dispatch::save_image_file(ImageHandle{image}, name, code);
@@ -87,11 +88,13 @@ std::int32_t IMG_CALL IMGLOW_save_bitmap_block(void* block, std::size_t size, vo
 }
 
 std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {
+  const tq::Serialised serialised;
   tq::jpeg::set_jpeg_quality(quality);
   return IMG_OK;
 }
 
 std::int32_t IMG_CALL IMGLOW_set_jpg_interleave(std::int32_t h, std::int32_t v) {
+  const tq::Serialised serialised;
   tq::jpeg::set_jpeg_sampling(h, v);
   return IMG_OK;
 }

@@ -102,6 +102,7 @@ struct Context {
   const void* module_request = nullptr;  // that a module's entry was called for, while it runs
   ImageTable images;
   MemoryState memory;
+  platform::RecursiveLock lock;  // taken only where a caller wants that
 };
 
 // What every thread begins with. Threads that share it take care of each other themselves.
@@ -127,6 +128,24 @@ class Inside {
 
  private:
   bool outermost_;
+};
+
+// Other threads on the same context wait until the end of the scope, with SERIALISE. Callbacks may come
+// back in: it is recursive.
+class Serialised {
+ public:
+  Serialised() {
+    if (context().options.get<IMG_OPTION_SERIALISE>() == 1) lock_ = &context().lock;
+    if (lock_ != nullptr) lock_->lock();
+  }
+  ~Serialised() {
+    if (lock_ != nullptr) lock_->unlock();
+  }
+  Serialised(const Serialised&) = delete;
+  Serialised& operator=(const Serialised&) = delete;
+
+ private:
+  platform::RecursiveLock* lock_ = nullptr;
 };
 
 // Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is

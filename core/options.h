@@ -15,6 +15,13 @@ class Options {
   // -1: there is no such option.
   std::int32_t get(std::int32_t option) const { return is_known(option) ? values_[option] : -1; }
 
+  // Without a look at the table, for what every export asks.
+  template <std::int32_t kOption>
+  std::int32_t get() const {
+    static_assert(kOption > 0 && kOption < kMost);
+    return values_[kOption];
+  }
+
   // Of an option that is a limit: `none` where there is none.
   std::int64_t limit(std::int32_t option, std::int64_t none) const {
     const std::int32_t value = get(option);
@@ -47,6 +54,7 @@ class Options {
       {IMG_OPTION_JPEG_PROGRESSIVE, 1, 1},
       {IMG_OPTION_SAFE_SAVING, 1, 1},
       {IMG_OPTION_UTF8_NAMES, 1, 1},
+      {IMG_OPTION_SERIALISE, 1, 1},
       {IMG_OPTION_TIFF_STRIP_BYTES, 4096, 1 << 30},
       {IMG_OPTION_TIFF_JPEG, 7, 7},
       {IMG_OPTION_TIFF_G3_K, 1, 4},

@@ -696,6 +696,9 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *                      its end
  *   UTF8_NAMES         1: names of files are UTF-8 on Windows (0: coded as its 8-bit functions take
  *                      them), and what is none cannot be opened or created; elsewhere names are bytes
+ *   SERIALISE          1: calls from several threads on this context wait for each other, callbacks
+ *                      included; a callback that waits for another thread may wait for ever. Set it
+ *                      before the second thread begins
  *   TIFF_STRIP_BYTES   bytes of samples in a strip, 4096 to 2^30 (0: 65536)
  *   TIFF_JPEG          7: code 40 is written as Compression 7 (0: as Compression 6)
  *   TIFF_G3_K          code 8: 2 or 4: every second or fourth row stands for itself, the others refer
@@ -719,6 +722,7 @@ enum {
   IMG_OPTION_JPEG_PROGRESSIVE = 22,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_UTF8_NAMES = 41,
+  IMG_OPTION_SERIALISE = 42,
   IMG_OPTION_TIFF_STRIP_BYTES = 51,
   IMG_OPTION_TIFF_JPEG = 52,
   IMG_OPTION_TIFF_G3_K = 53,
@@ -735,9 +739,10 @@ IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
 
 /* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
  * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,
- * which is always there: threads that share it have to keep out of each other's way. A context from
- * IMG_new_context begins like a fresh process, and one thread at a time uses it. Pixels may pass: the
- * address of IMG_bitmap_info, IMG_delete_bitmap_keep in the one, IMG_create_handle_keep in the other.
+ * which is always there: threads that share it have to keep out of each other's way, or set
+ * SERIALISE. A context from IMG_new_context begins like a fresh process, and one thread at a time uses
+ * it. Pixels may pass: the address of IMG_bitmap_info, IMG_delete_bitmap_keep in the one,
+ * IMG_create_handle_keep in the other.
  *
  * IMG_new_context returns a number from 1 to 4096, or IMG_OUT_OF_MEMORY.
  *

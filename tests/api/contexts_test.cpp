@@ -203,4 +203,33 @@ TEST(Contexts, ThreadsWorkSideBySide) {
   EXPECT_EQ(differing, 0);
 }
 
+// Callbacks come back into the library while the others wait.
+std::atomic<int> calls = 0;
+std::int32_t IMG_CB_STD call_again(std::intptr_t, std::int32_t) {
+  calls += IMG_get_option(IMG_OPTION_SERIALISE);
+  return 0;
+}
+
+TEST(Contexts, ThreadsMayShareOneIfTheyWaitForEachOther) {
+  constexpr int kThreads = 4, kRounds = 3;
+  std::vector<Bytes> alone;
+  for (std::uint32_t seed = 0; seed < kRounds; ++seed) alone.push_back(work(seed));
+  EXPECT_EQ(IMG_set_option(IMG_OPTION_SERIALISE, 1), 0);
+  IMG_set_statusbar(0, call_again, 1);
+  std::atomic<int> differing = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      for (std::uint32_t seed = 0; seed < kRounds; ++seed) {
+        if (work(seed) != alone[seed]) ++differing;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  IMG_set_statusbar(0, nullptr, 0);
+  EXPECT_EQ(IMG_set_option(IMG_OPTION_SERIALISE, 0), 1);
+  EXPECT_EQ(differing, 0);
+  EXPECT_GT(calls, 0);
+}
+
 }  // namespace
