@@ -3,7 +3,6 @@
 #include "dispatch/dispatch.h"
 #include "include/tarnquill.h"
 
-using tq::Status;
 using tq::StreamHandle;
 using tq::api::with_file;
 using tq::api::with_memory;

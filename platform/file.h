@@ -11,7 +11,8 @@ namespace tq::platform {
 // elsewhere names are bytes.
 struct FileName {
   FileName() = default;
-  FileName(const char* name, bool is_utf8 = false) : text(name), utf8(is_utf8) {}
+  FileName(const char* name, bool is_utf8 = false)  // NOLINT(*-explicit-*): a name is one
+      : text(name), utf8(is_utf8) {}
 
   const char* text = nullptr;
   bool utf8 = false;

@@ -42,11 +42,11 @@ int run_formats(const Arguments& arguments) {
     if ((format.flags & IMG_FORMAT_APPENDS) != 0) notes += ", appends";
     if ((format.flags & IMG_FORMAT_MODULE) != 0)
       notes += notes.empty() ? "no module" : ", no module";
-    std::string line(96, ' ');
-    std::snprintf(line.data(), line.size(), "%4d  %-14s  %-29s  %-14s  %-14s", format.code,
+    char columns[128];
+    std::snprintf(columns, sizeof columns, "%4d  %-14s  %-29s  %-14s  %-14s", format.code,
                   format.name, format.title, depths_text(format.read_depths).c_str(),
                   depths_text(format.write_depths).c_str());
-    line = line.c_str();
+    std::string line = columns;
     if (!notes.empty()) line += "  " + notes;
     line.erase(line.find_last_not_of(' ') + 1);
     std::puts(line.c_str());

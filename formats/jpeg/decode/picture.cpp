@@ -298,7 +298,8 @@ void Reconstruction::make_row(int y) {
     kernels_.ycc_to_bgr_halved(row_of(0, y), row_of(1, y), row_of(2, y), out, width);
     return;
   }
-  const std::uint8_t* planes[kMostComponents] = {};
+  std::array<const std::uint8_t*, kMostComponents> planes;
+  planes.fill(planes_[0]);
   const std::size_t room = widened_.size() / kMostComponents;
   for (int i = 0; i < geometry_->count; ++i) {
     planes[i] = full_row(i, y, widened_.data() + i * room);
