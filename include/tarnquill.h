@@ -670,8 +670,8 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   DETECTION          1: more files are recognised (bare DIBs of every header, plain PCX, PostScript,
  *                      PDF behind other bytes, icons of any sides), a TIFF file has to have its
  *                      number, and names for saving count whole endings: .tiff, .jpeg, .pdf, .dib too
- *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, and
- *                      JPEG with READING); rows into callbacks never are
+ *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, JPEG);
+ *                      rows into callbacks never are
  *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red
  *   STRICT             1: a damaged file is a failure: IMG_READ_FAILED where its data end early,
  *                      IMG_BAD_IMAGE where they make no sense, and no image is left of it

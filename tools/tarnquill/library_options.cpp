@@ -36,9 +36,9 @@ std::span<const Option> library_options() {
 }
 
 void apply_library_options(const Arguments& arguments) {
+  is_contract = arguments.has("contract");
   for (const Limit& limit : kLimits) {
     const auto value = arguments.number(limit.name, 0, 0x7FFFFFFF);
-    is_contract = arguments.has("contract");
     IMG_set_option(limit.option, value.value_or(is_contract ? 0 : limit.value));
   }
   if (arguments.has("strict")) IMG_set_option(IMG_OPTION_STRICT, 1);
