@@ -146,6 +146,32 @@ bool probe_plain_pcx(const Probe& probe) {
          load_le16(&h[8]) >= load_le16(&h[4]) && load_le16(&h[10]) >= load_le16(&h[6]);
 }
 
+bool probe_commented_xbm(const Probe& probe) {
+  if (!probe.has("/*") || probe.has("/* XPM */")) return false;
+  const auto bytes = read_of<1024>(probe, 0);
+  std::string_view text(reinterpret_cast<const char*>(bytes.data.data()), bytes.count);
+  while (text.starts_with("/*")) {
+    const std::size_t end = text.find("*/", 2);
+    if (end == std::string_view::npos) return false;
+    text.remove_prefix(end + 2);
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+  }
+  return text.starts_with("#define");
+}
+
+bool probe_little_xwd(const Probe& probe) {
+  constexpr std::uint32_t kLeast = 100, kMost = 4096, kVersion = 7;
+  constexpr int kFormats = 3;
+  const std::uint32_t bytes = load_le32(probe.bytes);
+  return bytes >= kLeast && bytes <= kMost && load_le32(probe.bytes + 4) == kVersion &&
+         load_le16(probe.bytes + 8) < kFormats;
+}
+
+bool probe_bare_pict(const Probe& probe) {
+  const auto version = read_of<4>(probe, 10);
+  return version.has("\x11\1") || version.has(std::string_view("\0\x11\2\xFF", 4));
+}
+
 bool probe_late_pdf(const Probe& probe) {
   constexpr std::string_view kMark = "%PDF-";
   const auto bytes = read_of<1024>(probe, 0);

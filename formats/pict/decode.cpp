@@ -411,9 +411,15 @@ Status draw_all(const formats::DecodeRequest& request, Input& input, Picture& pi
 Status decode_pict(const formats::DecodeRequest& request) {
   Input input;
   TQ_TRY(input.open(request.stream));
-  input.go_to(std::int64_t{request.start()} + kFileHeaderBytes);
+  const std::int64_t start = request.start();
+  input.go_to(start + kFileHeaderBytes);
   Picture picture;
-  TQ_TRY(read_start(input, picture));
+  Status begun = read_start(input, picture);
+  if (begun.failed() && request.options.get(IMG_OPTION_DETECTION) == 1) {
+    input.go_to(start);  // what other programs keep in memory has no file header
+    begun = read_start(input, picture);
+  }
+  TQ_TRY(begun);
   int bitmaps = 0;
   Bitmap only;
   const Status walked = walk(input, picture, [&](const Bitmap& bitmap) {

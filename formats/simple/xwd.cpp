@@ -29,7 +29,13 @@ struct XwdFile {
   std::int64_t pixels = 0;            // their position
   const RowLayout* layout = nullptr;  // null: by masks
 
-  std::uint32_t field(int i) const { return load_be32(&header[4 * i]); }
+  bool low_byte_first = false;  // the header and the colours
+
+  std::uint32_t u32(const std::uint8_t* at) const {
+    return low_byte_first ? load_le32(at) : load_be32(at);
+  }
+  int u16(const std::uint8_t* at) const { return low_byte_first ? load_le16(at) : load_be16(at); }
+  std::uint32_t field(int i) const { return u32(&header[4 * i]); }
   std::uint32_t header_bytes() const { return field(0); }
   std::uint32_t format() const { return field(2); }
   std::uint32_t depth() const { return field(3); }
@@ -82,8 +88,8 @@ Status read_colours(StreamHandle stream, XwdFile& file) {
   for (std::uint32_t i = 0; i < file.colour_count(); ++i) {
     const Bytes entry = input.peek(kColourBytes);
     if (entry.size() < kColourBytes) return StatusCode::read_failed;
-    const std::uint32_t pixel = load_be32(entry.data());
-    const auto level = [entry](int at) { return from_16_bits(load_be16(&entry[at])); };
+    const std::uint32_t pixel = file.u32(entry.data());
+    const auto level = [&](int at) { return from_16_bits(file.u16(&entry[at])); };
     if (pixel < file.colours.size()) file.colours[pixel] = {level(8), level(6), level(4), 0};
     input.skip(kColourBytes);
   }
@@ -95,6 +101,7 @@ Status read_header(const formats::DecodeRequest& request, XwdFile& file) {
   TQ_TRY(request.seek_to_start());
   const std::int64_t start = request.start();
   if (read_fully(request.stream, file.header) < kHeaderBytes) return StatusCode::read_failed;
+  file.low_byte_first = file.field(1) != kVersion && request.options.get(IMG_OPTION_DETECTION) == 1;
   TQ_TRY(check_header(file));
   const std::int64_t colours = start + file.header_bytes();
   file.pixels = colours + kColourBytes * std::int64_t{file.colour_count()};

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "tests/support/collecting_sink.h"
+#include "tests/support/corpus.h"
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 
@@ -12,7 +13,8 @@ namespace {
 class Options : public LibraryTest {
  protected:
   ~Options() override {
-    for (const std::int32_t option : {IMG_OPTION_ORIENTATION, IMG_OPTION_INKS}) {
+    for (const std::int32_t option :
+         {IMG_OPTION_ORIENTATION, IMG_OPTION_INKS, IMG_OPTION_DETECTION}) {
       IMG_set_option(option, 0);
     }
     IMGLOW_set_decompsize(0, 0);
@@ -109,6 +111,48 @@ TEST_F(Options, SettingsOfDecodingApplyToTheTurnedPicture) {
   IMGLOW_set_decomp_rect(5, 7, 20, 30);
   EXPECT_EQ(picture_of(decode(file)), picture_of(decode(upright)));
   EXPECT_EQ(header_of_image(decode(file)).biHeight, 30);
+}
+
+void reverse(Bytes& file, std::size_t at, std::size_t bytes) {
+  const auto first = file.begin() + static_cast<std::ptrdiff_t>(at);
+  std::reverse(first, first + static_cast<std::ptrdiff_t>(bytes));
+}
+
+// Header and colours, of what is no pixels.
+Bytes with_low_bytes_first(Bytes dump) {
+  const std::size_t header = dump[2] << 8 | dump[3], colours = dump[78] << 8 | dump[79];
+  for (std::size_t field = 0; field < 100; field += 4) reverse(dump, field, 4);
+  for (std::size_t at = header; at < header + 12 * colours; at += 12) {
+    reverse(dump, at, 4);
+    for (std::size_t level = 4; level < 10; level += 2) reverse(dump, at + level, 2);
+  }
+  return dump;
+}
+
+TEST_F(Options, FilesOfAnotherBeginningHoldTheSamePicture) {
+  int files = 0;
+  for (const CorpusFile& file : corpus_files()) {
+    Bytes other = file.bytes;
+    if (file.name.ends_with(".xwd")) {
+      other = with_low_bytes_first(other);
+    } else if (file.name.ends_with(".pct")) {
+      other.erase(other.begin(), other.begin() + 512);
+    } else if (file.name.ends_with(".xbm")) {
+      const std::string comment = "/* made by hand */\n\n/**/ ";
+      other.insert(other.begin(), comment.begin(), comment.end());
+    } else {
+      continue;
+    }
+    SCOPED_TRACE(file.name);
+    ++files;
+    IMG_set_option(IMG_OPTION_DETECTION, 0);
+    EXPECT_EQ(IMG_decompress_bitmap_block(other.data(), other.size(), 0), IMG_UNSUPPORTED);
+    IMG_set_option(IMG_OPTION_DETECTION, 1);
+    const Image expected = decode(file.bytes), shown = decode(other);
+    ASSERT_GE(shown, 0);
+    EXPECT_EQ(picture_of(shown), picture_of(expected));
+  }
+  EXPECT_GE(files, 20);
 }
 
 TEST_F(Options, InksArriveAsTheColoursTheyLookLike) {
