@@ -10,7 +10,7 @@ if(TQ_TOOL_SOURCES)
   set_target_properties(tarnquill_tool PROPERTIES
     OUTPUT_NAME tarnquill INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   if(WIN32)
-    target_link_options(tarnquill_tool PRIVATE -static)
+    target_link_options(tarnquill_tool PRIVATE -static -municode)
   endif()
   install(TARGETS tarnquill_tool)
   add_dependencies(tarnquill_tool lzw_module)

@@ -103,9 +103,11 @@ if(TARGET tarnquill_tool)
     add_test(NAME tool.folders COMMAND ${CMAKE_COMMAND} -E make_directory ${tq_scene}/out)
     add_test(NAME tool.scene COMMAND make_scene scene)
     add_test(NAME tool.convert
-      COMMAND tarnquill_tool convert -v --code bmp scene/photo-24.bmp scene/page-1.bmp scene/out)
+      COMMAND tarnquill_tool convert -v --jobs 2 --code bmp scene/photo-24.bmp scene/page-1.bmp
+              scene/out/Grüße-日本/)
     add_test(NAME tool.compare
-      COMMAND ${CMAKE_COMMAND} -E compare_files ${tq_scene}/photo-24.bmp ${tq_scene}/out/photo-24.bmp)
+      COMMAND ${CMAKE_COMMAND} -E compare_files ${tq_scene}/photo-24.bmp
+              ${tq_scene}/out/Grüße-日本/photo-24.bmp)
     set_tests_properties(tool.folders PROPERTIES FIXTURES_SETUP tool_folders)
     set_tests_properties(tool.scene PROPERTIES
       FIXTURES_REQUIRED tool_folders FIXTURES_SETUP tool_scene)

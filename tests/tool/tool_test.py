@@ -333,13 +333,25 @@ class Conversions(ToolTest):
         (self.folder / "more").mkdir()
         self.write_picture("more/a.bmp", 5, 5)
         self.write("bad.bmp", b"nothing")
-        done = self.run_tool("convert", "a.bmp", "bad.bmp", "b.x.bmp", "more/a.bmp", "out/", "--code", "dib")
-        self.assertEqual(done.returncode, 1)
-        self.assertEqual(done.stderr.decode().splitlines(), [
-            "tarnquill: bad.bmp: format or parameter is not supported (-7)",
-            "tarnquill: more/a.bmp: out/a.dib is already the result of another input"])
-        self.assertEqual(sorted(os.listdir(self.folder / "out")), ["a.dib", "b.x.dib"])
-        self.assertEqual((self.folder / "out/a.dib").read_bytes(), (self.folder / "a.bmp").read_bytes()[14:])
+        for out, options in (("out", []), ("jobs", ["--jobs", "3"])):
+            done = self.run_tool("convert", *options, "a.bmp", "bad.bmp", "b.x.bmp", "more/a.bmp", out + "/",
+                                 "--code", "dib")
+            self.assertEqual(done.returncode, 1)
+            self.assertEqual(sorted(done.stderr.decode().splitlines()), [
+                "tarnquill: bad.bmp: format or parameter is not supported (-7)",
+                f"tarnquill: more/a.bmp: {out}/a.dib is already the result of another input"])
+            self.assertEqual(sorted(os.listdir(self.folder / out)), ["a.dib", "b.x.dib"])
+            self.assertEqual((self.folder / out / "a.dib").read_bytes(), (self.folder / "a.bmp").read_bytes()[14:])
+
+    def test_jobs_share_the_settings_of_the_command_line(self):
+        names = [f"{i}.bmp" for i in range(20)]
+        for name in names:
+            self.write_picture(name, 40, 30)
+        for out, jobs in (("one", "1"), ("four", "4")):
+            self.succeed("convert", "--jobs", jobs, "--size", "20x15", "--reduce", "8", "--code", "bmp", *names, out + "/")
+        for name in names:
+            self.assertEqual((self.folder / "one" / name).read_bytes(), (self.folder / "four" / name).read_bytes())
+            self.assertEqual(bmp.decode((self.folder / "four" / name).read_bytes())[0], 8)
 
     def test_verbose_tells_of_each_result(self):
         self.write_picture("a.bmp", 20, 10, 4)

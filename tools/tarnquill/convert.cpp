@@ -1,9 +1,11 @@
 // tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <set>
+#include <thread>
 
 #include "codes.h"
 #include "command.h"
@@ -38,6 +40,7 @@ constexpr Option kOptions[] = {
     {"optimise", 0, nullptr, "jpeg with codes made for the picture: smaller, slower"},
     {"keep-inks", 0, nullptr,
      "cyan, magenta, yellow and black stay what they are, or are\nrefused"},
+    {"jobs", 'j', "N", "work on so many inputs at a time (default 1)"},
     {"output", 'o', "OUT", "the result; all operands are inputs then"},
     {"quiet", 'q', nullptr, "no notes and no progress bar"},
     {"verbose", 'v', nullptr, "a line for each result"},
@@ -56,6 +59,7 @@ struct Plan {
   std::optional<Size> size;
   Size sampling = {2, 1};
   std::optional<std::int32_t> dpi;
+  int jobs = 1;
   bool keep_inks = false;
   bool quiet = false;
   bool verbose = false;
@@ -140,7 +144,7 @@ std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
   return *code;
 }
 
-// Settings are process-wide and the same for all inputs, except for the rectangle.
+// Settings are a context's and the same for all inputs, except for the rectangle.
 void apply_settings(const Arguments& arguments, const Plan& plan) {
   if (plan.size) IMGLOW_set_decompsize(plan.size->width, plan.size->height);
   if (const auto bits = arguments.number("reduce", 1, 8)) {
@@ -177,6 +181,7 @@ Plan make_plan(const Arguments& arguments, bool appends) {
   if (plan.rect && plan.size) throw UsageError("--rect and --size exclude each other; see --crop");
   if (const auto text = arguments.value("sampling")) plan.sampling = parse_sampling(*text);
   plan.dpi = arguments.number("dpi", 1, 65535);
+  plan.jobs = arguments.number("jobs", 1, 256).value_or(1);
   plan.keep_inks = arguments.has("keep-inks");
   plan.quiet = arguments.has("quiet");
   plan.verbose = arguments.has("verbose");
@@ -345,21 +350,78 @@ int reported(Progress& progress, Work&& work) {
   }
 }
 
-int convert_each(const Plan& plan, Progress& progress) {
+struct Result {
+  std::string input, name;
+};
+
+std::vector<Result> find_results(const Plan& plan, int& code) {
+  std::vector<Result> results;
   std::set<std::string> written;
-  int code = kExitOk;
   for (const std::string& input : plan.inputs) {
     const std::string name = output_name(plan, input);
-    if (!written.insert(name).second) {
-      complain(printable(input) + ": " + printable(name) +
-               " is already the result of another input");
-      code = std::max<int>(code, kExitError);
+    if (written.insert(name).second) {
+      results.push_back({input, name});
       continue;
     }
-    code = std::max(code, reported(progress, [&] { convert_one(plan, input, name, progress); }));
-    if (interrupted() != 0) break;
+    complain(printable(input) + ": " + printable(name) + " is already the result of another input");
+    code = kExitError;
   }
-  return code;
+  return results;
+}
+
+// A thread's own state in the library, with the options and settings of the command line.
+class JobContext {
+ public:
+  JobContext(const Arguments& arguments, const Plan& plan)
+      : context_(check("a job", IMG_new_context())) {
+    IMG_use_context(context_);
+    apply_library_options(arguments);
+    apply_settings(arguments, plan);
+  }
+  ~JobContext() {
+    IMG_use_context(0);
+    IMG_delete_context(context_);
+  }
+  JobContext(const JobContext&) = delete;
+  JobContext& operator=(const JobContext&) = delete;
+
+ private:
+  std::int32_t context_;
+};
+
+int convert_each(const Arguments& arguments, const Plan& plan, Progress& progress) {
+  std::atomic<int> code = kExitOk;
+  int wrong_names = kExitOk;
+  const std::vector<Result> results = find_results(plan, wrong_names);
+  std::atomic<std::size_t> next = 0;
+  const auto work = [&](Progress& shown) {
+    for (std::size_t i = next++; i < results.size() && interrupted() == 0; i = next++) {
+      const Result& result = results[i];
+      const int done =
+          reported(shown, [&] { convert_one(plan, result.input, result.name, shown); });
+      for (int so_far = code; so_far < done && !code.compare_exchange_weak(so_far, done);) {
+      }
+    }
+  };
+  if (plan.jobs == 1 || !plan.out_is_folder) {
+    work(progress);
+    return std::max<int>(code, wrong_names);
+  }
+  set_library_temporary_folder(folder_of(output_name(plan, "")));
+  {
+    std::vector<std::jthread> jobs;
+    for (int i = 0; i < plan.jobs; ++i) {
+      jobs.emplace_back([&] {
+        const int begun = reported(progress, [&] {
+          const JobContext context(arguments, plan);
+          Progress unseen(false);
+          work(unseen);
+        });
+        if (begun != kExitOk) code = kExitError;
+      });
+    }
+  }
+  return std::max<int>(code, wrong_names);
 }
 
 int run(const Arguments& arguments, bool appends) {
@@ -369,7 +431,9 @@ int run(const Arguments& arguments, bool appends) {
     throw Failure(plan.out, IMG_CANNOT_CREATE);
   }
   Progress progress(!plan.quiet && is_terminal(stderr));
-  if (plan.out_is_folder || !holds_pages(plan.code)) return convert_each(plan, progress);
+  if (plan.out_is_folder || !holds_pages(plan.code)) {
+    return convert_each(arguments, plan, progress);
+  }
   return reported(progress, [&] {
     Piped piped(plan.inputs.size());
     while (!convert_to_pages(plan, piped, progress)) {

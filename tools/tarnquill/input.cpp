@@ -60,7 +60,7 @@ Input::Input(const std::string& name) : label_(input_label(name)) {
       if (stream_ < 0) throw Failure(label_, IMG_CANNOT_OPEN);
       return;
     case PathKind::other: {  // a pipe or a device
-      const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rb"));
+      const std::unique_ptr<std::FILE, CloseFile> file(open_file(name, "rb"));
       if (file == nullptr) throw Failure(label_, IMG_CANNOT_OPEN);
       bytes_ = read_all(file.get(), label_);
       return;

@@ -1,6 +1,8 @@
 // Names of options for numbers of the library's.
 #include "library_options.h"
 
+#include <atomic>
+
 #include "command.h"
 #include "errors.h"
 #include "tarnquill.h"
@@ -27,7 +29,7 @@ constexpr Limit kLimits[] = {
     {"limit-scans", IMG_OPTION_MAX_SCANS, 500},
 };
 
-bool is_contract = false, was_damaged = false;
+std::atomic<bool> is_contract = false, was_damaged = false;  // of all jobs
 
 }  // namespace
 

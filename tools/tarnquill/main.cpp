@@ -100,9 +100,9 @@ int run(const std::vector<std::string>& words) {
   return code == kExitOk && damage_was_reported() ? kExitDamaged : code;
 }
 
-int run_and_report(int argc, char** argv) {
+int run_and_report(const std::vector<std::string>& words) {
   try {
-    return run(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+    return run(words);
   } catch (const UsageError& error) {
     complain(error.what());
     std::fputs("Try: tarnquill --help\n", stderr);
@@ -116,12 +116,13 @@ int run_and_report(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace tool
 
-int main(int argc, char** argv) {
-  tool::hold_standard_streams();
-  tool::catch_interrupts();
-  const int code = tool::run_and_report(argc, argv);
-  if (const int signal = tool::interrupted(); signal != 0) tool::end_by_signal(signal);
+int run_program(const std::vector<std::string>& words) {
+  hold_standard_streams();
+  catch_interrupts();
+  const int code = run_and_report(words);
+  if (const int signal = interrupted(); signal != 0) end_by_signal(signal);
   return code;
 }
+
+}  // namespace tool

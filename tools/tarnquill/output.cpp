@@ -176,7 +176,7 @@ bool Output::commit() {
     set_binary(stdout);
     copy_contents(stdout);
   } else {
-    const File to(std::fopen(destination_.c_str(), "wb"));
+    const File to(open_file(destination_, "wb"));
     if (to == nullptr) throw Failure(label_, IMG_CANNOT_CREATE);
     copy_contents(to.get());
   }

@@ -1,11 +1,16 @@
-// What differs between operating systems. File names are bytes (Windows: in the ANSI code page).
+// What differs between operating systems, the entry of the program too. File names and arguments are
+// bytes (Windows: UTF-8).
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace tool {
+
+// Called by main with the words behind the program's name; gives the exit code.
+int run_program(const std::vector<std::string>& words);
 
 enum class PathKind { absent, file, folder, other };
 PathKind path_kind(const std::string& name);
@@ -14,6 +19,7 @@ bool is_separator(char c);
 // Stream handles as the library takes them; negative when the file cannot be opened.
 std::int32_t open_to_read(const std::string& name);
 std::int32_t open_to_update(const std::string& name);
+std::FILE* open_file(const std::string& name, const char* mode);  // as fopen; for pipes and devices
 std::int32_t create_new(const std::string& name);  // for reading and writing; must not exist yet
 void rewind_stream(std::int32_t stream);
 std::int64_t position_of(std::int32_t stream);
@@ -42,7 +48,7 @@ std::string resolve_links(const std::string& name);  // the file that a link lea
 void copy_permissions(const std::string& from, const std::string& to);
 
 // Where temporary files go, with a separator at its end: what the environment said at first, and
-// where the library puts its own.
+// where the library puts its own. While there are several threads that must not change.
 std::string temporary_folder();
 void set_library_temporary_folder(const std::string& folder);
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 
 #include "system.h"
 
@@ -39,6 +40,10 @@ std::int32_t open_to_read(const std::string& name) {
 
 std::int32_t open_to_update(const std::string& name) {
   return open(name.c_str(), O_RDWR | O_CLOEXEC);
+}
+
+std::FILE* open_file(const std::string& name, const char* mode) {
+  return std::fopen(name.c_str(), mode);
 }
 
 std::int32_t create_new(const std::string& name) {
@@ -140,7 +145,9 @@ std::string temporary_folder() {
 }
 
 void set_library_temporary_folder(const std::string& folder) {
-  setenv("TMPDIR", folder.empty() ? "." : folder.c_str(), 1);
+  const char* const now = std::getenv("TMPDIR");
+  const char* const wanted = folder.empty() ? "." : folder.c_str();
+  if (now == nullptr || std::string_view(now) != wanted) setenv("TMPDIR", wanted, 1);
 }
 
 void hold_standard_streams() {
@@ -181,3 +188,7 @@ void end_by_signal(int number) {
 }
 
 }  // namespace tool
+
+int main(int argc, char** argv) {
+  return tool::run_program(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+}

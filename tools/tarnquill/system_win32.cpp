@@ -5,9 +5,9 @@
 #include <io.h>
 #include <windows.h>
 
-#include <cctype>
 #include <csignal>
 #include <cstdlib>
+#include <cwchar>
 
 #include "system.h"
 
@@ -25,9 +25,41 @@ HANDLE handle_of(std::int32_t stream) {
   return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(stream));
 }
 
+std::string narrow(const wchar_t* text) {
+  const int bytes = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  std::string name(static_cast<std::size_t>(bytes > 0 ? bytes : 1), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text, -1, name.data(), bytes, nullptr, nullptr);
+  name.pop_back();  // the 0
+  return name;
+}
+
+std::wstring plain_wide(const std::string& name) {
+  const int count = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(count > 0 ? count : 1), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, wide.data(), count);
+  wide.pop_back();
+  return wide;
+}
+
+std::wstring full_path(const std::wstring& name) {
+  std::wstring path(GetFullPathNameW(name.c_str(), 0, nullptr, nullptr), L'\0');
+  path.resize(
+      GetFullPathNameW(name.c_str(), static_cast<DWORD>(path.size()), path.data(), nullptr));
+  return path;
+}
+
+// Names that are too long for the usual functions have a form of their own.
+std::wstring wide(const std::string& name) {
+  std::wstring plain = plain_wide(name);
+  if (plain.size() < MAX_PATH || plain.starts_with(LR"(\\?\)")) return plain;
+  const std::wstring path = full_path(plain);
+  const bool is_share = path.starts_with(LR"(\\)");
+  return is_share ? LR"(\\?\UNC)" + path.substr(1) : LR"(\\?\)" + path;
+}
+
 // The library takes the low 32 bits of a handle, which are all that a handle has.
 std::int32_t open_stream(const std::string& name, DWORD access, DWORD disposition) {
-  HANDLE const file = CreateFileA(name.c_str(), access, FILE_SHARE_READ, nullptr, disposition,
+  HANDLE const file = CreateFileW(wide(name).c_str(), access, FILE_SHARE_READ, nullptr, disposition,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
   return static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(file));
 }
@@ -35,7 +67,7 @@ std::int32_t open_stream(const std::string& name, DWORD access, DWORD dispositio
 }  // namespace
 
 PathKind path_kind(const std::string& name) {
-  const DWORD attributes = GetFileAttributesA(name.c_str());
+  const DWORD attributes = GetFileAttributesW(wide(name).c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return PathKind::absent;
   if ((attributes & FILE_ATTRIBUTE_DEVICE) != 0) return PathKind::other;
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? PathKind::folder : PathKind::file;
@@ -51,6 +83,10 @@ std::int32_t open_to_read(const std::string& name) {
 
 std::int32_t open_to_update(const std::string& name) {
   return open_stream(name, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
+}
+
+std::FILE* open_file(const std::string& name, const char* mode) {
+  return _wfopen(wide(name).c_str(), plain_wide(mode).c_str());
 }
 
 std::int32_t create_new(const std::string& name) {
@@ -86,7 +122,8 @@ bool write_stream(std::int32_t stream, const void* bytes, std::int32_t count) {
 
 FileState state_of(const std::string& name) {
   constexpr DWORD kSharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  HANDLE const file = CreateFileA(name.c_str(), 0, kSharing, nullptr, OPEN_EXISTING, 0, nullptr);
+  HANDLE const file =
+      CreateFileW(wide(name).c_str(), 0, kSharing, nullptr, OPEN_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return {};
   BY_HANDLE_FILE_INFORMATION found{};
   GetFileInformationByHandle(file, &found);
@@ -100,32 +137,27 @@ FileState state_of(const std::string& name) {
 // A file cannot be locked while another is moved to its place: a mutex stands for its name.
 void take_turn(const std::string& name) {
   static HANDLE held = nullptr;
-  char path[MAX_PATH + 1];
-  const DWORD length = GetFullPathNameA(name.c_str(), sizeof path, path, nullptr);
-  if (held != nullptr || length == 0 || length >= sizeof path) return;
+  if (held != nullptr) return;
   std::uint64_t hash = 0xCBF29CE484222325;  // FNV-1a
-  for (const char* c = path; *c != 0; ++c) {
-    hash = (hash ^ static_cast<unsigned char>(std::tolower(static_cast<unsigned char>(*c)))) *
-           0x100000001B3;
-  }
+  for (const wchar_t c : full_path(wide(name))) hash = (hash ^ std::towlower(c)) * 0x100000001B3;
   held = CreateMutexA(nullptr, FALSE, ("tarnquill-" + std::to_string(hash)).c_str());
   if (held != nullptr) WaitForSingleObject(held, INFINITE);
 }
 
 bool replace_file(const std::string& from, const std::string& to) {
-  return MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
+  return MoveFileExW(wide(from).c_str(), wide(to).c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
 }
 
 bool name_file(const std::string& from, const std::string& to) {
-  return MoveFileExA(from.c_str(), to.c_str(), 0) != 0;
+  return MoveFileExW(wide(from).c_str(), wide(to).c_str(), 0) != 0;
 }
 
 void remove_file(const std::string& name) {
-  DeleteFileA(name.c_str());
+  DeleteFileW(wide(name).c_str());
 }
 
 bool make_folder(const std::string& name) {
-  return CreateDirectoryA(name.c_str(), nullptr) != 0;
+  return CreateDirectoryW(wide(name).c_str(), nullptr) != 0;
 }
 
 std::string resolve_links(const std::string& name) {
@@ -136,15 +168,15 @@ void copy_permissions(const std::string& /*from*/, const std::string& /*to*/) {}
 
 std::string temporary_folder() {
   static const std::string kept = [] {
-    char folder[MAX_PATH + 1];  // the system ends it with a separator
-    const DWORD length = GetTempPathA(sizeof folder, folder);
-    return std::string(length > 0 && length < sizeof folder ? folder : "./");
+    wchar_t folder[MAX_PATH + 1];  // the system ends it with a separator
+    const DWORD length = GetTempPathW(MAX_PATH + 1, folder);
+    return length > 0 && length <= MAX_PATH ? narrow(folder) : std::string("./");
   }();
   return kept;
 }
 
 void set_library_temporary_folder(const std::string& folder) {
-  SetEnvironmentVariableA("TMP", folder.empty() ? "." : folder.c_str());
+  SetEnvironmentVariableW(L"TMP", folder.empty() ? L"." : wide(folder).c_str());
 }
 
 void hold_standard_streams() {}  // a missing one is no handle, which no file gets
@@ -171,3 +203,11 @@ void end_by_signal(int /*number*/) {
 }
 
 }  // namespace tool
+
+// Quoting is that of the C run-time, and no argument is lost in the code page.
+extern "C" int wmain(int argc, wchar_t** argv) {
+  SetConsoleOutputCP(CP_UTF8);
+  std::vector<std::string> words;
+  for (int i = 1; i < argc; ++i) words.push_back(tool::narrow(argv[i]));
+  return tool::run_program(words);
+}
