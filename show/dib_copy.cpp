@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/rows.h"
+#include "pixels/colours.h"
 #include "pixels/rows.h"
 
 namespace tq::show {
@@ -45,7 +46,10 @@ Status copy_dib(const ImageRecord& image, std::uint8_t* out) {
   const BitmapInfoHeader header = copied_header(image);
   std::memcpy(out, &header, sizeof header);
   out += sizeof header;
-  for (const Rgb& colour : palette_of(image).first(header.biClrUsed)) {
+  const auto greys = pixels::grey_levels(8);  // 16-bit images have no colours
+  std::span<const Rgb> colours = palette_of(image);
+  if (image.bits == 16) colours = greys;
+  for (const Rgb& colour : colours.first(header.biClrUsed)) {
     const Rgb plain{colour.blue, colour.green, colour.red, 0};
     std::memcpy(out, &plain, sizeof plain);
     out += sizeof plain;

@@ -251,6 +251,11 @@ TEST_F(ImageExports, CopiesAreWhatEveryProgramTakes) {
         .biClrUsed = static_cast<std::uint32_t>(colours),
         .biClrImportant = 0};
     EXPECT_EQ(std::memcmp(dib.data(), &expected, sizeof expected), 0);
+    if (bits == 16) {
+      for (std::size_t i = 0; i < 256; ++i) {
+        EXPECT_EQ(std::memcmp(&dib[40 + 4 * i], Bytes{byte(i), byte(i), byte(i), 0}.data(), 4), 0);
+      }
+    }
     for (std::size_t y = 0; y < 4; ++y) {
       const auto at = dib.end() - static_cast<std::ptrdiff_t>((y + 1) * stride(10, copied));
       const Pixels got =

@@ -15,6 +15,8 @@
 #include "platform/device_bitmap.h"
 #include "platform/file.h"
 #include "platform/memory.h"
+#include "tests/support/image_builder.h"
+#include "tests/support/library_test.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::platform {
@@ -103,17 +105,19 @@ TEST(Win32File, NamesMayBeUtf8) {
   EXPECT_NE(DeleteFileW(long_name.c_str()), 0);
 }
 
+// The library does not import it, nor do its tests.
+template <class Function>
+Function gdi_function(const char* name) {
+  static const HMODULE gdi = LoadLibraryA("GDI32.DLL");
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(gdi, name)));
+}
+
 TEST(Win32DeviceBitmap, IsReadAsRows) {
   DeviceBitmap found;
   EXPECT_FALSE(query_device_bitmap(nullptr, found));
-  const HMODULE gdi = LoadLibraryA("GDI32.DLL");
-  ASSERT_NE(gdi, nullptr);
-  const auto symbol = [&](const char* name) {
-    return reinterpret_cast<void*>(GetProcAddress(gdi, name));
-  };
-  const auto create_bitmap = reinterpret_cast<decltype(&CreateBitmap)>(symbol("CreateBitmap"));
-  const auto create_pen = reinterpret_cast<decltype(&CreatePen)>(symbol("CreatePen"));
-  const auto delete_object = reinterpret_cast<decltype(&DeleteObject)>(symbol("DeleteObject"));
+  const auto create_bitmap = gdi_function<decltype(&CreateBitmap)>("CreateBitmap");
+  const auto create_pen = gdi_function<decltype(&CreatePen)>("CreatePen");
+  const auto delete_object = gdi_function<decltype(&DeleteObject)>("DeleteObject");
 
   const HPEN pen = create_pen(PS_SOLID, 1, 0);
   EXPECT_FALSE(query_device_bitmap(pen, found)) << "no bitmap";
@@ -137,6 +141,74 @@ TEST(Win32DeviceBitmap, IsReadAsRows) {
   EXPECT_EQ(dib.palette[0], 0u);
   EXPECT_EQ(dib.palette[1], 0xFFFFFFu);
   delete_object(bitmap);
+}
+
+class Win32Show : public test::LibraryTest {};
+
+// The system draws what IMG_copy_dib gives as the pixels say.
+TEST_F(Win32Show, CopiesAreDrawnAsTheyLook) {
+  constexpr int kWidth = 21, kHeight = 6, kStride = 64;
+  const auto create_dc = gdi_function<decltype(&CreateCompatibleDC)>("CreateCompatibleDC");
+  const auto create_section = gdi_function<decltype(&CreateDIBSection)>("CreateDIBSection");
+  const auto select = gdi_function<decltype(&SelectObject)>("SelectObject");
+  const auto stretch = gdi_function<decltype(&StretchDIBits)>("StretchDIBits");
+  const HDC dc = create_dc(nullptr);
+  ASSERT_NE(dc, nullptr);
+  BITMAPINFO screen{};
+  screen.bmiHeader = {40, kWidth, -kHeight, 1, 24, BI_RGB, 0, 0, 0, 0, 0};
+  void* bits_of_screen = nullptr;
+  const HBITMAP bitmap = create_section(dc, &screen, DIB_RGB_COLORS, &bits_of_screen, nullptr, 0);
+  ASSERT_NE(bitmap, nullptr);
+  select(dc, bitmap);
+
+  struct {
+    int bits;
+    bool inks;
+  } const kinds[] = {{1, false},  {4, false},  {8, false}, {16, false},
+                     {24, false}, {32, false}, {32, true}};
+  test::Random random(10);
+  for (const auto& [bits, inks] : kinds) {
+    SCOPED_TRACE(testing::Message() << bits << " bits, inks " << inks);
+    std::vector<test::Pixels> picture;
+    test::Rows rows;
+    for (int y = 0; y < kHeight; ++y) {
+      picture.push_back(random.pixels(kWidth, bits));
+      rows.push_back(test::pack(picture.back(), bits));
+    }
+    const test::Image image = test::make_image(kWidth, bits, rows, bits == 1);
+    if (bits == 32) {
+      reinterpret_cast<BitmapInfoHeader*>(image.record().dib)->biCompression = inks ? 0 : 200;
+    }
+    HeaderBlock block;
+    ASSERT_EQ(IMGLOW_get_bitmap_header(image, &block), IMG_OK);
+    std::vector<std::uint8_t> dib(static_cast<std::size_t>(IMG_copy_dib(image, nullptr, 0)));
+    ASSERT_GT(IMG_copy_dib(image, dib.data(), dib.size()), 0);
+    const auto* const info = reinterpret_cast<const BITMAPINFO*>(dib.data());
+    const std::size_t header = 40 + 4 * info->bmiHeader.biClrUsed;
+    ASSERT_EQ(stretch(dc, 0, 0, kWidth, kHeight, 0, 0, kWidth, kHeight, dib.data() + header, info,
+                      DIB_RGB_COLORS, SRCCOPY),
+              kHeight);
+    for (std::size_t y = 0; y < kHeight; ++y) {
+      for (std::size_t x = 0; x < kWidth; ++x) {
+        const std::uint32_t pixel = picture[y][x];
+        const auto expected = [&](int blue_green_red) -> std::uint32_t {
+          const std::uint32_t part = pixel >> 8 * blue_green_red & 255;
+          if (bits <= 8) {
+            const Rgb& entry = block.palette[pixel];
+            const std::uint8_t levels[] = {entry.blue, entry.green, entry.red};
+            return levels[blue_green_red];
+          }
+          if (bits == 16) return pixel >> 8;
+          if (!inks) return part;
+          const std::uint32_t ink = pixel >> 8 * (2 - blue_green_red) & 255;
+          return ((255 - ink) * (255 - (pixel >> 24)) + 127) / 255;
+        };
+        const auto* const shown =
+            static_cast<const std::uint8_t*>(bits_of_screen) + y * kStride + 3 * x;
+        for (int i = 0; i < 3; ++i) ASSERT_EQ(shown[i], expected(i));
+      }
+    }
+  }
 }
 
 }  // namespace

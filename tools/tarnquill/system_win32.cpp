@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cwchar>
+#include <cwctype>
 
 #include "system.h"
 
