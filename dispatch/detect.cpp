@@ -1,4 +1,6 @@
 // Detection walks the table; the first format that is switched on and passes its test is the one.
+#include <algorithm>
+
 #include "core/context.h"
 #include "core/licence.h"
 #include "dispatch/dispatch.h"
@@ -36,7 +38,7 @@ const FileType* find_confirmed_type(const Probe& probe) {
 }
 
 const FileType* find_type_widely(Probe& probe) {
-  probe.start = position(probe.stream) - Probe::kBytes;
+  probe.start = std::max(position(probe.stream), Probe::kBytes) - Probe::kBytes;
   // Cursors are like icons, but nothing here reads them.
   if (is_cursor(probe)) return nullptr;
   const FileType* found = find_type(probe, &FileType::first_test);

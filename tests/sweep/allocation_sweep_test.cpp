@@ -216,16 +216,26 @@ std::vector<Call> calls(Material& m) {
       return std::min(IMGLOW_get_filetype_block(bytes.data(), bytes.size()), 0);
     };
     if (code() == 0) all.push_back({"IMGLOW_get_filetype_block", code});
-    if (file.decoded) all.push_back({"IMG_decompress_bitmap_block", block(file.bytes)});
+    if (!file.decoded) continue;
+    all.push_back({"IMG_decompress_bitmap_block", block(file.bytes)});
+    all.push_back({"IMG_decompress_bitmap_block", [decode = block(file.bytes)] {
+                     const OptionsOn options;
+                     return decode();
+                   }});
   }
   // With every code that has room for them.
   const Watched images;
   for (std::int32_t image = 0; image < Watched::kCount; ++image) {
-    for (std::int32_t code = 0; code <= IMG_TYPE_NCR; ++code) {
-      const auto save = [&m, image, code] {
-        return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
-      };
-      if (save() > 0) all.push_back({"IMG_save_bitmap_block", save});
+    img_format format{};
+    format.size = sizeof format;
+    for (std::int32_t i = 0; IMG_get_format(i, &format) == IMG_OK; ++i) {
+      for (const bool with_options : {false, true}) {
+        const auto save = [&m, image, code = format.code, with_options] {
+          const OptionsOn options(with_options);
+          return IMG_save_bitmap_block(image, m.row.data(), m.row.size(), code);
+        };
+        if (save() > 0) all.push_back({"IMG_save_bitmap_block", save});
+      }
     }
   }
   return all;

@@ -53,33 +53,36 @@ std::vector<Seen> taken(std::int32_t image, std::int64_t others = 0) {
 
 TEST(StreamSweep, EveryPrefixIsTheSameByNameFromMemoryAndFromTheCaller) {
   const ScratchFolder folder;
-  const std::string name = folder.file("cut.bmp");
-  for (const Sample& sample : samples()) {
-    int images = 0;
-    for (std::size_t size = 0; size <= sample.file.size(); ++size) {
-      SCOPED_TRACE(testing::Message() << sample.name << ", " << size << " bytes");
-      const Bytes file(sample.file.begin(),
-                       sample.file.begin() + static_cast<std::ptrdiff_t>(size));
-      const GuardedBlock block(file);
-      const std::int32_t in_memory = IMG_decompress_bitmap_block(block.data(), block.size(), 0);
-      const std::vector<Seen> seen = taken(in_memory);
-      ASSERT_THAT(in_memory, kDecoded);
-      images += static_cast<int>(seen.size());
-      // Files cost more; a cut inside the palette is like any other there.
-      if (size % 16 == 0 || size < 70 || size + 40 > sample.file.size()) {
-        write_file(name, file);
-        const std::int32_t by_name = IMG_decompress_bitmap(name.c_str());
-        ASSERT_EQ(by_name, in_memory);
-        ASSERT_EQ(taken(by_name), seen);
-        ASSERT_EQ(IMGLOW_get_filetype(name.c_str()),
-                  IMGLOW_get_filetype_block(block.data(), block.size()));
+  for (const bool with_options : {false, true}) {
+    const OptionsOn options(with_options);
+    const std::string name = folder.file("cut.bmp");
+    for (const Sample& sample : samples()) {
+      int images = 0;
+      for (std::size_t size = 0; size <= sample.file.size(); ++size) {
+        SCOPED_TRACE(testing::Message() << sample.name << ", " << size << " bytes");
+        const Bytes file(sample.file.begin(),
+                         sample.file.begin() + static_cast<std::ptrdiff_t>(size));
+        const GuardedBlock block(file);
+        const std::int32_t in_memory = IMG_decompress_bitmap_block(block.data(), block.size(), 0);
+        const std::vector<Seen> seen = taken(in_memory);
+        ASSERT_THAT(in_memory, kDecoded);
+        images += static_cast<int>(seen.size());
+        // Files cost more; a cut inside the palette is like any other there.
+        if (size % 16 == 0 || size < 70 || size + 40 > sample.file.size()) {
+          write_file(name, file);
+          const std::int32_t by_name = IMG_decompress_bitmap(name.c_str());
+          ASSERT_EQ(by_name, in_memory);
+          ASSERT_EQ(taken(by_name), seen);
+          ASSERT_EQ(IMGLOW_get_filetype(name.c_str()),
+                    IMGLOW_get_filetype_block(block.data(), block.size()));
+        }
+        const MemoryFile stream(file);
+        const std::int32_t from_caller = IMG_decompress_bitmap_fd(1, 0, 0);
+        ASSERT_EQ(from_caller, in_memory);
+        ASSERT_EQ(taken(from_caller), seen);
       }
-      const MemoryFile stream(file);
-      const std::int32_t from_caller = IMG_decompress_bitmap_fd(1, 0, 0);
-      ASSERT_EQ(from_caller, in_memory);
-      ASSERT_EQ(taken(from_caller), seen);
+      EXPECT_GT(images, 0);
     }
-    EXPECT_GT(images, 0);
   }
 }
 
@@ -115,27 +118,31 @@ TEST(StreamSweep, MemoryWithoutASizeIsNotReadBehindTheFile) {
 }
 
 TEST(StreamSweep, AnyReadOrSeekMayFailOrComeShort) {
-  for (const Sample& sample : samples()) {
-    const std::int32_t type = IMGLOW_get_filetype_block(sample.file.data(), sample.file.size());
-    for (const std::int32_t answer : {-1, 0, 1, INT32_MIN, INT32_MAX}) {
-      for (int call = 0;; ++call) {
-        SCOPED_TRACE(testing::Message()
-                     << sample.name << ", call " << call << " answers " << answer);
-        MemoryFile file(sample.file);
-        file.failing_call = call;
-        file.failure = answer;
-        file.seeks_lie = true;
-        const std::int32_t image = IMG_decompress_bitmap_fd(1, 0, 0);
-        taken(image);
-        if (file.calls <= call) {  // the fault was not reached
-          ASSERT_EQ(image, 0);
-          ASSERT_GT(call, 1);
-          break;
+  for (const bool with_options : {false, true}) {
+    const OptionsOn options(with_options);
+    for (const Sample& sample : samples()) {
+      const std::int32_t type = IMGLOW_get_filetype_block(sample.file.data(), sample.file.size());
+      for (const std::int32_t answer : {-1, 0, 1, INT32_MIN, INT32_MAX}) {
+        for (int call = 0;; ++call) {
+          SCOPED_TRACE(testing::Message()
+                       << sample.name << ", call " << call << " answers " << answer);
+          MemoryFile file(sample.file);
+          file.failing_call = call;
+          file.failure = answer;
+          file.seeks_lie = true;
+          const std::int32_t image = IMG_decompress_bitmap_fd(1, 0, 0);
+          taken(image);
+          if (file.calls <= call) {  // the fault was not reached
+            ASSERT_EQ(image, 0);
+            ASSERT_GT(call, 1);
+            break;
+          }
+          ASSERT_THAT(image, kDecoded);
+          file.position = file.calls = 0;
+          ASSERT_THAT(
+              IMGLOW_get_filetype_fd(1),
+              testing::AnyOf(type, IMG_TYPE_BMP, IMG_TYPE_BMP_RLE, IMG_UNSUPPORTED, IMG_BAD_IMAGE));
         }
-        ASSERT_THAT(image, kDecoded);
-        file.position = file.calls = 0;
-        ASSERT_THAT(IMGLOW_get_filetype_fd(1), testing::AnyOf(type, IMG_TYPE_BMP, IMG_TYPE_BMP_RLE,
-                                                              IMG_UNSUPPORTED, IMG_BAD_IMAGE));
       }
     }
   }

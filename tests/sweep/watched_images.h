@@ -1,4 +1,4 @@
-// Images that a sweep works on, and proof that failures left them as they were.
+// Images and options that a sweep works with, and proof that failures left them as they were.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +12,25 @@
 #include "tests/support/bmp_file.h"
 
 namespace tq::test {
+
+// All that may be switched on, but for what turns damage and large pictures away.
+class OptionsOn {
+ public:
+  explicit OptionsOn(bool on = true) {
+    if (on) set(1);
+  }
+  ~OptionsOn() { set(0); }
+  OptionsOn(const OptionsOn&) = delete;
+  OptionsOn& operator=(const OptionsOn&) = delete;
+
+ private:
+  static void set(std::int32_t value) {
+    for (std::int32_t option = 1; option < 64; ++option) {
+      const bool refuses = option >= IMG_OPTION_STRICT && option <= IMG_OPTION_MAX_SCANS;
+      if (!refuses) IMG_set_option(option, value);
+    }
+  }
+};
 
 // Rows that differ from each other, with runs and without.
 inline Bytes pattern(std::size_t bytes) {
