@@ -141,7 +141,7 @@ int EntropySource::restart(BitReader& reader) {
   return -1;
 }
 
-int EntropySource::find_restart(BitReader& reader, int expected) {
+int EntropySource::find_restart(BitReader& reader, int expected, bool& some_repeated) {
   constexpr int kFirstMarker = 0xC0, kMostRepeated = 2;
   finish_scan(reader);
   for (;;) {
@@ -154,7 +154,10 @@ int EntropySource::find_restart(BitReader& reader, int expected) {
     }
     if (!is_restart(marker_)) return -1;
     input_.skip(2);
-    if (((marker_ - expected) & 7) >= 8 - kMostRepeated) continue;
+    if (((marker_ - expected) & 7) >= 8 - kMostRepeated) {
+      some_repeated = true;
+      continue;
+    }
     start_scan(reader);
     return marker_ & 7;
   }

@@ -168,7 +168,7 @@ class EntropySource {
 
   // The same however far it is, if it is not one of the two in front of that with the number
   // `expected`, which are repeated; -1 when the scan has no other marker.
-  int find_restart(BitReader& reader, int expected);
+  int find_restart(BitReader& reader, int expected, bool& some_repeated);
 
   // What is wrong when the data do not go on.
   StatusCode end_reason() const;

@@ -229,7 +229,10 @@ bool ScanReader::restart() {
 
 bool ScanReader::find_marker() {
   constexpr int kMostMissing = 2;
-  const int marker = recovers_ ? source_.find_restart(bits_, next_marker_) : source_.restart(bits_);
+  bool repeated = false;
+  const int marker =
+      recovers_ ? source_.find_restart(bits_, next_marker_, repeated) : source_.restart(bits_);
+  if (repeated) note_damage(StatusCode::bad_image);
   if (marker < 0) {
     note_damage(source_.end_reason());
     broken_ = ended_ = true;
