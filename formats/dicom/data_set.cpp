@@ -191,6 +191,7 @@ Status Reader::leave_meta(const std::uint8_t* header) {
   std::string_view name = first_text({syntax_.data(), syntax_.size()});
   if (name.empty()) {
     set_.explicit_types = is_type(header + 4);
+    set_.big_endian = load_be16(header) == 8;  // the group that data sets begin with
     return kOk;
   }
   if (!name.starts_with(kSyntaxRoot)) return StatusCode::unsupported;

@@ -158,6 +158,11 @@ TEST(Dicom, EveryTransferSyntaxGivesTheSamePicture) {
   EXPECT_EQ(row(elements(false, false)), kDeepLevels);
   EXPECT_EQ(row(plain), kDeepLevels);
   EXPECT_EQ(row(joined({{'D', 'I', 'C', 'M'}, plain})), kDeepLevels);
+  for (const bool explicit_types : {false, true}) {
+    DataSet big{explicit_types, true};
+    big.text(0x00080060, "CT");
+    EXPECT_EQ(row(joined({big.bytes, elements(explicit_types, true)})), kDeepLevels);
+  }
   DataSet turned{.big_endian = true, .bytes = begin_file(".2")};
   put_picture(turned, {.rows = 2, .columns = 3});
   put_pixels(turned, {2, 1, 4, 3, 6, 5}, 1);
