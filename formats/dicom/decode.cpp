@@ -127,7 +127,7 @@ Status decode_jpeg_frame(const formats::DecodeRequest& request, Source& source, 
     pieces.start(source, place.first, place.end, buffer.pixels());
     ChunkReader input;
     TQ_TRY(input.open(PieceSource::of(pieces), jpeg::PartDecoder::kChunkBytes));
-    TQ_TRY(jpeg::decode_stream(input, says_rgb, rows.sink()));
+    TQ_TRY(jpeg::decode_stream(input, says_rgb, request.options, rows.sink()));
   } while (rows.wants_another_pass());
   return kOk;
 }

@@ -10,8 +10,8 @@ namespace tq::jpeg {
 Status decode_jpeg(const formats::DecodeRequest& request);
 
 // The same for a stream of its own inside another format's file. `named_colours`: components named
-// R, G and B are these, unless an application segment knows better.
-Status decode_stream(ChunkReader& input, bool named_colours, const formats::RowSink& sink);
+Status decode_stream(ChunkReader& input, bool named_colours, const Options& options,
+                     const formats::RowSink& sink);
 
 // 1 to 8, what EXIF says or 1; unsupported unless files are read as other programs read them.
 Status find_jpeg_orientation(StreamHandle stream, const Options& options);
@@ -28,7 +28,7 @@ class PartDecoder {
  public:
   static constexpr std::int64_t kChunkBytes = 66 * 1024;  // for readers of parts
 
-  Status open();  // out_of_memory
+  Status open(const Options& options);  // out_of_memory
 
   // What parts may lack: tables, or all that comes before the data of a scan. Whether it is all,
   // and the reader at the data.
@@ -44,6 +44,7 @@ class PartDecoder {
  private:
   GlobalBlock room_;
   Tables* common_ = nullptr;
+  Options options_;
 };
 
 Status encode_jpeg(const formats::EncodeRequest& request);

@@ -233,10 +233,15 @@ bool is_whole(const Bitmap& bitmap, const Picture& picture) {
          bitmap.bounds.height() == picture.canvas.height();
 }
 
-Status decode_jpeg(const Bitmap& bitmap, StreamHandle stream, const RowSink& sink) {
+Status decode_jpeg(const Bitmap& bitmap, const formats::DecodeRequest& request,
+                   const RowSink& sink) {
   if (bitmap.rows_at > INT32_MAX) return StatusCode::read_failed;
-  const auto at = static_cast<std::int32_t>(bitmap.rows_at);
-  return jpeg::decode_jpeg({.stream = stream, .offset = at, .sink = sink});
+  formats::DecodeRequest inner{.stream = request.stream,
+                               .offset = static_cast<std::int32_t>(bitmap.rows_at),
+                               .sink = sink,
+                               .options = request.options};
+  inner.options.set(IMG_OPTION_ORIENTATION, 0);  // pictures are drawn as they are stored
+  return jpeg::decode_jpeg(inner);
 }
 
 HeaderBlock header_of(const Bitmap& bitmap) {
@@ -389,7 +394,7 @@ Status draw_all(const formats::DecodeRequest& request, Input& input, Picture& pi
     if (bitmap.destination.is_empty()) return kOk;
     canvas.begin(bitmap);
     if (bitmap.is_jpeg) {
-      const Status decoded = decode_jpeg(bitmap, request.stream, canvas.sink());
+      const Status decoded = decode_jpeg(bitmap, request, canvas.sink());
       if (decoded == StatusCode::out_of_memory) return decoded;
       if (decoded.failed()) canvas.notes().damaged(StatusCode::bad_image);
       canvas.notes().end();
@@ -428,7 +433,7 @@ Status decode_pict(const formats::DecodeRequest& request) {
   });
   if (bitmaps == 0) return walked.failed() ? walked : StatusCode::unsupported;
   if (bitmaps > 1 || !is_whole(only, picture)) return draw_all(request, input, picture);
-  if (only.is_jpeg) return decode_jpeg(only, request.stream, request.sink);
+  if (only.is_jpeg) return decode_jpeg(only, request, request.sink);
   HeaderBlock image = header_of(only);
   const bool own = only.x_dpi != 0 && only.y_dpi != 0;
   image.header.biXPelsPerMeter = own ? only.x_dpi : picture.x_dpi;

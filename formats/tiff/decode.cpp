@@ -70,11 +70,12 @@ Status decode_jpeg_strips(const Page& page, JpegStrips& strips, Samples& samples
 }
 
 Status decode_rows(const File& file, Page& page, Samples& samples, const img_strip_coder* lzw,
-                   const formats::RowSink& sink) {
+                   const formats::DecodeRequest& request) {
+  const formats::RowSink& sink = request.sink;
   TQ_TRY(samples.allocate());
   JpegStrips jpeg;
   if (page.is_jpeg()) {
-    TQ_TRY(jpeg.open(file, page));
+    TQ_TRY(jpeg.open(file, page, request.options));
     if (!page.chunks.tiled && !page.planes_apart) {
       return decode_jpeg_strips(page, jpeg, samples, sink);
     }
@@ -113,7 +114,7 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
   TQ_TRY(request.sink.header(image));
   if (page.is_cut) request.sink.damaged(StatusCode::read_failed);
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);
-  return decode_rows(file, page, samples, lzw, request.sink);
+  return decode_rows(file, page, samples, lzw, request);
 }
 
 }  // namespace

@@ -84,11 +84,12 @@ bool put_huffman_table(const File& file, std::uint64_t offset, int kind_and_slot
 
 }  // namespace
 
-Status JpegStrips::open(const File& file, Page& page) {
+Status JpegStrips::open(const File& file, Page& page, const Options& options) {
   file_ = &file;
   page_ = &page;
+  options_ = options;
   components_ = components_of(page);
-  TQ_TRY(decoder_.open());
+  TQ_TRY(decoder_.open(options_));
   TQ_TRY(pieces_.open(file, false));
   if (page.coding == kOldJpeg) return find_old_layout();
   if (!page.jpeg_tables.exists()) return kOk;
@@ -123,7 +124,7 @@ Status JpegStrips::find_old_layout() {
     TQ_TRY(start(first));
     decoder_.read_common(input_);
     if (decoder_.common_height() > page.chunks.height) become_one(Kind::all_strips);
-    return decoder_.open();  // each stream has tables of its own
+    return decoder_.open(options_);  // each stream has tables of its own
   }
   Numbers stream(*file_, page.old_jpeg.stream), bytes(*file_, page.old_jpeg.stream_bytes);
   stream_.position = file_->position_of(stream.at(0));

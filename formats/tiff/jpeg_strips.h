@@ -11,7 +11,7 @@ class JpegStrips {
  public:
   // Finds out where the page has its streams and tables. Where one stream is the whole picture the
   // page becomes one of one strip.
-  Status open(const File& file, Page& page);
+  Status open(const File& file, Page& page, const Options& options);
 
   // `rows` rows of a strip or tile, as the decoder of JPEG makes them, as far as they can be read; a
   // frame may have more rows or less. The sink's header is not asked for.
@@ -31,6 +31,7 @@ class JpegStrips {
 
   const File* file_ = nullptr;
   Page* page_ = nullptr;
+  Options options_;
   Kind kind_ = Kind::streams;
   jpeg::Components components_ = jpeg::Components::grey;
   Chunk stream_;                                    // of the picture

@@ -20,6 +20,7 @@ if not shutil.which("tiffcp") or not shutil.which("tiffinfo"):
 from library import Library, conclude
 
 FAX, CODES, JPEG = (7, 8, 10), (0, 7, 8, 9, 10, 16), 40
+READING = 1  # an option
 DEPTHS = {"1": 1, "4": 4, "L": 8, "P": 8, "I;16": 16, "RGB": 24, "CMYK": 32}
 WIDTHS = (1, 7, 8, 9, 33, 200)
 HEIGHT, DPI = 23, (300, 200)
@@ -137,6 +138,22 @@ def jpeg_written_by_tiffcp(library, folder):
         check(f"JPEG of tiffcp: {cut} {planes} {order}", difference(shown(library, name), seen) < 0.5)
 
 
+def jpeg_with_fewer_colours(library, folder):
+    """Chrominance of two by two pixels, in one strip and in many: smooth between them, as Pillow shows it."""
+    scene = Image.linear_gradient("L").resize((90, 61))
+    image = Image.merge("RGB", (scene, scene.transpose(Image.FLIP_LEFT_RIGHT), scene.rotate(180)))
+    image.paste((255, 0, 0), (20, 10, 60, 40))
+    name = folder / "theirs.tif"
+    library.checked("IMG_set_option", READING, 1)
+    for height in (8, 61):
+        image.save(name, compression="jpeg", quality=90, tiffinfo={278: height})
+        seen, here = Image.open(name).convert("RGB"), shown(library, name)
+        most = max(abs(a - b) for a, b in zip(seen.tobytes(), here.tobytes()))
+        check(f"JPEG of Pillow, strips of {height} rows", seen.size == here.size and most <= 4)
+        check(f"JPEG of Pillow, strips of {height} rows, mean", difference(seen, here) < 0.1)
+    library.checked("IMG_set_option", READING, 0)
+
+
 def written_by_tiffcp(library, folder):
     codings = {"1": ("none", "lzw", "zip", "packbits", "g3", "g3:2d", "g3:fill", "g4"),
                None: ("none", "lzw", "lzw:2", "zip:2", "packbits")}
@@ -171,6 +188,7 @@ def main():
         jpeg_written_here(library, folder)
         written_by_tiffcp(library, folder)
         jpeg_written_by_tiffcp(library, folder)
+        jpeg_with_fewer_colours(library, folder)
     print(compared, "compared")
     return conclude(failures)
 

@@ -33,6 +33,13 @@ Reading choose_reading(const Options& options) {
   return reading;
 }
 
+// How a picture is to be turned is the file's to say, not that of a stream in it.
+Reading choose_part_reading(const Options& options) {
+  Reading reading = choose_reading(options);
+  reading.tells_orientation = false;
+  return reading;
+}
+
 Resolution find_resolution(const Tables& tables) {
   const int per_unit = tables.density_unit == 1 ? 1000 : tables.density_unit == 2 ? 2540 : 0;
   if (per_unit == 0 || tables.x_density == 0) return tables.exif.resolution;
@@ -217,7 +224,7 @@ Status decode_picture(ChunkReader& input, bool byte_by_byte, Tables& tables, Lay
 }
 
 Status decode_part(ChunkReader& input, Tables& tables, Components components,
-                   const formats::RowSink& sink) {
+                   const Options& options, const formats::RowSink& sink) {
   constexpr struct {
     int count;
     Layout layout;
@@ -228,7 +235,7 @@ Status decode_part(ChunkReader& input, Tables& tables, Components components,
     return StatusCode::unsupported;
   }
   if (!scan_is_valid(tables)) return StatusCode::bad_image;
-  return decode_picture(input, false, tables, kind.layout, {}, sink);
+  return decode_picture(input, false, tables, kind.layout, choose_part_reading(options), sink);
 }
 
 // Components named R, G and B are these.
@@ -252,7 +259,8 @@ Status decode_whole(ChunkReader& input, bool byte_by_byte, LayoutChoice& choose,
 
 }  // namespace
 
-Status PartDecoder::open() {
+Status PartDecoder::open(const Options& options) {
+  options_ = options;
   TQ_TRY(room_.allocate(sizeof(Tables)));
   common_ = new (room_.data()) Tables;
   return kOk;
@@ -272,7 +280,7 @@ Status PartDecoder::decode(ChunkReader& input, Components components,
   tables.frame = {};
   TQ_TRY(find_start(input));
   if (!read_segments(input, true, tables)) return StatusCode::bad_image;
-  return decode_part(input, tables, components, sink);
+  return decode_part(input, tables, components, options_, sink);
 }
 
 Status PartDecoder::decode_data(ChunkReader& input, std::int64_t width, std::int64_t height,
@@ -283,7 +291,7 @@ Status PartDecoder::decode_data(ChunkReader& input, std::int64_t width, std::int
   tables.frame.width = static_cast<int>(width);
   tables.frame.height = static_cast<int>(height);
   if (tables.scan.count == 0) tables.scan = scan_of_all(tables);
-  return decode_part(input, tables, components, sink);
+  return decode_part(input, tables, components, options_, sink);
 }
 
 Status decode_jpeg(const formats::DecodeRequest& request) {
@@ -297,8 +305,10 @@ Status decode_jpeg(const formats::DecodeRequest& request) {
   return decode_whole(input, byte_by_byte, choose, reading, request.sink);
 }
 
-Status decode_stream(ChunkReader& input, bool named_colours, const formats::RowSink& sink) {
-  return decode_whole(input, false, named_colours ? choose_named_layout : choose_layout, {}, sink);
+Status decode_stream(ChunkReader& input, bool named_colours, const Options& options,
+                     const formats::RowSink& sink) {
+  return decode_whole(input, false, named_colours ? choose_named_layout : choose_layout,
+                      choose_part_reading(options), sink);
 }
 
 Status find_jpeg_orientation(StreamHandle stream, const Options& options) {
