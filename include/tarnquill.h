@@ -666,10 +666,12 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *                      24. PCX: plain rows, four colours, the colours of the header. GIF: the first
  *                      frame stands on the screen of its file. JPEG: smooth chroma, colours and inks
  *                      by what the file says about them, resolution in dots per inch, from EXIF too;
- *                      what is damaged ends at the next restart marker
+ *                      what is damaged ends at the next restart marker; the same inside TIFF, PICT
+ *                      and DICOM files
  *   DETECTION          1: more files are recognised (bare DIBs of every header, plain PCX, PostScript,
- *                      PDF behind other bytes, icons of any sides), a TIFF file has to have its
- *                      number, and names for saving count whole endings: .tiff, .jpeg, .pdf, .dib too
+ *                      PDF behind other bytes, icons of any sides, DICOM without a preamble, PICT
+ *                      without its 512 bytes, X bitmaps behind comments, X window dumps with the
+ *                      least significant byte first), a TIFF file has to have its number, and names for saving count whole endings: .tiff, .jpeg, .pdf, .dib too
  *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, JPEG);
  *                      rows into callbacks never are
  *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red

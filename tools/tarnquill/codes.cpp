@@ -52,10 +52,10 @@ std::optional<std::int32_t> parse_code(std::string_view text) {
 std::optional<std::int32_t> code_of_file_name(const std::string& name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string::npos || dot + 1 == name.size()) return std::nullopt;
-  std::string ending = lower_case(std::string_view(name).substr(dot + 1));
-  if (ending == "tiff") ending = "tif";
-  if (ending == "jpeg") ending = "jpg";
-  return first_code([&](const img_format& format) { return ending == format.extension; });
+  const std::string ending = lower_case(std::string_view(name).substr(dot + 1));
+  return first_code([&](const img_format& format) {  // "a.tif" and "a.tiff"
+    return ending == format.extension || ending == format.name;
+  });
 }
 
 std::string ending_of(const img_format& format) {
