@@ -1,6 +1,8 @@
 // Sun raster files, as rasterfile(5) describes them: eight numbers, a map of colours, rows of whole
 // 16-bit units, maybe coded in runs.
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "formats/rows.h"
 #include "formats/simple/simple.h"
@@ -100,7 +102,11 @@ class Runs {
 
   std::ptrdiff_t read(Row line) {
     std::ptrdiff_t filled = 0;
-    while (filled < std::ssize(line) && (left_ > 0 || next())) {
+    while (filled < std::ssize(line)) {
+      if (left_ == 0) {
+        filled += read_plain(line.subspan(static_cast<std::size_t>(filled)));
+        if (filled == std::ssize(line) || !next()) break;
+      }
       const std::ptrdiff_t here = std::min<std::ptrdiff_t>(left_, std::ssize(line) - filled);
       std::fill_n(line.begin() + filled, here, value_);
       filled += here;
@@ -111,6 +117,19 @@ class Runs {
 
  private:
   static constexpr int kEscape = 0x80;  // before a count less one and a value; before 0: itself
+
+  // The bytes in front of the next escape, as far as they can be seen.
+  std::ptrdiff_t read_plain(Row line) {
+    const pixels::Bytes ahead = input_->peek_all(1);
+    const std::size_t most = std::min(ahead.size(), line.size());
+    if (most == 0) return 0;
+    const void* const escape = std::memchr(ahead.data(), kEscape, most);
+    const auto count = escape == nullptr ? static_cast<std::ptrdiff_t>(most)
+                                         : static_cast<const std::uint8_t*>(escape) - ahead.data();
+    std::copy_n(ahead.begin(), count, line.begin());
+    input_->skip(static_cast<std::size_t>(count));
+    return count;
+  }
 
   bool next() {
     int value = input_->next(), more = 0;

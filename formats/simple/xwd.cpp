@@ -60,6 +60,19 @@ struct XwdFile {
   }
 };
 
+// What takes no masks to be read; null: masks.
+const RowLayout* find_usual_layout(const XwdFile& file) {
+  if (file.format() != kPixels || file.bits() < 24) return nullptr;
+  const auto [red, green, blue] = file.masks();
+  const bool red_high = red == 0xFF0000 && blue == 0xFF,
+             blue_high = blue == 0xFF0000 && red == 0xFF;
+  if (green != 0xFF00 || (!red_high && !blue_high)) return nullptr;
+  const bool red_first = red_high == file.high_byte_first();
+  if (file.bits() == 24) return find_layout(red_first ? Layout::rgb : Layout::bgr, 24);
+  if (file.high_byte_first()) return find_layout(red_first ? Layout::xrgb : Layout::xbgr, 24);
+  return find_layout(red_first ? Layout::rgbx : Layout::bgrx, 24);
+}
+
 Status check_header(const XwdFile& file) {
   const auto one_of = [](std::uint32_t value, std::initializer_list<std::uint32_t> values) {
     return std::ranges::find(values, value) != values.end();
@@ -105,7 +118,10 @@ Status read_header(const formats::DecodeRequest& request, XwdFile& file) {
   TQ_TRY(check_header(file));
   const std::int64_t colours = start + file.header_bytes();
   file.pixels = colours + kColourBytes * std::int64_t{file.colour_count()};
-  if (file.by_masks()) return kOk;
+  if (file.by_masks()) {
+    file.layout = find_usual_layout(file);
+    return kOk;
+  }
   if (file.colour_count() > 0) {
     TQ_TRY(seek_to(request.stream, colours));
     TQ_TRY(read_colours(request.stream, file));
@@ -147,7 +163,7 @@ class Lines {
     const std::int64_t unit = file_.in_bits() ? file_.unit() / 8 : 1;
     const std::int64_t line_bytes = (file_.used_bytes() + unit - 1) / unit * unit;
     TQ_TRY(line_.allocate(line_bytes));
-    if (!file_.by_masks() || file_.format() == kPixels) return kOk;
+    if (file_.layout != nullptr || file_.format() == kPixels) return kOk;
     TQ_TRY(planes_.allocate(kMostPlanes * file_.used_bytes()));
     TQ_TRY(levels_.allocate(row_bytes(file_.width(), 8)));
     return numbers_.allocate(kNumberBytes * std::int64_t{file_.width()});
@@ -156,7 +172,7 @@ class Lines {
   // Of the layout, or blue, green and red; how many bytes there were.
   std::ptrdiff_t read(Row row) {
     const std::int32_t y = y_++;
-    if (!file_.by_masks()) return read_row(y, row);
+    if (file_.layout != nullptr) return read_row(y, row);
     const int bytes = file_.bits() / 8;
     if (file_.format() == kPixels) {
       const std::ptrdiff_t there = read_line(file_.pixels + y * file_.line_bytes());
