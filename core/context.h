@@ -71,6 +71,7 @@ struct StreamState {
 struct ImageTable {
   ImageRecord** records = nullptr;  // a block while there are images
   std::int32_t in_use = 0;          // one past the highest handle that is given out
+  std::int32_t first_free = 0;      // below it all are in use
   std::uint64_t next_serial = 1;
   std::int32_t adopted = 0;  // images whose pixels came from a caller
 };

@@ -1,6 +1,7 @@
 // The image table: one block of record pointers while at least one image exists.
 #include "core/image_table.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <span>
@@ -48,6 +49,7 @@ void free_record(ImageHandle handle) {
   free_block(image.run_table);
   free_block(&image);
   entry(handle) = nullptr;
+  table().first_free = std::min(table().first_free, static_cast<std::int32_t>(handle));
   trim_table();
 }
 
@@ -75,7 +77,7 @@ void free_pixels(const ImageRecord& image) {
 
 Status allocate_image_slot() {
   if (table().records == nullptr) TQ_TRY(allocate_table());
-  std::int32_t index = 0;
+  std::int32_t& index = table().first_free;
   while (index < table().in_use && table().records[index] != nullptr) ++index;
   std::uint8_t* block = index < kMostImages ? alloc_block(sizeof(ImageRecord)) : nullptr;
   if (block == nullptr) {
