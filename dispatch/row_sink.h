@@ -5,7 +5,7 @@
 #include "core/image_create.h"
 #include "core/image_record.h"
 #include "formats/codec.h"
-#include "pixels/rows.h"
+#include "pixels/reduction.h"
 
 namespace tq::dispatch {
 

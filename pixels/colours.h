@@ -28,8 +28,11 @@ constexpr int wrapped_brightness(Rgb c) {
 }
 
 // What thresholds and 1-bit dithers compare.
+constexpr int weighted(Rgb c) {  // hundredths of a level
+  return 30 * c.red + 59 * c.green + 11 * c.blue;
+}
 constexpr int luma(Rgb c) {
-  return (30 * c.red + 59 * c.green + 11 * c.blue) / 100;
+  return weighted(c) / 100;
 }
 
 // Cyan, magenta, yellow, black to a colour: black is added to each of the others.

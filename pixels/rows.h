@@ -166,40 +166,6 @@ void row_to_colours(Bytes row, const RowFormat& format, std::span<Rgb> colours);
 // Cyan, magenta, yellow, black to blue, green, red, as they look without a profile.
 void inks_to_colours(Bytes inks, int width, Row colours);
 
-// Reduces rows to 8, 4 or 1 bits, against the fixed palettes. Each pixel depends on its colour and
-// place alone, so rows may arrive in any order.
-class RowReducer {
- public:
-  // Reduces to `bits`, if that lowers the source's depth.
-  void choose(const HeaderBlock& source, std::int32_t bits, std::int32_t dither_mode);
-  bool active() const { return bits_ != 0; }
-  int bits() const { return bits_; }
-  const Rgb* palette() const;
-
-  Status allocate(const HeaderBlock& source);  // buffers, when active
-
-  // The row of source line y (0 = top), valid until the next call.
-  Bytes reduce(Bytes row, int y);
-
- private:
-  struct CachedColour {
-    std::uint32_t key;  // the colour and a mark that the entry is in use
-    std::uint8_t index;
-  };
-
-  void reduce_to_8(int y);
-  void reduce_to_4(int y);
-  void reduce_to_1(int y);
-  std::uint8_t nearest(Rgb colour);
-
-  int bits_ = 0;
-  bool plain_thresholds_ = false;  // dither mode 2: no ordered dither
-  RowFormat source_;
-  RowBuffer<Rgb> colours_;
-  RowBuffer<std::uint8_t> reduced_;
-  RowBuffer<CachedColour> cache_;
-};
-
 // Calls `put(x, index)` for every pixel of a row of 1, 4, 8 or 16 bits; samples of 16 bits have the
 // index in their high byte.
 template <class Put>
