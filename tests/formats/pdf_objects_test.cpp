@@ -32,7 +32,8 @@ std::string decoded(std::string_view text) {
 TEST(PdfSyntax, ValuesEndWhereOtherReadersEndThem) {
   const std::pair<const char*, const char*> cases[] = {
       {" % all of it\r/A#42(x\\)(y)z)<4 1>", "n/A#42|s(x\\)(y)z)|s<4 1>|"},
-      {"true null falsehood 1 0 R 1 0 RG 12 -0 R", "btrue|0null|kfalsehood|R1 0 R|i1|i0|kRG|i12|i-0|kR|"},
+      {"true null falsehood 1 0 R 1 0 RG 12 -0 R",
+       "btrue|0null|kfalsehood|R1 0 R|i1|i0|kRG|i12|i-0|kR|"},
       {"[1 [2 0 R]]<</A<</B 1>>/C[]>>", "a[1 [2 0 R]]|d<</A<</B 1>>/C[]>>|"},
       {"0 0cm 1.5-3 .5/Im0 Do", "i0|i0|kcm|r1.5-3|r.5|n/Im0|kDo|"},
       // What was never closed ends with its dictionary, or with its object.
