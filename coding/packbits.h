@@ -1,4 +1,5 @@
 // PackBits: a count and so many bytes, or a count and one byte to be repeated (TIFF 6.0, section 9).
+// The count 128 says nothing, or ends the data (ISO 32000-1, 7.4.5).
 #pragma once
 
 #include <algorithm>
@@ -9,8 +10,11 @@
 
 namespace tq::packbits {
 
+enum class Count128 : std::uint8_t { nothing, end };
+
 // Runs may go on from one read into the next, unless they are cut there.
-class Decoder {
+template <Count128 kCount128>
+class RunDecoder {
  public:
   void start(coding::PieceSource data) {
     data_ = data;
@@ -48,7 +52,7 @@ class Decoder {
   }
 
  private:
-  static constexpr int kNothing = 128;
+  static constexpr int k128 = 128;
 
   // Whether there is a byte.
   bool more() {
@@ -62,10 +66,16 @@ class Decoder {
     return value;
   }
   bool next_run() {
-    int count = kNothing;
-    while (count == kNothing) count = next_byte();
+    int count;
+    do {
+      count = next_byte();
+    } while (count == k128 && kCount128 == Count128::nothing);
     if (count < 0) return false;
-    is_run_ = count > kNothing;
+    if (count == k128) {
+      start({});
+      return false;
+    }
+    is_run_ = count > k128;
     left_ = is_run_ ? 257 - count : count + 1;
     if (!is_run_) return true;
     const int value = next_byte();
@@ -80,6 +90,8 @@ class Decoder {
   bool is_run_ = false;
   std::uint8_t value_ = 0;
 };
+
+using Decoder = RunDecoder<Count128::nothing>;
 
 // Expands what was coded by itself, `kUnit` bytes behind a count of units; how many bytes there were:
 // fewer where `coded` ends first.
