@@ -21,6 +21,8 @@ foreach(layer core io pixels coding formats process dispatch show api)
     list(APPEND TQ_LAYERS tq_${layer})
   endif()
 endforeach()
+# What the library itself has no use for, but its tests do.
+tq_add_layer(pdf_pictures ${TQ_PDF_PICTURE_SOURCES})
 target_link_libraries(tq_coding PRIVATE tq_png)
 target_link_libraries(tq_formats PRIVATE tq_png)
 list(APPEND TQ_LAYERS tq_png)  # for what links the objects

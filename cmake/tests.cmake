@@ -60,6 +60,8 @@ foreach(folder platform core io pixels formats process dispatch sweep)
   endif()
 endforeach()
 
+target_link_libraries(formats_tests PRIVATE tq_pdf_pictures)
+
 if(TQ_API_TESTS)
   add_executable(api_tests ${TQ_API_TESTS})
   target_link_libraries(api_tests PRIVATE tarnquill tq_test_options gtest_main)
