@@ -17,8 +17,22 @@ Status decode_stream(ChunkReader& input, bool named_colours, const Options& opti
 Status find_jpeg_orientation(StreamHandle stream, const Options& options);
 
 // What the components of a part are, and the rows that they become: 8, 24 and 32 bits; four are
-// left as they are.
-enum class Components : std::uint8_t { grey, ycbcr, rgb, four };
+// left as they are, or were converted: then all of them come inverted.
+enum class Components : std::uint8_t { grey, ycbcr, rgb, four, ycck };
+
+// What stands in front of a stream's first scan.
+struct StreamHeader {
+  int width = 0, height = 0;
+  int components = 0;  // 1, 3 or 4
+  int bits = 8;        // of a sample; with 12 there is one component
+  bool has_adobe = false;
+  int adobe_transform = 0;
+};
+Status read_stream_header(ChunkReader& input, StreamHeader& header);
+
+// A stream whose components are told from outside, as other programs read it whatever the options:
+// chroma is smooth.
+Status decode_known_stream(ChunkReader& input, Components components, const formats::RowSink& sink);
 
 struct Tables;
 

@@ -223,12 +223,15 @@ Status decode_picture(ChunkReader& input, bool byte_by_byte, Tables& tables, Lay
   return decode_scans(decode, sink, layout);
 }
 
+struct Kind {
+  int count;
+  Layout layout;
+};
+constexpr Kind kKinds[] = {
+    {1, Layout::grey}, {3, Layout::ycc}, {3, Layout::rgb}, {4, Layout::cmyk}, {4, Layout::ycck}};
+
 Status decode_part(ChunkReader& input, Tables& tables, Components components,
                    const Options& options, const formats::RowSink& sink) {
-  constexpr struct {
-    int count;
-    Layout layout;
-  } kKinds[] = {{1, Layout::grey}, {3, Layout::ycc}, {3, Layout::rgb}, {4, Layout::cmyk}};
   const auto& kind = kKinds[static_cast<int>(components)];
   TQ_TRY(check_frame(tables.frame));
   if (tables.frame.count != kind.count || tables.frame.precision != 8) {
@@ -309,6 +312,31 @@ Status decode_stream(ChunkReader& input, bool named_colours, const Options& opti
                      const formats::RowSink& sink) {
   return decode_whole(input, false, named_colours ? choose_named_layout : choose_layout,
                       choose_part_reading(options), sink);
+}
+
+Status read_stream_header(ChunkReader& input, StreamHeader& header) {
+  TQ_TRY(find_start(input));
+  Tables tables;
+  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
+  const Frame& frame = tables.frame;
+  TQ_TRY(check_frame(frame));
+  header = {frame.width,     frame.height,         frame.count,
+            frame.precision, tables.adobe.present, tables.adobe.transform};
+  return kOk;
+}
+
+Status decode_known_stream(ChunkReader& input, Components components,
+                           const formats::RowSink& sink) {
+  TQ_TRY(find_start(input));
+  Tables tables;
+  if (!read_segments(input, true, tables)) return StatusCode::bad_image;
+  TQ_TRY(check_frame(tables.frame));
+  const Kind& kind = kKinds[static_cast<int>(components)];
+  if (tables.frame.count != kind.count) return StatusCode::unsupported;
+  if (!scan_is_valid(tables)) return StatusCode::bad_image;
+  const Layout layout = tables.frame.precision == 12 ? Layout::grey_12 : kind.layout;
+  const Reading reading{.accuracy = Accuracy::exact};
+  return decode_picture(input, false, tables, layout, reading, sink);
 }
 
 Status find_jpeg_orientation(StreamHandle stream, const Options& options) {

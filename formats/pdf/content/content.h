@@ -19,7 +19,8 @@ struct Rectangle {
 
 // A picture on a page.
 struct Painted {
-  Matrix matrix;  // from the unit square, whose top is the first row, to the page before it is turned
+  Matrix
+      matrix;  // from the unit square, whose top is the first row, to the page before it is turned
   Rectangle clip;            // on the page
   objects::Reference image;  // number 0: an inline image
   // Of an inline image: keys and values as they stand, abbreviated perhaps, and the coded bytes. Names
