@@ -27,8 +27,8 @@ struct Painted {
   // of colour spaces have been looked up.
   objects::Value dictionary;
   std::span<const std::uint8_t> data;
-  std::uint32_t fill = 0;  // 0x00RRGGBB, for masks
-  bool is_opaque = true;   // else something paints it with alpha
+  std::uint32_t fill = 0;    // 0x00RRGGBB, for masks
+  std::uint8_t alpha = 255;  // constant; 255 is opaque
 };
 
 }  // namespace tq::pdf::content

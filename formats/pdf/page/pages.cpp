@@ -1,0 +1,307 @@
+// Walking the tree of pages, and what pages have from the nodes above them.
+#include "formats/pdf/page/pages.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "core/numbers.h"
+
+namespace tq::pdf::page {
+namespace {
+
+using content::Rectangle;
+using objects::File;
+using objects::Items;
+using objects::Kind;
+using objects::Object;
+using objects::Reference;
+using objects::Value;
+
+constexpr int kDeepest = 64;
+
+// Object numbers, each of which is added once.
+class NumberSet {
+ public:
+  Status add(std::int32_t number, bool& is_new) {
+    const std::size_t at = static_cast<std::size_t>(number) / 8;
+    if (at >= bits_.size()) {
+      const std::size_t before = bits_.size(), room = std::max<std::size_t>(2 * at, 128);
+      TQ_TRY(before == 0 ? bits_.allocate(room) : bits_.resize(room));
+      std::memset(bits_.data() + before, 0, room - before);
+    }
+    const auto bit = static_cast<unsigned>(1 << (number % 8));
+    is_new = (bits_.data()[at] & bit) == 0;
+    bits_.data()[at] = byte(bits_.data()[at] | bit);
+    return kOk;
+  }
+
+ private:
+  GlobalBlock bits_;
+};
+
+// The way from the root to a page.
+class Tree {
+ public:
+  explicit Tree(File& file) : file_(file) {}
+
+  Status start();
+  // The next page; `found` is false behind the last one. Its value is null when it is not there.
+  Status next(bool& found);
+  // The same for any page, by the counts of nodes; `found` is false where they cannot be believed.
+  Status go_to(std::int32_t number, bool& found);
+
+  Object& page() { return levels_[depth_].node; }
+  // The nearest one on the way up.
+  Status inherited(std::string_view key, Value& value, Object& room, const Object*& owner);
+
+ private:
+  struct Level {
+    Object node, room;  // of the list of kids
+    Value kids;
+    Items items{{}};
+
+    bool is_node() const { return kids.is(Kind::array); }
+    bool is_page() const {
+      return node.value().is(Kind::dictionary) && !is_node() &&
+             !node.value()["Type"].is_name("Pages");
+    }
+  };
+  Status load(const Value& reference, Level& level);
+  Status load_item(const Value& list, std::int64_t index, Level& level);
+  Status count_of(const Level& level, std::int64_t& count);
+  Status step_down(std::int64_t& number, bool& found);
+
+  File& file_;
+  std::array<Level, kDeepest + 1> levels_;
+  int depth_ = 0;  // nodes above the page
+  bool root_is_page_ = false;
+  NumberSet visited_;
+};
+
+Status Tree::load(const Value& reference, Level& level) {
+  level.kids = {};
+  TQ_TRY(file_.fetch(reference.reference(), level.node));
+  level.kids = level.node.value()["Kids"];
+  TQ_TRY(file_.resolve(level.kids, level.room));
+  level.items = level.kids.items();
+  return kOk;
+}
+
+Status Tree::start() {
+  Object room;
+  Value root = file_.trailer()["Root"];
+  TQ_TRY(file_.resolve(root, room));
+  visited_ = {};
+  depth_ = 0;
+  const Value pages = root["Pages"];
+  bool is_new = false;
+  if (pages.is(Kind::reference)) TQ_TRY(visited_.add(pages.reference().number, is_new));
+  TQ_TRY(load(pages, levels_[0]));
+  root_is_page_ = levels_[0].is_page();
+  depth_ = levels_[0].is_node() ? 1 : 0;
+  return kOk;
+}
+
+Status Tree::next(bool& found) {
+  found = root_is_page_;
+  root_is_page_ = false;
+  while (depth_ > 0 && !found) {
+    Level& above = levels_[depth_ - 1];
+    if (!above.items.next()) {
+      --depth_;
+      continue;
+    }
+    const Value kid = above.items.value();
+    const std::int32_t number = kid.reference().number;
+    if (number <= 0 || number >= std::max(file_.objects(), 1)) {
+      // Listed, but nowhere to be found.
+      if (kid.is(Kind::reference)) {
+        TQ_TRY(load({}, levels_[depth_]));
+        found = true;
+      }
+      continue;
+    }
+    bool is_new = false;
+    TQ_TRY(visited_.add(number, is_new));
+    if (!is_new) continue;
+    Level& level = levels_[depth_];
+    TQ_TRY(load(kid, level));
+    if (level.is_node()) {
+      depth_ += depth_ < kDeepest ? 1 : 0;
+    } else {
+      found = level.is_page() || level.node.value().is(Kind::null);
+    }
+  }
+  return kOk;
+}
+
+Status Tree::load_item(const Value& list, std::int64_t index, Level& level) {
+  Items items = list.items();
+  while (items.next() && index > 0) --index;
+  return load(items.value(), level);
+}
+
+// Pages of a node, as it says itself; negative: it does not.
+Status Tree::count_of(const Level& level, std::int64_t& count) {
+  Object room;
+  Value value = level.node.value()["Count"];
+  TQ_TRY(file_.resolve(value, room));
+  count = level.is_node() ? value.integer(-1) : 1;
+  return kOk;
+}
+
+Status Tree::go_to(std::int32_t number, bool& found) {
+  found = false;
+  TQ_TRY(start());
+  std::int64_t left = number;
+  bool goes_on = depth_ == 1;
+  while (goes_on && depth_ < kDeepest) {
+    TQ_TRY(step_down(left, goes_on));
+    if (goes_on && levels_[depth_].is_page()) {
+      found = left == 0;
+      return kOk;
+    }
+    ++depth_;
+  }
+  return kOk;
+}
+
+// To the kid that the page is in, `number` then counts from there.
+Status Tree::step_down(std::int64_t& number, bool& found) {
+  found = false;
+  const Level& above = levels_[depth_ - 1];
+  Level& level = levels_[depth_];
+  std::int64_t count = 0, kids = 0;
+  TQ_TRY(count_of(above, count));
+  for (Items items = above.kids.items(); items.next();) ++kids;
+  if (number >= count) return kOk;
+  if (count == kids) {  // a page each, most likely
+    TQ_TRY(load_item(above.kids, 0, level));
+    const bool first_is_page = level.is_page();
+    TQ_TRY(load_item(above.kids, number, level));
+    found = first_is_page && level.is_page();
+    if (found) {
+      number = 0;
+      return kOk;
+    }
+  }
+  std::int64_t before = 0, index = 0, kid_before = 0, kid_index = -1;
+  for (Items items = above.kids.items(); items.next(); ++index) {
+    TQ_TRY(load(items.value(), level));
+    std::int64_t pages = 0;
+    TQ_TRY(count_of(level, pages));
+    if (pages < 0 || (pages == 1 && !level.is_node() && !level.is_page())) return kOk;
+    if (kid_index < 0 && number < before + pages) {
+      kid_index = index;
+      kid_before = before;
+    }
+    before += pages;
+  }
+  if (before != count || kid_index < 0) return kOk;
+  number -= kid_before;
+  found = true;
+  return load_item(above.kids, kid_index, level);
+}
+
+Status Tree::inherited(std::string_view key, Value& value, Object& room, const Object*& owner) {
+  for (int i = depth_; i >= 0; --i) {
+    owner = &levels_[i].node;
+    value = owner->value()[key];
+    const bool is_elsewhere = value.is(Kind::reference);
+    TQ_TRY(file_.resolve(value, room));
+    if (is_elsewhere) owner = &room;
+    if (!value.is(Kind::null)) break;
+  }
+  return kOk;
+}
+
+bool is_empty(const Rectangle& box) {
+  return !(box.left < box.right && box.bottom < box.top);
+}
+
+Status read_box(File& file, const Value& array, Rectangle& box) {
+  std::array<double, 4> sides{};
+  std::size_t count = 0;
+  for (Items items = array.items(); count < sides.size() && items.next(); ++count) {
+    Object room;
+    Value side = items.value();
+    TQ_TRY(file.resolve(side, room));
+    sides[count] = side.number();
+  }
+  box = {std::min(sides[0], sides[2]), std::min(sides[1], sides[3]), std::max(sides[0], sides[2]),
+         std::max(sides[1], sides[3])};
+  return kOk;
+}
+
+Status find_box(File& file, Tree& tree, Rectangle& box) {
+  Object room;
+  Value value;
+  const Object* owner = nullptr;
+  Rectangle crop;
+  TQ_TRY(tree.inherited("MediaBox", value, room, owner));
+  TQ_TRY(read_box(file, value, box));
+  if (is_empty(box)) box = {0, 0, 612, 792};
+  TQ_TRY(tree.inherited("CropBox", value, room, owner));
+  TQ_TRY(read_box(file, value, crop));
+  const Rectangle shown = {std::max(box.left, crop.left), std::max(box.bottom, crop.bottom),
+                           std::min(box.right, crop.right), std::min(box.top, crop.top)};
+  if (!is_empty(crop) && !is_empty(shown)) box = shown;
+  return kOk;
+}
+
+Status describe(File& file, Tree& tree, Page& page) {
+  Object room;
+  Value value;
+  const Object* owner = nullptr;
+  TQ_TRY(find_box(file, tree, page.box));
+  TQ_TRY(tree.inherited("Rotate", value, room, owner));
+  const auto turn = static_cast<int>(value.integer() % 360);
+  page.rotate = turn % 90 == 0 ? (turn + 360) % 360 : 0;
+  TQ_TRY(tree.inherited("Resources", value, room, owner));
+  TQ_TRY(page.resources.copy(value, *owner));
+  value = tree.page().value()["UserUnit"];
+  TQ_TRY(file.resolve(value, room));
+  page.user_unit = value.number(1) > 0 ? value.number(1) : 1;
+  page.object = std::move(tree.page());
+  return kOk;
+}
+
+}  // namespace
+
+Status count_pages(File& file, std::int32_t& count) {
+  for (bool again = true; again;) {
+    Tree tree(file);
+    TQ_TRY(tree.start());
+    bool found = false;
+    for (count = -1; count < 0 || found; ++count) TQ_TRY(tree.next(found));
+    again = count == 0 && !file.is_repaired() && file.repair().ok();
+  }
+  return kOk;
+}
+
+Status find_page(File& file, std::int32_t number, Page& page) {
+  {
+    Tree tree(file);
+    bool found = false;
+    TQ_TRY(tree.go_to(number, found));
+    if (found) return describe(file, tree, page);
+  }
+  for (;;) {
+    Tree tree(file);
+    TQ_TRY(tree.start());
+    bool found = false;
+    std::int32_t count = 0;
+    do {
+      TQ_TRY(tree.next(found));
+    } while (found && count++ < number);
+    if (found) {
+      return tree.page().value().is(Kind::null) ? StatusCode::no_such_page
+                                                : describe(file, tree, page);
+    }
+    if (count > 0) return StatusCode::page_past_end;
+    if (file.is_repaired() || file.repair().failed()) return StatusCode::no_such_page;
+  }
+}
+
+}  // namespace tq::pdf::page
