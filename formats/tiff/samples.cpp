@@ -79,7 +79,7 @@ void Samples::choose(const File& file, const Page& page) {
   const bool small = kind_ == Kind::levels && page.bits <= 4 && page.alpha == Alpha::none;
   top_ = bits == 16 ? 0xFFFF : small ? static_cast<int>(top_of(page.bits)) : 255;
   if (kind_ == Kind::ycbcr) read_ycbcr(file);
-  if (kind_ == Kind::lab) prepare_lab();
+  if (kind_ == Kind::lab) lab_.prepare();
 
   image_ = dib_header(page.width, page.height, bits);
   image_.header.biXPelsPerMeter = page.x_dpi;
@@ -343,45 +343,14 @@ void Samples::mix_ycbcr() {
   }
 }
 
-// IEC 61966-2-1: x to the power of 2.4 by the operations that are exact everywhere.
-void Samples::prepare_lab() {
-  for (int i = 0; i < 256; ++i) {
-    const double level = (i - 0.5) / 255;
-    if (level <= 0.04045) {
-      linear_[i] = level / 12.92;
-      continue;
-    }
-    const double base = (level + 0.055) / 1.055, square = base * base;
-    double root = 1;  // the fifth of the square, by Newton
-    for (int step = 0; step < 60; ++step) {
-      const double fourth = root * root * root * root;
-      root -= (fourth * root - square) / (5 * fourth);
-    }
-    linear_[i] = square * root;
-  }
-}
-
-// CIE 1976, seen under D65, which is also the white of sRGB.
 void Samples::mix_lab() {
-  constexpr double kEdge = 6.0 / 29, kWhite[] = {0.95047, 1, 1.08883};
-  constexpr double kToLinear[3][3] = {{3.2404542, -1.5371385, -0.4985314},
-                                      {-0.9692660, 1.8760108, 0.0415560},
-                                      {0.0556434, -0.2040259, 1.0572252}};
-  const auto stimulus = [](double f) {
-    return f > kEdge ? f * f * f : 3 * kEdge * kEdge * (f - 4.0 / 29);
-  };
   const auto signed_byte = [](int value) { return value < 128 ? value : value - 256; };
   for (std::int32_t x = 0; x < page_->width; ++x) {
-    const double y = (planes_[0][x] * 100 / 255.0 + 16) / 116;
-    const double xyz[] = {kWhite[0] * stimulus(y + signed_byte(planes_[1][x]) / 500.0),
-                          kWhite[1] * stimulus(y),
-                          kWhite[2] * stimulus(y - signed_byte(planes_[2][x]) / 200.0)};
-    for (int i = 0; i < 3; ++i) {
-      const double linear =
-          kToLinear[i][0] * xyz[0] + kToLinear[i][1] * xyz[1] + kToLinear[i][2] * xyz[2];
-      const auto above = std::upper_bound(linear_.begin() + 1, linear_.end(), linear);
-      planes_[i][x] = word(above - linear_.begin() - 1);
-    }
+    const Rgb colour = lab_.mix(planes_[0][x] * 100 / 255.0, signed_byte(planes_[1][x]),
+                                signed_byte(planes_[2][x]));
+    planes_[0][x] = colour.red;
+    planes_[1][x] = colour.green;
+    planes_[2][x] = colour.blue;
   }
 }
 

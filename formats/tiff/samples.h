@@ -2,6 +2,7 @@
 #pragma once
 
 #include "formats/tiff/rows.h"
+#include "pixels/lab.h"
 #include "pixels/rows.h"
 
 namespace tq::tiff {
@@ -34,7 +35,6 @@ class Samples {
   void mix_ycbcr();
   void mix_lab();
   void read_ycbcr(const File& file);
-  void prepare_lab();
 
   const Page* page_ = nullptr;
   RowShape shape_;
@@ -51,7 +51,7 @@ class Samples {
     std::array<double, 256> luma, chroma_b, chroma_r;
     double red = 0, green = 0, blue = 0;  // of luma
   } ycbcr_;
-  std::array<double, 256> linear_{};  // from where on a colour is as bright as its index
+  pixels::LabColours lab_;
 };
 
 }  // namespace tq::tiff

@@ -141,4 +141,8 @@ Status Filters::open(File& file, const Object& stream) {
   return chain_.start(PieceSource::of(source_));
 }
 
+Status Filters::status() const {
+  return source_.failed() ? StatusCode::read_failed : chain_.status();
+}
+
 }  // namespace tq::pdf::image

@@ -41,8 +41,8 @@ class Filters {
   Status open(objects::File& file, const objects::Object& stream);
 
   std::span<const std::uint8_t> next_piece() { return chain_.next_piece(); }
-  // out_of_memory when they ended for that.
-  Status status() const { return chain_.status(); }
+  // out_of_memory or read_failed when they ended for that.
+  Status status() const;
 
  private:
   objects::StreamSource source_;
