@@ -29,7 +29,7 @@ Decoder::~Decoder() {
 
 Status Decoder::start(coding::PieceSource data) {
   data_ = data;
-  ended_ = false;
+  ended_ = broken_ = false;
   if (stream_.size() != 0) {
     z_stream& stream = zlib(stream_);
     stream.avail_in = 0;
@@ -63,6 +63,7 @@ std::ptrdiff_t Decoder::read(std::span<std::uint8_t> bytes) {
     const int result = inflate(&stream, Z_NO_FLUSH);
     filled += room - stream.avail_out;
     if (result == Z_MEM_ERROR) status_ = StatusCode::out_of_memory;
+    broken_ = result != Z_OK && result != Z_BUF_ERROR && result != Z_STREAM_END;
     ended_ = result != Z_OK && (result != Z_BUF_ERROR || !had_input);
   }
   return filled;

@@ -25,11 +25,12 @@ class Decoder {
   std::ptrdiff_t read(std::span<std::uint8_t> bytes);
   // out_of_memory when they ended for that.
   Status status() const { return status_; }
+  bool is_broken() const { return broken_; }  // they made no sense
 
  private:
   GlobalBlock stream_;  // zlib's
   coding::PieceSource data_;
-  bool ended_ = true;
+  bool ended_ = true, broken_ = false;
   Status status_ = kOk;
 };
 

@@ -1,6 +1,7 @@
 // The decoders of bytes behind one face.
 #include "coding/filters.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "coding/lzw.h"
@@ -96,6 +97,10 @@ std::span<const std::uint8_t> Filter::next_piece() {
   return step_.predictor.predictor > 1 ? predictor_.next_piece() : decode_piece();
 }
 
+bool Filter::is_broken() const {
+  return flate_.is_broken() || predictor_.is_broken();
+}
+
 Status FilterChain::open(std::span<const FilterStep> steps) {
   count_ = 0;
   if (steps.size() > kMost) return StatusCode::unsupported;
@@ -106,7 +111,6 @@ Status FilterChain::open(std::span<const FilterStep> steps) {
 Status FilterChain::start(PieceSource data) {
   data_ = data;
   source_bytes_ = 0;
-  source_ended_ = false;
   counted_.chain = this;
   PieceSource before = PieceSource::of(counted_);
   for (int i = 0; i < count_; ++i) {
@@ -119,7 +123,6 @@ Status FilterChain::start(PieceSource data) {
 std::span<const std::uint8_t> FilterChain::read_source() {
   const std::span<const std::uint8_t> piece = data_.next();
   source_bytes_ += std::ssize(piece);
-  source_ended_ = source_ended_ || piece.empty();
   return piece;
 }
 
@@ -130,6 +133,11 @@ std::span<const std::uint8_t> FilterChain::next_piece() {
 Status FilterChain::status() const {
   for (int i = 0; i < count_; ++i) TQ_TRY(filters_[i].status());
   return kOk;
+}
+
+bool FilterChain::is_broken() const {
+  return std::any_of(filters_.begin(), filters_.begin() + count_,
+                     [](const Filter& filter) { return filter.is_broken(); });
 }
 
 }  // namespace tq::coding

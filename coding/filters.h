@@ -26,6 +26,8 @@ class Filter {
   Status start(PieceSource data, const std::int64_t& source_bytes);
   std::span<const std::uint8_t> next_piece();
   Status status() const { return flate_.status(); }
+  // Whether the bytes ended because they made no sense.
+  bool is_broken() const;
 
  private:
   // What the predictor reads.
@@ -64,11 +66,11 @@ class FilterChain {
 
   // out_of_memory when they ended for that.
   Status status() const;
-  // Whether all that was to be decoded has been asked for.
-  bool at_end() const { return source_ended_; }
+  // Whether the bytes ended because they made no sense.
+  bool is_broken() const;
 
  private:
-  // Notices the end, and how many bytes there were.
+  // Notices how many bytes there were.
   struct Counted {
     FilterChain* chain = nullptr;
     std::span<const std::uint8_t> next_piece() { return chain->read_source(); }
@@ -80,7 +82,6 @@ class FilterChain {
   PieceSource data_;
   Counted counted_;
   std::int64_t source_bytes_ = 0;
-  bool source_ended_ = false;
 };
 
 }  // namespace tq::coding

@@ -91,7 +91,7 @@ Status Predictor::open(const PredictorForm& form) {
 void Predictor::start(PieceSource data) {
   data_ = data;
   piece_ = {};
-  ended_ = false;
+  ended_ = broken_ = false;
   std::fill(rows_.bytes().end() - row_bytes_, rows_.bytes().end(), std::uint8_t{0});
 }
 
@@ -167,7 +167,7 @@ std::span<const std::uint8_t> Predictor::next_piece() {
     const auto part = row.first(static_cast<std::size_t>(there));
     if (png) {
       if (!undo_filter(filter, part.data(), there)) {
-        ended_ = true;
+        ended_ = broken_ = true;
         break;
       }
     } else if (form_.bits < 8) {

@@ -22,6 +22,7 @@ class Predictor {
 
   // Whole rows. The last may be short; one whose filter there is not ends them.
   std::span<const std::uint8_t> next_piece();
+  bool is_broken() const { return broken_; }  // by such a row
 
  private:
   std::ptrdiff_t read(std::span<std::uint8_t> bytes);
@@ -31,7 +32,7 @@ class Predictor {
   PredictorForm form_;
   std::ptrdiff_t row_bytes_ = 0;
   int pixel_bytes_ = 1;
-  bool ended_ = true;
+  bool ended_ = true, broken_ = false;
   GlobalBlock rows_;  // the last of the piece before, zeros at first, and some more
   PieceSource data_;
   std::span<const std::uint8_t> piece_{};  // what is left of it

@@ -57,9 +57,9 @@ PdfDocument compressed(const std::string& entries = {}) {
   for (int i = 0; i < 4; ++i) add_row(2, 5, i);
   add_row(1, document.offsets[5], 0);
   add_row(1, at, 0);
-  document.add_stream(6,
-                      "/Type/XRef/W[1 2 1]/Index[1 6]/Size 7/Root 1 0 R/Filter/ASCIIHexDecode" + entries,
-                      hex(rows));
+  document.add_stream(
+      6, "/Type/XRef/W[1 2 1]/Index[1 6]/Size 7/Root 1 0 R/Filter/ASCIIHexDecode" + entries,
+      hex(rows));
   document.end_at(at);
   return document;
 }
@@ -196,10 +196,11 @@ TEST(PdfFile, DamagedTablesAreMadeAnew) {
       {replaced(whole, "trailer", "trailor"), "10 20 "},
       {whole.substr(0, whole.find("xref")), "10 20 "},
       {replaced(whole, "/Root 1 0 R", "/Root 3 9 R"), "10 20 "},  // not a catalog: has no pages
-      {replaced(whole, "\n3 0 obj", "\n\n\n3 0 obj"), "10 20 "},    // all offsets behind it
+      {replaced(whole, "\n3 0 obj", "\n\n\n3 0 obj"), "10 20 "},  // all offsets behind it
       {whole.substr(0, whole.find("4 0 obj")), "10 - "},
       // The last one of a number; numbers right behind endobj.
-      {replaced(whole, "xref\n0", "3 0 obj" + page(12) + "endobj4 0 obj" + page(22) + "endobj xref 0"),
+      {replaced(whole, "xref\n0",
+                "3 0 obj" + page(12) + "endobj4 0 obj" + page(22) + "endobj xref 0"),
        "12 22 "},
       {replaced(streams, "startxref", "startyref"), "10 20 "},
       {streams.substr(0, streams.rfind("6 0 obj")), "10 20 "},  // the catalog is in the stream
@@ -260,7 +261,8 @@ TEST(PdfFile, TreesOfPagesEndSomewhere) {
 TEST(PdfFile, PagesHaveWhatTheNodesAboveThemSay) {
   PdfDocument document;
   document.add(1, kCatalog);
-  document.add(2, "<</Kids[3 0 R 6 0 R]/Count 3/MediaBox[600 800 0 5 0 R]/Rotate -90/Resources 7 0 R>>");
+  document.add(
+      2, "<</Kids[3 0 R 6 0 R]/Count 3/MediaBox[600 800 0 5 0 R]/Rotate -90/Resources 7 0 R>>");
   document.add(3, "<</Kids[4 0 R 8 0 R]/Count 2/Rotate 180/CropBox[10 -20 5000 700]>>");
   document.add(4, "<</Rotate 45/UserUnit 2.5>>");
   document.add(5, "10");
@@ -276,7 +278,8 @@ TEST(PdfFile, PagesHaveWhatTheNodesAboveThemSay) {
     int rotate;
     double unit;
     int resources;
-  } expected[] = {{10, 10, 600, 700, 0, 2.5, 2}, {0, 10, 600, 800, 0, 1, 2}, {0, 0, 612, 792, 270, 1, 1}};
+  } expected[] = {
+      {10, 10, 600, 700, 0, 2.5, 2}, {0, 10, 600, 800, 0, 1, 2}, {0, 0, 612, 792, 270, 1, 1}};
   for (int i = 0; i < 3; ++i) {
     pdf::page::Page page;
     ASSERT_EQ(pdf::page::find_page(file, i, page), kOk);

@@ -34,7 +34,8 @@ Status read_bytes(File& file, const Value& value, const Object& owner, bool is_o
                   std::span<std::uint8_t> room, std::ptrdiff_t& count) {
   count = 0;
   if (value.is(ValueKind::string)) {
-    count = std::min(value.bytes(room), std::ssize(room));
+    TQ_TRY(file.read_string(owner, value, room, count));
+    count = std::min(count, std::ssize(room));
     return kOk;
   }
   if (!is_own || !owner.is_stream()) return kOk;
@@ -64,8 +65,8 @@ ColourSpace ColourSpace::of_components(int components) {
 }
 
 bool ColourSpace::set_named(const Value& name) {
-  const int components = names_any(name, {"DeviceGray", "G", "CalGray"})  ? 1
-                         : names_any(name, {"DeviceRGB", "RGB", "CalRGB"}) ? 3
+  const int components = names_any(name, {"DeviceGray", "G", "CalGray"})      ? 1
+                         : names_any(name, {"DeviceRGB", "RGB", "CalRGB"})    ? 3
                          : names_any(name, {"DeviceCMYK", "CMYK", "CalCMYK"}) ? 4
                                                                               : 0;
   if (components != 0) *this = of_components(components);

@@ -74,7 +74,7 @@ void Samples::set_levels(std::span<const double> decode) {
 }
 
 void Samples::choose_indexed(std::span<const Rgb> colours) {
-  const int bits = form_.bits == 1 ? pixels::find_bit_layout(colours)->bits
+  const int bits = form_.bits == 1   ? pixels::find_bit_layout(colours)->bits
                    : form_.bits <= 4 ? 4
                                      : 8;
   set_image(bits);
@@ -136,9 +136,7 @@ void Samples::choose_several() {
   if (form_.bits != 8 || !space_.is_plain()) return;
   const auto tables = std::span(levels_).first(space_.components());
   if (std::ranges::all_of(tables, is_plain<0>)) {
-    set_layout(inks             ? Layout::cmyk
-               : form_.reversed ? Layout::bgr
-                                : Layout::rgb);
+    set_layout(inks ? Layout::cmyk : form_.reversed ? Layout::bgr : Layout::rgb);
   } else if (std::ranges::all_of(tables, is_plain<255>) && inks) {
     way_ = Way::invert;
   }

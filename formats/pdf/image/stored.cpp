@@ -27,12 +27,10 @@ class StoredPicture::Source {
   }
   PieceSource pieces() { return PieceSource::of(chain_); }
   std::span<const std::uint8_t> next_piece() { return chain_.next_piece(); }
-  Status status() const {
-    return stream_.failed() ? StatusCode::read_failed : chain_.status();
-  }
+  Status status() const { return stream_.failed() ? StatusCode::read_failed : chain_.status(); }
   // Why there are no more bytes.
   StatusCode end_reason() const {
-    return chain_.at_end() ? StatusCode::read_failed : StatusCode::bad_image;
+    return chain_.is_broken() ? StatusCode::bad_image : StatusCode::read_failed;
   }
 
  private:
