@@ -23,18 +23,6 @@ void close_gap(Row row, int bits) {
   }
 }
 
-void mirror_row(Row row, std::int32_t width, int bits) {
-  if (bits >= 8) {
-    return mirror(row.first(static_cast<std::size_t>(std::int64_t{width} * bits / 8)), bits / 8);
-  }
-  const Row used = row.first(static_cast<std::size_t>((std::int64_t{width} * bits + 7) / 8));
-  std::ranges::reverse(used);
-  for (std::uint8_t& pixels : used) {
-    pixels = bits == 1 ? reversed(pixels) : byte(pixels << 4 | pixels >> 4);
-  }
-  close_gap(used, static_cast<int>(8 * used.size() - std::size_t(width) * bits));
-}
-
 // A square of bits, a byte a row, along its diagonal (Hacker's Delight, 7-3).
 std::uint64_t transposed(std::uint64_t rows) {
   std::uint64_t t = (rows ^ rows >> 7) & 0x00AA00AA00AA00AA;
@@ -51,6 +39,18 @@ void copy_pixels(const std::uint8_t* from, std::int64_t stride, int count, std::
 }
 
 }  // namespace
+
+void mirror_row(Row row, std::int32_t width, int bits) {
+  if (bits >= 8) {
+    return mirror(row.first(static_cast<std::size_t>(std::int64_t{width} * bits / 8)), bits / 8);
+  }
+  const Row used = row.first(static_cast<std::size_t>((std::int64_t{width} * bits + 7) / 8));
+  std::ranges::reverse(used);
+  for (std::uint8_t& pixels : used) {
+    pixels = bits == 1 ? reversed(pixels) : byte(pixels << 4 | pixels >> 4);
+  }
+  close_gap(used, static_cast<int>(8 * used.size() - std::size_t(width) * bits));
+}
 
 Status TurnedRows::open(const Source& source, Turn turn) {
   source_ = source;

@@ -20,6 +20,10 @@ constexpr Turn turn_of(int orientation) {
   return kTurns[orientation >= 1 && orientation <= 8 ? orientation - 1 : 0];
 }
 
+// The last pixel comes first, of 1, 4 bits or whole bytes; what is behind them stays, but for the last
+// byte of them.
+void mirror_row(Row row, std::int32_t width, int bits);
+
 // A picture that is asked for a row at a time, of 1, 4, 8, 16, 24 or 32 bits.
 struct Source {
   void (*read)(const void* context, std::int32_t y, Row row) = nullptr;

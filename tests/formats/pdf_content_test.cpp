@@ -20,17 +20,19 @@ PdfDocument with_contents(const std::string& contents) {
   document.add(2, "<</Kids[3 0 R]/Count 1/MediaBox[0 0 100 200]>>");
   document.add(3, "<</Contents 4 0 R/Resources 5 0 R>>");
   document.add_stream(4, "", contents);
-  document.add(5,
-               "<</XObject<</A 10 0 R/M 11 0 R/F 12 0 R/L 13 0 R/N 14 0 R/H 15 0 R/P 16 0 R/No 99 0 R>>"
-               "/ExtGState<</Half<</ca .5>>/None<</ca 0>>>>/Properties<</Off 31 0 R/On 32 0 R>>"
-               "/ColorSpace<</Ink[/Separation/Spot/DeviceRGB 9 0 R]/Own[/Indexed/DeviceRGB 1<00>]>>>>");
+  document.add(
+      5,
+      "<</XObject<</A 10 0 R/M 11 0 R/F 12 0 R/L 13 0 R/N 14 0 R/H 15 0 R/P 16 0 R/No 99 0 R>>"
+      "/ExtGState<</Half<</ca .5>>/None<</ca 0>>>>/Properties<</Off 31 0 R/On 32 0 R>>"
+      "/ColorSpace<</Ink[/Separation/Spot/DeviceRGB 9 0 R]/Own[/Indexed/DeviceRGB 1<00>]>>>>");
   document.add_stream(10, "/Subtype/Image/Width 1/Height 1", "x");
   document.add_stream(11, "/Subtype/Image/ImageMask true", "x");
   // A form within a form, out of its box; its own resources; one that leaves states behind.
-  document.add_stream(12,
-                      "/Subtype/Form/BBox[0 0 1 1]/Matrix[10 0 0 10 0 0]/Resources<</XObject<</I 10 0 R"
-                      "/G 13 0 R>>>>",
-                      "2 0 0 .5 0 0 cm /I Do /G Do /A Do Q Q 5 0 0 5 0 0 cm q");
+  document.add_stream(
+      12,
+      "/Subtype/Form/BBox[0 0 1 1]/Matrix[10 0 0 10 0 0]/Resources<</XObject<</I 10 0 R"
+      "/G 13 0 R>>>>",
+      "2 0 0 .5 0 0 cm /I Do /G Do /A Do Q Q 5 0 0 5 0 0 cm q");
   document.add_stream(13, "/Subtype/Form/BBox[0 0 9 9]", "/I Do /A Do /L Do");
   document.add_stream(14, "/Subtype/Form/BBox[0 0 99 99]", "0 0 9 9 re f");
   document.add_stream(15, "/Subtype/Image/OC 31 0 R", "x");
@@ -80,14 +82,15 @@ TEST(PdfContent, PicturesStandWhereMatricesPutThem) {
       // New matrices come first.
       {"2 0 0 3 10 20 cm 0 1 -1 0 5 7 cm/A Do", "10[0 3 -2 0 20 41] "},
       {"Q Q q 9 0 0 9 0 0 cm Q Q/A Do Q", "10[1 0 0 1 0 0] "},
-      {"1 0 0 1 100.5 0 cm /A Do 1 0 0 1 -101 0 cm /A Do", "10[1 0 0 1 -0.5 0] "},  // beside the page
-      {"q 10 10 20 20 re W n 50 0 0 50 0 0 cm /A Do Q",
-       "10[50 0 0 50 0 0](10 10 30 30) "},
+      {"1 0 0 1 100.5 0 cm /A Do 1 0 0 1 -101 0 cm /A Do",
+       "10[1 0 0 1 -0.5 0] "},  // beside the page
+      {"q 10 10 20 20 re W n 50 0 0 50 0 0 cm /A Do Q", "10[50 0 0 50 0 0](10 10 30 30) "},
       {"30 30 -20 -20 re W* n q 15 0 9 9 re W n Q 0 5 5 0 0 0 cm /A Do", ""},
       {"0 0 9 9 re 1 1 l W n /A Do", "10[1 0 0 1 0 0] "},  // no rectangle: ignored
       {"0 0 9 9 re n /A Do", "10[1 0 0 1 0 0] "},
       {"1 0 .2 rg 50 0 0 50 0 0 cm/M Do 0 0 0 0 k /M Do .5 g /M Do /Ink cs 1 scn /M Do",
-       "11[50 0 0 50 0 0]#ff0033 11[50 0 0 50 0 0]#ffffff 11[50 0 0 50 0 0]#808080 11[50 0 0 50 0 0] "},
+       "11[50 0 0 50 0 0]#ff0033 11[50 0 0 50 0 0]#ffffff 11[50 0 0 50 0 0]#808080 11[50 0 0 50 0 "
+       "0] "},
       {"/Half gs /A Do /None gs /A Do", "10[1 0 0 1 0 0]%128 "},
       {"/No Do /Nothing Do Do 5 Do (A) Do /A Do", "10[1 0 0 1 0 0] "},
       // Forms: the matrix, the box, resources, and a form in itself.
@@ -119,8 +122,8 @@ TEST(PdfContent, WhatElseIsSeenIsTold) {
       {"/Ink cs 0.1 scn 0 0 9 9 re f", true},
       {"/Pattern cs /P1 scn 0 0 9 9 re f", true},
       {"0 0 9 9 re n 0 0 9 9 re W n f S", false},
-      {"200 0 9 9 re f", false},                        // beside the page
-      {"0 0 5 5 re W n 50 50 9 9 re f /S sh", true},     // the shading alone
+      {"200 0 9 9 re f", false},                      // beside the page
+      {"0 0 5 5 re W n 50 50 9 9 re f /S sh", true},  // the shading alone
       {"/None gs 0 0 9 9 re f", false},
       {"/OC /Off BDC 0 0 9 9 re f EMC", false},
       {"/N Do", true},
@@ -144,20 +147,21 @@ TEST(PdfContent, InlineImagesEndWhereContentsGoOn) {
       {"BI /W 2 /H 2 /BPC 4 /CS /RGB ID 123456 EI", "<< /W 2 /H 2 /BPC 4 /CS /RGB  >>=123456" + at},
       {"BI/W 9/H 2/IM true ID\n1234\nEI Q", "<</W 9/H 2/IM true  >>=1234" + at},
       // By what is behind them.
-      {"BI/W 3/H 2/F/Fl ID 12 EI \x01 34\nEI\nQ 1 0 0 1 0 0 cm", "<</W 3/H 2/F/Fl  >>=12 EI \x01 34" + at},
+      {"BI/W 3/H 2/F/Fl ID 12 EI \x01 34\nEI\nQ 1 0 0 1 0 0 cm",
+       "<</W 3/H 2/F/Fl  >>=12 EI \x01 34" + at},
       {"BI/W 3/F/DCT ID EIEI EI", "<</W 3/F/DCT  >>=EIEI" + at},
       {"BI/W 3/H 2/BPC 8/CS/G ID 123\nEI\n/A Do",
        "<</W 3/H 2/BPC 8/CS/G  >>=123" + at + "10" + at},  // shorter than they say
-      {"BI/W 3/F/DCT ID 12345 /A Do", "10" + at},  // without an end
+      {"BI/W 3/F/DCT ID 12345 /A Do", "10" + at},          // without an end
       {"BI/W 3/F/DCT /A Do", "10" + at},
       // Colour spaces of the page's.
-      {"BI/CS/Own/F/Fl ID 1 EI", "<</ColorSpace [/Indexed/DeviceRGB 1<00>] /CS/Own/F/Fl  >>=1" + at},
+      {"BI/CS/Own/F/Fl ID 1 EI",
+       "<</ColorSpace [/Indexed/DeviceRGB 1<00>] /CS/Own/F/Fl  >>=1" + at},
   };
   for (const auto& [contents, expected] : cases) EXPECT_EQ(painted(contents), expected) << contents;
   // Across all that is read at a time.
   const std::string large(200000, 'x');
-  EXPECT_EQ(painted("BI/F/Fl ID " + large + "\nEI /A Do"),
-            "<</F/Fl  >>=" + large + at + "10" + at);
+  EXPECT_EQ(painted("BI/F/Fl ID " + large + "\nEI /A Do"), "<</F/Fl  >>=" + large + at + "10" + at);
 }
 
 TEST(PdfContent, IsReadAcrossPiecesAndHasLimits) {

@@ -23,9 +23,10 @@ using objects::Value;
 // --- Geometry ---
 
 Matrix operator*(const Matrix& first, const Matrix& then) {
-  return {first.a * then.a + first.b * then.c,          first.a * then.b + first.b * then.d,
-          first.c * then.a + first.d * then.c,          first.c * then.b + first.d * then.d,
-          first.e * then.a + first.f * then.c + then.e, first.e * then.b + first.f * then.d + then.f};
+  return {
+      first.a * then.a + first.b * then.c,          first.a * then.b + first.b * then.d,
+      first.c * then.a + first.d * then.c,          first.c * then.b + first.d * then.d,
+      first.e * then.a + first.f * then.c + then.e, first.e * then.b + first.f * then.d + then.f};
 }
 
 Rectangle intersection(const Rectangle& one, const Rectangle& other) {
@@ -172,8 +173,9 @@ class Interpreter {
   int form_depth_ = 0;
   int objects_left_ = kMostObjects;
   Object hidden_room_;
-  Value hidden_groups_;              // that are off
-  int marked_ = 0, hidden_from_ = 0;  // marked content, one inside the other; 0: none of it is hidden
+  Value hidden_groups_;  // that are off
+  int marked_ = 0,
+      hidden_from_ = 0;  // marked content, one inside the other; 0: none of it is hidden
 };
 
 // --- Resources ---
@@ -335,9 +337,8 @@ bool Interpreter::build_path(const Statements& statements) {
   for (const auto& [px, py] : {std::pair(x, y), {right, y}, {x, top}, {right, top}}) {
     path_.add(px, py, state().matrix);
   }
-  path_.rectangle =
-      transformed({std::min(x, right), std::min(y, top), std::max(x, right), std::max(y, top)},
-                  state().matrix);
+  path_.rectangle = transformed(
+      {std::min(x, right), std::min(y, top), std::max(x, right), std::max(y, top)}, state().matrix);
   ++path_.rectangles;
   return true;
 }
@@ -348,8 +349,8 @@ bool is_upright(const Matrix& matrix) {
 
 void Interpreter::end_path(bool fills, bool strokes) {
   if (!path_.empty) {
-    paint_more(path_.around, (fills && !state().fill.is_white()) ||
-                                 (strokes && !state().stroke.is_white()));
+    paint_more(path_.around,
+               (fills && !state().fill.is_white()) || (strokes && !state().stroke.is_white()));
   }
   const bool is_rectangle = path_.rectangles == 1 && path_.others == 0;
   if (path_.clips && is_rectangle && is_upright(state().matrix)) {
