@@ -5,7 +5,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "formats/pdf/image/picture.h"
+#include "formats/pdf/page/compose.h"
+#include "formats/pdf/page/strips.h"
 #include "pixels/turn.h"
 
 namespace tq::pdf::page {
@@ -17,7 +18,6 @@ using content::Rectangle;
 using formats::DecodeNotes;
 using formats::FaxRows;
 using formats::RowSink;
-using image::Picture;
 using objects::File;
 using pixels::Bytes;
 
@@ -81,14 +81,14 @@ struct Placement {
   Resolution resolution;
 };
 
-Placement place(const HeaderBlock& image, const Painted& painted, const Page& page,
-                int orientation) {
+Placement place(const Strips& picture, const Page& page, int orientation) {
   const Matrix shown = rotation(page.rotate);
-  const Rectangle whole = transformed(kUnitSquare, painted.matrix * shown);
-  const Rectangle seen = intersection(whole, transformed(painted.clip, shown));
+  const Rectangle whole = transformed(kUnitSquare, picture.matrix() * shown);
+  const Rectangle seen = intersection(whole, transformed(picture.clip(), shown));
   Placement placement;
   placement.turn = pixels::turn_of(orientation);
-  std::int32_t columns = image.header.biWidth, rows = image.header.biHeight;
+  const BitmapInfoHeader& header = picture.image().header;
+  std::int32_t columns = header.biWidth, rows = header.biHeight;
   if (placement.turn.swapped) std::swap(columns, rows);
   Cut across = cut(columns, whole.left, whole.right, seen.left, seen.right);
   Cut down = cut(rows, -whole.top, -whole.bottom, -seen.top, -seen.bottom);
@@ -107,7 +107,7 @@ Placement place(const HeaderBlock& image, const Painted& painted, const Page& pa
 // Between a picture and the sink.
 class TurnedPicture {
  public:
-  TurnedPicture(Picture& picture, const Placement& placement, const RowSink& sink)
+  TurnedPicture(Strips& picture, const Placement& placement, const RowSink& sink)
       : picture_(picture), place_(placement), sink_(sink), image_(picture.image()) {}
 
   Status decode();
@@ -124,7 +124,7 @@ class TurnedPicture {
                                   static_cast<std::size_t>(stride_));
   }
 
-  Picture& picture_;
+  Strips& picture_;
   const Placement& place_;
   const RowSink& sink_;
   HeaderBlock image_;
@@ -210,16 +210,16 @@ Status decode_page(File& file, const Page& page, const RowSink& sink, bool& left
   left_out = painting.has_more();
   if (pictures.empty()) return StatusCode::unsupported;
   if (left_out && coverage(pictures, page.box) < 0.5) return StatusCode::unsupported;
-  if (pictures.size() == 1) {
-    const int orientation = orientation_of(pictures[0].matrix * rotation(page.rotate));
+  Strips strips;
+  const Status opened = strips.open(file, pictures);
+  if (pictures.size() == 1 || opened == StatusCode::out_of_memory) TQ_TRY(opened);
+  if (opened.ok() && strips.is_one_picture()) {
+    const int orientation = orientation_of(strips.matrix() * rotation(page.rotate));
     if (orientation != 0) {
-      Picture picture;
-      TQ_TRY(picture.open(file, pictures[0]));
-      const Placement placement = place(picture.image(), pictures[0], page, orientation);
-      return TurnedPicture(picture, placement, sink).decode();
+      return TurnedPicture(strips, place(strips, page, orientation), sink).decode();
     }
   }
-  return StatusCode::unsupported;
+  return compose(file, pictures, page, sink);
 }
 
 }  // namespace tq::pdf::page
