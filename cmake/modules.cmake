@@ -19,20 +19,28 @@ function(tq_add_module target stem)
   endif()
 endfunction()
 
-# Beside the library, where it looks first.
-tq_add_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES} ${TQ_MODULE_BASE_SOURCES})
-# What it does not call of these folders stays out of it.
-target_compile_options(lzw_module PRIVATE -ffunction-sections -fdata-sections)
-target_link_options(lzw_module PRIVATE -Wl,--gc-sections)
+# One of the library's own, from its sources: beside the library, where it looks first.
+function(tq_add_own_module target stem)
+  tq_add_module(${target} ${stem} ${ARGN})
+  # What it does not call of these folders stays out of it.
+  target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+  target_link_options(${target} PRIVATE -Wl,--gc-sections)
+  if(WIN32)
+    install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
+  else()
+    # For programs run from the build tree. On Windows that folder is the tests' as well, and some of
+    # them need it not to be there.
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${target}> $<TARGET_FILE_DIR:tarnquill>
+      VERBATIM)
+    install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  endif()
+endfunction()
+
+tq_add_own_module(lzw_module trqvpl1 ${TQ_LZW_MODULE_SOURCES} ${TQ_MODULE_BASE_SOURCES})
+tq_add_own_module(pdf_module pdfplug
+  ${TQ_PDF_MODULE_SOURCES} ${TQ_PDF_PICTURE_SOURCES} ${TQ_MODULE_BASE_SOURCES} ${TQ_CODING_SOURCES})
+target_link_libraries(pdf_module PRIVATE tq_png)
 if(NOT WIN32)
-  # For programs run from the build tree. On Windows that folder is the tests' as well, and some of
-  # them need it not to be there.
-  add_custom_command(TARGET lzw_module POST_BUILD
-    COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:lzw_module> $<TARGET_FILE_DIR:tarnquill>
-    VERBATIM)
-endif()
-if(WIN32)
-  install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
-else()
-  install(TARGETS lzw_module LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  target_link_options(pdf_module PRIVATE -Wl,--as-needed)
 endif()

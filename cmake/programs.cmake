@@ -13,7 +13,7 @@ if(TQ_TOOL_SOURCES)
     target_link_options(tarnquill_tool PRIVATE -static -municode)
   endif()
   install(TARGETS tarnquill_tool)
-  add_dependencies(tarnquill_tool lzw_module)
+  add_dependencies(tarnquill_tool lzw_module pdf_module)
   add_dependencies(programs tarnquill_tool)
 endif()
 

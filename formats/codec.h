@@ -77,10 +77,10 @@ struct RowSink {
   }
 
   // The last row that was delivered, no other.
-  void last_row_damaged() const {
+  void last_row_damaged(StatusCode reason = StatusCode::read_failed) const {
     if (notes == nullptr) return;
     if (notes->damage == StatusCode::ok && notes->rows > 0) --notes->rows;
-    notes->damaged(StatusCode::read_failed);
+    notes->damaged(reason);
   }
 
   // The rows that are missing are blank by the format's own rules.

@@ -8,7 +8,7 @@
  *   module      entries
  *   trqvpl1     decode_gif, encode_gif, encode_gifi (interlaced), decode_tif, encode_tif,
  *               set_callbacks
- *   pdfplug     decode_pdf, set_callbacks
+ *   pdfplug     decode_pdf, set_callbacks; count_pages, find_stored_picture if it has them
  *   abicplug    IMG_decomp_abic
  *
  * The names end in .dll on Windows and in .so elsewhere. An entry that a module does not export is
@@ -36,11 +36,49 @@
  *   stream          for the stream functions that set_callbacks has handed over
  *
  * Returns 0, IMG_PLUGIN_DAMAGED when the last row is not all that the file once held (those that
- * were not delivered count by themselves), another number above 0, or a negative status. */
-enum { IMG_PLUGIN_DAMAGED = 1 };
+ * were not delivered count by themselves), another number above 0, or a negative status. Of a module
+ * that exports count_pages two more numbers tell of damage: IMG_PLUGIN_CONTRADICTS where data make no
+ * sense, IMG_PLUGIN_LEFT_OUT where a page has content that the rows do not show.
+ *
+ * Such a module may also give the resolution more exactly than in dots per inch: biClrImportant of
+ * the header is 0, or how many thousandths of a dot are to be added, in x 500 + them in its low word, in
+ * y 500 + them in its high word. Callers of the library do not see it. */
+enum { IMG_PLUGIN_DAMAGED = 1, IMG_PLUGIN_CONTRADICTS = 2, IMG_PLUGIN_LEFT_OUT = 3 };
 typedef int32_t(IMG_CALL* img_plugin_decode_fn)(uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 int32_t stream);
+
+/* Counts the pages of the document that begins at the current position of `stream`. Returns how many, or
+ * a negative status. */
+typedef int32_t(IMG_CALL* img_plugin_count_fn)(int32_t stream);
+
+/* A page that is one picture, whose coded data another file could hold as they are.
+ *
+ *   size            of this struct, set by the caller
+ *   coding          1: a JPEG stream; 2: ITU-T T.6
+ *   offset, bytes   where the data are in the stream
+ *   width, height   pixels, as the data say
+ *   components      of the JPEG frame; 1 for T.6
+ *   inverted        JPEG of four components: 0 stands for full ink; T.6: what is coded as black is white
+ *   orientation     1 to 8, as TIFF counts: how the picture is to be turned
+ *   x_resolution,
+ *   y_resolution    thousandths of dots per inch, of the picture as it is turned; 0: unknown */
+typedef struct img_stored_picture {
+  uint32_t size;
+  int32_t coding;
+  int32_t offset, bytes;
+  int32_t width, height, components;
+  int32_t inverted;
+  int32_t orientation;
+  int32_t x_resolution, y_resolution;
+} img_stored_picture;
+enum { IMG_STORED_JPEG = 1, IMG_STORED_T6 = 2 };
+
+/* Finds it, on a page of the document that begins at `offset` in `stream`; 0 is the first page. Returns 0;
+ * IMG_UNSUPPORTED when the page is anything else, is cut, or has data that need more to be shown than
+ * the struct can say; or another negative status. */
+typedef int32_t(IMG_CALL* img_plugin_stored_fn)(int32_t stream, int32_t offset, int32_t page,
+                                                img_stored_picture* picture);
 
 /* Encodes an image to the current position of `stream`.
  *

@@ -36,6 +36,9 @@ std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32
   return write(StreamHandle{stream}, bytes_of(buffer, count));
 }
 std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
+  // Nothing may be read where memory only seems to end.
+  const bool is_nowhere = Origin{origin} == Origin::end && !end_is_known(StreamHandle{stream});
+  if (is_nowhere) return -1;
   return seek(StreamHandle{stream}, offset, Origin{origin});
 }
 
@@ -43,8 +46,11 @@ std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std:
 // not say all of it. For the scope.
 class AtWork {
  public:
-  AtWork(const DecodeRequest* decode, const EncodeRequest* encode)
-      : decode_(decode), encode_(encode), before_(std::exchange(context().module_request, this)) {}
+  AtWork(const DecodeRequest* decode, const EncodeRequest* encode, bool is_exact = false)
+      : decode_(decode),
+        encode_(encode),
+        is_exact_(is_exact),
+        before_(std::exchange(context().module_request, this)) {}
   ~AtWork() { context().module_request = before_; }
   AtWork(const AtWork&) = delete;
   AtWork& operator=(const AtWork&) = delete;
@@ -52,14 +58,28 @@ class AtWork {
   // Null when no such call is at work.
   static const DecodeRequest* decode() { return current() ? current()->decode_ : nullptr; }
   static const EncodeRequest* encode() { return current() ? current()->encode_ : nullptr; }
+  // Whether the module tells exact resolutions.
+  static bool is_exact() { return current() != nullptr && current()->is_exact_; }
 
  private:
   static const AtWork* current() { return static_cast<const AtWork*>(context().module_request); }
 
   const DecodeRequest* decode_;
   const EncodeRequest* encode_;
+  bool is_exact_;
   const void* before_;
 };
+
+// Thousandths that a header of dots per inch has no room for.
+void take_resolution(BitmapInfoHeader& header, const RowSink& sink) {
+  const std::uint32_t rest = std::exchange(header.biClrImportant, 0);
+  const auto exact = [](std::int32_t dots, std::uint32_t more) {
+    const std::int64_t value = 1000 * std::int64_t{dots} + (more & 0xFFFF) - 500;
+    return value > 0 && value <= Resolution::kMost ? static_cast<std::int32_t>(value) : 0;
+  };
+  if (rest == 0) return;
+  sink.resolution({exact(header.biXPelsPerMeter, rest), exact(header.biYPelsPerMeter, rest >> 16)});
+}
 
 // Modules are promised callbacks that can be called.
 std::int32_t IMG_CB_C take_header(void* block, void* context) {
@@ -68,6 +88,7 @@ std::int32_t IMG_CB_C take_header(void* block, void* context) {
     const Status fits = sink.notes->begin(static_cast<const HeaderBlock*>(block)->header);
     if (fits.failed()) return fits.raw();
   }
+  if (AtWork::is_exact()) take_resolution(static_cast<HeaderBlock*>(block)->header, sink);
   return sink.on_header == nullptr ? 1 : sink.on_header(block, sink.context);
 }
 std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
@@ -135,6 +156,7 @@ enum EntryIndex {
   kDecodeTiffLzw,
   kEncodeTiffLzw,
   kDecodePdf,
+  kCountPdfPages,
   kDecodeAbic,
   kEntries
 };
@@ -145,8 +167,8 @@ struct Entry {
 };
 
 constexpr Entry kEntryTable[] = {
-    {kLzw, "decode_gif"}, {kLzw, "encode_gif"}, {kLzw, "encode_gifi"},      {kLzw, "decode_tif"},
-    {kLzw, "encode_tif"}, {kPdf, "decode_pdf"}, {kAbic, "IMG_decomp_abic"},
+    {kLzw, "decode_gif"}, {kLzw, "encode_gif"}, {kLzw, "encode_gifi"}, {kLzw, "decode_tif"},
+    {kLzw, "encode_tif"}, {kPdf, "decode_pdf"}, {kPdf, "count_pages"}, {kAbic, "IMG_decomp_abic"},
 };
 static_assert(std::size(kEntryTable) == kEntries);
 
@@ -203,6 +225,11 @@ Status load(ModuleIndex index) {
   return kOk;
 }
 
+void* loaded_entry(EntryIndex entry) {
+  const LoadedLock locked;
+  return loaded().entries[entry];
+}
+
 // A call of an entry, whose module stays loaded until the end of the scope.
 class Call {
  public:
@@ -223,17 +250,31 @@ class Call {
     begun_ = true;
     TQ_TRY(load(module));
     address_ = loaded().entries[entry];
+    entry_ = entry;
     return address_ != nullptr ? StatusCode::ok : kModuleTable[module].missing;
   }
 
   Status decode(const DecodeRequest& request) const {
-    const AtWork at_work(&request, nullptr);
+    // A module that counts pages says more, of damage and resolution.
+    const bool says_more = entry_ == kDecodePdf && loaded_entry(kCountPdfPages) != nullptr;
+    const AtWork at_work(&request, nullptr, says_more);
     const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
     const auto decoded = Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
         offset_or_page, take_row, const_cast<RowSink*>(&request.sink), take_header,
         static_cast<std::int32_t>(request.stream)));
     if (decoded.raw() == IMG_PLUGIN_DAMAGED) request.sink.last_row_damaged();
+    if (says_more && decoded.raw() == IMG_PLUGIN_CONTRADICTS) {
+      request.sink.last_row_damaged(StatusCode::bad_image);
+    }
+    if (says_more && decoded.raw() == IMG_PLUGIN_LEFT_OUT) {
+      request.sink.damaged(StatusCode::unsupported);
+    }
     return decoded;
+  }
+
+  Status count_pages(StreamHandle stream) const {
+    return Status::from_raw(
+        reinterpret_cast<img_plugin_count_fn>(address_)(static_cast<std::int32_t>(stream)));
   }
 
   Status encode(const EncodeRequest& request) const {
@@ -246,6 +287,7 @@ class Call {
 
  private:
   void* address_ = nullptr;
+  EntryIndex entry_ = kEntries;
   bool begun_ = false;
 };
 
@@ -310,6 +352,12 @@ Status decode_pdf_by_module(const DecodeRequest& request, bool& available) {
   available = begun.ok();
   TQ_TRY(begun);
   return call.decode(request);
+}
+
+Status count_pdf_pages(StreamHandle stream) {
+  Call call;
+  const Status begun = call.begin(kCountPdfPages);
+  return begun.ok() ? call.count_pages(stream) : Status::from_raw(1);
 }
 
 Status can_encode_gif(const EncodeRequest& request) {

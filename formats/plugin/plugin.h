@@ -25,6 +25,9 @@ Status tiff_lzw_encoder_available();
 // itself may answer no_pdf_module, too.
 Status decode_pdf_by_module(const formats::DecodeRequest& request, bool& available);
 
+// 1 without the module, and with one that cannot count.
+Status count_pdf_pages(StreamHandle stream);
+
 Status decode_abic(
     const formats::DecodeRequest& request);  // out_of_memory when the module is missing
 

@@ -5,51 +5,20 @@
 #include <utility>
 
 #include "coding/lzw.h"
-#include "core/context.h"
 #include "formats/gif/gif.h"
+#include "modules/entry.h"
 #include "tarnquill_plugin.h"
 
 namespace {
 
-// Set once, before any entry is called.
-struct Host {
-  img_read_fn read = nullptr;
-  img_write_fn write = nullptr;
-  img_seek_fn seek = nullptr;
-  img_tiff_helper_fn tiff = nullptr;
-};
-constinit Host host;
+using tq::modules::EntryScope;
+using tq::modules::Host;
 
-// The calling thread's state while an entry runs over the host's streams: nothing stays behind it.
-class EntryScope {
- public:
-  EntryScope() : before_(tq::platform::thread_value()) {
-    own_.streams.read = host.read;
-    own_.streams.write = host.write;
-    own_.streams.seek = host.seek;
-    entered_ = tq::platform::set_thread_value(&own_);
-  }
-  ~EntryScope() {
-    if (!entered_) return;
-    tq::release_kept_blocks();
-    tq::platform::set_thread_value(before_);
-  }
-  EntryScope(const EntryScope&) = delete;
-  EntryScope& operator=(const EntryScope&) = delete;
-
-  bool entered() const { return entered_; }
-
- private:
-  tq::Context own_;
-  void* before_;
-  bool entered_;
-};
-
-constexpr std::uint32_t kPage = 0x80000000;  // a page number, not an offset
+constinit Host host;  // set once, before any entry is called
 
 std::int32_t encode(tq::formats::Encoder encoder, std::int32_t stream, const void* header_block,
                     img_supply_fn supply, void* save_context) {
-  const EntryScope scope;
+  const EntryScope scope(host);
   if (!scope.entered()) return IMG_OUT_OF_MEMORY;
   if (host.write == nullptr) return IMG_WRITE_FAILED;
   tq::HeaderBlock image;
@@ -149,18 +118,12 @@ IMG_PLUGIN_API void IMG_CALL set_callbacks(img_read_fn read, img_write_fn write,
 IMG_PLUGIN_API std::int32_t IMG_CALL decode_gif(std::uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 std::int32_t stream) {
-  const EntryScope scope;
+  const EntryScope scope(host);
   if (!scope.entered()) return IMG_OUT_OF_MEMORY;
-  // Without a function that it needs a codec reads nothing.
-  if (host.read == nullptr || host.seek == nullptr) return IMG_READ_FAILED;
+  if (!host.can_read()) return IMG_READ_FAILED;
   tq::formats::DecodeNotes notes;
-  tq::formats::DecodeRequest request{.stream = tq::StreamHandle{stream},
-                                     .sink = {header, row, sink_context, &notes}};
-  if (offset_or_page >= kPage) {
-    request.page = offset_or_page - kPage;
-  } else {
-    request.offset = offset_or_page;
-  }
+  const auto request = tq::modules::decode_request(tq::StreamHandle{stream}, offset_or_page,
+                                                   {header, row, sink_context, &notes});
   const tq::Status decoded = tq::gif::decode(request);
   const bool damaged = decoded.ok() && notes.damage != tq::StatusCode::ok;
   return damaged ? IMG_PLUGIN_DAMAGED : decoded.raw();

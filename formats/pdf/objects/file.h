@@ -135,6 +135,12 @@ class File {
 
   Window& window() { return window_; }
 
+  // Called when the trailer is known, before anything else that may be enciphered is read.
+  struct Unlocker {
+    void* context = nullptr;
+    Status (*unlock)(void* context, File& file) = nullptr;
+  };
+  void set_unlocker(const Unlocker& unlocker) { unlocker_ = unlocker; }
   // Outlives the file's use.
   void set_decipherer(const Decipherer* decipherer) { decipherer_ = decipherer; }
   const Decipherer* decipherer() const { return decipherer_; }
@@ -188,6 +194,11 @@ class File {
   std::int64_t newest_section_ = -1;
   bool newest_is_stream_ = false;
   bool may_repair_ = false, repaired_ = false;
+  Status unlock() {
+    return unlocker_.unlock == nullptr ? kOk : unlocker_.unlock(unlocker_.context, *this);
+  }
+
+  Unlocker unlocker_;
   const Decipherer* decipherer_ = nullptr;
 
   // The object stream that is kept decoded.

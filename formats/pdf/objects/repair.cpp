@@ -83,6 +83,7 @@ Status File::repair() {
   kept_stream_ = 0;
   Found found;
   TQ_TRY(scan_objects(found));
+  TQ_TRY(unlock());
   TQ_TRY(unpack_object_streams(found));
   return choose_root(found);
 }
@@ -175,8 +176,6 @@ Status File::choose_root(const Found& found) {
       found.catalog != 0
           ? std::snprintf(text, sizeof text, "<</Root %d 0 R>>", found.catalog)
           : std::snprintf(text, sizeof text, "<</Root<</Pages %d 0 R>>>>", found.page_tree);
-  // How it is enciphered is still to be known.
-  if (!trailer_.value()["Encrypt"].is(Kind::null)) return StatusCode::bad_image;
   return trailer_.copy({Kind::dictionary, {text, static_cast<std::size_t>(count)}}, {});
 }
 

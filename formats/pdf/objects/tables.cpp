@@ -76,6 +76,7 @@ Status File::open(StreamHandle stream, std::int64_t start) {
   // Offsets count from the header, or in files that something was put in front of from there.
   for (const std::int64_t base : {header_, std::int64_t{0}}) {
     status = read_tables(base);
+    if (status.ok()) status = unlock();
     if (status.ok() && has_root(status)) {
       may_repair_ = true;
       return kOk;

@@ -19,6 +19,10 @@ using formats::DecodeNotes;
 using formats::FaxRows;
 using formats::RowSink;
 using objects::File;
+using objects::Items;
+using objects::Kind;
+using objects::Object;
+using objects::Value;
 using pixels::Bytes;
 
 constexpr Rectangle kUnitSquare = {0, 0, 1, 1};
@@ -139,8 +143,8 @@ Status TurnedPicture::decode() {
   bits_ = image_.header.biBitCount;
   is_whole_ = x.count == image_.header.biWidth;
   HeaderBlock header = image_;
-  header.header = dib_header(turn.swapped ? y.count : x.count, turn.swapped ? x.count : y.count, bits_)
-                      .header;
+  header.header =
+      dib_header(turn.swapped ? y.count : x.count, turn.swapped ? x.count : y.count, bits_).header;
   header.header.biCompression = image_.header.biCompression;
   header.header.biClrUsed = image_.header.biClrUsed;
   const auto dots = [](std::int32_t exact) { return (exact + 500) / 1000; };
@@ -177,7 +181,7 @@ Status TurnedPicture::take(Bytes row, std::int32_t y) {
     pixels::cut_row(row, image_.header.biWidth, bits_, place_.x.first, out, place_.x.count);
   }
   if (place_.turn.swapped) return kOk;
-  pixels::mirror_row(out, place_.x.count, bits_);
+  if (place_.turn.from_right) pixels::mirror_row(out, place_.x.count, bits_);
   return sink_.row(out, shown);
 }
 
@@ -220,6 +224,106 @@ Status decode_page(File& file, const Page& page, const RowSink& sink, bool& left
     }
   }
   return compose(file, pictures, page, sink);
+}
+
+namespace {
+
+// What the samples mean: as usual, the other way round, or something else.
+enum class Meaning : std::uint8_t { usual, inverted, other };
+
+Meaning meaning_of(const Value& decode, int components) {
+  if (decode.is(Kind::null)) return Meaning::usual;
+  int values = 0, usual = 0;
+  for (Items items = decode.items(); items.next(); ++values) {
+    if (items.value().number(-1) == values % 2) ++usual;
+    if (items.value().number(-1) != 0 && items.value().number(-1) != 1) return Meaning::other;
+  }
+  if (values != 2 * components || (usual != 0 && usual != values)) return Meaning::other;
+  return usual == 0 ? Meaning::inverted : Meaning::usual;
+}
+
+Status describe_fax(const image::FaxForm& form, Meaning meaning, img_stored_picture& picture) {
+  const bool is_plain = form.coding.scheme == ccitt::Scheme::group4 && !form.coding.byte_aligned &&
+                        !form.coding.end_of_line && form.columns == picture.width;
+  if (!is_plain || meaning == Meaning::other) return StatusCode::unsupported;
+  picture.coding = IMG_STORED_T6;
+  picture.components = 1;
+  picture.inverted = form.black_is_1 != (meaning == Meaning::inverted) ? 1 : 0;
+  return kOk;
+}
+
+Status describe_jpeg(File& file, const Object& object, const image::StreamForm& form,
+                     img_stored_picture& picture) {
+  objects::StreamSource source;
+  TQ_TRY(source.open(file, object));
+  ChunkReader input;
+  TQ_TRY(input.open(PieceSource::of(source), jpeg::PartDecoder::kChunkBytes));
+  jpeg::StreamHeader header;
+  TQ_TRY(jpeg::read_stream_header(input, header));
+  // Without a marker of its own other files would have the usual transform.
+  const int usual = header.components == 3 ? 1 : 0;
+  const bool is_told = form.jpeg_transform >= 0 && form.jpeg_transform != usual;
+  if (header.bits != 8 || (is_told && !header.has_adobe)) return StatusCode::unsupported;
+  picture.coding = IMG_STORED_JPEG;
+  picture.components = header.components;
+  return kOk;
+}
+
+const char* device_space(int components) {
+  return components == 1 ? "DeviceGray" : components == 3 ? "DeviceRGB" : "DeviceCMYK";
+}
+
+}  // namespace
+
+Status find_stored_picture(File& file, const Page& page, img_stored_picture& picture) {
+  content::Painting painting;
+  TQ_TRY(read_contents(file, page.object, page.resources, page.box, painting));
+  const std::span<const Painted> pictures = painting.pictures();
+  const bool is_alone = pictures.size() == 1 && !painting.has_more() &&
+                        pictures[0].image.number != 0 && pictures[0].alpha == 255;
+  if (!is_alone || file.decipherer() != nullptr) return StatusCode::unsupported;
+  Object object, space_room, decode_room;
+  TQ_TRY(file.fetch(pictures[0].image, object));
+  const Value dictionary = object.value();
+  const auto has = [&](const char* key) { return !dictionary[key].is(Kind::null); };
+  if (dictionary["ImageMask"].boolean() || has("SMask") || has("Mask")) {
+    return StatusCode::unsupported;
+  }
+  image::StreamForm form;
+  TQ_TRY(image::read_form(file, dictionary, false, form));
+  const bool is_fax = form.last == image::PictureCoding::fax;
+  if (form.count != 0 || (!is_fax && form.last != image::PictureCoding::jpeg)) {
+    return StatusCode::unsupported;
+  }
+  Strips strip;
+  TQ_TRY(strip.open(file, pictures));
+  const int orientation = orientation_of(strip.matrix() * rotation(page.rotate));
+  if (orientation == 0) return StatusCode::unsupported;
+  const Placement placement = place(strip, page, orientation);
+  const BitmapInfoHeader& header = strip.image().header;
+  if (placement.x.count != header.biWidth || placement.y.count != header.biHeight) {
+    return StatusCode::unsupported;
+  }
+  picture.width = header.biWidth;
+  picture.height = header.biHeight;
+  picture.orientation = orientation;
+  picture.x_resolution = placement.resolution.x;
+  picture.y_resolution = placement.resolution.y;
+  picture.offset = static_cast<std::int32_t>(object.data());
+  picture.bytes = static_cast<std::int32_t>(object.data_bytes());
+  Value space = dictionary["ColorSpace"], decode = dictionary["Decode"];
+  TQ_TRY(file.resolve(space, space_room));
+  TQ_TRY(file.resolve(decode, decode_room));
+  if (is_fax) {
+    TQ_TRY(describe_fax(form.fax, meaning_of(decode, 1), picture));
+  } else {
+    TQ_TRY(describe_jpeg(file, object, form, picture));
+    const Meaning meaning = meaning_of(decode, picture.components);
+    picture.inverted = meaning == Meaning::inverted ? 1 : 0;
+    const bool fits = meaning == Meaning::usual || (picture.inverted && picture.components == 4);
+    if (!fits) return StatusCode::unsupported;
+  }
+  return space.is_name(device_space(picture.components)) ? StatusCode::ok : StatusCode::unsupported;
 }
 
 }  // namespace tq::pdf::page

@@ -3,6 +3,7 @@
 
 #include "formats/codec.h"
 #include "formats/pdf/page/pages.h"
+#include "include/tarnquill_plugin.h"
 
 namespace tq::pdf::page {
 
@@ -10,5 +11,9 @@ namespace tq::pdf::page {
 // the page, or none.
 Status decode_page(objects::File& file, const Page& page, const formats::RowSink& sink,
                    bool& left_out);
+
+// A page that is one picture, whole, whose coded data another file could hold as they are; else
+// unsupported.
+Status find_stored_picture(objects::File& file, const Page& page, img_stored_picture& picture);
 
 }  // namespace tq::pdf::page
