@@ -46,6 +46,9 @@ if(TQ_FUZZ)
     endif()
   endforeach()
 
+  foreach(name pdf_fuzzer pdf_repair_fuzzer)
+    target_link_libraries(${name} PRIVATE tq_pdf_pictures)
+  endforeach()
   # Beside the module, so that its formats are decoded as well.
   set_target_properties(decode_fuzzer PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules/lzw_module)

@@ -43,4 +43,5 @@ tq_add_own_module(pdf_module pdfplug
 target_link_libraries(pdf_module PRIVATE tq_png)
 if(NOT WIN32)
   target_link_options(pdf_module PRIVATE -Wl,--as-needed)
+  target_link_libraries(pdf_module PRIVATE m)
 endif()

@@ -90,7 +90,7 @@ if(TQ_MODULE_TESTS)
     TQ_TEST_PROGRAMS="${tq_built}/module_tests" TQ_MODULES="${tq_built}/modules")
   target_link_libraries(module_tests PRIVATE ${TQ_LAYERS} tq_test_options gtest_main tq_test_support
     ${CMAKE_DL_LIBS})
-  add_dependencies(module_tests lzw_module test_module test_module_partial)
+  add_dependencies(module_tests lzw_module pdf_module test_module test_module_partial)
   if(WIN32)
     target_link_options(module_tests PRIVATE -static)
   endif()

@@ -118,6 +118,7 @@ void write_corpus_seeds(const std::string& corpus) {
     if (file.bytes.size() > 2 && file.bytes[0] == 'G' && file.bytes[1] == 'I') {
       write_file("module/" + name, test::joined({Bytes{1, 0, 255}, file.bytes}));
     }
+    if (code == IMG_TYPE_PDF) write_file("pdf/" + name, file.bytes);
     if (takes_pages(tq::dispatch::find_code(code))) {
       write_file("append/" + name, test::joined({{append_number(code), 0}, file.bytes}));
     }
@@ -138,6 +139,7 @@ void write_random_seeds() {
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
     write_file("module/mixed_" + name, calls);
+    write_file("pdf_repair/" + name, random.bytes(seed));
   }
 }
 

@@ -762,8 +762,8 @@ IMG_API int32_t IMG_CALL IMG_delete_context(int32_t context);
  *
  *   image       -1: the last decode of the calling thread's context, also one into callbacks
  *   rows        out: rows delivered before anything was lost or had to be guessed; may be null
- *   reason      out: 0, IMG_READ_FAILED (the data end early) or IMG_BAD_IMAGE (they make no sense); may
- *               be null
+ *   reason      out: 0, IMG_READ_FAILED (the data end early), IMG_BAD_IMAGE (they make no sense) or
+ *               IMG_UNSUPPORTED (a page of a PDF document has more content than its pictures); may be null
  *
  * Returns 0 for a whole picture, 1 for a damaged one, or IMG_BAD_HANDLE. */
 IMG_API int32_t IMG_CALL IMG_get_damage(int32_t image, int32_t* rows, int32_t* reason);

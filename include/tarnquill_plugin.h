@@ -41,8 +41,8 @@
  * sense, IMG_PLUGIN_LEFT_OUT where a page has content that the rows do not show.
  *
  * Such a module may also give the resolution more exactly than in dots per inch: biClrImportant of
- * the header is 0, or how many thousandths of a dot are to be added, in x 500 + them in its low word, in
- * y 500 + them in its high word. Callers of the library do not see it. */
+ * the header is 0, or how many thousandths of a dot are to be added: in x 1000 + them in its low word, in
+ * y 1000 + them in its high word. Callers of the library do not see it. */
 enum { IMG_PLUGIN_DAMAGED = 1, IMG_PLUGIN_CONTRADICTS = 2, IMG_PLUGIN_LEFT_OUT = 3 };
 typedef int32_t(IMG_CALL* img_plugin_decode_fn)(uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,

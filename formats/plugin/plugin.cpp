@@ -74,7 +74,7 @@ class AtWork {
 void take_resolution(BitmapInfoHeader& header, const RowSink& sink) {
   const std::uint32_t rest = std::exchange(header.biClrImportant, 0);
   const auto exact = [](std::int32_t dots, std::uint32_t more) {
-    const std::int64_t value = 1000 * std::int64_t{dots} + (more & 0xFFFF) - 500;
+    const std::int64_t value = 1000 * std::int64_t{dots} + (more & 0xFFFF) - 1000;
     return value > 0 && value <= Resolution::kMost ? static_cast<std::int32_t>(value) : 0;
   };
   if (rest == 0) return;

@@ -1,6 +1,5 @@
 // The entries of the PDF module: documents whose pages are pictures, over the streams of a host.
-#include "formats/pdf/objects/encryption.h"
-#include "formats/pdf/page/page.h"
+#include "formats/pdf/page/document.h"
 #include "modules/entry.h"
 
 namespace {
@@ -8,34 +7,10 @@ namespace {
 using tq::Status;
 using tq::StatusCode;
 using tq::modules::EntryScope;
-using tq::pdf::objects::Encryption;
-using tq::pdf::objects::File;
+using tq::pdf::page::Document;
 using tq::pdf::page::Page;
 
 constinit tq::modules::Host host;  // set once, before any entry is called
-
-// A document and what makes it readable.
-struct Document {
-  Encryption encryption;
-  File file;
-
-  Status open(tq::StreamHandle stream, std::int32_t start) {
-    if (start < 0) return StatusCode::read_failed;
-    const auto unlock = [](void* context, File& opened) {
-      return static_cast<Encryption*>(context)->unlock(opened);
-    };
-    file.set_unlocker({&encryption, unlock});
-    return file.open(stream, start);
-  }
-};
-
-Status decode(const tq::formats::DecodeRequest& request, bool& left_out) {
-  Document document;
-  Page page;
-  TQ_TRY(document.open(request.stream, request.start()));
-  TQ_TRY(find_page(document.file, request.has_page() ? request.page : 0, page));
-  return decode_page(document.file, page, request.sink, left_out);
-}
 
 // Thousandths of a dot, beside the dots that a header has room for.
 struct ExactSink {
@@ -46,7 +21,7 @@ struct ExactSink {
     const auto& self = *static_cast<const ExactSink*>(context);
     auto& header = static_cast<tq::HeaderBlock*>(block)->header;
     const auto rest = [](std::int32_t exact, std::int32_t dots) {
-      return static_cast<std::uint32_t>(exact - 1000 * dots + 500);
+      return static_cast<std::uint32_t>(exact - 1000 * dots + 1000);
     };
     const auto [x, y] = self.notes.resolution;
     if (x > 0 && y > 0) {
@@ -81,10 +56,10 @@ IMG_PLUGIN_API std::int32_t IMG_CALL decode_pdf(std::uint32_t offset_or_page, im
   const tq::formats::RowSink host_sink{header, row, sink_context};
   ExactSink exact{host_sink, notes};
   bool left_out = false;
-  const Status decoded =
-      decode(tq::modules::decode_request(tq::StreamHandle{stream}, offset_or_page,
-                                         {ExactSink::on_header, ExactSink::on_row, &exact, &notes}),
-             left_out);
+  const Status decoded = tq::pdf::page::decode_document(
+      tq::modules::decode_request(tq::StreamHandle{stream}, offset_or_page,
+                                  {ExactSink::on_header, ExactSink::on_row, &exact, &notes}),
+      left_out);
   if (decoded.failed()) return decoded.raw();
   if (notes.damage == StatusCode::read_failed) return IMG_PLUGIN_DAMAGED;
   if (notes.damage == StatusCode::bad_image) return IMG_PLUGIN_CONTRADICTS;
@@ -99,7 +74,7 @@ IMG_PLUGIN_API std::int32_t IMG_CALL count_pages(std::int32_t stream) {
   Document document;
   std::int32_t count = 0;
   Status counted = document.open(handle, tq::position(handle));
-  if (counted.ok()) counted = tq::pdf::page::count_pages(document.file, count);
+  if (counted.ok()) counted = tq::pdf::page::count_pages(document.file(), count);
   return counted.ok() ? count : counted.raw();
 }
 
@@ -113,8 +88,8 @@ IMG_PLUGIN_API std::int32_t IMG_CALL find_stored_picture(std::int32_t stream, st
   Document document;
   Page page;
   Status found = document.open(tq::StreamHandle{stream}, offset);
-  if (found.ok()) found = find_page(document.file, page_number, page);
-  if (found.ok()) found = tq::pdf::page::find_stored_picture(document.file, page, *picture);
+  if (found.ok()) found = find_page(document.file(), page_number, page);
+  if (found.ok()) found = tq::pdf::page::find_stored_picture(document.file(), page, *picture);
   return found.failed() ? found.raw() : 0;
 }
 

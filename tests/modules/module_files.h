@@ -19,8 +19,8 @@ class InstalledModule {
  public:
   InstalledModule(const std::string& target, const std::string& stem)
       : name_(std::filesystem::path(TQ_TEST_PROGRAMS) / (stem + kModuleEnding)) {
-    const auto built =
-        std::filesystem::path(TQ_MODULES) / target / (std::string("trqvpl1") + kModuleEnding);
+    const std::string built_as = target == "pdf_module" ? "pdfplug" : "trqvpl1";
+    const auto built = std::filesystem::path(TQ_MODULES) / target / (built_as + kModuleEnding);
     std::filesystem::copy_file(built, name_, std::filesystem::copy_options::overwrite_existing);
   }
   InstalledModule(const InstalledModule&) = delete;
