@@ -49,14 +49,13 @@ inline Digest digest_of_pages(Bytes bytes) {
     PageSink sink;
     seek(kMemoryStream, 0, Origin::start);
     bool left_out = false;
-    const formats::DecodeRequest request{.stream = kMemoryStream,
-                                         .sink = {PageSink::header, PageSink::row, &sink},
-                                         .page = page};
+    const formats::DecodeRequest request{
+        .stream = kMemoryStream, .sink = {PageSink::header, PageSink::row, &sink}, .page = page};
     const Status decoded = pdf::page::decode_document(request, left_out);
     TQ_CLAIM(decoded.failed() || sink.height > 0);
     digest.add(decoded.raw());
     digest.add(sink.digest);
-    img_stored_picture stored{};
+    pdf::page::StoredPicture stored;
     pdf::page::Page found;
     if (find_page(document.file(), page, found).ok()) {
       digest.add(find_stored_picture(document.file(), found, stored).raw());

@@ -38,9 +38,9 @@ SYSTEM_MACRO = re.compile(r"^\s*#\s*(?:el)?if.*\b(_WIN32|__linux__|__unix__|__AP
 
 
 def family(path):
-    """formats/bmp/bmp_decode.cpp -> bmp; nothing for formats/codec.h and other folders."""
+    """formats/bmp/bmp_decode.cpp -> bmp, as for its module; nothing for formats/codec.h and other folders."""
     parts = path.split("/")
-    return parts[1] if parts[0] == "formats" and len(parts) >= 3 else None
+    return parts[1] if parts[0] in ("formats", "modules") and len(parts) >= 3 else None
 
 
 def broken_rule(source, quote, target):

@@ -89,8 +89,20 @@ IMG_PLUGIN_API std::int32_t IMG_CALL find_stored_picture(std::int32_t stream, st
   Page page;
   Status found = document.open(tq::StreamHandle{stream}, offset);
   if (found.ok()) found = find_page(document.file(), page_number, page);
-  if (found.ok()) found = tq::pdf::page::find_stored_picture(document.file(), page, *picture);
-  return found.failed() ? found.raw() : 0;
+  tq::pdf::page::StoredPicture stored;
+  if (found.ok()) found = tq::pdf::page::find_stored_picture(document.file(), page, stored);
+  if (found.failed()) return found.raw();
+  picture->coding = stored.is_fax ? IMG_STORED_T6 : IMG_STORED_JPEG;
+  picture->offset = static_cast<std::int32_t>(stored.offset);
+  picture->bytes = static_cast<std::int32_t>(stored.bytes);
+  picture->width = stored.width;
+  picture->height = stored.height;
+  picture->components = stored.components;
+  picture->inverted = stored.inverted ? 1 : 0;
+  picture->orientation = stored.orientation;
+  picture->x_resolution = stored.resolution.x;
+  picture->y_resolution = stored.resolution.y;
+  return 0;
 }
 
 }  // extern "C"

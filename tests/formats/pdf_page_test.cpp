@@ -72,17 +72,19 @@ std::string samples(int bits) {
 }
 
 int pixel(const Bytes& row, int x, int bits) {
-  return row.at(static_cast<std::size_t>(x * bits / 8)) >> (8 - bits - x * bits % 8) & ((1 << bits) - 1);
+  return row.at(static_cast<std::size_t>(x * bits / 8)) >> (8 - bits - x * bits % 8) &
+         ((1 << bits) - 1);
 }
 
 TEST(PdfPage, OnePictureIsTurnedAndCutAsThePageShowsIt) {
   // A pixel is a point; the picture's lower left corner on the page is at 20, 10.
-  const double matrices[][6] = {{11, 0, 0, 5, 20, 10},    {-11, 0, 0, 5, 31, 10},
-                                {-11, 0, 0, -5, 31, 15},  {11, 0, 0, -5, 20, 15},
-                                {0, -11, -5, 0, 25, 21},  {0, -11, 5, 0, 20, 21},
-                                {0, 11, 5, 0, 20, 10},    {0, 11, -5, 0, 25, 10}};
+  const double matrices[][6] = {{11, 0, 0, 5, 20, 10},   {-11, 0, 0, 5, 31, 10},
+                                {-11, 0, 0, -5, 31, 15}, {11, 0, 0, -5, 20, 15},
+                                {0, -11, -5, 0, 25, 21}, {0, -11, 5, 0, 20, 21},
+                                {0, 11, 5, 0, 20, 10},   {0, 11, -5, 0, 25, 10}};
   // Nothing is cut by less than half a pixel.
-  const double crops[][4] = {{0, 0, 90, 80}, {20.4, 10.4, 90, 80}, {22, 11, 24, 14}, {21.6, 0, 23.4, 12}};
+  const double crops[][4] = {
+      {0, 0, 90, 80}, {20.4, 10.4, 90, 80}, {22, 11, 24, 14}, {21.6, 0, 23.4, 12}};
   for (const int bits : {1, 4, 8}) {
     for (const auto& m : matrices) {
       for (const int rotate : {0, 90, 180, 270}) {
@@ -92,9 +94,9 @@ TEST(PdfPage, OnePictureIsTurnedAndCutAsThePageShowsIt) {
                         rotate, crop[0], crop[1], crop[2], crop[3]);
           std::snprintf(contents, sizeof contents, "%g %g %g %g %g %g cm /P Do", m[0], m[1], m[2],
                         m[3], m[4], m[5]);
-          std::snprintf(picture, sizeof picture, "/Width %d/Height %d/BitsPerComponent %d/ColorSpace%s",
-                        kWidth, kHeight, bits,
-                        bits == 4 ? "[/Indexed/DeviceRGB 15<000000FF00000>]" : "/DeviceGray");
+          std::snprintf(picture, sizeof picture,
+                        "/Width %d/Height %d/BitsPerComponent %d/ColorSpace%s", kWidth, kHeight,
+                        bits, bits == 4 ? "[/Indexed/DeviceRGB 15<000000FF00000>]" : "/DeviceGray");
           SCOPED_TRACE(testing::Message() << contents << page);
           const Decoded decoded = decode(with_page(page, contents, picture, samples(bits)));
           ASSERT_EQ(decoded.status, kOk);
@@ -122,7 +124,8 @@ TEST(PdfPage, OnePictureIsTurnedAndCutAsThePageShowsIt) {
           ASSERT_EQ(decoded.header.biHeight, bottom - top + 1);
           for (const CollectedRow& row : decoded.rows) {
             for (int x = 0; x <= right - left; ++x) {
-              ASSERT_EQ(pixel(row.bytes, x, bits), (shown[{row.y + top, x + left}])) << x << " " << row.y;
+              ASSERT_EQ(pixel(row.bytes, x, bits), (shown[{row.y + top, x + left}]))
+                  << x << " " << row.y;
             }
           }
         }
@@ -168,6 +171,72 @@ TEST(PdfPage, WhatIsLeftOutIsToldAndMustNotBeMost) {
   EXPECT_EQ(decoded("").status, StatusCode::unsupported);
 }
 
+TEST(PdfPage, CodedPicturesAreFoundWhereOthersCanTakeThem) {
+  const std::string fax =
+      "/Width 16/Height 1/ColorSpace/DeviceGray/BitsPerComponent 1/Filter/CCITTFaxDecode";
+  const std::string t6 = "/DecodeParms<</K -1/Columns 16", rows = "\x26\xA0\x01\x00\x10";
+  const std::string jpeg = "/Width 9/Height 9/BitsPerComponent 8/Filter/DCTDecode/ColorSpace";
+  // A frame of 4 x 3 pixels and so many components, and the start of a scan.
+  const auto frame = [](int components) {
+    std::string text("\xFF\xD8\xFF\xC0", 4), scan("\xFF\xDA", 2);
+    const auto put = [](std::string& to, std::initializer_list<int> bytes) {
+      for (const int value : bytes) to += static_cast<char>(value);
+    };
+    put(text, {0, 8 + 3 * components, 8, 0, 3, 0, 4, components});
+    put(scan, {0, 6 + 2 * components, components});
+    for (int i = 1; i <= components; ++i) {
+      put(text, {i, 0x11, 0});
+      put(scan, {i, 0});
+    }
+    put(scan, {0, 63, 0});
+    return text + scan;
+  };
+  const std::string upright = "16 0 0 9 0 0 cm /P Do";
+  const struct {
+    std::string page, contents, picture, data;
+    const char* expected;
+  } cases[] = {
+      {"", upright, fax + t6 + ">>", rows, "T6 16x1 1 0 1"},
+      {"", upright, fax + t6 + "/BlackIs1 true>>", rows, "T6 16x1 1 1 1"},
+      {"/Rotate 90", upright, fax + t6 + "/BlackIs1 true>>/Decode[1 0]", rows, "T6 16x1 1 0 6"},
+      {"", upright, fax + t6 + "/EncodedByteAlign true>>", rows, "-7"},
+      {"", upright, fax + "/DecodeParms<</Columns 16>>", rows, "-7"},
+      {"/CropBox[0 0 8 9]", upright, fax + t6 + ">>", rows, "-7"},
+      {"", upright, fax + t6 + ">>/ImageMask true", rows, "-7"},
+      {"", upright + " BT (a) Tj ET", fax + t6 + ">>", rows, "-7"},
+      {"", upright + " /P Do", fax + t6 + ">>", rows, "-7"},
+      {"", upright, jpeg + "/DeviceGray", frame(1), "JPEG 4x3 1 0 1"},
+      {"", upright, jpeg + "/DeviceRGB", frame(3), "JPEG 4x3 3 0 1"},
+      {"", upright, jpeg + "/DeviceCMYK/Decode[1 0 1 0 1 0 1 0]", frame(4), "JPEG 4x3 4 1 1"},
+      {"", upright, jpeg + "/DeviceCMYK", frame(4), "JPEG 4x3 4 0 1"},
+      {"", upright, jpeg + "/DeviceGray", frame(3), "-7"},
+      {"", upright, jpeg + "/DeviceRGB/DecodeParms<</ColorTransform 0>>", frame(3), "-7"},
+      {"", upright, jpeg + "/DeviceGray/Decode[1 0]", frame(1), "-7"},
+      {"", upright, jpeg + "/DeviceGray/SMask 5 0 R", frame(1), "-7"},
+      {"", upright, kGrey, kPixels, "-7"},
+  };
+  for (const auto& [page, contents, picture, data, expected] : cases) {
+    const PdfDocument document = with_page(page, contents, picture, data);
+    const MemoryFile memory(document.bytes());
+    pdf::page::Document opened;
+    pdf::page::Page found;
+    pdf::page::StoredPicture stored;
+    ASSERT_EQ(opened.open(MemoryFile::kHandle, 0), kOk);
+    ASSERT_EQ(find_page(opened.file(), 0, found), kOk);
+    const Status status = find_stored_picture(opened.file(), found, stored);
+    char text[100];
+    std::snprintf(text, sizeof text, "%s %dx%d %d %d %d", stored.is_fax ? "T6" : "JPEG",
+                  stored.width, stored.height, stored.components, stored.inverted ? 1 : 0,
+                  stored.orientation);
+    EXPECT_EQ(status.ok() ? std::string(text) : std::to_string(status.raw()), expected)
+        << document.text;
+    if (!status.ok()) continue;
+    EXPECT_EQ(document.text.substr(static_cast<std::size_t>(stored.offset),
+                                   static_cast<std::size_t>(stored.bytes)),
+              data);
+  }
+}
+
 TEST(PdfPage, BadIntentionsEndSoon) {
   const auto grey = [](const std::string& more, const std::string& data = kPixels) {
     return with_page("", "9 0 0 9 0 0 cm /P Do", more, data);
@@ -180,8 +249,10 @@ TEST(PdfPage, BadIntentionsEndSoon) {
     return document;
   };
   const std::pair<PdfDocument, Status> cases[] = {
-      {grey("/Width 2147483648/Height 3/BitsPerComponent 8/ColorSpace/DeviceGray"), StatusCode::out_of_memory},
-      {grey("/Width 4/Height 2147483647/BitsPerComponent 8/ColorSpace/DeviceGray"), StatusCode::out_of_memory},
+      {grey("/Width 2147483648/Height 3/BitsPerComponent 8/ColorSpace/DeviceGray"),
+       StatusCode::out_of_memory},
+      {grey("/Width 4/Height 2147483647/BitsPerComponent 8/ColorSpace/DeviceGray"),
+       StatusCode::out_of_memory},
       {grey("/Width 0/Height 3/BitsPerComponent 8/ColorSpace/DeviceGray"), StatusCode::bad_image},
       {grey("/Width 4/Height 3/BitsPerComponent 3/ColorSpace/DeviceGray"), StatusCode::bad_image},
       {grey(kGrey + "/Filter[/Fl/Fl/Fl/Fl/Fl/Fl/Fl/Fl/Fl]"), StatusCode::unsupported},
@@ -190,7 +261,8 @@ TEST(PdfPage, BadIntentionsEndSoon) {
       {with_object(3, "3 0 R"), StatusCode::no_such_page},
       {with_object(2, "<</Type/Pages/Kids 2 0 R/Count 5>>"), StatusCode::no_such_page},
       {with_object(4, "[4 0 R 4 0 R]"), StatusCode::unsupported},
-      {with_object(5, "<</Type/ObjStm/N 1/First 4/Length 5 0 R>>stream\n5 0 /a\nendstream"), StatusCode::unsupported},
+      {with_object(5, "<</Type/ObjStm/N 1/First 4/Length 5 0 R>>stream\n5 0 /a\nendstream"),
+       StatusCode::unsupported},
       {with_object(3, "<</Type/Page/Contents 4 0 R/MediaBox 3 0 R/Resources 3 0 R/Rotate[0]>>"),
        StatusCode::unsupported},
       {with_object(1, "<</Pages 2 0 R/OCProperties 1 0 R>>"), kOk},
@@ -217,13 +289,18 @@ std::vector<PdfDocument> sorts_of_documents() {
   documents.push_back(with_page("/CropBox[0 0 5 5]", "9 0 0 9 0 0 cm /P Do", kGrey, kPixels));
   documents.push_back(documents[0]);
   documents.back().text.resize(documents.back().text.find("xref\n"));
-  documents.push_back(with_page("", "BI/W 2/H 2/BPC 8/CS/G/F/AHx ID 61626364> EI /P Do", kGrey, kPixels));
-  documents.push_back(with_page("", "9 0 0 9 0 0 cm /P Do", kGrey + "/Filter[/AHx/RL]", "0B" "6162636465666768696A6B6C80>"));
-  documents.push_back(with_page("", "9 0 0 9 0 0 cm /P Do",
-                                "/Width 16/Height 1/Filter/CCITTFaxDecode/DecodeParms<</K -1/Columns 16>>",
-                                "\x26\xA0\x01\x00\x10"));
-  documents.push_back(with_page("", "9 0 0 9 0 0 cm /P Do",
-                                "/Width 4/Height 3/BitsPerComponent 8/ColorSpace[/Indexed/DeviceRGB 9(abc)]", kPixels));
+  documents.push_back(
+      with_page("", "BI/W 2/H 2/BPC 8/CS/G/F/AHx ID 61626364> EI /P Do", kGrey, kPixels));
+  documents.push_back(with_page("", "9 0 0 9 0 0 cm /P Do", kGrey + "/Filter[/AHx/RL]",
+                                "0B"
+                                "6162636465666768696A6B6C80>"));
+  documents.push_back(
+      with_page("", "9 0 0 9 0 0 cm /P Do",
+                "/Width 16/Height 1/Filter/CCITTFaxDecode/DecodeParms<</K -1/Columns 16>>",
+                "\x26\xA0\x01\x00\x10"));
+  documents.push_back(with_page(
+      "", "9 0 0 9 0 0 cm /P Do",
+      "/Width 4/Height 3/BitsPerComponent 8/ColorSpace[/Indexed/DeviceRGB 9(abc)]", kPixels));
   return documents;
 }
 

@@ -23,7 +23,8 @@ Bytes document(const std::vector<std::string>& pages, const std::string& more = 
                          "/Resources<</XObject<</P " + reference(2) + ">>>>>>");
     made.add_stream(number + 1, "", "q 1.411765 0 0 2.204082 0 0 cm /P Do Q " + more);
     made.add_stream(number + 2,
-                    "/Subtype/Image/Width 4/Height 3/BitsPerComponent 8/ColorSpace/DeviceGray", data);
+                    "/Subtype/Image/Width 4/Height 3/BitsPerComponent 8/ColorSpace/DeviceGray",
+                    data);
     number += 3;
   }
   made.add(2, "<</Type/Pages/Kids[" + kids + "]/Count " + std::to_string(pages.size()) + ">>");

@@ -242,18 +242,18 @@ Meaning meaning_of(const Value& decode, int components) {
   return usual == 0 ? Meaning::inverted : Meaning::usual;
 }
 
-Status describe_fax(const image::FaxForm& form, Meaning meaning, img_stored_picture& picture) {
+Status describe_fax(const image::FaxForm& form, Meaning meaning, StoredPicture& picture) {
   const bool is_plain = form.coding.scheme == ccitt::Scheme::group4 && !form.coding.byte_aligned &&
                         !form.coding.end_of_line && form.columns == picture.width;
   if (!is_plain || meaning == Meaning::other) return StatusCode::unsupported;
-  picture.coding = IMG_STORED_T6;
+  picture.is_fax = true;
   picture.components = 1;
-  picture.inverted = form.black_is_1 != (meaning == Meaning::inverted) ? 1 : 0;
+  picture.inverted = form.black_is_1 != (meaning == Meaning::inverted);
   return kOk;
 }
 
 Status describe_jpeg(File& file, const Object& object, const image::StreamForm& form,
-                     img_stored_picture& picture) {
+                     StoredPicture& picture) {
   objects::StreamSource source;
   TQ_TRY(source.open(file, object));
   ChunkReader input;
@@ -264,7 +264,6 @@ Status describe_jpeg(File& file, const Object& object, const image::StreamForm& 
   const int usual = header.components == 3 ? 1 : 0;
   const bool is_told = form.jpeg_transform >= 0 && form.jpeg_transform != usual;
   if (header.bits != 8 || (is_told && !header.has_adobe)) return StatusCode::unsupported;
-  picture.coding = IMG_STORED_JPEG;
   picture.components = header.components;
   return kOk;
 }
@@ -275,7 +274,7 @@ const char* device_space(int components) {
 
 }  // namespace
 
-Status find_stored_picture(File& file, const Page& page, img_stored_picture& picture) {
+Status find_stored_picture(File& file, const Page& page, StoredPicture& picture) {
   content::Painting painting;
   TQ_TRY(read_contents(file, page.object, page.resources, page.box, painting));
   const std::span<const Painted> pictures = painting.pictures();
@@ -307,10 +306,9 @@ Status find_stored_picture(File& file, const Page& page, img_stored_picture& pic
   picture.width = header.biWidth;
   picture.height = header.biHeight;
   picture.orientation = orientation;
-  picture.x_resolution = placement.resolution.x;
-  picture.y_resolution = placement.resolution.y;
-  picture.offset = static_cast<std::int32_t>(object.data());
-  picture.bytes = static_cast<std::int32_t>(object.data_bytes());
+  picture.resolution = placement.resolution;
+  picture.offset = object.data();
+  picture.bytes = object.data_bytes();
   Value space = dictionary["ColorSpace"], decode = dictionary["Decode"];
   TQ_TRY(file.resolve(space, space_room));
   TQ_TRY(file.resolve(decode, decode_room));
@@ -319,7 +317,7 @@ Status find_stored_picture(File& file, const Page& page, img_stored_picture& pic
   } else {
     TQ_TRY(describe_jpeg(file, object, form, picture));
     const Meaning meaning = meaning_of(decode, picture.components);
-    picture.inverted = meaning == Meaning::inverted ? 1 : 0;
+    picture.inverted = meaning == Meaning::inverted;
     const bool fits = meaning == Meaning::usual || (picture.inverted && picture.components == 4);
     if (!fits) return StatusCode::unsupported;
   }

@@ -3,7 +3,6 @@
 
 #include "formats/codec.h"
 #include "formats/pdf/page/pages.h"
-#include "include/tarnquill_plugin.h"
 
 namespace tq::pdf::page {
 
@@ -12,8 +11,17 @@ namespace tq::pdf::page {
 Status decode_page(objects::File& file, const Page& page, const formats::RowSink& sink,
                    bool& left_out);
 
-// A page that is one picture, whole, whose coded data another file could hold as they are; else
-// unsupported.
-Status find_stored_picture(objects::File& file, const Page& page, img_stored_picture& picture);
+// Coded data that another file could hold as they are.
+struct StoredPicture {
+  bool is_fax = false;                 // ITU-T T.6; else a JPEG stream
+  std::int64_t offset = 0, bytes = 0;  // in the file
+  std::int32_t width = 0, height = 0, components = 1;
+  bool inverted = false;  // inks whose 0 is all of it; of a fax: what is coded as black is white
+  int orientation = 1;    // as TIFF counts
+  Resolution resolution;  // as it is turned
+};
+
+// Of a page that is one picture, whole; else unsupported.
+Status find_stored_picture(objects::File& file, const Page& page, StoredPicture& picture);
 
 }  // namespace tq::pdf::page

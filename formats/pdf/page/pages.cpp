@@ -281,6 +281,7 @@ Status count_pages(File& file, std::int32_t& count) {
 }
 
 Status find_page(File& file, std::int32_t number, Page& page) {
+  if (number < 0) return StatusCode::page_past_end;
   {
     Tree tree(file);
     bool found = false;
