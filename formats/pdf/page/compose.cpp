@@ -32,6 +32,10 @@ Matrix shown(const Page& page) {
   }
 }
 
+double length(double x, double y) {
+  return std::sqrt(x * x + y * y);
+}
+
 std::int32_t clamped(double value) {
   return static_cast<std::int32_t>(std::clamp(value, -1e9, 1e9));
 }
@@ -73,7 +77,7 @@ struct Density {
 
 Density density_of(const Layer& layer, const Matrix& to_shown) {
   const Matrix m = layer.painted->matrix * to_shown;
-  const double across = std::hypot(m.a, m.b), down = std::hypot(m.c, m.d);
+  const double across = length(m.a, m.b), down = length(m.c, m.d);
   if (!(across > 0) || !(down > 0)) return {};
   const double x = layer.width / across, y = layer.height / down;
   return std::abs(m.a) >= std::abs(m.b) ? Density{x, y} : Density{y, x};
@@ -218,8 +222,8 @@ class LayerPainter {
 
   Status paint(const RowSink& damage) {
     const Matrix& m = to_canvas_;
-    width_ = reduced(picture_.width(), std::hypot(m.a, m.b));
-    height_ = reduced(picture_.height(), std::hypot(m.c, m.d));
+    width_ = reduced(picture_.width(), length(m.a, m.b));
+    height_ = reduced(picture_.height(), length(m.c, m.d));
     const bool means = canvas_.bits() > 1;
     TQ_TRY(reducer_.open(picture_.width(), picture_.height(), width_, height_, means));
     TQ_TRY(picture_.load_alpha(damage.notes));
@@ -283,10 +287,10 @@ class LayerPainter {
     return kOk;
   }
 
-  // Which of so many pixels along the way from `origin` over `length` lies here.
-  static std::int32_t place_of(double at, double origin, double length, std::int32_t pixels,
+  // Which of so many pixels along the way from `origin` over `whole` lies here.
+  static std::int32_t place_of(double at, double origin, double whole, std::int32_t pixels,
                                bool from_end) {
-    const double share = (at - origin) / length;
+    const double share = (at - origin) / whole;
     const double place = std::floor((from_end ? 1 - share : share) * pixels);
     return std::clamp(clamped(place), 0, pixels - 1);
   }

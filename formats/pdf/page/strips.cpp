@@ -12,6 +12,10 @@ using content::Painted;
 using content::Rectangle;
 using formats::RowSink;
 
+double length(double x, double y) {
+  return std::sqrt(x * x + y * y);
+}
+
 Rectangle bounds(const Matrix& matrix) {
   return transformed({0, 0, 1, 1}, matrix);
 }
@@ -34,19 +38,18 @@ std::span<Strips::Strip> Strips::strips() const {
 bool Strips::add(const image::Picture& picture, const Painted& painted, Strip& strip) {
   const HeaderBlock& own = picture.image();
   const Matrix &first = strips()[0].painted->matrix, &m = painted.matrix;
-  const double length = std::hypot(first.c, first.d), width = std::hypot(first.a, first.b);
-  const double row = length / strips()[0].height, column = width / image_.header.biWidth;
-  strip = {&painted, own.header.biHeight,
-           -((m.e + m.c) * first.c + (m.f + m.d) * first.d) / length};
+  const double down = length(first.c, first.d), across = length(first.a, first.b);
+  const double row = down / strips()[0].height, column = across / image_.header.biWidth;
+  strip = {&painted, own.header.biHeight, -((m.e + m.c) * first.c + (m.f + m.d) * first.d) / down};
   has_runs_ = has_runs_ && picture.has_runs();
   const bool looks_same = own.header.biWidth == image_.header.biWidth &&
                           own.header.biBitCount == image_.header.biBitCount &&
                           own.palette == image_.palette;
   const bool stands_alone = picture.is_opaque() || own.header.biBitCount == 1;
   if (!looks_same || !stands_alone || is_cut(painted)) return false;
-  const double scale = own.header.biHeight * row / length;
-  return std::hypot(m.a - first.a, m.b - first.b) <= column / 2 &&
-         std::hypot(m.c - first.c * scale, m.d - first.d * scale) <= row / 2;
+  const double scale = own.header.biHeight * row / down;
+  return length(m.a - first.a, m.b - first.b) <= column / 2 &&
+         length(m.c - first.c * scale, m.d - first.d * scale) <= row / 2;
 }
 
 bool Strips::join() {
@@ -65,9 +68,9 @@ bool Strips::join() {
   for (std::size_t i = 1; i < all.size(); ++i) {
     height += all[i].height;
     const Matrix &above = all[i - 1].painted->matrix, &m = all[i].painted->matrix;
-    const double row = std::hypot(m.c, m.d) / all[i].height;
-    const double column = std::hypot(m.a, m.b) / image_.header.biWidth;
-    const double gap = std::hypot(m.e + m.c - above.e, m.f + m.d - above.f);
+    const double row = length(m.c, m.d) / all[i].height;
+    const double column = length(m.a, m.b) / image_.header.biWidth;
+    const double gap = length(m.e + m.c - above.e, m.f + m.d - above.f);
     if (!(gap <= std::min(row, column) / 2)) return false;
   }
   if (height > INT32_MAX) return false;
