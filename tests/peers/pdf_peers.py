@@ -3,6 +3,7 @@
 the pictures that they were made of, or what another program shows.
 
     pdf_peers.py LIBRARY MODULE     exit code 77 without Pillow and pikepdf, or without the module for documents"""
+import ctypes
 import io
 import pathlib
 import random
@@ -52,9 +53,15 @@ def text_page(width=401, height=263):
 
 
 def inks_to_rgb(picture):
-    """As this library does it without profiles: black is added to the others."""
+    """As this library does it without profiles."""
     *inks, black = picture.split()
-    return Image.merge("RGB", [ImageChops.invert(ImageChops.add(ink, black)) for ink in inks])
+    light = list(black.getdata())
+    planes = []
+    for ink in inks:
+        plane = Image.new("L", picture.size)
+        plane.putdata([((255 - i) * (255 - k) + 127) // 255 for i, k in zip(ink.getdata(), light)])
+        planes.append(plane)
+    return Image.merge("RGB", planes)
 
 
 def packed(samples, bits, per_row):
@@ -191,6 +198,13 @@ class Run:
         add_page(document, [picture], [side * 72 / 200 for side in arguments[1]])
         return self.save(document)
 
+    def high_bytes(self, handle, header):
+        row, data = ctypes.create_string_buffer((header["width"] * 2 + 3) // 4 * 4), b""
+        for y in range(header["height"]):
+            self.library.checked("IMGLOW_get_raster", handle, row, y, len(row))
+            data += row.raw[1:2 * header["width"]:2]
+        return Image.frombytes("L", (header["width"], header["height"]), data).convert("RGB")
+
     def check(self, name, path, expected, bits=None, levels=0, page=0, dpi=None):
         """`expected`: a picture, or a number of dots per inch at which pdftoppm shows it. `levels`: how far the
         means of 8 by 8 pixels may be apart; 0: everything is the same."""
@@ -201,10 +215,10 @@ class Run:
             failures.append(f"{name}: {error}")
             return
         header = self.library.header(handle)
-        seen = self.library.rgb(handle)
+        seen = self.high_bytes(handle, header) if header["bits"] == 16 else self.library.rgb(handle)
         self.library.delete(handle)
         if isinstance(expected, (int, float)):
-            expected = shown(path, page, expected)
+            expected = shown(path, page, expected).crop((0, 0, header["width"], header["height"]))
         if bits and header["bits"] != bits:
             failures.append(f"{name}: {header['bits']} bits a pixel, not {bits}")
         if dpi and abs(header["x_dpi"] - dpi) > 1:
@@ -235,13 +249,13 @@ def check_filters(run):
         for picture, samples in ((grey, 1), (rgb, 3)):
             data, row = picture.tobytes(), picture.width * samples
             rows = {1: data, 2: tiff_rows(data, row, samples)}.get(predictor) or png_rows(data, row, samples)
-            parameters = Dictionary(Predictor=predictor, Colors=samples, Columns=picture.width)
+            numbers = {"Predictor": predictor, "Colors": samples, "Columns": picture.width}
             space = Name.DeviceGray if samples == 1 else Name.DeviceRGB
             for early in (0, 1):
                 path = run.one_image(lzw(rows, early), picture.size, 8, space, Filter=Name.LZWDecode,
-                                     DecodeParms=Dictionary(EarlyChange=early, **dict(parameters)))
+                                     DecodeParms=Dictionary(EarlyChange=early, **numbers))
                 run.check(f"LZW, early {early}, predictor {predictor}, {samples}", path, picture, 8 if samples == 1 else 24)
-            path = run.one_image(zlib.compress(rows), picture.size, 8, space, Filter=Name.FlateDecode, DecodeParms=parameters)
+            path = run.one_image(zlib.compress(rows), picture.size, 8, space, Filter=Name.FlateDecode, DecodeParms=Dictionary(**numbers))
             run.check(f"Flate, predictor {predictor}, {samples}", path, picture, dpi=200)
     data, nothing = rgb.tobytes(), Dictionary()
     codings = {"plain": (data, None), "ASCII85": (ascii85(data), Name.ASCII85Decode),

@@ -7,7 +7,7 @@
 #include "core/numbers.h"
 #include "formats/pdf/image/filters.h"
 #include "formats/pdf/image/tint.h"
-#include "pixels/colours.h"
+#include "pixels/rows.h"
 
 namespace tq::pdf::image {
 namespace {
@@ -207,8 +207,11 @@ Rgb ColourSpace::colour(const std::uint8_t* levels) const {
     }
     case Kind::rgb:
       return {levels[2], levels[1], levels[0], 0};
-    case Kind::cmyk:
-      return pixels::colour_of_cmyk(levels);
+    case Kind::cmyk: {
+      std::uint8_t bgr[3];
+      pixels::inks_to_colours({levels, 4}, 1, bgr);
+      return {bgr[0], bgr[1], bgr[2], 0};
+    }
     case Kind::lab: {
       const auto value = [&](int i) {
         return lowest(i) + levels[i] * (highest(i) - lowest(i)) / 255;

@@ -341,10 +341,13 @@ void Picture::fill_colours(Bytes stored, Bytes row, std::int32_t y, std::span<Rg
     }
     return;
   }
-  pixels::row_to_colours(row, {own.header.biWidth, own.header.biBitCount, true, own.palette},
-                         colours);
+  if (own.header.biBitCount < 32) {
+    pixels::row_to_colours(row, {own.header.biWidth, own.header.biBitCount, false, own.palette},
+                           colours);
+  }
   for (std::int32_t x = 0; x < width(); ++x) {
     Rgb& colour = colours[x];
+    if (own.header.biBitCount == 32) colour = samples_.space().colour(&row[4 * x]);
     colour.reserved = has_key_ && is_key(stored, x) ? 0 : 255;
     if (!has_matte_) continue;
     const int alpha = alpha_.at(x, y);
