@@ -280,6 +280,12 @@ TEST(PdfCompose, WhatCannotBeReadIsLeftOut) {
   EXPECT_EQ(result.damage, StatusCode::unsupported);
   EXPECT_EQ(composed(pictures, {painted(6, whole), painted(6, whole)}, page).status,
             StatusCode::bad_image);
+  // What nobody sees says nothing about the page.
+  Painted beside = painted(7, {.a = 1, .d = 1, .e = 1});
+  result = composed(pictures, {beside, painted(5, whole)}, page);
+  EXPECT_EQ(result.rows, "10 ");
+  EXPECT_EQ(result.damage, StatusCode::ok);
+  EXPECT_EQ(composed(pictures, {beside, beside}, page).status, StatusCode::unsupported);
   result = composed(pictures, {painted(7, whole)}, page);
   EXPECT_EQ(result.rows, "1122 3300 ");
   EXPECT_EQ(result.damage, StatusCode::read_failed);

@@ -357,6 +357,38 @@ def check_jpeg(run):
     run.check("a frame of another size", path, Image.open(data), 24, levels=4)
 
 
+    # Converted inks, by TurboJPEG; colours that only the dictionary knows for colours, by cjpeg.
+    try:
+        turbo = ctypes.CDLL("libturbojpeg.so.0")
+    except OSError:
+        turbo = None
+    if turbo:
+        turbo.tjInitCompress.restype = ctypes.c_void_p
+        inks = photo("CMYK", 160, 117)
+        stored, size = ctypes.c_void_p(), ctypes.c_ulong()
+        cmyk, half = 11, 2
+        if turbo.tjCompress2(ctypes.c_void_p(turbo.tjInitCompress()), bytes(255 - b for b in inks.tobytes()), 160, 0, 117,
+                             cmyk, ctypes.byref(stored), ctypes.byref(size), half, 90, 0) == 0:
+            data = ctypes.string_at(stored, size.value)
+            expected = inks_to_rgb(Image.open(io.BytesIO(data)))
+            for inverted in (True, False):
+                path = run.one_image(data, (160, 117), 8, Name.DeviceCMYK, Filter=Name.DCTDecode,
+                                     Decode=Array([1, 0] * 4) if inverted else None)
+                other = inks_to_rgb(ImageChops.invert(Image.open(io.BytesIO(data))))
+                run.check(f"JPEG YCCK {inverted}", path, expected if inverted else other, levels=4)
+    if shutil.which("cjpeg"):
+        rgb = photo("RGB", 160, 117)
+        source = io.BytesIO()
+        rgb.save(source, "PPM")
+        data = subprocess.run(["cjpeg", "-rgb", "-quality", "90"], input=source.getvalue(), capture_output=True).stdout
+        adobe = data.find(b"\xff\xee")
+        if adobe > 0:
+            data = data[:adobe] + data[adobe + 2 + int.from_bytes(data[adobe + 2:adobe + 4], "big"):]
+        path = run.one_image(data, rgb.size, 8, Name.DeviceRGB, Filter=Name.DCTDecode,
+                             DecodeParms=Dictionary(ColorTransform=0))
+        run.check("JPEG of colours", path, rgb, levels=4)
+
+
 def check_masks(run):
     rgb, grey, text = photo("RGB"), photo("L"), text_page(83, 61)
     alpha = Image.new("L", rgb.size)
@@ -504,6 +536,17 @@ def check_programs(run):
                                    f"-sOutputFile={again}", path], capture_output=True)
             if done.returncode == 0:
                 run.check(f"Ghostscript, {mode}", again, picture)
+    try:
+        from reportlab.pdfgen import canvas
+        from reportlab.lib.utils import ImageReader
+        path = run.path()
+        paper = canvas.Canvas(str(path), pagesize=rgb.size)
+        paper.drawImage(ImageReader(rgb), 0, 0)
+        paper.showPage()
+        paper.save()
+        run.check("reportlab", path, rgb)
+    except ImportError:
+        pass
     try:
         import cairo
     except ImportError:

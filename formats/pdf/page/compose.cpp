@@ -83,7 +83,8 @@ Density density_of(const Layer& layer, const Matrix& to_shown) {
   return std::abs(m.a) >= std::abs(m.b) ? Density{x, y} : Density{y, x};
 }
 
-void make_plan(std::span<const Layer> layers, const Page& page, Plan& plan) {
+// unsupported where nothing is seen.
+Status make_plan(std::span<const Layer> layers, const Page& page, Plan& plan) {
   constexpr double kSmall = 0.05, kMostDots = 1200, kPoints = 72;
   constexpr double kMost = 1 << 30;  // pixels, and bytes
   const Rectangle& box = page.box;
@@ -92,16 +93,20 @@ void make_plan(std::span<const Layer> layers, const Page& page, Plan& plan) {
   Density most, most_of_small;
   bool two_levels = true, grey = true;
   for (const Layer& layer : layers) {
-    if (layer.is_left_out) continue;
+    const Matrix& m = layer.painted->matrix;
+    const Rectangle place = intersection(transformed({0, 0, 1, 1}, m), layer.painted->clip);
+    const Rectangle seen = intersection(place, box);
+    if (layer.is_left_out || seen.is_empty()) continue;
     two_levels = two_levels && layer.is_two_levels;
     grey = grey && layer.is_grey;
-    const Matrix& m = layer.painted->matrix;
-    const bool small = std::abs(m.a * m.d - m.b * m.c) < kSmall * width * height;
+    const double area = std::min(std::abs(m.a * m.d - m.b * m.c), seen.area());
+    const bool small = area < kSmall * width * height;
     Density& known = small ? most_of_small : most;
     const Density own = density_of(layer, to_shown);
     known = {std::max(known.x, own.x), std::max(known.y, own.y)};
   }
   if (most.x == 0 || most.y == 0) most = most_of_small;
+  if (most.x == 0 || most.y == 0) return StatusCode::unsupported;
   const double per_unit = kMostDots * page.user_unit / kPoints;
   double x = std::min(most.x, per_unit), y = std::min(most.y, per_unit);
   const bool on_side = page.rotate == 90 || page.rotate == 270;
@@ -125,6 +130,7 @@ void make_plan(std::span<const Layer> layers, const Page& page, Plan& plan) {
         std::clamp(std::floor(dots + 0.5), 0.0, static_cast<double>(Resolution::kMost)));
   };
   plan.resolution = {thousandths(x), thousandths(y)};
+  return kOk;
 }
 
 // --- One picture ---
@@ -202,6 +208,7 @@ class LayerPainter {
   // Pixels that this takes: of the picture, and of the canvas.
   std::int64_t work() const {
     return std::int64_t{picture_.width()} * picture_.height() +
+           std::int64_t{picture_.alpha_width()} * picture_.alpha_height() +
            std::int64_t{box_.right - box_.left} * (box_.bottom - box_.top);
   }
   bool is_seen() const { return box_.left < box_.right && box_.top < box_.bottom; }
@@ -416,7 +423,7 @@ Status compose(objects::File& file, std::span<const Painted> pictures, const Pag
   TQ_TRY(layers.allocate(std::ssize(pictures)));
   TQ_TRY(read_layers(file, pictures, layers.pixels()));
   Plan plan;
-  make_plan(layers.pixels(), page, plan);
+  TQ_TRY(make_plan(layers.pixels(), page, plan));
   HeaderBlock image = dib_header(plan.width, plan.height, plan.bits);
   if (plan.bits <= 8) image.palette = pixels::grey_levels(plan.bits);
   image.header.biXPelsPerMeter = (plan.resolution.x + 500) / 1000;
