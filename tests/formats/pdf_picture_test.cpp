@@ -3,7 +3,9 @@
 
 #include "formats/pdf/image/picture.h"
 #include "tests/support/collecting_sink.h"
+#include "tests/support/fax_page.h"
 #include "tests/support/pdf_document.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq::test {
 namespace {
@@ -352,6 +354,84 @@ TEST(PdfPicture, DepthsAndPixels) {
       palette.insert(palette.end(), {entry.blue, entry.green, entry.red});
     }
     EXPECT_EQ(hex_of(palette), c.palette);
+  }
+}
+
+Decoded coded(const std::string& entries, const std::string& filter, const std::string& parameters,
+              const Bytes& data) {
+  return decoded({entries + "/Filter[/AHx/" + filter + "]/DecodeParms[null<<" + parameters + ">>]",
+                  hex_of(data)});
+}
+
+TEST(PdfPicture, Facsimiles) {
+  constexpr int kWidth = 173, kHeight = 40;
+  const auto page = printed_page(kWidth, kHeight, 9, 5);
+  const struct {
+    ccitt::Scheme scheme;
+    const char* parameters;
+  } cases[] = {{ccitt::Scheme::group4, "/K -1"},
+               {ccitt::Scheme::group3_1d, "/EndOfLine true"},
+               {ccitt::Scheme::group3_2d, "/K 4/EndOfLine true"}};
+  for (const auto& c : cases) {
+    PageSupplier supplier(page, false);
+    Bytes data;
+    {
+      const MemoryFile file;
+      StreamWriter out;
+      ASSERT_EQ(out.open(MemoryFile::kHandle, formats::kFaxChunk), kOk);
+      const formats::FaxStrip strip{
+          .coding = {.scheme = c.scheme}, .width = kWidth, .rows = kHeight};
+      ASSERT_EQ(encode_fax_strip(out, strip, supplier.supplier()), kOk);
+      ASSERT_EQ(out.flush(), kOk);
+      data = file.bytes;
+    }
+    for (const bool inverted : {false, true}) {
+      for (const int width : {kWidth, kWidth - 9, kWidth + 9}) {
+        SCOPED_TRACE(testing::Message() << c.parameters << inverted << width);
+        const Decoded picture = coded(
+            "/Height 40/Width " + std::to_string(width), "CCITTFaxDecode",
+            std::string(c.parameters) + "/Columns 173" + (inverted ? "/BlackIs1 true" : ""), data);
+        ASSERT_EQ(picture.status, kOk);
+        EXPECT_EQ(picture.image.header.biBitCount, 1);
+        EXPECT_EQ(picture.damage, StatusCode::ok);
+        ASSERT_EQ(picture.rows.size(), page.size());
+        for (std::size_t y = 0; y < page.size(); ++y) {
+          for (int x = 0; x < width; ++x) {
+            const bool black = x < kWidth && page[y][x];
+            const int bit = picture.rows[y][x / 8] >> (7 - x % 8) & 1;
+            ASSERT_EQ(bit, black == inverted ? 1 : 0) << x << ' ' << y;
+          }
+        }
+      }
+    }
+  }
+}
+
+// Streams mean what their frames say, and files of inks are inverted only by the dictionary.
+TEST(PdfPicture, JpegStreams) {
+  constexpr char kInverted[] = "/Decode[1 0 1 0 1 0 1 0]";
+  const struct {
+    const char *name, *entries;
+  } cases[] = {{"grey", "/ColorSpace/DeviceRGB"},
+               {"420", "/ColorSpace/DeviceRGB/Width 1/Height 9"},
+               {"420-progressive", ""},
+               {"rgb", "/ColorSpace/DeviceRGB"},
+               {"cmyk", kInverted},
+               {"ycck", kInverted}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Bytes file = file_content("corpus/jpeg/" + std::string(c.name) + ".jpg");
+    CollectingSink expected;
+    {
+      const MemoryFile memory(file);
+      formats::DecodeRequest request{MemoryFile::kHandle, 0, expected.sink()};
+      ASSERT_TRUE(request.options.set(IMG_OPTION_READING, 1));
+      ASSERT_EQ(jpeg::decode_jpeg(request), kOk);
+    }
+    const Decoded picture = coded(c.entries, "DCTDecode", "", file);
+    ASSERT_EQ(picture.status, kOk);
+    EXPECT_EQ(picture.image.header.biBitCount, expected.header.header.biBitCount);
+    EXPECT_EQ(picture.rows, expected.image());
   }
 }
 
