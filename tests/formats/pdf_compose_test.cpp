@@ -323,6 +323,8 @@ TEST(PdfStrips, AbutToHalfAPixel) {
   const Painted middle = painted(6, {.a = 8, .d = 1, .f = 2}), end = painted(8, {.a = 8, .d = 2});
   Painted clipped = middle;
   clipped.clip = {0, 0, 4, 5};
+  Painted clipped_too = top;  // as all are by the page
+  clipped_too.clip = clipped.clip;
   Painted slanted = middle, apart = middle, wide = middle;
   slanted.matrix.b = 1;
   apart.matrix.f -= .6;
@@ -344,6 +346,7 @@ TEST(PdfStrips, AbutToHalfAPixel) {
       {"slanted", {top, slanted}, false, ""},
       {"of another kind", {top, painted(7, middle.matrix)}, false, ""},
       {"cut", {top, clipped}, false, ""},
+      {"cut alike", {clipped_too, clipped}, true, "010203"},
       {"one over the other", {top, top}, false, ""},
   };
   for (const auto& c : cases) {
@@ -355,7 +358,7 @@ TEST(PdfStrips, AbutToHalfAPixel) {
     EXPECT_EQ(strips.image().header.biHeight, std::ssize(c.rows) / 2);
     EXPECT_DOUBLE_EQ(strips.matrix().a, 8);
     EXPECT_DOUBLE_EQ(strips.matrix().d, static_cast<double>(c.rows.size()) / 2);
-    EXPECT_DOUBLE_EQ(strips.matrix().f, 0);
+    EXPECT_DOUBLE_EQ(strips.matrix().f, c.list.size() == 1 ? 0 : 5 - strips.matrix().d);
     CollectingSink sink;
     ASSERT_EQ(strips.decode(sink.sink(), formats::FaxRows::bits), kOk);
     std::string rows;

@@ -20,6 +20,10 @@ Rectangle bounds(const Matrix& matrix) {
   return transformed({0, 0, 1, 1}, matrix);
 }
 
+bool is_same(const Rectangle& a, const Rectangle& b) {
+  return a.left == b.left && a.bottom == b.bottom && a.right == b.right && a.top == b.top;
+}
+
 bool is_cut(const Painted& painted) {
   constexpr double kSlack = 1e-3;
   const Rectangle box = bounds(painted.matrix);
@@ -46,7 +50,9 @@ bool Strips::add(const image::Picture& picture, const Painted& painted, Strip& s
                           own.header.biBitCount == image_.header.biBitCount &&
                           own.palette == image_.palette;
   const bool stands_alone = picture.is_opaque() || own.header.biBitCount == 1;
-  if (!looks_same || !stands_alone || is_cut(painted)) return false;
+  one_clip_ = one_clip_ && is_same(painted.clip, strips()[0].painted->clip);
+  any_cut_ = any_cut_ || is_cut(painted);
+  if (!looks_same || !stands_alone || (any_cut_ && !one_clip_)) return false;
   const double scale = own.header.biHeight * row / down;
   return length(m.a - first.a, m.b - first.b) <= column / 2 &&
          length(m.c - first.c * scale, m.d - first.d * scale) <= row / 2;
@@ -63,7 +69,7 @@ bool Strips::join() {
              .d = top.f + top.d - bottom.f,
              .e = bottom.e,
              .f = bottom.f};
-  clip_ = bounds(matrix_);
+  clip_ = one_clip_ ? all[0].painted->clip : bounds(matrix_);
   std::int64_t height = all[0].height;
   for (std::size_t i = 1; i < all.size(); ++i) {
     height += all[i].height;

@@ -36,6 +36,7 @@ class Strips {
   GlobalBlock strips_;
   std::ptrdiff_t count_ = 0;
   bool is_one_ = false, has_runs_ = false;
+  bool one_clip_ = true, any_cut_ = false;  // of all; by it
   HeaderBlock image_;
   content::Matrix matrix_;
   content::Rectangle clip_;
