@@ -69,6 +69,11 @@ std::int32_t IMG_CALL IMG_get_option(std::int32_t option) {
   return value >= 0 ? value : IMG_UNSUPPORTED;
 }
 
+std::int32_t IMG_CALL IMG_set_option_text(std::int32_t number, const char* text) {
+  const tq::Serialised serialised;
+  return tq::context().texts.set(number, text).raw();
+}
+
 std::int32_t IMG_CALL IMG_library_version(void) {
   return TARNQUILL_VERSION_MAJOR * 10000 + TARNQUILL_VERSION_MINOR * 100 + TARNQUILL_VERSION_PATCH;
 }

@@ -21,6 +21,14 @@ z_stream& zlib(const GlobalBlock& block) {
   return *reinterpret_cast<z_stream*>(block.data());
 }
 
+// With its functions of memory set.
+z_stream* new_stream(const GlobalBlock& block) {
+  z_stream* const stream = new (block.data()) z_stream{};
+  stream->zalloc = allocate;
+  stream->zfree = release;
+  return stream;
+}
+
 }  // namespace
 
 Decoder::~Decoder() {
@@ -37,10 +45,7 @@ Status Decoder::start(coding::PieceSource data) {
   }
   GlobalBlock block;
   TQ_TRY(block.allocate(sizeof(z_stream)));
-  z_stream* const stream = new (block.data()) z_stream{};
-  stream->zalloc = allocate;
-  stream->zfree = release;
-  if (inflateInit(stream) != Z_OK) return StatusCode::out_of_memory;
+  if (inflateInit(new_stream(block)) != Z_OK) return StatusCode::out_of_memory;
   // zlib's state knows its stream by the address, which stays.
   stream_ = std::move(block);
   return kOk;
@@ -67,6 +72,30 @@ std::ptrdiff_t Decoder::read(std::span<std::uint8_t> bytes) {
     ended_ = result != Z_OK && (result != Z_BUF_ERROR || !had_input);
   }
   return filled;
+}
+
+Encoder::~Encoder() {
+  if (stream_.size() != 0) deflateEnd(&zlib(stream_));
+}
+
+Status Encoder::start(int level) {
+  GlobalBlock block;
+  TQ_TRY(block.allocate(sizeof(z_stream)));
+  if (deflateInit(new_stream(block), level) != Z_OK) return StatusCode::out_of_memory;
+  stream_ = std::move(block);
+  return kOk;
+}
+
+std::ptrdiff_t Encoder::write(std::span<const std::uint8_t>& bytes, bool last,
+                              std::span<std::uint8_t> room) {
+  z_stream& stream = zlib(stream_);
+  stream.next_in = const_cast<std::uint8_t*>(bytes.data());
+  stream.avail_in = static_cast<unsigned>(bytes.size());
+  stream.next_out = room.data();
+  stream.avail_out = static_cast<unsigned>(room.size());
+  ended_ = deflate(&stream, last ? Z_FINISH : Z_NO_FLUSH) == Z_STREAM_END;
+  bytes = bytes.last(stream.avail_in);
+  return std::ssize(room) - stream.avail_out;
 }
 
 }  // namespace tq::deflate

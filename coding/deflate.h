@@ -1,5 +1,5 @@
 // Deflate in a zlib stream (RFC 1950, RFC 1951), over zlib. Built without it, start() answers
-// unsupported.
+// unsupported, in both directions.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +32,27 @@ class Decoder {
   coding::PieceSource data_;
   bool ended_ = true, broken_ = false;
   Status status_ = kOk;
+};
+
+class Encoder {
+ public:
+  Encoder() = default;
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+  ~Encoder();
+
+  // Once. `level` is zlib's, 1 to 9. out_of_memory.
+  Status start(int level);
+
+  // Takes bytes from the front of `bytes`, and codes some into `room`; answers how many. To be called
+  // until `bytes` is empty, and, for those that are the last, until has_ended().
+  std::ptrdiff_t write(std::span<const std::uint8_t>& bytes, bool last,
+                       std::span<std::uint8_t> room);
+  bool has_ended() const { return ended_; }
+
+ private:
+  GlobalBlock stream_;  // zlib's
+  bool ended_ = false;
 };
 
 }  // namespace tq::deflate

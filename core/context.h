@@ -10,6 +10,7 @@
 
 #include "core/image_record.h"
 #include "core/options.h"
+#include "core/texts.h"
 #include "include/tarnquill.h"
 #include "platform/thread.h"
 
@@ -98,6 +99,7 @@ struct Context {
   std::atomic<const void*> inside = nullptr;  // the token of a thread inside of an export
   Settings settings;
   Options options;
+  Texts texts;
   Damage last_damage;  // of the last decode
   StreamState streams;
   const void* module_request = nullptr;  // that a module's entry was called for, while it runs

@@ -29,12 +29,14 @@ void give_back(void* value) {
 
 // The library may be unloaded while the process goes on.
 __attribute__((destructor)) void release_at_unload() {
-  release_kept_blocks(the_context.memory);
   for (Context*& context : table.contexts) {
     if (context == nullptr) continue;
+    context->texts.clear();
     release_kept_blocks(context->memory);
     platform::block_free(std::exchange(context, nullptr));
   }
+  the_context.texts.clear();
+  release_kept_blocks(the_context.memory);
 }
 
 }  // namespace
@@ -81,6 +83,7 @@ Status delete_context(std::int32_t number) {
   const bool entered = platform::set_thread_value(old);
   if (entered) {
     while (old->images.in_use > 0) (void)free_image_slot(ImageHandle{old->images.in_use - 1});
+    old->texts.clear();
     release_kept_blocks(old->memory);
     platform::set_thread_value(own);
   }

@@ -60,7 +60,8 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
   if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
   const Resolution resolution = resolution_of(image_record(handle));
   return type.encode(
-      {stream, &header, supplier.callback(), &type, cmyk, place, options, resolution});
+      {stream, &header, supplier.callback(), &type, cmyk, place, options, resolution,
+       &context().texts});
 }
 
 // What a save by name writes to.
@@ -145,7 +146,8 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
                        is_cmyk(header.header),
                        {},
                        context().options,
-                       resolution_of(header.header)});
+                       resolution_of(header.header),
+                       &context().texts});
 }
 
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
@@ -171,7 +173,7 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   const std::uint64_t serial = image_record(handle).serial;
   const bool safe = options.get(IMG_OPTION_SAFE_SAVING) == 1;
   Output output(file_name(name), safe);
-  formats::AppendPlace place{.over_debris = safe};
+  formats::AppendPlace place{.over_debris = safe, .options = options};
   TQ_TRY(output.open(*type, place));
   // A caller's own functions have looked at the existing file, and may have changed or deleted the
   // image.

@@ -11,6 +11,7 @@
 #include "core/numbers.h"
 #include "core/options.h"
 #include "core/status.h"
+#include "core/texts.h"
 #include "include/tarnquill.h"
 #include "io/byte_stream.h"
 
@@ -132,6 +133,7 @@ struct AppendPlace {
   std::int64_t link = 0;  // 0: nobody has looked
   std::int32_t page = 0;
   bool over_debris = false;  // asked for: what an addition that was cut off has left does not count
+  Options options{};         // as they were when the call began
 };
 
 struct FileType;
@@ -146,6 +148,7 @@ struct EncodeRequest {
   AppendPlace place = {};
   Options options{};        // as they were when the call began
   Resolution resolution{};  // of the image, more exactly than its header can say
+  const Texts* texts = nullptr;  // of the document
 
   std::int32_t variant() const;
   bool is_safe() const { return options.get(IMG_OPTION_SAFE_SAVING) == 1; }

@@ -689,6 +689,20 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *                      200) have three components; no image changes the sampling factors that are set
  *   JPEG_OPTIMISE      1: Huffman codes are made for the picture, whose coefficients are kept for it
  *   JPEG_PROGRESSIVE   1: progressive files, with such codes
+ *   PDF_WRITING        1: PDF pages as other programs show them: the colours and inks of the picture, 1 bit
+ *                      as Group 4, the rest as JPEG (as with JPEG_WRITING); a page of the picture's own
+ *                      size, or of a given one; 16 bits are IMG_WRONG_DEPTH. Pages are added also to
+ *                      documents of other programs, if these are whole and not encrypted, and all pages
+ *                      cost the same; a document that is continued so takes no page without this option
+ *   PDF_PAGE_WIDTH,    tenths of a point, up to 144000: pages of this size, with the picture in the middle
+ *   PDF_PAGE_HEIGHT    (0 in either: each picture has a page of its size at its resolution)
+ *   PDF_MARGIN         tenths of a point on all sides, up to 72000: of a given page, or around the picture.
+ *                      IMG_UNSUPPORTED where they leave nothing of a page
+ *   PDF_FIT            on given pages: 0: as large as fits; 1: in its true size, smaller if it is too
+ *                      large; 2, 3: the same, and the page is turned where that makes the picture larger
+ *   PDF_DEFAULT_DPI    up to 4800: the resolution of pictures that know none (0: 72)
+ *   PDF_LOSSLESS       1: 4, 8 and 24 bits, and 32 of blue, green, red, without loss, by Deflate; inks
+ *                      stay JPEG. IMG_UNSUPPORTED in a library without it
  *   SAFE_SAVING        1: a save by name that fails, or is ended at any moment, leaves the file that was
  *                      there as it was, or nothing. A new file is written beside it, under its name and
  *                      .tarnquill-xxxxxxxx.tmp, and takes its place when it is whole, with its rights
@@ -722,6 +736,13 @@ enum {
   IMG_OPTION_JPEG_WRITING = 20,
   IMG_OPTION_JPEG_OPTIMISE = 21,
   IMG_OPTION_JPEG_PROGRESSIVE = 22,
+  IMG_OPTION_PDF_WRITING = 30,
+  IMG_OPTION_PDF_PAGE_WIDTH = 31,
+  IMG_OPTION_PDF_PAGE_HEIGHT = 32,
+  IMG_OPTION_PDF_MARGIN = 33,
+  IMG_OPTION_PDF_FIT = 34,
+  IMG_OPTION_PDF_DEFAULT_DPI = 35,
+  IMG_OPTION_PDF_LOSSLESS = 36,
   IMG_OPTION_SAFE_SAVING = 40,
   IMG_OPTION_UTF8_NAMES = 41,
   IMG_OPTION_SERIALISE = 42,
@@ -738,6 +759,26 @@ enum {
  * option or a value that it cannot have. */
 IMG_API int32_t IMG_CALL IMG_set_option(int32_t option, int32_t value);
 IMG_API int32_t IMG_CALL IMG_get_option(int32_t option);
+
+/* Texts for the PDF documents that are begun from now on with PDF_WRITING; added pages keep those that
+ * are there. The library keeps a copy.
+ *
+ *   number      what the text is
+ *   text        UTF-8; of IMG_TEXT_DATE, when the document was made, in decimal: seconds since the
+ *               beginning of 1970. Null or empty: none, as at first. Without a date the same pictures
+ *               give the same bytes
+ *
+ * Returns 0, IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (an unknown number, a text that is not UTF-8, a date
+ * that is no number): the text is then as it was. */
+enum {
+  IMG_TEXT_TITLE = 101,
+  IMG_TEXT_AUTHOR = 102,
+  IMG_TEXT_SUBJECT = 103,
+  IMG_TEXT_KEYWORDS = 104,
+  IMG_TEXT_CREATOR = 105,
+  IMG_TEXT_DATE = 106
+};
+IMG_API int32_t IMG_CALL IMG_set_option_text(int32_t number, const char* text);
 
 /* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
  * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,

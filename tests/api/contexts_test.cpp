@@ -90,6 +90,7 @@ TEST(Contexts, KeepSettingsAndImagesApart) {
   IMGLOW_set_decomp_reduction(8);
   EXPECT_EQ(IMG_use_context(first), 0);
   EXPECT_EQ(IMG_get_option(IMG_OPTION_TIFF_BYTE_ORDER), 0);
+  EXPECT_EQ(IMG_set_option_text(IMG_TEXT_TITLE, "gone with its context"), 0);
   EXPECT_EQ(IMG_delete_bitmap(image), IMG_BAD_HANDLE);
   const std::int32_t own = IMG_decompress_bitmap_block(dib.data(), dib.size(), 0);
   std::int32_t bits = 0;

@@ -178,6 +178,12 @@ std::vector<Call> calls(Material& m) {
          IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
          return saved;
        }},
+      {"IMG_set_option_text",
+       [] {
+         const std::int32_t set = IMG_set_option_text(IMG_TEXT_TITLE, "title");
+         IMG_set_option_text(IMG_TEXT_TITLE, nullptr);
+         return set;
+       }},
       {"IMG_save_bitmap_fd",
        from_caller(m.deep, call(IMG_save_bitmap_fd, Watched::kRuns, 1, IMG_TYPE_BMP))},
       {"IMG_save_bitmap_fd",
