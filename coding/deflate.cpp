@@ -31,6 +31,10 @@ z_stream* new_stream(const GlobalBlock& block) {
 
 }  // namespace
 
+Status is_available() {
+  return kOk;
+}
+
 Decoder::~Decoder() {
   if (stream_.size() != 0) inflateEnd(&zlib(stream_));
 }
@@ -93,7 +97,7 @@ std::ptrdiff_t Encoder::write(std::span<const std::uint8_t>& bytes, bool last,
   stream.avail_in = static_cast<unsigned>(bytes.size());
   stream.next_out = room.data();
   stream.avail_out = static_cast<unsigned>(room.size());
-  ended_ = deflate(&stream, last ? Z_FINISH : Z_NO_FLUSH) == Z_STREAM_END;
+  ended_ = ::deflate(&stream, last ? Z_FINISH : Z_NO_FLUSH) == Z_STREAM_END;
   bytes = bytes.last(stream.avail_in);
   return std::ssize(room) - stream.avail_out;
 }

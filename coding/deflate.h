@@ -10,6 +10,9 @@
 
 namespace tq::deflate {
 
+// Whether the library has been built with it.
+Status is_available();
+
 class Decoder {
  public:
   Decoder() = default;

@@ -3,6 +3,10 @@
 
 namespace tq::deflate {
 
+Status is_available() {
+  return StatusCode::unsupported;
+}
+
 Decoder::~Decoder() = default;
 Status Decoder::start(coding::PieceSource /*data*/) {
   return StatusCode::unsupported;

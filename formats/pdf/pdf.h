@@ -18,4 +18,10 @@ Status can_encode(const formats::EncodeRequest& request);
 // Whether a page can be added to what the stream holds: nothing at all, or a document.
 Status can_append(StreamHandle stream, formats::AppendPlace& place);
 
+// The same with IMG_OPTION_PDF_WRITING, and by those above without it: pages as they should look, also
+// behind the documents of others, at the same cost for every page.
+Status encode_page(const formats::EncodeRequest& request);
+Status can_encode_page(const formats::EncodeRequest& request);
+Status can_append_page(StreamHandle stream, formats::AppendPlace& place);
+
 }  // namespace tq::pdf

@@ -2,7 +2,6 @@
 #include "formats/pdf/writing/form.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "core/numbers.h"
 #include "formats/pdf/writing/layout.h"
@@ -66,23 +65,20 @@ void put_form(StreamWriter& out, const Form& form) {
   put_filter(out, form);
 }
 
-void put_length(StreamWriter& out, std::int64_t length, std::int64_t unit) {
+LengthText::LengthText(std::int64_t length, std::int64_t unit) : start_(room_ + sizeof room_) {
   const bool negative = length < 0;
   length = ((negative ? -length : length) + unit / 2) / unit;
-  char text[32];
-  char* at = std::end(text);
-  int decimals = static_cast<int>(length % kPoint);
-  bool any = false;
+  std::int64_t decimals = length % kPoint, whole = length / kPoint;
+  const char* const end = start_;
   for (int i = 0; i < 4; ++i, decimals /= 10) {
-    any = any || decimals % 10 != 0;
-    if (any) *--at = kDigits[decimals % 10];
+    if (start_ != end || decimals % 10 != 0) *--start_ = kDigits[decimals % 10];
   }
-  if (any) *--at = '.';
-  std::int64_t whole = length / kPoint;
-  do *--at = kDigits[whole % 10];
-  while ((whole /= 10) != 0);
-  if (negative) *--at = '-';
-  out.put(std::string_view(at, std::end(text) - at));
+  if (start_ != end) *--start_ = '.';
+  do {
+    *--start_ = kDigits[whole % 10];
+    whole /= 10;
+  } while (whole != 0);
+  if (negative) *--start_ = '-';
 }
 
 void put_text(StreamWriter& out, std::string_view text) {

@@ -32,7 +32,18 @@ struct Form {
 void put_form(StreamWriter& out, const Form& form);
 
 // A length, in units of so many points: at most four decimals, and no exponent.
-void put_length(StreamWriter& out, std::int64_t length, std::int64_t unit);
+class LengthText {
+ public:
+  LengthText(std::int64_t length, std::int64_t unit);
+  std::string_view text() const { return {start_, static_cast<std::size_t>(end() - start_)}; }
+  LengthText(const LengthText&) = delete;
+  LengthText& operator=(const LengthText&) = delete;
+
+ private:
+  const char* end() const { return room_ + sizeof room_; }
+  char room_[28];
+  char* start_;
+};
 
 // From UTF-8, as ISO 32000-1, 7.9.2.2 has it: what is ASCII as it is.
 void put_text(StreamWriter& out, std::string_view text);

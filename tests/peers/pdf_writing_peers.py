@@ -1,0 +1,159 @@
+#!/usr/bin/env python3
+"""Documents with PDF_WRITING, as other programs see them: structure, page sizes, pictures, and what renderers
+show, beside the pictures that were saved.
+
+    pdf_writing_peers.py LIBRARY MODULE     exit code 77 without Pillow, qpdf or poppler"""
+import io
+import math
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+try:
+    from PIL import Image, ImageChops, ImageStat
+except ImportError:
+    sys.exit(77)
+from library import Library, conclude
+
+if not all(shutil.which(program) for program in ("qpdf", "pdfinfo", "pdfimages", "pdftoppm")):
+    sys.exit(77)
+WRITING, WIDTH, HEIGHT, MARGIN, FIT, DPI, LOSSLESS, SAFE = 30, 31, 32, 33, 34, 35, 36, 40
+PDF = 59
+failures = []
+# The programs of this machine see a library with sanitizers in it, too, if it is loaded here.
+PLAIN = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+
+
+def run(*command):
+    done = subprocess.run([str(word) for word in command], capture_output=True, env=PLAIN)
+    return done.returncode, done.stdout, done.stderr
+
+
+def check(condition, *what):
+    if not condition:
+        failures.append(": ".join(str(word) for word in what))
+
+
+def scene(width, height, mode):
+    """Slopes and a dark corner, so that it has a right way up."""
+    colours = Image.merge("RGB", (Image.linear_gradient("L").resize((width, height)),
+                                  Image.linear_gradient("L").rotate(90).resize((width, height)),
+                                  Image.radial_gradient("L").resize((width, height))))
+    colours.paste((10, 40, 90), (0, 0, width // 3, height // 4))
+    return colours if mode == "RGB" else colours.convert(mode)
+
+
+def difference(a, b):
+    """The peak signal to noise ratio of two pictures of one size, in dB."""
+    mean = sum(ImageStat.Stat(ImageChops.difference(a.convert("RGB"), b.convert("RGB"))).sum2)
+    return 10 * math.log10(255 ** 2 / max(mean / (3 * a.width * a.height), 1e-9))
+
+
+def rendered(name, page, x_dpi, y_dpi):
+    """A page as each renderer shows it."""
+    at = str(page)
+    code, image, words = run("pdftoppm", "-f", at, "-l", at, "-rx", x_dpi, "-ry", y_dpi, name)
+    yield "pdftoppm", code, words, image
+    if shutil.which("gs"):
+        out = f"{name}.ppm"
+        code, words, _ = run("gs", "-q", "-dBATCH", "-dNOPAUSE", "-sDEVICE=ppmraw", f"-r{x_dpi}x{y_dpi}",
+                             f"-dFirstPage={at}", f"-dLastPage={at}", f"-sOutputFile={out}", name)
+        yield "gs", code, words, pathlib.Path(out).read_bytes()
+    if shutil.which("mutool"):
+        code, image, words = run("mutool", "draw", "-q", "-F", "ppm", "-r", x_dpi, "-o", "-", name, at)
+        yield "mutool", code, words.replace(b"warning: ICC support is not available\n", b""), image
+
+
+def inks_as_seen(picture, folder):
+    """By program: what inks look like is its own affair."""
+    picture.save(folder / "inks.pdf", quality=95)
+    return {program: Image.open(io.BytesIO(image)).convert("RGB")
+            for program, _, _, image in rendered(folder / "inks.pdf", 1, 72, 72)}
+
+
+def check_look(name, picture, page=1, x_dpi=72, y_dpi=72, inks=None):
+    for program, code, words, image in rendered(name, page, x_dpi, y_dpi):
+        picture = inks[program] if inks else picture
+        check(code == 0 and not words, name, program, words.decode(errors="replace"))
+        seen = Image.open(io.BytesIO(image)).convert("RGB")
+        check(abs(seen.height - picture.height * (y_dpi if program != "mutool" else x_dpi) / y_dpi) <= 2
+              and abs(seen.width - picture.width) <= 1, name, program, f"{seen.size}, not {picture.size}")
+        ratio = difference(seen.resize(picture.size), picture)
+        check(ratio >= 25, name, program, f"{ratio:.1f} dB")
+
+
+def check_structure(name, pages):
+    code, words, errors = run("qpdf", "--check", name)
+    check(code == 0 and not errors and b"No syntax or stream encoding errors found" in words, name,
+          (words + errors).decode(errors="replace"))
+    code, words, errors = run("pdfinfo", name)
+    check(code == 0 and not errors and f"Pages:           {pages}\n".encode() in words, name, words, errors)
+
+
+def page_sizes(name):
+    words = run("pdfinfo", "-l", 99999, name)[1].decode()
+    return [(float(x), float(y)) for x, y in re.findall(r"Page +\d+ size: +([\d.]+) x ([\d.]+) pts", words)]
+
+
+def load(library, picture, dpi=(0, 0)):
+    """The picture as an image of the library."""
+    width, height = picture.size
+    bits = {"1": 1, "L": 8, "P": 8, "RGB": 24, "CMYK": 32}[picture.mode]
+    palette = [(0, 0, 0), (255, 255, 255)] if bits == 1 else [(i, i, i) for i in range(256)]
+    if picture.mode == "P":
+        flat = picture.getpalette() + [0] * 768
+        palette = [tuple(flat[3 * i:3 * i + 3]) for i in range(256)]
+        bits = 4 if max(picture.getdata()) < 16 else 8
+    data = picture.tobytes("raw", "BGR" if picture.mode == "RGB" else picture.mode)
+    size = len(data) // height
+    rows = [data[y * size:(y + 1) * size] for y in range(height)]
+    if bits == 4:
+        rows = [bytes(a << 4 | b for a, b in zip(row[::2], row[1::2] + b"\0")) for row in rows]
+    stride = (width * bits + 31) // 32 * 4
+    return library.make(width, height, bits, [row.ljust(stride, b"\0") for row in rows],
+                        palette if bits <= 8 else (), *dpi)
+
+
+def save(library, picture, name, dpi=(0, 0)):
+    image = load(library, picture, dpi)
+    library.save(image, str(name), PDF)
+    library.delete(image)
+
+
+def check_pictures(library, folder):
+    """Every depth, with and without loss."""
+    for lossless in (0, 1):
+        library.call("IMG_set_option", LOSSLESS, lossless)
+        for label, picture in {
+                "bits": scene(203, 151, "L").convert("1", dither=0), "grey": scene(203, 151, "L"),
+                "colours": scene(203, 151, "RGB"), "inks": scene(203, 151, "RGB").convert("CMYK"),
+                "entries": scene(203, 151, "RGB").quantize(200),
+                "nibbles": scene(203, 151, "RGB").quantize(14)}.items():
+            name = folder / f"{label}{lossless}.pdf"
+            save(library, picture, name)
+            check_structure(name, 1)
+            check_look(name, picture, inks=inks_as_seen(picture, folder) if label == "inks" else None)
+            check(page_sizes(name) == [(203, 151)], name, page_sizes(name))
+            exact = label == "bits" or (lossless and label != "inks")
+            if exact:
+                run("pdfimages", "-png", name, folder / "out")
+                seen = Image.open(folder / "out-000.png")
+                check(seen.convert("RGB").tobytes() == picture.convert("RGB").tobytes(), name, "other pixels")
+    library.call("IMG_set_option", LOSSLESS, 0)
+
+
+def main():
+    library = Library(sys.argv[1])
+    library.call("IMG_set_option", WRITING, 1)
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        check_pictures(library, folder)
+    return conclude(failures)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
