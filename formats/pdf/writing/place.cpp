@@ -154,6 +154,8 @@ Status Place::adopt(StreamHandle stream, std::int32_t newest_section) {
     return StatusCode::bad_image;
   }
   TQ_TRY(copy(file.trailer(), trailer_text_, trailer));
+  // What was written here and cannot be read this time is not another program's.
+  if (chain_of(trailer).self == newest_section) return StatusCode::read_failed;
   TQ_TRY(copy_object(file, trailer["Root"].reference(), catalog));
   TQ_TRY(copy_object(file, catalog.value["Pages"].reference(), other_tree));
   const std::int32_t count = other_tree.value["Count"].small_integer(-1);

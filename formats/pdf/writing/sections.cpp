@@ -73,6 +73,8 @@ Status read_stream_entries(ChunkReader& input, const Value& index, EntryList& en
   return kOk;
 }
 
+}  // namespace
+
 Chain chain_of(const Value& trailer) {
   Chain chain;
   std::int32_t* const fields[] = {&chain.pages, &chain.self, &chain.base, &chain.version};
@@ -85,8 +87,6 @@ Chain chain_of(const Value& trailer) {
   }
   return chain;
 }
-
-}  // namespace
 
 Status EntryList::add(const Entry& entry) {
   constexpr std::uint64_t kFirst = 64;

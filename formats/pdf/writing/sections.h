@@ -53,6 +53,8 @@ struct Chain {
   std::int32_t low() const { return pages & -pages; }
 };
 
+Chain chain_of(const objects::Value& trailer);
+
 // A section that was written here.
 class Section {
  public:
