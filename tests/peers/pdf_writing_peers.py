@@ -19,6 +19,11 @@ except ImportError:
     sys.exit(77)
 from library import Library, conclude
 
+try:
+    import pikepdf
+except ImportError:
+    pikepdf = None
+
 if not all(shutil.which(program) for program in ("qpdf", "pdfinfo", "pdfimages", "pdftoppm")):
     sys.exit(77)
 WRITING, WIDTH, HEIGHT, MARGIN, FIT, DPI, LOSSLESS, SAFE = 30, 31, 32, 33, 34, 35, 36, 40
@@ -136,7 +141,8 @@ def check_pictures(library, folder):
             name = folder / f"{label}{lossless}.pdf"
             save(library, picture, name)
             check_structure(name, 1)
-            check_look(name, picture, inks=inks_as_seen(picture, folder) if label == "inks" else None)
+            twice = picture.convert("RGB").resize((406, 302), Image.NEAREST) if label == "bits" else None
+            check_look(name, twice or picture, 1, *(144, 144) if twice else (72, 72), inks=inks_as_seen(picture, folder) if label == "inks" else None)
             check(page_sizes(name) == [(203, 151)], name, page_sizes(name))
             exact = label == "bits" or (lossless and label != "inks")
             if exact:
@@ -146,12 +152,93 @@ def check_pictures(library, folder):
     library.call("IMG_set_option", LOSSLESS, 0)
 
 
+def check_resolutions(library, folder):
+    """A facsimile's unequal ones; and pages that are given."""
+    name, picture = folder / "fax.pdf", scene(1728, 1100, "L").convert("1", dither=0)
+    save(library, picture, name, (204, 98))
+    check_structure(name, 1)
+    x, y = page_sizes(name)[0]
+    check(abs(x - 1728 / 204 * 72) < 1 and abs(y - 1100 / 98 * 72) < 1, name, page_sizes(name))
+    check_look(name, picture.convert("L").resize((864, 1100)), 1, 102, 98)
+
+
+def others(folder, picture):
+    """Documents of other programs: name, pages."""
+    jpeg = folder / "page.jpg"
+    picture.save(jpeg)
+    plain = folder / "plain.pdf"
+    if run("img2pdf", jpeg, jpeg, "-o", plain)[0] != 0:
+        picture.save(plain, save_all=True, append_images=[picture])
+    yield plain, 2
+    for label, *options in (("streams", "--object-streams=generate"), ("tables", "--object-streams=disable"),
+                            ("linear", "--linearize"), ("old", "--force-version=1.2"), ("qdf", "--qdf")):
+        name = folder / f"{label}.pdf"
+        check(run("qpdf", *options, plain, name)[0] == 0, label)
+        yield name, 2
+    if shutil.which("gs"):
+        name = folder / "gs.pdf"
+        run("gs", "-q", "-dBATCH", "-dNOPAUSE", "-sDEVICE=pdfwrite", f"-sOutputFile={name}", plain)
+        yield name, 2
+    if pikepdf is not None:
+        name = folder / "updated.pdf"
+        with pikepdf.open(plain) as document:
+            for _ in range(98):
+                document.pages.append(document.pages[0])
+            document.docinfo["/Title"] = "kept"
+            document.pages[0].Rotate = 90
+            document.Root.Pages.Rotate = 90  # is inherited by its pages, and by no others
+            document.save(name)
+        yield name, 100
+
+
+def check_others(library, folder):
+    picture = scene(203, 151, "RGB")
+    library.call("IMG_set_option", WRITING, 0)
+    own = folder / "own.pdf"
+    for _ in range(3):
+        save(library, picture, own)
+    library.call("IMG_set_option", WRITING, 1)
+    for name, pages in [(own, 3), *others(folder, picture)]:
+        before = name.read_bytes()
+        old = page_sizes(name)
+        for safe in (0, 1):
+            for turn in range(3):
+                library.call("IMG_set_option", SAFE, safe)
+                image = load(library, picture)
+                saved = library.call("IMG_save_bitmap", image, str(name), PDF)
+                library.delete(image)
+                check(saved == 0, name, "append", saved)
+        check(name.read_bytes()[:len(before)] == before, name, "its bytes were changed")
+        check_structure(name, pages + 6)
+        check(page_sizes(name) == old + [(203, 151)] * 6, name, page_sizes(name)[-7:], old[:2])
+        check_look(name, picture, pages + 5)
+        for words in (b"Title:           kept",) if "updated" in str(name) else ():
+            check(words in run("pdfinfo", name)[1], name, "lost", words)
+        # Behind what another program has written anew our pages are any other's.
+        again = folder / "again.pdf"
+        for options in (("--object-streams=generate",), ("--object-streams=disable",)):
+            run("qpdf", *options, name, again)
+            save(library, picture, again)
+            save(library, picture, again)
+            check_structure(again, pages + 8)
+    for label, options in {"locked": ("--encrypt", "", "owner", "128", "--use-aes=y", "--")}.items():
+        name = folder / f"{label}.pdf"
+        check(run("qpdf", *options, folder / "plain.pdf", name)[0] == 0, label)
+        before = name.read_bytes()
+        image = load(library, picture)
+        check(library.call("IMG_save_bitmap", image, str(name), PDF) == -3, name, "is no refusal")
+        library.delete(image)
+        check(name.read_bytes() == before, name, "its bytes were changed")
+
+
 def main():
     library = Library(sys.argv[1])
     library.call("IMG_set_option", WRITING, 1)
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
         check_pictures(library, folder)
+        check_resolutions(library, folder)
+        check_others(library, folder)
     return conclude(failures)
 
 

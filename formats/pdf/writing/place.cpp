@@ -150,7 +150,9 @@ Status Place::find_own(StreamHandle stream, std::int32_t newest_section) {
 Status Place::adopt(StreamHandle stream, std::int32_t newest_section) {
   objects::File file;
   TQ_TRY(file.open(stream));
-  if (file.is_repaired() || file.trailer()["Encrypt"].kind() != Kind::null) {
+  const bool is_whole = !file.is_repaired() && file.base() == 0;
+  const bool is_newest = file.newest_section() == newest_section;
+  if (!is_whole || !is_newest || !file.trailer()["Encrypt"].is(Kind::null)) {
     return StatusCode::bad_image;
   }
   TQ_TRY(copy(file.trailer(), trailer_text_, trailer));
@@ -175,8 +177,7 @@ Status Place::adopt(StreamHandle stream, std::int32_t newest_section) {
   nodes[0].add(other_tree.reference);
   nodes[1] = {.reference = new_object()};
   nodes[0].add(nodes[1].reference);
-  std::array<std::uint8_t, 4> mark;
-  streams = read_at(stream, previous, mark).text() != "xref";
+  streams = file.newest_is_stream();
   page = 1;
   return kOk;
 }
