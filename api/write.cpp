@@ -10,6 +10,7 @@ using tq::ImageHandle;
 using tq::ImageRecord;
 using tq::Status;
 using tq::StreamHandle;
+using tq::api::with_file;
 using tq::api::with_image;
 using tq::api::with_memory;
 using tq::api::with_stream;
@@ -85,6 +86,20 @@ std::int32_t IMG_CALL IMGLOW_save_bitmap_block(void* block, std::size_t size, vo
                                                std::int32_t code, img_supply_fn supply,
                                                void* save_context) {
   return with_memory(block, size, bytes_of(save_rows(header, code, {supply, save_context})));
+}
+
+std::int32_t IMG_CALL IMG_copy_page(const char* source, std::int32_t page, const char* target,
+                                    std::int32_t code) {
+  return with_file(source, [=](StreamHandle stream) {
+    return tq::dispatch::copy_page_to_file({.stream = stream, .page = page}, target, code);
+  });
+}
+
+std::int32_t IMG_CALL IMG_copy_page_fd(std::int32_t source, std::int32_t offset, std::int32_t page,
+                                       std::int32_t target, std::int32_t code) {
+  return with_stream(source, [=](StreamHandle stream) {
+    return tq::dispatch::copy_page_to_stream({stream, offset, page}, StreamHandle{target}, code);
+  });
 }
 
 std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {

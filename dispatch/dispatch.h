@@ -46,4 +46,19 @@ Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code
 Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code);
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code);
 
+// By the name, if the code is -1.
+std::int32_t code_to_save(const char* name, std::int32_t code);
+
+// --- Copying ---
+
+struct SourcePage {
+  StreamHandle stream;
+  std::int32_t offset = 0;
+  std::int32_t page = 0;
+};
+
+// Saves a page to a stream or to a file: 0 as it is coded, 1 decoded and coded again.
+Status copy_page_to_stream(const SourcePage& source, StreamHandle target, std::int32_t code);
+Status copy_page_to_file(const SourcePage& source, const char* name, std::int32_t code);
+
 }  // namespace tq::dispatch

@@ -4,9 +4,9 @@
 #include "core/context.h"
 #include "core/numbers.h"
 #include "dispatch/dispatch.h"
+#include "dispatch/output.h"
 #include "dispatch/row_supplier.h"
 #include "io/byte_stream.h"
-#include "io/new_file.h"
 
 namespace tq::dispatch {
 namespace {
@@ -64,74 +64,6 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
        &context().texts});
 }
 
-// What a save by name writes to.
-class Output {
- public:
-  // `safe`: what fails leaves the file as it was, instead of none.
-  Output(platform::FileName name, bool safe) : name_(name), safe_(safe) {}
-
-  // What cannot take a page is found out before it is opened for writing, and left alone.
-  Status open(const FileType& type, formats::AppendPlace& place);
-  StreamHandle handle() const { return new_file_.is_open() ? new_file_.handle() : file_.handle(); }
-  Status close(Status saved);
-
- private:
-  bool takes_pages() const;
-  Status open_copy(const FileType& type);
-
-  platform::FileName name_;
-  bool safe_;
-  bool adds_ = false;            // a page to what is there
-  std::int32_t old_bytes_ = -1;  // of what is there, if it can be cut off behind them
-  OpenFile file_;
-  NewFile new_file_;  // or this one
-};
-
-// Instead of an empty one a new file is made, which is never seen half.
-bool Output::takes_pages() const {
-  if (open_file(name_, OpenMode::exists) < 0) return false;
-  return !safe_ || platform::file_kind(name_) != platform::FileKind::empty;
-}
-
-Status Output::open(const FileType& type, formats::AppendPlace& place) {
-  adds_ = (type.traits & formats::kMultiPage) != 0 && takes_pages();
-  if (!adds_ && safe_) return new_file_.open(name_);
-  if (adds_ && type.can_append != nullptr) {
-    TQ_TRY(file_.open(name_, OpenMode::update));
-    const Status taken = type.can_append(file_.handle(), place);
-    // A caller's own functions may know of one file only.
-    const bool may_copy = safe_ && type.make_room != nullptr && !caller_io_installed();
-    if (taken == StatusCode::unsupported && may_copy) return open_copy(type);
-    TQ_TRY(taken);
-  }
-  TQ_TRY(file_.open(name_, adds_ ? OpenMode::update : OpenMode::create));
-  if (!adds_ || !safe_) return kOk;
-  old_bytes_ = seek(file_.handle(), 0, Origin::end);
-  return seek_to(file_.handle(), 0);
-}
-
-Status Output::open_copy(const FileType& type) {
-  file_.close();
-  TQ_TRY(new_file_.open(name_));
-  TQ_TRY(file_.open(name_, OpenMode::read));
-  const Status copied = type.make_room(file_.handle(), new_file_.handle());
-  file_.close();
-  TQ_TRY(copied);
-  return seek_to(new_file_.handle(), 0);
-}
-
-Status Output::close(Status saved) {
-  if (new_file_.is_open()) return saved.ok() ? new_file_.commit() : saved;
-  if (adds_ && safe_) {
-    if (saved.ok()) return flush_to_disk(file_.handle());
-    if (seek(file_.handle(), 0, Origin::end) > old_bytes_) cut_file(file_.handle(), old_bytes_);
-    return saved;
-  }
-  file_.close();
-  if (saved.failed()) remove_file(name_);
-  return saved;
-}
-
 }  // namespace
 
 Status dispatch_save(StreamHandle stream, HeaderBlock& header, std::int32_t code,
@@ -159,12 +91,15 @@ Status save_image(ImageHandle handle, StreamHandle stream, std::int32_t code) {
   return encode_image(handle, stream, *type, header, options);
 }
 
+std::int32_t code_to_save(const char* name, std::int32_t code) {
+  if (code != IMG_TYPE_BY_NAME) return code;
+  const bool whole = context().options.get(IMG_OPTION_DETECTION) == 1;
+  return whole ? code_for_whole_ending(name) : code_for_name(name);
+}
+
 Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) {
   if (name == nullptr) return StatusCode::cannot_open;
-  if (code == IMG_TYPE_BY_NAME) {
-    const bool whole = context().options.get(IMG_OPTION_DETECTION) == 1;
-    code = whole ? code_for_whole_ending(name) : code_for_name(name);
-  }
+  code = code_to_save(name, code);
   const FileType* type = nullptr;
   HeaderBlock header;
   TQ_TRY(find_encoder(code, type));

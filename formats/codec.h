@@ -137,6 +137,7 @@ struct AppendPlace {
 };
 
 struct FileType;
+struct StoredPicture;
 
 // Geometry has been checked (check_geometry).
 struct EncodeRequest {
@@ -223,6 +224,11 @@ struct FileType {
   Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
   // Copies a file that cannot take a page, unsupported, so that it can; null: there is no way.
   Status (*make_room)(StreamHandle from, StreamHandle to) = nullptr;
+  // A picture that other files can hold as it is coded; and such pictures, in files of this format:
+  // unsupported for those that it cannot hold.
+  Status (*find_stored)(const DecodeRequest& request, StoredPicture& stored) = nullptr;
+  Status (*can_store)(const EncodeRequest& request, const StoredPicture& stored) = nullptr;
+  Status (*encode_stored)(const EncodeRequest& request, const StoredPicture& stored) = nullptr;
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   // null: the format does not tell
   Status (*find_orientation)(StreamHandle stream, const Options& options) = nullptr;

@@ -780,6 +780,26 @@ enum {
 };
 IMG_API int32_t IMG_CALL IMG_set_option_text(int32_t number, const char* text);
 
+/* Add a page of any file to a file of any code: without decoding it where the other one can hold its data
+ * as they are, else decoded whole (decode settings and crop rectangles do not apply) and saved. As they
+ * are: JPEG files into JPEG and PDF, and into TIFF pages of code 40 if it is grey or YCbCr (progressive
+ * ones with TIFF_JPEG at 7); TIFF pages of Group 4 in one strip, and PNG files without transparency and
+ * interlace, into PDF; pictures of PDF pages into JPEG, TIFF (code 10) and PDF, with the module. PDF files
+ * get such pages with PDF_WRITING only. An orientation that the source tells is kept.
+ *
+ *   source      file name, or an open stream and where the file begins in it
+ *   page        of the source, from 0
+ *   target      file name, or an open stream, as for IMG_save_bitmap
+ *   code        of the target; IMG_TYPE_BY_NAME with a name
+ *
+ * The progress callback is called for every 64 KiB of data that are copied.
+ * Return 0 (copied), 1 (coded again), IMG_PAGE_PAST_END, or a status of decoding or saving; the target is
+ * then what a failed save leaves. */
+IMG_API int32_t IMG_CALL IMG_copy_page(const char* source, int32_t page, const char* target,
+                                       int32_t code);
+IMG_API int32_t IMG_CALL IMG_copy_page_fd(int32_t source, int32_t offset, int32_t page, int32_t target,
+                                          int32_t code);
+
 /* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
  * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,
  * which is always there: threads that share it have to keep out of each other's way, or set

@@ -63,6 +63,14 @@ class PartDecoder {
 
 Status encode_jpeg(const formats::EncodeRequest& request);
 
+// Files of any process that is decoded here; and such, again as files. describe_stored: what the stream at
+// the picture's offset says about it; unsupported for streams that are not decoded.
+Status find_stored_jpeg(const formats::DecodeRequest& request, formats::StoredPicture& stored);
+Status describe_stored(formats::StoredPicture& stored);
+Status can_store_jpeg(const formats::EncodeRequest& request, const formats::StoredPicture& stored);
+Status encode_stored_jpeg(const formats::EncodeRequest& request,
+                          const formats::StoredPicture& stored);
+
 // wrong_depth for other than 8, 24 and 32 bits; unsupported for sides above 65535 and for sampling
 // factors that no file can have.
 Status can_encode_jpeg(const formats::EncodeRequest& request);

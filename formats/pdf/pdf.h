@@ -24,4 +24,9 @@ Status encode_page(const formats::EncodeRequest& request);
 Status can_encode_page(const formats::EncodeRequest& request);
 Status can_append_page(StreamHandle stream, formats::AppendPlace& place);
 
+// The same with pictures that are coded already; unsupported without the option.
+Status can_store_page(const formats::EncodeRequest& request, const formats::StoredPicture& stored);
+Status encode_stored_page(const formats::EncodeRequest& request,
+                          const formats::StoredPicture& stored);
+
 }  // namespace tq::pdf

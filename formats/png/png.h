@@ -15,6 +15,9 @@ Status encode_png(const formats::EncodeRequest& request);
 // wrong_depth for other than 1, 4, 8, 16, 24 and 32 bits, and for cyan, magenta, yellow, black.
 Status can_encode_png(const formats::EncodeRequest& request);
 
+// A file without transparency and interlace; without libpng, too.
+Status find_stored_png(const formats::DecodeRequest& request, formats::StoredPicture& stored);
+
 Status png_available();
 
 }  // namespace tq::png

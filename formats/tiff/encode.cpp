@@ -3,6 +3,7 @@
 #include "formats/jpeg/jpeg.h"
 #include "formats/plugin/plugin.h"
 #include "formats/rows.h"
+#include "formats/stored.h"
 #include "formats/tiff/append.h"
 #include "formats/tiff/rows.h"
 #include "formats/tiff/tiff.h"
@@ -31,6 +32,7 @@ struct Form {
   std::span<const Rgb> palette{};
   formats::StoredRows rows{};
   jpeg::StreamForm stream{};
+  int orientation = 1;
 };
 
 // What the encoder of JPEG is given: of 32 bits without the fourth byte.
@@ -225,7 +227,7 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
   directory.add(kPhotometric, IMG_TIFF_SHORT, static_cast<std::uint32_t>(form.photometric));
   if (is_fax(form.coding)) directory.add(kFillOrder, IMG_TIFF_SHORT, 1);
   directory.add_longs(kStripOffsets, strips.offsets());
-  directory.add(kOrientation, IMG_TIFF_SHORT, 1);
+  directory.add(kOrientation, IMG_TIFF_SHORT, number(form.orientation));
   directory.add(kSamplesPerPixel, IMG_TIFF_SHORT, number(form.samples));
   directory.add(kRowsPerStrip, IMG_TIFF_LONG, number(form.strip_rows));
   directory.add_longs(kStripByteCounts, strips.byte_counts());
@@ -273,21 +275,17 @@ void describe(const EncodeRequest& request, const Place& place, const Form& form
   }
 }
 
-Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
-  TQ_TRY(can_encode_tiff(request));  // before the stream is looked at
-  Place place;
-  TQ_TRY(find_place(request.stream, request.options, request.place, place));
+// The data, by `write(page, strips)`; then what says where they are.
+template <class Write>
+Status write_page(const EncodeRequest& request, const Place& place, const Form& form,
+                  Write&& write) {
   const BitmapInfoHeader& header = request.image->header;
-  Form form;
-  TQ_TRY(choose_form(request, place.big_endian, form));
   Strips strips;
   TQ_TRY(strips.open((header.biHeight + form.strip_rows - 1) / form.strip_rows));
   PageWriter page;
   TQ_TRY(page.open(request.stream, place));
   page.align();
-  TQ_TRY(is_fax(form.coding)       ? write_fax(request, form, page, strips)
-         : form.coding == kOldJpeg ? write_jpeg(request, page, strips)
-                                   : write_strips(request, form, lzw, page, strips));
+  TQ_TRY(write(page, strips));
   DirectoryWriter directory(page);
   describe(request, place, form, strips, directory);
   const std::int64_t offset = directory.finish();
@@ -296,11 +294,67 @@ Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
   return page.link(offset, request.is_safe());
 }
 
+Status encode(const EncodeRequest& request, const img_strip_coder* lzw) {
+  TQ_TRY(can_encode_tiff(request));  // before the stream is looked at
+  Place place;
+  TQ_TRY(find_place(request.stream, request.options, request.place, place));
+  Form form;
+  TQ_TRY(choose_form(request, place.big_endian, form));
+  return write_page(request, place, form, [&](PageWriter& page, Strips& strips) {
+    return is_fax(form.coding)       ? write_fax(request, form, page, strips)
+           : form.coding == kOldJpeg ? write_jpeg(request, page, strips)
+                                     : write_strips(request, form, lzw, page, strips);
+  });
+}
+
+// What a page of one strip says about data that are coded already.
+Status choose_stored_form(const EncodeRequest& request, const formats::StoredPicture& stored,
+                          Form& form) {
+  form = {.coding = static_cast<Coding>(request.variant()),
+          .strip_rows = stored.height,
+          .modern_jpeg = request.options.get(IMG_OPTION_TIFF_JPEG) == kJpeg,
+          .bits = stored.bits,
+          .samples = stored.components,
+          .stream = {stored.components, stored.h, stored.v},
+          .orientation = stored.orientation};
+  using Coded = formats::StoredPicture::Coding;
+  if (form.coding == kGroup4 && stored.coding == Coded::group4) {
+    form.photometric = stored.inverted ? Photometric::black_is_zero : Photometric::white_is_zero;
+    return kOk;
+  }
+  // Readers take three components for YCbCr with factors of the first alone; inks may be inverted.
+  const bool is_plain = stored.components == 1 || (stored.components == 3 && !stored.is_rgb &&
+                                                   stored.h > 0 && stored.h != 3 && stored.v != 3);
+  const bool fits = stored.is_baseline || form.modern_jpeg;
+  form.photometric = stored.components == 1 ? Photometric::black_is_zero : Photometric::ycbcr;
+  const bool is_jpeg = form.coding == kOldJpeg && stored.coding == Coded::jpeg;
+  return is_jpeg && is_plain && fits ? StatusCode::ok : StatusCode::unsupported;
+}
+
 }  // namespace
 
 Status can_encode_tiff(const EncodeRequest& request) {
   Form form;
   return choose_form(request, false, form);
+}
+
+Status can_store_tiff(const EncodeRequest& request, const formats::StoredPicture& stored) {
+  Form form;
+  return choose_stored_form(request, stored, form);
+}
+
+Status encode_stored_tiff(const EncodeRequest& request, const formats::StoredPicture& stored) {
+  Place place;
+  TQ_TRY(find_place(request.stream, request.options, request.place, place));
+  Form form;
+  TQ_TRY(choose_stored_form(request, stored, form));
+  form.big_endian = place.big_endian;
+  return write_page(request, place, form, [&](PageWriter& page, Strips& strips) {
+    strips.begin(page.offset());
+    TQ_TRY(copy_stored(stored, page.out()));
+    strips.end(page.offset());
+    return page.offset() > INT32_MAX ? Status(StatusCode::write_failed) : kOk;
+  });
 }
 
 Status encode_tiff(const EncodeRequest& request) {

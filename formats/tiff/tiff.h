@@ -19,6 +19,13 @@ Status encode_tiff_with(const formats::EncodeRequest& request, const img_strip_c
 // Old pages can be read at any moment, because what leads to the new one is written last.
 Status encode_tiff(const formats::EncodeRequest& request);
 
+// Pages of Group 4 in one strip; and pages of such, or of JPEG streams, whose components other programs
+// cannot mistake.
+Status find_stored_tiff(const formats::DecodeRequest& request, formats::StoredPicture& stored);
+Status can_store_tiff(const formats::EncodeRequest& request, const formats::StoredPicture& stored);
+Status encode_stored_tiff(const formats::EncodeRequest& request,
+                          const formats::StoredPicture& stored);
+
 // wrong_depth for what the coding cannot hold.
 Status can_encode_tiff(const formats::EncodeRequest& request);
 

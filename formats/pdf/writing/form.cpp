@@ -43,6 +43,7 @@ void put_filter(StreamWriter& out, const Form& form) {
       break;
     case Coding::jpeg:
       out.put("/Filter/DCTDecode");
+      if (form.is_rgb) out.put("/DecodeParms<</ColorTransform 0>>");
       break;
     case Coding::png_rows:
       out.print("/Filter/FlateDecode/DecodeParms<</Predictor 15/Colors %d", form.components());

@@ -21,6 +21,7 @@ struct Form {
   std::int32_t width = 0, height = 0;
   int bits = 8;               // of a component
   bool inverted = false;      // a component's greatest value is none of it
+  bool is_rgb = false;        // of JPEG: no YCbCr, though nothing in the stream says so
   bool black_is_1 = false;    // of Group 4: 1 is what it codes as black
   bool ends = true;           // likewise: a code that ends it is there
   std::span<const Rgb> palette = {};

@@ -281,6 +281,14 @@ Status PageWriter::write() {
 
 }  // namespace
 
+Status lay_out_page(const Options& options, Resolution resolution, int orientation, Page& page) {
+  constexpr std::int32_t kWithUserUnit = 16;  // 1.6
+  TQ_TRY(lay_out(Sheet(options), page.form.width, page.form.height, resolution, orientation,
+                 page.layout));
+  if (page.layout.user_unit != 1) page.version = kWithUserUnit;
+  return kOk;
+}
+
 Status write_page(StreamHandle stream, bool safe, const Page& page) {
   Place place;
   TQ_TRY(place.find(stream, safe));
@@ -292,16 +300,8 @@ Status write_page(StreamHandle stream, bool safe, const Page& page) {
 namespace tq::pdf {
 namespace {
 
-constexpr std::int32_t kWithUserUnit = 16;  // 1.6
-
 bool is_on(const Options& options) {
   return options.get(IMG_OPTION_PDF_WRITING) == 1;
-}
-
-Status lay_out(const formats::EncodeRequest& request, writing::Layout& layout) {
-  const BitmapInfoHeader& header = request.image->header;
-  return lay_out(writing::Sheet(request.options), header.biWidth, header.biHeight,
-                 request.resolution, 1, layout);
 }
 
 }  // namespace
@@ -310,15 +310,14 @@ Status can_encode_page(const formats::EncodeRequest& request) {
   if (!is_on(request.options)) return can_encode(request);
   writing::Page page;
   TQ_TRY(choose_form(request, page.form));
-  return lay_out(request, page.layout);
+  return lay_out_page(request.options, request.resolution, 1, page);
 }
 
 Status encode_page(const formats::EncodeRequest& request) {
   if (!is_on(request.options)) return encode(request);
   writing::Page page{.texts = request.texts, .context = &request};
   TQ_TRY(choose_form(request, page.form));
-  TQ_TRY(lay_out(request, page.layout));
-  if (page.layout.user_unit != 1) page.version = kWithUserUnit;
+  TQ_TRY(lay_out_page(request.options, request.resolution, 1, page));
   page.write_data = [](const void* context, const writing::Form& form, StreamWriter& out,
                        std::int64_t& beside) {
     return write_data(*static_cast<const formats::EncodeRequest*>(context), form, out, beside);

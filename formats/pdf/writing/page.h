@@ -20,6 +20,9 @@ struct Page {
   const void* context = nullptr;
 };
 
+// By the form's size and the options; the version that needs. unsupported where margins leave nothing.
+Status lay_out_page(const Options& options, Resolution resolution, int orientation, Page& page);
+
 // Behind the document in the stream, or the first of a new one. bad_image, before anything is written,
 // for what takes no page; what comes to 2 GiB ends with write_failed.
 Status write_page(StreamHandle stream, bool safe, const Page& page);
