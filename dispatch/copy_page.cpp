@@ -54,6 +54,7 @@ Status find_stored(const SourcePage& source, const FileType& type, StoredPicture
                                  .options = context().options};
   // As other programs read them: all that the file says about how it is to be shown.
   request.options.set(IMG_OPTION_READING, 1);
+  request.options.set(IMG_OPTION_ORIENTATION, 1);
   const auto go_there = [&] { return seek_to(source.stream, source.offset); };
   TQ_TRY(go_there());
   TQ_TRY(type.find_stored(request, stored));

@@ -785,7 +785,7 @@ IMG_API int32_t IMG_CALL IMG_set_option_text(int32_t number, const char* text);
  * are: JPEG files into JPEG and PDF, and into TIFF pages of code 40 if it is grey or YCbCr (progressive
  * ones with TIFF_JPEG at 7); TIFF pages of Group 4 in one strip, and PNG files without transparency and
  * interlace, into PDF; pictures of PDF pages into JPEG, TIFF (code 10) and PDF, with the module. PDF files
- * get such pages with PDF_WRITING only. An orientation that the source tells is kept.
+ * get such pages with PDF_WRITING only. What is copied keeps its resolution and its orientation.
  *
  *   source      file name, or an open stream and where the file begins in it
  *   page        of the source, from 0

@@ -14,7 +14,7 @@ import sys
 import tempfile
 
 try:
-    from PIL import Image, ImageChops, ImageStat
+    from PIL import Image, ImageChops, ImageOps, ImageStat
 except ImportError:
     sys.exit(77)
 from library import Library, conclude
@@ -26,7 +26,7 @@ except ImportError:
 
 if not all(shutil.which(program) for program in ("qpdf", "pdfinfo", "pdfimages", "pdftoppm")):
     sys.exit(77)
-WRITING, WIDTH, HEIGHT, MARGIN, FIT, DPI, LOSSLESS, SAFE = 30, 31, 32, 33, 34, 35, 36, 40
+WRITING, WIDTH, HEIGHT, MARGIN, FIT, DPI, LOSSLESS, SAFE, TIFF_JPEG = 30, 31, 32, 33, 34, 35, 36, 40, 52
 PDF = 59
 failures = []
 # The programs of this machine see a library with sanitizers in it, too, if it is loaded here.
@@ -91,6 +91,11 @@ def check_look(name, picture, page=1, x_dpi=72, y_dpi=72, inks=None):
         check(ratio >= 25, name, program, f"{ratio:.1f} dB")
 
 
+def doubled(picture):
+    """Black and white pixels, large enough for renderers that smooth their edges."""
+    return picture.convert("RGB").resize((2 * picture.width, 2 * picture.height), Image.NEAREST)
+
+
 def check_structure(name, pages):
     code, words, errors = run("qpdf", "--check", name)
     check(code == 0 and not errors and b"No syntax or stream encoding errors found" in words, name,
@@ -141,8 +146,9 @@ def check_pictures(library, folder):
             name = folder / f"{label}{lossless}.pdf"
             save(library, picture, name)
             check_structure(name, 1)
-            twice = picture.convert("RGB").resize((406, 302), Image.NEAREST) if label == "bits" else None
-            check_look(name, twice or picture, 1, *(144, 144) if twice else (72, 72), inks=inks_as_seen(picture, folder) if label == "inks" else None)
+            twice = label == "bits"
+            check_look(name, doubled(picture) if twice else picture, 1, *(144, 144) if twice else (72, 72),
+                       inks=inks_as_seen(picture, folder) if label == "inks" else None)
             check(page_sizes(name) == [(203, 151)], name, page_sizes(name))
             exact = label == "bits" or (lossless and label != "inks")
             if exact:
@@ -231,6 +237,73 @@ def check_others(library, folder):
         check(name.read_bytes() == before, name, "its bytes were changed")
 
 
+def stored_files(folder):
+    """Files whose data a document holds as they are: name, what they show, whether bytes have to come out."""
+    picture = scene(203, 151, "RGB")
+    for label, mode, options in (("grey", "L", {}), ("colours", "RGB", {"subsampling": 2}),
+                                 ("scans", "RGB", {"progressive": True}), ("plain", "RGB", {"keep_rgb": True}),
+                                 ("inks", "CMYK", {})):
+        try:
+            picture.convert(mode).save(folder / f"{label}.jpg", quality=92, **options)
+        except (TypeError, OSError):
+            continue
+        yield folder / f"{label}.jpg", picture.convert(mode), True
+    for orientation in range(1, 9):
+        exif = Image.Exif()
+        exif[0x112] = orientation
+        name = folder / f"turned{orientation}.jpg"
+        picture.save(name, quality=92, exif=exif, dpi=(144, 144))
+        yield name, ImageOps.exif_transpose(Image.open(name)).convert("RGB"), True
+    for label, image in {"bits": scene(203, 151, "L").convert("1", dither=0), "grey": scene(203, 151, "L"),
+                         "colours": picture, "entries": picture.quantize(200), "nibbles": picture.quantize(14),
+                         "pair": picture.quantize(2),
+                         "deep": Image.frombytes("I;16", (203, 151), bytes(
+                             b for level in scene(203, 151, "L").tobytes() for b in (77, level)))}.items():
+        image.save(folder / f"{label}.png")
+        shown = scene(203, 151, "L") if label == "deep" else image
+        yield folder / f"{label}.png", shown, False
+    fax = scene(203, 151, "L").convert("1", dither=0)
+    for label, tags in {"white": {262: 0}, "black": {262: 1}, "low": {262: 0, 266: 2}}.items():
+        name = folder / f"{label}.tif"
+        fax.save(name, compression="group4", tiffinfo=tags)
+        yield name, fax, False
+
+
+def check_copies(library, folder):
+    for name, picture, keeps_bytes in stored_files(folder):
+        out = folder / f"{name.stem}-{name.suffix[1:]}.pdf"
+        for page in range(2):
+            copied = library.call("IMG_copy_page", str(name), 0, str(out), PDF)
+            check(copied == 0, out, "copy", copied)
+        check_structure(out, 2)
+        width, height = picture.size
+        dpi = 144 if "turned" in name.stem else 72
+        sizes = [(width * 72 / dpi, height * 72 / dpi)] * 2
+        seen = [tuple(sorted(size)) for size in page_sizes(out)]
+        check(seen == [tuple(sorted(size)) for size in sizes], out, seen, sizes)
+        if picture.mode == "1":
+            dpi, picture = 144, doubled(picture)
+        check_look(out, picture.convert("RGB"), 2, dpi, dpi,
+                   inks=inks_as_seen(picture, folder) if picture.mode == "CMYK" else None)
+        if keeps_bytes:
+            run("pdfimages", "-all", out, folder / "raw")
+            check((folder / "raw-000.jpg").read_bytes() == name.read_bytes(), out, "other bytes")
+            again = folder / "again.jpg"
+            check(library.call("IMG_copy_page", str(name), 0, str(again), 13) == 0, name, "to jpeg")
+            check(again.read_bytes() == name.read_bytes(), name, "other bytes")
+        if keeps_bytes and picture.mode != "CMYK" and "plain" not in name.stem:
+            tif = folder / f"{name.stem}.tif"
+            library.call("IMG_set_option", TIFF_JPEG, 7)
+            check(library.call("IMG_copy_page", str(name), 0, str(tif), 40) == 0, name, "to tiff")
+            ratio = difference(Image.open(tif).convert("RGB"), picture.convert("RGB"))
+            check(ratio > 38, tif, f"{ratio:.1f} dB")
+    name = folder / "page.bmp"
+    scene(203, 151, "RGB").save(name)
+    out = folder / "recoded.pdf"
+    check(library.call("IMG_copy_page", str(name), 0, str(out), PDF) == 1, name, "is no copy")
+    check_structure(out, 1)
+
+
 def main():
     library = Library(sys.argv[1])
     library.call("IMG_set_option", WRITING, 1)
@@ -239,6 +312,7 @@ def main():
         check_pictures(library, folder)
         check_resolutions(library, folder)
         check_others(library, folder)
+        check_copies(library, folder)
     return conclude(failures)
 
 

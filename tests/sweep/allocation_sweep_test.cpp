@@ -178,6 +178,15 @@ std::vector<Call> calls(Material& m) {
          IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
          return saved;
        }},
+      {"IMG_copy_page",
+       [&m] {
+         IMG_set_option(IMG_OPTION_PDF_WRITING, 1);
+         const std::int32_t copied = IMG_copy_page(m.in.c_str(), 0, m.out.c_str(), IMG_TYPE_PDF);
+         IMG_set_option(IMG_OPTION_PDF_WRITING, 0);
+         return copied;
+       }},
+      {"IMG_copy_page_fd", from_caller(m.deep, call(IMG_copy_page_fd, 1, 0, 0, 1, IMG_TYPE_BMP))},
+      {"IMG_copy_page", call(IMG_copy_page, "corpus/jpeg/420.jpg", 0, m.out.c_str(), IMG_TYPE_JPEG)},
       {"IMG_set_option_text",
        [] {
          const std::int32_t set = IMG_set_option_text(IMG_TEXT_TITLE, "title");

@@ -161,10 +161,12 @@ std::vector<std::vector<Seen>> pages_of(MemoryFile& file, int pages) {
 TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
   const int most_pages = 3;
   for (const int bits : {8, 1, 8}) ASSERT_GE(load(plain_file(20 + bits, 3, bits)), 0);
-  constexpr std::int32_t kCodes[] = {IMG_TYPE_DCX, IMG_TYPE_PDF, IMG_TYPE_TIFF_PACKBITS};
-  for (int round = 0; round < 6; ++round) {
+  constexpr std::int32_t kCodes[] = {IMG_TYPE_DCX, IMG_TYPE_PDF, IMG_TYPE_PDF,
+                                     IMG_TYPE_TIFF_PACKBITS};
+  for (int round = 0; round < 8; ++round) {
     const std::int32_t code = kCodes[round / 2];
     IMG_set_option(IMG_OPTION_SAFE_SAVING, round % 2);
+    IMG_set_option(IMG_OPTION_PDF_WRITING, round / 2 == 2 ? 1 : 0);
     const auto add_page = [&](MemoryFile& file, std::int32_t image) {
       file.position = 0;
       return IMG_save_bitmap_fd(image, 1, code);
@@ -210,6 +212,7 @@ TEST(StreamSweep, APageThatCannotBeAddedLeavesThePagesThatWereThere) {
     }
   }
   IMG_set_option(IMG_OPTION_SAFE_SAVING, 0);
+  IMG_set_option(IMG_OPTION_PDF_WRITING, 0);
   for (std::int32_t image = 0; image < most_pages; ++image) IMG_delete_bitmap(image);
 }
 
