@@ -46,7 +46,8 @@ std::int32_t IMG_CB_C take_header(void* block, void* header) {
 Status find_stored(const SourcePage& source, const FileType& type, StoredPicture& stored,
                    HeaderBlock& header) {
   if (type.find_stored == nullptr) return StatusCode::unsupported;
-  formats::DecodeNotes notes;
+  formats::DecodeNotes notes{
+      .most_pixels = context().options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX)};
   formats::DecodeRequest request{.stream = source.stream,
                                  .offset = source.offset,
                                  .sink = {take_header, nullptr, &header, &notes},
@@ -60,7 +61,9 @@ Status find_stored(const SourcePage& source, const FileType& type, StoredPicture
   TQ_TRY(type.find_stored(request, stored));
   TQ_TRY(go_there());
   const Status decoded = type.decode(request);
-  if (decoded != StatusCode::stop_after_header) return StatusCode::unsupported;
+  if (decoded != StatusCode::stop_after_header) {
+    return decoded.failed() ? decoded : StatusCode::unsupported;
+  }
   stored.resolution = notes.resolution.x > 0 ? notes.resolution : resolution_of(header.header);
   stored.orientation = notes.orientation;
   return kOk;
