@@ -67,27 +67,32 @@ def check_page(picture, pixel, page):
         sys.exit(f'page {page}, {picture}: not where it should be')
 
 
+def check_document(*options):
+    name = 'out.pdf'
+    pictures = [f'page{page:02}.bmp' for page in range(len(PAGES))]
+    run(TOOL, 'convert', *options, *pictures[:3], name)
+    for picture in pictures[3:]:
+        run(TOOL, 'append', *options, picture, name)
+    if shutil.which('qpdf'):
+        print(run('qpdf', '--check', name).decode())
+    if shutil.which('pdftoppm'):
+        run('pdftoppm', '-r', '72', name, 'drawn')
+        for page, picture in enumerate(PAGES):
+            if picture[3] is None:
+                continue
+            with open(f'drawn-{page + 1:02}.ppm', 'rb') as file:
+                check_page(picture, read_ppm(file.read()), page)
+        print(len(PAGES), 'pages drawn')
+
+
 def main():
     with tempfile.TemporaryDirectory() as folder:
         os.chdir(folder)
-        names = []
         for page, picture in enumerate(PAGES):
-            names.append(f'page{page:02}.bmp')
-            with open(names[-1], 'wb') as file:
+            with open(f'page{page:02}.bmp', 'wb') as file:
                 file.write(picture_file(*picture[:3]))
-        run(TOOL, 'convert', *names[:3], 'out.pdf')
-        for name in names[3:]:
-            run(TOOL, 'append', name, 'out.pdf')
-        if shutil.which('qpdf'):
-            print(run('qpdf', '--check', 'out.pdf').decode())
-        if shutil.which('pdftoppm'):
-            run('pdftoppm', '-r', '72', 'out.pdf', 'drawn')
-            for page, picture in enumerate(PAGES):
-                if picture[3] is None:
-                    continue
-                with open(f'drawn-{page + 1:02}.ppm', 'rb') as file:
-                    check_page(picture, read_ppm(file.read()), page)
-            print(len(PAGES), 'pages drawn')
+        check_document('--contract')
+        check_document('--page-size', 'letter', '--fit', 'shrink')
 
 
 main()

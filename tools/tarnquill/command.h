@@ -20,6 +20,7 @@ extern const Command kFormats;
 extern const Command kInfo;
 extern const Command kConvert;
 extern const Command kAppend;
+extern const Command kExtract;
 extern const Command kPages;
 extern const Command kTags;
 extern const Command kDither;

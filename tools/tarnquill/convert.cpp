@@ -1,4 +1,5 @@
 // tarnquill convert: decodes, cuts, reduces and scales, and saves under another code.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include "input.h"
 #include "library_options.h"
 #include "output.h"
+#include "pdf_options.h"
 #include "progress.h"
 #include "system.h"
 
@@ -40,6 +42,13 @@ constexpr Option kOptions[] = {
     {"optimise", 0, nullptr, "jpeg with codes made for the picture: smaller, slower"},
     {"keep-inks", 0, nullptr,
      "cyan, magenta, yellow and black stay what they are, or are\nrefused"},
+    kPageSizeOption,
+    kMarginOption,
+    kFitOption,
+    kTurnPagesOption,
+    kLosslessOption,
+    kTitleOption,
+    kAuthorOption,
     {"jobs", 'j', "N", "work on so many inputs at a time (default 1)"},
     {"output", 'o', "OUT", "the result; all operands are inputs then"},
     {"quiet", 'q', nullptr, "no notes and no progress bar"},
@@ -61,6 +70,7 @@ struct Plan {
   std::optional<std::int32_t> dpi;
   int jobs = 1;
   bool keep_inks = false;
+  bool copies = false;  // pages as they are coded, if they can be
   bool quiet = false;
   bool verbose = false;
 };
@@ -154,6 +164,7 @@ void apply_settings(const Arguments& arguments, const Plan& plan) {
   if (const auto mode = arguments.number("dither-mode", 0, 0x7FFFFFFF)) {
     IMGLOW_set_dithermode(*mode);
   }
+  apply_pdf_options(arguments);
   if (arguments.has("progressive")) IMG_set_option(IMG_OPTION_JPEG_PROGRESSIVE, 1);
   if (arguments.has("optimise")) IMG_set_option(IMG_OPTION_JPEG_OPTIMISE, 1);
   if (const auto quality = arguments.number("quality", 1, 100)) IMGLOW_set_comp_quality(*quality);
@@ -166,6 +177,16 @@ Size parse_sampling(const std::string& text) {
     throw UsageError("--sampling takes factors up to 4 and products up to 8");
   }
   return sampling;
+}
+
+// Whether nothing is asked for that pixels would have to be touched, or looked at, for.
+bool may_copy(const Arguments& arguments, std::int32_t code) {
+  if (code != IMG_TYPE_PDF) return false;
+  constexpr const char* kChanges[] = {"crop",     "rect",        "size",     "reduce",
+                                      "quality",  "sampling",    "dpi",      "progressive",
+                                      "optimise", "no-orient",   "strict",   "contract"};
+  return std::none_of(std::begin(kChanges), std::end(kChanges),
+                      [&](const char* name) { return arguments.has(name); });
 }
 
 Plan make_plan(const Arguments& arguments, bool appends) {
@@ -183,6 +204,7 @@ Plan make_plan(const Arguments& arguments, bool appends) {
   plan.dpi = arguments.number("dpi", 1, 65535);
   plan.jobs = arguments.number("jobs", 1, 256).value_or(1);
   plan.keep_inks = arguments.has("keep-inks");
+  plan.copies = may_copy(arguments, plan.code);
   plan.quiet = arguments.has("quiet");
   plan.verbose = arguments.has("verbose");
   if (plan.out == "-" && is_terminal(stdout)) {
@@ -250,10 +272,36 @@ std::int32_t decode(const Plan& plan, const Input& input) {
   return input.decode(plan.page);
 }
 
+// One input as it is coded, if the output can hold it.
+template <class Open>
+void copy_input(const Plan& plan, const Input& input, Progress& progress, Open&& open) {
+  progress.begin_stage("writing");
+  IMGLOW_set_jpg_interleave(plan.sampling.width, plan.sampling.height);
+  std::int32_t how = 0;
+  const SavePage page = [&](std::int32_t stream) {
+    how = input.copy_page(plan.page, stream, plan.code);
+    return how;
+  };
+  Output& output = open(page);
+  output.save(page);
+  progress.clear();
+  if (how == 1) report_damage(-1, input.label());
+  if (plan.verbose && !plan.quiet) {
+    const auto type = find_code(plan.code);
+    std::fprintf(stderr, "%s -> %s: %s, %s\n", printable(input.label()).c_str(),
+                 printable(output.label()).c_str(), type ? type->title : "?",
+                 how == 0 ? "as it was" : "coded again");
+  }
+}
+
 // Decodes one input and saves it to the output that `open` gives; that may be the same file.
 template <class Open>
 void save_input(const Plan& plan, InputPointer input, Progress& progress, Open&& open) {
   prepare_decode(plan, *input);
+  if (plan.copies && !input->in_memory()) {
+    copy_input(plan, *input, progress, open);
+    return;
+  }
   progress.begin_stage("reading");
   const Image image(decode(plan, *input));
   const std::string label = input->label();
@@ -458,7 +506,8 @@ const Command kConvert = {
     "there are named after their inputs. Without --code the end of OUT's name decides. Rectangles\n"
     "are given as X,Y,W,H or WxH+X+Y in pixels from the top left corner, and are cut at the edges\n"
     "of the image. OUT is replaced only by a complete result. A format of many pages (tiff, pdf)\n"
-    "takes many inputs into one file; if one of them fails, there is none.\n",
+    "takes many inputs into one file; if one of them fails, there is none. Jpeg, png and tiff-g4\n"
+    "inputs go into a pdf as they are, if no option changes their pixels.\n",
     kOptions,
     run_convert,
 };
@@ -469,7 +518,7 @@ const Command kAppend = {
     "Adds images as further pages to a file.",
     "Like convert, but the pages that OUT has stay in front. A file of another kind, or a "
     "document\n"
-    "that another program wrote, is refused and stays as it is. OUT is changed by all inputs or "
+    "that is damaged or enciphered, is refused and stays as it is. OUT is changed by all inputs or "
     "by\n"
     "none.\n",
     kOptions,

@@ -142,4 +142,14 @@ std::int32_t Input::decode(int page, bool without_inks) const {
                                    : IMG_decompress_bitmap_fd(stream_, 0, page));
 }
 
+std::int32_t Input::copy_page(int page, std::int32_t stream, std::int32_t code) const {
+  IMG_set_option(IMG_OPTION_INKS, 0);
+  if (!in_memory()) return IMG_copy_page_fd(stream_, 0, page, stream, code);
+  const std::int32_t image = IMG_decompress_bitmap_block(bytes_.data(), bytes_.size(), page);
+  if (image < 0) return image;
+  const std::int32_t saved = IMG_save_bitmap_fd(image, stream, code);
+  IMG_delete_bitmap(image);
+  return saved < 0 ? saved : 1;
+}
+
 }  // namespace tool

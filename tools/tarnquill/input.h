@@ -47,6 +47,8 @@ class Input {
   std::int32_t orientation(int page) const;  // 1 to 8, as TIFF counts; 1 where nothing tells
   // The image handle. Inks arrive as colours if they shall. Throws Failure.
   std::int32_t decode(int page, bool without_inks = true) const;
+  // To a stream, as IMG_copy_page_fd; what is in memory is always coded again. The library's status.
+  std::int32_t copy_page(int page, std::int32_t stream, std::int32_t code) const;
 
  private:
   std::string label_;

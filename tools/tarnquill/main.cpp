@@ -25,7 +25,7 @@ int flushed(int code) {
 namespace {
 
 constexpr const Command* kCommands[] = {&kInfo,      &kPages,   &kTags,   &kConvert,
-                                        &kAppend,    &kGray,    &kReduce, &kDither,
+                                        &kAppend, &kExtract,    &kGray,    &kReduce, &kDither,
                                         &kThreshold, &kPromote, &kSheet,  &kFormats};
 
 const Command* find_command(const std::string& name) {
