@@ -1,5 +1,7 @@
 // A page of any file into any other: as it is coded, where the other one can hold that, else decoded and
 // saved.
+#include <algorithm>
+
 #include "core/context.h"
 #include "dispatch/dispatch.h"
 #include "dispatch/output.h"
@@ -46,19 +48,22 @@ std::int32_t IMG_CB_C take_header(void* block, void* header) {
 Status find_stored(const SourcePage& source, const FileType& type, StoredPicture& stored,
                    HeaderBlock& header) {
   if (type.find_stored == nullptr) return StatusCode::unsupported;
-  formats::DecodeNotes notes{
-      .most_pixels = context().options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX)};
+  const Options& options = context().options;
+  formats::DecodeNotes notes;
   formats::DecodeRequest request{.stream = source.stream,
                                  .offset = source.offset,
                                  .sink = {take_header, nullptr, &header, &notes},
                                  .page = source.page > 0 ? source.page : -1,
-                                 .options = context().options};
+                                 .options = options};
   // As other programs read them: all that the file says about how it is to be shown.
   request.options.set(IMG_OPTION_READING, 1);
   request.options.set(IMG_OPTION_ORIENTATION, 1);
   const auto go_there = [&] { return seek_to(source.stream, source.offset); };
   TQ_TRY(go_there());
   TQ_TRY(type.find_stored(request, stored));
+  const std::int64_t pixels = std::int64_t{stored.width} * stored.height;
+  if (pixels > options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX)) return StatusCode::out_of_memory;
+  if (stored.is_described) return kOk;
   TQ_TRY(go_there());
   const Status decoded = type.decode(request);
   if (decoded != StatusCode::stop_after_header) {
@@ -71,9 +76,9 @@ Status find_stored(const SourcePage& source, const FileType& type, StoredPicture
 
 // The picture as its target's header would have it.
 void describe(const StoredPicture& stored, HeaderBlock& header) {
+  const int bits = std::min(stored.bits * stored.components, kDeepest);
+  header = dib_header(stored.width, stored.height, bits);
   BitmapInfoHeader& fields = header.header;
-  fields.biWidth = stored.width;
-  fields.biHeight = stored.height;
   fields.biXPelsPerMeter = (stored.resolution.x + 500) / 1000;
   fields.biYPelsPerMeter = (stored.resolution.y + 500) / 1000;
 }
@@ -139,8 +144,7 @@ Status copy_page(const SourcePage& source, const Target& target, std::int32_t co
   TQ_TRY(seek_to(source.stream, source.offset));
   TQ_TRY(detect(source.stream, from));
   if (from == nullptr || from->decode == nullptr) return StatusCode::unsupported;
-  const bool is_alone =
-      from->count_pages == nullptr && (from->traits & formats::kMultiPage) == 0;
+  const bool is_alone = from->count_pages == nullptr && (from->traits & formats::kMultiPage) == 0;
   const bool is_past = source.page >= context().options.limit(IMG_OPTION_MAX_PAGES, INT64_MAX);
   if ((is_alone && source.page > 0) || is_past) return StatusCode::page_past_end;
   const Status copied = copy_stored_page(source, *from, target, *to);

@@ -59,9 +59,8 @@ Status encode_image(ImageHandle handle, StreamHandle stream, const FileType& typ
   // In memory the mark of the pixels is not passed on: encoders of modules rely on this.
   if (type.supplier == Supplier::plain && stream == kMemoryStream) header.header.biCompression = 0;
   const Resolution resolution = resolution_of(image_record(handle));
-  return type.encode(
-      {stream, &header, supplier.callback(), &type, cmyk, place, options, resolution,
-       &context().texts});
+  return type.encode({stream, &header, supplier.callback(), &type, cmyk, place, options, resolution,
+                      &context().texts});
 }
 
 }  // namespace

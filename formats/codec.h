@@ -147,8 +147,8 @@ struct EncodeRequest {
   const FileType* type = nullptr;  // the row of the code that is saved
   bool cmyk = false;  // 32 bits are cyan, magenta, yellow, black; the header may not say so
   AppendPlace place = {};
-  Options options{};        // as they were when the call began
-  Resolution resolution{};  // of the image, more exactly than its header can say
+  Options options{};             // as they were when the call began
+  Resolution resolution{};       // of the image, more exactly than its header can say
   const Texts* texts = nullptr;  // of the document
 
   std::int32_t variant() const;

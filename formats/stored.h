@@ -19,8 +19,8 @@ struct StoredPicture {
   Coding coding = Coding::jpeg;
   StreamHandle stream{-1};
   std::int64_t offset = 0, bytes = 0;  // of the data
-  bool in_chunks = false;              // they stand in IDAT chunks of PNG, and `offset` is the first's
-  bool low_bit_first = false;          // in a byte
+  bool in_chunks = false;      // they stand in IDAT chunks of PNG, and `offset` is the first's
+  bool low_bit_first = false;  // in a byte
   std::int32_t width = 0, height = 0;
   int bits = 8, components = 3;  // of a component
   // Inks whose greatest value is none of it; of Group 4: what is coded as black is white.
@@ -30,8 +30,11 @@ struct StoredPicture {
   int h = 1, v = 1;          // likewise: sampling factors of the first component, if others have 1
   int colours = 0;           // of a palette
   std::array<Rgb, 256> palette{};
+  // A finder that knows them says so; else they are those of the page's header.
+  bool is_described = false;
   Resolution resolution{};
   int orientation = 1;
+  int own_orientation = 1;  // what a JPEG stream says itself
 };
 
 // A picture that lies in a file as a decode of its page would begin; unsupported for every other.

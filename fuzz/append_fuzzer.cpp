@@ -49,18 +49,22 @@ std::int32_t count_pages(const FileType& type, const Memory& file) {
   return type.count_pages == nullptr ? 1 : type.count_pages(kStream).raw();
 }
 
-Status can_append(const FileType& type, const Memory& file) {
+Status can_append(const FileType& type, const Options& options, const Memory& file) {
   caller_file = {.bytes = file};
-  formats::AppendPlace place;
+  formats::AppendPlace place{.options = options};
   const Status status = type.can_append(kStream, place);
   TQ_CLAIM(caller_file.bytes == file);
   return status;
 }
 
-Status append(const FileType& type, int bits, Memory& file) {
+Status append(const FileType& type, const Options& options, int bits, Memory& file) {
   caller_file = {.bytes = file};
   HeaderBlock header = dib_header(9, 2, bits);
-  const Status added = type.encode({kStream, &header, {grey_row, nullptr}, &type});
+  const Status added = type.encode({.stream = kStream,
+                                    .image = &header,
+                                    .rows = {grey_row, nullptr},
+                                    .type = &type,
+                                    .options = options});
   TQ_CLAIM(added.ok() || caller_file.bytes == file);
   file = caller_file.bytes;
   return added;
@@ -73,15 +77,16 @@ bool changes_a_link(const Memory& before, const Memory& kept) {
   return first < std::ssize(before) && last - before.begin() - first <= 4;
 }
 
-void append_to(const FileType& type, int bits, const Memory& before) {
+void append_to(const FileType& type, const Options& options, int bits, const Memory& before) {
   Memory after = before;
-  const Status asked = can_append(type, before);
-  const Status added = append(type, bits, after);
+  const Status asked = can_append(type, options, before);
+  const Status added = append(type, options, bits, after);
   if (asked.failed()) return;  // streams may begin anew where a file would be left alone
   TQ_CLAIM(added.ok() && after.size() > before.size());
 
   // The pages that were there, from the bytes that were there.
   const Memory kept(after.begin(), after.begin() + static_cast<std::ptrdiff_t>(before.size()));
+  if (type.code == IMG_TYPE_PDF) TQ_CLAIM(kept == before);
   const std::int32_t pages = count_pages(type, before);
   for (std::int32_t page = 0; page < std::min(pages, kMostPages); ++page) {
     const Page old = decode(type, before, page), now = decode(type, kept, page);
@@ -91,13 +96,14 @@ void append_to(const FileType& type, int bits, const Memory& before) {
     // Without a count there is one way to its only page: it must still lead there.
     if (type.count_pages == nullptr) TQ_CLAIM(old.status < 0 || decode(type, after, 0).status >= 0);
   }
-  if (type.count_pages != nullptr && pages > 0) {
+  // Documents are counted by a module.
+  if (type.count_pages != nullptr && type.code != IMG_TYPE_PDF && pages > 0) {
     Memory alone;
-    TQ_CLAIM(append(type, bits, alone).ok());
+    TQ_CLAIM(append(type, options, bits, alone).ok());
     TQ_CLAIM(count_pages(type, after) == pages + 1);
     TQ_CLAIM(decode(type, after, pages) == decode(type, alone, 0));
   }
-  const Status again = can_append(type, after);
+  const Status again = can_append(type, options, after);
   TQ_CLAIM(again.ok() || again == StatusCode::unsupported);
 }
 
@@ -106,14 +112,16 @@ void append_to(const FileType& type, int bits, const Memory& before) {
 void fuzz(Bytes bytes) {
   Input in(bytes);
   int wanted = in.u8();
-  const int bits = in.u8() % 2 == 0 ? 1 : 8;
+  const int how = in.u8(), bits = how % 2 == 0 ? 1 : 8;
+  Options options;
+  options.set(IMG_OPTION_PDF_WRITING, how >> 1 & 1);
   if (in.rest().size() > 64 << 10) return;
   std::vector<const FileType*> types;
   for (const FileType& type : dispatch::file_types()) {
     if (type.can_append != nullptr && type.decode != nullptr) types.push_back(&type);
   }
   IMGLOW_set_fileio(caller_read, caller_write, caller_seek);
-  append_to(*types[wanted % types.size()], bits, {in.rest().begin(), in.rest().end()});
+  append_to(*types[wanted % types.size()], options, bits, {in.rest().begin(), in.rest().end()});
   IMGLOW_set_fileio(nullptr, nullptr, nullptr);
   TQ_CLAIM(memory_probe::tracked_blocks() == 0);
 }

@@ -93,7 +93,7 @@ enum {
  *   JPEG        8, 24, 32             8, 24, 32
  *   PNG         1, 4, 8, 16, 24       1, 4, 8, 16, 24, and 32 of blue, green, red
  *   GIF         1, 4, 8               1, 4, 8; both by a module, which has to be there
- *   PDF         1, 8, 24, one layout  1, 8, 24, 32
+ *   PDF         1, 8, 24, one layout  1, 8, 24, 32, and 4 with PDF_WRITING
  *   TIFF        1, 4, 8, 16, 24, 32   1, 4, 8, 16, 24, 32; Huffman, G3 and G4 1 bit; JPEG 8, 24, and
  *                                     32 of blue, green, red; LZW both by a module
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
@@ -614,7 +614,7 @@ IMG_API int32_t IMG_CALL IMGLOW_decompress_bitmap_block(const void* block, size_
  * document, and memory always does (its size is its position). A save to a stream that fails leaves
  * what was there and maybe a part of the page behind it: cut the stream off there before the next
  * page. Grey and 32-bit pictures stand under a colour space of three components, which other
- * programs show wrongly or not at all; promote them to 24 bits.
+ * programs show wrongly or not at all; promote them to 24 bits, or set IMG_OPTION_PDF_WRITING.
  *
  * Return 0 (stream: the encoder's result; memory: the number of bytes written), IMG_BAD_HANDLE,
  * IMG_CANNOT_CREATE, IMG_UNSUPPORTED (no such code, no encoder for it, no code for the name, or a
@@ -797,8 +797,8 @@ IMG_API int32_t IMG_CALL IMG_set_option_text(int32_t number, const char* text);
  * then what a failed save leaves. */
 IMG_API int32_t IMG_CALL IMG_copy_page(const char* source, int32_t page, const char* target,
                                        int32_t code);
-IMG_API int32_t IMG_CALL IMG_copy_page_fd(int32_t source, int32_t offset, int32_t page, int32_t target,
-                                          int32_t code);
+IMG_API int32_t IMG_CALL IMG_copy_page_fd(int32_t source, int32_t offset, int32_t page,
+                                          int32_t target, int32_t code);
 
 /* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
  * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,

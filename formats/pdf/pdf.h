@@ -24,6 +24,9 @@ Status encode_page(const formats::EncodeRequest& request);
 Status can_encode_page(const formats::EncodeRequest& request);
 Status can_append_page(StreamHandle stream, formats::AppendPlace& place);
 
+// The picture of a page, as the module finds it.
+Status find_stored_page(const formats::DecodeRequest& request, formats::StoredPicture& stored);
+
 // The same with pictures that are coded already; unsupported without the option.
 Status can_store_page(const formats::EncodeRequest& request, const formats::StoredPicture& stored);
 Status encode_stored_page(const formats::EncodeRequest& request,

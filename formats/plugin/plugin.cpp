@@ -8,6 +8,7 @@
 
 #include "core/context.h"
 #include "formats/gif/gif.h"
+#include "formats/stored.h"
 #include "formats/tiff/tiff.h"
 #include "include/tarnquill_plugin.h"
 #include "platform/module.h"
@@ -157,6 +158,7 @@ enum EntryIndex {
   kEncodeTiffLzw,
   kDecodePdf,
   kCountPdfPages,
+  kFindStoredPicture,
   kDecodeAbic,
   kEntries
 };
@@ -167,8 +169,9 @@ struct Entry {
 };
 
 constexpr Entry kEntryTable[] = {
-    {kLzw, "decode_gif"}, {kLzw, "encode_gif"}, {kLzw, "encode_gifi"}, {kLzw, "decode_tif"},
-    {kLzw, "encode_tif"}, {kPdf, "decode_pdf"}, {kPdf, "count_pages"}, {kAbic, "IMG_decomp_abic"},
+    {kLzw, "decode_gif"},  {kLzw, "encode_gif"},          {kLzw, "encode_gifi"},
+    {kLzw, "decode_tif"},  {kLzw, "encode_tif"},          {kPdf, "decode_pdf"},
+    {kPdf, "count_pages"}, {kPdf, "find_stored_picture"}, {kAbic, "IMG_decomp_abic"},
 };
 static_assert(std::size(kEntryTable) == kEntries);
 
@@ -277,6 +280,13 @@ class Call {
         reinterpret_cast<img_plugin_count_fn>(address_)(static_cast<std::int32_t>(stream)));
   }
 
+  Status find_stored(const DecodeRequest& request, img_stored_picture& picture) const {
+    const AtWork at_work(&request, nullptr);
+    return Status::from_raw(reinterpret_cast<img_plugin_stored_fn>(address_)(
+        static_cast<std::int32_t>(request.stream), request.offset, std::max(request.page, 0),
+        &picture));
+  }
+
   Status encode(const EncodeRequest& request) const {
     const AtWork at_work(nullptr, &request);
     const RowSupplier& rows = request.rows;
@@ -358,6 +368,33 @@ Status count_pdf_pages(StreamHandle stream) {
   Call call;
   const Status begun = call.begin(kCountPdfPages);
   return begun.ok() ? call.count_pages(stream) : Status::from_raw(1);
+}
+
+Status find_stored_picture(const DecodeRequest& request, formats::StoredPicture& stored) {
+  Call call;
+  if (call.begin(kFindStoredPicture).failed()) return StatusCode::unsupported;
+  img_stored_picture picture{};
+  picture.size = sizeof picture;
+  TQ_TRY(call.find_stored(request, picture));
+  const bool is_jpeg = picture.coding == IMG_STORED_JPEG;
+  if (!is_jpeg && picture.coding != IMG_STORED_T6) return StatusCode::unsupported;
+  using Coding = formats::StoredPicture::Coding;
+  stored.coding = is_jpeg ? Coding::jpeg : Coding::group4;
+  stored.stream = request.stream;
+  stored.offset = picture.offset;
+  stored.bytes = picture.bytes;
+  stored.width = picture.width;
+  stored.height = picture.height;
+  stored.bits = is_jpeg ? 8 : 1;
+  stored.components = picture.components;
+  stored.inverted = picture.inverted != 0;
+  stored.is_described = true;
+  stored.orientation = picture.orientation;
+  stored.resolution = {picture.x_resolution, picture.y_resolution};
+  if (stored.orientation >= 5) std::swap(stored.resolution.x, stored.resolution.y);
+  const bool makes_sense = stored.offset >= 0 && stored.bytes > 0 && stored.width > 0 &&
+                           stored.height > 0 && stored.orientation >= 1 && stored.orientation <= 8;
+  return makes_sense ? StatusCode::ok : StatusCode::unsupported;
 }
 
 Status can_encode_gif(const EncodeRequest& request) {

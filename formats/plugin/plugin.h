@@ -28,6 +28,9 @@ Status decode_pdf_by_module(const formats::DecodeRequest& request, bool& availab
 // 1 without the module, and with one that cannot count.
 Status count_pdf_pages(StreamHandle stream);
 
+// By the PDF module; unsupported without it, and with one that cannot do this.
+Status find_stored_picture(const formats::DecodeRequest& request, formats::StoredPicture& stored);
+
 Status decode_abic(
     const formats::DecodeRequest& request);  // out_of_memory when the module is missing
 

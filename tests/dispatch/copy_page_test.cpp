@@ -32,11 +32,11 @@ bool contains(const Bytes& whole, const Bytes& part) {
 // peers/pdf_writing_peers.py looks at what such documents show.
 TEST_F(CopyPage, DataPassAsTheyAreWhereTheTargetHoldsThem) {
   const std::set<std::string> whole = {
-      "png/dot.png",    "png/grey1.png",       "png/grey16.png", "png/grey2.png",
-      "png/grey4.png",  "png/grey8.png",       "png/index1.png", "png/index1-colours.png",
-      "png/index2.png", "png/index4.png",      "png/index8.png", "png/index8-one.png",
-      "png/page.png",   "png/rgb8.png",        "png/rgb8-gs.png", "png/rgb8-ffmpeg.png",
-      "png/rgb16.png",  "tiff/g4.tif",         "tiff/g4-gm.tif", "tiff/g4-black-zero.tif",
+      "png/dot.png",    "png/grey1.png",  "png/grey16.png",  "png/grey2.png",
+      "png/grey4.png",  "png/grey8.png",  "png/index1.png",  "png/index1-colours.png",
+      "png/index2.png", "png/index4.png", "png/index8.png",  "png/index8-one.png",
+      "png/page.png",   "png/rgb8.png",   "png/rgb8-gs.png", "png/rgb8-ffmpeg.png",
+      "png/rgb16.png",  "tiff/g4.tif",    "tiff/g4-gm.tif",  "tiff/g4-black-zero.tif",
       "tiff/pages.tif"};
   int copies = 0;
   for (const CorpusFile& file : corpus_files()) {

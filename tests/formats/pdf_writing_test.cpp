@@ -90,26 +90,24 @@ TEST(PdfLayout, PagesAreAsLargeAsTheirPicturesOrAsGiven) {
   const Case cases[] = {
       {{300, 200}, {}, "300 200", "300 0 0 200 0 0"},
       {{300, 200}, {{kDpi, 300}}, "72 48", "72 0 0 48 0 0"},
-      {{1728, 1100, 1, {204000, 98000}},
-       {},
-       "609.8824 808.1633",
-       "609.8824 0 0 808.1633 0 0"},
+      {{1728, 1100, 1, {204000, 98000}}, {}, "609.8824 808.1633", "609.8824 0 0 808.1633 0 0"},
       {{300, 200, 1, {0, 150000}}, {{kDpi, 100}}, "144 96", "144 0 0 96 0 0"},
       {{300, 200, 1, {300000, 300000}}, {{kMargin, 105}}, "93 69", "72 0 0 48 10.5 10.5"},
       {{300, 200}, {{kWidth, 5953}}, "300 200", "300 0 0 200 0 0"},
       {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}}, "612 792", "612 0 0 408 0 192"},
       {{30, 40}, {{kWidth, 5953}, {kHeight, 8419}}, "595.3 841.9", "595.3 0 0 793.7333 0 24.0833"},
       {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 1}}, "612 792", "300 0 0 200 156 296"},
-      {{1300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 1}}, "612 792",
+      {{1300, 200},
+       {{kWidth, 6120}, {kHeight, 7920}, {kFit, 1}},
+       "612 792",
        "612 0 0 94.1538 0 348.9231"},
-      {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 2}}, "792 612",
-       "792 0 0 528 0 42"},
-      {{200, 300}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 2}}, "612 792",
-       "528 0 0 792 42 0"},
-      {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 3}}, "612 792",
-       "300 0 0 200 156 296"},
+      {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 2}}, "792 612", "792 0 0 528 0 42"},
+      {{200, 300}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 2}}, "612 792", "528 0 0 792 42 0"},
+      {{300, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 3}}, "612 792", "300 0 0 200 156 296"},
       {{700, 200}, {{kWidth, 6120}, {kHeight, 7920}, {kFit, 3}}, "792 612", "700 0 0 200 46 206"},
-      {{300, 200}, {{kWidth, 1000}, {kHeight, 1000}, {kMargin, 100}}, "100 100",
+      {{300, 200},
+       {{kWidth, 1000}, {kHeight, 1000}, {kMargin, 100}},
+       "100 100",
        "80 0 0 53.3333 10 23.3333"},
       {{65535, 1, 1}, {}, "6553.5 0.1]/UserUnit 10/R", "6553.5 0 0 0.1 0 0"},
       {{3, 2, 1, {65535000, 65535000}}, {}, "0.0033 0.0022", "0.0033 0 0 0.0022 0 0"},
@@ -135,8 +133,8 @@ TEST(PdfLayout, PagesAreAsLargeAsTheirPicturesOrAsGiven) {
 TEST(PdfTexts, AreWrittenAsTheStandardHasThemAndOnlyIfGiven) {
   Texts texts;
   const auto information = [&] { return between(document_of({}, {}, &texts), "obj\n<<", ">>\n"); };
-  const std::string version = "/Producer(Tarnquill " + std::to_string(TARNQUILL_VERSION_MAJOR) + "." +
-                              std::to_string(TARNQUILL_VERSION_MINOR) + "." +
+  const std::string version = "/Producer(Tarnquill " + std::to_string(TARNQUILL_VERSION_MAJOR) +
+                              "." + std::to_string(TARNQUILL_VERSION_MINOR) + "." +
                               std::to_string(TARNQUILL_VERSION_PATCH) + ")";
   EXPECT_EQ(information(), version);
   EXPECT_EQ(texts.set(IMG_TEXT_TITLE, "a (b) \\ c"), kOk);
@@ -144,16 +142,22 @@ TEST(PdfTexts, AreWrittenAsTheStandardHasThemAndOnlyIfGiven) {
   EXPECT_EQ(texts.set(IMG_TEXT_DATE, "951782399"), kOk);
   EXPECT_EQ(information(), "/Title(a \\(b\\) \\\\ c)/Author<FEFF00E9D83DDE00>" + version +
                                "/CreationDate(D:20000228235959Z)");
-  for (const auto& [seconds, date] :
-       {std::pair{"0", "19700101000000"}, {"951868800", "20000301000000"},
-        {"4107542400", "21000301000000"}, {"253402300799", "99991231235959"}}) {
+  for (const auto& [seconds, date] : {std::pair{"0", "19700101000000"},
+                                      {"951868800", "20000301000000"},
+                                      {"4107542400", "21000301000000"},
+                                      {"253402300799", "99991231235959"}}) {
     EXPECT_EQ(texts.set(IMG_TEXT_DATE, seconds), kOk);
     EXPECT_THAT(information(), HasSubstr("(D:" + std::string(date) + "Z)"));
   }
-  const std::pair<std::int32_t, const char*> refused[] = {
-      {100, "a"},  {107, "a"}, {IMG_TEXT_DATE, "253402300800"}, {IMG_TEXT_DATE, "-1"},
-      {101, "\xFF"}, {101, "\xC0\x80"}, {101, "\xED\xA0\x80"}, {101, "a\xE2\x82"},
-      {101, "\xF4\x90\x80\x80"}};
+  const std::pair<std::int32_t, const char*> refused[] = {{100, "a"},
+                                                          {107, "a"},
+                                                          {IMG_TEXT_DATE, "253402300800"},
+                                                          {IMG_TEXT_DATE, "-1"},
+                                                          {101, "\xFF"},
+                                                          {101, "\xC0\x80"},
+                                                          {101, "\xED\xA0\x80"},
+                                                          {101, "a\xE2\x82"},
+                                                          {101, "\xF4\x90\x80\x80"}};
   for (const auto& [number, given] : refused) {
     EXPECT_EQ(texts.set(number, given), StatusCode::unsupported) << number << given;
   }
@@ -252,8 +256,7 @@ TEST(PdfAppend, EveryPageCostsTheSameAndIsFoundInAFewSteps) {
     ASSERT_EQ(reader.count(), page);
     EXPECT_LE(reader.deepest, page <= 32 ? 1 : page <= 1024 ? 2 : 3);
     EXPECT_LE(reader.sections, 1 + std::bit_width(static_cast<unsigned>(page)));
-    EXPECT_EQ(reader.offsets.size(),
-              std::stoul(between(reader.trailer, "/Size ", "/")) - 1);
+    EXPECT_EQ(reader.offsets.size(), std::stoul(between(reader.trailer, "/Size ", "/")) - 1);
   }
   EXPECT_LT(file.bytes.size(), kPages * (2500 + picture));
 }
@@ -289,7 +292,8 @@ TEST(PdfAppend, AnAdditionThatWasCutOffIsWrittenOverBySafeSaves) {
 
 TEST(PdfAppend, DocumentsEndWhereNoOffsetReachesAnyMore) {
   std::string own = document_of({});
-  const std::size_t table = own.rfind("xref\n0 "), ahead = 2100, padding = 3300;  // more than windows reach
+  const std::size_t table = own.rfind("xref\n0 "), ahead = 2100,
+                    padding = 3300;  // more than windows reach
   own.insert(table, std::string(padding, ' '));
   const auto add_page = [&](std::int64_t size) {
     // The number is longer than it was, in two places.

@@ -269,6 +269,29 @@ def stored_files(folder):
         yield name, fax, False
 
 
+def check_back(library, folder, name, document, keeps_bytes):
+    """Out of the document again: the same bytes, or the same pixels."""
+    code = 13 if keeps_bytes else 10
+    if keeps_bytes or name.suffix == ".tif":
+        again = folder / "back"
+        again.unlink(missing_ok=True)
+        copied = library.call("IMG_copy_page", str(document), 1, str(again), code)
+        check(copied == 0, document, "back", copied)
+        if keeps_bytes:
+            check(again.read_bytes() == name.read_bytes(), document, "other bytes back")
+        else:
+            shown = Image.open(again).convert("L").tobytes()
+            check(shown == Image.open(name).convert("L").tobytes(), document, "other pixels back")
+        again = folder / "back.pdf"
+        again.unlink(missing_ok=True)
+        check(library.call("IMG_copy_page", str(document), 1, str(again), PDF) == 0, document, "to pdf")
+        check_structure(again, 1)
+        check(page_sizes(again) == page_sizes(document)[:1], again, page_sizes(again))
+    if name.suffix == ".png" and name.stem != "deep":
+        seen = library.rgb(library.open_page(str(document), 1))
+        check(seen.tobytes() == Image.open(name).convert("RGB").tobytes(), document, "other pixels read")
+
+
 def check_copies(library, folder):
     for name, picture, keeps_bytes in stored_files(folder):
         out = folder / f"{name.stem}-{name.suffix[1:]}.pdf"
@@ -297,6 +320,8 @@ def check_copies(library, folder):
             check(library.call("IMG_copy_page", str(name), 0, str(tif), 40) == 0, name, "to tiff")
             ratio = difference(Image.open(tif).convert("RGB"), picture.convert("RGB"))
             check(ratio > 38, tif, f"{ratio:.1f} dB")
+        if library.call("IMGLOW_get_pages", str(out)) == 2:  # the module is there
+            check_back(library, folder, name, out, keeps_bytes)
     name = folder / "page.bmp"
     scene(203, 151, "RGB").save(name)
     out = folder / "recoded.pdf"

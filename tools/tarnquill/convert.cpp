@@ -182,9 +182,9 @@ Size parse_sampling(const std::string& text) {
 // Whether nothing is asked for that pixels would have to be touched, or looked at, for.
 bool may_copy(const Arguments& arguments, std::int32_t code) {
   if (code != IMG_TYPE_PDF) return false;
-  constexpr const char* kChanges[] = {"crop",     "rect",        "size",     "reduce",
-                                      "quality",  "sampling",    "dpi",      "progressive",
-                                      "optimise", "no-orient",   "strict",   "contract"};
+  constexpr const char* kChanges[] = {"crop",     "rect",      "size",   "reduce",
+                                      "quality",  "sampling",  "dpi",    "progressive",
+                                      "optimise", "no-orient", "strict", "contract"};
   return std::none_of(std::begin(kChanges), std::end(kChanges),
                       [&](const char* name) { return arguments.has(name); });
 }

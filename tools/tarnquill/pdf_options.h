@@ -6,15 +6,18 @@
 namespace tool {
 
 // Rows for the table of such a command, behind its own.
-inline constexpr Option kPageSizeOption = {
-    "page-size", 0, "SIZE", "of pdf: a3, a4, a5, letter, legal, or WxH in points; without\nit pages are as large as their pictures"};
-inline constexpr Option kMarginOption = {"margin", 0, "N", "of pdf: points on every side of a page"};
-inline constexpr Option kFitOption = {
-    "fit", 0, "HOW", "of pdf, on pages of a size: fill (default), or shrink, which\nleaves small pictures as they are"};
+inline constexpr Option kPageSizeOption = {"page-size", 0, "SIZE",
+                                           "of pdf: a3, a4, a5, letter, legal, or WxH in points; "
+                                           "without\nit pages are as large as their pictures"};
+inline constexpr Option kMarginOption = {"margin", 0, "N",
+                                         "of pdf: points on every side of a page"};
+inline constexpr Option kFitOption = {"fit", 0, "HOW",
+                                      "of pdf, on pages of a size: fill (default), or shrink, "
+                                      "which\nleaves small pictures as they are"};
 inline constexpr Option kTurnPagesOption = {
     "turn-pages", 0, nullptr, "of pdf: turn pages where that makes their pictures larger"};
-inline constexpr Option kLosslessOption = {
-    "lossless", 0, nullptr, "of pdf: pictures exactly as they are, no jpeg"};
+inline constexpr Option kLosslessOption = {"lossless", 0, nullptr,
+                                           "of pdf: pictures exactly as they are, no jpeg"};
 inline constexpr Option kTitleOption = {"title", 0, "TEXT", "of a new pdf"};
 inline constexpr Option kAuthorOption = {"author", 0, "TEXT", "of a new pdf"};
 

@@ -1,4 +1,6 @@
 // Streams that other files can hold as they are.
+#include <algorithm>
+
 #include "formats/jpeg/decode/markers.h"
 #include "formats/stored.h"
 
@@ -32,6 +34,7 @@ Status describe_stored(formats::StoredPicture& stored) {
   stored.inverted = frame.count == 4 && tables.adobe.present;
   stored.is_rgb = frame.count == 3 &&
                   (tables.adobe.present ? tables.adobe.transform == 0 : is_named_rgb(tables));
+  stored.own_orientation = std::max(tables.exif.orientation, 1);
   stored.is_baseline = !frame.progressive;
   stored.h = frame.components[0].h;
   stored.v = frame.components[0].v;
@@ -54,7 +57,8 @@ Status find_stored_jpeg(const formats::DecodeRequest& request, formats::StoredPi
 
 Status can_store_jpeg(const formats::EncodeRequest& /*request*/,
                       const formats::StoredPicture& stored) {
-  const bool fits = stored.coding == formats::StoredPicture::Coding::jpeg && !stored.in_chunks;
+  const bool fits = stored.coding == formats::StoredPicture::Coding::jpeg &&
+                    stored.orientation == stored.own_orientation;
   return fits ? StatusCode::ok : StatusCode::unsupported;
 }
 

@@ -66,17 +66,25 @@ void put_form(StreamWriter& out, const Form& form) {
   put_filter(out, form);
 }
 
+namespace {
+
+char digit(std::int64_t number) {
+  return kDigits[static_cast<std::size_t>(number % 10)];
+}
+
+}  // namespace
+
 LengthText::LengthText(std::int64_t length, std::int64_t unit) : start_(room_ + sizeof room_) {
   const bool negative = length < 0;
   length = ((negative ? -length : length) + unit / 2) / unit;
   std::int64_t decimals = length % kPoint, whole = length / kPoint;
   const char* const end = start_;
   for (int i = 0; i < 4; ++i, decimals /= 10) {
-    if (start_ != end || decimals % 10 != 0) *--start_ = kDigits[decimals % 10];
+    if (start_ != end || decimals % 10 != 0) *--start_ = digit(decimals);
   }
   if (start_ != end) *--start_ = '.';
   do {
-    *--start_ = kDigits[whole % 10];
+    *--start_ = digit(whole);
     whole /= 10;
   } while (whole != 0);
   if (negative) *--start_ = '-';

@@ -19,11 +19,11 @@ struct Form {
   Coding coding = Coding::jpeg;
   Space space = Space::rgb;
   std::int32_t width = 0, height = 0;
-  int bits = 8;               // of a component
-  bool inverted = false;      // a component's greatest value is none of it
-  bool is_rgb = false;        // of JPEG: no YCbCr, though nothing in the stream says so
-  bool black_is_1 = false;    // of Group 4: 1 is what it codes as black
-  bool ends = true;           // likewise: a code that ends it is there
+  int bits = 8;             // of a component
+  bool inverted = false;    // a component's greatest value is none of it
+  bool is_rgb = false;      // of JPEG: no YCbCr, though nothing in the stream says so
+  bool black_is_1 = false;  // of Group 4: 1 is what it codes as black
+  bool ends = true;         // likewise: a code that ends it is there
   std::span<const Rgb> palette = {};
 
   int components() const { return space == Space::rgb ? 3 : space == Space::cmyk ? 4 : 1; }

@@ -8,7 +8,8 @@ namespace tq::pdf::writing {
 namespace {
 
 constexpr std::int64_t kTenth = kPoint / 10;
-constexpr std::int64_t kLongestSide = 14400 * kPoint;  // ISO 32000-1, Annex C: of a page, in its unit
+constexpr std::int64_t kLongestSide =
+    14400 * kPoint;  // ISO 32000-1, Annex C: of a page, in its unit
 
 // Of pixels at thousandths of a dot per inch.
 std::int64_t length_of(std::int64_t pixels, std::int64_t resolution) {
@@ -19,7 +20,8 @@ std::int64_t length_of(std::int64_t pixels, std::int64_t resolution) {
 // The largest of this shape that fits.
 Length fitted(Length shape, Length room) {
   while (std::max(shape.width, shape.height) > INT32_MAX) {
-    shape = {std::max<std::int64_t>(shape.width / 2, 1), std::max<std::int64_t>(shape.height / 2, 1)};
+    shape = {std::max<std::int64_t>(shape.width / 2, 1),
+             std::max<std::int64_t>(shape.height / 2, 1)};
   }
   const auto part = [](std::int64_t of, std::int64_t numerator, std::int64_t denominator) {
     return std::max<std::int64_t>((of * numerator + denominator / 2) / denominator, 1);

@@ -16,11 +16,11 @@ struct Length {
 };
 
 struct Layout {
-  Length page{};                   // as it is shown
-  Length picture{};                // likewise
-  std::int64_t x = 0, y = 0;     // of its lower left corner
-  int orientation = 1;           // of its pixels, 1 to 8 as TIFF counts
-  std::int64_t user_unit = 1;    // points that a number of the page means
+  Length page{};               // as it is shown
+  Length picture{};            // likewise
+  std::int64_t x = 0, y = 0;   // of its lower left corner
+  int orientation = 1;         // of its pixels, 1 to 8 as TIFF counts
+  std::int64_t user_unit = 1;  // points that a number of the page means
 
   // A viewer turns the page by so many degrees, which is all that the orientations without mirrors need.
   int rotation() const {

@@ -127,7 +127,8 @@ Status write_png_rows(const EncodeRequest& request, const Form& form, StreamWrit
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   if (layout != nullptr) TQ_TRY(packed.allocate(stored_bytes));
   coding::RowFilter filter;
-  TQ_TRY(filter.open(stored_bytes, form.components(), form.space != Space::indexed && form.bits >= 8));
+  TQ_TRY(
+      filter.open(stored_bytes, form.components(), form.space != Space::indexed && form.bits >= 8));
   deflate::Encoder coder;
   TQ_TRY(coder.start(kDeflateLevel));
   for (std::int32_t y = 0; y < header.biHeight; ++y) {

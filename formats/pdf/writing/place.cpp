@@ -14,7 +14,7 @@ using objects::Object;
 using objects::Scanner;
 using objects::Value;
 
-constexpr std::int32_t kVersion = 14;  // of new documents: 1.4
+constexpr std::int32_t kVersion = 14;             // of new documents: 1.4
 constexpr std::int32_t kHighestNumber = 8388607;  // ISO 32000-1, Annex C
 
 std::string_view text_of(std::span<const std::uint8_t> bytes) {

@@ -10,8 +10,9 @@
 
 namespace tq::pdf::writing {
 
-inline constexpr int kMostKids = 32;  // of a node: adding a page writes a few short lists, however many
-                                      // there are
+inline constexpr int kMostKids =
+    32;  // of a node: adding a page writes a few short lists, however many
+         // there are
 
 struct Node {
   Reference reference;
@@ -59,7 +60,7 @@ class Place {
   Reference page_reference;
   std::array<Node, kMostLevels> nodes;  // from the top to the leaf that gets the page
   Node full_top;                        // became the first kid of the top
-  Copied catalog;     // its value is null where it holds what stands here, and nothing else
+  Copied catalog;  // its value is null where it holds what stands here, and nothing else
   bool catalog_changes = false;
   Copied other_tree;  // likewise null, unless it gets a parent
   objects::Value trailer;

@@ -45,7 +45,7 @@ inline constexpr int kMostLevels = 8;  // of the tree of pages
 struct Chain {
   std::int32_t pages = 0;  // that were added so
   std::int32_t self = 0;   // where the section is: elsewhere it is a copy by another program
-  std::int32_t base = 0;   // the newest section of what was there before all of them; 0: nothing was
+  std::int32_t base = 0;  // the newest section of what was there before all of them; 0: nothing was
   std::int32_t version = 0;
   int levels = 0;
   std::array<std::int32_t, kMostLevels> nodes{};  // from the top to the last leaf
@@ -82,7 +82,7 @@ struct SectionToWrite {
   Chain chain;
   std::int32_t previous = 0, size = 0;
   Reference catalog;
-  objects::Value old_trailer;  // of which information and name are kept
+  objects::Value old_trailer;      // of which information and name are kept
   std::int32_t stream_number = 0;  // 0: a table
 };
 

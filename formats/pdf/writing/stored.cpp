@@ -1,8 +1,10 @@
 // Pictures whose data are coded already.
 #include "formats/stored.h"
 
+#include "formats/jpeg/jpeg.h"
 #include "formats/pdf/pdf.h"
 #include "formats/pdf/writing/page.h"
+#include "formats/plugin/plugin.h"
 
 namespace tq::pdf {
 namespace {
@@ -49,6 +51,18 @@ Status prepare(const formats::EncodeRequest& request, const StoredPicture& store
 }
 
 }  // namespace
+
+Status find_stored_page(const formats::DecodeRequest& request, StoredPicture& stored) {
+  TQ_TRY(plugin::find_stored_picture(request, stored));
+  if (stored.coding != StoredPicture::Coding::jpeg) return kOk;
+  // A stream that is shown otherwise than it says by itself would be another picture elsewhere.
+  const StoredPicture on_page = stored;
+  TQ_TRY(jpeg::describe_stored(stored));
+  const bool same = stored.width == on_page.width && stored.height == on_page.height &&
+                    stored.components == on_page.components &&
+                    (stored.components != 4 || stored.inverted == on_page.inverted);
+  return same ? StatusCode::ok : StatusCode::unsupported;
+}
 
 Status can_store_page(const formats::EncodeRequest& request, const StoredPicture& stored) {
   writing::Page page;
