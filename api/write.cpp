@@ -91,14 +91,14 @@ std::int32_t IMG_CALL IMGLOW_save_bitmap_block(void* block, std::size_t size, vo
 std::int32_t IMG_CALL IMG_copy_page(const char* source, std::int32_t page, const char* target,
                                     std::int32_t code) {
   return with_file(source, [=](StreamHandle stream) {
-    return tq::dispatch::copy_page_to_file({.stream = stream, .page = page}, target, code);
+    return tq::dispatch::copy_page_to_file({stream, 0, page, source}, target, code);
   });
 }
 
 std::int32_t IMG_CALL IMG_copy_page_fd(std::int32_t source, std::int32_t offset, std::int32_t page,
                                        std::int32_t target, std::int32_t code) {
   return with_stream(source, [=](StreamHandle stream) {
-    return tq::dispatch::copy_page_to_stream({stream, offset, page}, StreamHandle{target}, code);
+    return tq::dispatch::copy_page_to_stream({stream, offset, page, nullptr}, StreamHandle{target}, code);
   });
 }
 

@@ -1,6 +1,7 @@
 // A page of any file into any other: as it is coded, where the other one can hold that, else decoded and
 // saved.
 #include <algorithm>
+#include <cstring>
 
 #include "core/context.h"
 #include "dispatch/dispatch.h"
@@ -107,7 +108,11 @@ Status copy_stored_page(const SourcePage& source, const FileType& from, const Ta
                         const FileType& to) {
   StoredPicture stored;
   HeaderBlock header;
-  if (to.encode_stored == nullptr || source.stream == target.stream) return StatusCode::unsupported;
+  // What is written must not be what is still to be read.
+  const bool same = target.name != nullptr && source.name != nullptr
+                        ? std::strcmp(source.name, target.name) == 0
+                        : source.stream == target.stream;
+  if (to.encode_stored == nullptr || same) return StatusCode::unsupported;
   TQ_TRY(find_stored(source, from, stored, header));
   describe(stored, header);
   EncodeRequest request{.stream = target.stream,

@@ -55,6 +55,7 @@ struct SourcePage {
   StreamHandle stream;
   std::int32_t offset = 0;
   std::int32_t page = 0;
+  const char* name = nullptr;  // of the file, if it has one
 };
 
 // Saves a page to a stream or to a file: 0 as it is coded, 1 decoded and coded again.

@@ -65,7 +65,6 @@ Status copy_stored(const StoredPicture& stored, StreamWriter& out) {
     }
     TQ_TRY(copy.copy(bytes));
     left -= bytes;
-    if (bytes == 0 && !stored.in_chunks) break;
   }
   return copy.finish();
 }

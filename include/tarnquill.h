@@ -789,7 +789,7 @@ IMG_API int32_t IMG_CALL IMG_set_option_text(int32_t number, const char* text);
  *
  *   source      file name, or an open stream and where the file begins in it
  *   page        of the source, from 0
- *   target      file name, or an open stream, as for IMG_save_bitmap
+ *   target      file name, or an open stream, as for IMG_save_bitmap; another file than the source
  *   code        of the target; IMG_TYPE_BY_NAME with a name
  *
  * The progress callback is called for every 64 KiB of data that are copied.

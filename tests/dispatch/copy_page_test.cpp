@@ -69,6 +69,14 @@ TEST_F(CopyPage, WithoutPdfWritingPagesAreAsTheyAlwaysWere) {
   EXPECT_FALSE(contains(file_content(target_), file_content("corpus/jpeg/420.jpg")));
 }
 
+TEST_F(CopyPage, OntoItselfAFileIsReadBeforeItIsWritten) {
+  write_file(target_, file_content("corpus/jpeg/grey.jpg"));
+  EXPECT_EQ(IMG_copy_page(target_.c_str(), 0, target_.c_str(), IMG_TYPE_JPEG), 1);
+  const std::int32_t image = IMG_decompress_bitmap(target_.c_str());
+  EXPECT_GE(image, 0);
+  EXPECT_EQ(IMG_delete_bitmap(image), 0);
+}
+
 TEST_F(CopyPage, SettingsOfDecodingDoNotCountAndStay) {
   IMGLOW_set_decompsize(4, 3);
   IMGLOW_set_decomp_rect(1, 1, 2, 2);
