@@ -98,7 +98,8 @@ std::int32_t IMG_CALL IMG_copy_page(const char* source, std::int32_t page, const
 std::int32_t IMG_CALL IMG_copy_page_fd(std::int32_t source, std::int32_t offset, std::int32_t page,
                                        std::int32_t target, std::int32_t code) {
   return with_stream(source, [=](StreamHandle stream) {
-    return tq::dispatch::copy_page_to_stream({stream, offset, page, nullptr}, StreamHandle{target}, code);
+    return tq::dispatch::copy_page_to_stream({stream, offset, page, nullptr}, StreamHandle{target},
+                                             code);
   });
 }
 

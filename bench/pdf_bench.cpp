@@ -37,10 +37,8 @@ void append(const std::string& name, const Options& options) {
   const bool exists = fs::exists(name);
   if (file.open(name.c_str(), exists ? OpenMode::update : OpenMode::create).failed()) std::abort();
   HeaderBlock header = dib_header(kWidth, kHeight, 1);
-  const formats::EncodeRequest request{.stream = file.handle(),
-                                       .image = &header,
-                                       .rows = {draw_row, nullptr},
-                                       .options = options};
+  const formats::EncodeRequest request{
+      .stream = file.handle(), .image = &header, .rows = {draw_row, nullptr}, .options = options};
   if (pdf::encode_page(request).failed()) std::abort();
 }
 

@@ -312,7 +312,6 @@ Status choose_stored_form(const EncodeRequest& request, const formats::StoredPic
                           Form& form) {
   form = {.coding = static_cast<Coding>(request.variant()),
           .strip_rows = stored.height,
-          .modern_jpeg = request.options.get(IMG_OPTION_TIFF_JPEG) == kJpeg,
           .bits = stored.bits,
           .samples = stored.components,
           .stream = {stored.components, stored.h, stored.v},
@@ -322,6 +321,7 @@ Status choose_stored_form(const EncodeRequest& request, const formats::StoredPic
     form.photometric = stored.inverted ? Photometric::black_is_zero : Photometric::white_is_zero;
     return kOk;
   }
+  form.modern_jpeg = request.options.get(IMG_OPTION_TIFF_JPEG) == kJpeg;
   // Readers take three components for YCbCr with factors of the first alone; inks may be inverted.
   const bool is_plain = stored.components == 1 || (stored.components == 3 && !stored.is_rgb &&
                                                    stored.h > 0 && stored.h != 3 && stored.v != 3);

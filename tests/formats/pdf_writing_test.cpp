@@ -274,6 +274,32 @@ TEST(PdfAppend, WithoutTheOptionItsDocumentsAreOthers) {
   EXPECT_EQ(pdf::can_append_page(MemoryFile::kHandle, place), StatusCode::bad_image);
 }
 
+TEST(PdfAppend, WhatIsDamagedOrEncipheredIsRefusedUntouched) {
+  const std::string own = document_of({});
+  const std::size_t table = own.rfind("xref\n0 ");
+  const std::string start = "startxref\n" + std::to_string(table);
+  const std::string elsewhere = "startxref\n" + std::to_string(table + 1);
+  const std::pair<const char*, std::string> cases[] = {
+      {"no document", std::string(300, 'x')},
+      {"another beginning", replaced(own, "%PDF", "%PDG")},
+      {"no end", replaced(own, "%%EOF", "%%EOG")},
+      {"no offset", replaced(own, start, "startxref\nA")},
+      {"an offset somewhere else", replaced(own, start, elsewhere)},
+      {"a node that is none", replaced(own, "/Kids[4 0 R]", "/Dogs[4 0 R]")},
+      {"an object somewhere else", replaced(own, "3 0 obj", "9 0 obj")},
+      {"enciphered", replaced(own, "/Root", "/Encrypt 9 0 R/Root")},
+      {"a cut document", own.substr(0, own.size() - 60)},
+  };
+  for (const auto& [what, content] : cases) {
+    for (const Settings& settings : {Settings{}, Settings{{IMG_OPTION_SAFE_SAVING, 1}}}) {
+      const MemoryFile file(bytes_of(content));
+      EXPECT_TRUE(can_append(settings).failed()) << what;
+      EXPECT_TRUE(save({}, settings).failed()) << what;
+      EXPECT_EQ(text(file.bytes), content) << what;
+    }
+  }
+}
+
 TEST(PdfAppend, AnAdditionThatWasCutOffIsWrittenOverBySafeSaves) {
   MemoryFile file;
   ASSERT_EQ(save({}), kOk);

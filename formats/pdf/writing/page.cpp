@@ -106,7 +106,7 @@ Status PageWriter::write_image(Reference image) {
   if (page_.bytes < 0) {
     out_.print("/Length %d 0 R>>\nstream\n", length.number);
   } else {
-    out_.print("/Length %lld>>\nstream\n", static_cast<long long>(page_.bytes));
+    out_.print("/Length %d>>\nstream\n", static_cast<int>(page_.bytes));
   }
   TQ_TRY(status());
   const std::int64_t start = position();

@@ -102,11 +102,11 @@ std::int32_t catalog_version(const Value& catalog) {
 }
 
 // Dictionaries of this kind are written here.
-Value read_node(StreamHandle stream, std::int32_t at, std::span<std::uint8_t> room) {
-  Scanner scanner(read_at(stream, at, room).text());
+Value read_node(StreamHandle stream, const Entry& entry, std::span<std::uint8_t> room) {
+  Scanner scanner(read_at(stream, entry.offset, room).text());
+  const bool is_it = scanner.next().small_integer() == entry.number;
   scanner.next();
-  scanner.next();
-  return scanner.next().is_keyword("obj") ? scanner.next() : Value();
+  return scanner.next().is_keyword("obj") && is_it ? scanner.next() : Value();
 }
 
 }  // namespace
@@ -130,7 +130,7 @@ Status Place::find_own(StreamHandle stream, std::int32_t newest_section) {
   for (int level = 0; level < chain.levels; ++level) {
     const Entry* const entry = entries.find(chain.nodes[level]);
     if (entry == nullptr) return StatusCode::bad_image;
-    take_node(level, read_node(stream, entry->offset, room));
+    take_node(level, read_node(stream, *entry, room));
     const Node& node = nodes[level];
     const bool linked =
         level == 0 || nodes[level - 1].kid[nodes[level - 1].kids - 1] == node.reference;
@@ -138,7 +138,7 @@ Status Place::find_own(StreamHandle stream, std::int32_t newest_section) {
       return StatusCode::bad_image;
     }
   }
-  if (chain.pages == INT32_MAX) return StatusCode::bad_image;
+  if (chain.pages == INT32_MAX || !trailer["Encrypt"].is(Kind::null)) return StatusCode::bad_image;
   page = chain.pages + 1;
   next_ = trailer["Size"].small_integer();
   catalog.reference = trailer["Root"].reference();
