@@ -114,7 +114,11 @@ Value read_node(StreamHandle stream, const Entry& entry, std::span<std::uint8_t>
 void Place::take_node(int level, const Value& value) {
   Node& node = nodes[level];
   node = {.reference = {chain.nodes[level], 0}, .count = value["Count"].small_integer()};
-  for (objects::Items kids = value["Kids"].items(); kids.next() && !node.is_full();) {
+  for (objects::Items kids = value["Kids"].items(); kids.next();) {
+    if (node.is_full()) {  // none that was written here
+      node.kids = 0;
+      return;
+    }
     node.add(kids.value().reference());
   }
 }
