@@ -181,6 +181,9 @@ TEST(PdfContent, IsReadAcrossPiecesAndHasLimits) {
   for (int i = 0; i < 100; ++i) many += "Q ";
   EXPECT_EQ(painted(many + "/A Do"), picture);
   EXPECT_EQ(painted("[[[[ << ) > } /A Do"), "");
+  many.clear();
+  for (int i = 0; i < 30; ++i) many += "4000000000000000 0 0 1000000000000 0 0 cm ";
+  EXPECT_EQ(painted(many + "0 0 0 0 1 1 cm /A Do"), "") << "no numbers any more";
 }
 
 }  // namespace

@@ -385,7 +385,15 @@ Status Interpreter::paint_text(const Value& text) {
 
 // --- Pictures and forms ---
 
+// Whether numbers are such that what is computed from them is one; products of many may be none.
+bool is_measurable(const Matrix& m) {
+  constexpr double kMost = 1e12;
+  return std::ranges::all_of(std::array{m.a, m.b, m.c, m.d, m.e, m.f},
+                             [](double element) { return std::abs(element) <= kMost; });
+}
+
 Status Interpreter::paint(const Painted& picture, bool covers) {
+  if (!is_measurable(picture.matrix)) return kOk;
   constexpr Rectangle kUnit = {0, 0, 1, 1};
   const Rectangle where = intersection(transformed(kUnit, picture.matrix), picture.clip);
   if (where.is_empty() || picture.alpha == 0) return kOk;
