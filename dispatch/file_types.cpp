@@ -14,6 +14,7 @@
 #include "formats/png/png.h"
 #include "formats/simple/simple.h"
 #include "formats/tiff/tiff.h"
+#include "formats/wmf/wmf.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -154,7 +155,10 @@ constexpr FileType kFileTypes[] = {
      .encode = simple::encode_targa, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_targa, .traits = kByName},
     {.code = IMG_TYPE_WMF, .name = "wmf", .title = "Windows metafile", .ending = "wmf",
-     .test = [](const Probe& p) { return p.has("\xD7\xCD\xC6\x9A"); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("\xD7\xCD\xC6\x9A"); },
+     .decode = wmf::decode_wmf, .read_depths = depths(1, 4, 8, 24, 32),
+     .encode = wmf::encode_wmf, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = wmf::can_encode_wmf, .traits = kByName},
     {.code = IMG_TYPE_ICA, .name = "ica", .title = "ICA", .ending = "ica",
      .test = [](const Probe& p) { return p.has("0000") || p[0] == 'p'; },
      .confirms = has_fax_prefix,

@@ -27,6 +27,7 @@ class StoredRows {
 
   Status open(const DecodeRequest& request, const File& file) {
     there_ = row_bytes_ = static_cast<std::size_t>(file.line_bytes);
+    lines_left_ = (file.end - file.pixels_at) / std::max<std::int64_t>(file.line_bytes, 1);
     return open_pixels(request, file, read_chunk_bytes(file.line_bytes), input_);
   }
 
@@ -38,7 +39,7 @@ class StoredRows {
       std::fill_n(padded_.data(), there_, std::uint8_t{0});
       there_ = 0;
     } else {
-      row = input_.peek(row_bytes_);
+      row = lines_left_-- > 0 ? Bytes(input_.peek(row_bytes_)) : Bytes{};
       lent_ = there_ = row.size();
       if (there_ == row_bytes_) return kOk;
       ended_ = true;
@@ -58,6 +59,7 @@ class StoredRows {
   std::size_t row_bytes_ = 0;
   std::size_t lent_ = 0;   // bytes of the input that the caller still looks at
   std::size_t there_ = 0;  // bytes of the row that were in the file
+  std::int64_t lines_left_ = 0;
   bool ended_ = false;
 };
 
@@ -207,17 +209,28 @@ Status decode_embedded(const DecodeRequest& request, const File& file) {
   return file.rows == Rows::jpeg ? jpeg::decode_jpeg(inner) : png::decode_png(inner);
 }
 
+Status decode_file(const DecodeRequest& request, File& file) {
+  if (file.rows == Rows::jpeg || file.rows == Rows::png) return decode_embedded(request, file);
+  request.sink.resolution(file.resolution);
+  TQ_TRY(request.sink.header(file.image));
+  TQ_TRY(decode_rows(request, file));
+  return kOk;
+}
+
 }  // namespace
 
 Status decode(const DecodeRequest& request) {
   File file;
   const bool shown = request.options.get(IMG_OPTION_READING) == 1;
   TQ_TRY(shown ? read_shown_header(request, file) : read_header(request, file));
-  if (file.rows == Rows::jpeg || file.rows == Rows::png) return decode_embedded(request, file);
-  request.sink.resolution(file.resolution);
-  TQ_TRY(request.sink.header(file.image));
-  TQ_TRY(decode_rows(request, file));
-  return kOk;
+  return decode_file(request, file);
+}
+
+Status decode_part(const DecodeRequest& request, std::int64_t end) {
+  File file;
+  TQ_TRY(read_shown_header(request, file));
+  file.end = end;
+  return decode_file(request, file);
 }
 
 }  // namespace tq::bmp

@@ -161,7 +161,49 @@ Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
   return kOk;
 }
 
+// Rows of 32 bits as rows of 24.
+class NarrowRows {
+ public:
+  Status open(const EncodeRequest& request) {
+    request_ = &request;
+    return wide_.allocate(row_bytes(request.image->header.biWidth, 32));
+  }
+  formats::RowSupplier supplier() { return {on_row, this}; }
+
+ private:
+  static std::int32_t IMG_CB_C on_row(void* context, void* dest, std::int32_t y,
+                                      std::int32_t bytes) {
+    const auto& self = *static_cast<NarrowRows*>(context);
+    const Status supplied = self.request_->rows.row(self.wide_.pixels(), y);
+    if (supplied.failed()) return supplied.raw();
+    const pixels::Row row(static_cast<std::uint8_t*>(dest), static_cast<std::size_t>(bytes));
+    pixels::pack(*pixels::find_layout(pixels::Layout::bgr, 32), self.wide_.pixels(),
+                 self.request_->image->header.biWidth, row);
+    return 0;
+  }
+
+  const EncodeRequest* request_ = nullptr;
+  RowBuffer<std::uint8_t> wide_;
+};
+
 }  // namespace
+
+std::int64_t part_bytes(const BitmapInfoHeader& header) {
+  const int bits = header.biBitCount == 32 ? 24 : header.biBitCount;
+  return static_cast<std::int64_t>(dib_bytes(header.biWidth, header.biHeight, bits));
+}
+
+Status encode_part(const EncodeRequest& request) {
+  if (request.image->header.biBitCount != 32) return encode_plain(request, FileHeader::none);
+  HeaderBlock image = *request.image;
+  image.header.biBitCount = 24;
+  NarrowRows rows;
+  TQ_TRY(rows.open(request));
+  EncodeRequest narrow = request;
+  narrow.image = &image;
+  narrow.rows = rows.supplier();
+  return encode_plain(narrow, FileHeader::none);
+}
 
 Status can_encode(const EncodeRequest& request) {
   const int bits = request.image->header.biBitCount;

@@ -52,11 +52,12 @@ struct File {
   const pixels::RowLayout* layout = nullptr;
   bool masked = false;
   pixels::PixelMasks masks;
-  bool top_down = false;       // the first row in the file is the top one
-  bool inverted = false;       // 1 bit: the file's 0 is white
-  bool blank_lines = false;    // run lengths: what no code writes is 0, not as in the line before
-  std::int32_t pixels_at = 0;  // position in the stream; -1: one that no stream has
-  Resolution resolution;       // where it is said per metre
+  bool top_down = false;         // the first row in the file is the top one
+  bool inverted = false;         // 1 bit: the file's 0 is white
+  bool blank_lines = false;      // run lengths: what no code writes is 0, not as in the line before
+  std::int32_t pixels_at = 0;    // position in the stream; -1: one that no stream has
+  std::int64_t end = INT32_MAX;  // of what belongs to the bitmap
+  Resolution resolution;         // where it is said per metre
 };
 
 // bad_image for a height that has no opposite, unsupported for a depth that has no rows here. Sides

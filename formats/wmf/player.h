@@ -1,0 +1,106 @@
+// Plays the records of a metafile on a canvas; or looks at what they would draw.
+#pragma once
+
+#include <cmath>
+
+#include "formats/wmf/canvas.h"
+#include "formats/wmf/records.h"
+
+namespace tq::wmf {
+
+// Where the canvas lies: the corners of the picture in its own units, and how many of these an inch has.
+struct Frame {
+  std::int32_t left = 0, top = 0, right = 0, bottom = 0;
+  std::int32_t inch = 0;
+  std::int32_t width = 0, height = 0;  // dots of the canvas
+
+  double units_wide() const { return std::abs(double(right) - left); }
+  double units_high() const { return std::abs(double(bottom) - top); }
+  // Of a dot at 96 per inch on the canvas.
+  double dot_width() const { return double(width) * inch / (96 * units_wide()); }
+  double dot_height() const { return double(height) * inch / (96 * units_high()); }
+};
+
+// In dots, with 16 bits behind the point.
+struct Point {
+  std::int64_t x = 0, y = 0;
+};
+inline constexpr std::int64_t kDot = 1 << 16;
+
+constexpr std::int32_t to_dots(std::int64_t position) {
+  return static_cast<std::int32_t>((position + kDot / 2) >> 16);
+}
+
+// One direction of how units become dots: origin and extent of window and viewport.
+struct Axis {
+  double window = 0, extent = 1;
+  double viewport = 0, viewport_extent = 1;
+
+  static std::int64_t fixed(double dots) {
+    constexpr double kFarthest = 1 << 20;
+    return static_cast<std::int64_t>(
+        std::floor(std::clamp(dots, -kFarthest, kFarthest) * kDot + 0.5));
+  }
+  std::int64_t map(double unit) const {
+    return fixed((unit - window) * viewport_extent / extent + viewport);
+  }
+  std::int64_t length(double units) const {
+    return fixed(std::abs(units * viewport_extent / extent));
+  }
+};
+
+// A bitmap that is drawn.
+struct Blit {
+  Operation operation = kSourceCopy;
+  std::int64_t at = 0, end = 0;                      // of the bitmap in the stream
+  bool is_old = false;                               // of 1 bit for a device, rows from the top
+  std::int64_t x = 0, y = 0, width = 0, height = 0;  // of it; y counts from the last row
+  std::int64_t first_row = 0, rows = INT32_MAX;      // that there are, from the last row
+  Point from, to;                                    // corners on the canvas
+  Point unit;                                        // as large there
+};
+
+struct State {
+  Axis x, y;
+  bool has_units = false;  // of their own, which extents do not change
+  Clip clip;
+};
+
+class Player {
+ public:
+  // Without a canvas nothing is drawn.
+  Status open(const formats::DecodeRequest& request, Records& records, const Frame& frame,
+              Canvas* canvas);
+
+  // Up to the end; out_of_memory.
+  Status play(std::int64_t at, std::int64_t end);
+
+  int drawn() const { return drawn_; }              // records that draw
+  const Blit& first_blit() const { return blit_; }  // of the first of them; at 0: it is no bitmap
+
+ private:
+  static constexpr int kMostLevels = 256;
+
+  Point map(double x, double y) const { return {state_.x.map(x), state_.y.map(y)}; }
+
+  void play_state(const Record& record);
+  Status play_drawing(const Record& record);
+  void set_map_mode(int mode);
+  void set_extent(const Record& record);
+  void restore(int level);
+
+  bool find_blit(const Record& record, Blit& blit) const;
+  Status draw_blit(const Blit& blit);
+
+  const formats::DecodeRequest* request_ = nullptr;
+  Records* records_ = nullptr;
+  Canvas* canvas_ = nullptr;
+  Frame frame_;
+  State state_;
+  RowBuffer<State> saved_;
+  std::int64_t levels_ = 0;
+  int drawn_ = 0;
+  Blit blit_;
+};
+
+}  // namespace tq::wmf

@@ -1,0 +1,253 @@
+// Metafiles built record by record: bitmaps in every place and of every kind, and what cannot be.
+#include "formats/wmf/wmf.h"
+#include "core/numbers.h"
+#include "tests/support/codec_runs.h"
+#include "tests/support/image_builder.h"
+
+namespace tq::test {
+namespace {
+
+using wmf::decode_wmf;
+using wmf::encode_wmf;
+
+using Words = std::vector<int>;
+
+void put(Bytes& file, std::int64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) file.push_back(byte(value >> 8 * i));
+}
+
+Bytes record(int function, const Words& words, const Bytes& rest = {}) {
+  Bytes out;
+  put(out, 3 + static_cast<std::int64_t>(words.size() + rest.size() / 2), 4);
+  put(out, function, 2);
+  for (const int value : words) put(out, value, 2);
+  out.insert(out.end(), rest.begin(), rest.end());
+  return out;
+}
+
+struct Box {
+  int left = 0, top = 0, right = 4, bottom = 3, inch = 96;
+};
+
+Bytes metafile(const Box& box, const std::vector<Bytes>& records, bool placeable = true) {
+  Bytes file;
+  if (placeable) {
+    put(file, 0x9AC6CDD7, 4);
+    for (const int field : {0, box.left, box.top, box.right, box.bottom, box.inch, 0, 0, 0x1234}) {
+      put(file, field, 2);
+    }
+  }
+  for (const int field : {1, 9, 0x300, 0, 0, 8, 0, 0, 0}) put(file, field, 2);
+  for (const Bytes& one : records) file.insert(file.end(), one.begin(), one.end());
+  const Bytes end = record(0, {});
+  file.insert(file.end(), end.begin(), end.end());
+  return file;
+}
+
+// Rows from the bottom, of whole words of 32 bits.
+Bytes dib(int width, int height, int bits, const Bytes& colours, const Bytes& rows) {
+  Bytes out;
+  for (const int field : {40, width, height}) put(out, field, 4);
+  put(out, 1, 2);
+  put(out, bits, 2);
+  for (const int field : {0, 0, 0, 0, static_cast<int>(colours.size()) / 4, 0}) put(out, field, 4);
+  out.insert(out.end(), colours.begin(), colours.end());
+  out.insert(out.end(), rows.begin(), rows.end());
+  return out;
+}
+
+const Bytes kColours = {0, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0,
+                        0, 0, 4, 0, 0, 0, 5, 0, 0, 0, 6, 0, 0, 0};
+// 1 2 above 3 4.
+const Bytes kFour = dib(2, 2, 8, kColours, {3, 4, 0, 0, 1, 2, 0, 0});
+
+constexpr int kCopy[] = {0x0020, 0x00CC}, kXor[] = {0x0046, 0x0066};
+
+Words stretch(const int (&operation)[2], const Words& source, const Words& destination) {
+  Words words = {operation[0], operation[1], 0};
+  words.insert(words.end(), source.begin(), source.end());
+  words.insert(words.end(), destination.begin(), destination.end());
+  return words;
+}
+
+std::vector<Pixels> dots(const CollectingSink& sink) {
+  std::vector<Pixels> rows;
+  for (const Bytes& row : sink.image()) {
+    rows.push_back(unpack(row, sink.header.header.biWidth, sink.header.header.biBitCount));
+  }
+  return rows;
+}
+
+constexpr std::uint32_t W = 0xFFFFFF;
+
+// The one bitmap of a picture is that picture, with its own depth and resolution.
+TEST(Wmf, ABitmapThatIsAllOfThePictureArrivesAsItIs) {
+  const Bytes mono = dib(9, 1, 1, {255, 255, 255, 0, 0, 0, 0, 0}, {0x0F, 0x80, 0, 0});
+  const Bytes rgb = dib(1, 1, 24, {}, {1, 2, 3, 0});
+  const Words nine = stretch(kCopy, {1, 9, 0, 0}, {10, 90, 0, 0});
+  const struct {
+    Box box;
+    Bytes drawing;
+    int bits, x_dpi, y_dpi;
+    Bytes row;
+  } cases[] = {
+      {{0, 0, 90, 10, 20}, record(0x0F43, nine, mono), 1, 2, 2, {0xF0, 0x00, 0, 0}},
+      {{0, 0, 90, 11, 20}, record(0x0F43, nine, mono), 1, 2, 2, {0xF0, 0x00, 0, 0}},
+      {{0, 0, 2, 2, 300},
+       record(0x0B41, {0x20, 0xCC, 2, 2, 0, 0, 2, 2, 0, 0}, kFour),
+       8,
+       300,
+       300,
+       {1, 2, 0, 0}},
+      {{0, 0, 2, 2, 300},
+       record(0x0940, {0x20, 0xCC, 0, 0, 2, 2, 0, 0}, kFour),
+       8,
+       300,
+       300,
+       {1, 2, 0, 0}},
+      {{5, 6, 7, 8, 100},
+       record(0x0D33, {0, 2, 0, 0, 0, 2, 2, 6, 5}, kFour),
+       8,
+       100,
+       100,
+       {1, 2, 0, 0}},
+      {{0, 0, 1, 1, 72},
+       record(0x0F43, stretch(kCopy, {1, 1, 0, 0}, {1, 1, 0, 0}), rgb),
+       24,
+       72,
+       72,
+       {1, 2, 3, 0}},
+  };
+  for (const auto& [box, drawing, bits, x_dpi, y_dpi, row] : cases) {
+    const CollectingSink sink = decoded(decode_wmf, metafile(box, {drawing}));
+    EXPECT_EQ(sink.header.header.biBitCount, bits);
+    EXPECT_EQ(sink.header.header.biXPelsPerMeter, x_dpi);
+    EXPECT_EQ(sink.header.header.biYPelsPerMeter, y_dpi);
+    EXPECT_EQ(sink.image().at(0), row);
+  }
+}
+
+// In a picture of 4 x 3 dots.
+TEST(Wmf, OtherBitmapsAreDrawnOnWhite) {
+  const Bytes old = {0, 0, 9, 0, 2, 0, 2, 0, 1, 1, 0x80, 0x00, 0x7F, 0x80};
+  const auto drawn = [](const Words& source, const Words& destination,
+                        const int(&operation)[2] = kCopy) {
+    return record(0x0F43, stretch(operation, source, destination), kFour);
+  };
+  const Bytes anisotropic = record(0x0103, {8});
+  const struct {
+    const char* what;
+    std::vector<Bytes> records;
+    std::vector<Pixels> rows;
+  } cases[] = {
+      {"beyond the edge",
+       {drawn({2, 2, 0, 0}, {2, 2, -1, 3})},
+       {{W, W, W, 3}, {W, W, W, W}, {W, W, W, W}}},
+      {"twice as wide",
+       {drawn({2, 2, 0, 0}, {2, 4, 1, 0})},
+       {{W, W, W, W}, {1, 1, 2, 2}, {3, 3, 4, 4}}},
+      {"a part", {drawn({1, 1, 0, 1}, {2, 2, 0, 0})}, {{4, 4, W, W}, {4, 4, W, W}, {W, W, W, W}}},
+      {"a part from the bottom",
+       {drawn({1, 2, 1, 0}, {1, 2, 0, 0})},
+       {{1, 2, W, W}, {W, W, W, W}, {W, W, W, W}}},
+      {"mirrored",
+       {drawn({2, 2, 0, 0}, {-2, -2, 2, 2})},
+       {{4, 3, W, W}, {2, 1, W, W}, {W, W, W, W}}},
+      {"more than there is",
+       {drawn({2, 3, 0, 1}, {2, 3, 0, 0})},
+       {{2, W, W, W}, {4, W, W, W}, {W, W, W, W}}},
+      {"mixed",
+       {drawn({2, 2, 0, 0}, {2, 2, 0, 0}), drawn({2, 2, 0, 0}, {2, 2, 0, 1}, kXor)},
+       {{1, 3, 0xFFFFFD, W}, {3, 7, 0xFFFFFB, W}, {W, W, W, W}}},
+      {"window",
+       {anisotropic, record(0x020B, {-10, -10}), record(0x020C, {30, 40}),
+        drawn({2, 2, 0, 0}, {20, 20, 0, 0})},
+       {{W, W, W, W}, {W, 1, 2, W}, {W, 3, 4, W}}},
+      {"upwards",
+       {anisotropic, record(0x020B, {3, 0}), record(0x020C, {-3, 4}),
+        drawn({2, 2, 0, 0}, {-2, 2, 3, 0})},
+       {{1, 2, W, W}, {3, 4, W, W}, {W, W, W, W}}},
+      {"saved",
+       {record(0x001E, {}), record(0x020C, {1, 1}), record(0x0211, {0, 0}), record(0x0127, {-1}),
+        drawn({2, 2, 0, 0}, {2, 2, 1, 2})},
+       {{W, W, W, W}, {W, W, 1, 2}, {W, W, 3, 4}}},
+      {"scaled",
+       {anisotropic, record(0x0410, {1, 2, 1, 2}), record(0x0211, {1, 0}),
+        drawn({2, 2, 0, 0}, {4, 4, 0, 0})},
+       {{W, W, W, W}, {1, 2, W, W}, {3, 4, W, W}}},
+      {"twips",
+       {record(0x0103, {6}), drawn({2, 2, 0, 0}, {-30, 30, 0, 0})},
+       {{1, 2, W, W}, {3, 4, W, W}, {W, W, W, W}}},
+      {"rows of a band",
+       {record(0x0D33, {0, 1, 1, 0, 0, 2, 2, 0, 0}, kFour)},
+       {{3, 4, W, W}, {W, W, W, W}, {W, W, W, W}}},
+      {"for a device",
+       {record(0x0922, {0x20, 0xCC, 0, 0, 2, 9, 0, 0}, old)},
+       {{W, 0, 0, 0}, {0, W, W, W}, {W, W, W, W}}},
+      {"nothing", {}, {{W, W, W, W}, {W, W, W, W}, {W, W, W, W}}},
+  };
+  for (const auto& [what, records, rows] : cases) {
+    SCOPED_TRACE(what);
+    EXPECT_EQ(dots(decoded(decode_wmf, metafile({}, records))), rows);
+  }
+}
+
+TEST(Wmf, SizesComeFromTheBoxOrTheWindow) {
+  const auto size = [](const Bytes& file) {
+    const BitmapInfoHeader header = decoded(decode_wmf, file).header.header;
+    return std::vector<int>{header.biWidth, header.biHeight, header.biXPelsPerMeter};
+  };
+  EXPECT_EQ(size(metafile({10, 20, 1450, 740, 1440}, {})), (std::vector{96, 48, 96}));
+  EXPECT_EQ(size(metafile({1, 0, 0, 1, 1000}, {})), (std::vector{1, 1, 1000}));
+  EXPECT_EQ(size(metafile({-32768, 0, 32767, 10, 1}, {})), (std::vector{4096, 1, 0}));
+  EXPECT_EQ(size(metafile({}, {record(0x020B, {5, 5}), record(0x020C, {-30, 40})}, false)),
+            (std::vector{40, 30, 96}));
+  Bytes part = metafile({}, {record(0x020C, {300, 400})}, false);
+  CollectingSink sink;
+  open_memory_stream(part.data(), part.size());
+  EXPECT_EQ(wmf::decode_part({.stream = kMemoryStream, .sink = sink.sink()},
+                             {.width = 5080, .height = 2540}),
+            kOk);
+  EXPECT_EQ(sink.header.header.biWidth, 192);
+  EXPECT_EQ(sink.header.header.biHeight, 96);
+}
+
+TEST(Wmf, RefusesWhatCannotBe) {
+  for (const Box& box : {Box{.right = 0}, Box{.bottom = 0}, Box{.inch = 0}})
+    decoded(decode_wmf, metafile(box, {}), -3);
+  decoded(decode_wmf, metafile({}, {}, false), -3);
+  for (const std::size_t bytes : {3u, 21u, 39u}) {
+    Bytes file = metafile({}, {});
+    file.resize(bytes);
+    decoded(decode_wmf, file, -12);
+  }
+  Bytes file = metafile({}, {});
+  file[24] = 8;  // words of the header
+  decoded(decode_wmf, file, -3);
+  const Bytes huge = dib(0x7FFFFFF, 0x7FFFFFF, 1, {}, {});
+  const Bytes record_of_huge = record(0x0F43, stretch(kCopy, {2, 2, 0, 0}, {2, 2, 0, 0}), huge);
+  EXPECT_EQ(decoded(decode_wmf, metafile({}, {record_of_huge, record_of_huge})).rows.size(), 3u);
+}
+
+TEST(Wmf, SavesWhatItReads) {
+  for (const int bits : {1, 4, 8, 24, 32}) {
+    HeaderBlock image = grey_image(5, 2, bits);
+    image.header.biXPelsPerMeter = image.header.biYPelsPerMeter = 200;
+    const std::vector<Bytes> rows = {pack({1, 1, 0, 0, 1}, bits), pack({1, 0, 1, 1, 0}, bits)};
+    const CollectingSink back = decoded(decode_wmf, encoded(encode_wmf, image, rows));
+    EXPECT_EQ(back.header.header.biBitCount, bits == 32 ? 24 : bits);
+    EXPECT_EQ(back.header.header.biXPelsPerMeter, 200);
+    EXPECT_EQ(dots(back), (std::vector<Pixels>{{1, 1, 0, 0, 1}, {1, 0, 1, 1, 0}}));
+  }
+  const auto check = [](int width, int bits, bool cmyk) {
+    HeaderBlock image = dib_header(width, 1, bits);
+    return wmf::can_encode_wmf({.stream{}, .image = &image, .rows{}, .cmyk = cmyk}).raw();
+  };
+  EXPECT_EQ(check(32767, 24, false), 0);
+  EXPECT_EQ(check(32768, 24, false), -7);
+  EXPECT_EQ(check(1, 16, false), -21);
+  EXPECT_EQ(check(1, 32, true), -21);
+}
+
+}  // namespace
+}  // namespace tq::test
