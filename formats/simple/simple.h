@@ -13,6 +13,12 @@ Status can_encode_cals(const formats::EncodeRequest& request);
 // 1 to 8, as the orientation tag of TIFF; 1 where the file does not say.
 Status find_cals_orientation(StreamHandle stream, const Options& options);
 
+// Windows clipboard files: of their formats a bitmap, else a metafile.
+Status decode_clipboard(const formats::DecodeRequest& request);
+Status encode_clipboard(const formats::EncodeRequest& request);
+// wrong_depth for 16 bits and for cyan, magenta, yellow, black.
+Status can_encode_clipboard(const formats::EncodeRequest& request);
+
 // CUT, without its colours: grey of 8 bits.
 Status decode_cut(const formats::DecodeRequest& request);
 
