@@ -15,6 +15,7 @@
 #include "formats/simple/simple.h"
 #include "formats/tiff/tiff.h"
 #include "formats/wmf/wmf.h"
+#include "formats/wpg/wpg.h"
 #include "io/endian.h"
 
 namespace tq::dispatch {
@@ -108,7 +109,10 @@ constexpr FileType kFileTypes[] = {
      .find_orientation = jpeg::find_jpeg_orientation,
      .traits = kByName},
     {.code = IMG_TYPE_WPG, .name = "wpg", .title = "WPG", .ending = "wpg",
-     .test = [](const Probe& p) { return p.has("WPC", 1); }, .traits = kByName},
+     .test = [](const Probe& p) { return p.has("WPC", 1); },
+     .decode = wpg::decode_wpg, .read_depths = depths(1, 4, 8, 24),
+     .encode = wpg::encode_wpg, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = wpg::can_encode_wpg, .traits = kByName},
     {.code = IMG_TYPE_CALS, .name = "cals", .title = "CALS", .ending = "cal",
      .test = [](const Probe& p) { return p.has("src"); },
      .decode = simple::decode_cals, .read_depths = depths(1),

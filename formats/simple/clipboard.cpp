@@ -76,7 +76,8 @@ bool read_palette(Items& items, std::array<Rgb, 256>& colours) {
   const Bytes head = items.at(item.at, kHead);
   if (std::ssize(head) < kHead) return false;
   const int count = std::min<int>(load_le16(&head[2]), 256);
-  const Bytes entries = items.at(item.at + kHead, std::min(4 * std::int64_t{count}, item.bytes() - kHead));
+  const Bytes entries =
+      items.at(item.at + kHead, std::min(4 * std::int64_t{count}, item.bytes() - kHead));
   for (int i = 0; 4 * i + 3 < std::ssize(entries); ++i) {
     colours[i] = {entries[4 * i + 2], entries[4 * i + 1], entries[4 * i], 0};
   }
@@ -88,7 +89,8 @@ Status decode_bitmap(const formats::DecodeRequest& request, Items& items, const 
   constexpr int kHead = 14;
   const Bytes head = items.at(item.at, std::min<std::int64_t>(kHead, item.bytes()));
   if (std::ssize(head) < kHead) return StatusCode::read_failed;
-  const int width = load_le16(&head[2]), height = load_le16(&head[4]), line_bytes = load_le16(&head[6]);
+  const int width = load_le16(&head[2]), height = load_le16(&head[4]),
+            line_bytes = load_le16(&head[6]);
   const int planes = head[8], bits = head[9];
   HeaderBlock image = dib_header(width, height, bits);
   if (bits == 1) image.palette = grey_levels(1);
@@ -118,8 +120,8 @@ Status decode_metafile(const formats::DecodeRequest& request, Items& items, cons
   const Bytes head = items.at(item.at, std::min<std::int64_t>(kHead, item.bytes()));
   if (std::ssize(head) < kHead) return StatusCode::read_failed;
   const auto side = [&](int i) { return static_cast<std::int16_t>(load_le16(&head[i])); };
-  return wmf::decode_part(request,
-                          {.at = item.at + kHead, .end = item.end, .width = side(2), .height = side(4)});
+  return wmf::decode_part(
+      request, {.at = item.at + kHead, .end = item.end, .width = side(2), .height = side(4)});
 }
 
 Status decode_dib(const formats::DecodeRequest& request, const Item& item) {

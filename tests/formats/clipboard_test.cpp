@@ -44,8 +44,8 @@ Bytes bitmap(int row_bytes, int bits, const Bytes& rows, int planes = 1) {
   return out;
 }
 
-const Bytes kDib = {40, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 24, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                    0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 9, 8, 7, 0};
+const Bytes kDib = {40, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 24, 0, 0, 0, 0, 0, 0, 0,
+                    0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 0, 0, 9, 8, 7, 0};
 const Bytes kText = {'t', 'e', 'x', 't', 0};
 const Bytes kPalette = {0, 3, 3, 0, 1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 0};
 
@@ -74,7 +74,8 @@ TEST(Clipboard, TheBestPictureIsShown) {
   }
   // A metafile without a header of its own, ten by five millimetres.
   Bytes metafile;
-  for (const int field : {8, 1000, 500, 0, 1, 9, 0x300, 0, 0, 0, 0, 0, 0, 5, 0, 0x20C, 100, 200, 3, 0, 0}) {
+  for (const int field :
+       {8, 1000, 500, 0, 1, 9, 0x300, 0, 0, 0, 0, 0, 0, 5, 0, 0x20C, 100, 200, 3, 0, 0}) {
     put(metafile, field, 2);
   }
   const CollectingSink sink = decoded(decode_clipboard, clipboard({{3, metafile}}));

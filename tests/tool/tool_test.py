@@ -368,7 +368,7 @@ class Destinations(ToolTest):
         self.write("kept", b"precious")
         before = self.names()
         for words, message in [
-                ("convert --code wpg a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
+                ("convert --code kfx a.bmp", "tarnquill: kept: format or parameter is not supported (-7)"),
                 ("convert --code 12 a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 ("convert --code 12 --crop 1,1,2,2 a.bmp", "tarnquill: kept: bit depth does not fit (-21)"),
                 ("convert --code 64 a.bmp", "(-7)"),
