@@ -27,6 +27,12 @@ Status decode_gem(const formats::DecodeRequest& request);
 Status decode_macpaint(const formats::DecodeRequest& request);
 Status decode_msp(const formats::DecodeRequest& request);
 
+// Photo CD: the picture of each size is a page, the largest first. Not turned as the file says that a
+// viewer does.
+Status decode_photo_cd(const formats::DecodeRequest& request);
+Status count_photo_cd_pages(StreamHandle stream);
+Status find_photo_cd_orientation(StreamHandle stream, const Options& options);
+
 // Sun raster. Pictures of two colours keep 1 bit when these are black and white.
 Status decode_sun(const formats::DecodeRequest& request);
 Status encode_sun(const formats::EncodeRequest& request);

@@ -23,16 +23,16 @@ constexpr Rgb rgb(int red, int green, int blue) {
 
 // Those of the display adapters of the time: 16 colours, 16 greys, nine rings of hues.
 constexpr Colours default_colours() {
-  constexpr int kGreys[] = {0,   20,  32,  44,  56,  68,  80,  96,
-                            112, 128, 144, 160, 180, 200, 224, 252};
-  constexpr int kRings[9][5] = {{0, 16, 31, 47, 63},  {31, 39, 47, 55, 63}, {45, 49, 54, 58, 63},
-                                {0, 7, 14, 21, 28},   {14, 17, 21, 24, 28}, {20, 22, 24, 26, 28},
-                                {0, 4, 8, 12, 16},    {8, 10, 12, 14, 16},  {11, 12, 13, 15, 16}};
+  constexpr int kGreys[] = {0, 20, 32, 44, 56, 68, 80, 96, 112, 128, 144, 160, 180, 200, 224, 252};
+  constexpr int kRings[9][5] = {{0, 16, 31, 47, 63}, {31, 39, 47, 55, 63}, {45, 49, 54, 58, 63},
+                                {0, 7, 14, 21, 28},  {14, 17, 21, 24, 28}, {20, 22, 24, 26, 28},
+                                {0, 4, 8, 12, 16},   {8, 10, 12, 14, 16},  {11, 12, 13, 15, 16}};
   constexpr int kHues = 24, kBrown = 6;
   Colours colours{};
   for (int i = 0; i < 16; ++i) {
     const int low = i < 8 ? 0 : 0x54, high = i < 8 ? 0xA8 : 0xFC;
-    colours[i] = rgb((i & 4) != 0 ? high : low, (i & 2) != 0 ? high : low, (i & 1) != 0 ? high : low);
+    colours[i] =
+        rgb((i & 4) != 0 ? high : low, (i & 2) != 0 ? high : low, (i & 1) != 0 ? high : low);
     colours[16 + i] = rgb(kGreys[i], kGreys[i], kGreys[i]);
   }
   colours[kBrown].green = 0x54;
@@ -45,7 +45,8 @@ constexpr Colours default_colours() {
       if (hue < 12) return 4 * ring[4];
       return hue < 16 ? 4 * ring[16 - hue] : 4 * ring[0];
     };
-    for (int hue = 0; hue < kHues; ++hue) colours[next++] = rgb(level(hue), level(hue - 8), level(hue + 8));
+    for (int hue = 0; hue < kHues; ++hue)
+      colours[next++] = rgb(level(hue), level(hue - 8), level(hue + 8));
   }
   return colours;
 }
@@ -108,7 +109,8 @@ class Graphic {
     (void)input_.u8();
     const int type = input_.u8(), version = input_.u16() & 0xFF, key = input_.u16();
     if (input_.ended()) return StatusCode::read_failed;
-    if (type != kGraphic || (version != 1 && version != 2) || key != 0) return StatusCode::unsupported;
+    if (type != kGraphic || (version != 1 && version != 2) || key != 0)
+      return StatusCode::unsupported;
     if (first < start + kHeaderBytes) return StatusCode::bad_image;
     is_second_ = version == 2;
     input_.go_to(first);
@@ -191,7 +193,10 @@ class Graphic {
 class Rows {
  public:
   Rows(ChunkReader& input, const Bitmap& bitmap, bool is_second)
-      : input_(&input), left_(bitmap.end - bitmap.at), in_runs_(bitmap.in_runs), is_second_(is_second) {}
+      : input_(&input),
+        left_(bitmap.end - bitmap.at),
+        in_runs_(bitmap.in_runs),
+        is_second_(is_second) {}
 
   std::ptrdiff_t read(Row line) {
     if (!in_runs_) return read_plain(line);
@@ -286,7 +291,14 @@ class Rows {
   }
 
   bool next_second() {
-    enum Code : int { kSize = 0x7D, kDifferences = 0x7E, kZeros = 0x7F, kLast = 0xFD, kAgain = 0xFE, kOnes = 0xFF };
+    enum Code : int {
+      kSize = 0x7D,
+      kDifferences = 0x7E,
+      kZeros = 0x7F,
+      kLast = 0xFD,
+      kAgain = 0xFE,
+      kOnes = 0xFF
+    };
     const int code = next_byte();
     is_unsupported_ = code == kDifferences;
     if (code < 0 || is_unsupported_) return false;

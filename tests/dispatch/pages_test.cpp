@@ -36,7 +36,7 @@ TEST(Pages, DifferByFormatAndByTheWayOfAsking) {
                 "56789"s),
        -7, 1, 1},
       {"mag", bytes_of("WTI3456789"), -7, -7, 1},
-      {"pcd", Bytes(10, 0xFF), -7, -7, -7},
+      {"pcd", Bytes(4096, 0xFF), -3, -3, -3},
       {"unknown", Bytes(12, 0x7F), 1, 1, 1},
       {"nine bytes", bytes_of("BM1234567"), 1, 1, 1},
       {"empty", {}, 1, 1, 1},
@@ -74,7 +74,7 @@ TEST(FileInfo, IsTheHeaderOrWhatTheDecoderSays) {
       {"pixels are not looked at", header_alone, 0, three_by_two},
       {"dcx without pages", dcx_file({}), -11, {}},
       {"unknown", Bytes(12, 0x7F), -7, {}},
-      {"no decoder", bytes_of("\xFFWPC567890"), -7, {}},
+      {"no decoder", bytes_of("GX21234567"), -7, {}},
       {"no module", bytes_of("GIF89a\1\0\1\0"s), -23, {}},
   };
   const ScratchFolder folder;

@@ -67,19 +67,39 @@ TEST(Wpg, EveryCodeOfBothKindsOfRuns) {
   // A repeat before the first row, literals across rows, values, twice the row above, ones, a cut-off end.
   const Bytes old = {0, 1, 7, 1, 2, 3, 4, 5, 6, 7, 0x84, 9, 0, 2, 0x80, 6, 3, 8};
   EXPECT_EQ(rows({}, 0x0B, first(5, 8, 8, old)),
-            (std::vector<Bytes>{{255, 255, 255, 255, 255, 0, 0, 0}, {1, 2, 3, 4, 5, 0, 0, 0}, {6, 7, 9, 9, 9, 0, 0, 0}, {9, 0, 0, 0, 0, 0, 0, 0}, {}, {}, {}, {}}));
+            (std::vector<Bytes>{{255, 255, 255, 255, 255, 0, 0, 0},
+                                {1, 2, 3, 4, 5, 0, 0, 0},
+                                {6, 7, 9, 9, 9, 0, 0, 0},
+                                {9, 0, 0, 0, 0, 0, 0, 0},
+                                {},
+                                {},
+                                {},
+                                {}}));
   const Bytes whole = {7, 1, 2, 3, 4, 5, 6, 7, 0x83, 9, 0, 2, 0x80, 5, 2, 8, 8, 0x83, 7};
   EXPECT_EQ(rows({}, 0x0B, first(5, 6, 8, whole)),
-            (std::vector<Bytes>{{1, 2, 3, 4, 5, 0, 0, 0}, {6, 7, 9, 9, 9, 0, 0, 0}, {6, 7, 9, 9, 9, 0, 0, 0}, {6, 7, 9, 9, 9, 0, 0, 0}, {255, 255, 255, 255, 255, 0, 0, 0}, {8, 8, 7, 7, 7, 0, 0, 0}}));
-  const Bytes cells = {5, 1, 2, 3, 4, 5, 6, 0xFE, 0, 0x7D, 2, 0x7F, 0, 0xFF, 0, 0x80, 5, 6, 0xFD, 1, 0, 8, 9, 0x7D, 3, 0x81, 1, 2, 3};
+            (std::vector<Bytes>{{1, 2, 3, 4, 5, 0, 0, 0},
+                                {6, 7, 9, 9, 9, 0, 0, 0},
+                                {6, 7, 9, 9, 9, 0, 0, 0},
+                                {6, 7, 9, 9, 9, 0, 0, 0},
+                                {255, 255, 255, 255, 255, 0, 0, 0},
+                                {8, 8, 7, 7, 7, 0, 0, 0}}));
+  const Bytes cells = {5,    1, 2, 3,    4, 5, 6, 0xFE, 0,    0x7D, 2,    0x7F, 0, 0xFF, 0,
+                       0x80, 5, 6, 0xFD, 1, 0, 8, 9,    0x7D, 3,    0x81, 1,    2, 3};
   EXPECT_EQ(rows({.version = 2}, 0x0E, second(6, 5, 4, 1, cells)),
-            (std::vector<Bytes>{{1, 2, 3, 4, 5, 6, 0, 0}, {1, 2, 3, 4, 5, 6, 0, 0}, {0, 0, 255, 255, 5, 6, 0, 0}, {5, 6, 5, 6, 8, 9, 0, 0}, {1, 2, 3, 1, 2, 3, 0, 0}}));
-  EXPECT_EQ(rows({.version = 2}, 0x0E, second(2, 1, 8, 0, {1, 2, 3, 4, 5, 6})), (std::vector<Bytes>{{3, 2, 1, 6, 5, 4, 0, 0}}));
-  decoded(decode_wpg, graphic({.version = 2}, {{0x0E, second(6, 3, 4, 1, {5, 1, 2, 3, 4, 5, 6, 0x7E})}}), -7);
+            (std::vector<Bytes>{{1, 2, 3, 4, 5, 6, 0, 0},
+                                {1, 2, 3, 4, 5, 6, 0, 0},
+                                {0, 0, 255, 255, 5, 6, 0, 0},
+                                {5, 6, 5, 6, 8, 9, 0, 0},
+                                {1, 2, 3, 1, 2, 3, 0, 0}}));
+  EXPECT_EQ(rows({.version = 2}, 0x0E, second(2, 1, 8, 0, {1, 2, 3, 4, 5, 6})),
+            (std::vector<Bytes>{{3, 2, 1, 6, 5, 4, 0, 0}}));
+  decoded(decode_wpg,
+          graphic({.version = 2}, {{0x0E, second(6, 3, 4, 1, {5, 1, 2, 3, 4, 5, 6, 0x7E})}}), -7);
 }
 
 TEST(Wpg, DepthsAndColours) {
-  const Bytes map = {1, 0, 2, 0, 1, 2, 3, 4, 5, 6}, map2 = {0, 0, 2, 0, 255, 255, 255, 0, 0, 0, 0, 0};
+  const Bytes map = {1, 0, 2, 0, 1, 2, 3, 4, 5, 6},
+              map2 = {0, 0, 2, 0, 255, 255, 255, 0, 0, 0, 0, 0};
   const struct {
     Header header;
     Records records;
@@ -91,10 +111,31 @@ TEST(Wpg, DepthsAndColours) {
       {{}, {{0x0B, first(3, 1, 2, {1, 0x6C})}}, 4, {0xAA, 0xAA, 0, 0}, 0x12},
       {{}, {{0x0B, first(2, 1, 4, {1, 0x12})}}, 4, {0xA8, 0, 0, 0}, 0x12},
       {{}, {{0x0E, map}, {0x0B, first(1, 1, 8, {1, 7})}}, 8, {3, 2, 1, 0}, 7},
-      {{}, {{0x14, [] { Bytes b(10); const Bytes f = first(1, 1, 8, {1, 7}); b.insert(b.end(), f.begin(), f.end()); return b; }()}}, 8, {0xA8, 0, 0, 0}, 7},
-      {{}, {{0x0B, first(1, 1, 8, {1, 7})}, {0x0E, map}, {0x0B, first(2, 2, 8, {4, 8, 8, 8, 8})}, {0x0B, first(3, 1, 8, {3, 9, 9, 9})}}, 8, {3, 2, 1, 0}, 8},
+      {{},
+       {{0x14,
+         [] {
+           Bytes b(10);
+           const Bytes f = first(1, 1, 8, {1, 7});
+           b.insert(b.end(), f.begin(), f.end());
+           return b;
+         }()}},
+       8,
+       {0xA8, 0, 0, 0},
+       7},
+      {{},
+       {{0x0B, first(1, 1, 8, {1, 7})},
+        {0x0E, map},
+        {0x0B, first(2, 2, 8, {4, 8, 8, 8, 8})},
+        {0x0B, first(3, 1, 8, {3, 9, 9, 9})}},
+       8,
+       {3, 2, 1, 0},
+       8},
       {{.version = 2}, {{0x0E, second(3, 1, 1, 0, {0xA0})}}, 1, {255, 255, 255, 0}, 0xA0},
-      {{.version = 2}, {{0x0C, map2}, {0x0E, second(3, 1, 1, 0, {0xA0})}}, 1, {255, 255, 255, 0}, 0x40},
+      {{.version = 2},
+       {{0x0C, map2}, {0x0E, second(3, 1, 1, 0, {0xA0})}},
+       1,
+       {255, 255, 255, 0},
+       0x40},
       {{.version = 2}, {{0x0E, second(2, 1, 3, 0, {0x12})}}, 4, {0xA8, 0, 0, 0}, 0x12},
   };
   for (const auto& [header, records, bits, colour, row] : cases) {
@@ -149,8 +190,9 @@ TEST(Wpg, SavesWhatItReads) {
     Pixels both = flat;
     std::copy_n(noise.begin(), 10, both.begin() + 140);
     const std::vector<Pixels> rows = {noise, flat, both};
-    const CollectingSink back =
-        decoded(decode_wpg, encoded(encode_wpg, image, {pack(noise, bits), pack(flat, bits), pack(both, bits)}));
+    const CollectingSink back = decoded(
+        decode_wpg,
+        encoded(encode_wpg, image, {pack(noise, bits), pack(flat, bits), pack(both, bits)}));
     const int depth = back.header.header.biBitCount;
     EXPECT_EQ(depth, bits == 32 ? 24 : bits);
     EXPECT_EQ(back.header.header.biXPelsPerMeter, bits <= 8 ? 200 : 0);

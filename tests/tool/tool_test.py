@@ -171,17 +171,17 @@ a long name.bmp  BMP        1  300x7      1    -      1
     def test_goes_on_after_files_that_cannot_be_read(self):
         self.write_picture("good.bmp")
         self.write("flat.bmp", bmp.header(0, 5, 24, 0))
-        self.write("unread.wpg", b"\xffWPC\x10\0\0\0\1\x16\1\0")
+        self.write("unread.gx2", b"GX2" + bytes(9))
         self.write("coded.dcm", bytes(128) + b"DICM\2\0\x10\0UI\x16\0" + b"1.2.840.10008.1.2.4.70" + bytes(8))
-        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.wpg", "coded.dcm", ".", "good.bmp")
+        done = self.run_tool("info", "missing.bmp", "flat.bmp", "unread.gx2", "coded.dcm", ".", "good.bmp")
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr.decode().splitlines(), [
             "tarnquill: missing.bmp: cannot be opened (-2)",
             "tarnquill: flat.bmp: image data is invalid (-3)",
-            "tarnquill: unread.wpg: format or parameter is not supported (-7)",
+            "tarnquill: unread.gx2: format or parameter is not supported (-7)",
             "tarnquill: coded.dcm: format or parameter is not supported (-7): transfer syntax 1.2.840.10008.1.2.4.70",
             "tarnquill: .: cannot be opened (-2)"])
-        self.assertRegex(done.stdout.decode(), r"(?m)^unread.wpg +WPG +5 +- +- +- +1$")
+        self.assertRegex(done.stdout.decode(), r"(?m)^unread.gx2 +GX2 +22 +- +- +- +1$")
         self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
 
     def test_tells_what_is_damaged(self):
