@@ -62,14 +62,16 @@ Status write_indices(const formats::EncodeRequest& request, StreamWriter& out) {
   const HeaderBlock& image = *request.image;
   const int bits = image.header.biBitCount;
   const bool white_first = brightness(image.palette[0]) > brightness(image.palette[1]);
-  const RowLayout* const layout = bits == 1   ? find_layout(white_first ? Layout::bits_1_black : Layout::bits_1, 1)
-                                  : bits == 4 ? find_layout(Layout::bits_4, 4)
-                                              : find_layout(Layout::bytes, 8);
+  const RowLayout* const layout =
+      bits == 1   ? find_layout(white_first ? Layout::bits_1_black : Layout::bits_1, 1)
+      : bits == 4 ? find_layout(Layout::bits_4, 4)
+                  : find_layout(Layout::bytes, 8);
   const auto dots = [](std::int32_t said) { return said > 0 && said <= 65535 ? said : kUsualDots; };
   const std::int64_t x_dpi = dots(image.header.biXPelsPerMeter);
   const std::int64_t y_dpi = dots(image.header.biYPelsPerMeter);
   const auto put_side = [&](std::int64_t pixels, std::int64_t dpi) {
-    out.put_le16(static_cast<std::uint32_t>(std::min<std::int64_t>(pixels * kUnitsPerInch / dpi, 65535)));
+    out.put_le16(
+        static_cast<std::uint32_t>(std::min<std::int64_t>(pixels * kUnitsPerInch / dpi, 65535)));
   };
   put_header(1, out);
   out.put8(kStart1);
@@ -77,13 +79,15 @@ Status write_indices(const formats::EncodeRequest& request, StreamWriter& out) {
   out.put_le16(1);
   put_side(image.header.biWidth, x_dpi);
   put_side(image.header.biHeight, y_dpi);
-  if (bits > 1) put_colours(std::span(image.palette).first(std::size_t{1} << bits), out);
+  const auto colours = std::span<const Rgb>(image.palette).first(std::size_t{1} << bits);
+  put_colours(bits == 1 ? std::span<const Rgb>(black_and_white()) : colours, out);
   out.put8(kBitmap1);
   const std::int64_t length_at = out.count();
   put_length(0, out);
   const std::int64_t start = out.count();
-  for (const std::int64_t field : {std::int64_t{image.header.biWidth}, std::int64_t{image.header.biHeight},
-                                   std::int64_t{bits}, x_dpi, y_dpi}) {
+  for (const std::int64_t field :
+       {std::int64_t{image.header.biWidth}, std::int64_t{image.header.biHeight}, std::int64_t{bits},
+        x_dpi, y_dpi}) {
     out.put_le16(static_cast<std::uint32_t>(field));
   }
   const formats::StoredRows rows{layout, stored_bytes(*layout, image.header.biWidth)};

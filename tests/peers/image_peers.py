@@ -21,12 +21,12 @@ from library import Library, conclude
 HEIGHT = 13
 SIZES = [(width, HEIGHT) for width in (2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)] + [(1, 1), (301, 20)]
 RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico", 15: "pct",
-                  3: "tga", 26: "iff", 20: "xbm", 35: "xpm", 36: "xwd"}
+                  3: "tga", 26: "iff", 20: "xbm", 35: "xpm", 36: "xwd", 5: "wpg", 6: "wmf", 27: "clp"}
 READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm",
            "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm"}
 MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
-WITH_FOURTH_BYTE = {3, 26, 36, 37}  # codes that colours of 32 bits are saved as
-NOT_BY_PILLOW = {".pct", ".iff", ".xbm", ".xpm", ".xwd"}  # takes X bitmaps the other way round
+WITH_FOURTH_BYTE = {3, 5, 6, 26, 27, 36, 37}  # codes that colours of 32 bits are saved as
+NOT_BY_PILLOW = {".pct", ".iff", ".xbm", ".xpm", ".xwd", ".wpg"}  # takes X bitmaps the other way round
 BY_FREEIMAGE = (".psd", ".ico")
 try:
     FREEIMAGE = FreeImage()
@@ -78,6 +78,8 @@ def run(*command, **options):
 
 
 def read_by_others(name, image, code, what):
+    if name.suffix in (".wmf", ".clp"):  # nobody reads these; of those others show smoothed pixels
+        return
     # The fields of compressed bitmaps say how large they would be without, which these two refuse. Of one pixel Pillow
     # reads no PCX and no Sun raster; of documents it takes 1 for white, where all others see black.
     refused = {".pcx": image.width == 1, ".ras": image.size == (1, 1), ".psd": image.mode == "1"}
@@ -107,6 +109,9 @@ def read_by_others(name, image, code, what):
     if name.suffix in BY_FREEIMAGE and FREEIMAGE and not coloured:
         seen = FREEIMAGE.pixels(str(name)) or bytes(4 * image.width * image.height)
         equal(f"FreeImage reads {what}", Image.frombytes("RGBA", image.size, seen), image)
+    if name.suffix == ".wpg" and shutil.which("gm"):
+        run("gm", "convert", name, "-depth", "8", picture)
+        equal(f"GraphicsMagick reads {what}", Image.open(picture), image)
     # ImageMagick lets netpbm read IFF, takes the empty colour map of 1-bit PCX files for all black, reads none in
     # version 2, and leaves Targa's bottom on top unless told otherwise.
     if name.suffix == ".iff":
