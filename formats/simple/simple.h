@@ -68,6 +68,10 @@ Status encode_targa(const formats::EncodeRequest& request);
 // wrong_depth as above; unsupported for sides above 65535.
 Status can_encode_targa(const formats::EncodeRequest& request);
 
+// Plain text as pages of 1 bit, in Windows-1252.
+Status decode_text(const formats::DecodeRequest& request);
+Status count_text_pages(StreamHandle stream);
+
 // X bitmaps, of bytes and of 16-bit words.
 Status decode_xbm(const formats::DecodeRequest& request);
 Status encode_xbm(const formats::EncodeRequest& request);
