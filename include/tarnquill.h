@@ -98,15 +98,15 @@ enum {
  *                                     32 of blue, green, red; LZW both by a module
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   CALS        1                     1
- *   MACPAINT    1                     nothing; GEM and MSP likewise
- *   CUT         8, in grey            nothing
+ *   MACPAINT    1                     nothing; GEM, MSP and TEXT likewise
+ *   CUT         8, in grey            nothing; PHOTO_CD likewise, 24
  *   DICOM       8, 24, 32             nothing
  *   ICON        1, 4, 8, 16, 24       1, 4, 8, 24, and 32 of blue, green, red, up to 256 x 256; page
  *                                     0 is the largest picture
- *   PICT        1, 4, 8, 24, 32       1, 4, 8, 24, and 32 of blue, green, red; the bitmaps of a picture
+ *   PICT        1, 4, 8, 24, 32       1, 4, 8, 24, and 32 of blue, green, red; WMF and CLIPBOARD too
  *   PHOTOSHOP   1, 8, 24, 32          1, 4, 8, 24, 32; the merged picture
  *   TARGA       8, 24                 1, 4, 8, 24, and 32 of blue, green, red
- *   IFF         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
+ *   IFF, WPG    1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   XBM         1                     1
  *   XPM         1, 4, 8, 24           1, 4, 8
  *   XWD         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */

@@ -197,7 +197,8 @@ bool Player::find_blit(const Record& record, Blit& blit) const {
   const auto word = [&](int index) { return records_->i16(record, index); };
   blit.at = record.at + 2 * fields->bitmap;
   blit.end = std::min(record.end(), records_->end());
-  if (blit.at >= blit.end) return false;
+  constexpr int kShortestHeader = 10;  // one that has none may have a word more
+  if (blit.end - blit.at < kShortestHeader) return false;
   blit.is_old = record.function == kBitBlt || record.function == kStretchBlt;
   if (fields->has_operation) blit.operation = Operation{records_->u32(record, 0)};
   const int height = word(fields->size), width = word(fields->size + 1);

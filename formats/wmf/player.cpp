@@ -42,6 +42,8 @@ Status Player::open(const formats::DecodeRequest& request, Records& records, con
   state_.clip.area = {0, 0, frame.width, frame.height};
   state_.x = {double(frame.left), double(frame.right) - frame.left, 0, double(frame.width)};
   state_.y = {double(frame.top), double(frame.bottom) - frame.top, 0, double(frame.height)};
+  TQ_TRY(objects_.allocate(kMostObjects));
+  if (canvas != nullptr) TQ_TRY(painting_.open(*canvas));
   return saved_.allocate(kMostLevels);
 }
 
@@ -52,7 +54,7 @@ Status Player::play(std::int64_t at, std::int64_t end) {
     if (canvas_ != nullptr && !canvas_->spend(16)) break;
     if (draws(record.function)) {
       TQ_TRY(play_drawing(record));
-    } else {
+    } else if (!play_object(record) && !play_mode(record)) {
       play_state(record);
     }
   }
@@ -117,7 +119,8 @@ Status Player::play_drawing(const Record& record) {
   Blit blit;
   const bool has_bitmap = find_blit(record, blit);
   if (drawn_++ == 0 && has_bitmap) blit_ = blit;
-  return canvas_ != nullptr && has_bitmap ? draw_blit(blit) : kOk;
+  if (canvas_ == nullptr) return kOk;
+  return has_bitmap ? draw_blit(blit) : draw_shape(record);
 }
 
 void Player::play_state(const Record& record) {

@@ -3,8 +3,8 @@
 
 #include <cmath>
 
-#include "formats/wmf/canvas.h"
 #include "formats/wmf/records.h"
+#include "formats/wmf/shapes.h"
 
 namespace tq::wmf {
 
@@ -60,10 +60,20 @@ struct Blit {
   Point unit;                                        // as large there
 };
 
+struct Object {
+  enum class Kind : std::uint8_t { none, pen, brush, other };
+
+  Kind kind = Kind::none;
+  Pen pen{};  // its width is in units
+  Brush brush{};
+};
+
 struct State {
   Axis x, y;
   bool has_units = false;  // of their own, which extents do not change
   Clip clip;
+  Ink ink;
+  int x_place = 0, y_place = 0;  // where the next line begins
 };
 
 class Player {
@@ -79,7 +89,7 @@ class Player {
   const Blit& first_blit() const { return blit_; }  // of the first of them; at 0: it is no bitmap
 
  private:
-  static constexpr int kMostLevels = 256;
+  static constexpr int kMostLevels = 256, kMostObjects = 4096;
 
   Point map(double x, double y) const { return {state_.x.map(x), state_.y.map(y)}; }
 
@@ -92,12 +102,30 @@ class Player {
   bool find_blit(const Record& record, Blit& blit) const;
   Status draw_blit(const Blit& blit);
 
+  bool play_object(const Record& record);
+  bool play_mode(const Record& record);
+  void add_object(const Object& object);
+
+  Status draw_shape(const Record& record);
+  Spot spot_of(const Record& record, std::int64_t index) const;
+  Area area_of(const Record& record, int index) const;
+  void fill_shape();
+  Status draw_polygons(const Record& record, std::int64_t counts_at, std::int64_t polygons,
+                       std::int64_t points_at);
+  void draw_polyline(const Record& record);
+  void draw_rectangle(const Area& area);
+  Status draw_rounded(const Area& area, double corner_width, double corner_height);
+  void draw_pattern(const Record& record, int size, int place);
+
   const formats::DecodeRequest* request_ = nullptr;
   Records* records_ = nullptr;
   Canvas* canvas_ = nullptr;
   Frame frame_;
   State state_;
   RowBuffer<State> saved_;
+  RowBuffer<Object> objects_;
+  int first_free_ = 0;
+  Painting painting_;
   std::int64_t levels_ = 0;
   int drawn_ = 0;
   Blit blit_;

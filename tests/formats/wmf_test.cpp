@@ -1,4 +1,5 @@
-// Metafiles built record by record: bitmaps in every place and of every kind, and what cannot be.
+// Metafiles built record by record: bitmaps in every place and of every kind, lines and shapes, and what
+// cannot be.
 #include "formats/wmf/wmf.h"
 #include "core/numbers.h"
 #include "tests/support/codec_runs.h"
@@ -189,6 +190,78 @@ TEST(Wmf, OtherBitmapsAreDrawnOnWhite) {
   for (const auto& [what, records, rows] : cases) {
     SCOPED_TRACE(what);
     EXPECT_EQ(dots(decoded(decode_wmf, metafile({}, records))), rows);
+  }
+}
+
+// In a picture of 8 x 6 dots: # is black, r red, . white.
+TEST(Wmf, LinesAndShapesAreDrawnDotByDot) {
+  const std::string none = "........", all = "rrrrrrrr";
+  const Bytes red = record(0x02FC, {0, 0xFF, 0, 0}), hatched = record(0x02FC, {2, 0xFF, 0, 1});
+  const Bytes no_pen = record(0x02FA, {5, 0, 0, 0, 0}), wide = record(0x02FA, {0, 3, 0, 0, 0});
+  const Bytes select = record(0x012D, {0}), remove = record(0x01F0, {0});
+  const Bytes square = record(0x041B, {6, 8, 0, 0});
+  const Bytes nested = record(0x0538, {2, 4, 4, 0, 0, 6, 0, 6, 6, 0, 6, 2, 2, 4, 2, 4, 4, 2, 4});
+  const Bytes move = record(0x0214, {1, 1}), line = record(0x0213, {1, 6});
+  // A red brush and no pen: what is in use stays so when it is deleted.
+  const auto filled = [&](std::vector<Bytes> more) {
+    std::vector<Bytes> records = {red, select, remove, no_pen, select};
+    records.insert(records.end(), more.begin(), more.end());
+    return records;
+  };
+  const struct {
+    const char* what;
+    std::vector<Bytes> records;
+    std::vector<std::string> rows;
+  } cases[] = {
+      {"a line without its end", {move, line}, {none, ".#####..", none, none, none, none}},
+      {"a line twice inverted",
+       {record(0x0104, {6}), move, line, move, line},
+       {none, none, none, none, none, none}},
+      {"a polyline",
+       {record(0x0325, {3, 0, 0, 3, 3, 3, 5})},
+       {"#.......", ".#......", "..#.....", "...#....", "...#....", none}},
+      {"dots",
+       {record(0x02FA, {2, 1, 0, 0, 0}), select, record(0x0214, {0, 0}), record(0x0213, {0, 8})},
+       {"###...##", none, none, none, none, none}},
+      {"a wide line",
+       {wide, select, record(0x0214, {3, 2}), record(0x0213, {3, 5})},
+       {none, none, ".######.", ".######.", ".######.", none}},
+      {"a rectangle",
+       {red, select, record(0x041B, {4, 6, 1, 1})},
+       {none, ".#####..", ".#rrr#..", ".#####..", none, none}},
+      {"a polygon",
+       filled({record(0x0324, {4, 0, 0, 4, 0, 4, 3, 0, 3})}),
+       {"rrrr....", "rrrr....", "rrrr....", none, none, none}},
+      {"a hole",
+       filled({nested}),
+       {"rrrrrr..", "rrrrrr..", "rr..rr..", "rr..rr..", "rrrrrr..", "rrrrrr.."}},
+      {"no hole", filled({record(0x0106, {2}), nested}), std::vector<std::string>(6, "rrrrrr..")},
+      {"an ellipse",
+       filled({record(0x0418, {6, 8, 0, 0})}),
+       {"..rrrr..", ".rrrrrr.", all, all, ".rrrrrr.", "..rrrr.."}},
+      {"corners",
+       filled({record(0x061C, {4, 4, 6, 8, 0, 0})}),
+       {".rrrrrr.", all, all, all, all, ".rrrrrr."}},
+      {"hatches",
+       {hatched, select, remove, no_pen, select, square},
+       std::vector<std::string>(6, "r.......")},
+      {"a pattern",
+       filled({record(0x061D, {0x21, 0xF0, 2, 3, 1, 2})}),
+       {none, "..rrr...", "..rrr...", none, none, none}},
+      {"blackness",
+       {record(0x0940, {0x42, 0, 0, 0, 0, 1, 2, 5, 6})},
+       {none, none, none, none, none, "......##"}},
+      {"a dot", {record(0x041F, {0xFF, 0, 2, 3})}, {none, none, "...r....", none, none, none}},
+  };
+  for (const auto& [what, records, rows] : cases) {
+    std::vector<std::string> seen;
+    for (const Pixels& row : dots(decoded(decode_wmf, metafile({0, 0, 8, 6, 96}, records)))) {
+      seen.emplace_back();
+      for (const std::uint32_t dot : row) {
+        seen.back() += dot == W ? '.' : dot == 0 ? '#' : dot == 0xFF0000 ? 'r' : '?';
+      }
+    }
+    EXPECT_EQ(seen, rows) << what;
   }
 }
 
