@@ -444,6 +444,18 @@ void unpack_masked(const ColourMasks& masks, Bytes stored, int bytes, bool big_e
   }
 }
 
+// In units of 2^-20.
+void mix_luma_and_chroma(Row row, int width) {
+  constexpr int kBits = 20;
+  const auto clamped = [](int value) { return byte(std::clamp(value >> kBits, 0, 255)); };
+  for (std::uint8_t* at = row.data(); width > 0; --width, at += 3) {
+    const int y = (2 * at[2] + 1) << (kBits - 1), cb = at[1] - 128, cr = at[0] - 128;
+    at[0] = clamped(y + 1858077 * cb);
+    at[1] = clamped(y - 360853 * cb - 748826 * cr);
+    at[2] = clamped(y + 1470104 * cr);
+  }
+}
+
 void mirror(Row pixels, int pixel_bytes) {
   if (pixels.empty()) return;
   std::uint8_t* left = pixels.data();

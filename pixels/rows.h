@@ -130,6 +130,9 @@ class PixelMasks {
   Channel red_, green_, blue_, alpha_;
 };
 
+// Luma and chroma (BT.601, in full range) to colours: Cr, Cb and Y lie where blue, green and red will.
+void mix_luma_and_chroma(Row row, int width);
+
 // Turns round what is held in whole bytes: the last pixel comes first.
 void mirror(Row pixels, int pixel_bytes);
 

@@ -29,18 +29,6 @@ std::uint8_t rounded(double level) {
   return byte(static_cast<int>(std::floor(std::clamp(level, 0.0, 255.0) + 0.5)));
 }
 
-// BT.601 in full range, in units of 2^-20: Cr, Cb and Y lie where blue, green and red will be.
-void mix_ybr(pixels::Row row, int width) {
-  constexpr int kBits = 20;
-  const auto clamped = [](int value) { return byte(std::clamp(value >> kBits, 0, 255)); };
-  for (std::uint8_t* at = row.data(); width > 0; --width, at += 3) {
-    const int y = (2 * at[2] + 1) << (kBits - 1), cb = at[1] - 128, cr = at[0] - 128;
-    at[0] = clamped(y + 1858077 * cb);
-    at[1] = clamped(y - 360853 * cb - 748826 * cr);
-    at[2] = clamped(y + 1470104 * cr);
-  }
-}
-
 }  // namespace
 
 HeaderBlock Values::image(const DataSet& set) {
@@ -150,7 +138,7 @@ void Values::convert_colours(Samples samples, pixels::Row row) {
   }
   const pixels::Layout layout = planes_apart_ ? pixels::Layout::rgb_planes : pixels::Layout::rgb;
   unpack(*pixels::find_layout(layout, 24), line_.pixels(), set_->columns, row);
-  if (set_->photometric != Photometric::rgb) mix_ybr(row, set_->columns);
+  if (set_->photometric != Photometric::rgb) pixels::mix_luma_and_chroma(row, set_->columns);
 }
 
 }  // namespace tq::dicom
