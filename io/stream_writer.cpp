@@ -11,7 +11,7 @@ namespace tq {
 
 Status StreamWriter::open(StreamHandle stream, std::int32_t piece_bytes) {
   stream_ = stream;
-  file_ = nullptr;
+  owner_ = nullptr;
   piece_ = piece_bytes;
   used_ = 0;
   written_ = 0;
@@ -72,7 +72,8 @@ Status StreamWriter::flush() {
   TQ_TRY(status_);
   const std::ptrdiff_t count = std::exchange(used_, 0);
   const std::span<std::uint8_t> bytes = buffer_.bytes().first(count);
-  const std::int32_t put = file_ != nullptr ? write_file_(*file_, bytes) : write(stream_, bytes);
+  const std::int32_t put =
+      owner_ != nullptr ? write_to_owner_(owner_, bytes) : write(stream_, bytes);
   if (put != count) status_ = StatusCode::write_failed;
   written_ += count;
   return status_;

@@ -30,8 +30,11 @@ class StreamWriter {
 
   // Bytes go to the stream's present position. out_of_memory.
   Status open(StreamHandle stream, std::int32_t piece_bytes = kPieceBytes);
-  // The same for a file, which has nothing to patch and outlives the writer.
-  Status open(TempFile& file);
+  // The same for a file, or for whatever else has write(bytes), which answers how many it took; it
+  // has nothing to patch and outlives the writer.
+  Status open(TempFile& file) { return open_to(file); }
+  template <class Owner>
+  Status open_to(Owner& owner);
 
   void put8(int value) {
     if (std::uint8_t* at = place(1); at != nullptr) at[0] = byte(value);
@@ -76,11 +79,11 @@ class StreamWriter {
     return at;
   }
 
-  using FileWrite = std::int32_t (*)(TempFile& file, std::span<const std::uint8_t> bytes);
+  using OwnerWrite = std::int32_t (*)(void* owner, std::span<const std::uint8_t> bytes);
 
   StreamHandle stream_{-1};
-  TempFile* file_ = nullptr;  // instead of the stream
-  FileWrite write_file_ = nullptr;
+  void* owner_ = nullptr;  // of what is written to instead of the stream
+  OwnerWrite write_to_owner_ = nullptr;
   GlobalBlock buffer_;
   std::ptrdiff_t piece_ = 0;
   std::ptrdiff_t used_ = 0;  // beyond a piece after take()
@@ -88,14 +91,17 @@ class StreamWriter {
   Status status_ = kOk;
 };
 
-// Here, so that only who needs a temporary file, or prints, links the system's.
-inline Status StreamWriter::open(TempFile& file) {
+template <class Owner>
+Status StreamWriter::open_to(Owner& owner) {
   TQ_TRY(open(StreamHandle{-1}));
-  file_ = &file;
-  write_file_ = [](TempFile& to, std::span<const std::uint8_t> bytes) { return to.write(bytes); };
+  owner_ = &owner;
+  write_to_owner_ = [](void* to, std::span<const std::uint8_t> bytes) {
+    return static_cast<Owner*>(to)->write(bytes);
+  };
   return kOk;
 }
 
+// Here, so that only who prints links the system's.
 inline void StreamWriter::print(const char* format, ...) {
   const std::span<std::uint8_t> text = room(kLongestPrint + 1);
   if (text.empty()) return;
