@@ -27,6 +27,9 @@ struct Coding {
   std::int32_t k = 4;         // group3_2d: every k-th row stands for itself
   // The decoder alone. Group 4: no byte is asked for before the one at hand is used up.
   bool sparing = false;
+  // Group 4: the first row stands for itself; an end-of-line code and so many bits follow it.
+  bool own_first_row = false;
+  int bits_behind_first_row = 0;
 };
 
 using BitReader = coding::BitReader<coding::BitOrder::msb_first>;
@@ -62,6 +65,7 @@ class Decoder {
     bool ascend = true;  // no run is without length
   };
 
+  bool take_first_row_end();
   bool next_group4_row();
   bool next_group3_row();
   bool start_group3_row(bool& by_modes);
@@ -75,6 +79,7 @@ class Decoder {
   BitReader reader_;
   Runs runs_, reference_;          // of the row at work, and of the one before
   bool reference_is_good_ = true;  // the row before had no error
+  int first_rows_ = 0;             // that were decoded, two at most
 };
 
 class Encoder {

@@ -153,6 +153,7 @@ void Decoder::start(coding::PieceSource data) {
   reader_ = BitReader(data, coding_.sparing);
   close_row(reference_, 0, true);
   reference_is_good_ = true;
+  first_rows_ = 0;
 }
 
 // Completes a row behind its last run end.
@@ -249,9 +250,23 @@ RowEnd Decoder::decode_modes() {
   return result;
 }
 
+bool Decoder::take_first_row_end() {
+  reader_.fill();
+  if (reader_.peek(kEol.length) != kEol.bits) return false;
+  reader_.skip(kEol.length + coding_.bits_behind_first_row);
+  return true;
+}
+
 bool Decoder::next_group4_row() {
   if (coding_.byte_aligned) reader_.align();
-  if (decode_modes() != RowEnd::good || reader_.overrun()) return false;
+  bool by_runs = false;
+  if (coding_.own_first_row && first_rows_ < 2) {
+    by_runs = first_rows_ == 0;
+    if (!by_runs && !take_first_row_end()) return false;
+    ++first_rows_;
+  }
+  const RowEnd end = by_runs ? decode_runs() : decode_modes();
+  if (end != RowEnd::good || reader_.overrun()) return false;
   std::swap(runs_, reference_);
   return true;
 }

@@ -47,9 +47,11 @@ std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std:
 // not say all of it. For the scope.
 class AtWork {
  public:
-  AtWork(const DecodeRequest* decode, const EncodeRequest* encode, bool is_exact = false)
+  AtWork(const DecodeRequest* decode, const EncodeRequest* encode,
+         DecoderWithCoder run = nullptr, bool is_exact = false)
       : decode_(decode),
         encode_(encode),
+        decoder_(run),
         is_exact_(is_exact),
         before_(std::exchange(context().module_request, this)) {}
   ~AtWork() { context().module_request = before_; }
@@ -61,12 +63,14 @@ class AtWork {
   static const EncodeRequest* encode() { return current() ? current()->encode_ : nullptr; }
   // Whether the module tells exact resolutions.
   static bool is_exact() { return current() != nullptr && current()->is_exact_; }
+  static DecoderWithCoder decoder() { return current()->decoder_; }  // there is a call
 
  private:
   static const AtWork* current() { return static_cast<const AtWork*>(context().module_request); }
 
   const DecodeRequest* decode_;
   const EncodeRequest* encode_;
+  DecoderWithCoder decoder_;
   bool is_exact_;
   const void* before_;
 };
@@ -129,7 +133,7 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
   } else {
     request.offset = call->offset_or_page;
   }
-  return tiff::decode_tiff_with(request, *call->coder).raw();
+  return AtWork::decoder()(request, *call->coder).raw();
 }
 
 // --- Modules ---
@@ -257,10 +261,11 @@ class Call {
     return address_ != nullptr ? StatusCode::ok : kModuleTable[module].missing;
   }
 
-  Status decode(const DecodeRequest& request) const {
+  Status decode(const DecodeRequest& request,
+                DecoderWithCoder decoder = tiff::decode_tiff_with) const {
     // A module that counts pages says more, of damage and resolution.
     const bool says_more = entry_ == kDecodePdf && loaded_entry(kCountPdfPages) != nullptr;
-    const AtWork at_work(&request, nullptr, says_more);
+    const AtWork at_work(&request, nullptr, decoder, says_more);
     const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
     const auto decoded = Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
         offset_or_page, take_row, const_cast<RowSink*>(&request.sink), take_header,
@@ -348,6 +353,11 @@ Status encode_gif(const EncodeRequest& request) {
 }
 Status decode_tiff_lzw(const DecodeRequest& request) {
   return decode(kDecodeTiffLzw, request);
+}
+Status decode_with_lzw(const DecodeRequest& request, DecoderWithCoder decoder) {
+  Call call;
+  TQ_TRY(call.begin(kDecodeTiffLzw));
+  return call.decode(request, decoder);
 }
 Status encode_tiff_lzw(const EncodeRequest& request) {
   return encode(kEncodeTiffLzw, request);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "formats/codec.h"
+#include "include/tarnquill_plugin.h"
 
 namespace tq::plugin {
 
@@ -11,6 +12,12 @@ inline constexpr std::int32_t kGifInterlaced = 1;  // a variant
 Status encode_gif(const formats::EncodeRequest& request);
 Status decode_tiff_lzw(const formats::DecodeRequest& request);
 Status encode_tiff_lzw(const formats::EncodeRequest& request);
+
+// Calls `decode` with the request and the module's coder for strings of codes as TIFF has them. Its
+// entry for TIFF files hands it over; one that reads them by itself answers as it does for others.
+using DecoderWithCoder = Status (*)(const formats::DecodeRequest& request,
+                                    const img_strip_coder& coder);
+Status decode_with_lzw(const formats::DecodeRequest& request, DecoderWithCoder decode);
 
 // wrong_depth and unsupported for what no GIF file can hold, whatever its module answers: more than
 // 8 bits, sides above 65535.
