@@ -6,6 +6,7 @@
 #include "dispatch/signatures.h"
 #include "formats/bmp/bmp.h"
 #include "formats/dicom/dicom.h"
+#include "formats/ica/ica.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
 #include "formats/pdf/pdf.h"
@@ -166,12 +167,18 @@ constexpr FileType kFileTypes[] = {
     {.code = IMG_TYPE_ICA, .name = "ica", .title = "ICA", .ending = "ica",
      .test = [](const Probe& p) { return p.has("0000") || p[0] == 'p'; },
      .confirms = has_fax_prefix,
-     .count_pages = pages_unknown, .supplier = Supplier::transitions, .traits = kByName},
+     .decode = ica::decode_ica, .read_depths = depths(1, 4, 8, 24, 32),
+     .encode = ica::encode_ica, .write_depths = depths(1), .can_encode = ica::can_encode_ica,
+     .count_pages = ica::count_ica_pages, .supplier = Supplier::transitions, .traits = kByName},
     {.code = IMG_TYPE_MCA, .name = "mca", .title = "MCA", .ending = "mca",
      .switched_by = IMG_TYPE_ICA,
      .test = is_mca,
      .confirms = has_fax_prefix,
-     .count_pages = pages_unknown, .uncounted = kByHandle | kInMemory, .supplier = Supplier::transitions,
+     .decode = ica::decode_mca, .read_depths = depths(1, 4, 8, 24, 32),
+     .encode = ica::encode_mca, .write_depths = depths(1), .can_encode = ica::can_encode_ica,
+     .can_append = ica::can_append_mca,
+     .count_pages = ica::count_mca_pages, .uncounted = kByHandle | kInMemory,
+     .supplier = Supplier::transitions,
      .traits = kMultiPage | kByName | kUnreported},
     {.code = IMG_TYPE_PHOTO_CD, .name = "photo-cd", .title = "Photo CD", .ending = "pcd",
      .test = [](const Probe& p) { return p.has("\xFF\xFF\xFF\xFF"); },

@@ -98,6 +98,7 @@ enum {
  *                                     32 of blue, green, red; LZW both by a module
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   CALS        1                     1
+ *   ICA, MCA    1, 4, 8, 24, 32       1; MCA files of many pages
  *   MACPAINT    1                     nothing; GEM, MSP and TEXT likewise
  *   CUT         8, in grey            nothing; PHOTO_CD likewise, 24
  *   DICOM       8, 24, 32             nothing

@@ -22,6 +22,7 @@ Status can_encode_clipboard(const formats::EncodeRequest& request);
 // CUT, without its colours: grey of 8 bits.
 Status decode_cut(const formats::DecodeRequest& request);
 
+
 // GEM images of one plane, MacPaint, MSP of both versions: 1 bit.
 Status decode_gem(const formats::DecodeRequest& request);
 Status decode_macpaint(const formats::DecodeRequest& request);

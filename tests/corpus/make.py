@@ -24,7 +24,7 @@ import tempfile
 
 import numpy
 import pydicom
-from PIL import Image, ImageDraw
+from PIL import Image, ImageChops, ImageDraw
 from pydicom.pixel_data_handlers import util as dicom_values
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -163,7 +163,7 @@ def write_msp(picture, file):
 def make(command, file):
     file.parent.mkdir(exist_ok=True)
     if command.startswith("pillow "):
-        exec(command[7:], {"Image": Image, "o": file, "write_cut": write_cut, "write_msp": write_msp})  # a line of the list beside this script
+        exec(command[7:], {**globals(), "o": file})  # a line of the list beside this script
         return
     command = re.sub(r"(?<= )([()])(?= )", r"\\\1", command)
     command = command.replace("java ", "java Save.java ").replace("ffmpeg ", "ffmpeg -v error -bitexact ")
@@ -228,6 +228,10 @@ def dicom_views(file):
 
 
 def views(file, page, rules):
+    if file in CODED:
+        coder, pictures = CODED[file]
+        yield from ((name, pictures[page].convert("RGBA").tobytes()) for name in (coder, "Pillow"))
+        return
     if file.suffix == ".dcm":
         yield from dicom_views(file)
         return
@@ -290,6 +294,8 @@ def agreed(file, page, rules):
 
 def sizes_of(file):
     """Of the pages; layers are none."""
+    if file in CODED:
+        return ["%d %d" % picture.size for picture in CODED[file][1]]
     if file.suffix == ".dcm":
         data = pydicom.dcmread(file)
         return [f"{data.Columns} {data.Rows}"]
