@@ -101,6 +101,9 @@ enum {
  *   ICA, MCA    1, 4, 8, 24, 32       1; MCA files of many pages
  *   MACPAINT    1                     nothing; GEM, MSP and TEXT likewise
  *   CUT         8, in grey            nothing; PHOTO_CD likewise, 24
+ *   JED         1, to whole bytes     1
+ *   MACPAINT    1                     nothing; GEM and MSP likewise
+ *   CUT         8, in grey            nothing
  *   DICOM       8, 24, 32             nothing
  *   ICON        1, 4, 8, 16, 24       1, 4, 8, 24, and 32 of blue, green, red, up to 256 x 256; page
  *                                     0 is the largest picture

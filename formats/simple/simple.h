@@ -22,6 +22,11 @@ Status can_encode_clipboard(const formats::EncodeRequest& request);
 // CUT, without its colours: grey of 8 bits.
 Status decode_cut(const formats::DecodeRequest& request);
 
+// C4 drawings: 1 bit, in tiles. Writing makes whole bytes of rows.
+Status decode_jed(const formats::DecodeRequest& request);
+Status encode_jed(const formats::EncodeRequest& request);
+// wrong_depth unless there is 1 bit; unsupported for more than 65535 tiles or rows.
+Status can_encode_jed(const formats::EncodeRequest& request);
 
 // GEM images of one plane, MacPaint, MSP of both versions: 1 bit.
 Status decode_gem(const formats::DecodeRequest& request);
