@@ -83,7 +83,11 @@ constexpr FileType kFileTypes[] = {
      .encode = bmp::encode, .write_depths = depths(1, 4, 8, 16, 24, 32), .traits = kByName},
     {.code = IMG_TYPE_EPS, .name = "eps", .title = "EPS", .ending = "eps",
      .test = [](const Probe& p) { return p.has("\xC5\xD0\xD3\xC6"); },
-     .last_test = [](const Probe& p) { return p.has("%!PS"); }, .traits = kByName},
+     .last_test = [](const Probe& p) { return p.has("%!PS"); },
+     .decode = simple::decode_eps, .read_depths = depths(1, 4, 8, 16, 24, 32),
+     .encode = simple::encode_postscript, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = simple::can_encode_postscript, .supplier = Supplier::transitions,
+     .traits = kByName},
     {.code = IMG_TYPE_PDF, .name = "pdf", .title = "PDF", .ending = "pdf",
      .test = [](const Probe& p) { return p.has("%PDF"); },
      .last_test = probe_late_pdf, .more_endings = " pdf ",
@@ -312,8 +316,12 @@ constexpr FileType kFileTypes[] = {
      .more_endings = " dib ",
      .encode = bmp::encode, .write_depths = depths(1, 4, 8, 16, 24, 32)},
     {.code = IMG_TYPE_PCL, .name = "pcl", .title = "PCL", .ending = "pcl",
-     .traits = kByName},
-    {.code = IMG_TYPE_POSTSCRIPT, .name = "postscript", .title = "PostScript", .ending = "ps"},
+     .encode = simple::encode_pcl, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = simple::can_encode_pcl, .traits = kByName},
+    {.code = IMG_TYPE_POSTSCRIPT, .name = "postscript", .title = "PostScript", .ending = "ps",
+     .variant = simple::kPage,
+     .encode = simple::encode_postscript, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = simple::can_encode_postscript, .supplier = Supplier::transitions},
 };
 // clang-format on
 

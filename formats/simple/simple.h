@@ -77,6 +77,17 @@ Status can_encode_targa(const formats::EncodeRequest& request);
 // Plain text as pages of 1 bit, in Windows-1252.
 Status decode_text(const formats::DecodeRequest& request);
 Status count_text_pages(StreamHandle stream);
+// Encapsulated PostScript: the preview in TIFF that a file may have. What is written is a program that
+// draws the picture, for a page of its own with kPage.
+inline constexpr std::int32_t kPage = 1;  // a variant
+Status decode_eps(const formats::DecodeRequest& request);
+Status encode_postscript(const formats::EncodeRequest& request);
+Status can_encode_postscript(const formats::EncodeRequest& request);  // wrong_depth for 16 bits
+
+// Raster graphics for printers.
+Status encode_pcl(const formats::EncodeRequest& request);
+// wrong_depth as above; unsupported for sides above 65535.
+Status can_encode_pcl(const formats::EncodeRequest& request);
 
 // X bitmaps, of bytes and of 16-bit words.
 Status decode_xbm(const formats::DecodeRequest& request);
