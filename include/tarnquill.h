@@ -104,6 +104,7 @@ enum {
  *   JED         1, to whole bytes     1
  *   EPS         its TIFF preview      1, 4, 8, 24, 32; POSTSCRIPT likewise, a page of its own
  *   PCL         nothing               1, 4, 8, 24, and 32 of blue, green, red
+ *   SCT         8, 24, 32             1, 4, 8, 24, 32
  *   MACPAINT    1                     nothing; GEM and MSP likewise
  *   CUT         8, in grey            nothing
  *   DICOM       8, 24, 32             nothing

@@ -89,6 +89,12 @@ Status encode_pcl(const formats::EncodeRequest& request);
 // wrong_depth as above; unsupported for sides above 65535.
 Status can_encode_pcl(const formats::EncodeRequest& request);
 
+// Continuous tone pictures of one, three or four separations.
+Status decode_sct(const formats::DecodeRequest& request);
+Status encode_sct(const formats::EncodeRequest& request);
+// wrong_depth for 16 bits; unsupported for sides above 65535.
+Status can_encode_sct(const formats::EncodeRequest& request);
+
 // X bitmaps, of bytes and of 16-bit words.
 Status decode_xbm(const formats::DecodeRequest& request);
 Status encode_xbm(const formats::EncodeRequest& request);

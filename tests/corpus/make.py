@@ -160,6 +160,67 @@ def write_msp(picture, file):
                      b"".join(rows))
 
 
+# What is in files that no other program reads, with the program that coded it.
+CODED = {}
+
+
+def coded_strip(picture, coding="group4"):
+    """As libtiff codes it."""
+    name = pathlib.Path("strip.tif")
+    ImageChops.invert(picture).save(name, compression=coding, tiffinfo={278: picture.height})
+    with Image.open(name) as image:
+        return name.read_bytes()[image.tag_v2[273][0]:][:image.tag_v2[279][0]]
+
+
+def write_ica(picture, file, coding="group4"):
+    data, size = coded_strip(picture, coding), struct.pack(">5H", 3000, 3000, *picture.size, 0x9502)
+    parts = b"".join(b"\xFE\x92" + struct.pack(">H", len(data[i:i + 8191])) + data[i:i + 8191] for i in range(0, len(data), 8191))
+    CODED[file] = ("libtiff", [picture])
+    file.write_bytes(b"\x70\0\x91\1\xFF\x94\x09\0" + size + bytes(({"group4": 0x82, "tiff_lzw": 0x0D}[coding],)) + b"\1\x96\1\1" + parts + b"\x93\0\x71\0")
+
+
+def write_mca(pictures, file):
+    """The image objects of a document by Apache FOP, without what hosts put before each field."""
+    graphics = "".join(f'<fo:block><fo:external-graphic src="url({name})"/></fo:block>' for name in pictures)
+    pathlib.Path("document.fo").write_text(
+        '<fo:root xmlns:fo="http://www.w3.org/1999/XSL/Format"><fo:layout-master-set><fo:simple-page-master '
+        'master-name="a" page-width="99mm" page-height="99mm"><fo:region-body/></fo:simple-page-master>'
+        '</fo:layout-master-set><fo:page-sequence master-reference="a"><fo:flow flow-name="xsl-region-body">'
+        f'{graphics}</fo:flow></fo:page-sequence></fo:root>')
+    subprocess.run(["fop", "-q", "-fo", "document.fo", "-afp", "document.afp"], check=True)
+    data, at, fields, inside = pathlib.Path("document.afp").read_bytes(), 0, [], False
+    while at < len(data):
+        field = data[at + 1:at + 1 + int.from_bytes(data[at + 1:at + 3], "big")]
+        inside = inside or field[2:5] == b"\xD3\xA8\xFB"
+        fields += [field] if inside else []
+        inside = inside and field[2:5] != b"\xD3\xA9\xFB"
+        at += 1 + len(field)
+    CODED[file] = ("FOP", [Image.open(name) for name in pictures])
+    file.write_bytes(b"\0\x08\xD3\xA8\xA8\0\0\0" + b"".join(fields) + b"\0\x08\xD3\xA9\xA8\0\0\0")
+
+
+def write_jed(picture, file):
+    boxes = [(x, y, x + 512, y + 512) for y in range(0, picture.height, 512) for x in range(0, picture.width, 512)]
+    wide = Image.new("1", (boxes[-1][2], boxes[-1][3]), 255)
+    wide.paste(picture, (0, 0))
+    tiles = [coded_strip(wide.crop(box)) for box in boxes]
+    head = struct.pack("<I2H", 128, picture.height, picture.width // 8) + struct.pack(">IB", 128 + 4 * len(tiles), len(tiles))
+    index = b"".join(struct.pack("<2BH", i, 0, len(tile)) for i, tile in enumerate(tiles))
+    CODED[file] = ("libtiff", [picture])
+    file.write_bytes(head.ljust(36, b"\0") + b"\4".ljust(92, b"\0") + index + b"".join(tiles))
+
+
+def write_sct(picture, file):
+    sides = "".join(f"{side / 300:+.6E} " for side in picture.size[::-1])
+    counts = "".join(f"{side:+012d}" for side in picture.size[::-1])
+    mask = {"L": 8, "RGB": 7, "CMYK": 15}[picture.mode]
+    head = bytes(80) + b"CT".ljust(944, b"\0") + struct.pack(">2BH", 1, len(picture.mode), mask) + (sides + counts).encode()
+    rows = [band.crop((0, y, picture.width + picture.width % 2, y + 1)).tobytes()
+            for y in range(picture.height) for band in picture.split()]
+    file.write_bytes(head.ljust(2048, b"\0") + b"".join(rows))
+    CODED[file] = ("ImageMagick", [Image.frombytes("RGBA", picture.size, run("convert", str(file), "-depth", "8", "rgba:-"))])
+
+
 def make(command, file):
     file.parent.mkdir(exist_ok=True)
     if command.startswith("pillow "):
