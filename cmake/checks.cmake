@@ -47,8 +47,7 @@ endif()
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(ccitt_coder tests/peers/ccitt_coder.cpp)
   target_link_libraries(ccitt_coder PRIVATE ${TQ_LAYERS} tq_warnings tq_test_support)
-  foreach(peers ccitt image jpeg pages pdf pdf_writing reading tiff)
-  foreach(peers ccitt image jpeg printing reading tiff)
+  foreach(peers ccitt image jpeg pages pdf pdf_writing printing reading tiff)
     add_test(NAME peers.${peers}
       COMMAND ${TQ_PYTHON} tests/peers/${peers}_peers.py $<TARGET_FILE:tarnquill>
               $<TARGET_FILE:lzw_module> $<TARGET_FILE:ccitt_coder>

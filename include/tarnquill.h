@@ -93,7 +93,7 @@ enum {
  *   JPEG        8, 24, 32             8, 24, 32
  *   PNG         1, 4, 8, 16, 24       1, 4, 8, 16, 24, and 32 of blue, green, red
  *   GIF         1, 4, 8               1, 4, 8; both by a module, which has to be there
- *   PDF         1, 8, 24, one layout  1, 8, 24, 32, and 4 with PDF_WRITING
+ *   PDF         1 to 32, by a module  1, 8, 24, 32, and 4 with PDF_WRITING
  *   TIFF        1, 4, 8, 16, 24, 32   1, 4, 8, 16, 24, 32; Huffman, G3 and G4 1 bit; JPEG 8, 24, and
  *                                     32 of blue, green, red; LZW both by a module
  *   SUN         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
@@ -105,8 +105,6 @@ enum {
  *   EPS         its TIFF preview      1, 4, 8, 24, 32; POSTSCRIPT likewise, a page of its own
  *   PCL         nothing               1, 4, 8, 24, and 32 of blue, green, red
  *   SCT         8, 24, 32             1, 4, 8, 24, 32
- *   MACPAINT    1                     nothing; GEM and MSP likewise
- *   CUT         8, in grey            nothing
  *   DICOM       8, 24, 32             nothing
  *   ICON        1, 4, 8, 16, 24       1, 4, 8, 24, and 32 of blue, green, red, up to 256 x 256; page
  *                                     0 is the largest picture

@@ -77,6 +77,7 @@ Status can_encode_targa(const formats::EncodeRequest& request);
 // Plain text as pages of 1 bit, in Windows-1252.
 Status decode_text(const formats::DecodeRequest& request);
 Status count_text_pages(StreamHandle stream);
+
 // Encapsulated PostScript: the preview in TIFF that a file may have. What is written is a program that
 // draws the picture, for a page of its own with kPage.
 inline constexpr std::int32_t kPage = 1;  // a variant
