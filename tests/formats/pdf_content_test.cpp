@@ -14,7 +14,7 @@ using pdf::content::Painted;
 using pdf::content::Painting;
 
 // A page of 100 x 200 with these contents, pictures /A and /M (a mask), forms and what they need.
-PdfDocument with_contents(const std::string& contents) {
+PdfDocument with_contents(const std::string& contents, const std::string& resources = {}) {
   PdfDocument document;
   document.add(1, "<</Pages 2 0 R/OCProperties<</D<</OFF[30 0 R]>>>>>>");
   document.add(2, "<</Kids[3 0 R]/Count 1/MediaBox[0 0 100 200]>>");
@@ -22,9 +22,10 @@ PdfDocument with_contents(const std::string& contents) {
   document.add_stream(4, "", contents);
   document.add(
       5,
-      "<</XObject<</A 10 0 R/M 11 0 R/F 12 0 R/L 13 0 R/N 14 0 R/H 15 0 R/P 16 0 R/No 99 0 R>>"
-      "/ExtGState<</Half<</ca .5>>/None<</ca 0>>>>/Properties<</Off 31 0 R/On 32 0 R>>"
-      "/ColorSpace<</Ink[/Separation/Spot/DeviceRGB 9 0 R]/Own[/Indexed/DeviceRGB 1<00>]>>>>");
+      "<<" + resources +
+          "/XObject<</A 10 0 R/M 11 0 R/F 12 0 R/L 13 0 R/N 14 0 R/H 15 0 R/P 16 0 R/No 99 0 R>>"
+          "/ExtGState<</Half<</ca .5>>/None<</ca 0>>>>/Properties<</Off 31 0 R/On 32 0 R>>"
+          "/ColorSpace<</Ink[/Separation/Spot/DeviceRGB 9 0 R]/Own[/Indexed/DeviceRGB 1<00>]>>>>");
   document.add_stream(10, "/Subtype/Image/Width 1/Height 1", "x");
   document.add_stream(11, "/Subtype/Image/ImageMask true", "x");
   // A form within a form, out of its box; its own resources; one that leaves states behind.
@@ -43,14 +44,14 @@ PdfDocument with_contents(const std::string& contents) {
   return document;
 }
 
-std::string painted(const std::string& contents, Status expected = kOk) {
-  const MemoryFile memory(with_contents(contents).bytes());
+std::string painted(const std::string& contents, const std::string& resources = {}) {
+  const MemoryFile memory(with_contents(contents, resources).bytes());
   File file;
   pdf::page::Page page;
   EXPECT_EQ(file.open(MemoryFile::kHandle), kOk);
   EXPECT_EQ(pdf::page::find_page(file, 0, page), kOk);
   Painting painting;
-  EXPECT_EQ(read_contents(file, page.object, page.resources, page.box, painting), expected);
+  EXPECT_EQ(read_contents(file, page.object, page.resources, page.box, painting), kOk);
   std::string result;
   for (const Painted& picture : painting.pictures()) {
     char text[200];
@@ -184,6 +185,10 @@ TEST(PdfContent, IsReadAcrossPiecesAndHasLimits) {
   many.clear();
   for (int i = 0; i < 30; ++i) many += "4000000000000000 0 0 1000000000000 0 0 cm ";
   EXPECT_EQ(painted(many + "0 0 0 0 1 1 cm /A Do"), "") << "no numbers any more";
+  // Names that are looked for in much text, over and over.
+  many.clear();
+  for (int i = 0; i < 1000; ++i) many += "/None gs ";
+  EXPECT_EQ(painted("/A Do " + many, "/Much(" + std::string(1 << 20, 'x') + ")"), picture + "+");
 }
 
 }  // namespace

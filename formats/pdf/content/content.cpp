@@ -79,6 +79,7 @@ std::uint8_t* Painting::allocate(std::size_t bytes) {
 namespace {
 
 constexpr int kMostStates = 64, kDeepestForm = 16, kMostObjects = 10000;
+constexpr std::int64_t kMostLookedThrough = 1 << 26;  // bytes of dictionaries, of a page
 
 struct Colour {
   double red = 0, green = 0, blue = 0;
@@ -159,6 +160,7 @@ class Interpreter {
 
   Status find(const Value& resources, std::string_view category, const Value& name, Value& value,
               Object& room);
+  bool may_look_through(const Value& value);
   Status is_hidden(const Value& group, bool& hidden);
   bool is_listed(const Value& group) const;
 
@@ -172,6 +174,7 @@ class Interpreter {
   std::array<Reference, kDeepestForm> forms_;  // that are being painted
   int form_depth_ = 0;
   int objects_left_ = kMostObjects;
+  std::int64_t looked_through_ = 0;
   Object hidden_room_;
   Value hidden_groups_;  // that are off
   int marked_ = 0,
@@ -183,10 +186,20 @@ class Interpreter {
 // The value stays a reference if it is one.
 Status Interpreter::find(const Value& resources, std::string_view category, const Value& name,
                          Value& value, Object& room) {
+  value = {};
+  if (!may_look_through(resources)) return kOk;
   value = resources[category];
   TQ_TRY(file_.resolve(value, room));
-  value = value[name];
+  value = may_look_through(value) ? value[name] : Value();
   return kOk;
+}
+
+// Pages that need more than any page does have more than is shown.
+bool Interpreter::may_look_through(const Value& value) {
+  looked_through_ += std::ssize(value.text());
+  const bool may = looked_through_ <= kMostLookedThrough;
+  if (!may) painting_.set_more(true);
+  return may;
 }
 
 Status Interpreter::find_hidden_groups() {
@@ -216,6 +229,7 @@ bool Interpreter::is_listed(const Value& group) const {
 Status Interpreter::is_hidden(const Value& group, bool& hidden) {
   hidden = false;
   if (!hidden_groups_.is(Kind::array) || group.is(Kind::null)) return kOk;
+  if (!may_look_through(hidden_groups_)) return kOk;
   hidden = group.is(Kind::reference) && is_listed(group);
   if (hidden) return kOk;
   Object room, list;
@@ -418,8 +432,8 @@ Status Interpreter::paint_object(const Value& name, const Value& resources) {
   Value reference;
   TQ_TRY(find(resources, "XObject", name, reference, room));
   TQ_TRY(file_.fetch(reference.reference(), object));
-  if (!object.is_stream()) return kOk;
   const Value dictionary = object.value();
+  if (!object.is_stream() || !may_look_through(dictionary)) return kOk;
   bool hidden = false;
   TQ_TRY(is_hidden(dictionary["OC"], hidden));
   if (hidden) return kOk;

@@ -15,6 +15,7 @@ using objects::Value;
 
 constexpr std::size_t kFirstRoom = 64 * 1024;
 constexpr std::size_t kMostRoom = 32 << 20;         // for inline images
+constexpr std::int64_t kMostContents = 256 << 20;   // decoded
 constexpr std::size_t kLongestStatement = 1 << 20;  // of operands that nobody asks for
 
 // Whether a text, behind EI, goes on like contents and not like data.
@@ -84,6 +85,12 @@ Status Statements::more(std::span<const std::uint8_t>& piece) {
     return kOk;
   }
   piece = filters_->next_piece();
+  taken_ += std::ssize(piece);
+  if (taken_ > kMostContents) {
+    ended_ = true;
+    piece = {};
+    return kOk;
+  }
   if (!piece.empty()) return kOk;
   TQ_TRY(filters_->status());
   if (!has_list_) {

@@ -42,6 +42,7 @@ class Statements {
   objects::Items items_{{}};
   std::optional<image::Filters> filters_;
   bool has_list_ = false, ended_ = false;
+  std::int64_t taken_ = 0;  // bytes, of all streams
 
   GlobalBlock buffer_;
   std::size_t start_ = 0, held_ = 0;  // of the statement, of the text

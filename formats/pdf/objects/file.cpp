@@ -257,6 +257,9 @@ std::int64_t File::find_data_end(std::int64_t start) {
   constexpr std::int64_t kOverlap = std::ssize(kEnd) - 1;
   for (std::int64_t at = start; at < window_.size(); at += Window::kBytes - kOverlap) {
     const std::string_view text = window_.text(at, Window::kBytes);
+    // The same bytes are not looked through again and again.
+    searched_ += std::ssize(text);
+    if (searched_ > 4 * window_.size() + kLongestText) break;
     const std::size_t found = std::min(text.find(kEnd), text.find(kObjectEnd));
     if (found != std::string_view::npos) {
       std::int64_t end = at + static_cast<std::int64_t>(found);

@@ -194,6 +194,7 @@ class File {
   std::int64_t newest_section_ = -1;
   bool newest_is_stream_ = false;
   bool may_repair_ = false, repaired_ = false;
+  std::int64_t searched_ = 0;  // bytes, for ends of streams
   Status unlock() {
     return unlocker_.unlock == nullptr ? kOk : unlocker_.unlock(unlocker_.context, *this);
   }

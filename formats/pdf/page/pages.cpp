@@ -186,9 +186,12 @@ Status Tree::step_down(std::int64_t& number, bool& found) {
       return kOk;
     }
   }
-  std::int64_t before = 0, index = 0, kid_before = 0, kid_index = -1;
+  constexpr std::int64_t kMostBytes = 1 << 25;  // of kids, which may be the same over and over
+  std::int64_t before = 0, index = 0, kid_before = 0, kid_index = -1, bytes = 0;
   for (Items items = above.kids.items(); items.next(); ++index) {
     TQ_TRY(load(items.value(), level));
+    bytes += std::ssize(level.node.value().text()) + std::ssize(level.kids.text());
+    if (bytes > kMostBytes) return kOk;
     std::int64_t pages = 0;
     TQ_TRY(count_of(level, pages));
     if (pages < 0 || (pages == 1 && !level.is_node() && !level.is_page())) return kOk;
