@@ -36,23 +36,17 @@ std::int32_t IMG_CB_C read_stream(std::int32_t stream, void* buffer, std::int32_
 std::int32_t IMG_CB_C write_stream(std::int32_t stream, void* buffer, std::int32_t count) {
   return write(StreamHandle{stream}, bytes_of(buffer, count));
 }
-std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
-  // Nothing may be read where memory only seems to end.
-  const bool is_nowhere = Origin{origin} == Origin::end && !end_is_known(StreamHandle{stream});
-  if (is_nowhere) return -1;
-  return seek(StreamHandle{stream}, offset, Origin{origin});
-}
 
 // What the library called an entry for that may come back with a coder: the entry's arguments do
 // not say all of it. For the scope.
 class AtWork {
  public:
-  AtWork(const DecodeRequest* decode, const EncodeRequest* encode,
-         DecoderWithCoder run = nullptr, bool is_exact = false)
+  AtWork(const DecodeRequest* decode, const EncodeRequest* encode, DecoderWithCoder run = nullptr,
+         bool counts_pages = false)
       : decode_(decode),
         encode_(encode),
         decoder_(run),
-        is_exact_(is_exact),
+        counts_pages_(counts_pages),
         before_(std::exchange(context().module_request, this)) {}
   ~AtWork() { context().module_request = before_; }
   AtWork(const AtWork&) = delete;
@@ -61,8 +55,8 @@ class AtWork {
   // Null when no such call is at work.
   static const DecodeRequest* decode() { return current() ? current()->decode_ : nullptr; }
   static const EncodeRequest* encode() { return current() ? current()->encode_ : nullptr; }
-  // Whether the module tells exact resolutions.
-  static bool is_exact() { return current() != nullptr && current()->is_exact_; }
+  // Whether the module counts pages: it says more, and is told more.
+  static bool counts_pages() { return current() != nullptr && current()->counts_pages_; }
   static DecoderWithCoder decoder() { return current()->decoder_; }  // there is a call
 
  private:
@@ -71,9 +65,16 @@ class AtWork {
   const DecodeRequest* decode_;
   const EncodeRequest* encode_;
   DecoderWithCoder decoder_;
-  bool is_exact_;
+  bool counts_pages_;
   const void* before_;
 };
+
+std::int32_t IMG_CB_C seek_stream(std::int32_t stream, std::int32_t offset, std::int32_t origin) {
+  // Such a module reads from the end: not where memory only seems to have one.
+  const bool is_nowhere = AtWork::counts_pages() && Origin{origin} == Origin::end &&
+                          !end_is_known(StreamHandle{stream});
+  return is_nowhere ? -1 : seek(StreamHandle{stream}, offset, Origin{origin});
+}
 
 // Thousandths that a header of dots per inch has no room for.
 void take_resolution(BitmapInfoHeader& header, const RowSink& sink) {
@@ -93,7 +94,7 @@ std::int32_t IMG_CB_C take_header(void* block, void* context) {
     const Status fits = sink.notes->begin(static_cast<const HeaderBlock*>(block)->header);
     if (fits.failed()) return fits.raw();
   }
-  if (AtWork::is_exact()) take_resolution(static_cast<HeaderBlock*>(block)->header, sink);
+  if (AtWork::counts_pages()) take_resolution(static_cast<HeaderBlock*>(block)->header, sink);
   return sink.on_header == nullptr ? 1 : sink.on_header(block, sink.context);
 }
 std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
@@ -281,12 +282,13 @@ class Call {
   }
 
   Status count_pages(StreamHandle stream) const {
+    const AtWork at_work(nullptr, nullptr, nullptr, true);
     return Status::from_raw(
         reinterpret_cast<img_plugin_count_fn>(address_)(static_cast<std::int32_t>(stream)));
   }
 
   Status find_stored(const DecodeRequest& request, img_stored_picture& picture) const {
-    const AtWork at_work(&request, nullptr);
+    const AtWork at_work(&request, nullptr, nullptr, loaded_entry(kCountPdfPages) != nullptr);
     return Status::from_raw(reinterpret_cast<img_plugin_stored_fn>(address_)(
         static_cast<std::int32_t>(request.stream), request.offset, std::max(request.page, 0),
         &picture));
