@@ -395,6 +395,13 @@ void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t
   }
 }
 
+RowView view_row(const ImageRecord& image, std::int32_t y) {
+  if (is_white(image, y)) return {};
+  const StoredRow row = stored_row(image, y);
+  if (row.as_bits()) return {{}, row.bits()};
+  return {row.transitions(), {}};
+}
+
 std::int32_t row_transitions(const ImageRecord& image, std::int32_t y,
                              std::span<std::uint16_t> out) {
   if (is_white(image, y)) return 0;

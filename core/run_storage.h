@@ -53,6 +53,14 @@ Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row);
 Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits);
 void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> bits);
 
+// A stored row where it lies, until the image changes: its transitions or, where these would be
+// longer, its bits. A white row has neither.
+struct RowView {
+  Transitions transitions;
+  std::span<const std::uint8_t> bits;
+};
+RowView view_row(const ImageRecord& image, std::int32_t y);
+
 // Transitions of a stored row; `out` has room for most_transitions. Returns how many.
 std::int32_t row_transitions(const ImageRecord& image, std::int32_t y,
                              std::span<std::uint16_t> out);

@@ -23,6 +23,7 @@ enum class StatusCode : std::int32_t {
   stop_after_header = -18,
   refused_by_licence = -19,
   wrong_depth = -21,
+  not_grey = -22,
   no_lzw_module = -23,
   no_transparency = -26,
   whole_image_decoder = -27,

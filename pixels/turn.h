@@ -24,6 +24,9 @@ constexpr Turn turn_of(int orientation) {
 // byte of them.
 void mirror_row(Row row, std::int32_t width, int bits);
 
+// The same from one row to another; further bytes of that keep their value.
+void mirror_row(Bytes from, std::int32_t width, int bits, Row to);
+
 // A picture that is asked for a row at a time, of 1, 4, 8, 16, 24 or 32 bits.
 struct Source {
   void (*read)(const void* context, std::int32_t y, Row row) = nullptr;

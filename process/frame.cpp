@@ -25,8 +25,8 @@ bool ImageSource::is_deep() const {
   return bits_ == 4 || bits_ == 8 || bits_ == 16 || bits_ == 24 || bits_ == 32;
 }
 
-Status ImageSource::next_row() {
-  TQ_TRY(report_progress(height_));
+Status ImageSource::next_row(int rows) {
+  TQ_TRY(report_progress(rows));
   const ImageRecord* found = find_image(handle_, serial_);
   const bool same = found != nullptr && found->dib != nullptr && found->width == width_ &&
                     found->height == height_ && found->bits == bits_ && found->in_runs == in_runs_;
@@ -97,11 +97,19 @@ void GreyRows::read(int y, Row out) const {
   }
 }
 
+NewShape same_kind(const ImageSource& image, int width, int height) {
+  std::uint32_t compression = image.header().biCompression;
+  // Plain pixels stay plain, whatever their owner says of them.
+  if (compression == kInRuns && image.bits() == 1) compression = 0;
+  if (image.in_runs() && keeps_runs(width, height)) compression = kInRuns;
+  return {image.bits(), image.palette(), compression, width, height};
+}
+
 Status create_result(ImageDraft& result, const ImageSource& image, const NewShape& shape) {
   HeaderBlock source{.header = image.header()};
   std::copy(shape.palette.begin(), shape.palette.end(), source.palette.begin());
-  TQ_TRY(result.create(source, {.width = image.width(),
-                                .height = image.height(),
+  TQ_TRY(result.create(source, {.width = shape.width != 0 ? shape.width : image.width(),
+                                .height = shape.height != 0 ? shape.height : image.height(),
                                 .bits = shape.bits,
                                 .compression = shape.compression,
                                 .in_runs = shape.bits == 1 && shape.compression == kInRuns}));

@@ -35,9 +35,10 @@ class ImageSource {
   // 4, 8, 16, 24 or 32: what all reductions and dithers take.
   bool is_deep() const;
 
-  // Reports one more row to the caller: its negative answer, or bad_handle when the image is gone
-  // or has got pixels of another kind.
-  Status next_row();
+  // Reports one more row of `rows`, those of the image, to the caller: its negative answer, or
+  // bad_handle when the image is gone or has got pixels of another kind.
+  Status next_row() { return next_row(height_); }
+  Status next_row(int rows);
 
   // Row y as it is stored. Not for run lists.
   Bytes row(int y) const;
@@ -53,6 +54,24 @@ class ImageSource {
   bool in_runs_;
   BitmapInfoHeader header_;
   std::array<Rgb, 256> palette_{};
+};
+
+// Rows of an image that may be run lists: of these as bits.
+class StoredRows {
+ public:
+  explicit StoredRows(const ImageSource& image) : image_(image) {}
+  Status allocate() {
+    return image_.in_runs() ? bits_.allocate(row_bytes(image_.width(), 1)) : kOk;
+  }
+  Bytes read(int y) const {
+    if (!image_.in_runs()) return image_.row(y);
+    expand_row(image_.record(), y, bits_.pixels());
+    return bits_.pixels();
+  }
+
+ private:
+  const ImageSource& image_;
+  RowBuffer<std::uint8_t> bits_;
 };
 
 // Rows of an image as one byte of grey per pixel: as a conversion to 8-bit grey gives them, which
@@ -80,6 +99,7 @@ struct NewShape {
   int bits;
   std::span<const Rgb> palette;   // the rest of the new palette is 0
   std::uint32_t compression = 0;  // the marker of the new pixels
+  int width = 0, height = 0;      // 0: as the image
 };
 
 // The marker that is left when the result has fewer than 32 bits: that of blue, green, red pixels
@@ -89,45 +109,47 @@ inline std::uint32_t marker_below_32(const ImageSource& image) {
   return marker == kRgb32 ? 0 : marker;
 }
 
+// Pixels of the image's kind, of other sides.
+NewShape same_kind(const ImageSource& image, int width, int height);
+
 // What does not depend on the operation stays as the source's header has it.
 Status create_result(ImageDraft& result, const ImageSource& image, const NewShape& shape);
 
-// Runs `make_row(y, row)` for every row; a row's padding is 0, its pixels are not set.
+// Runs `make_row(y, row)` for every row of the result, which may be run lists; a row's padding is
+// 0, its pixels are not set.
+template <class MakeRow>
+Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
+  ImageRecord& made = result.record();
+  RowBuffer<std::uint8_t> bits;
+  if (made.in_runs) TQ_TRY(bits.allocate(made.bytes_per_row));
+  for (int y = 0; y < made.height; ++y) {
+    TQ_TRY(image.next_row(made.height));
+    const Row row = made.in_runs ? bits.pixels() : plain_row(made, y);
+    std::memset(row.data() + row.size() - 4, 0, 4);
+    make_row(y, row);
+    if (made.in_runs) TQ_TRY(store_bits(made, y, row));
+  }
+  return kOk;
+}
+
 template <class MakeRow>
 Status replace_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
   ImageDraft result;
   TQ_TRY(create_result(result, image, shape));
-  for (int y = 0; y < image.height(); ++y) {
-    TQ_TRY(image.next_row());
-    const Row row = plain_row(result.record(), y);
-    std::memset(row.data() + row.size() - 4, 0, 4);
-    make_row(y, row);
-  }
+  TQ_TRY(make_rows(result, image, make_row));
   result.install(image.record());
   return kOk;
 }
 
-// The same for 1-bit results, white being 1: they are held as run lists where images of their size
+// The shape of 1-bit results, white being 1: they are held as run lists where images of their size
 // are.
+inline NewShape mono_shape(const ImageSource& image, int width, int height) {
+  return {1, pixels::black_and_white(),
+          keeps_runs(width, height) ? kInRuns : marker_below_32(image), width, height};
+}
 template <class MakeBits>
 Status replace_by_mono(ImageSource& image, MakeBits&& make_bits) {
-  const bool in_runs = keeps_runs(image.width(), image.height());
-  ImageDraft result;
-  TQ_TRY(create_result(result, image,
-                       {1, pixels::black_and_white(), in_runs ? kInRuns : marker_below_32(image)}));
-  RowBuffer<std::uint8_t> bits;
-  TQ_TRY(bits.allocate(row_bytes(image.width(), 1)));
-  for (int y = 0; y < image.height(); ++y) {
-    TQ_TRY(image.next_row());
-    make_bits(y, bits.pixels());
-    if (in_runs) {
-      TQ_TRY(store_bits(result.record(), y, bits.pixels()));
-    } else {
-      std::memcpy(plain_row(result.record(), y).data(), bits.data(), bits.size());
-    }
-  }
-  result.install(image.record());
-  return kOk;
+  return replace_rows(image, mono_shape(image, image.width(), image.height()), make_bits);
 }
 
 }  // namespace tq::process

@@ -11,24 +11,6 @@ namespace {
 
 using pixels::Layout;
 
-// Source rows that may be run lists.
-class StoredRows {
- public:
-  explicit StoredRows(const ImageSource& image) : image_(image) {}
-  Status allocate() {
-    return image_.in_runs() ? bits_.allocate(row_bytes(image_.width(), 1)) : kOk;
-  }
-  Bytes read(int y) const {
-    if (!image_.in_runs()) return image_.row(y);
-    expand_row(image_.record(), y, bits_.pixels());
-    return bits_.pixels();
-  }
-
- private:
-  const ImageSource& image_;
-  RowBuffer<std::uint8_t> bits_;
-};
-
 // 16-bit samples stay as they are, at the start of the wider row.
 void copy_samples(Bytes from, int width, Row row) {
   std::fill(std::copy_n(from.begin(), 2 * width, row.begin()), row.end(), std::uint8_t{0});
