@@ -72,3 +72,56 @@ std::int32_t IMG_CALL IMG_promote_24(std::int32_t image) {
 std::int32_t IMG_CALL IMG_promote_32(std::int32_t image) {
   return process(image, tq::process::promote_32);
 }
+
+std::int32_t IMG_CALL IMG_flip_bitmap(std::int32_t image) {
+  return process(image, tq::process::flip_bitmap);
+}
+
+std::int32_t IMG_CALL IMG_mirror_bitmap(std::int32_t image) {
+  return process(image, tq::process::mirror_bitmap);
+}
+
+std::int32_t IMG_CALL IMG_orient_bitmap(std::int32_t image, std::int32_t value) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::orient_bitmap(source, value); });
+}
+
+std::int32_t IMG_CALL IMG_crop_bitmap(std::int32_t image, std::int32_t x, std::int32_t y,
+                                      std::int32_t width, std::int32_t height) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::crop_bitmap(source, {x, y, width, height});
+  });
+}
+
+std::int32_t IMG_CALL IMG_extend_bitmap(std::int32_t image, std::int32_t left, std::int32_t top,
+                                        std::int32_t right, std::int32_t bottom,
+                                        std::int32_t colour) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::extend_bitmap(source, {left, top, right, bottom}, colour);
+  });
+}
+
+std::int32_t IMG_CALL IMG_rotate_bitmap(std::int32_t image, std::int32_t angle, std::int32_t colour,
+                                        std::int32_t mode) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::rotate_bitmap(source, angle, colour, mode);
+  });
+}
+
+std::int32_t IMG_CALL IMG_resize_bitmap(std::int32_t image, std::int32_t width, std::int32_t height,
+                                        std::int32_t method) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::resize_bitmap(source, width, height, method);
+  });
+}
+
+std::int32_t IMG_CALL IMG_resample_bitmap(std::int32_t image, std::int32_t x_dpi,
+                                          std::int32_t y_dpi, std::int32_t method) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::resample_bitmap(source, x_dpi, y_dpi, method);
+  });
+}
+
+std::int32_t IMG_CALL IMG_invert_bitmap(std::int32_t image) {
+  return process(image, tq::process::invert_bitmap);
+}

@@ -419,6 +419,71 @@ IMG_API int32_t IMG_CALL IMG_promote_24(int32_t image);
  * blue, green, red, 0; a 24-bit pixel becomes 0, red, green, blue; 16-bit samples as above. */
 IMG_API int32_t IMG_CALL IMG_promote_32(int32_t image);
 
+/* ---- Pixels at other places ------------------------------------------------------------------
+ *
+ * These, too, replace the pixels of an image in place and leave it as it was on any failure. They
+ * take 1, 4, 8, 16, 24 and 32 bits (else IMG_WRONG_DEPTH); depth, palette, marker, transparency and
+ * form stay: run lists remain run lists unless they become wider than 65533 pixels. The progress
+ * callback is told each row of the result. Where pixels move, the crop rectangle becomes the whole
+ * image; the resolution is swapped with the sides. An argument out of its set is IMG_UNSUPPORTED,
+ * before anything else happens. What changes nothing (a turn by 0) does nothing.
+ *
+ * A colour is a palette index for 1 to 8 bits (1 bit: 0 black, 1 white), a sample for 16, 0x00BBGGRR
+ * for 24 and 32 bits (turned into cyan, magenta, yellow where the image holds these), or -1: paper,
+ * which is white or what is nearest to white in the palette. */
+
+/* Top to bottom; left to right. */
+IMG_API int32_t IMG_CALL IMG_flip_bitmap(int32_t image);
+IMG_API int32_t IMG_CALL IMG_mirror_bitmap(int32_t image);
+
+/* Undoes an orientation, as IMGLOW_get_image_orientation tells it of a file: 1 nothing, 2 mirror, 3
+ * turn by 180 degrees, 4 flip, 5 transpose, 6 turn by 90 degrees clockwise, 7 transpose what was
+ * turned by 180, 8 turn by 270. */
+IMG_API int32_t IMG_CALL IMG_orient_bitmap(int32_t image, int32_t value);
+
+/* Keeps exactly this rectangle, which must lie inside the image. */
+IMG_API int32_t IMG_CALL IMG_crop_bitmap(int32_t image, int32_t x, int32_t y, int32_t width,
+                                         int32_t height);
+
+/* Adds margins of a colour, in pixels; negative ones are taken away. A side must remain. */
+IMG_API int32_t IMG_CALL IMG_extend_bitmap(int32_t image, int32_t left, int32_t top, int32_t right,
+                                           int32_t bottom, int32_t colour);
+
+/* Turns the sheet clockwise, as it is seen: where the resolutions differ, pixels are not square and
+ * the turn takes that into account.
+ *
+ *   angle    hundredths of a degree, any value; multiples of 9000 are exact and look at nothing else
+ *   colour   of what comes in from outside
+ *   mode     1: the sides stay, corners are cut off (else the result holds the whole turned image);
+ *            2: each pixel is the nearest one of the image, without new colours; 3: both
+ *
+ * Without 2 pixels are blended from four: 1 bit as grey and white again from the middle on; palettes
+ * of grey in levels; palettes with colours as with 2. 16 bits need 2, or a multiple of 9000 (else
+ * IMG_WRONG_DEPTH). The result has the same bits on every machine. */
+IMG_API int32_t IMG_CALL IMG_rotate_bitmap(int32_t image, int32_t angle, int32_t colour,
+                                           int32_t mode);
+
+/* To other sides, of at least 1 pixel. The resolution changes with them, so that the sheet keeps its
+ * size on paper.
+ *
+ *   method   0 nearest pixels, every depth; 1 exact means of what a pixel covers; 2 triangle, 3
+ *            cubic, 4 Lanczos of three lobes; 5 as 1, and then 1 bit: white from the middle on
+ *
+ * Methods 1 to 5 take 1 bit and grey palettes of 4 and 8, where palettes with colours are
+ * IMG_NOT_GREY; 1 to 4 also 24 and 32 bits (else IMG_WRONG_DEPTH). 1 bit becomes 8 with a linear grey
+ * palette by 1 to 4. The result has the same bits on every machine. */
+IMG_API int32_t IMG_CALL IMG_resize_bitmap(int32_t image, int32_t width, int32_t height,
+                                           int32_t method);
+
+/* The same to these dots per inch, 1 to 65535, which the result then has: fax pages become square.
+ * IMG_UNSUPPORTED for an image without a resolution. */
+IMG_API int32_t IMG_CALL IMG_resample_bitmap(int32_t image, int32_t x_dpi, int32_t y_dpi,
+                                             int32_t method);
+
+/* Light for dark, every bit of 1, 16, 24 and 32 bits and of indices into grey palettes; of a palette
+ * with colours the entries become 255 less, and the pixels stay. The crop rectangle stays. */
+IMG_API int32_t IMG_CALL IMG_invert_bitmap(int32_t image);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves

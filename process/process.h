@@ -28,4 +28,25 @@ Status promote_8(ImageSource& image);
 Status promote_24(ImageSource& image);
 Status promote_32(ImageSource& image);
 
+// Pixels at other places; `value` is one of TIFF's Orientation.
+Status flip_bitmap(ImageSource& image);
+Status mirror_bitmap(ImageSource& image);
+Status orient_bitmap(ImageSource& image, std::int32_t value);
+Status crop_bitmap(ImageSource& image, const Rect& rect);
+// How many pixels are added on each side; negative: taken away.
+struct Margins {
+  std::int32_t left, top, right, bottom;
+};
+Status extend_bitmap(ImageSource& image, const Margins& margins, std::int32_t colour);
+Status rotate_bitmap(ImageSource& image, std::int32_t angle, std::int32_t colour,
+                     std::int32_t mode);
+
+// Other sides.
+Status resize_bitmap(ImageSource& image, std::int32_t width, std::int32_t height,
+                     std::int32_t method);
+Status resample_bitmap(ImageSource& image, std::int32_t x_dpi, std::int32_t y_dpi,
+                       std::int32_t method);
+
+Status invert_bitmap(ImageSource& image);
+
 }  // namespace tq::process

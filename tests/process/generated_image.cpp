@@ -115,6 +115,16 @@ std::int32_t mediancut(std::int32_t image) {
   return IMG_mediancut_color(image);
 }
 
+// With a resolution that makes pixels oblong; an image that is refused has it as well.
+std::int32_t rotate_fax(std::int32_t image) {
+  std::int32_t x = 0, y = 0;
+  IMG_get_resolution(image, &x, &y);
+  IMG_set_resolution(image, 204000, 98000);
+  const std::int32_t status = IMG_rotate_bitmap(image, 7999, -1, 0);
+  IMG_set_resolution(image, x, y);
+  return status;
+}
+
 const std::vector<NamedOperation>& all_operations() {
   static Rgb given[40];
   for (int i = 0; i < 40; ++i) {
@@ -144,6 +154,30 @@ const std::vector<NamedOperation>& all_operations() {
       {"promote_8", call<IMG_promote_8>},
       {"promote_24", call<IMG_promote_24>},
       {"promote_32", call<IMG_promote_32>},
+      {"flip", call<IMG_flip_bitmap>, true},
+      {"mirror", call<IMG_mirror_bitmap>, true},
+      {"turn_180", [](Image i) { return IMG_orient_bitmap(i, 3); }, true},
+      {"transpose", [](Image i) { return IMG_orient_bitmap(i, 5); }, true},
+      {"turn_90", [](Image i) { return IMG_orient_bitmap(i, 6); }, true},
+      {"transverse", [](Image i) { return IMG_orient_bitmap(i, 7); }, true},
+      {"turn_270", [](Image i) { return IMG_orient_bitmap(i, 8); }, true},
+      {"crop", [](Image i) { return IMG_crop_bitmap(i, 1, 0, 6, 10); }, true},
+      {"extend", [](Image i) { return IMG_extend_bitmap(i, 5, -2, 3, 1, -1); }, true},
+      {"shift", [](Image i) { return IMG_extend_bitmap(i, -9, 4, 9, -4, 0); }, true},
+      {"invert", call<IMG_invert_bitmap>, true},
+      {"nearest", [](Image i) { return IMG_resize_bitmap(i, 50, 13, 0); }, true},
+      {"area_down", [](Image i) { return IMG_resize_bitmap(i, 9, 5, 1); }, true},
+      {"area_up", [](Image i) { return IMG_resize_bitmap(i, 70, 23, 1); }, true},
+      {"triangle", [](Image i) { return IMG_resize_bitmap(i, 23, 9, 2); }, true},
+      {"cubic", [](Image i) { return IMG_resize_bitmap(i, 50, 7, 3); }, true},
+      {"lanczos", [](Image i) { return IMG_resize_bitmap(i, 40, 12, 4); }, true},
+      {"lanczos_blocks", [](Image i) { return IMG_resize_bitmap(i, 5, 3, 4); }, true},
+      {"area_mono", [](Image i) { return IMG_resize_bitmap(i, 11, 6, 5); }, true},
+      {"rotate_10", [](Image i) { return IMG_rotate_bitmap(i, 1000, -1, 0); }, true},
+      {"rotate_back", [](Image i) { return IMG_rotate_bitmap(i, -1013, 0, 1); }, true},
+      {"rotate_147", [](Image i) { return IMG_rotate_bitmap(i, 14701, 1, 2); }, true},
+      {"rotate_nearest", [](Image i) { return IMG_rotate_bitmap(i, 36200, -1, 3); }, true},
+      {"rotate_fax", rotate_fax, true},
   };
   return operations;
 }

@@ -48,6 +48,7 @@ class KeptImage {
 struct NamedOperation {
   const char* name;
   std::int32_t (*run)(std::int32_t image);
+  bool moves = false;  // pixels; or it belongs to those that do
 };
 const std::vector<NamedOperation>& all_operations();
 

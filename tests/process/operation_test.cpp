@@ -20,9 +20,11 @@ template <class Check>
 void for_each_accepted(Check&& check) {
   for (const Depth& depth : kDepths) {
     for (const NamedOperation& operation : all_operations()) {
-      if (operation.run(KeptImage(depth, 37, kRows, 3).handle()) < 0) continue;
+      const KeptImage made(depth, 37, kRows, 3);
+      if (operation.run(made.handle()) < 0) continue;
+      const auto rows = static_cast<int>(snapshot(made.handle()).rows.size());
       SCOPED_TRACE(std::string(operation.name) + " of " + std::to_string(depth.bits) + " bits");
-      check(operation, KeptImage(depth, 37, kRows, 3));
+      check(operation, KeptImage(depth, 37, kRows, 3), rows);
     }
   }
   IMGLOW_set_dithermode(1);
@@ -44,7 +46,8 @@ TEST(OperationRefusal, OddDepthsBadHandlesAndImagesWithoutPixels) {
   for (const NamedOperation& operation : all_operations()) {
     SCOPED_TRACE(operation.name);
     const std::string name = operation.name;
-    const bool own_code = name.starts_with("mediancut") || name.starts_with("octree");
+    const bool own_code =
+        operation.moves || name.starts_with("mediancut") || name.starts_with("octree");
     EXPECT_EQ(operation.run(two_bits.handle()), own_code ? IMG_WRONG_DEPTH : IMG_UNSUPPORTED);
     EXPECT_TRUE(State(two_bits) == before);
     EXPECT_EQ(operation.run(2), IMG_BAD_HANDLE);
@@ -78,9 +81,9 @@ struct Progress {
 };
 
 TEST(OperationSweep, AbortsAndRefusedAllocationsLeaveTheImageAndLeakNothing) {
-  for_each_accepted([](const NamedOperation& operation, const KeptImage& image) {
+  for_each_accepted([](const NamedOperation& operation, const KeptImage& image, int rows) {
     const State before(image);
-    for (int row = 0; row < kRows; ++row) {
+    for (int row = 0; row < rows; ++row) {
       Progress progress{.act_at = row, .answer = -4711};
       EXPECT_EQ(progress.run(operation, image.handle()), -4711);
       EXPECT_EQ(progress.calls, row + 1);
@@ -99,9 +102,10 @@ TEST(OperationSweep, AbortsAndRefusedAllocationsLeaveTheImageAndLeakNothing) {
         EXPECT_TRUE(State(image) == before);
       } else {
         EXPECT_GE(status, 0);
-        EXPECT_GE(count, 1);
-        EXPECT_EQ(progress.calls, kRows);
-        EXPECT_EQ(progress.value, kRows);
+        // Run lists are flipped where they lie.
+        EXPECT_GE(count, operation.name == std::string("flip") ? 0 : 1);
+        EXPECT_EQ(progress.calls, rows);
+        EXPECT_EQ(progress.value, rows);
       }
     }
   });
@@ -113,7 +117,7 @@ TEST(OperationProgress, ACallbackMayDeleteOrChangeTheImage) {
     if (IMG_promote_32(image) < 0) IMG_color_gray(image);
   };
   for (const bool removed : {false, true}) {
-    for_each_accepted([&](const NamedOperation& operation, const KeptImage& image) {
+    for_each_accepted([&](const NamedOperation& operation, const KeptImage& image, int) {
       Progress progress{.act_at = 5, .act = removed ? +remove : +change};
       EXPECT_EQ(progress.run(operation, image.handle()), IMG_BAD_HANDLE);
     });
@@ -125,6 +129,7 @@ TEST(OperationResult, KeepsTheHeaderAndTheImagesSettings) {
   const std::int32_t fields[] = {300, 600, 7, 9};  // resolution, colours used and important
   std::memcpy(dib.data() + 24, fields, sizeof fields);
   for (const NamedOperation& operation : all_operations()) {
+    if (operation.moves) continue;
     SCOPED_TRACE(operation.name);
     const KeptImage image(dib);
     IMG_set_croprect(image.handle(), 3, 2, 10, 5);

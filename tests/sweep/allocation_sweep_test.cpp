@@ -219,6 +219,22 @@ std::vector<Call> calls(Material& m) {
       {"IMG_promote_8", call(IMG_promote_8, Watched::kRuns)},
       {"IMG_promote_24", call(IMG_promote_24, Watched::kPlain)},
       {"IMG_promote_32", call(IMG_promote_32, Watched::kDeep)},
+      {"IMG_flip_bitmap", call(IMG_flip_bitmap, Watched::kPlain)},
+      {"IMG_mirror_bitmap", call(IMG_mirror_bitmap, Watched::kRuns)},
+      {"IMG_orient_bitmap", call(IMG_orient_bitmap, Watched::kRuns, 6)},
+      {"IMG_crop_bitmap", call(IMG_crop_bitmap, Watched::kDeep, 1, 1, 5, 2)},
+      {"IMG_extend_bitmap", call(IMG_extend_bitmap, Watched::kRuns, 3, 1, 900, 200, 0)},
+      {"IMG_rotate_bitmap", call(IMG_rotate_bitmap, Watched::kRuns, 130, -1, 0)},
+      {"IMG_resize_bitmap", call(IMG_resize_bitmap, Watched::kDeep, 7, 5, 4)},
+      {"IMG_resize_bitmap", call(IMG_resize_bitmap, Watched::kRuns, 17, 3, 1)},
+      {"IMG_resample_bitmap",
+       [] {
+         IMG_set_resolution(Watched::kPlain, 200000, 100000);
+         const std::int32_t status = IMG_resample_bitmap(Watched::kPlain, 200, 200, 0);
+         if (status < 0) IMG_set_resolution(Watched::kPlain, 0, 0);
+         return status;
+       }},
+      {"IMG_invert_bitmap", call(IMG_invert_bitmap, Watched::kRuns)},
       {"IMG_delete_bitmap", call(IMG_delete_bitmap, Watched::kDeep)},
       {"IMG_delete_bitmap_keep",
        [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},

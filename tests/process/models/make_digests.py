@@ -4,6 +4,7 @@
 import pathlib
 import sys
 
+import geometry as geo
 import operations as ops
 
 WIDTHS = [1, 2, 3, 7, 8, 9, 17, 31, 64, 70, 133]
@@ -36,6 +37,30 @@ OPERATIONS = [
     ("promote_8", lambda i: ops.promote(i, 8)),
     ("promote_24", lambda i: ops.promote(i, 24)),
     ("promote_32", lambda i: ops.promote(i, 32)),
+    ("flip", lambda i: geo.orient(i, 4)),
+    ("mirror", lambda i: geo.orient(i, 2)),
+    ("turn_180", lambda i: geo.orient(i, 3)),
+    ("transpose", lambda i: geo.orient(i, 5)),
+    ("turn_90", lambda i: geo.orient(i, 6)),
+    ("transverse", lambda i: geo.orient(i, 7)),
+    ("turn_270", lambda i: geo.orient(i, 8)),
+    ("crop", lambda i: geo.crop(i, 1, 0, 6, 10)),
+    ("extend", lambda i: geo.extend(i, 5, -2, 3, 1, -1)),
+    ("shift", lambda i: geo.extend(i, -9, 4, 9, -4, 0)),
+    ("invert", geo.invert),
+    ("nearest", lambda i: geo.resize(i, 50, 13, 0)),
+    ("area_down", lambda i: geo.resize(i, 9, 5, 1)),
+    ("area_up", lambda i: geo.resize(i, 70, 23, 1)),
+    ("triangle", lambda i: geo.resize(i, 23, 9, 2)),
+    ("cubic", lambda i: geo.resize(i, 50, 7, 3)),
+    ("lanczos", lambda i: geo.resize(i, 40, 12, 4)),
+    ("lanczos_blocks", lambda i: geo.resize(i, 5, 3, 4)),
+    ("area_mono", lambda i: geo.resize(i, 11, 6, 5)),
+    ("rotate_10", lambda i: geo.rotate(i, 1000, -1, 0)),
+    ("rotate_back", lambda i: geo.rotate(i, 36000 - 1013, 0, 1)),
+    ("rotate_147", lambda i: geo.rotate(i, 14701, 1, 2)),
+    ("rotate_nearest", lambda i: geo.rotate(i, 200, -1, 3)),
+    ("rotate_fax", lambda i: geo.rotate(i, 7999, -1, 0, 204, 98)),
 ]
 
 

@@ -1,0 +1,165 @@
+// Plain pixels go from row to row; of run lists only the block at work is ever held as bits, and each
+// list is walked once.
+#include "process/geometry/transpose.h"
+
+#include <algorithm>
+
+#include "process/geometry/geometry.h"
+
+namespace tq::process {
+namespace {
+
+constexpr int kWord = 64;
+constexpr int kGroup = 8;  // source rows that are turned together
+
+// Run lists cost two bytes a row and a block of bits, which is to be little beside the page.
+constexpr int kWidePage = 4100;
+
+// A square of 64 words along its diagonal (Hacker's Delight, 7-3).
+void transpose(std::uint64_t (&rows)[kWord]) {
+  std::uint64_t mask = 0x00000000FFFFFFFF;
+  for (int step = 32; step != 0; step >>= 1, mask ^= mask << step) {
+    for (int i = 0; i < kWord; i = (i + step + 1) & ~step) {
+      const std::uint64_t swapped = (rows[i] ^ rows[i + step] >> step) & mask;
+      rows[i] ^= swapped;
+      rows[i + step] ^= swapped << step;
+    }
+  }
+}
+
+}  // namespace
+
+TransposedRows::TransposedRows(const ImageSource& image, pixels::Turn turn)
+    : image_(image),
+      turn_(turn),
+      columns_(image.bits() == 1 && (!image.in_runs() || image.width() >= kWidePage) ? 64 : 32) {}
+
+Status TransposedRows::allocate() {
+  if (!image_.in_runs()) return kOk;
+  TQ_TRY(passed_.allocate(image_.height()));
+  return bits_.allocate(columns_ * row_bytes(image_.height(), 1));
+}
+
+// 64 pixels of a row from `column` on, the first in the top bit; of run lists no more than a block.
+std::uint64_t TransposedRows::bits_at(int y, int column) {
+  std::uint64_t found = 0;
+  Bytes bits;
+  if (!image_.in_runs()) {
+    bits = plain_row(image_.record(), y);
+  } else {
+    const RowView row = view_row(image_.record(), y);
+    if (row.bits.empty()) {
+      const Transitions changes = row.transitions;
+      std::size_t i = std::min(std::size_t{passed_[y]}, changes.size());
+      while (i > 0 && changes[i - 1] >= column) --i;
+      while (i < changes.size() && changes[i] < column) ++i;
+      passed_[y] = word(i);
+      found = i % 2 == 0 ? ~std::uint64_t{0} : 0;
+      for (; i < changes.size() && changes[i] < column + columns_; ++i) {
+        found ^= ~std::uint64_t{0} >> (changes[i] - column);
+      }
+      return found;
+    }
+    bits = row.bits;
+  }
+  bits = bits.subspan(static_cast<std::size_t>(column / 8));
+  std::memcpy(&found, bits.data(), std::min(sizeof found, bits.size()));
+  return __builtin_bswap64(found);
+}
+
+void TransposedRows::turn_bits(int rows) {
+  const int width = image_.height();
+  for (int x = 0; x < width; x += kWord) {
+    std::uint64_t square[kWord] = {};
+    const int count = std::min(kWord, width - x);
+    for (int k = 0; k < count; ++k) square[k] = bits_at(source_row(x + k), block_ * columns_);
+    transpose(square);
+    for (int i = 0; i < rows; ++i) {
+      const Row to = rows_[i].subspan(static_cast<std::size_t>(x / 8));
+      const std::uint64_t stored = __builtin_bswap64(square[i]);
+      std::memcpy(to.data(), &stored, std::min(sizeof stored, to.size()));
+    }
+  }
+}
+
+void TransposedRows::turn_nibbles(int rows) {
+  for (int x = 0; x < image_.height(); ++x) {
+    const Bytes from = plain_row(image_.record(), source_row(x)).subspan(static_cast<std::size_t>(block_ * columns_ / 2));
+    for (int i = 0; i < rows; ++i) {
+      const int pixel = from[i / 2] >> (i % 2 == 0 ? 4 : 0) & 15;
+      std::uint8_t& pair = rows_[i][x / 2];
+      pair = byte(x % 2 == 0 ? pixel << 4 : pair | pixel);
+    }
+  }
+}
+
+template <int kBytes>
+void TransposedRows::turn_pixels(int rows) {
+  const int width = image_.height();
+  const auto place = [&](int x) {
+    return plain_row(image_.record(), source_row(x)).data() +
+           std::ptrdiff_t{kBytes} * block_ * columns_;
+  };
+  int x = 0;
+  for (; x + kGroup <= width; x += kGroup) {
+    const std::uint8_t* from[kGroup];
+    for (int k = 0; k < kGroup; ++k) {
+      from[k] = place(x + k);
+      // Processors do not foresee steps of a row.
+      if (x + 2 * kGroup <= width) {
+        const std::uint8_t* const next = place(x + k + kGroup);
+        for (int at = 0; at < kBytes * rows; at += 64) __builtin_prefetch(next + at);
+      }
+    }
+    for (int i = 0; i < rows; ++i) {
+      std::uint8_t* const to = rows_[i].data() + std::ptrdiff_t{kBytes} * x;
+      for (int k = 0; k < kGroup; ++k) {
+        std::memcpy(to + kBytes * k, from[k] + kBytes * i, kBytes);
+      }
+    }
+  }
+  for (; x < width; ++x) {
+    const std::uint8_t* const from = place(x);
+    for (int i = 0; i < rows; ++i) {
+      std::memcpy(rows_[i].data() + std::ptrdiff_t{kBytes} * x, from + kBytes * i, kBytes);
+    }
+  }
+}
+
+Status TransposedRows::make_row(ImageRecord& result, int y) {
+  const auto column_of = [&](int row) { return turn_.from_right ? image_.width() - 1 - row : row; };
+  const int column = column_of(y);
+  if (column / columns_ != block_) {
+    block_ = column / columns_;
+    const int first = block_ * columns_, rows = std::min(columns_, image_.width() - first);
+    const std::ptrdiff_t stride = result.bytes_per_row;
+    for (int i = 0; i < rows; ++i) {
+      rows_[i] = result.in_runs ? bits_.pixels().subspan(i * stride, stride)
+                                : plain_row(result, column_of(first + i));
+      clear_padding(rows_[i], result.width, result.bits);
+    }
+    switch (result.bits) {
+      case 1:
+        turn_bits(rows);
+        break;
+      case 4:
+        turn_nibbles(rows);
+        break;
+      case 8:
+        turn_pixels<1>(rows);
+        break;
+      case 16:
+        turn_pixels<2>(rows);
+        break;
+      case 24:
+        turn_pixels<3>(rows);
+        break;
+      default:
+        turn_pixels<4>(rows);
+        break;
+    }
+  }
+  return result.in_runs ? store_bits(result, y, rows_[column % columns_]) : kOk;
+}
+
+}  // namespace tq::process

@@ -1,0 +1,36 @@
+// Columns of an image that become rows, a block of them at a time.
+#pragma once
+
+#include "pixels/turn.h"
+#include "process/frame.h"
+
+namespace tq::process {
+
+class TransposedRows {
+ public:
+  // `turn` swaps the sides.
+  TransposedRows(const ImageSource& image, pixels::Turn turn);
+  Status allocate();
+
+  // Sets row y of the result, for y from 0 on.
+  Status make_row(ImageRecord& result, int y);
+
+ private:
+  std::uint64_t bits_at(int y, int column);
+  void turn_bits(int rows);
+  void turn_nibbles(int rows);
+  template <int kBytes>
+  void turn_pixels(int rows);
+  int source_row(int x) const { return turn_.from_bottom ? image_.height() - 1 - x : x; }
+
+  const ImageSource& image_;
+  pixels::Turn turn_;
+  int columns_;     // of a block
+  int block_ = -1;  // that `rows_` are of
+  Row rows_[64];    // a column each
+  // Of run lists: how many transitions of a row lie before the block, and the block as bits.
+  RowBuffer<std::uint16_t> passed_;
+  RowBuffer<std::uint8_t> bits_;
+};
+
+}  // namespace tq::process

@@ -1,0 +1,68 @@
+// Light for dark: of values every bit, of colours in a palette the entries.
+#include <algorithm>
+#include <array>
+
+#include "process/geometry/geometry.h"
+#include "process/process.h"
+
+namespace tq::process {
+namespace {
+
+// Whether a palette has colours; then its indices mean nothing by themselves.
+bool has_colour_palette(const ImageSource& image) {
+  return (image.bits() == 4 || image.bits() == 8) && !is_grey(image.palette());
+}
+
+// A change at the left edge comes or goes.
+Status invert_runs(ImageSource& image, ImageDraft& result) {
+  RowBuffer<std::uint16_t> buffer;
+  TQ_TRY(buffer.allocate(most_transitions(image.width()) + 1));
+  const std::span<std::uint16_t> room = buffer.pixels();
+  for (int y = 0; y < image.height(); ++y) {
+    TQ_TRY(image.next_row());
+    const std::int32_t count = row_transitions(image.record(), y, room.subspan(1));
+    const bool black = count > 0 && room[1] == 0;
+    room[0] = 0;
+    TQ_TRY(store_transitions(result.record(), y,
+                             black ? room.subspan(2, count - 1) : room.first(count + 1)));
+  }
+  return kOk;
+}
+
+Status invert_rows(ImageSource& image, ImageDraft& result) {
+  return make_rows(result, image, [&](int y, Row row) {
+    std::ranges::transform(plain_row(image.record(), y), row.begin(),
+                           [](std::uint8_t v) { return byte(~v); });
+    clear_padding(row, image.width(), image.bits());
+  });
+}
+
+}  // namespace
+
+Status invert_bitmap(ImageSource& image) {
+  release_display_cache(image.record());
+  if (!has_known_depth(image)) return StatusCode::wrong_depth;
+  NewShape shape = same_kind(image, image.width(), image.height());
+  std::array<Rgb, 256> entries{};
+  const bool colours = has_colour_palette(image);
+  if (colours) {
+    std::ranges::transform(image.palette(), entries.begin(), [](Rgb c) {
+      return Rgb{byte(255 - c.blue), byte(255 - c.green), byte(255 - c.red), c.reserved};
+    });
+    shape.palette = std::span(entries).first(image.palette().size());
+  }
+  ImageDraft result;
+  TQ_TRY(create_result(result, image, shape));
+  if (colours) {
+    TQ_TRY(make_rows(result, image, [&](int y, Row row) {
+      std::ranges::copy(plain_row(image.record(), y), row.begin());
+      clear_padding(row, image.width(), image.bits());
+    }));
+  } else {
+    TQ_TRY(image.in_runs() ? invert_runs(image, result) : invert_rows(image, result));
+  }
+  result.install(image.record());
+  return kOk;
+}
+
+}  // namespace tq::process
