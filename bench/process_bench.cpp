@@ -107,6 +107,18 @@ Picture& page(int bits) {
   return bits == 24 ? deep : grey;
 }
 
+// The same page in black and white.
+Picture make_mono_page() {
+  Picture grey = make_page(8), picture = empty_picture(grey.width, grey.height, 1);
+  for (int y = 0; y < grey.height; ++y) {
+    std::uint8_t* row = picture.row(y);
+    for (int x = 0; x < grey.width; ++x) {
+      if (grey.row(y)[x] > 128) row[x / 8] |= static_cast<std::uint8_t>(0x80 >> x % 8);
+    }
+  }
+  return picture;
+}
+
 void report(benchmark::State& state, const Picture& picture) {
   state.counters["ns/px"] =
       benchmark::Counter(picture.pixels() / 1e9, benchmark::Counter::kIsIterationInvariantRate |
@@ -133,6 +145,30 @@ void add(const std::string& name, int bits, Operation operation) {
   };
   with("photo", photo);
   with("page", page);
+}
+
+// Of 1 bit, plain and in run lists.
+template <class Operation>
+void add_mono(const std::string& name, Operation operation) {
+  static Picture mono_page = make_mono_page();
+  for (const bool in_runs : {false, true}) {
+    benchmark::RegisterBenchmark(
+        ("process/" + name + (in_runs ? "/runs" : "/bits") + "/ours").c_str(),
+        [=](benchmark::State& state) {
+          for (auto _ : state) {
+            state.PauseTiming();
+            const std::int32_t image = IMG_create_handle_keep(mono_page.dib.data());
+            if (in_runs) IMG_dib_to_runs(image);
+            state.ResumeTiming();
+            if (operation(image) < 0) state.SkipWithError("refused");
+            state.PauseTiming();
+            IMG_delete_bitmap(image);
+            state.ResumeTiming();
+          }
+          report(state, mono_page);
+        })
+        ->Unit(benchmark::kMillisecond);
+  }
 }
 
 template <class Operation>
@@ -217,6 +253,35 @@ const bool kRegistered = [] {
   add("promote_24/8", 8, IMG_promote_24);
   add("promote_32/8", 8, IMG_promote_32);
   add("promote_32/24", 24, IMG_promote_32);
+  const auto turn = [](std::int32_t angle, std::int32_t mode) {
+    return [=](std::int32_t i) { return IMG_rotate_bitmap(i, angle, -1, mode); };
+  };
+  const auto resize = [](std::int32_t width, std::int32_t height, std::int32_t method) {
+    return [=](std::int32_t i) { return IMG_resize_bitmap(i, width, height, method); };
+  };
+  add("flip/24", 24, IMG_flip_bitmap);
+  add("mirror/24", 24, IMG_mirror_bitmap);
+  add("turn_90/24", 24, turn(9000, 0));
+  add("turn_180/24", 24, turn(18000, 0));
+  add("turn_1.3/24", 24, turn(130, 0));
+  add("turn_1.3/8", 8, turn(130, 0));
+  add("invert/24", 24, IMG_invert_bitmap);
+  add("area_half/24", 24, resize(2000, 1500, 1));
+  add("area_eighth/24", 24, resize(500, 375, 1));
+  add("area_800x600/24", 24, resize(800, 600, 1));
+  add("area_777x583/24", 24, resize(777, 583, 1));
+  add("lanczos_half/24", 24, resize(2000, 1500, 4));
+  add("lanczos_777x583/24", 24, resize(777, 583, 4));
+  add("cubic_enlarged/24", 24, resize(6000, 4500, 3));
+  add_mono("flip/1", [](std::int32_t i) { return IMG_flip_bitmap(i); });
+  add_mono("mirror/1", [](std::int32_t i) { return IMG_mirror_bitmap(i); });
+  add_mono("invert/1", [](std::int32_t i) { return IMG_invert_bitmap(i); });
+  add_mono("turn_90/1", turn(9000, 0));
+  add_mono("turn_180/1", turn(18000, 0));
+  add_mono("turn_1.3/1", turn(130, 0));
+  add_mono("turn_1.3_nearest/1", turn(130, 2));
+  add_mono("quarter_grey/1", resize(620, 877, 1));
+  add_mono("0.3_grey/1", resize(744, 1052, 1));
 #if TQ_BENCH_LEPTONICA
   setMsgSeverity(L_SEVERITY_NONE);
   add_leptonica("gray/24", 24, [](Pix* p) { return pixConvertRGBToLuminance(p); });

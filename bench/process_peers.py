@@ -34,6 +34,12 @@ def main():
                        for v in (r * 255 // 7, g * 255 // 7, b * 255 // 3)])
     measure("24 -> 8 grey", colour, lambda p: p.convert("L"))
     measure("8 -> 1 Floyd-Steinberg", grey, lambda p: p.convert("1"))
+    measure("24 turned by 90", colour, lambda p: p.transpose(Image.ROTATE_90))
+    measure("24 turned by 1.3, bilinear", colour, lambda p: p.rotate(-1.3, Image.BILINEAR))
+    measure("24 mirrored", colour, lambda p: p.transpose(Image.FLIP_LEFT_RIGHT))
+    measure("24 area 1/2", colour, lambda p: p.reduce(2))
+    measure("24 area 777x583", colour, lambda p: p.resize((777, 583), Image.BOX))
+    measure("24 Lanczos 1/2", colour, lambda p: p.resize((2000, 1500), Image.LANCZOS))
     measure("24 -> fixed palette, Floyd-Steinberg", colour, lambda p: p.quantize(palette=levels, dither=1))
 
 

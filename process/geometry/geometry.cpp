@@ -32,8 +32,7 @@ std::int32_t scaled_exactly(std::int64_t thousandths, std::int32_t now, std::int
 }  // namespace
 
 bool is_grey(std::span<const Rgb> palette) {
-  return std::ranges::all_of(palette,
-                             [](Rgb c) { return c.blue == c.green && c.green == c.red; });
+  return std::ranges::all_of(palette, [](Rgb c) { return c.blue == c.green && c.green == c.red; });
 }
 
 Status choose_pixel(const ImageSource& image, std::int32_t colour, Pixel& pixel) {
@@ -99,7 +98,8 @@ void place_bits(Bytes from, std::int64_t first, std::int64_t count, Row to, std:
   } else {
     const std::uint8_t* const in = from.data() + skip;
     std::uint8_t* const out = to.data();
-    for (std::int64_t i = begin; i < end; ++i) out[i] = byte(in[i] << shift | in[i + 1] >> (8 - shift));
+    for (std::int64_t i = begin; i < end; ++i)
+      out[i] = byte(in[i] << shift | in[i + 1] >> (8 - shift));
   }
   put(end, tail);
 }

@@ -116,10 +116,10 @@ Status crop_bitmap(ImageSource& image, const Rect& rect) {
   if (rect.x < 0 || rect.y < 0 || rect.width < 1 || rect.height < 1 || right < 0 || bottom < 0) {
     return StatusCode::unsupported;
   }
-  return extend_bitmap(image,
-                       {-rect.x, -rect.y, static_cast<std::int32_t>(-right),
-                        static_cast<std::int32_t>(-bottom)},
-                       kPaper);
+  return extend_bitmap(
+      image,
+      {-rect.x, -rect.y, static_cast<std::int32_t>(-right), static_cast<std::int32_t>(-bottom)},
+      kPaper);
 }
 
 }  // namespace tq::process

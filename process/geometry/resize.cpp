@@ -62,7 +62,8 @@ Status resize_nearest(ImageSource& image, ImageDraft& result) {
   StoredRows rows(image);
   TQ_TRY(rows.allocate());
   return make_rows(result, image, [&](int y, Row row) {
-    pick_row(rows.read(nearest_place(y, image.height(), height)), image.bits(), places.pixels(), row);
+    pick_row(rows.read(nearest_place(y, image.height(), height)), image.bits(), places.pixels(),
+             row);
   });
 }
 
@@ -90,8 +91,10 @@ class AreaRows {
     const std::int64_t high = image_.height(), units = height_;
     // Rows of the image that a row of the result touches, with their share.
     for (std::int64_t j = y * high / units; j * units < (y + 1) * high; ++j) {
-      const std::int64_t share = std::min((j + 1) * units, (y + 1) * high) - std::max(j * units, y * high);
-      image_.bits() == 1 ? add_runs(static_cast<int>(j), share) : add_row(static_cast<int>(j), share);
+      const std::int64_t share =
+          std::min((j + 1) * units, (y + 1) * high) - std::max(j * units, y * high);
+      image_.bits() == 1 ? add_runs(static_cast<int>(j), share)
+                         : add_row(static_cast<int>(j), share);
     }
     image_.bits() == 1 ? finish_runs() : finish_row();
     return levels_.pixels();
@@ -171,8 +174,11 @@ class AreaRows {
 class KernelRows {
  public:
   KernelRows(const ImageSource& image, Kernel kernel, int width, int height)
-      : image_(image), rows_(image), across_(kernel, image.width(), width),
-        down_(kernel, image.height(), height), width_(width) {}
+      : image_(image),
+        rows_(image),
+        across_(kernel, image.width(), width),
+        down_(kernel, image.height(), height),
+        width_(width) {}
 
   Status allocate() {
     TQ_TRY(rows_.allocate());
@@ -231,7 +237,8 @@ class KernelRows {
     }
     for (std::ptrdiff_t i = 0; i < std::ssize(blocks_.pixels()); ++i) {
       const std::int64_t left = i / channels * fx;
-      const std::int64_t pixels = std::min<std::int64_t>(fx, image_.width() - left) * (last - first);
+      const std::int64_t pixels =
+          std::min<std::int64_t>(fx, image_.width() - left) * (last - first);
       blocks_[i] = byte((2 * block_sums_[i] + pixels) / (2 * pixels));
     }
     return blocks_.pixels();

@@ -283,7 +283,8 @@ class RotatedRows {
     const std::int64_t stride = row_bytes(image_.width(), 1);
     TQ_TRY(expanded_.allocate(stride * image_.height() + kSpare));
     for (int y = 0; y < image_.height(); ++y) {
-      expand_row(image_.record(), y, {expanded_.data() + y * stride, static_cast<std::size_t>(stride)});
+      expand_row(image_.record(), y,
+                 {expanded_.data() + y * stride, static_cast<std::size_t>(stride)});
     }
     return kOk;
   }
@@ -294,8 +295,8 @@ class RotatedRows {
                  4 * rotation_.cosine};
     const Line y{2 * (rotation_.cosine * v - rotation_.down * u + kOne * image_.height()),
                  -4 * rotation_.down};
-    Plane plane{expanded_.data(), static_cast<std::ptrdiff_t>(row_bytes(image_.width(), 1)), image_.width(), image_.height(),
-                outside_};
+    Plane plane{expanded_.data(), static_cast<std::ptrdiff_t>(row_bytes(image_.width(), 1)),
+                image_.width(), image_.height(), outside_};
     if (!image_.in_runs()) {
       const Bytes top = plain_row(image_.record(), 0);
       plane.top = top.data();

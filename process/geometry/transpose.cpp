@@ -84,7 +84,8 @@ void TransposedRows::turn_bits(int rows) {
 
 void TransposedRows::turn_nibbles(int rows) {
   for (int x = 0; x < image_.height(); ++x) {
-    const Bytes from = plain_row(image_.record(), source_row(x)).subspan(static_cast<std::size_t>(block_ * columns_ / 2));
+    const Bytes from = plain_row(image_.record(), source_row(x))
+                           .subspan(static_cast<std::size_t>(block_ * columns_ / 2));
     for (int i = 0; i < rows; ++i) {
       const int pixel = from[i / 2] >> (i % 2 == 0 ? 4 : 0) & 15;
       std::uint8_t& pair = rows_[i][x / 2];

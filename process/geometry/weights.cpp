@@ -10,9 +10,9 @@ namespace {
 
 #include "process/geometry/lanczos.inc"
 
-constexpr std::int64_t kWhole = 1 << 14;   // the sum of the weights of a pixel
-constexpr int kFinest = 65536;             // arguments of kernels
-constexpr int kSteps = 1024;               // of tables, to the unit
+constexpr std::int64_t kWhole = 1 << 14;  // the sum of the weights of a pixel
+constexpr int kFinest = 65536;            // arguments of kernels
+constexpr int kSteps = 1024;              // of tables, to the unit
 
 constexpr std::int64_t floored(std::int64_t a, std::int64_t b) {  // b above 0
   return a >= 0 ? a / b : -((b - 1 - a) / b);
@@ -24,10 +24,10 @@ constexpr auto kCubic = [] {
   for (std::ptrdiff_t at = 0; at <= 2 * kSteps; ++at) {
     const std::int64_t i = at, cube = i * i * i, square = i * i * kSteps;
     constexpr std::int64_t kUnit = std::int64_t{kSteps} * kSteps;
-    const std::int64_t twice = i < kSteps
-                                   ? 3 * cube - 5 * square + 2 * kUnit * kSteps
-                                   : -cube + 5 * square - 8 * kUnit * i + 4 * kUnit * kSteps;
-    values[static_cast<std::size_t>(at)] = static_cast<std::int32_t>(floored(twice + kSteps, 2 * kSteps));
+    const std::int64_t twice = i < kSteps ? 3 * cube - 5 * square + 2 * kUnit * kSteps
+                                          : -cube + 5 * square - 8 * kUnit * i + 4 * kUnit * kSteps;
+    values[static_cast<std::size_t>(at)] =
+        static_cast<std::int32_t>(floored(twice + kSteps, 2 * kSteps));
   }
   return values;
 }();

@@ -115,16 +115,6 @@ std::int32_t mediancut(std::int32_t image) {
   return IMG_mediancut_color(image);
 }
 
-// With a resolution that makes pixels oblong; an image that is refused has it as well.
-std::int32_t rotate_fax(std::int32_t image) {
-  std::int32_t x = 0, y = 0;
-  IMG_get_resolution(image, &x, &y);
-  IMG_set_resolution(image, 204000, 98000);
-  const std::int32_t status = IMG_rotate_bitmap(image, 7999, -1, 0);
-  IMG_set_resolution(image, x, y);
-  return status;
-}
-
 const std::vector<NamedOperation>& all_operations() {
   static Rgb given[40];
   for (int i = 0; i < 40; ++i) {
@@ -177,7 +167,6 @@ const std::vector<NamedOperation>& all_operations() {
       {"rotate_back", [](Image i) { return IMG_rotate_bitmap(i, -1013, 0, 1); }, true},
       {"rotate_147", [](Image i) { return IMG_rotate_bitmap(i, 14701, 1, 2); }, true},
       {"rotate_nearest", [](Image i) { return IMG_rotate_bitmap(i, 36200, -1, 3); }, true},
-      {"rotate_fax", rotate_fax, true},
   };
   return operations;
 }

@@ -117,8 +117,8 @@ TEST(OperationProgress, ACallbackMayDeleteOrChangeTheImage) {
     if (IMG_promote_32(image) < 0) IMG_color_gray(image);
   };
   for (const bool removed : {false, true}) {
-    for_each_accepted([&](const NamedOperation& operation, const KeptImage& image, int) {
-      Progress progress{.act_at = 5, .act = removed ? +remove : +change};
+    for_each_accepted([&](const NamedOperation& operation, const KeptImage& image, int rows) {
+      Progress progress{.act_at = std::min(5, rows - 1), .act = removed ? +remove : +change};
       EXPECT_EQ(progress.run(operation, image.handle()), IMG_BAD_HANDLE);
     });
   }

@@ -123,11 +123,7 @@ def joined(angle):
     return [(sin, cos), (cos, -sin), (-sin, -cos), (-cos, sin)][quarter]
 
 
-def halves_outward(value, by):
-    return (abs(value) + by // 2) // by * (-1 if value < 0 else 1)
-
-
-def rotate(image, angle, colour, mode, x_dpi=0, y_dpi=0):
+def rotate(image, angle, colour, mode):
     bits, grey = image["bits"], image["bits"] in (4, 8) and is_grey(image)
     smooth = not mode & 2 and (grey or bits in (1, 24, 32))
     if bits == 16 and not mode & 2:
@@ -135,16 +131,12 @@ def rotate(image, angle, colour, mode, x_dpi=0, y_dpi=0):
     if not -1 <= colour < 1 << min(bits, 24):
         return UNSUPPORTED, image
     s, c = joined(angle)
-    across = down = s
-    if x_dpi > 0 and y_dpi > 0 and x_dpi != y_dpi:
-        q = halves_outward(65536 * x_dpi, y_dpi)
-        across, down = halves_outward(s * q, 65536), halves_outward(s * 65536, q)
     w, h = image["width"], image["height"]
     width, height = w, h
     if not mode & 1:
         excess = 2 ** 30 - 2 ** 20
-        width = max(1, (w * abs(c) + h * abs(across) + excess) >> 30)
-        height = max(1, (w * abs(down) + h * abs(c) + excess) >> 30)
+        width = max(1, (w * abs(c) + h * abs(s) + excess) >> 30)
+        height = max(1, (w * abs(s) + h * abs(c) + excess) >> 30)
     pixels, fill = grid(image), pixel_of(image, colour)
     levels = [b for b, _, _ in image["palette"]] if grey else [0, 255]
     size = 1 if bits <= 8 else bits // 8
@@ -158,8 +150,8 @@ def rotate(image, angle, colour, mode, x_dpi=0, y_dpi=0):
 
     def result(i, j):
         u, v = 2 * i + 1 - width, 2 * j + 1 - height
-        x = (c * u + across * v + (w << 30)) * 2  # units of 2^-32 pixels
-        y = (c * v - down * u + (h << 30)) * 2
+        x = (c * u + s * v + (w << 30)) * 2  # units of 2^-32 pixels
+        y = (c * v - s * u + (h << 30)) * 2
         x, y = (x + 2 ** 23) >> 24, (y + 2 ** 23) >> 24
         if not smooth:
             return at(x >> 8, y >> 8)

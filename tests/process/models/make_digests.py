@@ -60,7 +60,6 @@ OPERATIONS = [
     ("rotate_back", lambda i: geo.rotate(i, 36000 - 1013, 0, 1)),
     ("rotate_147", lambda i: geo.rotate(i, 14701, 1, 2)),
     ("rotate_nearest", lambda i: geo.rotate(i, 200, -1, 3)),
-    ("rotate_fax", lambda i: geo.rotate(i, 7999, -1, 0, 204, 98)),
 ]
 
 
