@@ -56,7 +56,7 @@ double number_of(std::string_view text) {
 // Thousandths of a dot per inch.
 std::int32_t resolution_of(std::int32_t pixels, double side, int unit) {
   const double inches = unit == kInches ? side : side / kMillimetresPerInch;
-  const double thousandths = inches > 0 ? 1000 * pixels / inches : 0;
+  const double thousandths = inches > 0 ? 1000.0 * pixels / inches : 0;
   return thousandths < 65535500 ? static_cast<std::int32_t>(thousandths + 0.5) : 0;
 }
 
@@ -175,7 +175,8 @@ class Rows {
     greys_ = form.greys;
     as_it_is_ = header.biBitCount > 8;
     if (as_it_is_) return kOk;
-    return greys_ ? levels_.allocate(header.biWidth) : colours_.allocate(header.biWidth);
+    return greys_ ? levels_.allocate(row_bytes(header.biWidth, 8))
+                  : colours_.allocate(header.biWidth);
   }
   pixels::Bytes convert(pixels::Bytes row) {
     if (as_it_is_) return row;

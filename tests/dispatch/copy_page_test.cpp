@@ -140,7 +140,7 @@ TEST_F(CopyPage, WhatCannotBeDoneIsRefusedBeforeTheTargetIsTouched) {
   EXPECT_EQ(copy(jpeg, 1, to, IMG_TYPE_PDF), IMG_PAGE_PAST_END);
   EXPECT_EQ(copy(jpeg, -1, to, IMG_TYPE_PDF), IMG_PAGE_PAST_END);
   EXPECT_EQ(copy("corpus/tiff/pages.tif", 99, to, IMG_TYPE_PDF), IMG_PAGE_PAST_END);
-  EXPECT_EQ(copy(jpeg, 0, to, IMG_TYPE_WMF), IMG_UNSUPPORTED);
+  EXPECT_EQ(copy(jpeg, 0, to, IMG_TYPE_BTR), IMG_UNSUPPORTED);
   EXPECT_EQ(copy(jpeg, 0, to, 12345), IMG_UNSUPPORTED);
   EXPECT_EQ(copy(jpeg, 0, to, IMG_TYPE_BY_NAME), IMG_UNSUPPORTED);
   EXPECT_FALSE(std::filesystem::exists(target_));

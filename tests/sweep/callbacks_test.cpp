@@ -37,6 +37,7 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
       EXPECT_EQ(type.encode({MemoryFile::kHandle, &header, rows.supplier(), &type}).raw(), -55);
     }
     if ((type.traits & formats::kMultiPage) != 0) continue;  // these find pages by themselves
+    if (type.code == IMG_TYPE_EPS) continue;                 // a program, which nobody here runs
     rows.failed_row = -1;
     MemoryFile stream(Bytes(kOffset, 0xEE));
     stream.position = kOffset;
