@@ -78,6 +78,7 @@ bool changes_a_link(const Memory& before, const Memory& kept) {
 }
 
 void append_to(const FileType& type, const Options& options, int bits, const Memory& before) {
+  if (type.write_depths == formats::depths(1)) bits = 1;
   Memory after = before;
   const Status asked = can_append(type, options, before);
   const Status added = append(type, options, bits, after);

@@ -93,7 +93,8 @@ void write_append_seeds() {
     for (std::uint8_t pages = 0; pages < 4; ++pages) {
       write_file("append/" + std::string(type.name) + "_" + std::to_string(pages),
                  test::joined({{append_number(type.code), pages}, tq::fuzz::caller_file.bytes}));
-      tq::HeaderBlock header = tq::dib_header(21, 9, pages == 1 ? 8 : 1);
+      const bool takes_grey = (type.write_depths & tq::formats::depths(8)) != 0;
+      tq::HeaderBlock header = tq::dib_header(21, 9, pages == 1 && takes_grey ? 8 : 1);
       tq::fuzz::caller_file.position = 0;
       all_written =
           all_written && type.encode({tq::StreamHandle{1}, &header, {stripes, nullptr}}).ok();

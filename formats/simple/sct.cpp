@@ -21,7 +21,7 @@ constexpr int kHeaderBytes = 2048;
 constexpr int kKindField = 80, kUnitField = 1024, kSeparationsField = 1025, kMaskField = 1026;
 constexpr int kHeightField = 1028, kWidthField = 1042, kSideBytes = 14;  // in units
 constexpr int kRowsField = 1056, kColumnsField = 1068, kCountBytes = 12;
-constexpr int kMillimetres = 0, kInches = 1;
+constexpr int kInches = 1;  // of the unit; else millimetres
 constexpr double kMillimetresPerInch = 25.4;
 constexpr int kGreyMask = 8, kRgbMask = 7, kInkMask = 15;
 constexpr std::int32_t kLargestSide = 65535;

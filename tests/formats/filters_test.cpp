@@ -138,8 +138,8 @@ TEST(Filters, LzwCodesGrowEarlyOrLate) {
 
 // What the two standards say, sample by sample and byte by byte.
 Bytes predicted_model(const PredictorForm& form, const Bytes& plain, test::Random& random) {
-  const std::size_t row = (form.columns * form.samples * form.bits + 7) / 8;
-  const std::size_t pixel = (form.samples * form.bits + 7) / 8;
+  const auto row = static_cast<std::size_t>((form.columns * form.samples * form.bits + 7) / 8);
+  const auto pixel = static_cast<std::size_t>((form.samples * form.bits + 7) / 8);
   Bytes coded;
   for (std::size_t first = 0; first < plain.size(); first += row) {
     const std::size_t count = std::min(row, plain.size() - first);
