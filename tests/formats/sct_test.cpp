@@ -33,8 +33,7 @@ Bytes sct_file(const Fields& fields, const Bytes& data) {
   put(fields.width, 1042);
   put(fields.rows, 1056);
   put(fields.columns, 1068);
-  file.insert(file.end(), data.begin(), data.end());
-  return file;
+  return joined({file, data});
 }
 
 TEST(Sct, SeparationsAndSizes) {

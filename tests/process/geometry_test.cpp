@@ -156,8 +156,9 @@ TEST(MovedPixels, RunListsBecomeWhatPlainPixelsDo) {
   for (const auto& [w, h] : {std::pair(4200, 90), std::pair(700, 200)}) {
     for (const Move& move : kMoves) {
       Bytes dib = generate_dib({1}, w, h, 3);
-      std::fill_n(dib.end() - 30 * row_bytes(w, 1), 20 * row_bytes(w, 1), std::uint8_t{255});
-      std::fill_n(dib.end() - 60 * row_bytes(w, 1), 20 * row_bytes(w, 1), std::uint8_t{0x55});
+      const auto row = static_cast<std::ptrdiff_t>(row_bytes(w, 1));
+      std::fill_n(dib.end() - 30 * row, 20 * row, std::uint8_t{255});
+      std::fill_n(dib.end() - 60 * row, 20 * row, std::uint8_t{0x55});
       const KeptImage plain(dib), runs(dib);
       ASSERT_EQ(IMG_dib_to_runs(runs.handle()), IMG_OK);
       EXPECT_EQ(move.run(plain.handle(), w, h), IMG_OK);
