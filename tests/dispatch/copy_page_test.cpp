@@ -71,7 +71,12 @@ TEST_F(CopyPage, WithoutPdfWritingPagesAreAsTheyAlwaysWere) {
 
 TEST_F(CopyPage, OntoItselfAFileIsReadBeforeItIsWritten) {
   write_file(target_, file_content("corpus/jpeg/grey.jpg"));
-  EXPECT_EQ(IMG_copy_page(target_.c_str(), 0, target_.c_str(), IMG_TYPE_JPEG), 1);
+  const std::int32_t copied = IMG_copy_page(target_.c_str(), 0, target_.c_str(), IMG_TYPE_JPEG);
+#ifdef _WIN32
+  EXPECT_EQ(copied, IMG_CANNOT_CREATE) << "while it is read";
+#else
+  EXPECT_EQ(copied, 1);
+#endif
   const std::int32_t image = IMG_decompress_bitmap(target_.c_str());
   EXPECT_GE(image, 0);
   EXPECT_EQ(IMG_delete_bitmap(image), 0);

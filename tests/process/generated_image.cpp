@@ -100,7 +100,7 @@ KeptImage::KeptImage(const Depth& depth, int width, int height, int number)
 }
 
 KeptImage::~KeptImage() {
-  IMG_delete_bitmap_keep(handle_);
+  IMG_delete_bitmap(handle_);  // what is no block of the library stays
 }
 
 // An export as a plain function: on Windows the two are called differently.

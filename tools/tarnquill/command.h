@@ -28,6 +28,14 @@ extern const Command kGray;
 extern const Command kReduce;
 extern const Command kThreshold;
 extern const Command kPromote;
+extern const Command kFlip;
+extern const Command kMirror;
+extern const Command kInvert;
+extern const Command kOrient;
+extern const Command kRotate;
+extern const Command kCrop;
+extern const Command kExtend;
+extern const Command kResize;
 extern const Command kSheet;
 
 // Writes "tarnquill: MESSAGE" to standard error.

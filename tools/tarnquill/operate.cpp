@@ -1,6 +1,7 @@
 // tarnquill dither, gray, reduce, threshold, promote: one operation on the pixels of one image.
+#include "operate.h"
+
 #include <cstdio>
-#include <functional>
 
 #include "codes.h"
 #include "command.h"
@@ -13,13 +14,6 @@
 
 namespace tool {
 namespace {
-
-using Operation = std::function<std::int32_t(std::int32_t image)>;
-
-constexpr Option kCode = {"code", 0, "N", "file type code of the result, a number or a name"};
-constexpr Option kPage = {"page", 0, "N", "the page to take, from 1 on"};
-constexpr Option kQuiet = {"quiet", 'q', nullptr, "no progress bar"};
-constexpr Option kHelp = {"help", 'h', nullptr, "this text"};
 
 std::int32_t choose_code(const Arguments& arguments, const std::string& out) {
   if (const auto text = arguments.value("code")) {
@@ -63,6 +57,8 @@ void operate_on(const std::string& from, int page, const std::string& to, std::i
   IMG_delete_bitmap(image);
 }
 
+}  // namespace
+
 int operate(const Arguments& arguments, const Operation& operation) {
   const std::vector<std::string>& names = arguments.operands();
   if (names.size() != 2) throw UsageError("an input and an output are needed");
@@ -77,6 +73,8 @@ int operate(const Arguments& arguments, const Operation& operation) {
                 [&] { operate_on(names[0], page, names[1], code, operation, progress); });
   return kExitOk;
 }
+
+namespace {
 
 struct Method {
   const char* name;
@@ -99,10 +97,10 @@ constexpr Option kDitherOptions[] = {
     {"method", 0, "NAME",
      "black and white: diffusion (default), bayer, halftone;\n16 colours: diffusion-color, "
      "bayer-color"},
-    kCode,
-    kPage,
-    kQuiet,
-    kHelp};
+    kCodeOption,
+    kPageOption,
+    kQuietOption,
+    kHelpOption};
 
 int run_dither(const Arguments& arguments) {
   constexpr Method kMethods[] = {{"diffusion", IMG_diffusion_mono},
@@ -113,7 +111,7 @@ int run_dither(const Arguments& arguments) {
   return operate(arguments, choose_method(arguments, kMethods));
 }
 
-constexpr Option kGrayOptions[] = {kCode, kPage, kQuiet, kHelp};
+constexpr Option kGrayOptions[] = {kCodeOption, kPageOption, kQuietOption, kHelpOption};
 
 int run_gray(const Arguments& arguments) {
   return operate(arguments, IMG_color_gray);
@@ -123,10 +121,10 @@ constexpr Option kReduceOptions[] = {{"method", 0, "NAME", "octree (default), po
                                      {"colors", 0, "N", "octree: how many, 8 to 256"},
                                      {"bits", 0, "4|8", "octree: bits per pixel of the result"},
                                      {"dither-mode", 0, "N", "fixed: 2 for the system's colours"},
-                                     kCode,
-                                     kPage,
-                                     kQuiet,
-                                     kHelp};
+                                     kCodeOption,
+                                     kPageOption,
+                                     kQuietOption,
+                                     kHelpOption};
 
 int run_reduce(const Arguments& arguments) {
   const std::int32_t bits = arguments.number("bits", 4, 8).value_or(8);
@@ -146,10 +144,10 @@ constexpr Option kThresholdOptions[] = {
     {"level", 0, "N",
      "white is what is brighter than N, 0 to 255; without it the\nlevel is chosen "
      "from the histogram"},
-    kCode,
-    kPage,
-    kQuiet,
-    kHelp};
+    kCodeOption,
+    kPageOption,
+    kQuietOption,
+    kHelpOption};
 
 int run_threshold(const Arguments& arguments) {
   const std::int32_t level = arguments.number("level", 0, 255).value_or(-1);
@@ -158,10 +156,10 @@ int run_threshold(const Arguments& arguments) {
 
 constexpr Option kPromoteOptions[] = {
     {"bits", 0, "8|24|32", "bits per pixel of the result (default 24)"},
-    kCode,
-    kPage,
-    kQuiet,
-    kHelp};
+    kCodeOption,
+    kPageOption,
+    kQuietOption,
+    kHelpOption};
 
 int run_promote(const Arguments& arguments) {
   switch (arguments.number("bits", 8, 32).value_or(24)) {
@@ -176,24 +174,20 @@ int run_promote(const Arguments& arguments) {
   }
 }
 
-constexpr const char* kNames =
-    "IN and OUT may be - for standard input and output. Without --code the end of OUT's name\n"
-    "decides. OUT is replaced only by a complete result.\n";
-
 }  // namespace
 
 const Command kDither = {
-    "dither", "IN OUT",       "Dithers an image to black and white or 16 colours.",
-    kNames,   kDitherOptions, run_dither};
-const Command kGray = {"gray", "IN OUT",     "Makes an 8-bit grey image.",
-                       kNames, kGrayOptions, run_gray};
+    "dither",       "IN OUT",       "Dithers an image to black and white or 16 colours.",
+    kOperationHelp, kDitherOptions, run_dither};
+const Command kGray = {"gray",         "IN OUT",     "Makes an 8-bit grey image.",
+                       kOperationHelp, kGrayOptions, run_gray};
 const Command kReduce = {
-    "reduce", "IN OUT",       "Reduces an image to a palette of its own or a fixed one.",
-    kNames,   kReduceOptions, run_reduce};
+    "reduce",       "IN OUT",       "Reduces an image to a palette of its own or a fixed one.",
+    kOperationHelp, kReduceOptions, run_reduce};
 const Command kThreshold = {
-    "threshold", "IN OUT",          "Makes an image black and white at one level.",
-    kNames,      kThresholdOptions, run_threshold};
-const Command kPromote = {"promote", "IN OUT",        "Gives an image more bits per pixel.",
-                          kNames,    kPromoteOptions, run_promote};
+    "threshold",    "IN OUT",          "Makes an image black and white at one level.",
+    kOperationHelp, kThresholdOptions, run_threshold};
+const Command kPromote = {"promote",      "IN OUT",        "Gives an image more bits per pixel.",
+                          kOperationHelp, kPromoteOptions, run_promote};
 
 }  // namespace tool
