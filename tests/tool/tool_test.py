@@ -138,6 +138,29 @@ class Operations(ToolTest):
                 self.assertEqual(result[1][0], [(255 * (v > 100),) * 3 for v in range(0, 256, 15)])
 
 
+    def test_pixels_go_where_the_command_says(self):
+        rows = bmp.random_pixels(7, 4, 24)
+        self.write("in.bmp", bmp.encode(rows, 24))
+        white = (255, 255, 255)
+        for words, expected in [
+                (["flip"], rows[::-1]), (["mirror"], [row[::-1] for row in rows]),
+                (["invert"], [[tuple(255 - v for v in pixel) for pixel in row] for row in rows]),
+                (["orient", "--value", "6"], [list(column) for column in zip(*rows[::-1])]),
+                (["rotate", "--angle", "-90"], [list(column) for column in zip(*rows)][::-1]),
+                (["crop", "--rect", "2,1,3,2"], [row[2:5] for row in rows[1:3]]),
+                (["extend", "--margins", "1,-1,0,1"], [[white] + row for row in rows[1:]] + [[white] * 8]),
+                (["resize", "--size", "14x8", "--method", "nearest"], [
+                    [pixel for pixel in row for _ in "12"] for row in rows for _ in "12"]),
+                (["resize", "--size", "100%"], rows), (["resize", "--size", "7"], rows)]:
+            self.succeed(*words, "in.bmp", "out.bmp")
+            self.assertEqual(bmp.decode((self.folder / "out.bmp").read_bytes())[1], expected, words)
+        self.refuse(2, "--margins takes L,T,R,B", "extend", "--margins", "1,2,3", "in.bmp", "out.bmp")
+        self.refuse(2, "--angle takes a number of degrees", "rotate", "--angle", "1x", "in.bmp", "out.bmp")
+        self.refuse(2, "--size takes WxH, N% or N", "resize", "--size", "0%", "in.bmp", "out.bmp")
+        self.refuse(1, "in.bmp: format or parameter is not supported (-7)", "crop", "--rect", "70,0,5,5", "in.bmp",
+                    "out.bmp")
+
+
 class Info(ToolTest):
     def test_shows_what_the_files_are(self):
         self.write_picture("photo.bmp", 20, 10, 24, dots_per_metre=11811)
