@@ -213,7 +213,9 @@ class Lines {
     const Row used = line.first(static_cast<std::size_t>(wanted));
     const int there = seek_to(stream_, at).ok() ? read_fully(stream_, used) : 0;
     if (there < wanted) sink_.damaged(StatusCode::read_failed);
-    std::fill(line.begin() + there, line.end(), std::uint8_t{0});
+    // Of pixels that are in part there nothing is.
+    const int pixel = file_.by_masks() && !file_.in_bits() ? file_.bits() / 8 : 1;
+    std::fill(line.begin() + there / pixel * pixel, line.end(), std::uint8_t{0});
     if (file_.in_bits()) put_in_order(line);
     if (file_.bits() == 4 && !file_.high_byte_first()) {
       for (std::uint8_t& pair : line) pair = byte(pair << 4 | pair >> 4);
