@@ -97,16 +97,7 @@ void Predictor::start(PieceSource data) {
 
 // How many there were; fewer at the end.
 std::ptrdiff_t Predictor::read(std::span<std::uint8_t> bytes) {
-  std::ptrdiff_t filled = 0;
-  while (filled < std::ssize(bytes)) {
-    if (piece_.empty()) piece_ = data_.next();
-    if (piece_.empty()) break;
-    const std::ptrdiff_t here = std::min(std::ssize(piece_), std::ssize(bytes) - filled);
-    std::copy_n(piece_.begin(), here, bytes.begin() + filled);
-    piece_ = piece_.subspan(static_cast<std::size_t>(here));
-    filled += here;
-  }
-  return filled;
+  return read_pieces(data_, piece_, bytes);
 }
 
 bool Predictor::undo_filter(int filter, std::uint8_t* row, std::ptrdiff_t bytes) const {

@@ -1,7 +1,10 @@
 // Bytes that some object hands out piece by piece.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <span>
 
 namespace tq {
@@ -26,5 +29,21 @@ class PieceSource {
   void* owner_ = nullptr;
   std::span<const std::uint8_t> (*next_)(void* owner) = nullptr;
 };
+
+// Copies `piece`, which is what is left of the last one, and pieces behind it; keeps what is left then.
+// How many bytes there were; fewer at the end.
+inline std::ptrdiff_t read_pieces(const PieceSource& source, std::span<const std::uint8_t>& piece,
+                                  std::span<std::uint8_t> bytes) {
+  std::ptrdiff_t filled = 0;
+  while (filled < std::ssize(bytes)) {
+    if (piece.empty()) piece = source.next();
+    if (piece.empty()) break;
+    const std::ptrdiff_t here = std::min(std::ssize(piece), std::ssize(bytes) - filled);
+    std::copy_n(piece.begin(), here, bytes.begin() + filled);
+    piece = piece.subspan(static_cast<std::size_t>(here));
+    filled += here;
+  }
+  return filled;
+}
 
 }  // namespace tq

@@ -67,16 +67,7 @@ std::ptrdiff_t StoredLines::read_bytes(std::span<std::uint8_t> bytes) {
   if (coding_ == kLzw) {
     return lzw_->decode(lzw_state_.data(), bytes.data(), static_cast<std::int32_t>(bytes.size()));
   }
-  std::ptrdiff_t filled = 0;
-  while (filled < std::ssize(bytes)) {
-    if (piece_.empty()) piece_ = pieces_.next_piece();
-    if (piece_.empty()) break;
-    const std::ptrdiff_t here = std::min(std::ssize(piece_), std::ssize(bytes) - filled);
-    std::copy_n(piece_.begin(), here, bytes.begin() + filled);
-    piece_ = piece_.subspan(static_cast<std::size_t>(here));
-    filled += here;
-  }
-  return filled;
+  return read_pieces(PieceSource::of(pieces_), piece_, bytes);
 }
 
 Bytes StoredLines::next_piece() {

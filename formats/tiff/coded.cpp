@@ -83,16 +83,7 @@ Status CodedBytes::start(const Chunk& chunk) {
 }
 
 std::ptrdiff_t CodedBytes::read_plain(Row bytes) {
-  std::ptrdiff_t filled = 0;
-  while (filled < std::ssize(bytes)) {
-    if (piece_.empty()) piece_ = pieces_.next_piece();
-    if (piece_.empty()) break;
-    const std::ptrdiff_t here = std::min(std::ssize(piece_), std::ssize(bytes) - filled);
-    std::copy_n(piece_.begin(), here, bytes.begin() + filled);
-    piece_ = piece_.subspan(static_cast<std::size_t>(here));
-    filled += here;
-  }
-  return filled;
+  return read_pieces(PieceSource::of(pieces_), piece_, bytes);
 }
 
 // Four bits of grey. A byte says a difference or two or three to the value before, the value
