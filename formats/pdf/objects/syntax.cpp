@@ -101,14 +101,16 @@ struct Digits {
   bool negative = false;
 
   explicit Digits(std::string_view text) {
-    constexpr std::int64_t kMost = 1'000'000'000'000'000;  // 15 digits
+    constexpr int kMostDigits = 15;
+    constexpr std::int64_t kMost = 1'000'000'000'000'000;
     std::size_t i = 0;
     for (; at(text, i) == '-' || at(text, i) == '+'; ++i) negative = negative || text[i] == '-';
     for (; is_digit(at(text, i)); ++i) {
       value = value >= kMost ? kLargest : 10 * value + (text[i] - '0');
     }
     if (at(text, i) != '.') return;
-    for (++i; is_digit(at(text, i)) && value < kMost / 10; ++i, ++decimals) {
+    for (++i; is_digit(at(text, i)) && value < kMost / 10 && decimals < kMostDigits;
+         ++i, ++decimals) {
       value = 10 * value + (text[i] - '0');
     }
   }
