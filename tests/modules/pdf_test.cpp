@@ -79,6 +79,10 @@ TEST_F(PdfModule, TellsWhatIsMissing) {
     return std::pair(rows, reason);
   };
   EXPECT_EQ(damage_of(document({"abcdefghijkl"})).second, 0);
+  for (const char* name : {"gm", "img2pdf", "linear", "pillow", "tiff2pdf"}) {
+    const Bytes whole = file_content("corpus/pdf/" + std::string(name) + ".pdf");
+    EXPECT_EQ(damage_of(whole).second, 0) << name;
+  }
   EXPECT_EQ(damage_of(document({"abcdefg"})), std::pair(1, int{IMG_READ_FAILED}));
   const Bytes with_text = document({"abcdefghijkl"}, "BT (a) Tj ET");
   EXPECT_EQ(damage_of(with_text), std::pair(3, int{IMG_UNSUPPORTED}));

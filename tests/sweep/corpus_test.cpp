@@ -72,6 +72,9 @@ TEST_F(Corpus, EveryFileIsWhatOtherProgramsSeeInIt) {
       EXPECT_EQ(image, expected.result < 0 ? expected.result : 0);
       continue;
     }
+    std::int32_t rows = 0, damage = 0;
+    EXPECT_GE(IMG_get_damage(image, &rows, &damage), 0);
+    EXPECT_EQ(damage, 0);
     const BitmapInfoHeader header = header_of_image(image);
     EXPECT_EQ(header.biBitCount, expected.result);
     EXPECT_EQ(header.biWidth, expected.width);

@@ -264,7 +264,13 @@ struct Picture::Rows {
 Status Picture::decode(const RowSink& sink, FaxRows fax) {
   if (has_runs() && fax == FaxRows::runs) {
     const bool inverted = stored_.black_is_1() != samples_.is_inverted();
-    return stored_.decode_fax(fax, inverted, sink.notes, {nullptr, sink.on_row, sink.context});
+    // Through the sink, which counts them.
+    const auto put = [](void* row, void* context, std::int32_t y, std::int32_t bytes) {
+      const Bytes list(static_cast<std::uint8_t*>(row), static_cast<std::size_t>(bytes));
+      return static_cast<const RowSink*>(context)->row(list, y).raw();
+    };
+    return stored_.decode_fax(fax, inverted, sink.notes,
+                              {nullptr, put, const_cast<RowSink*>(&sink)});
   }
   TQ_TRY(load_alpha(sink.notes));
   Rows rows{*this, sink, Rows::Target::image, {}, {}, {}};
