@@ -12,22 +12,23 @@ struct PageSink {
 
   Digest digest;
   std::int32_t width = 0, height = 0, bits = 0;
+  bool fits = false;
 
   static std::int32_t IMG_CB_C header(void* block, void* context) {
     auto& self = *static_cast<PageSink*>(context);
     const BitmapInfoHeader& header = static_cast<HeaderBlock*>(block)->header;
-    TQ_CLAIM(check_geometry(header).ok());
     TQ_CLAIM(self.height == 0);
+    self.fits = check_geometry(header).ok();  // else no rows come
     self.width = header.biWidth;
     self.height = header.biHeight;
     self.bits = header.biBitCount;
     self.digest.add({static_cast<const std::uint8_t*>(block), sizeof(HeaderBlock)});
-    const bool is_large = std::int64_t{self.width} * self.height > kMostPixels;
+    const bool is_large = self.fits && std::int64_t{self.width} * self.height > kMostPixels;
     return is_large ? IMG_STOP_AFTER_HEADER : 1;
   }
   static std::int32_t IMG_CB_C row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
     auto& self = *static_cast<PageSink*>(context);
-    TQ_CLAIM(y >= 0 && y < self.height && bytes > 0);
+    TQ_CLAIM(self.fits && y >= 0 && y < self.height && bytes > 0);
     TQ_CLAIM(self.bits == 1 || bytes == row_bytes(self.width, self.bits));
     self.digest.add({static_cast<const std::uint8_t*>(row), static_cast<std::size_t>(bytes)});
     return 0;
@@ -52,7 +53,7 @@ inline Digest digest_of_pages(Bytes bytes) {
     const formats::DecodeRequest request{
         .stream = kMemoryStream, .sink = {PageSink::header, PageSink::row, &sink}, .page = page};
     const Status decoded = pdf::page::decode_document(request, left_out);
-    TQ_CLAIM(decoded.failed() || sink.height > 0);
+    TQ_CLAIM(decoded.failed() || sink.fits);
     digest.add(decoded.raw());
     digest.add(sink.digest);
     pdf::page::StoredPicture stored;
