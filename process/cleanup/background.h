@@ -1,0 +1,56 @@
+// The light of the paper behind what is on it, as it changes over a page: of a plane of levels, and
+// of an image by its greys.
+#pragma once
+
+#include "process/frame.h"
+
+namespace tq::process {
+
+// A page is evened out so that paper has this level.
+inline constexpr int kPaperLevel = 230;
+
+class Background {
+ public:
+  Status allocate(int width, int height);
+  // Rows from the top, all of them, and then the end.
+  void add_row(Bytes levels);
+  Status finish();
+
+  // Sixteenths of the levels of a row's background, 16 at least. Valid until the next call.
+  std::span<const std::int32_t> read(int y);
+
+  // Levels as they would be on even paper; `levels` and `out` may be the same.
+  void level_row(int y, Bytes levels, Row out);
+
+ private:
+  static constexpr int kTile = 16;
+
+  void end_tiles();
+  int width_ = 0, height_ = 0, columns_ = 0, rows_ = 0;  // the latter in tiles
+  int row_ = 0;
+  RowBuffer<std::uint8_t> band_, tiles_;
+  RowBuffer<std::uint16_t> smooth_;
+  RowBuffer<std::int32_t> between_;  // tiles at the height of a row
+  RowBuffer<std::int32_t> line_;     // from the centre of a tile before the first one
+};
+
+// Greys of an image on even paper. Not for 1 bit.
+class LevelledRows {
+ public:
+  explicit LevelledRows(const ImageSource& image) : grey_(image, GreyKind::luma), image_(image) {}
+
+  // Goes through the image once, without a report of progress.
+  Status find();
+  Bytes read(int y);
+
+  // Sets out[x] to 1 where the level is at most `level`, which is below 254, else to 0.
+  void mark_dark(int y, int level, Row out);
+
+ private:
+  GreyRows grey_;
+  const ImageSource& image_;
+  Background background_;
+  RowBuffer<std::uint8_t> levels_;
+};
+
+}  // namespace tq::process

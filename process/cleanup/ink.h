@@ -1,0 +1,59 @@
+// The page that searches look at: what is ink of an image, in blocks of pixels. Their size goes by
+// the image's sides and not by its resolution, which is wrong in many files: an A4 sheet has 100
+// blocks to the inch.
+#pragma once
+
+#include "process/frame.h"
+
+namespace tq::process {
+
+// What is taken for ink in images of more than 1 bit; of 1 bit that is black.
+struct InkRule {
+  // Greys are compared as they would be on even paper, so that no dark surround is left of a page.
+  bool levelled = true;
+  // What is at most as light is ink. kByOtsu: by Otsu's rule, and nothing where light and dark differ
+  // by less than 30 levels; on even paper within 90 to 190.
+  int level = kByOtsu;
+
+  static constexpr int kByOtsu = -1;
+};
+
+// 1 bit, grey or colours; not 16 bits.
+inline bool can_be_searched(const ImageSource& image) {
+  return image.bits() == 1 || (image.is_deep() && image.bits() != 16);
+}
+
+class InkPage {
+ public:
+  enum class Reports : std::uint8_t { none, source_rows };
+
+  // wrong_depth for what cannot be searched; the answer of the progress callback.
+  Status find(ImageSource& image, Reports reports, InkRule rule = {});
+
+  int width() const { return width_; }
+  int height() const { return height_; }
+  // Pixels of the image to a block; the last block of a row or column may have fewer.
+  int block_width() const { return block_width_; }
+  int block_height() const { return block_height_; }
+  // How wide a block is on paper, of its height.
+  double aspect() const { return aspect_; }
+
+  // As rows of 1-bit images are: 0 is ink, 1 is none, also behind the end; a multiple of 8 bytes.
+  Row row(int y) const {
+    return bits_.pixels().subspan(static_cast<std::size_t>(y) * row_bytes_, row_bytes_);
+  }
+  bool has_ink(int x, int y) const { return (row(y)[x / 8] >> (7 - x % 8) & 1) == 0; }
+
+ private:
+  void choose_blocks(const ImageSource& image);
+  Status find_black(ImageSource& image, Reports reports);
+  Status find_dark(ImageSource& image, Reports reports, InkRule rule);
+  void store_row(int y, int rows, std::span<const std::uint32_t> counts);
+
+  int width_ = 0, height_ = 0, block_width_ = 1, block_height_ = 1;
+  double aspect_ = 1;
+  std::size_t row_bytes_ = 0;
+  RowBuffer<std::uint8_t> bits_;
+};
+
+}  // namespace tq::process
