@@ -125,3 +125,18 @@ std::int32_t IMG_CALL IMG_resample_bitmap(std::int32_t image, std::int32_t x_dpi
 std::int32_t IMG_CALL IMG_invert_bitmap(std::int32_t image) {
   return process(image, tq::process::invert_bitmap);
 }
+
+std::int32_t IMG_CALL IMG_find_threshold(std::int32_t image) {
+  return process(image, tq::process::find_threshold);
+}
+
+std::int32_t IMG_CALL IMG_adaptive_mono(std::int32_t image, std::int32_t method,
+                                        std::int32_t window, std::int32_t k) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::adaptive_mono(source, method, window, k);
+  });
+}
+
+std::int32_t IMG_CALL IMG_level_background(std::int32_t image) {
+  return process(image, tq::process::level_background);
+}

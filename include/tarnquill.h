@@ -484,6 +484,32 @@ IMG_API int32_t IMG_CALL IMG_resample_bitmap(int32_t image, int32_t x_dpi, int32
  * with colours the entries become 255 less, and the pixels stay. The crop rectangle stays. */
 IMG_API int32_t IMG_CALL IMG_invert_bitmap(int32_t image);
 
+/* ---- Finding and cleaning. Take 1 bit, palettes, 24 and 32 bits (16 bits are IMG_WRONG_DEPTH); greys
+ * are (30 R + 59 G + 11 B) / 100. Searches leave the image as it is and report progress once per row
+ * of it. Return what is said, or IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (an argument outside
+ * its set), IMG_WRONG_DEPTH, or the negative answer of the progress callback; on failure the image is
+ * unchanged. */
+
+/* The level, 0 to 254, by which dark and light pixels part best (Otsu's rule), for IMG_thresh_mono; 127
+ * for an image of one level, and of 1 bit. */
+IMG_API int32_t IMG_CALL IMG_find_threshold(int32_t image);
+
+/* To 1 bit, in run lists; what has 1 bit stays as it is. Returns 0.
+ *
+ *   method   0: one level for all, that of IMG_find_threshold; 1: a level for each pixel by what is
+ *            around it (Sauvola's rule), for pages of uneven light and writing of uneven strength; 2:
+ *            one level on paper that was made even, the one to begin with
+ *   window   of method 1: side of what is around, odd, 3 to 255 pixels; 0: 1/12 inch, at least 15, or 25
+ *            where there is no resolution
+ *   k        of method 1: 1 to 100 hundredths, more for less black; 0: 34 */
+IMG_API int32_t IMG_CALL IMG_adaptive_mono(int32_t image, int32_t method, int32_t window,
+                                           int32_t k);
+
+/* Makes paper even and light, at level 230: shadows, folds and yellow go, what is darker than its
+ * surroundings stays. 8 bits of grey (colours are IMG_NOT_GREY), or 24, each channel by itself; else
+ * IMG_WRONG_DEPTH. Returns 0. */
+IMG_API int32_t IMG_CALL IMG_level_background(int32_t image);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves

@@ -49,4 +49,9 @@ Status resample_bitmap(ImageSource& image, std::int32_t x_dpi, std::int32_t y_dp
 
 Status invert_bitmap(ImageSource& image);
 
+// What is on a page. Searches return what they find; where that is yes or no, 1 or 0.
+Status find_threshold(ImageSource& image);
+Status adaptive_mono(ImageSource& image, std::int32_t method, std::int32_t window, std::int32_t k);
+Status level_background(ImageSource& image);
+
 }  // namespace tq::process

@@ -2,12 +2,20 @@
 // of an image by its greys.
 #pragma once
 
+#include <algorithm>
+
 #include "process/frame.h"
 
 namespace tq::process {
 
 // A page is evened out so that paper has this level.
 inline constexpr int kPaperLevel = 230;
+
+// A level that Otsu's rule has found on even paper: without bounds it cuts the grain of paper with
+// little or faint text.
+inline int clamp_on_paper(int level) {
+  return std::clamp(level, 90, 190);
+}
 
 class Background {
  public:

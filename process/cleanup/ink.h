@@ -48,7 +48,9 @@ class InkPage {
   void choose_blocks(const ImageSource& image);
   Status find_black(ImageSource& image, Reports reports);
   Status find_dark(ImageSource& image, Reports reports, InkRule rule);
-  void store_row(int y, int rows, std::span<const std::uint32_t> counts);
+  template <class Add>
+  Status count_rows(ImageSource& image, Reports reports, Add&& add);
+  void store_row(int y, int rows, int last_columns, std::span<const std::uint32_t> counts);
 
   int width_ = 0, height_ = 0, block_width_ = 1, block_height_ = 1;
   double aspect_ = 1;

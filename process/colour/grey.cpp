@@ -4,6 +4,7 @@
 #include "core/image_record.h"
 #include "process/colour/kernels.h"
 #include "process/process.h"
+#include "process/tone/threshold.h"
 
 namespace tq::process {
 
@@ -22,21 +23,8 @@ constexpr std::int32_t kAutomatic = -1;
 constexpr int kCut = 40;  // of 255, in the equalised image
 constexpr int kNoWhite = 256;
 
-// Adds a row to a histogram.
-void count_levels(Bytes levels, std::uint32_t (&counts)[256]) {
-  // Equal neighbours are the rule; two tables keep them from waiting for each other.
-  std::uint32_t others[256] = {};
-  std::size_t x = 0;
-  for (; x + 2 <= levels.size(); x += 2) {
-    ++counts[levels[x]];
-    ++others[levels[x + 1]];
-  }
-  if (x < levels.size()) ++counts[levels[x]];
-  for (int i = 0; i < 256; ++i) counts[i] += others[i];
-}
-
 // The least grey that an equalised histogram puts above the cut.
-int least_equalised(const std::uint32_t (&counts)[256], double pixels) {
+int least_equalised(const LevelCounts& counts, double pixels) {
   double sum = 0;
   for (int grey = 0; grey < 256; ++grey) {
     sum += counts[grey] / pixels;
@@ -55,8 +43,8 @@ Status thresh_mono(ImageSource& image, std::int32_t threshold) {
 
   int least = kNoWhite;
   if (threshold == kAutomatic) {
-    std::uint32_t counts[256] = {};
-    for (int y = 0; y < image.height(); ++y) count_levels(grey.read(y), counts);
+    LevelCounts counts{};
+    for (int y = 0; y < image.height(); ++y) add_levels(grey.read(y), counts);
     least = least_equalised(counts, double{1} * image.width() * image.height());
   } else if (threshold < 255) {
     least = std::max(threshold, kAutomatic) + 1;
