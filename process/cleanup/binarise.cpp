@@ -15,6 +15,12 @@ namespace {
 
 constexpr int kOneBitLevel = 127;  // between black and white
 
+// Of an image at which nothing need be done.
+Status report_rows(ImageSource& image) {
+  for (int y = 0; y < image.height(); ++y) TQ_TRY(image.next_row());
+  return kOk;
+}
+
 Status find_level(ImageSource& image, bool reports, int& level) {
   GreyRows grey(image, GreyKind::luma);
   TQ_TRY(grey.allocate());
@@ -48,7 +54,7 @@ Status find_threshold(ImageSource& image) {
   if (!can_be_searched(image)) return StatusCode::wrong_depth;
   int level = kOneBitLevel;
   if (image.bits() == 1) {
-    for (int y = 0; y < image.height(); ++y) TQ_TRY(image.next_row());
+    TQ_TRY(report_rows(image));
   } else {
     TQ_TRY(find_level(image, true, level));
   }
@@ -64,7 +70,7 @@ Status adaptive_mono(ImageSource& image, std::int32_t method, std::int32_t windo
     return StatusCode::unsupported;
   }
   if (k < 0 || k > 100) return StatusCode::unsupported;
-  if (image.bits() == 1) return kOk;
+  if (image.bits() == 1) return report_rows(image);
   if (method == kLevelled) return binarise_levelled(image);
   int level = 0;
   TQ_TRY(find_level(image, false, level));
@@ -87,10 +93,8 @@ Status level_background(ImageSource& image) {
   if (bits != 8 && bits != 24) return StatusCode::wrong_depth;
   if (bits == 8 && !is_grey(image.palette())) return StatusCode::not_grey;
   const int channels = bits / 8;
-  GreyTables tables(image.palette());
-  if (bits == 24) {
-    for (int i = 0; i < 256; ++i) tables.levels[i] = tables.index[i] = byte(i);
-  }
+  // Each channel of colours is a ramp.
+  const GreyTables tables(bits == 8 ? image.palette() : pixels::grey_ramp());
 
   Background backgrounds[3];
   RowBuffer<std::uint8_t> levels;

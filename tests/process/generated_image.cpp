@@ -167,6 +167,13 @@ const std::vector<NamedOperation>& all_operations() {
       {"rotate_back", [](Image i) { return IMG_rotate_bitmap(i, -1013, 0, 1); }, true},
       {"rotate_147", [](Image i) { return IMG_rotate_bitmap(i, 14701, 1, 2); }, true},
       {"rotate_nearest", [](Image i) { return IMG_rotate_bitmap(i, 36200, -1, 3); }, true},
+      {"find_threshold", call<IMG_find_threshold>},
+      {"otsu_mono", [](Image i) { return IMG_adaptive_mono(i, 0, 0, 0); }},
+      {"sauvola_mono", [](Image i) { return IMG_adaptive_mono(i, 1, 0, 0); }},
+      {"sauvola_narrow", [](Image i) { return IMG_adaptive_mono(i, 1, 5, 60); }},
+      {"sauvola_wide", [](Image i) { return IMG_adaptive_mono(i, 1, 255, 10); }},
+      {"levelled_mono", [](Image i) { return IMG_adaptive_mono(i, 2, 0, 0); }},
+      {"level_background", call<IMG_level_background>},
   };
   return operations;
 }

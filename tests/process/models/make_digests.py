@@ -4,6 +4,7 @@
 import pathlib
 import sys
 
+import cleanup
 import geometry as geo
 import operations as ops
 
@@ -60,6 +61,13 @@ OPERATIONS = [
     ("rotate_back", lambda i: geo.rotate(i, 36000 - 1013, 0, 1)),
     ("rotate_147", lambda i: geo.rotate(i, 14701, 1, 2)),
     ("rotate_nearest", lambda i: geo.rotate(i, 200, -1, 3)),
+    ("find_threshold", cleanup.find_threshold),
+    ("otsu_mono", lambda i: cleanup.adaptive_mono(i, 0)),
+    ("sauvola_mono", lambda i: cleanup.adaptive_mono(i, 1)),
+    ("sauvola_narrow", lambda i: cleanup.adaptive_mono(i, 1, 5, 60)),
+    ("sauvola_wide", lambda i: cleanup.adaptive_mono(i, 1, 255, 10)),
+    ("levelled_mono", lambda i: cleanup.adaptive_mono(i, 2)),
+    ("level_background", cleanup.level_background),
 ]
 
 
