@@ -140,3 +140,10 @@ std::int32_t IMG_CALL IMG_adaptive_mono(std::int32_t image, std::int32_t method,
 std::int32_t IMG_CALL IMG_level_background(std::int32_t image) {
   return process(image, tq::process::level_background);
 }
+
+std::int32_t IMG_CALL IMG_despeckle_bitmap(std::int32_t image, std::int32_t width,
+                                           std::int32_t height, std::int32_t mode) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::despeckle_bitmap(source, width, height, mode);
+  });
+}

@@ -510,6 +510,25 @@ IMG_API int32_t IMG_CALL IMG_adaptive_mono(int32_t image, int32_t method, int32_
  * IMG_WRONG_DEPTH. Returns 0. */
 IMG_API int32_t IMG_CALL IMG_level_background(int32_t image);
 
+/* ---- Pages cleaned ---------------------------------------------------------------------------
+ *
+ * These look for what a scanner adds to a page. Depth, form and record of an image stay as with the
+ * operations above; an image of which nothing is removed stays as it is, its memory included. */
+
+/* Removes small components of a 1-bit image (else IMG_WRONG_DEPTH).
+ *
+ *   width    of the box of the largest that goes, in pixels, at least 1
+ *   height   likewise
+ *   mode     1: black on white; pixels that touch at a corner hang together
+ *            2: white holes, with black all around, that hang together by sides; with 3 after the
+ *               black specks have gone
+ *            4, with 1 or 3: spares dots over and under letters, full stops and colons beside them,
+ *               and rows of dots, by what stands beside them
+ *
+ * Returns how many were removed, or IMG_UNSUPPORTED for other arguments. */
+IMG_API int32_t IMG_CALL IMG_despeckle_bitmap(int32_t image, int32_t width, int32_t height,
+                                              int32_t mode);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves

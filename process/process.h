@@ -54,4 +54,8 @@ Status find_threshold(ImageSource& image);
 Status adaptive_mono(ImageSource& image, std::int32_t method, std::int32_t window, std::int32_t k);
 Status level_background(ImageSource& image);
 
+// Pages cleaned. The result is how many specks, or lines, were removed.
+Status despeckle_bitmap(ImageSource& image, std::int32_t width, std::int32_t height,
+                        std::int32_t mode);
+
 }  // namespace tq::process

@@ -239,6 +239,7 @@ std::vector<Call> calls(Material& m) {
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 1, 0, 0)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 2, 0, 0)},
       {"IMG_level_background", call(IMG_level_background, Watched::kDeep)},
+      {"IMG_despeckle_bitmap", call(IMG_despeckle_bitmap, Watched::kRuns, 9, 9, 7)},
       {"IMG_delete_bitmap", call(IMG_delete_bitmap, Watched::kDeep)},
       {"IMG_delete_bitmap_keep",
        [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},

@@ -7,6 +7,7 @@ import sys
 import cleanup
 import geometry as geo
 import operations as ops
+import specks
 
 WIDTHS = [1, 2, 3, 7, 8, 9, 17, 31, 64, 70, 133]
 HEIGHTS = [1, 2, 3, 19]
@@ -49,6 +50,10 @@ OPERATIONS = [
     ("extend", lambda i: geo.extend(i, 5, -2, 3, 1, -1)),
     ("shift", lambda i: geo.extend(i, -9, 4, 9, -4, 0)),
     ("invert", geo.invert),
+    ("despeckle", lambda i: specks.despeckle(i, 3, 2, 1)),
+    ("despeckle_holes", lambda i: specks.despeckle(i, 2, 3, 2)),
+    ("despeckle_both", lambda i: specks.despeckle(i, 4, 4, 3)),
+    ("despeckle_marks", lambda i: specks.despeckle(i, 3, 3, 5)),
     ("nearest", lambda i: geo.resize(i, 50, 13, 0)),
     ("area_down", lambda i: geo.resize(i, 9, 5, 1)),
     ("area_up", lambda i: geo.resize(i, 70, 23, 1)),
