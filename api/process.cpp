@@ -126,6 +126,39 @@ std::int32_t IMG_CALL IMG_invert_bitmap(std::int32_t image) {
   return process(image, tq::process::invert_bitmap);
 }
 
+std::int32_t IMG_CALL IMG_tone_bitmap(std::int32_t image, std::int32_t brightness,
+                                      std::int32_t contrast, std::int32_t gamma) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::tone_bitmap(source, brightness, contrast, gamma);
+  });
+}
+
+std::int32_t IMG_CALL IMG_tone_table(std::int32_t image, const std::uint8_t* table) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::tone_table(source, table, 1); });
+}
+
+std::int32_t IMG_CALL IMG_tone_table3(std::int32_t image, const std::uint8_t* tables) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::tone_table(source, tables, 3); });
+}
+
+std::int32_t IMG_CALL IMG_get_histogram(std::int32_t image, std::int32_t channel,
+                                        std::uint32_t* counts) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::get_histogram(source, channel, counts);
+  });
+}
+
+std::int32_t IMG_CALL IMG_auto_levels(std::int32_t image, std::int32_t clip) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::auto_levels(source, clip); });
+}
+
+std::int32_t IMG_CALL IMG_equalize_bitmap(std::int32_t image) {
+  return process(image, tq::process::equalize_bitmap);
+}
+
 std::int32_t IMG_CALL IMG_find_threshold(std::int32_t image) {
   return process(image, tq::process::find_threshold);
 }

@@ -273,6 +273,9 @@ const bool kRegistered = [] {
   add("lanczos_half/24", 24, resize(2000, 1500, 4));
   add("lanczos_777x583/24", 24, resize(777, 583, 4));
   add("cubic_enlarged/24", 24, resize(6000, 4500, 3));
+  add("tone/24", 24, [](std::int32_t i) { return IMG_tone_bitmap(i, 10, 20, 130); });
+  add("auto_levels/24", 24, [](std::int32_t i) { return IMG_auto_levels(i, -1); });
+  add("equalize/24", 24, IMG_equalize_bitmap);
   add_mono("flip/1", [](std::int32_t i) { return IMG_flip_bitmap(i); });
   add_mono("mirror/1", [](std::int32_t i) { return IMG_mirror_bitmap(i); });
   add_mono("invert/1", [](std::int32_t i) { return IMG_invert_bitmap(i); });

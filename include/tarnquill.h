@@ -484,6 +484,40 @@ IMG_API int32_t IMG_CALL IMG_resample_bitmap(int32_t image, int32_t x_dpi, int32
  * with colours the entries become 255 less, and the pixels stay. The crop rectangle stays. */
 IMG_API int32_t IMG_CALL IMG_invert_bitmap(int32_t image);
 
+/* ---- Tone, filters, palettes -------------------------------------------------------------------
+ *
+ * These, too, replace the pixels of an image in place and leave it as it was on any failure; size,
+ * depth, marker, transparency, resolution and crop rectangle stay. They take 4, 8, 24 and 32 bits
+ * (else IMG_WRONG_DEPTH). Grey palettes are worked on in levels, of which each becomes the entry
+ * nearest to it; of a palette with colours the entries are changed, not the pixels. Of 32-bit pixels
+ * with biCompression 0 cyan, magenta, yellow and black are taken by the light that they leave; of
+ * others the unused byte stays. An argument out of its set is IMG_UNSUPPORTED. The progress callback
+ * is told each row. All results have the same bits on every machine. */
+
+/* Brightness, contrast (-100..100 each, 0 changes nothing) and gamma (10..1000 hundredths, 100
+ * changes nothing; more is lighter), in this order: a level v becomes 128 + d + 255 brightness / 100,
+ * d being (v - 128) (100 + contrast) / 100 for a contrast up to 0, (v - 128) 100 / (100 - contrast)
+ * above, black or white at 100; then 255 (v / 255)^(100 / gamma). */
+IMG_API int32_t IMG_CALL IMG_tone_bitmap(int32_t image, int32_t brightness, int32_t contrast,
+                                         int32_t gamma);
+
+/* By tables of the caller's: 256 bytes for every channel, or 768 for blue, green and red (black ink
+ * by their mean; a palette gets other entries even when it is grey). */
+IMG_API int32_t IMG_CALL IMG_tone_table(int32_t image, const uint8_t* table);
+IMG_API int32_t IMG_CALL IMG_tone_table3(int32_t image, const uint8_t* tables);
+
+/* How many pixels have each level, to 256 counts, which stop at 2^32 - 1. channel: 0 grey (30 red + 59
+ * green + 11 blue) / 100, 1 red, 2 green, 3 blue. The image stays as it is. */
+IMG_API int32_t IMG_CALL IMG_get_histogram(int32_t image, int32_t channel, uint32_t* counts);
+
+/* Stretches the levels, those of all channels alike, so that at most `clip` ten-thousandths of them
+ * become 0 and as many 255: 0 to 4999, or -1 for 50. */
+IMG_API int32_t IMG_CALL IMG_auto_levels(int32_t image, int32_t clip);
+
+/* Spreads the levels of grey so that all of them come about equally often; colours move by the
+ * difference of their grey. */
+IMG_API int32_t IMG_CALL IMG_equalize_bitmap(int32_t image);
+
 /* ---- Finding and cleaning. Take 1 bit, palettes, 24 and 32 bits (16 bits are IMG_WRONG_DEPTH); greys
  * are (30 R + 59 G + 11 B) / 100. Searches leave the image as it is and report progress once per row
  * of it. Return what is said, or IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (an argument outside

@@ -47,7 +47,15 @@ Status resize_bitmap(ImageSource& image, std::int32_t width, std::int32_t height
 Status resample_bitmap(ImageSource& image, std::int32_t x_dpi, std::int32_t y_dpi,
                        std::int32_t method);
 
+// Levels.
 Status invert_bitmap(ImageSource& image);
+Status tone_bitmap(ImageSource& image, std::int32_t brightness, std::int32_t contrast,
+                   std::int32_t gamma);
+// `count` tables of 256 levels: one for all channels, or those of blue, green, red.
+Status tone_table(ImageSource& image, const std::uint8_t* tables, int count);
+Status get_histogram(ImageSource& image, std::int32_t channel, std::uint32_t* counts);
+Status auto_levels(ImageSource& image, std::int32_t clip);
+Status equalize_bitmap(ImageSource& image);
 
 // What is on a page. Searches return what they find; where that is yes or no, 1 or 0.
 Status find_threshold(ImageSource& image);

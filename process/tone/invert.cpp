@@ -1,17 +1,11 @@
 // Light for dark: of values every bit, of colours in a palette the entries.
 #include <algorithm>
-#include <array>
 
-#include "process/geometry/geometry.h"
 #include "process/process.h"
+#include "process/tone/tone.h"
 
 namespace tq::process {
 namespace {
-
-// Whether a palette has colours; then its indices mean nothing by themselves.
-bool has_colour_palette(const ImageSource& image) {
-  return (image.bits() == 4 || image.bits() == 8) && !is_grey(image.palette());
-}
 
 // A change at the left edge comes or goes.
 Status invert_runs(ImageSource& image, ImageDraft& result) {
@@ -42,25 +36,14 @@ Status invert_rows(ImageSource& image, ImageDraft& result) {
 Status invert_bitmap(ImageSource& image) {
   release_display_cache(image.record());
   if (!has_known_depth(image)) return StatusCode::wrong_depth;
-  NewShape shape = same_kind(image, image.width(), image.height());
-  std::array<Rgb, 256> entries{};
-  const bool colours = has_colour_palette(image);
-  if (colours) {
-    std::ranges::transform(image.palette(), entries.begin(), [](Rgb c) {
+  if (has_colour_palette(image)) {
+    return replace_entries(image, [](Rgb c) {
       return Rgb{byte(255 - c.blue), byte(255 - c.green), byte(255 - c.red), c.reserved};
     });
-    shape.palette = std::span(entries).first(image.palette().size());
   }
   ImageDraft result;
-  TQ_TRY(create_result(result, image, shape));
-  if (colours) {
-    TQ_TRY(make_rows(result, image, [&](int y, Row row) {
-      std::ranges::copy(plain_row(image.record(), y), row.begin());
-      clear_padding(row, image.width(), image.bits());
-    }));
-  } else {
-    TQ_TRY(image.in_runs() ? invert_runs(image, result) : invert_rows(image, result));
-  }
+  TQ_TRY(create_result(result, image, same_kind(image, image.width(), image.height())));
+  TQ_TRY(image.in_runs() ? invert_runs(image, result) : invert_rows(image, result));
   result.install(image.record());
   return kOk;
 }

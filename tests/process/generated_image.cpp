@@ -115,7 +115,20 @@ std::int32_t mediancut(std::int32_t image) {
   return IMG_mediancut_color(image);
 }
 
+// The image shows the counts, taken as a table.
+std::int32_t show_histogram(std::int32_t image, std::int32_t channel, std::uint32_t factor) {
+  std::uint32_t counts[256] = {};
+  const std::int32_t status = IMG_get_histogram(image, channel, counts);
+  if (status < 0) return status;
+  std::uint8_t table[256];
+  for (std::uint32_t v = 0; v < 256; ++v)
+    table[v] = static_cast<std::uint8_t>(counts[v] * factor + v);
+  return IMG_tone_table(image, table);
+}
+
 const std::vector<NamedOperation>& all_operations() {
+  static std::uint8_t tables[768];
+  for (std::uint32_t i = 0; i < 768; ++i) tables[i] = static_cast<std::uint8_t>(i * i / 3 + 91 * i);
   static Rgb given[40];
   for (int i = 0; i < 40; ++i) {
     given[i] = {static_cast<std::uint8_t>(i * 37), static_cast<std::uint8_t>(i * 101),
@@ -144,40 +157,50 @@ const std::vector<NamedOperation>& all_operations() {
       {"promote_8", call<IMG_promote_8>},
       {"promote_24", call<IMG_promote_24>},
       {"promote_32", call<IMG_promote_32>},
-      {"flip", call<IMG_flip_bitmap>, true},
-      {"mirror", call<IMG_mirror_bitmap>, true},
-      {"turn_180", [](Image i) { return IMG_orient_bitmap(i, 3); }, true},
-      {"transpose", [](Image i) { return IMG_orient_bitmap(i, 5); }, true},
-      {"turn_90", [](Image i) { return IMG_orient_bitmap(i, 6); }, true},
-      {"transverse", [](Image i) { return IMG_orient_bitmap(i, 7); }, true},
-      {"turn_270", [](Image i) { return IMG_orient_bitmap(i, 8); }, true},
-      {"crop", [](Image i) { return IMG_crop_bitmap(i, 1, 0, 6, 10); }, true},
-      {"extend", [](Image i) { return IMG_extend_bitmap(i, 5, -2, 3, 1, -1); }, true},
-      {"shift", [](Image i) { return IMG_extend_bitmap(i, -9, 4, 9, -4, 0); }, true},
-      {"invert", call<IMG_invert_bitmap>, true},
-      {"despeckle", [](Image i) { return IMG_despeckle_bitmap(i, 3, 2, 1); }, true},
-      {"despeckle_holes", [](Image i) { return IMG_despeckle_bitmap(i, 2, 3, 2); }, true},
-      {"despeckle_both", [](Image i) { return IMG_despeckle_bitmap(i, 4, 4, 3); }, true},
-      {"despeckle_marks", [](Image i) { return IMG_despeckle_bitmap(i, 3, 3, 5); }, true},
-      {"nearest", [](Image i) { return IMG_resize_bitmap(i, 50, 13, 0); }, true},
-      {"area_down", [](Image i) { return IMG_resize_bitmap(i, 9, 5, 1); }, true},
-      {"area_up", [](Image i) { return IMG_resize_bitmap(i, 70, 23, 1); }, true},
-      {"triangle", [](Image i) { return IMG_resize_bitmap(i, 23, 9, 2); }, true},
-      {"cubic", [](Image i) { return IMG_resize_bitmap(i, 50, 7, 3); }, true},
-      {"lanczos", [](Image i) { return IMG_resize_bitmap(i, 40, 12, 4); }, true},
-      {"lanczos_blocks", [](Image i) { return IMG_resize_bitmap(i, 5, 3, 4); }, true},
-      {"area_mono", [](Image i) { return IMG_resize_bitmap(i, 11, 6, 5); }, true},
-      {"rotate_10", [](Image i) { return IMG_rotate_bitmap(i, 1000, -1, 0); }, true},
-      {"rotate_back", [](Image i) { return IMG_rotate_bitmap(i, -1013, 0, 1); }, true},
-      {"rotate_147", [](Image i) { return IMG_rotate_bitmap(i, 14701, 1, 2); }, true},
-      {"rotate_nearest", [](Image i) { return IMG_rotate_bitmap(i, 36200, -1, 3); }, true},
-      {"find_threshold", call<IMG_find_threshold>},
-      {"otsu_mono", [](Image i) { return IMG_adaptive_mono(i, 0, 0, 0); }},
-      {"sauvola_mono", [](Image i) { return IMG_adaptive_mono(i, 1, 0, 0); }},
-      {"sauvola_narrow", [](Image i) { return IMG_adaptive_mono(i, 1, 5, 60); }},
-      {"sauvola_wide", [](Image i) { return IMG_adaptive_mono(i, 1, 255, 10); }},
-      {"levelled_mono", [](Image i) { return IMG_adaptive_mono(i, 2, 0, 0); }},
-      {"level_background", call<IMG_level_background>},
+      {"flip", call<IMG_flip_bitmap>, Kind::moves},
+      {"mirror", call<IMG_mirror_bitmap>, Kind::moves},
+      {"turn_180", [](Image i) { return IMG_orient_bitmap(i, 3); }, Kind::moves},
+      {"transpose", [](Image i) { return IMG_orient_bitmap(i, 5); }, Kind::moves},
+      {"turn_90", [](Image i) { return IMG_orient_bitmap(i, 6); }, Kind::moves},
+      {"transverse", [](Image i) { return IMG_orient_bitmap(i, 7); }, Kind::moves},
+      {"turn_270", [](Image i) { return IMG_orient_bitmap(i, 8); }, Kind::moves},
+      {"crop", [](Image i) { return IMG_crop_bitmap(i, 1, 0, 6, 10); }, Kind::moves},
+      {"extend", [](Image i) { return IMG_extend_bitmap(i, 5, -2, 3, 1, -1); }, Kind::moves},
+      {"shift", [](Image i) { return IMG_extend_bitmap(i, -9, 4, 9, -4, 0); }, Kind::moves},
+      {"invert", call<IMG_invert_bitmap>, Kind::moves},
+      {"nearest", [](Image i) { return IMG_resize_bitmap(i, 50, 13, 0); }, Kind::moves},
+      {"area_down", [](Image i) { return IMG_resize_bitmap(i, 9, 5, 1); }, Kind::moves},
+      {"area_up", [](Image i) { return IMG_resize_bitmap(i, 70, 23, 1); }, Kind::moves},
+      {"triangle", [](Image i) { return IMG_resize_bitmap(i, 23, 9, 2); }, Kind::moves},
+      {"cubic", [](Image i) { return IMG_resize_bitmap(i, 50, 7, 3); }, Kind::moves},
+      {"lanczos", [](Image i) { return IMG_resize_bitmap(i, 40, 12, 4); }, Kind::moves},
+      {"lanczos_blocks", [](Image i) { return IMG_resize_bitmap(i, 5, 3, 4); }, Kind::moves},
+      {"area_mono", [](Image i) { return IMG_resize_bitmap(i, 11, 6, 5); }, Kind::moves},
+      {"rotate_10", [](Image i) { return IMG_rotate_bitmap(i, 1000, -1, 0); }, Kind::moves},
+      {"rotate_back", [](Image i) { return IMG_rotate_bitmap(i, -1013, 0, 1); }, Kind::moves},
+      {"rotate_147", [](Image i) { return IMG_rotate_bitmap(i, 14701, 1, 2); }, Kind::moves},
+      {"rotate_nearest", [](Image i) { return IMG_rotate_bitmap(i, 36200, -1, 3); }, Kind::moves},
+      {"tone", [](Image i) { return IMG_tone_bitmap(i, 20, 35, 180); }, Kind::tones},
+      {"tone_dark", [](Image i) { return IMG_tone_bitmap(i, -10, -60, 45); }, Kind::tones},
+      {"tone_table", [](Image i) { return IMG_tone_table(i, tables); }, Kind::tones},
+      {"tone_table3", [](Image i) { return IMG_tone_table3(i, tables); }, Kind::tones},
+      {"histogram_grey", [](Image i) { return show_histogram(i, 0, 37); }, Kind::tones},
+      {"histogram_red", [](Image i) { return show_histogram(i, 1, 5); }, Kind::tones},
+      {"histogram_blue", [](Image i) { return show_histogram(i, 3, 5); }, Kind::tones},
+      {"auto_levels", [](Image i) { return IMG_auto_levels(i, -1); }, Kind::tones},
+      {"auto_levels_most", [](Image i) { return IMG_auto_levels(i, 3000); }, Kind::tones},
+      {"equalize", call<IMG_equalize_bitmap>, Kind::tones},
+      {"find_threshold", call<IMG_find_threshold>, Kind::cleans},
+      {"otsu_mono", [](Image i) { return IMG_adaptive_mono(i, 0, 0, 0); }, Kind::cleans},
+      {"sauvola_mono", [](Image i) { return IMG_adaptive_mono(i, 1, 0, 0); }, Kind::cleans},
+      {"sauvola_narrow", [](Image i) { return IMG_adaptive_mono(i, 1, 5, 60); }, Kind::cleans},
+      {"sauvola_wide", [](Image i) { return IMG_adaptive_mono(i, 1, 255, 10); }, Kind::cleans},
+      {"levelled_mono", [](Image i) { return IMG_adaptive_mono(i, 2, 0, 0); }, Kind::cleans},
+      {"level_background", call<IMG_level_background>, Kind::cleans},
+      {"despeckle", [](Image i) { return IMG_despeckle_bitmap(i, 3, 2, 1); }, Kind::moves},
+      {"despeckle_holes", [](Image i) { return IMG_despeckle_bitmap(i, 2, 3, 2); }, Kind::moves},
+      {"despeckle_both", [](Image i) { return IMG_despeckle_bitmap(i, 4, 4, 3); }, Kind::moves},
+      {"despeckle_marks", [](Image i) { return IMG_despeckle_bitmap(i, 3, 3, 5); }, Kind::moves},
   };
   return operations;
 }

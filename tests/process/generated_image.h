@@ -45,10 +45,11 @@ class KeptImage {
 };
 
 // Every operation with its usual arguments.
+enum class Kind : std::uint8_t { colours, moves, tones, cleans };
 struct NamedOperation {
   const char* name;
   std::int32_t (*run)(std::int32_t image);
-  bool moves = false;  // pixels; or it belongs to those that do
+  Kind kind = Kind::colours;
 };
 const std::vector<NamedOperation>& all_operations();
 

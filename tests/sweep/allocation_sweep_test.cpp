@@ -235,6 +235,12 @@ std::vector<Call> calls(Material& m) {
          return status;
        }},
       {"IMG_invert_bitmap", call(IMG_invert_bitmap, Watched::kRuns)},
+      {"IMG_tone_bitmap", call(IMG_tone_bitmap, Watched::kDeep, 10, 10, 150)},
+      {"IMG_tone_table", call(IMG_tone_table, Watched::kDeep, row)},
+      {"IMG_tone_table3", call(IMG_tone_table3, Watched::kDeep, row)},
+      {"IMG_get_histogram", call(IMG_get_histogram, Watched::kDeep, 0, nullptr)},
+      {"IMG_auto_levels", call(IMG_auto_levels, Watched::kDeep, 50)},
+      {"IMG_equalize_bitmap", call(IMG_equalize_bitmap, Watched::kDeep)},
       {"IMG_find_threshold", call(IMG_find_threshold, Watched::kDeep)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 1, 0, 0)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 2, 0, 0)},

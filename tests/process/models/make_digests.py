@@ -8,6 +8,7 @@ import cleanup
 import geometry as geo
 import operations as ops
 import specks
+import tone
 
 WIDTHS = [1, 2, 3, 7, 8, 9, 17, 31, 64, 70, 133]
 HEIGHTS = [1, 2, 3, 19]
@@ -15,6 +16,7 @@ HEIGHTS = [1, 2, 3, 19]
 SOURCES = [(1, 0, False), (1, 0, True), (4, 0, False), (8, 0, False), (16, 0, False),
            (24, 0, False), (32, 200, False), (32, 0, False)]
 
+TABLES = [i * i // 3 + 91 * i & 255 for i in range(768)]
 GIVEN = [(i * 37 & 255, i * 101 & 255, i * 59 & 255) for i in range(40)]
 
 OPERATIONS = [
@@ -66,6 +68,16 @@ OPERATIONS = [
     ("rotate_back", lambda i: geo.rotate(i, 36000 - 1013, 0, 1)),
     ("rotate_147", lambda i: geo.rotate(i, 14701, 1, 2)),
     ("rotate_nearest", lambda i: geo.rotate(i, 200, -1, 3)),
+    ("tone", lambda i: tone.tone(i, 20, 35, 180)),
+    ("tone_dark", lambda i: tone.tone(i, -10, -60, 45)),
+    ("tone_table", lambda i: tone.changed(i, [TABLES[:256]] * 3)),
+    ("tone_table3", lambda i: tone.changed(i, [TABLES[at:at + 256] for at in (0, 256, 512)])),
+    ("histogram_grey", lambda i: tone.histogram(i, 0, 37)),
+    ("histogram_red", lambda i: tone.histogram(i, 1, 5)),
+    ("histogram_blue", lambda i: tone.histogram(i, 3, 5)),
+    ("auto_levels", lambda i: tone.auto_levels(i, 50)),
+    ("auto_levels_most", lambda i: tone.auto_levels(i, 3000)),
+    ("equalize", tone.equalize),
     ("find_threshold", cleanup.find_threshold),
     ("otsu_mono", lambda i: cleanup.adaptive_mono(i, 0)),
     ("sauvola_mono", lambda i: cleanup.adaptive_mono(i, 1)),
