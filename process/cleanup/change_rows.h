@@ -20,7 +20,8 @@ class ChangeRows {
   // Valid until the next call.
   Changes read(const ImageRecord& image, std::int32_t y) const {
     const std::span<std::int32_t> out = changes_.pixels();
-    if (!image.in_runs) return out.first(bits_to_transitions(plain_row(image, y), image.width, out));
+    if (!image.in_runs)
+      return out.first(bits_to_transitions(plain_row(image, y), image.width, out));
     const RowView row = view_row(image, y);
     if (!row.bits.empty()) return out.first(bits_to_transitions(row.bits, image.width, out));
     std::ranges::copy(row.transitions, out.begin());

@@ -23,9 +23,9 @@ class SpeckPass {
       : result_(result),
         size_(size),
         colour_(colour),
-        components_(colour == Colour::black ? Components::Neighbours::eight
-                                            : Components::Neighbours::four,
-                    colour),
+        components_(
+            colour == Colour::black ? Components::Neighbours::eight : Components::Neighbours::four,
+            colour),
         marks_(size),
         spares_marks_(spares_marks) {}
 

@@ -108,18 +108,18 @@ bool Marks::is_mark(const Component& c) const {
   };
   // One of a row of dots.
   const auto is_beside = [&](const Component& other) {
-    return is_alike(other) && other.left < c.right + 12 * unit_ && other.right > c.left - 12 * unit_;
+    return is_alike(other) && other.left < c.right + 12 * unit_ &&
+           other.right > c.left - 12 * unit_;
   };
   const int beside =
       count(small_, c.left - 12 * unit_, c.right + 12 * unit_, lowest - 1, lowest + 2, is_beside);
   if (beside >= 2) return true;
   // The upper one of a colon.
-  return is_round(c) &&
-         count(small_, c.left, c.right, lowest + 1, lowest + 4 * unit_ + 1,
-               [&](const Component& other) {
-                 return is_alike(other) && other.left < c.right && other.right > c.left &&
-                        is_dot_or_point(other);
-               }) > 0;
+  return is_round(c) && count(small_, c.left, c.right, lowest + 1, lowest + 4 * unit_ + 1,
+                              [&](const Component& other) {
+                                return is_alike(other) && other.left < c.right &&
+                                       other.right > c.left && is_dot_or_point(other);
+                              }) > 0;
 }
 
 }  // namespace tq::process

@@ -8,7 +8,7 @@
 namespace tq::process {
 
 // How many pixels have each level. No image has more than 2^32 - 1 of them.
-using LevelCounts = std::array<std::uint64_t, 256>;
+using LevelCounts = std::array<std::uint32_t, 256>;
 
 void add_levels(std::span<const std::uint8_t> levels, LevelCounts& counts);
 

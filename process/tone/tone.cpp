@@ -115,7 +115,7 @@ Status auto_levels(ImageSource& image, std::int32_t clip) {
   if (!has_levels(image)) return StatusCode::wrong_depth;
   if (!is_within(clip, kDefault, kMost)) return StatusCode::unsupported;
   if (clip == kDefault) clip = kUsual;
-  LevelCounts counts{};
+  std::array<std::uint64_t, 256> counts{};
   for (const Channel channel : {Channel::blue, Channel::green, Channel::red}) {
     LevelCounts more{};
     TQ_TRY(count_levels(image, channel, more));

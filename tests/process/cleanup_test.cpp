@@ -39,7 +39,8 @@ TEST(Despeckle, TheSamePageFurtherDownIsCleanedAlike) {
   for (const int mode : {1, 2, 3, 5, 7}) {
     for (const auto& [width, height] : {std::pair(3, 4), std::pair(6, 2)}) {
       Page expected = content;
-      const Image first = IMG_despeckle_bitmap(KeptImage(content.dib()).handle(), width, height, mode);
+      const Image first =
+          IMG_despeckle_bitmap(KeptImage(content.dib()).handle(), width, height, mode);
       for (const int above : {0, 61, 400}) {
         SCOPED_TRACE(testing::Message() << "mode " << mode << ", rows above " << above);
         Page page(300, 900 + above + above / 2);
@@ -69,13 +70,13 @@ TEST(Despeckle, MarksOfTheWritingStayAndSpecksGo) {
     page.draw(x, y, w, h);
     marks.draw(x, y, w, h);
   };
-  mark(40, 60, 6, 30), mark(40, 48, 6, 6);                        // i
-  mark(60, 60, 20, 30), mark(61, 46, 6, 6), mark(72, 46, 6, 6);   // an umlaut
-  mark(100, 60, 20, 30), mark(124, 84, 6, 6);                     // a full stop
-  mark(160, 60, 20, 30), mark(184, 84, 6, 6), mark(184, 64, 6, 6);  // a colon
-  mark(300, 60, 60, 14), mark(320, 78, 6, 6), mark(330, 78, 6, 6);  // dots below a word
+  mark(40, 60, 6, 30), mark(40, 48, 6, 6);                            // i
+  mark(60, 60, 20, 30), mark(61, 46, 6, 6), mark(72, 46, 6, 6);       // an umlaut
+  mark(100, 60, 20, 30), mark(124, 84, 6, 6);                         // a full stop
+  mark(160, 60, 20, 30), mark(184, 84, 6, 6), mark(184, 64, 6, 6);    // a colon
+  mark(300, 60, 60, 14), mark(320, 78, 6, 6), mark(330, 78, 6, 6);    // dots below a word
   mark(40, 150, 16, 30), mark(58, 174, 5, 6), mark(65, 150, 16, 30);  // a decimal point
-  for (int i = 0; i < 12; ++i) mark(120 + 14 * i, 175, 4, 5);       // leaders
+  for (int i = 0; i < 12; ++i) mark(120 + 14 * i, 175, 4, 5);         // leaders
   page.draw(30, 300, 6, 6), page.draw(200, 310, 5, 6), page.draw(420, 330, 6, 4);
   page.draw(300, 420, 1, 6), page.draw(47, 100, 1, 1), page.draw(500, 62, 6, 6);
   page.draw(40, 640, 6, 6), page.draw(40, 655, 6, 6), page.draw(590, 694, 6, 6);

@@ -168,6 +168,10 @@ const std::vector<NamedOperation>& all_operations() {
       {"extend", [](Image i) { return IMG_extend_bitmap(i, 5, -2, 3, 1, -1); }, Kind::moves},
       {"shift", [](Image i) { return IMG_extend_bitmap(i, -9, 4, 9, -4, 0); }, Kind::moves},
       {"invert", call<IMG_invert_bitmap>, Kind::moves},
+      {"despeckle", [](Image i) { return IMG_despeckle_bitmap(i, 3, 2, 1); }, Kind::moves},
+      {"despeckle_holes", [](Image i) { return IMG_despeckle_bitmap(i, 2, 3, 2); }, Kind::moves},
+      {"despeckle_both", [](Image i) { return IMG_despeckle_bitmap(i, 4, 4, 3); }, Kind::moves},
+      {"despeckle_marks", [](Image i) { return IMG_despeckle_bitmap(i, 3, 3, 5); }, Kind::moves},
       {"nearest", [](Image i) { return IMG_resize_bitmap(i, 50, 13, 0); }, Kind::moves},
       {"area_down", [](Image i) { return IMG_resize_bitmap(i, 9, 5, 1); }, Kind::moves},
       {"area_up", [](Image i) { return IMG_resize_bitmap(i, 70, 23, 1); }, Kind::moves},
@@ -197,10 +201,6 @@ const std::vector<NamedOperation>& all_operations() {
       {"sauvola_wide", [](Image i) { return IMG_adaptive_mono(i, 1, 255, 10); }, Kind::cleans},
       {"levelled_mono", [](Image i) { return IMG_adaptive_mono(i, 2, 0, 0); }, Kind::cleans},
       {"level_background", call<IMG_level_background>, Kind::cleans},
-      {"despeckle", [](Image i) { return IMG_despeckle_bitmap(i, 3, 2, 1); }, Kind::moves},
-      {"despeckle_holes", [](Image i) { return IMG_despeckle_bitmap(i, 2, 3, 2); }, Kind::moves},
-      {"despeckle_both", [](Image i) { return IMG_despeckle_bitmap(i, 4, 4, 3); }, Kind::moves},
-      {"despeckle_marks", [](Image i) { return IMG_despeckle_bitmap(i, 3, 3, 5); }, Kind::moves},
   };
   return operations;
 }
