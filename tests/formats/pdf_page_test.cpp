@@ -5,6 +5,7 @@
 #include "formats/pdf/page/document.h"
 #include "tests/support/collecting_sink.h"
 #include "tests/support/pdf_document.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq::test {
 namespace {
@@ -282,7 +283,8 @@ TEST(PdfPage, BadIntentionsEndSoon) {
   }
 }
 
-// Plain, compressed, repaired, turned, cut, inline, of several pictures, by a form.
+// Plain, compressed, repaired, turned, cut, inline, of several pictures, by a form; and as other
+// programs write them.
 std::vector<PdfDocument> sorts_of_documents() {
   std::vector<PdfDocument> documents;
   documents.push_back(with_page("/Rotate 90", "9 0 0 9 0 0 cm /P Do", kGrey, kPixels));
@@ -301,6 +303,10 @@ std::vector<PdfDocument> sorts_of_documents() {
   documents.push_back(with_page(
       "", "9 0 0 9 0 0 cm /P Do",
       "/Width 4/Height 3/BitsPerComponent 8/ColorSpace[/Indexed/DeviceRGB 9(abc)]", kPixels));
+  for (const char* name : {"gm", "img2pdf", "linear", "pillow", "tiff2pdf"}) {
+    const Bytes bytes = file_content("corpus/pdf/" + std::string(name) + ".pdf");
+    documents.push_back({{bytes.begin(), bytes.end()}, {}});
+  }
   return documents;
 }
 
