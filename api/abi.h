@@ -26,6 +26,23 @@ std::int32_t with_pixels(std::int32_t handle, Operation&& operation) {
   });
 }
 
+// The same for what changes pixels or colours.
+template <class Operation>
+std::int32_t change_pixels(std::int32_t handle, Operation&& operation) {
+  const std::int32_t result = with_pixels(handle, [&](ImageRecord& image) {
+    release_display_cache(image);
+    return Status(operation(image));
+  });
+  if (result >= 0) report_image(handle, ImageEvent::changed);
+  return result;
+}
+
+// For results that are a new image's handle, or a status.
+inline std::int32_t made(std::int32_t result) {
+  if (result >= 0) report_image(result, ImageEvent::made);
+  return result;
+}
+
 // Calls `operation(stream)` for an open stream of the caller's.
 template <class Operation>
 std::int32_t with_stream(std::int32_t stream, Operation&& operation) {

@@ -14,6 +14,8 @@ using tq::ImageRecord;
 using tq::kOk;
 using tq::Status;
 using tq::StatusCode;
+using tq::api::change_pixels;
+using tq::api::made;
 using tq::api::with_image;
 using tq::api::with_pixels;
 
@@ -60,6 +62,13 @@ Status create_from_device(tq::ImageSlot& slot, void* bitmap) {
   return slot.keep();
 }
 
+// The display callback may have been quicker.
+std::int32_t delete_image(std::int32_t image, Status (*free)(tq::ImageHandle)) {
+  const tq::ImageHandle handle{image};
+  if (tq::validate_image_handle(handle).ok()) tq::report_image(image, tq::ImageEvent::going);
+  return free(handle).raw();
+}
+
 }  // namespace
 
 std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
@@ -71,7 +80,7 @@ std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
   const Status adopted = tq::adopt_dib(tq::image_record(handle), packed_dib);
   // After bad_image the handle stays allocated, without pixels; callers may delete it.
   if (adopted == StatusCode::out_of_memory) (void)tq::free_image_slot(handle);
-  return adopted.failed() ? adopted.raw() : slot.raw();
+  return made(adopted.failed() ? adopted.raw() : slot.raw());
 }
 
 std::int32_t IMG_CALL IMG_create_handle_shell(const void* header) {
@@ -80,23 +89,23 @@ std::int32_t IMG_CALL IMG_create_handle_shell(const void* header) {
   tq::ImageSlot slot;
   Status result = slot.allocate();
   if (result.ok()) result = tq::create_shell(slot.record(), header);
-  return result.failed() ? result.raw() : slot.keep().raw();
+  return made(result.failed() ? result.raw() : slot.keep().raw());
 }
 
 std::int32_t IMG_CALL IMG_create_handle_ddb(void* bitmap) {
   const tq::Serialised serialised;
   tq::ImageSlot slot;
-  return create_from_device(slot, bitmap).raw();
+  return made(create_from_device(slot, bitmap).raw());
 }
 
 std::int32_t IMG_CALL IMG_delete_bitmap(std::int32_t image) {
   const tq::Serialised serialised;
-  return tq::free_image_slot(tq::ImageHandle{image}).raw();
+  return delete_image(image, tq::free_image_slot);
 }
 
 std::int32_t IMG_CALL IMG_delete_bitmap_keep(std::int32_t image) {
   const tq::Serialised serialised;
-  return tq::free_image_slot_keep(tq::ImageHandle{image}).raw();
+  return delete_image(image, tq::free_image_slot_keep);
 }
 
 std::intptr_t IMG_CALL IMG_bitmap_info(std::int32_t image, std::int32_t* width,
@@ -147,6 +156,7 @@ std::int32_t IMG_CALL IMG_set_resolution(std::int32_t image, std::int32_t x, std
   constexpr std::int32_t kMost = 65535000;
   if (x < 0 || y < 0 || x > kMost || y > kMost) return IMG_UNSUPPORTED;
   return with_pixels(image, [&](ImageRecord& record) {
+    tq::release_display_cache(record);
     tq::BitmapInfoHeader header = tq::header_of(record);
     header.biXPelsPerMeter = (x + 500) / 1000;
     header.biYPelsPerMeter = (y + 500) / 1000;
@@ -195,6 +205,18 @@ std::int32_t IMG_CALL IMGLOW_get_display_rect(std::int32_t image, std::int32_t* 
 std::int32_t IMG_CALL IMG_set_gamma(std::int32_t image, std::int32_t value) {
   return with_image(image, [&](ImageRecord& record) {
     record.gamma = value;
+    record.gamma_is_set = true;
+    return kOk;
+  });
+}
+
+std::int32_t IMG_CALL IMG_set_display_tone(std::int32_t image, std::int32_t brightness,
+                                           std::int32_t contrast) {
+  const auto is_known = [](std::int32_t value) { return value >= -100 && value <= 100; };
+  return with_image(image, [&](ImageRecord& record) -> Status {
+    if (!is_known(brightness) || !is_known(contrast)) return StatusCode::unsupported;
+    record.brightness = brightness;
+    record.contrast = contrast;
     return kOk;
   });
 }
@@ -241,7 +263,7 @@ std::int32_t IMG_CALL IMGLOW_get_raster(std::int32_t image, void* out, std::int3
 
 std::int32_t IMG_CALL IMGLOW_put_raster(std::int32_t image, const void* in, std::int32_t row,
                                         std::int32_t bytes) {
-  return with_pixels(image, [&](ImageRecord& record) -> Status {
+  return change_pixels(image, [&](ImageRecord& record) -> Status {
     if (in == nullptr) return StatusCode::unsupported;
     return tq::put_raster(record, static_cast<const std::uint8_t*>(in), row, bytes);
   });
@@ -255,7 +277,7 @@ std::int32_t IMG_CALL IMGLOW_get_palette(std::int32_t image, void* out) {
 }
 
 std::int32_t IMG_CALL IMGLOW_put_palette(std::int32_t image, const void* in) {
-  return with_pixels(image, [&](ImageRecord& record) {
+  return change_pixels(image, [&](ImageRecord& record) {
     if (in != nullptr) std::memcpy(tq::palette_of(record).data(), in, palette_size(record));
     return kOk;
   });
@@ -272,9 +294,15 @@ std::int32_t IMG_CALL IMG_get_bitmap_palette(std::int32_t image, void* out) {
 }
 
 std::int32_t IMG_CALL IMG_runs_to_dib(std::int32_t image) {
-  return with_pixels(image, tq::runs_to_dib);
+  return with_pixels(image, [](ImageRecord& record) {
+    tq::release_display_cache(record);
+    return tq::runs_to_dib(record);
+  });
 }
 
 std::int32_t IMG_CALL IMG_dib_to_runs(std::int32_t image) {
-  return with_pixels(image, tq::dib_to_runs);
+  return with_pixels(image, [](ImageRecord& record) {
+    tq::release_display_cache(record);
+    return tq::dib_to_runs(record);
+  });
 }

@@ -7,9 +7,18 @@ namespace {
 
 using tq::process::ImageSource;
 
+// For what looks at pixels and leaves them as they are.
+template <class Search>
+std::int32_t search(std::int32_t image, Search&& look) {
+  return tq::api::with_pixels(image, [&](tq::ImageRecord&) {
+    ImageSource source(tq::ImageHandle{image});
+    return look(source);
+  });
+}
+
 template <class Operation>
 std::int32_t process(std::int32_t image, Operation&& operation) {
-  return tq::api::with_pixels(image, [&](tq::ImageRecord&) {
+  return tq::api::change_pixels(image, [&](tq::ImageRecord&) {
     ImageSource source(tq::ImageHandle{image});
     return operation(source);
   });
@@ -145,7 +154,7 @@ std::int32_t IMG_CALL IMG_tone_table3(std::int32_t image, const std::uint8_t* ta
 
 std::int32_t IMG_CALL IMG_get_histogram(std::int32_t image, std::int32_t channel,
                                         std::uint32_t* counts) {
-  return process(image, [&](ImageSource& source) {
+  return search(image, [&](ImageSource& source) {
     return tq::process::get_histogram(source, channel, counts);
   });
 }
@@ -160,7 +169,7 @@ std::int32_t IMG_CALL IMG_equalize_bitmap(std::int32_t image) {
 }
 
 std::int32_t IMG_CALL IMG_find_threshold(std::int32_t image) {
-  return process(image, tq::process::find_threshold);
+  return search(image, tq::process::find_threshold);
 }
 
 std::int32_t IMG_CALL IMG_adaptive_mono(std::int32_t image, std::int32_t method,

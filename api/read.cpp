@@ -4,6 +4,7 @@
 #include "include/tarnquill.h"
 
 using tq::StreamHandle;
+using tq::api::made;
 using tq::api::with_file;
 using tq::api::with_memory;
 using tq::api::with_stream;
@@ -23,29 +24,29 @@ auto rows_at(std::int32_t offset, std::int32_t page, const tq::formats::RowSink&
 }  // namespace
 
 std::int32_t IMG_CALL IMG_create_handle(void* packed_dib) {
-  return with_memory(packed_dib, image_at(0, 0));
+  return made(with_memory(packed_dib, image_at(0, 0)));
 }
 
 std::int32_t IMG_CALL IMG_create_handle_block(const void* dib_or_file, std::size_t size) {
-  return with_memory(dib_or_file, size, image_at(0, 0));
+  return made(with_memory(dib_or_file, size, image_at(0, 0)));
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap(const char* name) {
-  return with_file(name, image_at(0, 0));
+  return made(with_file(name, image_at(0, 0)));
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_fd(std::int32_t stream, std::int32_t offset,
                                                std::int32_t page) {
-  return with_stream(stream, image_at(offset, page));
+  return made(with_stream(stream, image_at(offset, page)));
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_mem(void* block, std::int32_t page) {
-  return with_memory(block, image_at(0, page));
+  return made(with_memory(block, image_at(0, page)));
 }
 
 std::int32_t IMG_CALL IMG_decompress_bitmap_block(const void* block, std::size_t size,
                                                   std::int32_t page) {
-  return with_memory(block, size, image_at(0, page));
+  return made(with_memory(block, size, image_at(0, page)));
 }
 
 std::int32_t IMG_CALL IMGLOW_decompress_bitmap(std::int32_t stream, std::int32_t offset,

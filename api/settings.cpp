@@ -115,6 +115,12 @@ std::int32_t IMG_CALL IMGLOW_set_dispfunc(std::intptr_t a, std::intptr_t b) {
   return IMG_OK;
 }
 
+std::int32_t IMG_CALL IMG_set_display_callback(std::intptr_t context, img_display_fn callback) {
+  const tq::Serialised serialised;
+  tq::context().settings.display = {callback, context};
+  return IMG_OK;
+}
+
 std::int32_t IMG_CALL IMGLOW_set_decomp_reduction(std::int32_t bits) {
   const tq::Serialised serialised;
   tq::context().settings.decomp_reduction = bits;

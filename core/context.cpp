@@ -13,4 +13,11 @@ Status report_progress(std::int32_t value) {
   return answer < 0 ? Status::from_raw(answer) : kOk;
 }
 
+void report_image(std::int32_t image, ImageEvent event) {
+  const auto& display = context().settings.display;
+  if (display.call == nullptr) return;
+  const Inside inside;
+  display.call(display.context, image, static_cast<std::int32_t>(event));
+}
+
 }  // namespace tq

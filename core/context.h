@@ -45,9 +45,13 @@ struct Settings {
   std::array<bool, kSwitches> auto_detect = all_but_text();  // by file type code
   std::int32_t read_budget = 30000;                          // bytes that a decoder reads at a time
   JpegSettings jpeg;
-  // Kept for the display layer.
-  std::array<std::intptr_t, 2> display_functions{};
-  std::int32_t auto_color = 0, alias = 0, alias_quality = 0, wipe_delay = 0;
+  std::array<std::intptr_t, 2> display_functions{};  // kept, and never called
+  struct {
+    img_display_fn call = nullptr;
+    std::intptr_t context = 0;
+  } display;
+  std::int32_t auto_color = 0, alias = 1, alias_quality = 1;
+  std::int32_t wipe_delay = 10;  // milliseconds
 };
 
 // Where the memory stream stands.
@@ -154,5 +158,10 @@ class Serialised {
 // Tells the caller's progress callback, if there is one and reporting is on. Its negative answer is
 // the result.
 Status report_progress(std::int32_t value);
+
+// Tells the caller's display callback, if there is one, that an image was made or changed, or is about
+// to go; it may do anything. For an image whose number is a handle.
+enum class ImageEvent : std::int32_t { made = 1, changed = 2, going = 3 };
+void report_image(std::int32_t image, ImageEvent event);
 
 }  // namespace tq

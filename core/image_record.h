@@ -41,7 +41,9 @@ struct ImageRecord {
   bool caller_owned = false;                   // the DIB came from a caller and stays with him
   std::int32_t width = 0, height = 0, bits = 0;
   std::int32_t bytes_per_row = 0;
-  std::int32_t gamma = 0;
+  std::int32_t gamma = 0;                     // hundredths
+  bool gamma_is_set = false;                  // by a caller: no other is shown
+  std::int32_t brightness = 0, contrast = 0;  // -100 .. 100
   std::int32_t dib_size = 0;  // bytes of the DIB block in use; with runs: its capacity
   bool in_runs = false;       // rows are run lists
   std::uint32_t* run_table =
@@ -51,6 +53,9 @@ struct ImageRecord {
   std::int32_t display_angle = 0;
   bool has_transparent = false;
   std::int32_t transparent_colour = 0;
+  std::uint8_t* shown_copy = nullptr;  // owned; what was drawn last, for the next time
+  void* animation = nullptr;           // that is drawn on it, and what ends that
+  void (*end_animation)(void* animation) = nullptr;
   Damage damage;
   ExactResolution resolution;
 };
@@ -98,9 +103,11 @@ inline std::span<std::uint8_t> plain_row(const ImageRecord& image, std::int32_t 
   return {pixels_of(image) + (image.height - y - 1) * stride, stride};
 }
 
-// Drops the copy of an image that the display layer converts for its device and keeps with the
-// record; operations call it before they look at the image, even if they then refuse it. Until the
-// display layer exists no record has one.
-inline void release_display_cache(ImageRecord& /*image*/) {}
+// Drops the copy of an image as it was drawn last; whatever changes pixels or header calls it before
+// it looks at the image, even if it then refuses it.
+inline void release_display_cache(ImageRecord& image) {
+  if (image.shown_copy != nullptr) free_block(image.shown_copy);
+  image.shown_copy = nullptr;
+}
 
 }  // namespace tq

@@ -45,6 +45,7 @@ void trim_table() {
 void free_record(ImageHandle handle) {
   ImageRecord& image = *entry(handle);
   release_display_cache(image);
+  if (image.animation != nullptr) image.end_animation(image.animation);
   if (image.caller_owned) --table().adopted;
   free_block(image.run_table);
   free_block(&image);

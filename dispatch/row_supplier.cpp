@@ -8,6 +8,7 @@
 #include "core/run_storage.h"
 #include "io/endian.h"
 #include "pixels/rows.h"
+#include "pixels/tone_table.h"
 
 namespace tq::dispatch {
 namespace {
@@ -63,7 +64,15 @@ ImageSupplier::ImageSupplier(ImageHandle handle, const ImageRecord& image, Suppl
       bits_(image.bits),
       crop_(image.crop),
       progress_value_(header_of(image).biHeight & 0xFFFF),  // 16 bits; callers rely on it
-      fill_(image.bits == 1 ? 0xFF : 0) {}
+      fill_(image.bits == 1 ? 0xFF : 0),
+      has_tone_(image.bits >= 24 && (image.brightness != 0 || image.contrast != 0)) {
+  if (!has_tone_) return;
+  tone_ = pixels::tone_table(image.brightness, image.contrast, 100);
+  // Of inks more is darker.
+  if (image.bits != 32 || header_of(image).biCompression == kRgb32) return;
+  std::reverse(tone_.begin(), tone_.end());
+  for (std::uint8_t& level : tone_) level = byte(255 - level);
+}
 
 Status ImageSupplier::allocate() {
   if (bits_ != 1) return kOk;
@@ -98,6 +107,7 @@ Status ImageSupplier::row(std::span<std::uint8_t> dest, std::int32_t y) {
   const std::int32_t image_y = crop_.y + y;
   if (!record->in_runs) {
     copy_plain(*record, image_y, dest);
+    for (std::uint8_t& level : has_tone_ ? dest : std::span<std::uint8_t>()) level = tone_[level];
     return kOk;
   }
   if (kind_ == Supplier::transitions) {

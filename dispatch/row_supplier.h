@@ -1,6 +1,8 @@
 // The library's own row supplier: gives an encoder the rows of an image's crop rectangle.
 #pragma once
 
+#include <array>
+
 #include "core/image_record.h"
 #include "formats/codec.h"
 
@@ -34,6 +36,8 @@ class ImageSupplier {
   Rect crop_;
   std::int32_t progress_value_;
   std::uint8_t fill_;  // of what lies beyond the stored row
+  bool has_tone_;      // that colours of a palette cannot take
+  std::array<std::uint8_t, 256> tone_{};
   RowBuffer<std::uint8_t> expanded_;
   RowBuffer<std::uint16_t> transitions_;
 };

@@ -7,6 +7,7 @@
 #include "dispatch/output.h"
 #include "dispatch/row_supplier.h"
 #include "io/byte_stream.h"
+#include "pixels/tone_table.h"
 
 namespace tq::dispatch {
 namespace {
@@ -29,6 +30,12 @@ HeaderBlock header_for(const ImageRecord& image) {
   HeaderBlock block{.header = header_of(image)};
   const std::span<const Rgb> palette = palette_of(image);
   std::copy(palette.begin(), palette.end(), block.palette.begin());
+  if (image.brightness != 0 || image.contrast != 0) {
+    const auto tone = pixels::tone_table(image.brightness, image.contrast, 100);
+    for (Rgb& entry : std::span(block.palette).first(palette.size())) {
+      entry = {tone[entry.blue], tone[entry.green], tone[entry.red], entry.reserved};
+    }
+  }
   block.header.biBitCount = word(image.bits);
   block.header.biWidth = image.crop.width;
   block.header.biHeight = image.crop.height;

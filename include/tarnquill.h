@@ -182,6 +182,10 @@ enum {
  * expect. A negative answer aborts the operation, which returns that answer. */
 typedef int32_t(IMG_CB_STD* img_progress_fn)(intptr_t context, int32_t value);
 
+/* Display: called with an image that was made or changed, or is about to be deleted, see
+ * IMG_set_display_callback. The answer is ignored. */
+typedef int32_t(IMG_CB_STD* img_display_fn)(intptr_t context, int32_t image, int32_t what);
+
 /* Input and output of your own, see IMGLOW_set_fileio. Each returns the count of bytes read or
  * written, or the new position. A read may give fewer bytes than asked for: more are asked for
  * until it answers 0 or less. The write function may modify `buffer`. */
@@ -289,8 +293,9 @@ IMG_API int32_t IMG_CALL IMG_set_croprect(int32_t image, int32_t x, int32_t y, i
 IMG_API int32_t IMG_CALL IMGLOW_get_display_rect(int32_t image, int32_t* x, int32_t* y,
                                                  int32_t* width, int32_t* height);
 
-/* Per-image display values: gamma (150 for images registered with _keep, else 0), the ternary
- * raster operation (SRCCOPY at first), and the angle: 0, 90, 180 or 270 degrees.
+/* Per-image display values: gamma in hundredths, 10 to 1000, beyond which it is clamped (0 and below,
+ * and where none has been set: none; above 100 middle levels become lighter), the ternary raster
+ * operation (SRCCOPY at first), and the angle: 0, 90, 180 or 270 degrees.
  * Return 0, IMG_BAD_HANDLE, IMG_UNSUPPORTED (another angle). */
 IMG_API int32_t IMG_CALL IMG_set_gamma(int32_t image, int32_t value);
 IMG_API int32_t IMG_CALL IMGLOW_set_rop(int32_t image, int32_t rop);
@@ -563,6 +568,221 @@ IMG_API int32_t IMG_CALL IMG_level_background(int32_t image);
 IMG_API int32_t IMG_CALL IMG_despeckle_bitmap(int32_t image, int32_t width, int32_t height,
                                               int32_t mode);
 
+/* ---- Showing ---------------------------------------------------------------------------------
+ *
+ * A view says which part of an image is seen in a window, how large and how it is turned. The library
+ * makes the window's pixels from it, in bands of any height, on every system; each pixel depends on its
+ * own place in the picture alone, so that bands and scrolled windows hold the same bytes. */
+
+enum {
+  IMG_FIT_NONE,   /* zoom */
+  IMG_FIT_WINDOW, /* as large as the window holds */
+  IMG_FIT_SHRINK, /* the same, but never larger than its pixels */
+  IMG_FIT_WIDTH,  /* as wide as the window; as high */
+  IMG_FIT_HEIGHT,
+  IMG_FIT_FILL,    /* no margin; what is too much scrolls */
+  IMG_FIT_STRETCH, /* exactly the window, out of proportion */
+  IMG_FIT_SIZE     /* as large as on paper, times zoom; of an image without resolution as _NONE */
+};
+enum {
+  IMG_VIEW_SQUARE = 1,   /* pixels are square: the resolution does not count */
+  IMG_VIEW_TOP_LEFT = 2, /* a picture smaller than the window lies top left, not centred */
+  IMG_VIEW_BACKGROUND =
+      4,                /* paint the background around the picture and under transparent pixels */
+  IMG_VIEW_NO_TONE = 8, /* neither tone nor gamma */
+  IMG_VIEW_KEEP = 16    /* keep what was drawn for the next drawing of this view */
+};
+enum { IMG_PIXELS_GREY = 8, IMG_PIXELS_BGR = 24, IMG_PIXELS_BGRX = 32 }; /* X is 255 */
+
+/* Zero everything, set `bytes`, then what you need. */
+typedef struct img_view {
+  int32_t bytes; /* sizeof(img_view); of a smaller one the rest counts as 0 */
+  int32_t source_x, source_y, source_width,
+      source_height;          /* image pixels; all 0: the crop rectangle */
+  int32_t width, height;      /* the window, device pixels */
+  int32_t fit;                /* IMG_FIT_... */
+  int32_t zoom;               /* thousandths, for IMG_FIT_NONE and IMG_FIT_SIZE; 0 counts as 1000 */
+  int32_t scroll_x, scroll_y; /* device pixels from the picture's top left corner */
+  int32_t device_dpi_x, device_dpi_y; /* dots per inch, for IMG_FIT_SIZE */
+  int32_t angle; /* degrees clockwise, added to the image's display angle: 0, 90, 180 or 270 */
+  int32_t flags; /* IMG_VIEW_... */
+  uint32_t background; /* 0x00BBGGRR */
+} img_view;
+
+typedef struct img_layout {
+  int32_t x, y, width, height;         /* the picture in the window; may reach beyond it */
+  int32_t scroll_x, scroll_y;          /* as used: clamped */
+  int32_t scroll_width, scroll_height; /* the largest scroll values; 0: everything is visible */
+  int32_t zoom_x, zoom_y;              /* thousandths of the picture's pixels, rounded */
+} img_layout;
+
+/* Where the picture lies. Where the resolutions differ and IMG_VIEW_SQUARE is not set, the coarser
+ * axis is stretched: the natural size of a fax page of 204 x 98 dots per inch is 2.08 times as high as
+ * its rows. Sides are rounded, halves up, and at least 1.
+ *
+ * This and the functions below return 0 (the two that map points: 1 inside of the picture, 0 outside,
+ * the nearest pixel then being given), IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY (also: no pixels),
+ * IMG_UNSUPPORTED (no view, `bytes` below 4; an unknown fit, angle or flag; a negative zoom; a
+ * picture's side above 67108864; no device resolution for IMG_FIT_SIZE), IMG_EMPTY_DISPLAY_RECT (a
+ * window side below 1), IMG_BAD_IMAGE (nothing of the image is in the source rectangle). */
+IMG_API int32_t IMG_CALL IMG_view_layout(int32_t image, const img_view* view, img_layout* out);
+
+/* Between pixels of the window and of the image. Of an enlarged picture a pixel of the image leads to
+ * the window and back to itself, of a reduced one a pixel of the window to the image and back. */
+IMG_API int32_t IMG_CALL IMG_window_to_image(int32_t image, const img_view* view, int32_t x,
+                                             int32_t y, int32_t* image_x, int32_t* image_y);
+IMG_API int32_t IMG_CALL IMG_image_to_window(int32_t image, const img_view* view, int32_t image_x,
+                                             int32_t image_y, int32_t* x, int32_t* y);
+
+/* Change zoom and scroll of a view: so that the point under window pixel x, y stays there, with another
+ * zoom in thousandths above 0 (a fit other than IMG_FIT_SIZE becomes IMG_FIT_NONE); by device pixels,
+ * as far as there is something to scroll to. IMG_UNSUPPORTED also when `bytes` of the view does not
+ * reach to scroll_y. On failure the view is unchanged. */
+IMG_API int32_t IMG_CALL IMG_zoom_view(int32_t image, img_view* view, int32_t x, int32_t y,
+                                       int32_t zoom);
+IMG_API int32_t IMG_CALL IMG_scroll_view(int32_t image, img_view* view, int32_t dx, int32_t dy);
+
+/* Makes rows of the window.
+ *
+ *   pixels_format  IMG_PIXELS_GREY (77 red + 151 green + 28 blue, of 256), _BGR or _BGRX
+ *   pixels         room for row `first_row`, column 0; row y is (y - first_row) * stride bytes behind
+ *   stride         bytes, at least those of a row, or at most minus that: rows from the bottom
+ *   first_row      with `rows`: which; they must be in the window
+ *
+ * Reduced, a pixel is the mean of what it covers, within 1 of the exact value and with the same bits
+ * on every machine; enlarged, the nearest one (IMGLOW_set_alias). 1-bit images become grey, without
+ * being expanded where they are run lists. Then brightness, contrast and gamma count
+ * (IMG_set_display_tone, IMG_set_gamma), and the raster operation (IMGLOW_set_rop): those that need no
+ * pattern work on the caller's pixels (else IMG_UNSUPPORTED). Pixels of the transparent colour show
+ * the background with IMG_VIEW_BACKGROUND, else what is in the caller's memory, for each pixel as far
+ * as it is made of them; with a raster operation other than SRCCOPY they are like others. Around the
+ * picture nothing is written without IMG_VIEW_BACKGROUND. Cyan to black become colours without a
+ * profile.
+ *
+ * Returns what IMG_view_layout does, or IMG_UNSUPPORTED for a format, stride or rows that cannot be;
+ * out of memory leaves the pixels undefined. */
+IMG_API int32_t IMG_CALL IMGLOW_render_view(int32_t image, const img_view* view,
+                                            int32_t pixels_format, void* pixels, intptr_t stride,
+                                            int32_t first_row, int32_t rows);
+
+/* Brightness and contrast, -100 to 100 each, 0 and 0 at first. A level v becomes 128 + d + 255
+ * brightness / 100 within 0 to 255, d being (v - 128) (100 + contrast) / 100 for a contrast of 0 and
+ * below, (v - 128) 100 / (100 - contrast) above, and for 100 black or white. Shown and printed images
+ * have it before gamma, and SAVED ones, too: on the palette up to 16 bits, on each byte of 24 and 32,
+ * of cyan to black on the levels that are left of white. IMG_copy_dib and IMG_copy_page give what is
+ * stored.
+ *
+ * Returns 0, IMG_BAD_HANDLE, IMG_UNSUPPORTED (a value out of range; nothing changes). */
+IMG_API int32_t IMG_CALL IMG_set_display_tone(int32_t image, int32_t brightness, int32_t contrast);
+
+/* Has a callback told of images, by the thread that is at work: IMG_IMAGE_MADE after a call that gave a
+ * new handle, _CHANGED after one that has changed pixels, palette or sides, _GOING before one that
+ * deletes (not of images that go with their context). It may call the library. Null: none. Belongs to
+ * the calling thread's context. Returns 0. */
+enum { IMG_IMAGE_MADE = 1, IMG_IMAGE_CHANGED = 2, IMG_IMAGE_GOING = 3 };
+IMG_API int32_t IMG_CALL IMG_set_display_callback(intptr_t context, img_display_fn callback);
+
+/* Draws a view into a window, a memory bitmap, a metafile (Windows).
+ *
+ *   hdc           the device context
+ *   x .. height   the window in it, in its logical units
+ *   view          null: IMG_FIT_WINDOW; its own width and height are not read
+ *
+ * Only what is to be repainted is rendered, and nothing is scaled by the system. Transparent pixels and
+ * what lies around the picture show what is there, on printers and metafiles white, unless the view
+ * has a background. Raster operations are those of the device. Afterwards IMGLOW_get_display_rect gives
+ * the picture's rectangle, cut to the window, in device units. With IMG_VIEW_KEEP the image keeps what
+ * was drawn (4 bytes a pixel of the window, up to 64 MB) for the next call with the same view: until
+ * the library changes its pixels. What a caller writes through the address of IMG_bitmap_info is not
+ * seen.
+ *
+ * Returns what IMG_view_layout does (IMG_EMPTY_DISPLAY_RECT: nothing is drawn or remembered), or
+ * IMG_WRITE_FAILED where the system refuses to draw, or IMG_UNSUPPORTED: no device context, or none on
+ * this system. */
+IMG_API int32_t IMG_CALL IMG_display_bitmap_iac(int32_t image, void* hdc, int32_t x, int32_t y,
+                                                int32_t width, int32_t height,
+                                                const img_view* view);
+
+/* The same in so many steps, at least 1, with an effect: 1 to 4 from left, right, top, bottom; 5, 6
+ * left and right halves opening, closing; 7, 8 upper and lower ones; 9, 10 a box from, to the centre;
+ * 11, 12 eight horizontal, vertical blinds; 13 a checkerboard; 14 a staircase of squares; 15 squares in
+ * disorder; 0 at once. Between steps it waits (IMGLOW_set_wipedelay); the progress callback is asked
+ * once a step, and a negative answer completes the picture at once, which is no failure. An unknown
+ * effect is IMG_UNSUPPORTED. */
+IMG_API int32_t IMG_CALL IMG_display_wipe(int32_t image, void* hdc, int32_t x, int32_t y,
+                                          int32_t width, int32_t height, const img_view* view,
+                                          int32_t effect, int32_t steps);
+
+/* What one step of an effect uncovers, for programs that draw by themselves: rectangles of x, y, width,
+ * height in a window. Over steps 0 to steps - 1 each pixel is uncovered exactly once.
+ *
+ *   room  of `rects`, in rectangles
+ *
+ * Returns their number; where that is more than `room`, nothing is written. IMG_UNSUPPORTED for an
+ * unknown effect or step, IMG_EMPTY_DISPLAY_RECT for a side below 1. */
+IMG_API int32_t IMG_CALL IMGLOW_wipe_rects(int32_t effect, int32_t step, int32_t steps,
+                                           int32_t width, int32_t height, int32_t* rects,
+                                           int32_t room);
+
+/* Draw onto a printer, between StartPage and EndPage (Windows): arguments and results as of
+ * IMG_display_bitmap_iac. All four of x to height 0: the printable area, in true size, or what of it
+ * fits. 1-bit images are sent as 1-bit pixels of the device, so that text stays sharp; a device of one
+ * bit gets others diffused (IMG_diffusion_mono). The second lets the device scale: the image's own
+ * pixels are sent, unless the view is turned or the picture has more pixels than the device. The
+ * progress callback is asked for each band, and a negative answer is the result: the caller then calls
+ * AbortDoc. */
+IMG_API int32_t IMG_CALL IMG_print_bitmap(int32_t image, void* hdc, int32_t x, int32_t y,
+                                          int32_t width, int32_t height, const img_view* view);
+IMG_API int32_t IMG_CALL IMG_print_bitmap_fast(int32_t image, void* hdc, int32_t x, int32_t y,
+                                               int32_t width, int32_t height, const img_view* view);
+
+/* Prints images, each on a page of its own, turned like the picture.
+ *
+ *   printer      its name; null: the default one
+ *   title        of the document, for the list of print jobs; null: none
+ *   output_file  prints to a file; null: to the printer's port
+ *   copies       at least 1, each of all pages
+ *   view         null: true size, or what of it fits
+ *
+ * Returns the number of pages printed, or IMG_CANNOT_OPEN (no such printer), IMG_WRITE_FAILED,
+ * IMG_UNSUPPORTED (no images or copies; no printing on this system), what IMG_print_bitmap returns. */
+IMG_API int32_t IMG_CALL IMG_print_pages(const int32_t* images, int32_t count, const char* printer,
+                                         const char* title, const char* output_file, int32_t copies,
+                                         const img_view* view);
+
+/* Puts what IMG_copy_dib gives on the clipboard, with a transparent colour also as a bitmap with alpha
+ * (CF_DIBV5); makes an image of what is there (Windows). `window` is the caller's, or null.
+ *
+ * Return 0 and an image handle, or IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_BAD_IMAGE (an empty crop
+ * rectangle; bad data), IMG_CANNOT_OPEN (no picture on the clipboard), IMG_WRITE_FAILED (another program
+ * has the clipboard), IMG_UNSUPPORTED (another system). */
+IMG_API int32_t IMG_CALL IMG_copy_to_clipboard(int32_t image, void* window);
+IMG_API int32_t IMG_CALL IMG_paste_from_clipboard(void* window);
+
+/* How long a frame of a GIF file is to be shown, in milliseconds: ten times what it says. Frames count
+ * from 0. IMG_CANNOT_OPEN, IMG_BAD_IMAGE, IMG_NO_ANIMATION_DELAY (it does not say),
+ * IMG_PAGE_PAST_END. */
+IMG_API int32_t IMG_CALL IMG_get_frame_delay(const char* name, int32_t frame);
+
+/* Opens a GIF file as an animation: an image of the screen's size, 32 bits of blue, green, red, on
+ * which the first frame has been drawn over white. It is an image like others; whatever changes its
+ * pixels is seen by later frames, and when it gets other sides or another depth the animation has
+ * ended. Deleting it ends the animation and closes the file.
+ *
+ * Returns a handle, or IMG_CANNOT_OPEN, IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY, IMG_NO_LZW_MODULE. */
+IMG_API int32_t IMG_CALL IMG_open_animation(const char* name);
+
+/* Draws the next frame, after the last one the first, as often as the file says.
+ *
+ *   delay  how long what is now seen is to stay, in milliseconds, as viewers do it: at least 20, of
+ *          shorter ones 100
+ *   frame  its number
+ *
+ * Returns 1, 0 when the last loop has ended (the last frame stays; delay and frame are its own),
+ * IMG_BAD_HANDLE, IMG_UNSUPPORTED (no animation, or one that has failed), IMG_OUT_OF_MEMORY, or what
+ * was wrong with the frame. */
+IMG_API int32_t IMG_CALL IMG_next_frame(int32_t canvas, int32_t* delay, int32_t* frame);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves
@@ -570,7 +790,7 @@ IMG_API int32_t IMG_CALL IMG_despeckle_bitmap(int32_t image, int32_t width, int3
 IMG_API int32_t IMG_CALL IMG_set_statusbar(intptr_t context, img_progress_fn callback,
                                            int32_t enable);
 
-/* Two values kept for the display layer. */
+/* Two values that are stored only: nothing reads or calls them. */
 IMG_API int32_t IMG_CALL IMGLOW_set_dispfunc(intptr_t a, intptr_t b);
 
 /* Reduces images while they are decoded: 8 (from 24 bits and above), 4 (from 8 and above) or 1
@@ -594,8 +814,11 @@ IMG_API int32_t IMG_CALL IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t wi
  * other value an ordered dither. It also chooses the palette of IMG_mediancut_color. Default 1. */
 IMG_API int32_t IMG_CALL IMGLOW_set_dithermode(int32_t mode);
 
-/* Kept for the display layer: treat palette images as colour; anti-aliasing and its quality; delay
- * of the wipe effect. */
+/* How images are shown. autocolor: other than 0, palettes that are all grey are shown as colours, too,
+ * which changes only how much work it is. alias: 0 takes the nearest pixels; other values, and at
+ * first: what is reduced is averaged. alias_quality: 0 averages whole pixels; 1, at first, exact
+ * areas; 2 also blends the pixels of what is enlarged, other than of 1 bit. wipedelay: milliseconds
+ * for a step, 10 at first; 0 to 1000 count. */
 IMG_API int32_t IMG_CALL IMGLOW_autocolor(int32_t flag);
 IMG_API int32_t IMG_CALL IMGLOW_set_alias(int32_t value);
 IMG_API int32_t IMG_CALL IMGLOW_set_alias_quality(int32_t value);

@@ -76,4 +76,64 @@ Status copy_dib(const ImageRecord& image, std::uint8_t* out) {
   return kOk;
 }
 
+namespace {
+
+// BITMAPV5HEADER, of which the rest is 0.
+struct V5Header {
+  BitmapInfoHeader front;
+  std::uint32_t red, green, blue, alpha;
+  std::uint32_t colour_space;
+  std::uint32_t endpoints[9], gamma[3];
+  std::uint32_t intent;
+  std::uint32_t profile[2], reserved;
+};
+static_assert(sizeof(V5Header) == 124);
+
+constexpr std::uint32_t kBitFields = 3, kSrgb = 0x73524742, kPerceptual = 4;
+
+}  // namespace
+
+std::uint64_t transparent_dib_bytes(const ImageRecord& image) {
+  const std::uint64_t row = row_bytes(image.crop.width, 32);
+  return sizeof(V5Header) + row * image.crop.height;
+}
+
+Status copy_transparent_dib(const ImageRecord& image, std::uint8_t* out) {
+  V5Header header{.front = copied_header(image),
+                  .red = 0x00FF0000,
+                  .green = 0x0000FF00,
+                  .blue = 0x000000FF,
+                  .alpha = 0xFF000000,
+                  .colour_space = kSrgb,
+                  .endpoints = {},
+                  .gamma = {},
+                  .intent = kPerceptual,
+                  .profile = {},
+                  .reserved = 0};
+  header.front.biSize = sizeof header;
+  header.front.biBitCount = 32;
+  header.front.biCompression = kBitFields;
+  header.front.biSizeImage = image_bytes(image.crop.width, image.crop.height, 32);
+  header.front.biClrUsed = 0;
+  std::memcpy(out, &header, sizeof header);
+  out += sizeof header;
+  const std::span<const Rgb> palette = palette_of(image);
+  const int transparent = image.transparent_colour & 255;
+  RowBuffer<std::uint8_t> stored;
+  TQ_TRY(stored.allocate(row_bytes(image.width, image.bits)));
+  const std::int32_t width = image.crop.width;
+  for (std::int32_t y = image.crop.height - 1; y >= 0; --y) {
+    TQ_TRY(get_raster(image, stored.data(), image.crop.y + y, 0));
+    pixels::for_each_index(stored.data(), image.bits, image.crop.x + width, [&](int x, int index) {
+      if (x < image.crop.x) return;
+      const Rgb colour = palette[index];
+      const std::uint8_t alpha = index == transparent ? 0 : 255;
+      const std::uint8_t pixel[4] = {colour.blue, colour.green, colour.red, alpha};
+      std::memcpy(out + 4 * std::ptrdiff_t{x - image.crop.x}, pixel, sizeof pixel);
+    });
+    out += 4 * std::ptrdiff_t{width};
+  }
+  return kOk;
+}
+
 }  // namespace tq::show

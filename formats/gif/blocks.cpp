@@ -2,6 +2,7 @@
 #include "formats/gif/blocks.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "io/endian.h"
 
@@ -21,17 +22,30 @@ bool read_palette(const Input& input, int flags, Frame& frame) {
   return true;
 }
 
-// Of the graphic control extension only the transparent colour counts.
+// An application's: how often the frames are to be shown (Netscape's extension).
+void read_loops(Input& input, Frame& frame) {
+  constexpr std::string_view kName = "NETSCAPE2.0";
+  for (const char c : kName) {
+    if (input.block_byte() != static_cast<unsigned char>(c)) return;
+  }
+  if (input.block_byte() != 1) return;
+  const int low = input.block_byte(), high = input.block_byte();
+  if (low >= 0 && high >= 0) frame.loops = low | high << 8;
+}
+
 bool read_extension(Input& input, Frame& frame) {
   const int label = input.byte();
   if (label < 0) return false;
   input.begin_blocks();
   if (label == kGraphicControl) {
     const int flags = input.block_byte();
-    input.block_byte();
-    input.block_byte();
+    const int low = input.block_byte(), high = input.block_byte();
     const int index = input.block_byte();
     frame.transparent = flags >= 0 && (flags & 1) != 0 && index >= 0 ? index : -1;
+    frame.disposal = flags >= 0 ? flags >> 2 & 7 : 0;
+    frame.delay = low >= 0 && high >= 0 ? low | high << 8 : -1;
+  } else if (label == kApplication) {
+    read_loops(input, frame);
   }
   return input.skip_blocks();
 }
@@ -55,6 +69,7 @@ Status find_frame(Input& input, std::int32_t wanted, Frame& frame) {
     const int introducer = input.byte();
     if (introducer == kExtension) {
       if (!read_extension(input, frame)) return StatusCode::bad_image;
+      global.loops = frame.loops;
       continue;
     }
     if (introducer != kImage) return found == 0 ? StatusCode::bad_image : StatusCode::page_past_end;

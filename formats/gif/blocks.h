@@ -15,7 +15,7 @@ namespace tq::gif {
 inline constexpr int kBlockBytes = 255;
 inline constexpr int kHasPalette = 0x80, kInterlaced = 0x40;  // flags of screen and image
 inline constexpr int kExtension = 0x21, kImage = 0x2C, kTrailer = 0x3B;  // what follows
-inline constexpr int kGraphicControl = 0xF9;                             // an extension
+inline constexpr int kGraphicControl = 0xF9, kApplication = 0xFF;        // extensions
 
 // Reads exactly what the format says is there: the stream may be memory that ends with the file.
 class Input {
@@ -81,6 +81,10 @@ struct Frame {
   Rgb background{};
   bool has_background = false;  // its colour is known
   int background_index = 0;
+  // Of animations.
+  int delay = -1;    // hundredths of a second; negative: the file does not say
+  int disposal = 0;  // of the frame, before the next one is drawn
+  int loops = -1;    // of the whole file, 0 for ever; negative: it does not say
 };
 
 // Leaves the input at the pixels of frame `wanted`.

@@ -100,6 +100,15 @@ class Screen {
 
 }  // namespace
 
+Status find_place(StreamHandle stream, std::int32_t wanted, FramePlace& place) {
+  Input input(stream);
+  Frame frame;
+  TQ_TRY(find_frame(input, wanted, frame));
+  place = {frame.left,          frame.top,   frame.width,    frame.height, frame.screen_width,
+           frame.screen_height, frame.delay, frame.disposal, frame.loops};
+  return kOk;
+}
+
 Status decode_on_screen(const DecodeRequest& request, formats::Decoder decode_frame) {
   const std::int32_t start = request.start();
   Frame frame;

@@ -11,6 +11,7 @@
 #include "tests/support/image_builder.h"
 #include "tests/support/library_test.h"
 #include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq::test {
 namespace {
@@ -77,6 +78,107 @@ TEST_F(Gif, FramesAreChosenByPage) {
   EXPECT_THAT(second.rows, ElementsAre(Bytes{0x32, 0, 0, 0}, Bytes{0x10, 0, 0, 0}));
   EXPECT_EQ(second.transparent, IMG_NO_TRANSPARENCY);
   EXPECT_EQ(decode(file, 2).status, IMG_PAGE_PAST_END);
+}
+
+Bytes placed(Bytes frame, std::uint8_t x, std::uint8_t y) {
+  frame[1] = x;
+  frame[3] = y;
+  return frame;
+}
+Bytes control(int disposal, std::uint16_t delay) {
+  Bytes bytes = kControl;
+  bytes[3] = byte(disposal << 2 | 1);
+  bytes[4] = byte(delay);
+  bytes[5] = byte(delay >> 8);
+  return bytes;
+}
+std::uint64_t digest_of(std::int32_t canvas) {
+  Digest digest;
+  for (const Bytes& row : rows_of_image(canvas)) digest.add(row);
+  return digest.value();
+}
+
+// Frames of all disposals, over the edge too; the digests are of what ImageMagick shows
+// over white; Pillow agrees, but for what follows the frame over the edge.
+TEST_F(Gif, AnimationsAreDrawnFrameByFrame) {
+  const Bytes once_more = {0x21, 0xFF, 11,  'N', 'E', 'T', 'S', 'C', 'A', 'P',
+                           'E',  '2',  '.', '0', 3,   1,   1,   0,   0};
+  const Bytes file = joined({kScreen,
+                             once_more,
+                             control(1, 5),
+                             placed(frame(0, 1, 2, 3), 0, 0),
+                             control(2, 1),
+                             placed(frame(1, 1, 0, 2), 1, 1),
+                             control(3, 7),
+                             placed(frame(0, 0, 1, 1), 1, 0),
+                             control(0, 300),
+                             placed(frame(1, 0, 0, 0), 8, 8),
+                             control(3, 0),
+                             placed(frame(0, 1, 1, 0), 2, 2),
+                             placed(frame(1, 2, 2, 0), 0, 2),
+                             {0x3B}});
+  const ScratchFolder folder;
+  const std::string name = folder.file("animation.gif");
+  write_file(name, file);
+  EXPECT_EQ(IMG_get_frame_delay(name.c_str(), 3), 3000);
+  EXPECT_EQ(IMG_get_frame_delay(name.c_str(), 4), 0);
+  EXPECT_EQ(IMG_get_frame_delay(name.c_str(), 5), IMG_NO_ANIMATION_DELAY);
+  EXPECT_EQ(IMG_get_frame_delay(name.c_str(), 6), IMG_PAGE_PAST_END);
+  EXPECT_EQ(IMG_get_frame_delay("nowhere.gif", 0), IMG_CANNOT_OPEN);
+  const struct {
+    std::uint64_t digest;
+    std::int32_t delay;
+  } kFrames[] = {{0x31c632e1ad2a57b4, 50},   {0xe43a98621a7a4a2d, 100}, {0xbce4d91b7f502f5, 70},
+                 {0xffa8af36b0e7adf5, 3000}, {0xb908ceffec8252d, 100},  {0, 100}};
+  const Image canvas(IMG_open_animation(name.c_str()));
+  ASSERT_GE(canvas, 0);
+  EXPECT_EQ(header_of_image(canvas).biBitCount, 32);
+  EXPECT_EQ(digest_of(canvas), kFrames[0].digest);
+  std::int32_t delay = 0, number = 0;
+  for (int shown = 1; shown < 12; ++shown) {
+    const auto& expected = kFrames[shown % 6];
+    ASSERT_EQ(IMG_next_frame(canvas, &delay, &number), 1);
+    EXPECT_EQ(number, shown % 6);
+    EXPECT_EQ(delay, expected.delay);
+    if (expected.digest != 0) {
+      EXPECT_EQ(digest_of(canvas), expected.digest) << number;
+    }
+  }
+  EXPECT_EQ(IMG_next_frame(canvas, &delay, &number), 0);
+  EXPECT_EQ(number, 5);
+  EXPECT_EQ(IMG_mirror_bitmap(canvas), 0);
+  EXPECT_EQ(IMG_next_frame(canvas, &delay, &number), 0);
+  EXPECT_EQ(IMG_promote_24(canvas), 0);
+  EXPECT_EQ(IMG_next_frame(canvas, &delay, &number), IMG_UNSUPPORTED);
+}
+
+std::int32_t IMG_CB_STD delete_canvas(std::intptr_t canvas, std::int32_t) {
+  return IMG_delete_bitmap(*reinterpret_cast<std::int32_t*>(canvas));
+}
+
+TEST_F(Gif, AnimationsEndWithTheirImageAndWithBrokenFrames) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("animation.gif");
+  Bytes second = frame(3, 2, 1, 0);
+  second[10] = 9;  // bits of a pixel
+  write_file(name, joined({kScreen, frame(0, 1, 2, 3), second, {0x3B}}));
+  const Image canvas(IMG_open_animation(name.c_str()));
+  EXPECT_EQ(IMG_next_frame(canvas, nullptr, nullptr), IMG_BAD_IMAGE);
+  EXPECT_EQ(IMG_next_frame(canvas, nullptr, nullptr), IMG_UNSUPPORTED);
+  write_file(name, joined({kScreen, frame(0, 1, 2, 3), frame(3, 2, 1, 0), {0x3B}}));
+  std::int32_t deleted = IMG_open_animation(name.c_str());
+  IMG_set_statusbar(reinterpret_cast<std::intptr_t>(&deleted), delete_canvas, 1);
+  const std::int32_t result = IMG_next_frame(deleted, nullptr, nullptr);
+  IMG_set_statusbar(0, nullptr, 0);
+  if (result != IMG_BAD_HANDLE) {
+    EXPECT_EQ(result, 1) << "the module reports no progress";
+    IMG_delete_bitmap(deleted);
+  }
+  const Image still = make_image(2, 8, {{1, 2, 0, 0}});
+  EXPECT_EQ(IMG_next_frame(still, nullptr, nullptr), IMG_UNSUPPORTED);
+  EXPECT_EQ(IMG_open_animation("nowhere.gif"), IMG_CANNOT_OPEN);
+  write_file(name, kScreen);
+  EXPECT_EQ(IMG_open_animation(name.c_str()), IMG_BAD_IMAGE);
 }
 
 // With READING the first frame stands at 1, 1 of the screen, whose other pixels are of the background.

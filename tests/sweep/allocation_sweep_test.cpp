@@ -30,6 +30,15 @@ std::int32_t IMG_CB_C supply_zeros(void*, void* dest, std::int32_t, std::int32_t
   return 0;
 }
 
+std::int32_t render_small(std::int32_t image, std::int32_t fit, std::uint8_t* pixels) {
+  img_view view{};
+  view.bytes = sizeof view;
+  view.width = 7;
+  view.height = 3;
+  view.fit = fit;
+  return IMGLOW_render_view(image, &view, IMG_PIXELS_BGRX, pixels, 28, 0, 3);
+}
+
 // What the calls work on; global blocks are made before anything is refused.
 struct Material {
   explicit Material(const ScratchFolder& folder)
@@ -246,6 +255,17 @@ std::vector<Call> calls(Material& m) {
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 2, 0, 0)},
       {"IMG_level_background", call(IMG_level_background, Watched::kDeep)},
       {"IMG_despeckle_bitmap", call(IMG_despeckle_bitmap, Watched::kRuns, 9, 9, 7)},
+      {"IMGLOW_render_view", [row] { return render_small(Watched::kRuns, IMG_FIT_WINDOW, row); }},
+      {"IMGLOW_render_view", [row] { return render_small(Watched::kDeep, IMG_FIT_FILL, row); }},
+      {"IMGLOW_render_view", [row] { return render_small(Watched::kPlain, IMG_FIT_NONE, row); }},
+      {"IMG_open_animation", call(IMG_open_animation, "corpus/gif/frames.gif")},
+      {"IMG_next_frame",
+       [] {
+         const std::int32_t canvas = IMG_open_animation("corpus/gif/frames.gif");
+         const std::int32_t next = canvas < 0 ? canvas : IMG_next_frame(canvas, nullptr, nullptr);
+         if (canvas >= 0) IMG_delete_bitmap(canvas);
+         return next;
+       }},
       {"IMG_delete_bitmap", call(IMG_delete_bitmap, Watched::kDeep)},
       {"IMG_delete_bitmap_keep",
        [&m] { return IMG_delete_bitmap_keep(IMG_create_handle_keep(&m.dib[14])); }},
@@ -335,9 +355,13 @@ const char* const kWithoutMemory =
     "IMGLOW_set_dispfunc IMGLOW_set_dithermode IMGLOW_set_fileio IMGLOW_set_jpg_interleave "
     "IMGLOW_set_rop IMGLOW_set_transp_color IMGLOW_set_wipedelay IMGLOW_unset_auto_detect "
     "IMG_bitmap_info IMG_bitmap_palette IMG_create_handle_ddb IMG_get_bitmap_palette "
+    "IMGLOW_wipe_rects IMG_copy_to_clipboard IMG_display_bitmap_iac IMG_display_wipe "
+    "IMG_get_frame_delay IMG_paste_from_clipboard IMG_print_bitmap IMG_print_bitmap_fast "
+    "IMG_print_pages "
+    "IMG_image_to_window IMG_scroll_view IMG_view_layout IMG_window_to_image IMG_zoom_view "
     "IMG_delete_context IMG_get_croprect IMG_get_damage IMG_get_format IMG_get_option "
     "IMG_get_resolution IMG_ifl_version IMG_library_version IMG_new_context IMG_set_croprect "
-    "IMG_set_display_angle "
+    "IMG_set_display_angle IMG_set_display_callback IMG_set_display_tone "
     "IMG_set_encrypt IMG_set_gamma IMG_set_option IMG_set_resolution IMG_set_statusbar "
     "IMG_status_text "
     "IMG_use_context ";

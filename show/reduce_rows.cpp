@@ -1,0 +1,262 @@
+// Rows are weighed first, then columns: sums of whole numbers, divided once.
+#include "show/reduce_rows.h"
+
+#include <algorithm>
+#include <array>
+
+#include "pixels/rows.h"
+
+namespace tq::show {
+namespace {
+
+constexpr std::uint64_t kMostWeighed = 1 << 20;  // in one sum: 255 times that fits 32 bits
+constexpr int kMeanBits = 40;                    // behind the point of a mean
+constexpr std::int32_t kWhole = 255 << 8;        // of a share
+
+// For each byte of bits: 1 where a bit is 0.
+constexpr auto kZeros = [] {
+  std::array<std::array<std::uint8_t, 8>, 256> table{};
+  for (int bits = 0; bits < 256; ++bits) {
+    for (int x = 0; x < 8; ++x) table[bits][x] = (bits >> (7 - x) & 1) == 0 ? 1 : 0;
+  }
+  return table;
+}();
+
+// 8 bits behind the point.
+constexpr std::uint32_t mean8(std::uint64_t mean40) {
+  return static_cast<std::uint32_t>((mean40 + (std::uint64_t{1} << 31)) >> 32);
+}
+
+}  // namespace
+
+ShownRows::Divisor::Divisor(std::uint64_t total) {
+  while (total >> shift >= std::uint64_t{1} << 23) ++shift;
+  inverse = (std::uint64_t{1} << kMeanBits) / (total >> shift);
+}
+
+Status ShownRows::open(const Part& columns, const Part& rows) {
+  const std::int32_t count = columns.end - columns.first;
+  across_ = columns.spans;
+  down_ = rows.spans;
+  nearest_ = across_.is_nearest() && down_.is_nearest();
+  TQ_TRY(columns_.allocate(count));
+  // In the order of the image.
+  for (std::int32_t i = 0; i < count; ++i) {
+    const std::int32_t shown = columns.axis.from_end ? columns.end - 1 - i : columns.first + i;
+    columns_[i] = across_.at(shown);
+  }
+  TQ_TRY(samples_.open(columns_[0].first, columns_[count - 1].last + 1));
+  straight_ = nearest_ && columns_[count - 1].last - columns_[0].first + 1 == count;
+  for (std::int32_t i = 0; straight_ && i < count; ++i) {
+    straight_ = columns_[i].first == columns_[0].first + i;
+  }
+  const bool shares = samples_.channels() == 4;
+  row_.channels = samples_.channels() == 1 ? 1 : 3;
+  TQ_TRY(colours_.allocate(row_.channels * std::int64_t{count}));
+  if (shares) {
+    TQ_TRY(share_.allocate(count));
+    row_.share = share_.data();
+  }
+  row_.colours = colours_.data();
+  if (!nearest_) return open_means(columns);
+  return room_.allocate(samples_.room());
+}
+
+Status ShownRows::open_means(const Part& columns) {
+  const std::int32_t count = columns.end - columns.first;
+  const std::int64_t columns_read = samples_.columns();
+  channels_ = is_mono() ? 1 : samples_.channels();
+  const std::int64_t room = is_mono() ? (columns_read + 7) & -8 : samples_.room();
+  TQ_TRY(totals_.allocate(count));
+  std::transform(columns_.data(), columns_.data() + count, totals_.data(),
+                 [this](const Span& span) { return across_.total(span); });
+  least_total_ = *std::min_element(totals_.data(), totals_.data() + count);
+  TQ_TRY(room_.allocate(Kernels::kRows * room));
+  room_bytes_ = static_cast<std::ptrdiff_t>(room);
+  TQ_TRY(weighed_samples_.allocate(columns_read * channels_));
+  TQ_TRY(sums_.allocate(std::int64_t{count} * channels_));
+  if (!image_.in_runs) return kOk;
+  return runs_.open(columns_.pixels(), across_, image_.width);
+}
+
+ShownRow ShownRows::read(std::int32_t shown) {
+  const Span rows = down_.at(shown);
+  if (rows == made_) return row_;
+  made_ = rows;
+  if (nearest_) {
+    make_nearest(rows.first);
+  } else {
+    make_means(rows);
+  }
+  return row_;
+}
+
+void ShownRows::make_nearest(std::int32_t y) {
+  const std::uint8_t* const row = samples_.read(y, room_.data());
+  const int channels = samples_.channels();
+  const std::span<const Span> columns = columns_.pixels();
+  const std::uint8_t* const from = row - std::ptrdiff_t{channels} * samples_.base();
+  std::uint8_t* const out = colours_.data();
+  if (straight_ && channels != 4) {
+    row_.colours = from + std::ptrdiff_t{channels} * columns[0].first;
+    return;
+  }
+  for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {
+    const std::uint8_t* const pixel = from + std::ptrdiff_t{channels} * columns[i].first;
+    if (channels == 1) {
+      out[i] = *pixel;
+      continue;
+    }
+    std::memcpy(out + 3 * i, pixel, 3);
+    if (channels == 4) share_[i] = pixel[3];
+  }
+}
+
+void ShownRows::make_means(const Span& rows) {
+  std::fill_n(sums_.data(), sums_.size(), std::uint64_t{0});
+  std::uint32_t height = 0;
+  for (std::int32_t y = rows.first; y <= rows.last; ++y) {
+    const std::uint32_t weight = y == rows.first  ? rows.first_weight
+                                 : y == rows.last ? rows.last_weight
+                                                  : down_.one();
+    gather(y, weight);
+    height += weight;
+  }
+  if (gathered_count_ > 0) weigh();
+  if (weighed_ > 0) add_columns();
+  if (any_runs_) runs_.take(totals_.pixels(), sums_.pixels());
+  any_runs_ = false;
+  finish(height);
+}
+
+// One more row of the present sum.
+void ShownRows::gather(std::int32_t y, std::uint32_t weight) {
+  std::span<const std::uint8_t> bits;
+  if (image_.in_runs) {
+    const RowView row = view_row(image_, y);
+    if (!row.transitions.empty()) {
+      runs_.add(row.transitions, weight);
+      any_runs_ = true;
+    }
+    bits = row.bits;
+    if (bits.empty()) return;
+  } else if (is_mono()) {
+    bits = plain_row(image_, y);
+  }
+  if (weighed_ + weight > kMostWeighed) {
+    weigh();
+    add_columns();
+  }
+  std::uint8_t* const room = room_.data() + gathered_count_ * room_bytes_;
+  if (is_mono()) {
+    const std::uint8_t* const from = bits.data() + samples_.base() / 8;
+    for (std::ptrdiff_t i = 0; i < room_bytes_ / 8; ++i) {
+      std::memcpy(room + 8 * i, kZeros[from[i]].data(), 8);
+    }
+    gathered_[gathered_count_] = room;
+  } else {
+    gathered_[gathered_count_] = samples_.read(y, room);
+  }
+  weights_[gathered_count_++] = word(weight);
+  weighed_ += weight;
+  if (gathered_count_ == Kernels::kRows) weigh();
+}
+
+void ShownRows::weigh() {
+  std::uint64_t now = 0;
+  for (int i = 0; i < gathered_count_; ++i) now += weights_[i];
+  kernels_.weigh_rows(gathered_, weights_, gathered_count_, weighed_samples_.data(),
+                      static_cast<std::ptrdiff_t>(weighed_samples_.size()), weighed_ > now);
+  gathered_count_ = 0;
+}
+
+void ShownRows::add_columns() {
+  switch (channels_) {
+    case 1:
+      add_columns<1>();
+      break;
+    case 3:
+      add_columns<3>();
+      break;
+    default:
+      add_columns<4>();
+      break;
+  }
+  weighed_ = 0;
+}
+
+template <int kChannels>
+void ShownRows::add_columns() {
+  const std::uint64_t one = across_.one();
+  const std::uint32_t* const samples =
+      weighed_samples_.data() - std::ptrdiff_t{kChannels} * samples_.base();
+  std::uint64_t* sums = sums_.data();
+  for (const Span& span : columns_.pixels()) {
+    const std::uint32_t* const first = samples + std::ptrdiff_t{kChannels} * span.first;
+    const std::uint32_t* const last = samples + std::ptrdiff_t{kChannels} * span.last;
+    std::uint64_t inner[kChannels] = {};
+    for (const std::uint32_t* at = first + kChannels; at < last; at += kChannels) {
+      for (int i = 0; i < kChannels; ++i) inner[i] += at[i];
+    }
+    for (int i = 0; i < kChannels; ++i) {
+      sums[i] += std::uint64_t{first[i]} * span.first_weight + inner[i] * one +
+                 std::uint64_t{last[i]} * span.last_weight;
+    }
+    sums += kChannels;
+  }
+}
+
+// Sums to colours.
+void ShownRows::finish(std::uint32_t height) {
+  const std::uint32_t other_total =
+      *std::max_element(totals_.data(), totals_.data() + totals_.size());
+  const Divisor divisors[2] = {Divisor(std::uint64_t{height} * least_total_),
+                               Divisor(std::uint64_t{height} * other_total)};
+  if (is_mono()) return finish_mono(divisors);
+  const std::uint64_t* sums = sums_.data();
+  std::uint8_t* out = colours_.data();
+  constexpr std::uint64_t kHalf = std::uint64_t{1} << (kMeanBits - 1);
+  const auto count = std::ssize(columns_.pixels());
+  for (std::ptrdiff_t x = 0; x < count; ++x, sums += channels_, out += row_.channels) {
+    const Divisor& divisor = divisors[totals_[x] != least_total_];
+    if (channels_ != 4) {
+      for (int i = 0; i < channels_; ++i) {
+        out[i] = byte((divisor.mean40(sums[i]) + kHalf) >> kMeanBits);
+      }
+      continue;
+    }
+    const std::uint32_t share = mean8(divisor.mean40(sums[3]));
+    share_[x] = byte((share + 128) >> 8);
+    for (int i = 0; i < 3; ++i) {
+      const std::uint32_t part = mean8(divisor.mean40(sums[i]));
+      out[i] = byte(share == 0 ? 0 : std::min((part * 255 + share / 2) / share, 255u));
+    }
+  }
+}
+
+// Between the two colours by the share of the first.
+void ShownRows::finish_mono(const Divisor* divisors) {
+  const std::span<const Rgb> palette = palette_of(image_);
+  const Rgb zero = palette[0], one = palette[1];
+  const int transparent = row_.share != nullptr ? image_.transparent_colour & 255 : -1;
+  const auto mix = [](int a, int b, std::int32_t part) {
+    return byte((b * kWhole + (a - b) * part + kWhole / 2) / kWhole);
+  };
+  std::uint8_t* out = colours_.data();
+  const auto count = std::ssize(columns_.pixels());
+  for (std::ptrdiff_t x = 0; x < count; ++x, out += row_.channels) {
+    const Divisor& divisor = divisors[totals_[x] != least_total_];
+    auto part = static_cast<std::int32_t>(mean8(255 * divisor.mean40(sums_[x])));
+    if (transparent >= 0) {
+      const std::int32_t opaque = transparent == 0 ? kWhole - part : part;
+      share_[x] = byte((opaque + 128) >> 8);
+      part = transparent == 0 ? 0 : kWhole;
+    }
+    out[0] = mix(zero.blue, one.blue, part);
+    if (row_.channels == 1) continue;
+    out[1] = mix(zero.green, one.green, part);
+    out[2] = mix(zero.red, one.red, part);
+  }
+}
+
+}  // namespace tq::show

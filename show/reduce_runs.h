@@ -1,0 +1,39 @@
+// Run lists in columns, without a pixel of them being drawn: a run adds what it covers of the columns
+// where it begins and ends, and one sum over the columns fills what lies between.
+#pragma once
+
+#include <span>
+
+#include "core/memory.h"
+#include "core/run_storage.h"
+#include "show/spans.h"
+
+namespace tq::show {
+
+class RunColumns {
+ public:
+  // `columns` ascend in the image.
+  Status open(std::span<const Span> columns, const Spans& spans, std::int32_t width);
+
+  // The black pixels of a row, times a weight.
+  void add(Transitions row, std::uint32_t weight);
+
+  // Adds what has been gathered to a sum for each column, and begins anew.
+  void take(std::span<const std::uint32_t> totals, std::span<std::uint64_t> sums);
+
+ private:
+  // Of a place between two pixels: the first column that has something behind it, and how much.
+  struct Place {
+    std::int32_t column = 0;
+    std::uint32_t behind = 0;
+  };
+  struct Change {
+    std::int64_t part = 0, whole = 0;  // of this column; of each one behind it
+  };
+
+  std::int32_t first_ = 0, end_ = 0;  // of the pixels that columns have
+  RowBuffer<Place> places_;
+  RowBuffer<Change> changes_;
+};
+
+}  // namespace tq::show
