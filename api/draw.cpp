@@ -1,11 +1,11 @@
 // Exports that draw and print, and the clipboard.
+#include "show/draw.h"
 #include "api/abi.h"
 #include "core/image_create.h"
 #include "dispatch/dispatch.h"
 #include "include/tarnquill.h"
 #include "platform/surface.h"
 #include "show/dib_copy.h"
-#include "show/draw.h"
 
 using tq::ImageHandle;
 using tq::ImageRecord;
@@ -35,8 +35,8 @@ Status copy_to_clipboard(const ImageRecord& image, void* window) {
   tq::GlobalBlock plain, transparent;
   TQ_TRY(plain.allocate(tq::show::dib_copy_bytes(image)));
   TQ_TRY(tq::show::copy_dib(image, plain.data()));
-  tq::platform::ClipboardItem items[2] = {
-      {tq::platform::kClipboardDib, plain.data(), plain.size()}, {}};
+  tq::platform::ClipboardItem items[2] = {{tq::platform::kClipboardDib, plain.data(), plain.size()},
+                                          {}};
   int count = 1;
   const bool known = image.bits == 1 || image.bits == 4 || image.bits == 8;
   if (image.has_transparent && known) {
@@ -89,8 +89,8 @@ std::int32_t IMG_CALL IMG_print_bitmap(std::int32_t image, void* hdc, std::int32
 }
 
 std::int32_t IMG_CALL IMG_print_bitmap_fast(std::int32_t image, void* hdc, std::int32_t x,
-                                            std::int32_t y, std::int32_t width,
-                                            std::int32_t height, const img_view* view) {
+                                            std::int32_t y, std::int32_t width, std::int32_t height,
+                                            const img_view* view) {
   return with_pixels(image, [=](ImageRecord&) {
     return tq::show::print_bitmap(ImageHandle{image}, hdc, {x, y, width, height}, view, true);
   });
@@ -108,8 +108,7 @@ std::int32_t IMG_CALL IMG_print_pages(const std::int32_t* images, std::int32_t c
 }
 
 std::int32_t IMG_CALL IMG_copy_to_clipboard(std::int32_t image, void* window) {
-  return with_pixels(image,
-                     [=](ImageRecord& record) { return copy_to_clipboard(record, window); });
+  return with_pixels(image, [=](ImageRecord& record) { return copy_to_clipboard(record, window); });
 }
 
 std::int32_t IMG_CALL IMG_paste_from_clipboard(void* window) {

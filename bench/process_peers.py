@@ -38,6 +38,7 @@ def main():
     measure("24 turned by 1.3, bilinear", colour, lambda p: p.rotate(-1.3, Image.BILINEAR))
     measure("24 mirrored", colour, lambda p: p.transpose(Image.FLIP_LEFT_RIGHT))
     measure("24 area 1/2", colour, lambda p: p.reduce(2))
+    measure("24 area 1600 x 1200", colour, lambda p: p.resize((1600, 1200), Image.BOX))
     measure("24 area 777x583", colour, lambda p: p.resize((777, 583), Image.BOX))
     measure("24 Lanczos 1/2", colour, lambda p: p.resize((2000, 1500), Image.LANCZOS))
     measure("24 -> fixed palette, Floyd-Steinberg", colour, lambda p: p.quantize(palette=levels, dither=1))

@@ -33,9 +33,9 @@ struct Animation {
   OpenFile file;
   ImageHandle canvas{-1};
   std::uint64_t serial = 0;
-  FramePlace place;             // of the frame that was drawn last
-  std::int32_t frame = 0;       // its number
-  std::int32_t loop = 0;        // how often the last frame has been drawn
+  FramePlace place;                // of the frame that was drawn last
+  std::int32_t frame = 0;          // its number
+  std::int32_t loop = 0;           // how often the last frame has been drawn
   std::uint8_t* before = nullptr;  // pixels that the next frame brings back, or null
   bool failed = false;
   bool at_work = false, deleted = false;
@@ -112,8 +112,7 @@ class FrameRows {
     const std::int32_t width = std::min(part_.width, header.biWidth);
     const bool whole = std::ssize(stored) >= row_bytes(header.biWidth, header.biBitCount);
     if (y < 0 || y >= part_.height || width < 1 || !whole) return kOk;
-    const int transparent =
-        (header.biClrUsed & kTransparent) != 0 ? header.biClrUsed & 0xFF : -1;
+    const int transparent = (header.biClrUsed & kTransparent) != 0 ? header.biClrUsed & 0xFF : -1;
     std::uint8_t* const out =
         plain_row(*image, part_.y + y).data() + std::ptrdiff_t{kPixel} * part_.x;
     pixels::for_each_index(stored.data(), header.biBitCount, width, [&](int x, int index) {

@@ -259,7 +259,7 @@ void remove() {
 
 void set_value() {
   const std::int32_t image = choose_image();
-  const std::int32_t kind = in().below(5), value = in().any_int();
+  const std::int32_t kind = in().below(6), value = in().any_int();
   const std::int32_t y = in().any_int();
   const std::int32_t width = in().any_int(), height = in().any_int();
   const std::int64_t result = call(image, [&] {
@@ -267,6 +267,7 @@ void set_value() {
     if (kind == 1) return IMG_set_gamma(image, value);
     if (kind == 2) return IMGLOW_set_rop(image, value);
     if (kind == 3) return IMG_set_display_angle(image, value);
+    if (kind == 5) return IMG_set_display_tone(image, value, y);
     return IMGLOW_set_transp_color(image, value);
   });
   if (result != 0 || !exists(image)) return;
@@ -425,6 +426,42 @@ void save_rows() {
   });
 }
 
+// Any view in a window of some size; nothing is written around it.
+void show_view() {
+  const std::int32_t image = choose_image();
+  img_view view{};
+  std::int32_t* const fields[] = {&view.source_x,      &view.source_y,     &view.source_width,
+                                  &view.source_height, &view.zoom,         &view.scroll_x,
+                                  &view.scroll_y,      &view.device_dpi_x, &view.device_dpi_y};
+  const std::uint8_t some = in().u8();
+  for (std::size_t i = 0; i < std::size(fields); ++i) {
+    if ((some >> i % 8 & 1) != 0) *fields[i] = in().any_int();
+  }
+  view.bytes = some == 99 ? in().any_int() % 100 : static_cast<std::int32_t>(sizeof view);
+  view.width = 1 + in().below(64);
+  view.height = 1 + in().below(32);
+  view.fit = in().below(9);
+  view.angle = 90 * in().below(5);
+  view.flags = in().below(64);
+  IMG_zoom_view(image, &view, in().u8(), in().u8(), in().any_int());
+  IMG_scroll_view(image, &view, in().any_int(), in().any_int());
+  std::int32_t x = 0, y = 0;
+  IMG_window_to_image(image, &view, in().any_int(), in().any_int(), &x, &y);
+  IMG_image_to_window(image, &view, x, y, &x, &y);
+  constexpr std::int32_t kFormats[] = {IMG_PIXELS_GREY, IMG_PIXELS_BGR, IMG_PIXELS_BGRX, 16};
+  const std::int32_t format = kFormats[in().below(4)];
+  const std::int32_t first = in().below(view.height + 1), rows = in().below(32);
+  const std::ptrdiff_t stride = view.width * format / 8 + in().below(4);
+  constexpr std::ptrdiff_t kGuard = 64;
+  Memory pixels(static_cast<std::size_t>(2 * kGuard + stride * rows), 0x5A);
+  call(image, [&] {
+    return IMGLOW_render_view(image, &view, format, &pixels[kGuard], stride, first, rows);
+  });
+  for (std::size_t i = 0; i < kGuard; ++i) {
+    TQ_CLAIM(pixels[i] == 0x5A && pixels[pixels.size() - 1 - i] == 0x5A);
+  }
+}
+
 void step() {
   if (++session->calls > kMostCalls) return;
   if (session->images.size() >= kMostImages) return remove();
@@ -433,7 +470,7 @@ void step() {
       move_rows,    move_palette,      convert,     set_setting,    save_to_memory,
       save_rows,    reset_settings,    decode,      decode,         convert,
       convert,      set_setting,       set_setting, save_to_memory, move_rows,
-      decode};
+      decode,       show_view};
   kActions[in().below(std::size(kActions))]();
 }
 

@@ -86,8 +86,8 @@ enum class Clipboard : std::uint8_t { done, taken, no_memory, nothing };
 Clipboard put_on_clipboard(void* window, const ClipboardItem* items, int count);
 
 // Hands the first DIB that is there to `take`.
-Clipboard take_from_clipboard(void* window, void (*take)(void* self, const void* bytes,
-                                                          std::size_t size),
+Clipboard take_from_clipboard(void* window,
+                              void (*take)(void* self, const void* bytes, std::size_t size),
                               void* self);
 
 // Whether there is a window system at all.

@@ -4,9 +4,9 @@
 #include <algorithm>
 
 #include "core/context.h"
+#include "pixels/colours.h"
 #include "platform/surface.h"
 #include "show/dib_copy.h"
-#include "pixels/colours.h"
 #include "show/render.h"
 #include "show/wipe.h"
 
@@ -19,6 +19,7 @@ using platform::Drawing;
 constexpr std::int64_t kBandBytes = 256 << 10;
 constexpr std::int64_t kPrintedBandBytes = 1 << 20;  // printers fail on large ones
 constexpr std::int64_t kMostKept = 64 << 20;
+constexpr std::int32_t kFarthest = 1 << 28;  // from the device's corner, pixels
 
 Rect common(const Rect& a, const Rect& b) {
   const std::int32_t x = std::max(a.x, b.x), y = std::max(a.y, b.y);
@@ -66,8 +67,12 @@ Key key_of(const ImageRecord& image, const img_view& view) {
 // An image on a device.
 class Plot {
  public:
-  Plot(ImageHandle handle, void* context)
-      : handle_(handle), drawing_(context), device_(context), serial_(image_record(handle).serial) {}
+  Plot(ImageHandle handle, void* context, bool prints = false)
+      : handle_(handle),
+        drawing_(context),
+        device_(context),
+        serial_(image_record(handle).serial),
+        prints_(prints) {}
 
   // Finds the window on the device and the picture in it.
   Status open(const Rect& place, const img_view* view);
@@ -80,9 +85,7 @@ class Plot {
   Status fit_to_page(const Rect& place, const img_view* view);
   bool shows_through() const;
   bool is_grey() const;
-  Rect picture() const {
-    return {layout_.x.at, layout_.y.at, layout_.x.shown, layout_.y.shown};
-  }
+  Rect picture() const { return {layout_.x.at, layout_.y.at, layout_.x.shown, layout_.y.shown}; }
   Rect seen() const { return common(picture(), {0, 0, window_.width, window_.height}); }
 
   Status next_band();
@@ -94,8 +97,8 @@ class Plot {
   Status put_whole(const Rect& part, std::int32_t operation, const std::uint8_t* pixels) const;
   Status keep_whole(const std::uint8_t*& pixels);
   Status send_rows();
-  Status put(const Rect& band, const HeaderBlock& header, const void* rows,
-             std::int32_t from_x, std::int32_t operation) const;
+  Status put(const Rect& band, const HeaderBlock& header, const void* rows, std::int32_t from_x,
+             std::int32_t operation) const;
 
   ImageHandle handle_;
   Drawing drawing_;
@@ -108,7 +111,7 @@ class Plot {
   Manner manner_ = Manner::of_settings();
   Rect window_;  // on the device
   Rect clip_;    // in the window
-  bool prints_ = false;
+  bool prints_;
 };
 
 Status Plot::open(const Rect& place, const img_view* view) {
@@ -118,8 +121,7 @@ Status Plot::open(const Rect& place, const img_view* view) {
   if (view == nullptr) view_.fit = IMG_FIT_WINDOW;
   if (view_.device_dpi_x == 0) view_.device_dpi_x = surface_.dpi_x;
   if (view_.device_dpi_y == 0) view_.device_dpi_y = surface_.dpi_y;
-  const bool whole_page = (place.x | place.y | place.width | place.height) == 0 &&
-                          !surface_.readable;
+  const bool whole_page = prints_ && (place.x | place.y | place.width | place.height) == 0;
   Box window{place.x, place.y, place.width, place.height};
   if (whole_page) {
     window = {0, 0, surface_.width, surface_.height};
@@ -128,6 +130,11 @@ Status Plot::open(const Rect& place, const img_view* view) {
     return StatusCode::empty_display_rect;
   } else if (!drawing_.to_device(window)) {
     return StatusCode::write_failed;
+  }
+  const auto is_far = [](std::int32_t at) { return at < -kFarthest || at > kFarthest; };
+  if (is_far(window.x) || is_far(window.y) || window.width > kLongestSide ||
+      window.height > kLongestSide) {
+    return StatusCode::unsupported;
   }
   window_ = {window.x, window.y, window.width, window.height};
   view_.width = window.width;
@@ -172,8 +179,8 @@ Status Plot::next_band() {
   return same ? StatusCode::ok : StatusCode::bad_handle;
 }
 
-Status Plot::put(const Rect& band, const HeaderBlock& header, const void* rows,
-                 std::int32_t from_x, std::int32_t operation) const {
+Status Plot::put(const Rect& band, const HeaderBlock& header, const void* rows, std::int32_t from_x,
+                 std::int32_t operation) const {
   const Box to{window_.x + band.x, window_.y + band.y, band.width, band.height};
   const bool done = drawing_.put(to, &header, rows, from_x, static_cast<std::uint32_t>(operation));
   return done ? StatusCode::ok : StatusCode::write_failed;
@@ -219,7 +226,8 @@ Status Plot::draw_bits(const Rect& band, std::uint8_t* pixels, std::uint8_t* lev
   for (std::ptrdiff_t y = 0; y < band.height; ++y) {
     const std::uint8_t* const from = levels + y * band.width;
     std::uint8_t* const out = pixels + y * stride;
-    for (std::ptrdiff_t x = 0; x < band.width; ++x) out[x / 8] |= byte((from[x] & 1) << (7 - x % 8));
+    for (std::ptrdiff_t x = 0; x < band.width; ++x)
+      out[x / 8] |= byte((from[x] & 1) << (7 - x % 8));
   }
   HeaderBlock header = band_header(band.width, band.height, 1);
   const std::span<const Rgb> palette = palette_of(image());
@@ -274,8 +282,7 @@ Status Plot::draw_all() {
 
 // The whole window, into memory.
 Status Plot::draw_whole(std::uint8_t* pixels) {
-  const Canvas canvas{pixels, std::intptr_t{4} * window_.width, 0, window_.height,
-                      IMG_PIXELS_BGRX};
+  const Canvas canvas{pixels, std::intptr_t{4} * window_.width, 0, window_.height, IMG_PIXELS_BGRX};
   Paint paint = paint_;
   paint.raster_operation = kCopy;
   Manner manner = manner_;
@@ -283,8 +290,7 @@ Status Plot::draw_whole(std::uint8_t* pixels) {
   return render(image(), layout_, paint, manner, canvas);
 }
 
-Status Plot::put_whole(const Rect& part, std::int32_t operation,
-                       const std::uint8_t* pixels) const {
+Status Plot::put_whole(const Rect& part, std::int32_t operation, const std::uint8_t* pixels) const {
   const Rect inside = common(part, clip_);
   if (is_empty(inside)) return kOk;
   const std::uint8_t* const rows = pixels + std::ptrdiff_t{4} * window_.width * inside.y;
@@ -388,8 +394,8 @@ Status Plot::send_rows() {
     std::memcpy(&header, block.data(), sizeof header);
     std::uint8_t* const colours = block.data() + sizeof header;
     std::uint8_t* const stored = colours + std::size_t{4} * header.biClrUsed;
-    const std::size_t toned = header.biClrUsed > 0 ? stored - colours
-                                                   : block.data() + block.size() - stored;
+    const std::size_t toned =
+        header.biClrUsed > 0 ? stored - colours : block.data() + block.size() - stored;
     for (std::size_t i = 0; paint_.has_tone && i < toned; ++i) {
       colours[i] = paint_.tone[colours[i]];
     }
@@ -410,7 +416,6 @@ Status Plot::send_rows() {
 }
 
 Status Plot::print(bool scaled_by_device) {
-  prints_ = true;
   const bool turned = layout_.swapped || layout_.x.from_end || layout_.y.from_end;
   const std::int64_t shown = std::int64_t{layout_.x.shown} * layout_.y.shown;
   const bool reduces = std::int64_t{layout_.source.width} * layout_.source.height > shown;
@@ -437,7 +442,7 @@ Status display_wipe(ImageHandle image, void* context, const Rect& place, const i
 
 Status print_bitmap(ImageHandle image, void* context, const Rect& place, const img_view* view,
                     bool scaled_by_device) {
-  Plot plot(image, context);
+  Plot plot(image, context, true);
   TQ_TRY(plot.open(place, view));
   return plot.print(scaled_by_device);
 }
@@ -447,6 +452,8 @@ Status print_pages(const PrintOrder& order) {
     TQ_TRY(validate_image_handle(ImageHandle{image}));
     if (image_record(ImageHandle{image}).dib == nullptr) return StatusCode::out_of_memory;
   }
+  img_view view{};
+  if (order.view != nullptr) TQ_TRY(read_view(order.view, view));
   platform::PrintJob job;
   std::int32_t copies = order.copies;
   bool no_printer = false;
@@ -460,8 +467,7 @@ Status print_pages(const PrintOrder& order) {
       const ImageHandle handle{number};
       TQ_TRY(validate_image_handle(handle));  // a callback may have deleted it
       const ImageRecord& image = image_record(handle);
-      const int turns = image.display_angle + (order.view != nullptr ? order.view->angle : 0);
-      const bool sideways = turns / 90 % 2 != 0;
+      const bool sideways = (image.display_angle + std::int64_t{view.angle}) / 90 % 2 != 0;
       void* const page = job.begin_page((image.crop.width > image.crop.height) != sideways);
       if (page == nullptr) return StatusCode::write_failed;
       TQ_TRY(print_bitmap(handle, page, {}, order.view, false));

@@ -48,11 +48,10 @@ Status render(const ImageRecord& image, const Layout& layout, const Paint& paint
   const bool empty = right.first == right.end || down.first == down.end;
   Painter painter(canvas, paint);
   if (paint.has_background) {
-    painter.surround(layout.window.width, empty ? Rect{}
-                                                : Rect{layout.x.at + right.first,
-                                                       layout.y.at + down.first,
-                                                       right.end - right.first,
-                                                       down.end - down.first});
+    painter.surround(layout.window.width,
+                     empty ? Rect{}
+                           : Rect{layout.x.at + right.first, layout.y.at + down.first,
+                                  right.end - right.first, down.end - down.first});
   }
   if (empty) return kOk;
   const Part& columns = layout.swapped ? down : right;
@@ -65,7 +64,8 @@ Status render(const ImageRecord& image, const Layout& layout, const Paint& paint
   TQ_TRY(painter.open(count));
   // From one pixel of a row that is made to the next, and from one such row to the next.
   const std::ptrdiff_t pixel = canvas.pixel_bytes(), line = canvas.stride;
-  const std::ptrdiff_t along = layout.swapped ? line : pixel, across = layout.swapped ? pixel : line;
+  const std::ptrdiff_t along = layout.swapped ? line : pixel,
+                       across = layout.swapped ? pixel : line;
   std::uint8_t* at = canvas.pixels + pixel * (layout.x.at + right.first) +
                      line * (layout.y.at + down.first - canvas.first_row);
   const bool from_end = columns.axis.from_end;

@@ -42,9 +42,8 @@ Samples::Samples(const ImageRecord& image, const Look& look) : image_(image) {
     return;
   }
   const std::span<const Rgb> palette = palette_of(image);
-  const int transparent = bits <= 8 && look.see_through && image.has_transparent
-                              ? image.transparent_colour & 255
-                              : -1;
+  const int transparent =
+      bits <= 8 && look.see_through && image.has_transparent ? image.transparent_colour & 255 : -1;
   bool grey = !look.colour, ramp = bits == 8;
   for (int i = 0; i < std::ssize(palette); ++i) {
     const Rgb shown = palette[i];

@@ -36,8 +36,7 @@ Span Spans::counted_in_window(std::int32_t shown) const {
     case Sampling::linear: {
       const std::int64_t steps = 2 * std::int64_t{axis_.shown};  // of one pixel
       const std::int64_t last = (axis_.pixels - 1) * steps;
-      const std::int64_t middle =
-          (2 * std::int64_t{shown} + 1) * axis_.pixels - axis_.shown;
+      const std::int64_t middle = (2 * std::int64_t{shown} + 1) * axis_.pixels - axis_.shown;
       const std::int64_t at = std::clamp<std::int64_t>(middle, 0, last);
       const auto pixel = static_cast<std::int32_t>(at / steps);
       const auto part = static_cast<std::uint32_t>((at % steps << bits_) / steps);
@@ -51,8 +50,7 @@ Span Spans::counted_in_window(std::int32_t shown) const {
       const std::int64_t first_end = (std::int64_t{span.first} + 1) << bits_;
       span.first_weight = static_cast<std::uint32_t>(std::min(first_end, end) - begin);
       if (span.last > span.first) {
-        span.last_weight =
-            static_cast<std::uint32_t>(end - (std::int64_t{span.last} << bits_));
+        span.last_weight = static_cast<std::uint32_t>(end - (std::int64_t{span.last} << bits_));
       }
       return span;
     }

@@ -7,8 +7,8 @@
 namespace tq::show {
 namespace {
 
-constexpr int kFlags = IMG_VIEW_SQUARE | IMG_VIEW_TOP_LEFT | IMG_VIEW_BACKGROUND |
-                       IMG_VIEW_NO_TONE | IMG_VIEW_KEEP;
+constexpr int kFlags =
+    IMG_VIEW_SQUARE | IMG_VIEW_TOP_LEFT | IMG_VIEW_BACKGROUND | IMG_VIEW_NO_TONE | IMG_VIEW_KEEP;
 
 // A value of 0 or above as a fraction.
 struct Fraction {

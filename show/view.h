@@ -31,10 +31,10 @@ struct Axis {
 };
 
 struct Layout {
-  Rect source;   // of the image's pixels
+  Rect source;  // of the image's pixels
   Size window;
-  Axis x, y;     // of the window
-  bool swapped;  // the window's x is the image's y
+  Axis x, y;                                // of the window
+  bool swapped;                             // the window's x is the image's y
   std::int32_t scroll_x = 0, scroll_y = 0;  // clamped
 };
 

@@ -44,7 +44,9 @@ struct Step {
   Step reversed() const { return {all - next, all - now, all}; }
   // Of the half of the time that begins with `half`.
   Step within(std::int64_t half) const {
-    const auto place = [&](std::int64_t at) { return std::clamp<std::int64_t>(2 * at - half * all, 0, all); };
+    const auto place = [&](std::int64_t at) {
+      return std::clamp<std::int64_t>(2 * at - half * all, 0, all);
+    };
     return {place(now), place(next), all};
   }
 };
@@ -103,7 +105,8 @@ void staircase(const Step& step, Size window, Rects& rects) {
   const std::int64_t across = (window.width + std::int64_t{kSquare} - 1) / kSquare;
   const std::int64_t down = (window.height + std::int64_t{kSquare} - 1) / kSquare;
   const std::int64_t begin = step.begin(across + down - 1), end = step.end(across + down - 1);
-  for (std::int64_t row = std::max<std::int64_t>(begin - across + 1, 0); row < std::min(down, end); ++row) {
+  for (std::int64_t row = std::max<std::int64_t>(begin - across + 1, 0); row < std::min(down, end);
+       ++row) {
     const std::int64_t from = std::max<std::int64_t>(begin - row, 0);
     rects.add(from * kSquare, row * kSquare, std::min(end - row, across) * kSquare,
               (row + 1) * kSquare);

@@ -19,13 +19,13 @@ void look_up(HMODULE library, const char* name, Function& function) {
   function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
-#define TQ_GDI_FUNCTIONS(of)                                                                    \
-  of(GetDeviceCaps) of(GetObjectType) of(LPtoDP) of(SaveDC) of(RestoreDC) of(SetMapMode)        \
-  of(SetWindowOrgEx) of(SetViewportOrgEx) of(SetGraphicsMode) of(ModifyWorldTransform)          \
-  of(GetGraphicsMode) of(GetClipBox) of(StretchDIBits) of(SetDIBitsToDevice)                    \
-  of(SetStretchBltMode) of(CreateCompatibleDC) of(CreateDIBSection) of(SelectObject) of(BitBlt) \
-  of(DeleteObject) of(DeleteDC) of(CreateDCA) of(ResetDCA) of(StartDocA) of(StartPage)          \
-  of(EndPage) of(EndDoc) of(AbortDoc) of(GdiFlush)
+#define TQ_GDI_FUNCTIONS(of)                                                                     \
+  of(GetDeviceCaps) of(GetObjectType) of(LPtoDP) of(SaveDC) of(RestoreDC) of(SetMapMode)         \
+      of(SetWindowOrgEx) of(SetViewportOrgEx) of(SetGraphicsMode) of(ModifyWorldTransform)       \
+          of(GetGraphicsMode) of(GetClipBox) of(StretchDIBits) of(SetDIBitsToDevice)             \
+              of(SetStretchBltMode) of(CreateCompatibleDC) of(CreateDIBSection) of(SelectObject) \
+                  of(BitBlt) of(DeleteObject) of(DeleteDC) of(CreateDCA) of(ResetDCA)            \
+                      of(StartDocA) of(StartPage) of(EndPage) of(EndDoc) of(AbortDoc) of(GdiFlush)
 
 struct Gdi {
 #define TQ_MEMBER(name) decltype(&::name) name = nullptr;
@@ -91,12 +91,17 @@ Drawing::~Drawing() {
 }
 
 bool Drawing::to_device(Box& box) const {
-  POINT corners[2] = {{box.x, box.y}, {box.x + box.width, box.y + box.height}};
+  const auto sum = [](std::int64_t at, std::int32_t side) {
+    return static_cast<LONG>(std::min<std::int64_t>(at + side, INT32_MAX));
+  };
+  POINT corners[2] = {{box.x, box.y}, {sum(box.x, box.width), sum(box.y, box.height)}};
   if (gdi().LPtoDP(handle_of(context_), corners, 2) == 0) return false;
-  box.x = std::min(corners[0].x, corners[1].x);
-  box.y = std::min(corners[0].y, corners[1].y);
-  box.width = std::max(corners[0].x, corners[1].x) - box.x;
-  box.height = std::max(corners[0].y, corners[1].y) - box.y;
+  const auto span = [](std::int64_t a, std::int64_t b, std::int32_t& at, std::int32_t& side) {
+    at = static_cast<std::int32_t>(std::min(a, b));
+    side = static_cast<std::int32_t>(std::min<std::int64_t>(std::max(a, b) - at, INT32_MAX));
+  };
+  span(corners[0].x, corners[1].x, box.x, box.width);
+  span(corners[0].y, corners[1].y, box.y, box.height);
   return true;
 }
 
@@ -162,8 +167,8 @@ bool Drawing::read(const Box& from, void* rows) const {
   bool copied = false;
   if (memory != nullptr) {
     const HGDIOBJ before = system.SelectObject(memory, section);
-    copied = system.BitBlt(memory, 0, 0, from.width, from.height, device, from.x, from.y,
-                           SRCCOPY) != 0;
+    copied =
+        system.BitBlt(memory, 0, 0, from.width, from.height, device, from.x, from.y, SRCCOPY) != 0;
     system.GdiFlush();
     const std::size_t bytes = std::size_t{4} * from.width * from.height;
     if (copied) std::memcpy(rows, pixels, bytes);

@@ -58,7 +58,8 @@ TEST_F(Display, FilesHaveTheTone) {
         entry = {toned(entry.blue), toned(entry.green), toned(entry.red), entry.reserved};
       }
     } else {
-      for (int y = 0; y < 5; ++y) std::ranges::transform(plain_row(record, y), plain_row(record, y).begin(), toned);
+      for (int y = 0; y < 5; ++y)
+        std::ranges::transform(plain_row(record, y), plain_row(record, y).begin(), toned);
     }
     EXPECT_EQ(saved(image, c.code), after);
   }
@@ -81,7 +82,8 @@ TEST_F(Display, ToneThenGammaOnWhatIsShown) {
   EXPECT_EQ(IMG_set_display_tone(image, 0, -101), IMG_UNSUPPORTED);
   struct {
     std::int32_t brightness, contrast, gamma, used;
-  } const kCases[] = {{0, 0, 60, 60}, {10, 30, 220, 220}, {-5, 0, 1, 10}, {0, 9, 5000, 1000}, {7, 100, 0, 100}};
+  } const kCases[] = {
+      {0, 0, 60, 60}, {10, 30, 220, 220}, {-5, 0, 1, 10}, {0, 9, 5000, 1000}, {7, 100, 0, 100}};
   for (const auto& c : kCases) {
     IMG_set_display_tone(image, c.brightness, c.contrast);
     IMG_set_gamma(image, c.gamma);
@@ -121,8 +123,10 @@ TEST_F(Display, TheCallbackIsToldOfImages) {
   IMG_delete_bitmap(image);
   IMG_set_display_callback(0, nullptr);
   IMG_delete_bitmap(decoded);
-  const std::vector<Event> expected = {{image, IMG_IMAGE_MADE},    {image, IMG_IMAGE_CHANGED},
-                                       {image, IMG_IMAGE_CHANGED}, {decoded, IMG_IMAGE_MADE},
+  const std::vector<Event> expected = {{image, IMG_IMAGE_MADE},
+                                       {image, IMG_IMAGE_CHANGED},
+                                       {image, IMG_IMAGE_CHANGED},
+                                       {decoded, IMG_IMAGE_MADE},
                                        {image, IMG_IMAGE_GOING}};
   EXPECT_EQ(events, expected);
 }

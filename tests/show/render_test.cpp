@@ -217,8 +217,8 @@ Bytes render(const Image& image, const img_view& view, Bytes before, std::int32_
   for (std::int32_t y = 0; y < view.height; y += band) {
     const std::int32_t rows = std::min(band, view.height - y);
     EXPECT_EQ(IMGLOW_render_view(image, &view, IMG_PIXELS_BGRX,
-                                 before.data() + 4 * std::ptrdiff_t{view.width} * y,
-                                 4 * view.width, y, rows),
+                                 before.data() + 4 * std::ptrdiff_t{view.width} * y, 4 * view.width,
+                                 y, rows),
               IMG_OK);
   }
   return before;
@@ -248,7 +248,8 @@ TEST_F(Rendering, AgreesWithTheDefinition) {
       render_by_definition(image, picture_of(image), view, window);
       const int most_off = kind.transparent ? 2 : 1;  // share and colour are rounded by themselves
       for (std::size_t at = 0; at < got.size(); ++at) {
-        ASSERT_LE(std::abs(got[at] - window.pixels[at]), most_off) << at / 4 << " of " << window.width;
+        ASSERT_LE(std::abs(got[at] - window.pixels[at]), most_off)
+            << at / 4 << " of " << window.width;
       }
       ASSERT_EQ(render(image, view, before, 1), got);
       ASSERT_EQ(render(image, view, before, 7), got);

@@ -22,7 +22,8 @@ img_view view_of(std::int32_t width, std::int32_t height, std::int32_t fit) {
 
 Image blank(std::int32_t width, std::int32_t height, std::int32_t x_dpi = 0,
             std::int32_t y_dpi = 0) {
-  Image image = make_image(width, 8, Rows(static_cast<std::size_t>(height), Bytes(stride(width, 8))));
+  Image image =
+      make_image(width, 8, Rows(static_cast<std::size_t>(height), Bytes(stride(width, 8))));
   IMG_set_resolution(image, 1000 * x_dpi, 1000 * y_dpi);
   return image;
 }
@@ -38,7 +39,17 @@ TEST_F(Views, PicturesAreFittedAndPlaced) {
       {"halves upwards", 5, 3, 0, 0, 9, 9, IMG_FIT_NONE, 500, 0, IMG_VIEW_TOP_LEFT, {0, 0, 3, 2}},
       {"never nothing", 5, 3, 0, 0, 9, 9, IMG_FIT_NONE, 1, 0, IMG_VIEW_TOP_LEFT, {0, 0, 1, 1}},
       {"fax", 1728, 1000, 204, 98, 900, 900, IMG_FIT_WINDOW, 0, 0, 0, {76, 0, 747, 900}},
-      {"square", 1728, 1000, 204, 98, 900, 900, IMG_FIT_WINDOW, 0, 0, IMG_VIEW_SQUARE,
+      {"square",
+       1728,
+       1000,
+       204,
+       98,
+       900,
+       900,
+       IMG_FIT_WINDOW,
+       0,
+       0,
+       IMG_VIEW_SQUARE,
        {0, 189, 900, 521}},
       {"turned fax", 1728, 1000, 204, 98, 900, 900, IMG_FIT_WINDOW, 0, 90, 0, {0, 76, 900, 747}},
       {"by width where both fit", 40, 20, 0, 0, 80, 40, IMG_FIT_WINDOW, 0, 0, 0, {0, 0, 80, 40}},

@@ -19,8 +19,8 @@ TEST(Wipe, UncoversEveryPixelOnce) {
         std::vector<int> covered(static_cast<std::size_t>(window.width * window.height));
         int steps_with_any = 0;
         for (std::int32_t step = 0; step < steps; ++step) {
-          const std::int32_t count = IMGLOW_wipe_rects(effect, step, steps, window.width,
-                                                       window.height, nullptr, 0);
+          const std::int32_t count =
+              IMGLOW_wipe_rects(effect, step, steps, window.width, window.height, nullptr, 0);
           ASSERT_GE(count, 0);
           std::vector<Rect> rects(static_cast<std::size_t>(count) + 1, Rect{-9, -9, -9, -9});
           ASSERT_EQ(IMGLOW_wipe_rects(effect, step, steps, window.width, window.height, &rects[0].x,
