@@ -44,7 +44,7 @@ function(tq_register_tests name)
   endif()
 endfunction()
 
-foreach(folder platform core io pixels formats process show dispatch sweep)
+foreach(folder platform core io pixels formats process show dispatch scan sweep)
   string(TOUPPER ${folder} upper)
   if(TQ_${upper}_TESTS)
     add_executable(${folder}_tests ${TQ_${upper}_TESTS})

@@ -10,6 +10,7 @@
 #include "core/image_table.h"
 #include "core/licence.h"
 #include "core/numbers.h"
+#include "core/run_storage.h"
 #include "platform/memory.h"
 
 namespace tq {
@@ -17,6 +18,11 @@ namespace {
 
 constexpr std::uint64_t kSlack = 8192;  // kept behind the rows; callers rely on it
 constexpr std::int32_t kDefaultGamma = 150;
+
+Status check_pixels(std::int64_t width, std::int64_t height) {
+  const bool fits = width * height <= context().options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX);
+  return fits ? kOk : StatusCode::out_of_memory;
+}
 
 void set_geometry(ImageRecord& image, std::int32_t width, std::int32_t height, int bits) {
   image.width = width;
@@ -54,10 +60,7 @@ void write_header(ImageRecord& image, const HeaderBlock& source, const ImageShap
 
 Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
   TQ_TRY(check_geometry(dib_header(shape.width, shape.height, shape.bits).header));
-  const std::int64_t pixels = std::int64_t{shape.width} * shape.height;
-  if (pixels > context().options.limit(IMG_OPTION_MAX_PIXELS, INT64_MAX)) {
-    return StatusCode::out_of_memory;
-  }
+  TQ_TRY(check_pixels(shape.width, shape.height));
   const std::uint64_t plain_bytes = dib_bytes(shape.width, shape.height, shape.bits);
   const std::uint64_t front_bytes = kDibHeaderBytes + palette_bytes(shape.bits);
   const std::uint64_t bytes =
@@ -97,6 +100,60 @@ Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageSh
   return kOk;
 }
 
+namespace {
+
+Status resize_run_table(ImageRecord& image, std::int32_t height) {
+  auto* const old = reinterpret_cast<std::uint8_t*>(image.run_table);
+  std::uint8_t* const table = resize_block(old, std::uint64_t{4} * height);
+  if (table == nullptr) return StatusCode::out_of_memory;
+  image.run_table = reinterpret_cast<std::uint32_t*>(table);
+  for (std::int32_t y = image.height; y < height; ++y) image.run_table[y] = 0;
+  return kOk;
+}
+
+// Rows lie bottom-up, so all of them move.
+Status resize_rows(ImageRecord& image, std::int32_t height) {
+  const std::int64_t stride = image.bytes_per_row;
+  const std::uint64_t bytes = dib_bytes(image.width, height, image.bits);
+  const auto move = [&](std::int64_t from, std::int64_t to) {
+    std::uint8_t* const pixels = pixels_of(image);
+    const std::int64_t kept = stride * std::min(image.height, height);
+    std::memmove(pixels + static_cast<std::ptrdiff_t>(to),
+                 pixels + static_cast<std::ptrdiff_t>(from), static_cast<std::size_t>(kept));
+  };
+  const std::int64_t more = stride * (std::int64_t{height} - image.height);
+  if (more < 0) move(-more, 0);
+  std::uint8_t* const moved = resize_block(image.dib, bytes + kSlack);
+  if (moved == nullptr) {
+    if (more < 0) move(0, -more);
+    return StatusCode::out_of_memory;
+  }
+  image.dib = moved;
+  image.dib_size = static_cast<std::int32_t>(bytes);
+  if (more > 0) move(0, more);
+  std::memset(image.dib + bytes, 0, kSlack);
+  return kOk;
+}
+
+}  // namespace
+
+Status change_height(ImageRecord& image, std::int32_t height) {
+  if (height == image.height) return kOk;
+  TQ_TRY(check_geometry(dib_header(image.width, height, image.bits).header));
+  TQ_TRY(check_pixels(image.width, height));
+  for (std::int32_t y = height; image.in_runs && y < image.height; ++y) {
+    TQ_TRY(store_transitions(image, y, {}));  // white: nothing is allocated
+  }
+  TQ_TRY(image.in_runs ? resize_run_table(image, height) : resize_rows(image, height));
+  image.height = height;
+  image.crop = {0, 0, image.width, height};
+  BitmapInfoHeader header = header_of(image);
+  header.biHeight = height;
+  header.biSizeImage = image_bytes(image.width, height, image.bits);
+  set_header(image, header);
+  return kOk;
+}
+
 void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last) {
   if (first >= last) return;
   // Rows lie bottom-up, so the lowest of them comes first.
@@ -125,10 +182,11 @@ Status create_shell(ImageRecord& image, const void* header) {
   return kOk;
 }
 
-Status adopt_dib(ImageRecord& image, void* packed_dib) {
+namespace {
+
+Status check_packed_dib(void* packed_dib, BitmapInfoHeader& header) {
   // Only a global block tells its size; any other memory is the caller's word.
   const std::size_t known_size = platform::block_size(packed_dib);
-  BitmapInfoHeader header;
   if (known_size != 0 && known_size < sizeof header) return StatusCode::bad_image;
   std::memcpy(&header, packed_dib, sizeof header);
   TQ_TRY(check_geometry(header));
@@ -136,12 +194,35 @@ Status adopt_dib(ImageRecord& image, void* packed_dib) {
   if (known_size != 0 && known_size < dib_bytes(header.biWidth, header.biHeight, bits)) {
     return StatusCode::bad_image;
   }
-  adopt_block(image, static_cast<std::uint8_t*>(packed_dib));
+  return kOk;
+}
+
+void describe_dib(ImageRecord& image, const BitmapInfoHeader& header) {
+  const int bits = header.biBitCount;
   set_geometry(image, header.biWidth, header.biHeight, bits);
   image.crop = {0, 0, image.width, image.height};
   image.dib_size = static_cast<std::int32_t>(dib_bytes(image.width, image.height, bits));
   image.gamma = kDefaultGamma;
   if (bits == 1) normalise_mono_palette(palette_of(image).data());
+}
+
+}  // namespace
+
+Status adopt_dib(ImageRecord& image, void* packed_dib) {
+  BitmapInfoHeader header;
+  TQ_TRY(check_packed_dib(packed_dib, header));
+  adopt_block(image, static_cast<std::uint8_t*>(packed_dib));
+  describe_dib(image, header);
+  return kOk;
+}
+
+Status take_dib(ImageRecord& image, void* packed_dib) {
+  BitmapInfoHeader header;
+  TQ_TRY(check_packed_dib(packed_dib, header));
+  TQ_TRY(check_pixels(header.biWidth, header.biHeight));
+  replace_dib(image, count_block(packed_dib));
+  describe_dib(image, header);
+  image.gamma = 0;  // as of a decoded image
   return kOk;
 }
 

@@ -22,6 +22,11 @@ Status create_image(ImageRecord& image, const HeaderBlock& source, const ImageSh
 // set of pixels beside an image that exists.
 Status create_pixels(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape);
 
+// Gives an image that is being made another number of rows: those at the bottom go, or come, with
+// pixels that are NOT cleared (white in run lists). The crop rectangle becomes the whole image. On
+// failure (out_of_memory) it keeps its height; rows that were to go may have lost their pixels.
+Status change_height(ImageRecord& image, std::int32_t height);
+
 // Sets stored rows first .. last - 1, counted from the top, to 0.
 void clear_rows(ImageRecord& image, std::int32_t first, std::int32_t last);
 
@@ -30,6 +35,10 @@ Status create_shell(ImageRecord& image, const void* header);
 
 // Registers a caller's packed DIB; bad_image leaves the record empty.
 Status adopt_dib(ImageRecord& image, void* packed_dib);
+
+// Makes a block of memory that holds a packed DIB, and came from elsewhere, the image's own: it is
+// freed with it. On failure (bad_image, out_of_memory) both are left alone.
+Status take_dib(ImageRecord& image, void* packed_dib);
 
 // Other pixels for an image, built beside the present ones. They vanish unless they are installed,
 // so an operation that fails leaves the image as it was.

@@ -124,6 +124,12 @@ void free_block(void* block) {
   if (!keep_block(block, size)) platform::block_free(block);
 }
 
+std::uint8_t* count_block(void* block) {
+  ++state().live;
+  state().live_bytes += static_cast<std::int64_t>(platform::block_size(block));
+  return static_cast<std::uint8_t*>(block);
+}
+
 void release_kept_blocks() {
   release_kept_blocks(state());
 }

@@ -27,6 +27,9 @@ std::uint8_t* resize_block(std::uint8_t* block, std::uint64_t size);
 // An address that is no block is ignored.
 void free_block(void* block);
 
+// From now on a block of the platform's that came from elsewhere counts as one from alloc_block.
+std::uint8_t* count_block(void* block);
+
 // Gives blocks that are kept for reuse back to the system: those of the calling thread's context, or
 // of another one.
 struct MemoryState;

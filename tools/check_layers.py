@@ -20,7 +20,7 @@ MAY_INCLUDE = {
     "formats": {"coding", "pixels", "io", "core", "platform"},
     "process": {"pixels", "core", "platform"},
     "show": {"pixels", "core", "platform"},
-    "scan": {"io", "core", "platform"},
+    "scan": {"dispatch", "formats", "pixels", "io", "core", "platform"},
     "dispatch": {"formats", "pixels", "io", "core", "platform"},
     "api": {"dispatch", "process", "show", "scan", "formats", "io", "core", "platform"},
     # Linked with the objects of what it includes, loaded apart.
