@@ -783,6 +783,136 @@ IMG_API int32_t IMG_CALL IMG_open_animation(const char* name);
  * was wrong with the frame. */
 IMG_API int32_t IMG_CALL IMG_next_frame(int32_t canvas, int32_t* delay, int32_t* frame);
 
+/* ---- Scanning -------------------------------------------------------------------------------
+ *
+ * Pages from a scanner, one page of memory at a time: on Windows by TWAIN's source manager (32 bits:
+ * TWAIN_32.DLL, else TWAINDSM.dll, which 64-bit processes use alone; they see no 32-bit sources, of
+ * which there are most: run the program tarnquill.exe of the 32-bit package for those), elsewhere by
+ * SANE (libsane.so.1). Both are loaded at the first call that needs them.
+ *
+ * There is one session in the process, and one call at a time works on it: during a call every other
+ * one but IMG_scan_cancel is IMG_NO_SCANNER_SESSION, also from a callback and from another thread.
+ * On Windows a session belongs to the thread that opened it.
+ *
+ * The result is IMG_NO_SCANNER_LIBRARY where the library or one of its functions is missing, and
+ * IMG_NO_SCANNER_SESSION where no source is open, or manager or source refuse. IMG_scan_reason then
+ * says why. */
+
+/* Options of a scan. A value that was never set, and 0 where 0 has no other meaning, is the source's
+ * own. What a source cannot do is left out: set what you like, scan what you get. */
+enum {
+  IMG_SCAN_RESOLUTION = 1, /* thousandths of dots per inch, along both axes */
+  IMG_SCAN_MODE = 2,       /* bits a pixel: 1, 8 or 24 */
+  IMG_SCAN_FEEDER = 3,     /* 0 the glass, 1 the feeder */
+  IMG_SCAN_DUPLEX = 4,     /* 1: both sides */
+  IMG_SCAN_LEFT = 5,       /* thousandths of an inch, as the three below */
+  IMG_SCAN_TOP = 6,
+  IMG_SCAN_WIDTH = 7, /* 0: all there is */
+  IMG_SCAN_HEIGHT = 8,
+  IMG_SCAN_BRIGHTNESS = 9,    /* -1000 to 1000 */
+  IMG_SCAN_CONTRAST = 10,     /* -1000 to 1000 */
+  IMG_SCAN_THRESHOLD = 11,    /* 0 to 255, of 1 bit a pixel */
+  IMG_SCAN_DIALOG = 12,       /* 1: the source shows its own window (TWAIN) */
+  IMG_SCAN_TRANSFER = 13,     /* TWAIN: 0 choose, 1 memory, 2 native, 3 file */
+  IMG_SCAN_PAPER_LOADED = 14, /* read only: 1 there is paper in the feeder, 0 there is none */
+  IMG_SCAN_MAX_PAGES = 15     /* 0: until the feeder is empty */
+};
+
+/* Of the result of IMG_scan_values: the values are least, most, step. */
+#define IMG_SCAN_IS_RANGE 0x40000000
+
+/* A page has come: `image` belongs to you, `page` counts from 0. A negative answer stops the feeder
+ * and is the result. */
+typedef int32_t(IMG_CB_STD* img_scan_fn)(intptr_t context, int32_t image, int32_t page);
+
+/* The name of a source, as it is delivered (ANSI of TWAIN, UTF-8 of SANE), cut to `room` bytes with the
+ * 0 at its end. SANE looks for devices at index 0, which may take seconds; the others are those found
+ * then.
+ *
+ *   index       from 0
+ *   name        may be null, as elsewhere here; `room` below 1 is the same
+ *
+ * Returns 1, 0 beyond the last source, IMG_NO_SCANNER_LIBRARY, IMG_NO_SCANNER_SESSION. */
+IMG_API int32_t IMG_CALL IMG_scan_source(int32_t index, char* name, int32_t room);
+
+/* TWAIN's own dialog; the chosen source is the default from then on.
+ *
+ *   window      the window (HWND) that it stands before; null: one of its own
+ *
+ * Returns 1 chosen, 0 cancelled, IMG_UNSUPPORTED (SANE), IMG_NO_SCANNER_LIBRARY,
+ * IMG_NO_SCANNER_SESSION. */
+IMG_API int32_t IMG_CALL IMG_scan_select(void* window, char* name, int32_t room);
+
+/* Opens a source and tells it the options that have been set. A source that is open already is closed.
+ *
+ *   window      as above; it must stay for as long as the source is open
+ *   source      a name from IMG_scan_source; null: the default one, of SANE the first
+ *
+ * Returns 0, IMG_NO_SCANNER_LIBRARY, IMG_NO_SCANNER_SESSION, IMG_OUT_OF_MEMORY. */
+IMG_API int32_t IMG_CALL IMG_scan_open(void* window, const char* source);
+
+/* Sets an option. The value is kept, also while no source is open and for the next one.
+ *
+ * Returns 0, 1 (the source has taken another value, see IMG_scan_get), IMG_SCANNER_REQUEST (it takes
+ * none), IMG_UNSUPPORTED (no such option, read only, a value outside of its set). */
+IMG_API int32_t IMG_CALL IMG_scan_set(int32_t option, int32_t value);
+
+/* The value in force at the source; of what only counts here, or while no source is open, the value
+ * that was set.
+ *
+ * Returns 0, IMG_SCANNER_REQUEST (the source does not tell), IMG_UNSUPPORTED (no such option),
+ * IMG_NO_SCANNER_SESSION (paper). */
+IMG_API int32_t IMG_CALL IMG_scan_get(int32_t option, int32_t* value);
+
+/* What the open source can take.
+ *
+ *   values      room for `room` of them, in the option's unit, in the source's order; may be null
+ *
+ * Returns how many there are, which may be more than `room`; or 3 | IMG_SCAN_IS_RANGE, the values being
+ * least, most, step (0: any); IMG_SCANNER_REQUEST (the source does not tell, or the option does not
+ * concern it), IMG_UNSUPPORTED, IMG_NO_SCANNER_SESSION. */
+IMG_API int32_t IMG_CALL IMG_scan_values(int32_t option, int32_t* values, int32_t room);
+
+/* Scans: from the glass a page, from the feeder page after page.
+ *
+ * Images are 1 bit (run lists), 8 bits (a grey ramp or a palette) or 24, of the resolution that the
+ * page says, else the source, else the request. Samples of 16 bits give their high byte. Rows are
+ * reported to the progress callback, its value being 0 where the height is not known before. The
+ * settings of decoding and the caller's own input and output do not apply.
+ *
+ * Returns the number of pages: 0 for an empty feeder, or when the user closes the source's window.
+ * Else, the pages before it having been delivered: IMG_READ_FAILED (jam, double feed, open cover, or
+ * the device fails: IMG_scan_reason says which), IMG_NO_SCANNER_SESSION (not open, busy, or it will not
+ * start), IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (pixels of a kind that is not taken),
+ * IMG_STOP_AFTER_HEADER (IMG_scan_cancel), the answer of the callback or of the progress callback. The
+ * source stays open. */
+IMG_API int32_t IMG_CALL IMG_scan_pages(img_scan_fn callback, intptr_t context);
+
+/* The same, each page being saved as it comes, and deleted.
+ *
+ *   name        with a run of '#', the last one of the name: a file for each page, its number in
+ *               place of these, with zeros in front; a file that is there is replaced. Without it
+ *               all pages go into one file, which `code` must be able to hold; to a file that
+ *               exists they are added
+ *   first       number of the first page, 0 or above
+ *   code        file type code; IMG_TYPE_BY_NAME by the end of the name
+ *
+ * Returns as above; IMG_UNSUPPORTED also for a code that cannot be saved, or that holds one page while
+ * there is no '#', before anything moves; or what saving returned. */
+IMG_API int32_t IMG_CALL IMG_scan_to_files(const char* name, int32_t first, int32_t code);
+
+/* Ends the scan at work, which returns IMG_STOP_AFTER_HEADER; from a callback or from another thread.
+ * The page at work is dropped. Returns 0, or IMG_NO_SCANNER_SESSION (none is). */
+IMG_API int32_t IMG_CALL IMG_scan_cancel(void);
+
+/* Why the last call here failed: the source's own code (TWAIN's condition code, SANE's status; 0:
+ * there was none), and words for it in English, cut to `room` bytes with the 0 at their end. */
+IMG_API int32_t IMG_CALL IMG_scan_reason(char* text, int32_t room);
+
+/* Closes the source and unloads the library. Returns 0, also when none is open;
+ * IMG_NO_SCANNER_SESSION during a scan. */
+IMG_API int32_t IMG_CALL IMG_scan_close(void);
+
 /* ---- Settings: process-wide, read at every call. Setters return 0 unless they say otherwise. */
 
 /* Switches progress reports on (enable not 0: stores callback and context; a null callback leaves

@@ -16,7 +16,8 @@ declare -A packages=(
   # Other programs that read and write the same formats; what uses them does without if it must.
   [shown]="netpbm poppler-utils"
   [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev
-    libfreeimage-dev graphicsmagick dcmtk libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils"
+    libfreeimage-dev graphicsmagick dcmtk libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils
+    sane-utils"
 )
 
 missing() {  # GROUP...: the packages of these groups that are not installed

@@ -10,6 +10,7 @@
 #include "core/memory.h"
 #include "io/byte_stream.h"
 #include "tests/support/corpus.h"
+#include "tests/support/fake_sane.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/sweep/watched_images.h"
@@ -37,6 +38,10 @@ std::int32_t render_small(std::int32_t image, std::int32_t fit, std::uint8_t* pi
   view.height = 3;
   view.fit = fit;
   return IMGLOW_render_view(image, &view, IMG_PIXELS_BGRX, pixels, 28, 0, 3);
+}
+
+std::int32_t IMG_CB_STD forget_page(std::intptr_t, std::int32_t image, std::int32_t) {
+  return IMG_delete_bitmap(image);
 }
 
 // What the calls work on; global blocks are made before anything is refused.
@@ -265,6 +270,20 @@ std::vector<Call> calls(Material& m) {
          const std::int32_t next = canvas < 0 ? canvas : IMG_next_frame(canvas, nullptr, nullptr);
          if (canvas >= 0) IMG_delete_bitmap(canvas);
          return next;
+        }},
+      {"IMG_scan_pages",
+       [] {
+         FakeSane fake;
+         fake.pages = {{FakeSane::frame(scan::sane::kGray, 1, 600, 70)}};
+         IMG_scan_open(nullptr, nullptr);
+         return IMG_scan_pages(forget_page, 0);
+       }},
+      {"IMG_scan_to_files",
+       [&m] {
+         FakeSane fake;
+         fake.pages = {{FakeSane::frame(scan::sane::kRgb, 16, 9, 7)}};
+         IMG_scan_open(nullptr, nullptr);
+         return IMG_scan_to_files(m.out.c_str(), 0, IMG_TYPE_DCX);
        }},
       {"IMG_delete_bitmap", call(IMG_delete_bitmap, Watched::kDeep)},
       {"IMG_delete_bitmap_keep",
@@ -360,7 +379,9 @@ const char* const kWithoutMemory =
     "IMG_print_pages "
     "IMG_image_to_window IMG_scroll_view IMG_view_layout IMG_window_to_image IMG_zoom_view "
     "IMG_delete_context IMG_get_croprect IMG_get_damage IMG_get_format IMG_get_option "
-    "IMG_get_resolution IMG_ifl_version IMG_library_version IMG_new_context IMG_set_croprect "
+    "IMG_get_resolution IMG_ifl_version IMG_library_version IMG_new_context IMG_scan_cancel "
+    "IMG_scan_close IMG_scan_get IMG_scan_open IMG_scan_reason IMG_scan_select IMG_scan_set "
+    "IMG_scan_source IMG_scan_values IMG_set_croprect "
     "IMG_set_display_angle IMG_set_display_callback IMG_set_display_tone "
     "IMG_set_encrypt IMG_set_gamma IMG_set_option IMG_set_resolution IMG_set_statusbar "
     "IMG_status_text "
