@@ -62,6 +62,19 @@ endforeach()
 
 target_link_libraries(formats_tests PRIVATE tq_pdf_pictures)
 
+if(WIN32)
+  # A scanner for Wine's manager of TWAIN sources, which finds it by its name.
+  add_library(test_source MODULE tests/scan/test_source.cpp)
+  target_include_directories(test_source PRIVATE
+    ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(test_source PRIVATE tq_test_options)
+  target_link_options(test_source PRIVATE -static -Wl,--kill-at)
+  set_target_properties(test_source PROPERTIES PREFIX "" SUFFIX ".ds")
+  file(RELATIVE_PATH tq_test_source ${PROJECT_SOURCE_DIR}/tests ${PROJECT_BINARY_DIR}/lib)
+  target_compile_definitions(scan_tests PRIVATE TQ_TEST_SOURCE="${tq_test_source}/test_source.ds")
+  add_dependencies(scan_tests test_source)
+endif()
+
 if(TQ_API_TESTS)
   add_executable(api_tests ${TQ_API_TESTS})
   target_link_libraries(api_tests PRIVATE tarnquill tq_test_options gtest_main)

@@ -62,7 +62,7 @@ class PageBuilder {
   ImageSlot slot_;
   const std::uint8_t* dib_ = nullptr;  // of the image, as it was left
   bool in_runs_ = false;
-  std::int32_t height_ = 0;            // of the image as it is now
+  std::int32_t height_ = 0;  // of the image as it is now
   std::int32_t end_ = 0;
   std::size_t row_bytes_ = 0;         // of a whole row from the scanner
   RowBuffer<std::uint8_t> stored_;    // one of these, filled up

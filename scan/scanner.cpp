@@ -1,10 +1,12 @@
-// One session in the process.
+// One session in the process, by TWAIN or by SANE.
 #include "scan/scanner.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "platform/scan_host.h"
 #include "scan/sane_session.h"
+#include "scan/twain_session.h"
 
 namespace tq::scan {
 namespace {
@@ -16,15 +18,25 @@ struct Scanner {
   ScanOptions options;
   Reason reason;  // of the last call
   SaneSession sane;
+  TwainSession twain;
 };
 constinit Scanner scanner;
+
+bool by_twain() {
+  if (twain_stand_in != nullptr) return true;
+  return sane_stand_in == nullptr && platform::has_twain();
+}
 
 // Calls `work(session)` unless another call is at work.
 template <class Work>
 Status with_session(Work&& work) {
   if (scanner.at_work.exchange(true)) return StatusCode::no_scanner_session;
-  const Status status = work(scanner.sane);
-  scanner.reason = scanner.sane.reason();
+  const auto call = [&](auto& session) {
+    const Status status = work(session);
+    scanner.reason = session.reason();
+    return status;
+  };
+  const Status status = by_twain() ? call(scanner.twain) : call(scanner.sane);
   scanner.at_work = false;
   return status;
 }
@@ -57,8 +69,7 @@ Status select_source(void* window, std::span<char> name) {
 }
 
 Status open_source(void* window, const char* name) {
-  return with_session(
-      [&](auto& session) { return session.open(window, name, scanner.options); });
+  return with_session([&](auto& session) { return session.open(window, name, scanner.options); });
 }
 
 Status close_source() {
