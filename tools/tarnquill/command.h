@@ -37,6 +37,7 @@ extern const Command kCrop;
 extern const Command kExtend;
 extern const Command kResize;
 extern const Command kSheet;
+extern const Command kScan;
 
 // Writes "tarnquill: MESSAGE" to standard error.
 void complain(const std::string& message);

@@ -25,9 +25,9 @@ int flushed(int code) {
 namespace {
 
 constexpr const Command* kCommands[] = {
-    &kInfo,   &kPages,  &kTags,      &kConvert, &kAppend, &kExtract, &kGray,
-    &kReduce, &kDither, &kThreshold, &kPromote, &kRotate, &kFlip,    &kMirror,
-    &kOrient, &kCrop,   &kExtend,    &kResize,  &kInvert, &kSheet,   &kFormats};
+    &kInfo,   &kPages,     &kTags,    &kConvert, &kAppend, &kExtract, &kGray,   &kReduce,
+    &kDither, &kThreshold, &kPromote, &kRotate,  &kFlip,   &kMirror,  &kOrient, &kCrop,
+    &kExtend, &kResize,    &kInvert,  &kSheet,   &kScan,   &kFormats};
 
 const Command* find_command(const std::string& name) {
   for (const Command* command : kCommands) {
