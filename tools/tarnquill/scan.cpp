@@ -115,8 +115,8 @@ int run_scan(const Arguments& arguments) {
   progress.begin_stage("scanning");
   const std::int32_t scanned = IMG_scan_to_files(name.c_str(), first, code);
   progress.clear();
-  if (scanned == IMG_UNSUPPORTED && IMG_scan_reason(nullptr, 0) == 0) {
-    throw Failure(name + ": one page to a file needs #### in its name", scanned);
+  if (scanned == IMG_UNSUPPORTED && name.find('#') == std::string::npos) {
+    throw Failure(name + ": without #### in its name it must be of a kind that has pages", scanned);
   }
   if (scanned < 0) fail(scanned);
   if (!quiet) std::fprintf(stderr, "%d page%s\n", scanned, scanned == 1 ? "" : "s");
@@ -129,13 +129,11 @@ const Command kScan = {
     "scan",
     "",
     "Scans pages to files.",
-    "The last run of # in NAME becomes the number of the page, with zeros in front; a file that "
-    "is\n"
-    "there is replaced. Without it all pages go into one file, of a kind that has pages; those of "
-    "a\n"
-    "file that exists stay. What the scanner cannot do is said, and it scans as it can. Windows\n"
-    "programs of 32 bits reach TWAIN's sources of 32 bits, which most are; others SANE's "
-    "devices.\n",
+    "The last run of # in NAME becomes the number of the page, with zeros in front; a file\n"
+    "that is there is replaced. Without it all pages go into one file, of a kind that has pages;\n"
+    "those of a file that exists stay. What the scanner cannot do is said, and it scans as it\n"
+    "can. On Windows scanners are TWAIN's: the program of 32 bits reaches its sources of 32 bits,\n"
+    "which most are. Elsewhere they are SANE's.\n",
     kOptions,
     run_scan,
 };
