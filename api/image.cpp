@@ -69,6 +69,19 @@ std::int32_t delete_image(std::int32_t image, Status (*free)(tq::ImageHandle)) {
   return free(handle).raw();
 }
 
+// 1 when there is some, 0, or a status; that of the last decode for -1.
+std::int32_t find_damage(std::int32_t image, tq::Damage& damage) {
+  damage = tq::context().last_damage;
+  if (image != -1) {
+    const std::int32_t found = with_image(image, [&](ImageRecord& record) {
+      damage = record.damage;
+      return kOk;
+    });
+    if (found < 0) return found;
+  }
+  return damage.reason == StatusCode::ok ? 0 : 1;
+}
+
 }  // namespace
 
 std::int32_t IMG_CALL IMG_create_handle_keep(void* packed_dib) {
@@ -130,17 +143,23 @@ std::int32_t IMG_CALL IMGLOW_get_bitmap_header(std::int32_t image, void* out) {
 }
 
 std::int32_t IMG_CALL IMG_get_damage(std::int32_t image, std::int32_t* rows, std::int32_t* reason) {
-  tq::Damage damage = tq::context().last_damage;
-  if (image != -1) {
-    const std::int32_t found = with_image(image, [&](ImageRecord& record) {
-      damage = record.damage;
-      return kOk;
-    });
-    if (found < 0) return found;
-  }
+  tq::Damage damage;
+  const std::int32_t found = find_damage(image, damage);
+  if (found < 0) return found;
   tq::api::store(rows, damage.rows);
   tq::api::store(reason, static_cast<std::int32_t>(damage.reason));
-  return damage.reason == StatusCode::ok ? 0 : 1;
+  return found;
+}
+
+std::int32_t IMG_CALL IMG_get_damaged_rows(std::int32_t image, std::int32_t* first,
+                                           std::int32_t* last, std::int32_t* height) {
+  tq::Damage damage;
+  const std::int32_t found = find_damage(image, damage);
+  if (found < 0) return found;
+  tq::api::store(first, damage.lost.first);
+  tq::api::store(last, damage.lost.last);
+  tq::api::store(height, damage.height);
+  return found;
 }
 
 std::int32_t IMG_CALL IMG_get_resolution(std::int32_t image, std::int32_t* x, std::int32_t* y) {

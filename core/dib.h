@@ -75,6 +75,10 @@ constexpr std::uint64_t dib_bytes(std::int32_t width, std::int32_t height, int b
   return row * height + palette_bytes(bits) + kDibHeaderBytes;
 }
 
+struct RowRange {
+  std::int32_t first = -1, last = -1;  // none
+};
+
 // Thousandths of a dot per inch; 0 when it is not known.
 struct Resolution {
   static constexpr std::int64_t kMost = 65535000;

@@ -22,6 +22,8 @@ struct Size {
 struct Damage {
   std::int32_t rows = 0;               // that came before anything was lost
   StatusCode reason = StatusCode::ok;  // nothing was
+  RowRange lost{};                     // of the picture as its file has it
+  std::int32_t height = 0;             // of that
 };
 
 // More than the header's integers can say, as long as they are these.

@@ -95,6 +95,10 @@ Status decode_page(StreamHandle stream, std::int32_t offset, std::int32_t page,
   return decoded.failed() ? decoded : kOk;
 }
 
+Damage damage_of(const formats::DecodeNotes& notes) {
+  return {notes.rows, notes.damage, notes.lost(), notes.height};
+}
+
 // The decode has been remembered as the context's last.
 Status decode_noted(StreamHandle stream, std::int32_t offset, std::int32_t page,
                     formats::RowSink sink, formats::DecodeNotes& notes) {
@@ -103,7 +107,7 @@ Status decode_noted(StreamHandle stream, std::int32_t offset, std::int32_t page,
   sink.notes = &notes;
   const Status decoded = decode_page(stream, offset, page, sink, options);
   if (decoded.ok()) notes.end();
-  context().last_damage = {notes.rows, notes.damage};
+  context().last_damage = damage_of(notes);
   TQ_TRY(decoded);
   return options.get(IMG_OPTION_STRICT) == 1 ? notes.damage : StatusCode::ok;
 }
@@ -185,7 +189,7 @@ Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page)
     }
   }
   ImageRecord& image = slot.record();
-  image.damage = {notes.rows, notes.damage};
+  image.damage = damage_of(notes);
   remember_resolution(image, notes.resolution);
   return slot.keep();
 }

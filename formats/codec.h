@@ -22,6 +22,8 @@ struct DecodeNotes {
   std::int64_t most_pixels = INT64_MAX;  // that the picture may have
   std::int32_t height = 0;               // in its header
   std::int32_t rows = 0;                 // delivered without damage
+  std::int32_t top = 0, bottom = 0;      // these, if they lie together: top .. bottom - 1
+  bool upwards = false, scattered = false;
   StatusCode damage = StatusCode::ok;
   Resolution resolution{};
   int orientation = 1;           // as TIFF counts; of the picture whose header came
@@ -29,11 +31,30 @@ struct DecodeNotes {
 
   Status begin(const BitmapInfoHeader& header) {
     height = header.biHeight;
-    rows = 0;
+    rows = top = bottom = 0;
+    upwards = scattered = false;
     const bool fits = std::int64_t{header.biWidth} * header.biHeight <= most_pixels;
     return fits ? StatusCode::ok : StatusCode::out_of_memory;
   }
-  void add_row() { rows += damage == StatusCode::ok ? 1 : 0; }
+  void add_row(std::int32_t y) {
+    if (damage != StatusCode::ok) return;
+    if (rows++ == 0) top = bottom = y;
+    upwards = y != bottom;
+    scattered = scattered || (upwards && y != top - 1);
+    upwards ? top = y : bottom = y + 1;
+  }
+  void drop_last_row() {
+    if (damage != StatusCode::ok || rows == 0) return;
+    --rows;
+    upwards ? ++top : --bottom;
+  }
+  // The rows that are not as they were, if not all of those before are together at one end: all.
+  RowRange lost() const {
+    if (damage == StatusCode::ok || rows >= height) return {};
+    if (scattered || rows == 0) return {0, height - 1};
+    if (top == 0) return {bottom, height - 1};
+    return {0, bottom == height ? top - 1 : height - 1};
+  }
   void damaged(StatusCode reason) {
     if (damage == StatusCode::ok) damage = reason;
     if (whole != nullptr) whole->damaged(reason);
@@ -65,7 +86,7 @@ struct RowSink {
   // y = 0 is the top row. `bytes` is the header's row size; for a 1-bit image any other length is a
   // run list, so a run list must not have exactly that length (append another closing word).
   Status row(std::span<const std::uint8_t> bytes, std::int32_t y) const {
-    if (notes != nullptr) notes->add_row();
+    if (notes != nullptr) notes->add_row(y);
     if (on_row == nullptr) return kOk;
     return Status::from_raw(on_row(const_cast<std::uint8_t*>(bytes.data()), context, y,
                                    static_cast<std::int32_t>(bytes.size())));
@@ -80,7 +101,7 @@ struct RowSink {
   // The last row that was delivered, no other.
   void last_row_damaged(StatusCode reason = StatusCode::read_failed) const {
     if (notes == nullptr) return;
-    if (notes->damage == StatusCode::ok && notes->rows > 0) --notes->rows;
+    notes->drop_last_row();
     notes->damaged(reason);
   }
 

@@ -1331,6 +1331,17 @@ IMG_API int32_t IMG_CALL IMG_delete_context(int32_t context);
  * Returns 0 for a whole picture, 1 for a damaged one, or IMG_BAD_HANDLE. */
 IMG_API int32_t IMG_CALL IMG_get_damage(int32_t image, int32_t* rows, int32_t* reason);
 
+/* Which rows that are: the range of those that are not as they were, in part or whole.
+ *
+ *   image       as above
+ *   first, last out: from 0, the top row, of the picture as its file has it, before it was turned, scaled
+ *               or cut; -1 and -1 for none, where damage lies behind the picture; may be null
+ *   height      out: rows of that picture; may be null
+ *
+ * Returns as IMG_get_damage. */
+IMG_API int32_t IMG_CALL IMG_get_damaged_rows(int32_t image, int32_t* first, int32_t* last,
+                                              int32_t* height);
+
 /* The resolution of an image in thousandths of a dot per inch, 0 when it is not known: as exact as its
  * file said it. Setting it sets the integers in the image's header, too; who changes those changes this.
  *

@@ -99,7 +99,7 @@ std::int32_t IMG_CB_C take_header(void* block, void* context) {
 }
 std::int32_t IMG_CB_C take_row(void* row, void* context, std::int32_t y, std::int32_t bytes) {
   const RowSink& sink = *static_cast<const RowSink*>(context);
-  if (sink.notes != nullptr) sink.notes->add_row();
+  if (sink.notes != nullptr) sink.notes->add_row(y);
   return sink.on_row == nullptr ? 0 : sink.on_row(row, sink.context, y, bytes);
 }
 std::int32_t IMG_CB_C no_row(void* /*context*/, void* /*dest*/, std::int32_t /*y*/,

@@ -23,18 +23,21 @@ class Damage : public LibraryTest {
 };
 
 struct Seen {
-  std::int32_t image = 0, damaged = 0, rows = 0, reason = 0;
+  std::int32_t image = 0, damaged = 0, rows = 0, reason = 0, first = 0, last = 0;
   std::vector<Bytes> pixels{};
 };
 
 Seen decode(const Bytes& file, std::int32_t page = 0) {
   Seen seen{.image = IMG_decompress_bitmap_block(file.data(), file.size(), page)};
   seen.damaged = IMG_get_damage(-1, &seen.rows, &seen.reason);
+  EXPECT_EQ(IMG_get_damaged_rows(-1, &seen.first, &seen.last, nullptr), seen.damaged);
   if (seen.image < 0) return seen;
   Seen own;
   EXPECT_EQ(IMG_get_damage(seen.image, &own.rows, &own.reason), seen.damaged);
   EXPECT_EQ(own.rows, seen.rows);
   EXPECT_EQ(own.reason, seen.reason);
+  EXPECT_EQ(IMG_get_damaged_rows(seen.image, &own.first, &own.last, nullptr), seen.damaged);
+  EXPECT_TRUE(own.first == seen.first && own.last == seen.last);
   const Image image(seen.image);
   seen.pixels = rows_of_image(image);
   return seen;
@@ -76,8 +79,11 @@ TEST_F(Damage, FilesThatAreCutOffSayThatTheyAreUnlessTheirPixelsAreWhole) {
         EXPECT_TRUE(seen.pixels == whole.pixels);
       } else if (seen.pixels.size() == whole.pixels.size()) {
         int intact = 0;
-        for (std::size_t y = 0; y < whole.pixels.size(); ++y) {
-          intact += seen.pixels[y] == whole.pixels[y] ? 1 : 0;
+        for (std::int32_t y = 0; y < std::ssize(whole.pixels); ++y) {
+          const bool same =
+              seen.pixels[static_cast<std::size_t>(y)] == whole.pixels[static_cast<std::size_t>(y)];
+          intact += same ? 1 : 0;
+          EXPECT_TRUE(same || (y >= seen.first && y <= seen.last)) << y;
         }
         EXPECT_LE(seen.rows, intact);
       }
@@ -96,6 +102,14 @@ TEST_F(Damage, TheReasonIsThatOfTheFirstRow) {
   std::fill(rows + (fax.end() - rows) / 4, rows + (fax.end() - rows) / 2, std::uint8_t{0});
   EXPECT_EQ(decode(fax).reason, IMG_BAD_IMAGE);
   EXPECT_EQ(IMG_get_damage(77, nullptr, nullptr), IMG_BAD_HANDLE);
+  EXPECT_EQ(IMG_get_damaged_rows(77, nullptr, nullptr, nullptr), IMG_BAD_HANDLE);
+  // Rows that come from the bottom are missing at the top.
+  Bytes bottom_up = file_content("corpus/bmp/rgb24.bmp");
+  bottom_up.resize(bottom_up.size() / 2);
+  const Seen cut = decode(bottom_up);
+  std::int32_t first = 0, last = 0, height = 0;
+  EXPECT_EQ(IMG_get_damaged_rows(-1, &first, &last, &height), 1);
+  EXPECT_TRUE(first == 0 && last == height - 1 - cut.rows && height == std::ssize(cut.pixels));
 }
 
 TEST_F(Damage, PicturesBeyondALimitTakeNoMemory) {
