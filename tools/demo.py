@@ -272,7 +272,7 @@ class Demonstration:
         chart = self.run("convert", self.out / "inputs" / "chart-4.bmp", "chart.png")
         self.copy_of(self.run("convert", chart, "chart.bmp"), f"png - {chart.stat().st_size} bytes")
         # Every dot is to be seen on the sheet: scaled first.
-        tile = self.run("convert", photo, "tile.bmp", "--size", "x".join(map(str, TILE)))
+        tile = self.run("convert", photo, "tile.bmp", "--decode-size", "x".join(map(str, TILE)))
         for caption, command, *options in (
                 ("16 colours of its own", "reduce", "--colors", "16", "--bits", "4"),
                 ("16 fixed colours - diffusion", "dither", "--method", "diffusion-color"),
@@ -312,7 +312,7 @@ class Demonstration:
         low_bits = (0xF8, 0xFC if compression == 3 else 0xF8, 0xF8) if bits == 16 else None
         picture = agreed(source, low_bits)
         steps = [("bmp", same, ["--code", "1"]), ("dib", same, ["--code", "48"]),
-                 ("bmp", scaled(bottom_up), ["-q", "--size", "x".join(map(str, SIZE))])]
+                 ("bmp", scaled(bottom_up), ["-q", "--decode-size", "x".join(map(str, SIZE))])]
         if bits in (4, 8):
             steps.append(("bmp", same, ["--code", "12"]))
         if picture and min(picture[:2]) >= 8:

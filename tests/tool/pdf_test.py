@@ -92,7 +92,7 @@ def main():
             with open(f'page{page:02}.bmp', 'wb') as file:
                 file.write(picture_file(*picture[:3]))
         check_document('--contract')
-        check_document('--page-size', 'letter', '--fit', 'shrink')
+        check_document('--paper', 'letter', '--page-fit', 'shrink')
 
 
 main()

@@ -66,4 +66,41 @@ std::string ending_of(const img_format& format) {
   return base ? base->extension : "";
 }
 
+std::string tiff_coding_name(std::int32_t coding) {
+  constexpr std::pair<std::int32_t, const char*> kNames[] = {{1, "none"},
+                                                             {2, "Huffman"},
+                                                             {3, "Group 3"},
+                                                             {4, "Group 4"},
+                                                             {5, "LZW"},
+                                                             {6, "old JPEG"},
+                                                             {7, "JPEG"},
+                                                             {8, "deflate"},
+                                                             {9, "JBIG"},
+                                                             {10, "JBIG"},
+                                                             {32766, "NeXT"},
+                                                             {32771, "word-aligned Huffman"},
+                                                             {32773, "PackBits"},
+                                                             {32809, "ThunderScan"},
+                                                             {32946, "deflate"},
+                                                             {34661, "JBIG"},
+                                                             {34676, "LogLuv"},
+                                                             {34677, "LogLuv"},
+                                                             {34712, "JPEG 2000"},
+                                                             {34887, "LERC"},
+                                                             {34892, "lossy JPEG"},
+                                                             {34925, "LZMA"},
+                                                             {50000, "Zstandard"},
+                                                             {50001, "WebP"},
+                                                             {50002, "JPEG XL"}};
+  for (const auto& [number, name] : kNames) {
+    if (number == coding) return name;
+  }
+  return std::to_string(coding);
+}
+
+bool holds_pages(std::int32_t code) {
+  const auto type = find_code(code);
+  return type && (type->flags & IMG_FORMAT_APPENDS) != 0;
+}
+
 }  // namespace tool

@@ -21,4 +21,10 @@ std::optional<std::int32_t> code_of_file_name(const std::string& name);
 // What the names of its files end in, without a dot; variants share that of their format.
 std::string ending_of(const img_format& format);
 
+// "Group 4", as TIFF numbers the ways of coding.
+std::string tiff_coding_name(std::int32_t coding);
+
+// Whether saving to a file of this code adds a page to it.
+bool holds_pages(std::int32_t code);
+
 }  // namespace tool

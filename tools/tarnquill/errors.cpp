@@ -1,6 +1,8 @@
 // Messages for status codes.
 #include "errors.h"
 
+#include <cstdio>
+
 namespace tool {
 
 const char* status_meaning(std::int32_t status) {
@@ -39,8 +41,28 @@ std::string printable(std::string_view name) {
   return text;
 }
 
-Failure::Failure(const std::string& file, std::int32_t status)
-    : std::runtime_error(printable(file) + ": " + status_meaning(status) + " (" +
+std::string quoted(std::string_view text) {
+  std::string result = "\"";
+  while (!text.empty()) {
+    const Character next = first_character(text);
+    if (next.lone) {
+      result += "\\ufffd";  // file names may hold any bytes, JSON may not
+    } else if (controls_terminal(next.code)) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(next.code) & 0xFFFF);
+      result += escape;
+    } else {
+      if (text[0] == '"' || text[0] == '\\') result += '\\';
+      result += text.substr(0, next.bytes);
+    }
+    text.remove_prefix(next.bytes);
+  }
+  return result + "\"";
+}
+
+Failure::Failure(const std::string& file, std::int32_t status, const std::string& words)
+    : std::runtime_error(printable(file) + ": " +
+                         (words.empty() ? status_meaning(status) : printable(words)) + " (" +
                          std::to_string(status) + ")"),
       status_(status) {}
 

@@ -23,8 +23,8 @@ class UsageError : public std::runtime_error {
 
 class Failure : public std::runtime_error {
  public:
-  // "scan.bmp: image data is invalid (-3)"
-  Failure(const std::string& file, std::int32_t status);
+  // "scan.bmp: image data is invalid (-3)"; with words of its own in place of the status's.
+  Failure(const std::string& file, std::int32_t status, const std::string& words = "");
   std::int32_t status() const { return status_; }
 
  private:
@@ -63,5 +63,8 @@ bool controls_terminal(char32_t code);
 
 // A name for messages: what would control a terminal becomes "?".
 std::string printable(std::string_view name);
+
+// The same for JSON, in quotation marks, where everything but bytes that are no text can be kept.
+std::string quoted(std::string_view text);
 
 }  // namespace tool

@@ -8,6 +8,7 @@
 #include "errors.h"
 #include "input.h"
 #include "output.h"
+#include "page_choice.h"
 #include "progress.h"
 #include "system.h"
 
@@ -15,27 +16,12 @@ namespace tool {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"page", 0, "N", "this page only, from 1 on"},
+    kPageOption,
+    kPagesOption,
     {"quiet", 'q', nullptr, "no notes and no progress bar"},
     {"verbose", 'v', nullptr, "a line for each result"},
     {"help", 'h', nullptr, "this text"},
 };
-
-// "out-%d" and page 7, counted from 1: "out-7". A number between % and d says how many digits it has at
-// least.
-std::string name_of(const std::string& pattern, int page) {
-  const std::size_t start = pattern.find('%');
-  const std::size_t end = start == std::string::npos ? start : pattern.find('d', start);
-  if (end == std::string::npos) return pattern;
-  std::size_t digits = 0;
-  for (std::size_t i = start + 1; i < end; ++i) {
-    if (pattern[i] < '0' || pattern[i] > '9' || digits > 9) return pattern;
-    digits = 10 * digits + (pattern[i] - '0');
-  }
-  std::string number = std::to_string(page);
-  if (number.size() < digits) number.insert(0, digits - number.size(), '0');
-  return pattern.substr(0, start) + number + pattern.substr(end + 1);
-}
 
 // Whether the page is there under this name and code now. A JPEG file that is not the page's own data would
 // lose some.
@@ -72,19 +58,19 @@ int run_extract(const Arguments& arguments) {
   Progress progress(!quiet && is_terminal(stderr));
   progress.begin_file(input_label(names[0]));
   const Input input(names[0]);
-  check(input.label(), input.file_type());
-  const std::int32_t pages = check(input.label(), input.pages());
-  const auto only = arguments.number("page", 1, 0xFFFFFF);
-  if (only && *only > pages) throw Failure(input.label(), IMG_PAGE_PAST_END);
-  const int first = only.value_or(1), last = only.value_or(pages);
-  if (first != last && name_of(names[1], first) == name_of(names[1], last)) {
-    throw UsageError("the pictures of " + std::to_string(pages) +
+  input.file_type();
+  const int count = input.pages();
+  const std::vector<int> pages = PageChoice::of(arguments).of_file(count);
+  if (pages.size() > 1 && !is_numbered(names[1])) {
+    throw UsageError("the pictures of " + std::to_string(pages.size()) +
                      " pages need a name with %d in it, for their numbers");
   }
-  for (int page = first; page <= last; ++page) {
+  for (const int page : pages) {
+    if (page >= count) throw Failure(input.label(), IMG_PAGE_PAST_END);
     within_memory(input.label(), [&] {
       progress.begin_stage("writing");
-      extract_page(input, page - 1, name_of(names[1], page), arguments.has("verbose") && !quiet);
+      extract_page(input, page, numbered_name(names[1], page + 1),
+                   arguments.has("verbose") && !quiet);
     });
     if (interrupted() != 0) throw Failure(input.label(), kInterrupted);
   }
@@ -94,15 +80,19 @@ int run_extract(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kExtract = {
-    "extract",
-    "FILE NAME",
-    "Writes the picture of every page to a file of its own.",
-    "NAME gets the ending of what the picture is, and the number of the page where it has %d, or\n"
-    "%03d. Jpeg and facsimile pictures come out as they are in FILE where the format allows that;\n"
-    "others, and what cannot be taken out, as png, tiff-g4 or tiff.\n",
-    kOptions,
-    run_extract,
-};
+Command extract_command() {
+  return {
+      "extract",
+      "FILE NAME",
+      "Writes the picture of every page to a file of its own.",
+      "NAME gets the ending of what the picture is, and the number of the page where it has %d, "
+      "or\n"
+      "%03d. Jpeg and facsimile pictures come out as they are in FILE where the format allows "
+      "that;\n"
+      "others, and what cannot be taken out, as png, tiff-g4 or tiff.\n",
+      {std::begin(kOptions), std::end(kOptions)},
+      run_extract,
+  };
+}
 
 }  // namespace tool

@@ -56,13 +56,15 @@ int run_formats(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kFormats = {
-    "formats",
-    "",
-    "Lists the formats.",
-    "Names and numbers are those of --code; READ and WRITTEN are the depths in bits a pixel.\n",
-    kOptions,
-    run_formats,
-};
+Command formats_command() {
+  return {
+      "formats",
+      "",
+      "Lists the formats.",
+      "Names and numbers are those of --code; READ and WRITTEN are the depths in bits a pixel.\n",
+      {std::begin(kOptions), std::end(kOptions)},
+      run_formats,
+  };
+}
 
 }  // namespace tool

@@ -1,90 +1,56 @@
-// tarnquill flip, mirror, rotate, orient, crop, extend, resize, invert: pixels at other places.
+// Operations that put pixels at other places.
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <iterator>
 
-#include "command.h"
 #include "errors.h"
-#include "operate.h"
+#include "operations.h"
 #include "tarnquill.h"
 
 namespace tool {
 namespace {
 
-constexpr Option kPlainOptions[] = {kCodeOption, kPageOption, kQuietOption, kHelpOption};
-constexpr Option kFillOption = {"fill", 0, "N",
-                                "of what comes in: a palette index, a sample, or the colour\n"
-                                "0xBBGGRR as a number (default white)"};
+using Value = std::optional<std::string>;
 
-constexpr std::int32_t kPaper = -1;
+constexpr Option kFillOption = {"fill", 0, "N",
+                                "of what --rotate and --extend bring in: a palette index, a\n"
+                                "sample, or the colour 0xBBGGRR as a number (default white)"};
+constexpr Option kFilterOption = {"filter", 0, "NAME",
+                                  "of --size and --fit: box (default), nearest, triangle,\n"
+                                  "cubic, lanczos; mono: box and black or white again"};
+constexpr Option kEnlargeOption = {"enlarge", 0, nullptr, "--size and --fit may make larger, too"};
+constexpr Option kRotateOptions[] = {
+    {"keep-size", 0, nullptr, "--rotate cuts corners off, and makes nothing larger"},
+    {"nearest", 0, nullptr, "--rotate makes no colours that were not there"},
+    kFillOption};
+constexpr Option kExtendOptions[] = {kFillOption};
+constexpr Option kResizeOptions[] = {kFilterOption};
+constexpr Option kSizeOptions[] = {kFilterOption, kEnlargeOption};
+
 std::int32_t fill_of(const Arguments& arguments) {
+  constexpr std::int32_t kPaper = -1;
   return arguments.number("fill", 0, 0xFFFFFF).value_or(kPaper);
 }
 
-[[noreturn]] void refuse(const std::string& option, const std::string& wanted) {
-  throw UsageError("--" + option + " takes " + wanted);
+std::string required(const Value& value, const std::string& option, const std::string& wanted) {
+  if (!value) throw UsageError("--" + option + " takes " + wanted);
+  return *value;
 }
 
-std::string required(const Arguments& arguments, const std::string& option,
-                     const std::string& wanted) {
-  const auto text = arguments.value(option);
-  if (!text) refuse(option, wanted);
-  return *text;
+// Of an export that takes nothing but the image.
+template <auto kExport>
+Operation plain(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) { return kExport(subject.image); };
 }
 
-int run_flip(const Arguments& arguments) {
-  return operate(arguments, IMG_flip_bitmap);
+Operation make_orient(const Value& value, const Arguments& /*arguments*/) {
+  const std::string text = required(value, "value", "a number from 1 to 8");
+  const auto number = whole_number(text);
+  if (!number || *number < 1 || *number > 8) refuse("orient", text, "a number from 1 to 8");
+  return [=](const Subject& subject) { return IMG_orient_bitmap(subject.image, *number); };
 }
-int run_mirror(const Arguments& arguments) {
-  return operate(arguments, IMG_mirror_bitmap);
-}
-int run_invert(const Arguments& arguments) {
-  return operate(arguments, IMG_invert_bitmap);
-}
-
-constexpr Option kOrientOptions[] = {
-    {"value", 0, "N", "1 to 8, as TIFF and EXIF count: what is undone"},
-    kCodeOption,
-    kPageOption,
-    kQuietOption,
-    kHelpOption};
-
-int run_orient(const Arguments& arguments) {
-  const auto value = arguments.number("value", 1, 8);
-  if (!value) refuse("value", "a number from 1 to 8");
-  return operate(arguments, [=](std::int32_t image) { return IMG_orient_bitmap(image, *value); });
-}
-
-// A palette with colours has no levels between.
-bool has_colours(std::int32_t image) {
-  std::int32_t bits = 0;
-  const auto block = IMG_bitmap_info(image, nullptr, nullptr, &bits);
-  if (bits != 4 && bits != 8) return false;
-  const auto* const palette = reinterpret_cast<const unsigned char*>(block) + 40;
-  for (int i = 0; i < 1 << bits; ++i) {
-    const unsigned char* const entry = palette + 4 * i;
-    if (entry[0] != entry[1] || entry[1] != entry[2]) return true;
-  }
-  return false;
-}
-
-std::int32_t promoted_where_needed(std::int32_t image) {
-  if (!has_colours(image)) return IMG_OK;
-  complain("the palette becomes 24 bits, for colours between its own");
-  return IMG_promote_24(image);
-}
-
-constexpr Option kRotateOptions[] = {
-    {"angle", 0, "DEGREES", "clockwise, to hundredths: 90, -1.3"},
-    {"keep-size", 0, nullptr, "cut the corners off, instead of making the image larger"},
-    {"nearest", 0, nullptr, "no colours that were not there"},
-    kFillOption,
-    kCodeOption,
-    kPageOption,
-    kQuietOption,
-    kHelpOption};
 
 std::int32_t parse_angle(const std::string& text) {
   double degrees = 0;
@@ -92,136 +58,217 @@ std::int32_t parse_angle(const std::string& text) {
   const auto [behind, error] =
       std::from_chars(text.data() + (text.starts_with('+') ? 1 : 0), end, degrees);
   if (error != std::errc() || behind != end || !(std::abs(degrees) <= 1e6)) {
-    refuse("angle", "a number of degrees, not '" + printable(text) + "'");
+    refuse("angle", text, "a number of degrees");
   }
   return static_cast<std::int32_t>(std::lround(100 * degrees));
 }
 
-int run_rotate(const Arguments& arguments) {
+Operation make_rotate(const Value& value, const Arguments& arguments) {
   constexpr std::int32_t kQuarter = 9000, kKeepsSize = 1, kNearest = 2;
-  const std::int32_t angle = parse_angle(required(arguments, "angle", "a number of degrees"));
+  const std::string text = required(value, "angle", "a number of degrees, or auto");
+  // By what the file says, as it is decoded.
+  if (text == "auto") return [](const Subject& /*subject*/) { return IMG_OK + 0; };
+  const std::int32_t angle = parse_angle(text), fill = fill_of(arguments);
   const bool nearest = arguments.has("nearest");
   const std::int32_t mode =
       (arguments.has("keep-size") ? kKeepsSize : 0) | (nearest ? kNearest : 0);
-  const std::int32_t fill = fill_of(arguments);
-  return operate(arguments, [=](std::int32_t image) {
+  return [=](const Subject& subject) {
     const bool blends = !nearest && angle % kQuarter != 0;
-    const std::int32_t ready = blends ? promoted_where_needed(image) : IMG_OK;
-    return ready < 0 ? ready : IMG_rotate_bitmap(image, angle, fill, mode);
-  });
-}
-
-constexpr Option kCropOptions[] = {
-    {"rect", 0, "X,Y,W,H", "or WxH+X+Y: in pixels from the top left corner"},
-    kCodeOption,
-    kPageOption,
-    kQuietOption,
-    kHelpOption};
-
-int run_crop(const Arguments& arguments) {
-  const Rect wanted = parse_rect("rect", required(arguments, "rect", "X,Y,W,H"));
-  return operate(arguments, [=](std::int32_t image) {
-    std::int32_t width = 0, height = 0;
-    IMG_bitmap_info(image, &width, &height, nullptr);
-    const Rect part = clipped(wanted, width, height);
-    return IMG_crop_bitmap(image, part.x, part.y, part.width, part.height);
-  });
-}
-
-constexpr Option kExtendOptions[] = {
-    {"margins", 0, "L,T,R,B", "pixels to add on the left, above, on the right, below"},
-    kFillOption,
-    kCodeOption,
-    kPageOption,
-    kQuietOption,
-    kHelpOption};
-
-std::array<std::int32_t, 4> parse_margins(const std::string& text) {
-  std::array<std::int32_t, 4> margins{};
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (std::size_t i = 0; i < margins.size(); ++i) {
-    const auto [behind, error] = std::from_chars(at, end, margins[i]);
-    const bool goes_on = i + 1 < margins.size() && behind != end && *behind == ',';
-    const bool ends = i + 1 == margins.size() && behind == end;
-    if (error != std::errc() || (!goes_on && !ends)) {
-      refuse("margins", "L,T,R,B, not '" + printable(text) + "'");
-    }
-    at = behind + 1;
-  }
-  return margins;
-}
-
-int run_extend(const Arguments& arguments) {
-  const auto margins = parse_margins(required(arguments, "margins", "L,T,R,B in pixels"));
-  const std::int32_t fill = fill_of(arguments);
-  return operate(arguments, [=](std::int32_t image) {
-    return IMG_extend_bitmap(image, margins[0], margins[1], margins[2], margins[3], fill);
-  });
-}
-
-constexpr Option kResizeOptions[] = {
-    {"size", 0, "WxH|N%|N", "to this size, to so many percent, or the longer side to N"},
-    {"method", 0, "NAME", "area (default), nearest, triangle, cubic, lanczos"},
-    kCodeOption,
-    kPageOption,
-    kQuietOption,
-    kHelpOption};
-
-Size scaled_size(const std::string& text, std::int32_t width, std::int32_t height) {
-  if (text.find('x') != std::string::npos) return parse_size("size", text);
-  const bool percent = text.ends_with('%');
-  const char* const end = text.data() + text.size() - (percent ? 1 : 0);
-  std::int32_t number = 0;
-  const auto [behind, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || behind != end || number < 1) {
-    refuse("size", "WxH, N% or N, not '" + printable(text) + "'");
-  }
-  const std::int64_t of = percent ? 100 : std::max(width, height);
-  const auto scaled = [&](std::int64_t side) {
-    const std::int64_t value = (2 * side * number / of + 1) / 2;
-    return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, 1, 0x7FFFFFFF));
+    const std::int32_t ready = blends ? make_blendable(subject) : IMG_OK;
+    return ready < 0 ? ready : IMG_rotate_bitmap(subject.image, angle, fill, mode);
   };
-  return {scaled(width), scaled(height)};
 }
 
-int run_resize(const Arguments& arguments) {
-  constexpr const char* kMethods[] = {"nearest", "area", "triangle", "cubic", "lanczos"};
-  const std::string size = required(arguments, "size", "WxH, N% or N");
-  const std::string name = arguments.value("method").value_or("area");
+Operation make_crop(const Value& value, const Arguments& /*arguments*/) {
+  const Rect wanted = parse_rect("crop", required(value, "rect", "X,Y,W,H"));
+  return [=](const Subject& subject) {
+    const ImageShape shape = shape_of(subject.image);
+    const Rect part = inside("crop", wanted, subject.label, shape.width, shape.height);
+    return IMG_crop_bitmap(subject.image, part.x, part.y, part.width, part.height);
+  };
+}
+
+Operation make_extend(const Value& value, const Arguments& arguments) {
+  const std::string text = required(value, "margins", "L,T,R,B in pixels");
+  const std::vector<std::int32_t> sides = numbers(text, ",,,");
+  if (sides.size() != 4) refuse("margins", text, "L,T,R,B in pixels");
+  const std::int32_t fill = fill_of(arguments);
+  return [=](const Subject& subject) {
+    return IMG_extend_bitmap(subject.image, sides[0], sides[1], sides[2], sides[3], fill);
+  };
+}
+
+// ---- Other sizes ----
+
+// "800", "800x", "x600", "800x600", "50%".
+struct Scale {
+  std::int32_t width = 0, height = 0;  // 0: as the other one wants it
+  std::int32_t longest = 0, percent = 0;
+  bool within = false;  // of both sides the one that leaves less
+};
+
+Scale parse_scale(const std::string& option, const std::string& text) {
+  const auto positive = [](std::string_view part) {
+    const auto number = whole_number(part);
+    return number && *number > 0 ? *number : 0;
+  };
+  Scale scale;
+  const std::size_t x = text.find('x');
+  if (text.ends_with('%')) {
+    scale.percent = positive(std::string_view(text).substr(0, text.size() - 1));
+  } else if (x == std::string::npos) {
+    scale.longest = positive(text);
+  } else {
+    const std::string_view width = std::string_view(text).substr(0, x);
+    const std::string_view height = std::string_view(text).substr(x + 1);
+    scale.width = positive(width);
+    scale.height = positive(height);
+    if ((scale.width == 0 && !width.empty()) || (scale.height == 0 && !height.empty())) scale = {};
+  }
+  if (scale.width + std::int64_t{scale.height} + scale.longest + scale.percent == 0) {
+    refuse(option, text, "N, WxH, Wx, xH or N%");
+  }
+  return scale;
+}
+
+Size scaled_size(const Scale& scale, const Subject& subject) {
+  const ImageShape shape = shape_of(subject.image);
+  double width = shape.width, height = shape.height;
+  if (scale.percent == 0 && (scale.width == 0 || scale.height == 0 || scale.within)) {
+    // Where pixels are not square, a side of the picture is that of the sheet.
+    std::int32_t x = 0, y = 0;
+    IMG_get_resolution(subject.image, &x, &y);
+    if (x > 0 && y > 0) x > y ? height = height* x / y : width = width * y / x;
+  }
+  double across = 1, down = 1;
+  if (scale.percent != 0) {
+    across = down = scale.percent / 100.0;
+  } else if (scale.longest != 0) {
+    across = down = scale.longest / std::max(width, height);
+  } else {
+    across = scale.width / width;
+    down = scale.height / height;
+    if (scale.within) across = down = std::min(across, down);
+    if (scale.height == 0) down = across;
+    if (scale.width == 0) across = down;
+  }
+  const auto side = [](double length) {
+    return static_cast<std::int32_t>(std::clamp(std::floor(length + 0.5), 1.0, 2147483647.0));
+  };
+  return {side(width * across), side(height * down)};
+}
+
+std::int32_t method_of(const Arguments& arguments) {
+  constexpr const char* kMethods[] = {"nearest", "box", "triangle", "cubic", "lanczos", "mono"};
+  const std::string name = arguments.value("filter").value_or("box");
   const auto found = std::find(std::begin(kMethods), std::end(kMethods), name);
   if (found == std::end(kMethods)) {
-    refuse("method", "area, nearest, triangle, cubic or lanczos, not '" + printable(name) + "'");
+    refuse("filter", name, "box, nearest, triangle, cubic, lanczos or mono");
   }
-  const auto method = static_cast<std::int32_t>(found - std::begin(kMethods));
-  scaled_size(size, 1, 1);  // whether it is one
-  return operate(arguments, [=](std::int32_t image) {
-    const std::int32_t ready = method == 0 ? IMG_OK : promoted_where_needed(image);
-    if (ready < 0) return ready;
-    std::int32_t width = 0, height = 0;
-    IMG_bitmap_info(image, &width, &height, nullptr);
-    const Size wanted = scaled_size(size, width, height);
-    return IMG_resize_bitmap(image, wanted.width, wanted.height, method);
-  });
+  return static_cast<std::int32_t>(found - std::begin(kMethods));
 }
+
+Operation resizing(const Scale& scale, bool enlarges, std::int32_t method) {
+  return [=](const Subject& subject) {
+    constexpr std::int32_t kNearest = 0;
+    const ImageShape shape = shape_of(subject.image);
+    const Size size = scaled_size(scale, subject);
+    if (size.width == shape.width && size.height == shape.height) return IMG_OK + 0;
+    if (!enlarges && (size.width > shape.width || size.height > shape.height)) {
+      note(subject, size_text(shape.width, shape.height) + " pixels are not enlarged to " +
+                        size_text(size.width, size.height) + " without --enlarge");
+      return IMG_OK + 0;
+    }
+    const std::int32_t ready = method == kNearest ? IMG_OK : make_blendable(subject);
+    return ready < 0 ? ready : IMG_resize_bitmap(subject.image, size.width, size.height, method);
+  };
+}
+
+Operation make_resize(const Value& value, const Arguments& arguments) {
+  return resizing(parse_scale("size", required(value, "size", "N, WxH, Wx, xH or N%")), true,
+                  method_of(arguments));
+}
+
+Operation make_size(const Value& value, const Arguments& arguments) {
+  const Scale scale = parse_scale("size", *value);
+  return resizing(scale, arguments.has("enlarge") || scale.percent > 100, method_of(arguments));
+}
+
+Operation make_fit(const Value& value, const Arguments& arguments) {
+  Scale scale = parse_scale("fit", *value);
+  if (scale.width == 0 || scale.height == 0) refuse("fit", *value, "WxH");
+  scale.within = true;
+  return resizing(scale, arguments.has("enlarge"), method_of(arguments));
+}
+
+Operation make_dpi(const Value& value, const Arguments& /*arguments*/) {
+  std::vector<std::int32_t> dpi = numbers(*value, "x");
+  if (dpi.empty()) dpi.assign(2, whole_number(*value).value_or(0));
+  if (std::ranges::any_of(dpi, [](std::int32_t n) { return n < 1 || n > 65535; })) {
+    refuse("dpi", *value, "N or XxY with numbers from 1 to 65535");
+  }
+  return [=](const Subject& subject) {
+    return IMG_set_resolution(subject.image, 1000 * dpi[0], 1000 * dpi[1]);
+  };
+}
+
+constexpr OperationRow kRows[] = {
+    {OperationRow::both,
+     "rotate",
+     {"angle", 0, "DEGREES", "clockwise, to hundredths: 90, -1.3; auto: as the file says"},
+     "turn clockwise, to hundredths of a degree: 90, -1.3; auto:\nas the file says",
+     kRotateOptions,
+     make_rotate},
+    {OperationRow::both, "flip", {}, "turn upside down", {}, plain<IMG_flip_bitmap>},
+    {OperationRow::both, "mirror", {}, "exchange left and right", {}, plain<IMG_mirror_bitmap>},
+    {OperationRow::both,
+     "orient",
+     {"value", 0, "N", "1 to 8, as TIFF and EXIF count: what is undone"},
+     "undo an orientation, 1 to 8 as TIFF and EXIF count",
+     {},
+     make_orient},
+    {OperationRow::both,
+     "crop",
+     {"rect", 0, "X,Y,W,H", "or WxH+X+Y: in pixels from the top left corner"},
+     "keep this rectangle only",
+     {},
+     make_crop},
+    {OperationRow::both,
+     "extend",
+     {"margins", 0, "L,T,R,B", "pixels to add on the left, above, on the right, below"},
+     "add margins, in pixels",
+     kExtendOptions,
+     make_extend},
+    {OperationRow::as_command,
+     "resize",
+     {"size", 0, "SIZE", "N: the longer side; Wx, xH: the other side follows; WxH; N%"},
+     "give an image another size",
+     kResizeOptions,
+     make_resize},
+    {OperationRow::as_option,
+     "size",
+     {nullptr, 0, "SIZE", nullptr},
+     "make smaller: N: the longer side; Wx, xH: the other side\nfollows; WxH; N%",
+     kSizeOptions,
+     make_size},
+    {OperationRow::as_option,
+     "fit",
+     {nullptr, 0, "WxH", nullptr},
+     "make as large as fits there",
+     kSizeOptions,
+     make_fit},
+    {OperationRow::as_option,
+     "dpi",
+     {nullptr, 0, "N", nullptr},
+     "give this resolution, or XxY; what scales afterwards scales it",
+     {},
+     make_dpi},
+};
 
 }  // namespace
 
-const Command kFlip = {"flip",         "IN OUT",      "Turns an image upside down.",
-                       kOperationHelp, kPlainOptions, run_flip};
-const Command kMirror = {"mirror",       "IN OUT",      "Exchanges left and right.",
-                         kOperationHelp, kPlainOptions, run_mirror};
-const Command kInvert = {"invert",       "IN OUT",      "Makes light dark and dark light.",
-                         kOperationHelp, kPlainOptions, run_invert};
-const Command kOrient = {"orient",       "IN OUT",       "Undoes an orientation.",
-                         kOperationHelp, kOrientOptions, run_orient};
-const Command kRotate = {"rotate",       "IN OUT",       "Turns an image by any angle.",
-                         kOperationHelp, kRotateOptions, run_rotate};
-const Command kCrop = {"crop",         "IN OUT",     "Keeps a rectangle of an image.",
-                       kOperationHelp, kCropOptions, run_crop};
-const Command kExtend = {"extend",       "IN OUT",       "Adds margins to an image.",
-                         kOperationHelp, kExtendOptions, run_extend};
-const Command kResize = {"resize",       "IN OUT",       "Gives an image another size.",
-                         kOperationHelp, kResizeOptions, run_resize};
+std::span<const OperationRow> geometry_rows() {
+  return kRows;
+}
 
 }  // namespace tool

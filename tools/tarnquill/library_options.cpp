@@ -50,15 +50,29 @@ void apply_library_options(const Arguments& arguments) {
         IMG_OPTION_UTF8_NAMES}) {
     IMG_set_option(option, 1);
   }
-  if (!arguments.has("no-orient")) IMG_set_option(IMG_OPTION_ORIENTATION, 1);
+  const bool rotates = arguments.value("rotate") == "auto" || arguments.value("angle") == "auto";
+  if (rotates || !arguments.has("no-orient")) IMG_set_option(IMG_OPTION_ORIENTATION, 1);
 }
 
-void report_damage(std::int32_t image, const std::string& label) {
-  std::int32_t rows = 0, reason = 0;
-  if (is_contract || IMG_get_damage(image, &rows, &reason) != 1) return;
+bool report_damage(std::int32_t image, const std::string& label) {
+  std::int32_t reason = 0, first = 0, last = 0, height = 0;
+  if (is_contract || IMG_get_damage(image, nullptr, &reason) != 1) return false;
   was_damaged = true;
-  complain(printable(label) + ": damaged after " + std::to_string(rows) +
-           " rows: " + status_meaning(reason) + " (" + std::to_string(reason) + ")");
+  IMG_get_damaged_rows(image, &first, &last, &height);
+  const bool ends_early = reason == IMG_READ_FAILED;
+  const bool all = first == 0 && last == height - 1;
+  std::string what = ends_early ? "the end of the file is missing" : "the file is damaged";
+  if (reason == IMG_UNSUPPORTED) {
+    what = "the page has more on it than its pictures, which are all that is read";
+  } else if (first >= 0) {
+    what = "rows " + std::to_string(first) + " to " + std::to_string(last) + " of " +
+           std::to_string(height) +
+           (!ends_early ? " are damaged"
+            : all       ? " are missing in part"
+                        : " are missing");
+  }
+  complain(printable(label) + ": " + what);
+  return true;
 }
 
 bool damage_was_reported() {

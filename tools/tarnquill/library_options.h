@@ -15,9 +15,9 @@ std::span<const Option> library_options();
 // limits on what a file may claim; unless the arguments say otherwise.
 void apply_library_options(const Arguments& arguments);
 
-// Says that an image is not all that its file once held, if so. The program then ends with
-// kExitDamaged, if nothing worse happens.
-void report_damage(std::int32_t image, const std::string& label);
+// Whether an image is not all that its file once held: then it says so, and the program ends with
+// kExitDamaged if nothing worse happens.
+bool report_damage(std::int32_t image, const std::string& label);
 bool damage_was_reported();
 
 }  // namespace tool

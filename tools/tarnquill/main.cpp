@@ -8,12 +8,13 @@
 #include "command.h"
 #include "errors.h"
 #include "library_options.h"
+#include "progress.h"
 #include "system.h"
 
 namespace tool {
 
 void complain(const std::string& message) {
-  std::fprintf(stderr, "tarnquill: %s\n", message.c_str());
+  say("tarnquill: " + message);
 }
 
 int flushed(int code) {
@@ -24,16 +25,21 @@ int flushed(int code) {
 
 namespace {
 
-constexpr const Command* kCommands[] = {
-    &kInfo,   &kPages,     &kTags,    &kConvert, &kAppend, &kExtract, &kGray,   &kReduce,
-    &kDither, &kThreshold, &kPromote, &kRotate,  &kFlip,   &kMirror,  &kOrient, &kCrop,
-    &kExtend, &kResize,    &kInvert,  &kSheet,   &kScan,   &kFormats};
+std::vector<Command> all_commands() {
+  std::vector<Command> commands = {info_command(),    pages_command(),  tags_command(),
+                                   convert_command(), append_command(), extract_command()};
+  for (Command& command : operation_commands()) commands.push_back(std::move(command));
+  commands.push_back(sheet_command());
+  commands.push_back(scan_command());
+  commands.push_back(formats_command());
+  return commands;
+}
 
-const Command* find_command(const std::string& name) {
-  for (const Command* command : kCommands) {
-    if (name == command->name) return command;
+Command find_command(const std::string& name) {
+  for (Command& command : all_commands()) {
+    if (name == command.name) return std::move(command);
   }
-  return nullptr;
+  throw UsageError("unknown command " + printable(name));
 }
 
 int print(const std::string& text) {
@@ -47,10 +53,14 @@ std::string general_help() {
       "Reads, converts and writes raster images.\n"
       "\n"
       "Commands:\n";
-  for (const Command* command : kCommands) {
-    std::string line = std::string("  ") + command->name;
+  for (const Command& command : all_commands()) {
+    std::string line = std::string("  ") + command.name;
     line.resize(12, ' ');
-    text += line + command->summary + "\n";
+    for (const char c : command.summary) {
+      line += c;
+      if (c == '\n') line.append(12, ' ');
+    }
+    text += line + "\n";
   }
   return text +
          "  help      explains a command: tarnquill help convert\n"
@@ -74,14 +84,11 @@ int print_version() {
   std::int32_t major = 0;
   std::int32_t minor = 0;
   IMG_ifl_version(&major, &minor);
-  return print("tarnquill " TARNQUILL_VERSION " (interface " + std::to_string(major) + "." +
-               std::to_string(minor) + ")\n");
-}
-
-int print_help(const std::string& name) {
-  const Command* const command = find_command(name);
-  if (command == nullptr) throw UsageError("unknown command " + printable(name));
-  return print(command_help(*command));
+  const std::int32_t library = IMG_library_version();
+  const auto part = [&](std::int32_t of) { return std::to_string(library / of % 100); };
+  return print("tarnquill " TARNQUILL_VERSION " (library " + part(10000) + "." + part(100) + "." +
+               part(1) + ", interface " + std::to_string(major) + "." + std::to_string(minor) +
+               ")\n");
 }
 
 int run(const std::vector<std::string>& words) {
@@ -89,15 +96,15 @@ int run(const std::vector<std::string>& words) {
   const std::string& first = words[0];
   if (first == "--version" || first == "-version") return print_version();
   if (first == "-h" || first == "--help" || first == "-help") return print(general_help());
-  if (first == "help") return words.size() == 1 ? print(general_help()) : print_help(words[1]);
-  const Command* const command = find_command(first);
-  if (command == nullptr) throw UsageError("unknown command " + printable(first));
-  std::vector<Option> options(command->options.begin(), command->options.end());
+  if (first == "help")
+    return words.size() == 1 ? print(general_help()) : print(command_help(find_command(words[1])));
+  const Command command = find_command(first);
+  std::vector<Option> options = command.options;
   options.insert(options.end(), library_options().begin(), library_options().end());
   const Arguments arguments(std::span<const std::string>(words).subspan(1), options);
-  if (arguments.has("help")) return print(command_help(*command));
+  if (arguments.has("help")) return print(command_help(command));
   apply_library_options(arguments);
-  const int code = command->run(arguments);
+  const int code = command.run(arguments);
   return code == kExitOk && damage_was_reported() ? kExitDamaged : code;
 }
 

@@ -20,10 +20,10 @@ int run_pages(const Arguments& arguments) {
     try {
       within_memory(input_label(name), [&] {
         const Input input(name);
-        check(input.label(), input.file_type());
-        const std::int32_t pages = check(input.label(), input.pages());
+        input.file_type();
+        const int pages = input.pages();
         if (names.size() > 1) std::printf("%s: ", printable(input.label()).c_str());
-        std::printf("%d\n", static_cast<int>(pages));
+        std::printf("%d\n", pages);
       });
     } catch (const Failure& failure) {
       complain(failure.what());
@@ -35,15 +35,17 @@ int run_pages(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kPages = {
-    "pages",
-    "FILE...",
-    "Counts the pages of files.",
-    "Prints the number of pages, behind the file's name if there are several files. A FILE of - "
-    "is\n"
-    "standard input. A file of a format without pages has one.\n",
-    kOptions,
-    run_pages,
-};
+Command pages_command() {
+  return {
+      "pages",
+      "FILE...",
+      "Counts the pages of files.",
+      "Prints the number of pages, behind the file's name if there are several files. A FILE of - "
+      "is\n"
+      "standard input. A file of a format without pages has one.\n",
+      {std::begin(kOptions), std::end(kOptions)},
+      run_pages,
+  };
+}
 
 }  // namespace tool

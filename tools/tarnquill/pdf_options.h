@@ -6,14 +6,15 @@
 namespace tool {
 
 // Rows for the table of such a command, behind its own.
-inline constexpr Option kPageSizeOption = {"page-size", 0, "SIZE",
-                                           "of pdf: a3, a4, a5, letter, legal, or WxH in points; "
-                                           "without\nit pages are as large as their pictures"};
+inline constexpr Option kPaperOption = {
+    "paper", 0, "SIZE",
+    "of pdf: a3, a4, a5, letter, legal, or WxHmm, WxHin, WxHpt;\n"
+    "without it pages are as large as their pictures"};
 inline constexpr Option kMarginOption = {"margin", 0, "N",
-                                         "of pdf: points on every side of a page"};
-inline constexpr Option kFitOption = {"fit", 0, "HOW",
-                                      "of pdf, on pages of a size: fill (default), or shrink, "
-                                      "which\nleaves small pictures as they are"};
+                                         "of pdf: on every side of a page, in mm, in or pt: 10mm"};
+inline constexpr Option kPageFitOption = {
+    "page-fit", 0, "HOW",
+    "of pdf, with --paper: fill (default), or shrink, which\nleaves small pictures as they are"};
 inline constexpr Option kTurnPagesOption = {
     "turn-pages", 0, nullptr, "of pdf: turn pages where that makes their pictures larger"};
 inline constexpr Option kLosslessOption = {"lossless", 0, nullptr,

@@ -1,8 +1,9 @@
-// One line on standard error, drawn over itself.
+// One line of standard error, drawn over itself.
 #include "progress.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 
 #include "errors.h"
 #include "system.h"
@@ -11,12 +12,23 @@ namespace tool {
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 constexpr auto kPatience = 500ms;  // shorter work shows nothing
 constexpr auto kBetween = 100ms;
 constexpr int kBarCells = 30;
 constexpr std::size_t kNameCells = 30;
 constexpr char kEraseLine[] = "\r\033[K";
+
+// There is one terminal for all threads.
+std::mutex screen;
+bool bar_is_visible = false;
+std::atomic<Clock::duration> next_draw{};  // since the clock's beginning
+
+void erase() {
+  if (bar_is_visible) std::fputs(kEraseLine, stderr);
+  bar_is_visible = false;
+}
 
 // The end of a long name says more than its beginning.
 std::string shortened(const std::string& name) {
@@ -28,8 +40,15 @@ std::string shortened(const std::string& name) {
 
 }  // namespace
 
-Progress::Progress(bool drawn) : drawn_(drawn) {
+void say(const std::string& line) {
+  const std::scoped_lock lock(screen);
+  erase();
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+Progress::Progress(bool drawn, BatchState* batch) : drawn_(drawn), batch_(batch) {
   IMG_set_statusbar(reinterpret_cast<std::intptr_t>(this), on_step, 1);
+  next_draw = (Clock::now() + kPatience).time_since_epoch();
 }
 
 Progress::~Progress() {
@@ -38,9 +57,10 @@ Progress::~Progress() {
 }
 
 void Progress::begin_file(const std::string& name) {
-  clear();
   name_ = shortened(printable(name));
-  next_draw_ = Clock::now() + kPatience;
+  if (batch_ != nullptr && batch_->total > 1) return;
+  clear();
+  next_draw = (Clock::now() + kPatience).time_since_epoch();
 }
 
 void Progress::begin_stage(const char* stage) {
@@ -49,10 +69,9 @@ void Progress::begin_stage(const char* stage) {
 }
 
 void Progress::clear() {
-  if (!visible_) return;
-  std::fputs(kEraseLine, stderr);
+  const std::scoped_lock lock(screen);
+  erase();
   std::fflush(stderr);
-  visible_ = false;
 }
 
 std::int32_t IMG_CB_STD Progress::on_step(std::intptr_t self, std::int32_t expected) {
@@ -63,23 +82,31 @@ std::int32_t Progress::step(std::int32_t expected) {
   if (interrupted() != 0) return kInterrupted;
   ++calls_;
   if (!drawn_) return 0;
-  const Clock::time_point now = Clock::now();
-  if (now < next_draw_) return 0;
-  next_draw_ = now + kBetween;
-  draw(expected);
+  const Clock::duration now = Clock::now().time_since_epoch();
+  Clock::duration due = next_draw;
+  // Whoever sets the next time draws now.
+  if (now < due || !next_draw.compare_exchange_strong(due, now + kBetween)) return 0;
+  // Saving reports the low 16 bits of the height: more calls than expected can come.
+  draw(expected < 1 ? 0
+                    : std::min(1.0, static_cast<double>(calls_) / static_cast<double>(expected)));
   return 0;
 }
 
-void Progress::draw(std::int32_t expected) {
-  // Saving reports the low 16 bits of the height: more calls than expected can come.
-  const double done =
-      expected < 1 ? 0 : std::min(1.0, static_cast<double>(calls_) / static_cast<double>(expected));
+void Progress::draw(double part) {
+  std::string count;
+  if (batch_ != nullptr && batch_->total > 1) {
+    const std::size_t done = std::min<std::size_t>(batch_->done, batch_->total - 1);
+    const std::string total = std::to_string(batch_->total);
+    count = "[" + std::to_string(done + 1) + "/" + total + "] ";
+    part = (static_cast<double>(done) + part) / static_cast<double>(batch_->total);
+  }
   std::string bar(kBarCells, '.');
-  std::fill_n(bar.begin(), static_cast<int>(done * kBarCells), '#');
-  std::fprintf(stderr, "%s%s  %s [%s] %3d %%", kEraseLine, name_.c_str(), stage_, bar.c_str(),
-               static_cast<int>(done * 100));
+  std::fill_n(bar.begin(), static_cast<int>(part * kBarCells), '#');
+  const std::scoped_lock lock(screen);
+  std::fprintf(stderr, "%s%s%s  %s [%s] %3d %%", kEraseLine, count.c_str(), name_.c_str(), stage_,
+               bar.c_str(), static_cast<int>(part * 100));
   std::fflush(stderr);
-  visible_ = true;
+  bar_is_visible = true;
 }
 
 }  // namespace tool

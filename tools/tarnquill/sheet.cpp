@@ -187,13 +187,15 @@ int run_sheet(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kSheet = {
-    "sheet",
-    "IN OUT.bmp",
-    "Draws a contact sheet of all operations on one picture.",
-    "The picture is scaled down to a tile's size first, so that every dot of a dither is seen.\n",
-    kOptions,
-    run_sheet,
-};
+Command sheet_command() {
+  return {
+      "sheet",
+      "IN OUT.bmp",
+      "Draws a contact sheet of all operations on one picture.",
+      "The picture is scaled down to a tile's size first, so that every dot of a dither is seen.\n",
+      {std::begin(kOptions), std::end(kOptions)},
+      run_sheet,
+  };
+}
 
 }  // namespace tool

@@ -15,6 +15,7 @@ int run_program(const std::vector<std::string>& words);
 enum class PathKind { absent, file, folder, other };
 PathKind path_kind(const std::string& name);
 bool is_separator(char c);
+bool is_forbidden(const std::string& name);  // for lack of permission to read it
 
 // Stream handles as the library takes them; negative when the file cannot be opened.
 std::int32_t open_to_read(const std::string& name);
@@ -46,6 +47,7 @@ void remove_file(const std::string& name);
 bool make_folder(const std::string& name);
 std::string resolve_links(const std::string& name);  // the file that a link leads to
 void copy_permissions(const std::string& from, const std::string& to);
+void copy_date(const std::string& from, const std::string& to);  // of the last change
 
 // Where temporary files go, with a separator at its end: what the environment said at first, and
 // where the library puts its own. While there are several threads that must not change.

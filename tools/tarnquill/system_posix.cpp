@@ -34,6 +34,10 @@ bool is_separator(char c) {
   return c == '/';
 }
 
+bool is_forbidden(const std::string& name) {
+  return access(name.c_str(), R_OK) != 0 && errno == EACCES;
+}
+
 std::int32_t open_to_read(const std::string& name) {
   return open(name.c_str(), O_RDONLY | O_CLOEXEC);
 }
@@ -135,6 +139,13 @@ std::string resolve_links(const std::string& name) {
 void copy_permissions(const std::string& from, const std::string& to) {
   struct stat status;
   if (stat(from.c_str(), &status) == 0) chmod(to.c_str(), status.st_mode & 07777);
+}
+
+void copy_date(const std::string& from, const std::string& to) {
+  struct stat status;
+  if (stat(from.c_str(), &status) != 0) return;
+  const timespec times[] = {status.st_atim, status.st_mtim};
+  utimensat(AT_FDCWD, to.c_str(), times, 0);
 }
 
 std::string temporary_folder() {

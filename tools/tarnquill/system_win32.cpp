@@ -78,6 +78,12 @@ bool is_separator(char c) {
   return c == '/' || c == '\\' || c == ':';
 }
 
+bool is_forbidden(const std::string& name) {
+  const std::int32_t file = open_to_read(name);
+  if (file != -1) close_stream(file);
+  return file == -1 && GetLastError() == ERROR_ACCESS_DENIED && path_kind(name) == PathKind::file;
+}
+
 std::int32_t open_to_read(const std::string& name) {
   return open_stream(name, GENERIC_READ, OPEN_EXISTING);
 }
@@ -166,6 +172,21 @@ std::string resolve_links(const std::string& name) {
 }
 
 void copy_permissions(const std::string& /*from*/, const std::string& /*to*/) {}
+
+void copy_date(const std::string& from, const std::string& to) {
+  const auto open = [](const std::string& name, DWORD access) {
+    return CreateFileW(wide(name).c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+                       nullptr);
+  };
+  HANDLE const source = open(from, FILE_READ_ATTRIBUTES);
+  HANDLE const target = open(to, FILE_WRITE_ATTRIBUTES);
+  FILETIME accessed{}, written{};
+  if (GetFileTime(source, nullptr, &accessed, &written) != 0) {
+    SetFileTime(target, nullptr, &accessed, &written);
+  }
+  CloseHandle(source);
+  CloseHandle(target);
+}
 
 std::string temporary_folder() {
   static const std::string kept = [] {

@@ -148,14 +148,16 @@ int run_tags(const Arguments& arguments) {
 
 }  // namespace
 
-const Command kTags = {
-    "tags",
-    "FILE",
-    "Lists the tags of a page of a TIFF file.",
-    "Shows number, name, the count of values and the first of them. A FILE of - is standard "
-    "input.\n",
-    kOptions,
-    run_tags,
-};
+Command tags_command() {
+  return {
+      "tags",
+      "FILE",
+      "Lists the tags of a page of a TIFF file.",
+      "Shows number, name, the count of values and the first of them. A FILE of - is standard "
+      "input.\n",
+      {std::begin(kOptions), std::end(kOptions)},
+      run_tags,
+  };
+}
 
 }  // namespace tool

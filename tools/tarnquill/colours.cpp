@@ -1,0 +1,175 @@
+// Operations that change depth and colours.
+#include "errors.h"
+#include "operations.h"
+#include "tarnquill.h"
+
+namespace tool {
+namespace {
+
+using Value = std::optional<std::string>;
+
+struct Method {
+  const char* name;
+  std::int32_t(IMG_CALL* run)(std::int32_t image);
+};
+
+// The method of that name, the first of them without one.
+template <std::size_t kCount>
+const Method& choose(const char* option, const Value& name, const Method (&methods)[kCount]) {
+  std::string known;
+  for (const Method& method : methods) {
+    if (!name || *name == method.name) return method;
+    known += std::string(known.empty() ? "" : ", ") + method.name;
+  }
+  refuse(option, *name, "one of " + known);
+}
+
+Operation make_invert(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) { return IMG_invert_bitmap(subject.image); };
+}
+
+// The library's grey of 8 and 16 bits is darker by 40.
+Operation make_gray(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) -> std::int32_t {
+    const ImageShape shape = shape_of(subject.image);
+    if (shape.bits <= 16 && !has_colours(subject.image)) {
+      return shape.bits == 8 ? IMG_OK : IMG_promote_8(subject.image);
+    }
+    const std::int32_t ready = shape.bits < 24 ? IMG_promote_24(subject.image) : IMG_OK;
+    return ready < 0 ? ready : IMG_color_gray(subject.image);
+  };
+}
+
+Operation make_dither(const Value& value, const Arguments& /*arguments*/) {
+  constexpr Method kMethods[] = {{"diffusion", IMG_diffusion_mono},
+                                 {"bayer", IMG_bayer_mono},
+                                 {"halftone", IMG_halftone_mono},
+                                 {"diffusion-color", IMG_diffusion_color},
+                                 {"bayer-color", IMG_bayer_color}};
+  const auto run = choose("method", value, kMethods).run;
+  return [=](const Subject& subject) {
+    return shape_of(subject.image).bits == 1 ? IMG_OK : run(subject.image);
+  };
+}
+
+Operation make_threshold(const Value& value, const Arguments& /*arguments*/) {
+  std::int32_t level = -1;
+  if (value && *value != "auto") {
+    const auto number = whole_number(*value);
+    if (!number || *number < 0 || *number > 255) refuse("threshold", *value, "0 to 255, or auto");
+    level = *number;
+  }
+  return [=](const Subject& subject) {
+    return shape_of(subject.image).bits == 1 ? IMG_OK : IMG_thresh_mono(subject.image, level);
+  };
+}
+
+constexpr Option kReduceOptions[] = {{"colors", 0, "N", "octree: how many, 8 to 256"},
+                                     {"bits", 0, "4|8", "octree: bits per pixel of the result"},
+                                     {"dither-mode", 0, "N", "fixed: 2 for the system's colours"}};
+
+Operation make_reduce(const Value& value, const Arguments& arguments) {
+  const std::int32_t bits = arguments.number("bits", 4, 8).value_or(8);
+  if (bits != 4 && bits != 8) throw UsageError("--bits takes 4 or 8");
+  const std::int32_t colors = arguments.number("colors", 8, 256).value_or(256);
+  const std::int32_t mode = arguments.number("dither-mode", 0, 0x7FFFFFFF).value_or(1);
+  constexpr Method kMethods[] = {
+      {"octree", nullptr}, {"popularity", IMG_popularity_color}, {"fixed", IMG_mediancut_color}};
+  const auto run = choose("method", value, kMethods).run;
+  return [=](const Subject& subject) {
+    IMGLOW_set_dithermode(mode);
+    return run != nullptr ? run(subject.image)
+                          : IMG_octree_color(subject.image, bits, nullptr, colors);
+  };
+}
+
+Operation make_promote(const Value& value, const Arguments& /*arguments*/) {
+  const auto bits = whole_number(value.value_or("24"));
+  if (bits == 24) return [](const Subject& subject) { return to_24(subject.image); };
+  if (bits == 8) return [](const Subject& subject) { return IMG_promote_8(subject.image); };
+  if (bits == 32) return [](const Subject& subject) { return IMG_promote_32(subject.image); };
+  refuse("bits", *value, "8, 24 or 32");
+}
+
+// To this depth from any.
+std::int32_t give_bits(const Subject& subject, std::int32_t bits) {
+  const std::int32_t now = shape_of(subject.image).bits;
+  if (now == bits) return IMG_OK;
+  if (bits == 1) return IMG_diffusion_mono(subject.image);
+  if (bits == 24) return to_24(subject.image);
+  if (bits == 8 && now <= 16) return IMG_promote_8(subject.image);
+  if (now == 1) {  // from which no way leads to 4
+    const std::int32_t ready = IMG_promote_8(subject.image);
+    if (ready < 0) return ready;
+  }
+  return to_palette(subject, bits, 1 << bits);
+}
+
+Operation make_bits(const Value& value, const Arguments& /*arguments*/) {
+  const auto bits = whole_number(*value);
+  if (bits != 1 && bits != 4 && bits != 8 && bits != 24) refuse("bits", *value, "1, 4, 8 or 24");
+  return [=](const Subject& subject) { return give_bits(subject, *bits); };
+}
+
+Operation make_colors(const Value& value, const Arguments& /*arguments*/) {
+  const auto colours = whole_number(*value);
+  if (!colours || *colours < 8 || *colours > 256) refuse("colors", *value, "8 to 256");
+  return [=](const Subject& subject) {
+    if (shape_of(subject.image).bits < 8) return IMG_OK + 0;
+    return to_palette(subject, *colours <= 16 ? 4 : 8, *colours);
+  };
+}
+
+constexpr OperationRow kRows[] = {
+    {OperationRow::both, "invert", {}, "make light dark and dark light", {}, make_invert},
+    {OperationRow::both, "gray", {}, "make 8 bits of grey", {}, make_gray},
+    {OperationRow::both,
+     "dither",
+     {"method", 0, "NAME",
+      "black and white: diffusion (default), bayer, halftone;\n16 colours: diffusion-color, "
+      "bayer-color"},
+     "make black and white: diffusion, bayer, halftone; or 16\ncolours: diffusion-color, "
+     "bayer-color",
+     {},
+     make_dither},
+    {OperationRow::both,
+     "threshold",
+     {"level", 0, "N",
+      "white is what is brighter than N, 0 to 255; without it, or\nwith auto, the level is chosen "
+      "from the histogram"},
+     "make black and white: white is what is brighter than N, 0\nto 255; auto: by the histogram",
+     {},
+     make_threshold},
+    {OperationRow::as_command,
+     "reduce",
+     {"method", 0, "NAME", "octree (default), popularity, fixed"},
+     "make a palette of its own or a fixed one",
+     kReduceOptions,
+     make_reduce},
+    {OperationRow::both,
+     "promote",
+     {"bits", 0, "8|24|32", "bits per pixel of the result (default 24)"},
+     "give more bits per pixel",
+     {},
+     make_promote},
+    {OperationRow::as_option,
+     "bits",
+     {nullptr, 0, "1|4|8|24", nullptr},
+     "give so many bits per pixel, more or less than there are",
+     {},
+     make_bits},
+    {OperationRow::as_option,
+     "colors",
+     {nullptr, 0, "N", nullptr},
+     "make a palette of at most so many colours, 8 to 256",
+     {},
+     make_colors},
+};
+
+}  // namespace
+
+std::span<const OperationRow> colour_rows() {
+  return kRows;
+}
+
+}  // namespace tool
