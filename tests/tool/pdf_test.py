@@ -20,7 +20,7 @@ PAGES = [
     (611, 791, 1, (0, 1, 611, 791)), (612, 792, 24, (0, 0, 612, 792)), (1224, 1584, 24, (0, 0, 612, 792)),
     (2480, 3508, 1, (26, 0, 559, 792)), (5000, 7000, 1, (23, 0, 565, 792)), (40, 900, 24, (288, 0, 35, 792)),
     (700, 33, 1, (0, 382, 612, 28)), (33, 47, 24, (289, 373, 33, 47)),
-    (320, 240, 8, None),  # one component under a colour space of three: readers differ
+    (320, 240, 8, (146, 276, 320, 240)),
 ]
 # The quarters differ, so that a picture has a right way up: indices, or (blue, green, red).
 QUARTERS = {
@@ -28,6 +28,12 @@ QUARTERS = {
     8: ((40, 120), (200, 250)),
     24: (((0, 0, 255), (0, 255, 0)), ((255, 0, 0), (0, 255, 255))),
 }
+
+
+RENDERERS = [
+    ('pdftoppm', '-r', '72', 'out.pdf', 'drawn'), ('mutool', 'draw', '-q', '-r', '72', '-o', 'drawn-%02d.ppm', 'out.pdf'),
+    ('gs', '-q', '-dNOPAUSE', '-dBATCH', '-r72', '-sDEVICE=ppmraw', '-sOutputFile=drawn-%02d.ppm', 'out.pdf'),
+]
 
 
 def picture_file(width, height, bits):
@@ -60,7 +66,7 @@ def check_page(picture, pixel, page):
         for across in (0, 1):
             seen = pixel(x + wide * (2 * across + 1) // 4, y + high * (2 * down + 1) // 4)
             wanted = QUARTERS[bits][down][across]
-            wanted = wanted[::-1] if bits == 24 else (255 * wanted,) * 3
+            wanted = wanted[::-1] if bits == 24 else (255 * wanted if bits == 1 else wanted,) * 3
             if max(abs(a - b) for a, b in zip(seen, wanted)) > 12:
                 sys.exit(f'page {page}, {picture}: {seen} in place of {wanted}')
     if x > 3 and pixel(x - 3, 396) != (255, 255, 255):
@@ -75,14 +81,17 @@ def check_document(*options):
         run(TOOL, 'append', *options, picture, name)
     if shutil.which('qpdf'):
         print(run('qpdf', '--check', name).decode())
-    if shutil.which('pdftoppm'):
-        run('pdftoppm', '-r', '72', name, 'drawn')
+    for command in RENDERERS:
+        if not shutil.which(command[0]):
+            continue
+        run(*command)
         for page, picture in enumerate(PAGES):
-            if picture[3] is None:
+            # Grey by the contract is one component under a colour space of three: readers differ.
+            if picture[3] is None or ('--contract' in options and (picture[2] == 8 or command[0] != 'pdftoppm')):
                 continue
             with open(f'drawn-{page + 1:02}.ppm', 'rb') as file:
                 check_page(picture, read_ppm(file.read()), page)
-        print(len(PAGES), 'pages drawn')
+        print(len(PAGES), 'pages drawn by', command[0])
 
 
 def main():

@@ -145,8 +145,8 @@ class Batch {
 
   int run() {
     find_doubles();
-    const auto jobs = static_cast<int>(
-        std::min(static_cast<std::size_t>(plan_.jobs), plan_.inputs.size()));
+    const auto jobs =
+        static_cast<int>(std::min(static_cast<std::size_t>(plan_.jobs), plan_.inputs.size()));
     Progress progress(shows_bar(plan_), &state_);
     if (jobs <= 1 || plan_.kind == Plan::numbered) {  // numbers go from input to input
       work(progress);

@@ -1,4 +1,7 @@
 // Operations that change depth and colours.
+#include <algorithm>
+#include <array>
+
 #include "errors.h"
 #include "operations.h"
 #include "tarnquill.h"
@@ -28,15 +31,25 @@ Operation make_invert(const Value& /*value*/, const Arguments& /*arguments*/) {
   return [](const Subject& subject) { return IMG_invert_bitmap(subject.image); };
 }
 
-// The library's grey of 8 and 16 bits is darker by 40.
+// Whites of 255, which the library's grey makes 253; and its grey of palettes is darker by 40 more.
+std::int32_t lighten_grey(std::int32_t image) {
+  std::array<std::uint8_t, 256> table{};
+  for (int v = 0; v < 256; ++v) {
+    table[static_cast<std::size_t>(v)] =
+        static_cast<std::uint8_t>(std::min(255, (255 * v + 126) / 253));
+  }
+  return IMG_tone_table(image, table.data());
+}
+
 Operation make_gray(const Value& /*value*/, const Arguments& /*arguments*/) {
   return [](const Subject& subject) -> std::int32_t {
     const ImageShape shape = shape_of(subject.image);
     if (shape.bits <= 16 && !has_colours(subject.image)) {
       return shape.bits == 8 ? IMG_OK : IMG_promote_8(subject.image);
     }
-    const std::int32_t ready = shape.bits < 24 ? IMG_promote_24(subject.image) : IMG_OK;
-    return ready < 0 ? ready : IMG_color_gray(subject.image);
+    std::int32_t done = shape.bits < 24 ? IMG_promote_24(subject.image) : IMG_OK;
+    if (done >= 0) done = IMG_color_gray(subject.image);
+    return done < 0 ? done : lighten_grey(subject.image);
   };
 }
 
@@ -53,14 +66,19 @@ Operation make_dither(const Value& value, const Arguments& /*arguments*/) {
 }
 
 Operation make_threshold(const Value& value, const Arguments& /*arguments*/) {
+  const bool by_otsu = value == "auto";
   std::int32_t level = -1;
-  if (value && *value != "auto") {
+  if (value && !by_otsu) {
     const auto number = whole_number(*value);
     if (!number || *number < 0 || *number > 255) refuse("threshold", *value, "0 to 255, or auto");
     level = *number;
   }
   return [=](const Subject& subject) {
-    return shape_of(subject.image).bits == 1 ? IMG_OK : IMG_thresh_mono(subject.image, level);
+    const std::int32_t bits = shape_of(subject.image).bits;
+    if (bits == 1) return IMG_OK + 0;
+    const bool finds = by_otsu && bits != 16;
+    const std::int32_t found = finds ? IMG_find_threshold(subject.image) : level;
+    return finds && found < 0 ? found : IMG_thresh_mono(subject.image, found);
   };
 }
 
@@ -120,8 +138,60 @@ Operation make_colors(const Value& value, const Arguments& /*arguments*/) {
   };
 }
 
+// What IMG_tone_bitmap and others of its kind take.
+std::int32_t make_toned(const Subject& subject) {
+  const std::int32_t bits = shape_of(subject.image).bits;
+  return bits == 1 || bits == 16 ? IMG_promote_8(subject.image) : IMG_OK;
+}
+
+Operation make_tone(const Value& value, const Arguments& /*arguments*/) {
+  const std::string text = value.value_or("");
+  std::vector<std::int32_t> tone = numbers(text, ",,");
+  if (tone.empty()) tone = numbers(text, ",");
+  if (tone.size() == 2) tone.push_back(100);
+  const auto within = [](std::int32_t v, std::int32_t least, std::int32_t most) {
+    return v >= least && v <= most;
+  };
+  if (tone.size() != 3 || !within(tone[0], -100, 100) || !within(tone[1], -100, 100) ||
+      !within(tone[2], 10, 1000)) {
+    refuse("tone", text, "BRIGHTNESS,CONTRAST of -100 to 100, and GAMMA of 10 to 1000");
+  }
+  return [=](const Subject& subject) {
+    const std::int32_t ready = make_toned(subject);
+    return ready < 0 ? ready : IMG_tone_bitmap(subject.image, tone[0], tone[1], tone[2]);
+  };
+}
+
+Operation make_auto_levels(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    constexpr std::int32_t kUsualClip = -1;
+    const std::int32_t ready = make_toned(subject);
+    return ready < 0 ? ready : IMG_auto_levels(subject.image, kUsualClip);
+  };
+}
+
+Operation make_equalize(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    const std::int32_t ready = make_toned(subject);
+    return ready < 0 ? ready : IMG_equalize_bitmap(subject.image);
+  };
+}
+
 constexpr OperationRow kRows[] = {
     {OperationRow::both, "invert", {}, "make light dark and dark light", {}, make_invert},
+    {OperationRow::both,
+     "tone",
+     {"by", 0, "B,C,G", "brightness and contrast, -100 to 100, and gamma in\nhundredths"},
+     "change brightness and contrast, -100 to 100, and gamma in\nhundredths",
+     {},
+     make_tone},
+    {OperationRow::both,
+     "auto-levels",
+     {},
+     "stretch the levels to black and white",
+     {},
+     make_auto_levels},
+    {OperationRow::both, "equalize", {}, "spread the levels evenly", {}, make_equalize},
     {OperationRow::both, "gray", {}, "make 8 bits of grey", {}, make_gray},
     {OperationRow::both,
      "dither",
@@ -135,9 +205,11 @@ constexpr OperationRow kRows[] = {
     {OperationRow::both,
      "threshold",
      {"level", 0, "N",
-      "white is what is brighter than N, 0 to 255; without it, or\nwith auto, the level is chosen "
-      "from the histogram"},
-     "make black and white: white is what is brighter than N, 0\nto 255; auto: by the histogram",
+      "white is what is brighter than N, 0 to 255; without it the\ndarkest sixth becomes black; "
+      "auto: the level that parts\ndark and light best"},
+     "make black and white: white is what is brighter than N, 0\nto 255; auto: the level that "
+     "parts "
+     "dark and light best",
      {},
      make_threshold},
     {OperationRow::as_command,

@@ -128,7 +128,7 @@ bool convert_page(const Plan& plan, InputPointer input, int page, Progress& prog
   const bool damaged = report_damage(image.handle(), label);
   input.reset();
 
-  const Subject subject{image.handle(), label, plan.quiet};
+  const Subject subject{image.handle(), label, plan.quiet, plan.verbose};
   progress.begin_stage("processing");
   for (const Operation& operation : plan.chain) check(label, operation(subject));
   check(label, fit_to_format(subject, plan.code, plan.out));

@@ -64,20 +64,18 @@ Command append_command() {
 
 std::vector<Command> operation_commands() {
   std::vector<Command> commands;
-  for (const auto rows : {geometry_rows(), colour_rows()}) {
-    for (const OperationRow& row : rows) {
-      if (row.where == OperationRow::as_option) continue;
-      std::string summary = row.help;
-      summary[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(summary[0])));
-      commands.push_back({row.name, "IN... OUT", summary + ".",
-                          "Inputs and outputs are those of convert, which has this as an option, "
-                          "too, among others.\n",
-                          with_output_options(options_of(row)),
-                          [name = std::string(row.name)](const Arguments& arguments) {
-                            return run(name, arguments);
-                          }});
-    }
-  }
+  for_each_operation([&](const OperationRow& row) {
+    if (row.where == OperationRow::as_option) return;
+    std::string summary = row.help;
+    summary[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(summary[0])));
+    commands.push_back({row.name, "IN... OUT", summary + ".",
+                        "Inputs and outputs are those of convert, which has this as an option, "
+                        "too, among others.\n",
+                        with_output_options(options_of(row)),
+                        [name = std::string(row.name)](const Arguments& arguments) {
+                          return run(name, arguments);
+                        }});
+  });
   return commands;
 }
 

@@ -67,13 +67,15 @@ std::int32_t fit_to_format(const Subject& subject, std::int32_t code, const std:
     const bool only_mono = !writes(*type, 4) && !writes(*type, 8) && !writes(*type, 24);
     if (only_mono) {
       throw Failure(target, IMG_WRONG_DEPTH,
-                    std::string(type->title) + " holds black and white only: add --threshold auto "
-                                               "for text, or --dither diffusion for pictures");
+                    std::string(type->title) +
+                        " holds black and white only: add --threshold auto "
+                        "for text, or --dither diffusion for pictures");
     }
     if (code == IMG_TYPE_BMP_RLE && shape.bits > 8) {
       throw Failure(target, IMG_WRONG_DEPTH,
-                    std::string(type->title) + " holds 4 and 8 bits only: add --colors 256, or "
-                                               "--gray");
+                    std::string(type->title) +
+                        " holds 4 and 8 bits only: add --colors 256, or "
+                        "--gray");
     }
     if (shape.bits == 8 && !writes(*type, 24)) return IMG_OK;  // nothing that would help
     const Step step = next_step(shape, *type, has_colours(subject.image));

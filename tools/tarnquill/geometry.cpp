@@ -1,7 +1,6 @@
 // Operations that put pixels at other places.
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <iterator>
 
@@ -53,14 +52,9 @@ Operation make_orient(const Value& value, const Arguments& /*arguments*/) {
 }
 
 std::int32_t parse_angle(const std::string& text) {
-  double degrees = 0;
-  const char* const end = text.data() + text.size();
-  const auto [behind, error] =
-      std::from_chars(text.data() + (text.starts_with('+') ? 1 : 0), end, degrees);
-  if (error != std::errc() || behind != end || !(std::abs(degrees) <= 1e6)) {
-    refuse("angle", text, "a number of degrees");
-  }
-  return static_cast<std::int32_t>(std::lround(100 * degrees));
+  const auto degrees = parse_decimal(std::string_view(text).substr(text.starts_with('+') ? 1 : 0));
+  if (!degrees || !(std::abs(*degrees) <= 1e6)) refuse("angle", text, "a number of degrees");
+  return static_cast<std::int32_t>(std::lround(100 * *degrees));
 }
 
 Operation make_rotate(const Value& value, const Arguments& arguments) {
@@ -103,7 +97,8 @@ Operation make_extend(const Value& value, const Arguments& arguments) {
 // "800", "800x", "x600", "800x600", "50%".
 struct Scale {
   std::int32_t width = 0, height = 0;  // 0: as the other one wants it
-  std::int32_t longest = 0, percent = 0;
+  std::int32_t longest = 0;
+  double percent = 0;
   bool within = false;  // of both sides the one that leaves less
 };
 
@@ -115,7 +110,8 @@ Scale parse_scale(const std::string& option, const std::string& text) {
   Scale scale;
   const std::size_t x = text.find('x');
   if (text.ends_with('%')) {
-    scale.percent = positive(std::string_view(text).substr(0, text.size() - 1));
+    scale.percent = parse_decimal(std::string_view(text).substr(0, text.size() - 1)).value_or(0);
+    if (!(scale.percent > 0 && scale.percent <= 1e6)) scale.percent = 0;
   } else if (x == std::string::npos) {
     scale.longest = positive(text);
   } else {
@@ -125,7 +121,7 @@ Scale parse_scale(const std::string& option, const std::string& text) {
     scale.height = positive(height);
     if ((scale.width == 0 && !width.empty()) || (scale.height == 0 && !height.empty())) scale = {};
   }
-  if (scale.width + std::int64_t{scale.height} + scale.longest + scale.percent == 0) {
+  if (scale.width + std::int64_t{scale.height} + scale.longest == 0 && scale.percent == 0) {
     refuse(option, text, "N, WxH, Wx, xH or N%");
   }
   return scale;

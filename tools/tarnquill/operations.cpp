@@ -14,16 +14,9 @@
 namespace tool {
 namespace {
 
-template <class Use>
-void for_each_row(Use&& use) {
-  for (const auto rows : {geometry_rows(), colour_rows()}) {
-    for (const OperationRow& row : rows) use(row);
-  }
-}
-
 const OperationRow* find_row(const std::string& name, OperationRow::Where other_than) {
   const OperationRow* found = nullptr;
-  for_each_row([&](const OperationRow& row) {
+  for_each_operation([&](const OperationRow& row) {
     if (name == row.name && row.where != other_than) found = &row;
   });
   return found;
@@ -35,13 +28,17 @@ void note(const Subject& subject, const std::string& what) {
   if (!subject.quiet) complain(printable(subject.label) + ": " + what);
 }
 
+void tell(const Subject& subject, const std::string& what) {
+  if (subject.verbose) say(printable(subject.label) + ": " + what);
+}
+
 std::vector<Option> chain_options() {
   std::vector<Option> options, more;
   const auto add = [](std::vector<Option>& to, const Option& option) {
     const auto same = [&](const Option& o) { return std::string_view(o.name) == option.name; };
     if (std::none_of(to.begin(), to.end(), same)) to.push_back(option);
   };
-  for_each_row([&](const OperationRow& row) {
+  for_each_operation([&](const OperationRow& row) {
     if (row.where == OperationRow::as_command) return;
     add(options, {row.name, 0, row.argument.argument, row.help});
     for (const Option& option : row.more) add(more, option);
@@ -108,6 +105,9 @@ std::int32_t make_blendable(const Subject& subject) {
 std::int32_t to_24(std::int32_t image) {
   const ImageShape shape = shape_of(image);
   if (shape.bits == 24) return IMG_OK;
+  if (shape.bits == 16) {
+    if (const std::int32_t done = IMG_promote_8(image); done < 0) return done;
+  }
   if (shape.bits != 32 || shape.has_inks) return IMG_promote_24(image);
   // In the order that IMG_promote_24 takes 32 bits to be in.
   std::vector<std::array<std::uint8_t, 4>> row(static_cast<std::size_t>(shape.width));
@@ -120,8 +120,8 @@ std::int32_t to_24(std::int32_t image) {
 }
 
 std::int32_t to_palette(const Subject& subject, int bits, int colours) {
-  const std::int32_t ready = shape_of(subject.image).bits == 16 ? IMG_promote_8(subject.image)
-                                                                : IMG_OK;
+  const std::int32_t ready =
+      shape_of(subject.image).bits == 16 ? IMG_promote_8(subject.image) : IMG_OK;
   return ready < 0 ? ready : IMG_octree_color(subject.image, bits, nullptr, colours);
 }
 

@@ -16,11 +16,13 @@ namespace tool {
 struct Subject {
   std::int32_t image;
   const std::string& label;
-  bool quiet;
+  bool quiet, verbose;
 };
 
 // "scan.tif: 16 bits become 8", unless the program is to be quiet.
 void note(const Subject& subject, const std::string& what);
+// What is said only if the program is to be verbose.
+void tell(const Subject& subject, const std::string& what);
 
 using Operation = std::function<std::int32_t(const Subject& subject)>;  // the library's status
 
@@ -37,7 +39,16 @@ struct OperationRow {
 };
 
 std::span<const OperationRow> geometry_rows();
+std::span<const OperationRow> cleanup_rows();
 std::span<const OperationRow> colour_rows();
+
+// Calls `use` with every row of the table, in the order that a help text has.
+template <class Use>
+void for_each_operation(Use&& use) {
+  for (const auto rows : {geometry_rows(), cleanup_rows(), colour_rows()}) {
+    for (const OperationRow& row : rows) use(row);
+  }
+}
 
 // For convert: the options of all rows, and those that they look at.
 std::vector<Option> chain_options();

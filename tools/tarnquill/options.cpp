@@ -57,6 +57,13 @@ std::optional<std::int32_t> whole_number(std::string_view text) {
   return text.empty() ? number : std::nullopt;
 }
 
+std::optional<double> parse_decimal(std::string_view text) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool whole = error == std::errc() && end == text.data() + text.size();
+  return whole ? std::optional(number) : std::nullopt;
+}
+
 std::vector<std::int32_t> numbers(std::string_view text, std::string_view separators) {
   std::vector<std::int32_t> found;
   for (std::size_t i = 0; i <= separators.size(); ++i) {

@@ -56,6 +56,9 @@ struct Rect {
 // Nothing but a number, which may have a sign.
 std::optional<std::int32_t> whole_number(std::string_view text);
 
+// The same with a fraction.
+std::optional<double> parse_decimal(std::string_view text);
+
 // Numbers with these separators between them, and nothing else; none when the text differs.
 std::vector<std::int32_t> numbers(std::string_view text, std::string_view separators);
 

@@ -2,7 +2,6 @@
 #include "pdf_options.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 #include <utility>
 
@@ -34,11 +33,9 @@ std::pair<std::string, double> without_unit(const std::string& text) {
 
 // A length of at least 0 in tenths of a point.
 std::optional<std::int32_t> length(std::string_view text, double unit, double most) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return {};
-  if (!(number >= 0 && number * unit <= most)) return {};
-  return static_cast<std::int32_t>(number * unit + 0.5);
+  const auto number = parse_decimal(text);
+  if (!number || !(*number >= 0 && *number * unit <= most)) return {};
+  return static_cast<std::int32_t>(*number * unit + 0.5);
 }
 
 Paper parse_paper(const std::string& text) {

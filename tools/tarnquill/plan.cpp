@@ -121,8 +121,9 @@ Size parse_sampling(const std::string& text) {
 // Whether nothing is asked for that pixels would have to be touched, or looked at, for.
 bool may_copy(const Arguments& arguments, const Plan& plan) {
   if (plan.code != IMG_TYPE_PDF || !plan.chain.empty()) return false;
-  constexpr const char* kChanges[] = {"rect",        "decode-size", "reduce",    "quality", "sampling",
-                                      "progressive", "optimise",    "no-orient", "strict",  "contract"};
+  constexpr const char* kChanges[] = {"rect",     "decode-size", "reduce",   "quality",
+                                      "sampling", "progressive", "optimise", "no-orient",
+                                      "strict",   "contract"};
   return std::none_of(std::begin(kChanges), std::end(kChanges),
                       [&](const char* name) { return arguments.has(name); });
 }
