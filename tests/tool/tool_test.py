@@ -215,6 +215,9 @@ a long name.bmp  BMP        1  300x7      1  mono       -      1  none          
             "tarnquill: .: is a folder (-2)"])
         self.assertRegex(done.stdout.decode(), r"(?m)^unread.gx2 +GX2 +22 +- +- +- +- +1 +- +- +12$")
         self.assertRegex(done.stdout.decode(), r"(?m)^good.bmp +BMP +1 +20x10 ")
+        if os.geteuid() != 0:
+            (self.folder / "good.bmp").chmod(0)
+            self.refuse(1, "tarnquill: good.bmp: permission denied (-2)", "info", "good.bmp")
 
     def test_tells_what_is_damaged(self):
         whole = self.write_picture("whole.bmp").read_bytes()

@@ -99,7 +99,8 @@ bool convert_to_document(const Plan& plan, Piped& piped, BatchState& state, Prog
 }
 
 int make_document(const Plan& plan) {
-  if (plan.no_clobber && plan.out != "-" && path_kind(plan.out) == PathKind::file) {
+  if (plan.no_clobber && !plan.appends && plan.out != "-" &&
+      path_kind(plan.out) == PathKind::file) {
     if (!plan.quiet) complain(printable(plan.out) + " is there already");
     return kExitOk;
   }

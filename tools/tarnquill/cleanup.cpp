@@ -16,9 +16,11 @@ constexpr Option kMonoOptions[] = {
     {"mono-window", 0, "N", "of --mono sauvola: what counts around a pixel, odd, 3 to 255\npixels"},
     {"mono-k", 0, "N", "of --mono sauvola: 1 to 100, more for less black (default 34)"}};
 constexpr Option kSpeckOptions[] = {
-    {"speck-size", 0, "WxH", "of --despeckle: the largest that go, in pixels (default\n1/100 inch)"},
+    {"speck-size", 0, "WxH",
+     "of --despeckle: the largest that go, in pixels (default\n1/100 inch)"},
     {"holes", 0, nullptr, "--despeckle fills white specks in black, too"},
-    {"all-specks", 0, nullptr, "--despeckle does not spare what may be dots of letters and\nlines"}};
+    {"all-specks", 0, nullptr,
+     "--despeckle does not spare what may be dots of letters and\nlines"}};
 
 Operation make_mono(const Value& value, const Arguments& arguments) {
   constexpr const char* kMethods[] = {"otsu", "sauvola", "background"};
@@ -73,8 +75,7 @@ Operation make_despeckle(const Value& /*value*/, const Arguments& arguments) {
     }
     const std::int32_t side = usual_speck(shape);
     const Size most = size.value_or(Size{side, side});
-    const std::int32_t removed =
-        IMG_despeckle_bitmap(subject.image, most.width, most.height, mode);
+    const std::int32_t removed = IMG_despeckle_bitmap(subject.image, most.width, most.height, mode);
     if (removed > 0) tell(subject, std::to_string(removed) + " specks removed");
     return removed;
   };

@@ -85,7 +85,7 @@ bool copy_page(const Plan& plan, const Input& input, int page, Progress& progres
   };
   Output& output = open(save);
   output.save(save);
-  const bool damaged = how == 1 && report_damage(-1, input.label());
+  const bool damaged = how == 1 && report_damage(-1, page_label(input.label(), page));
   tell(plan, input.label(), output, how == 0 ? "as it was" : "coded again");
   return damaged;
 }
@@ -124,7 +124,7 @@ bool convert_page(const Plan& plan, InputPointer input, int page, Progress& prog
   if (copies(plan, *input, page)) return copy_page(plan, *input, page, progress, open);
   progress.begin_stage("reading");
   const Image image(decode(plan, *input, page));
-  const std::string label = input->label();
+  const std::string label = page_label(input->label(), page);
   const bool damaged = report_damage(image.handle(), label);
   input.reset();
 

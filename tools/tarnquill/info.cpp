@@ -37,7 +37,7 @@ struct Report {
 
 void look_for_damage(const Input& input, int page) {
   const std::int32_t image = input.decode(page);
-  report_damage(image, input.label());
+  report_damage(image, page_label(input.label(), page));
   IMG_delete_bitmap(image);
 }
 

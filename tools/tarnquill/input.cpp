@@ -78,6 +78,10 @@ std::string input_label(const std::string& name) {
   return name == "-" ? "standard input" : name;
 }
 
+std::string page_label(const std::string& label, int page) {
+  return page == 0 ? label : label + ", page " + std::to_string(page + 1);
+}
+
 Input::Input(const std::string& name) : label_(input_label(name)), name_(name) {
   if (name == "-") {
     set_binary(stdin);

@@ -28,6 +28,7 @@ struct TagFacts {
 
 // For messages.
 std::string input_label(const std::string& name);
+std::string page_label(const std::string& label, int page);  // "scan.tif, page 3" for page 2
 
 class Input {
  public:

@@ -91,6 +91,7 @@ std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
 void check_output(const Plan& plan) {
   if (plan.appends) {
     if (plan.kind == Plan::folder) throw UsageError("a folder cannot be appended to");
+    if (plan.kind == Plan::numbered) throw UsageError("a name with a number cannot be appended to");
     if (plan.out == "-") throw UsageError("standard output cannot be appended to");
     if (!plan.has_pages) {
       throw UsageError("this format holds one image only: " + printable(plan.out));
