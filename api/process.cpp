@@ -168,6 +168,13 @@ std::int32_t IMG_CALL IMG_equalize_bitmap(std::int32_t image) {
   return process(image, tq::process::equalize_bitmap);
 }
 
+std::int32_t IMG_CALL IMG_filter_bitmap(std::int32_t image, std::int32_t kind, std::int32_t radius,
+                                        std::int32_t amount) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::filter_bitmap(source, kind, radius, amount);
+  });
+}
+
 std::int32_t IMG_CALL IMG_find_threshold(std::int32_t image) {
   return search(image, tq::process::find_threshold);
 }

@@ -276,6 +276,19 @@ const bool kRegistered = [] {
   add("tone/24", 24, [](std::int32_t i) { return IMG_tone_bitmap(i, 10, 20, 130); });
   add("auto_levels/24", 24, [](std::int32_t i) { return IMG_auto_levels(i, -1); });
   add("equalize/24", 24, IMG_equalize_bitmap);
+  const auto filter = [](std::int32_t kind, std::int32_t radius, std::int32_t amount) {
+    return [=](std::int32_t i) { return IMG_filter_bitmap(i, kind, radius, amount); };
+  };
+  for (const int bits : {24, 8}) {
+    const std::string depth = "/" + std::to_string(bits);
+    add("gauss" + depth, bits, filter(1, 200, 0));
+    add("unsharp" + depth, bits, filter(5, 200, 100));
+    add("median_3x3" + depth, bits, filter(2, 1, 0));
+  }
+  add("box/24", 24, filter(0, 3, 0));
+  add("median_7x7/24", 24, filter(2, 3, 0));
+  add("darkest/24", 24, filter(3, 3, 0));
+  add("edges/24", 24, filter(6, 1, 0));
   add_mono("flip/1", [](std::int32_t i) { return IMG_flip_bitmap(i); });
   add_mono("mirror/1", [](std::int32_t i) { return IMG_mirror_bitmap(i); });
   add_mono("invert/1", [](std::int32_t i) { return IMG_invert_bitmap(i); });

@@ -523,6 +523,20 @@ IMG_API int32_t IMG_CALL IMG_auto_levels(int32_t image, int32_t clip);
  * difference of their grey. */
 IMG_API int32_t IMG_CALL IMG_equalize_bitmap(int32_t image);
 
+/* Each level or channel from those around it; the edges of the image repeat.
+ *
+ *   kind     0 mean, 1 Gauss, 2 median, 3 darkest, 4 lightest, 5 unsharp mask, 6 edges (the larger of
+ *            the slopes to the right and down, by Sobel)
+ *   radius   of 1 and 5: the deviation in hundredths of a pixel, 30 to 10000; of the others whole
+ *            pixels, 1 to 127: windows have 2 radius + 1 on each side; of 6: 1
+ *   amount   of 5: percent of the difference to the smooth image that is added, 0 to 1000; of others
+ *            nothing
+ *
+ * 2, 3 and 4 take 1 bit as well (median: what there is more of). All bytes of 32-bit pixels are
+ * treated alike, but the darkest of inks are the greatest. Palettes with colours are IMG_NOT_GREY. */
+IMG_API int32_t IMG_CALL IMG_filter_bitmap(int32_t image, int32_t kind, int32_t radius,
+                                           int32_t amount);
+
 /* ---- Finding and cleaning. Take 1 bit, palettes, 24 and 32 bits (16 bits are IMG_WRONG_DEPTH); greys
  * are (30 R + 59 G + 11 B) / 100. Searches leave the image as it is and report progress once per row
  * of it. Return what is said, or IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (an argument outside

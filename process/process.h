@@ -57,6 +57,10 @@ Status get_histogram(ImageSource& image, std::int32_t channel, std::uint32_t* co
 Status auto_levels(ImageSource& image, std::int32_t clip);
 Status equalize_bitmap(ImageSource& image);
 
+// What lies around each pixel.
+Status filter_bitmap(ImageSource& image, std::int32_t kind, std::int32_t radius,
+                     std::int32_t amount);
+
 // What is on a page. Searches return what they find; where that is yes or no, 1 or 0.
 Status find_threshold(ImageSource& image);
 Status adaptive_mono(ImageSource& image, std::int32_t method, std::int32_t window, std::int32_t k);

@@ -70,8 +70,9 @@ TQ_BINARY(add_saturated8, adds_epu8)  // without a sign: stops at 255, or at 0
 TQ_BINARY(subtract_saturated8, subs_epu8)
 TQ_BINARY(subtract_signed8, subs_epi8)  // with a sign: stops at -128
 TQ_BINARY(min8, min_epu8)               // without a sign
-TQ_BINARY(equal8, cmpeq_epi8)           // all bits where a == b
-TQ_BINARY(shuffle8, shuffle_epi8)       // those of a at the places b; 0 at places from 0x80 on
+TQ_BINARY(max8, max_epu8)
+TQ_BINARY(equal8, cmpeq_epi8)      // all bits where a == b
+TQ_BINARY(shuffle8, shuffle_epi8)  // those of a at the places b; 0 at places from 0x80 on
 // The top bit of every byte, 16 bits per lane.
 TQ_SIMD std::uint32_t top_bits8(Vector x) {
   return static_cast<std::uint32_t>(TQ_INTRINSIC(movemask_epi8)(x));

@@ -278,34 +278,6 @@ class KernelRows {
   RowBuffer<std::int16_t> made_;  // as many rows as a column has taps
 };
 
-// Levels, or channels in turn, as the pixels of the result.
-class LevelsToRow {
- public:
-  explicit LevelsToRow(const ImageSource& image, int bits) : bits_(bits) {
-    const bool has_palette = image.bits() == 4 || image.bits() == 8;
-    index_ = GreyTables(has_palette ? image.palette() : pixels::grey_ramp()).index;
-  }
-  void put(Bytes levels, Row row) const {
-    const int width = static_cast<int>(levels.size());
-    if (bits_ >= 24) {
-      std::ranges::copy(levels, row.begin());
-    } else if (bits_ == 8) {
-      std::ranges::transform(levels, row.begin(), [this](std::uint8_t v) { return index_[v]; });
-    } else if (bits_ == 4) {
-      pixels::pack_nibbles(row.data(), width, [&](int x) { return index_[levels[x]]; });
-    } else {
-      for (int x = 0; x < width; ++x) {
-        if (x % 8 == 0) row[x / 8] = 0;
-        row[x / 8] |= byte((levels[x] >= 128 ? 0x80 : 0) >> x % 8);
-      }
-    }
-  }
-
- private:
-  int bits_;
-  std::array<std::uint8_t, 256> index_{};
-};
-
 NewShape shape_of(const ImageSource& image, int width, int height, std::int32_t method) {
   if (method == kAreaToMono && image.bits() != 1) return mono_shape(image, width, height);
   if (image.bits() == 1 && method >= kArea && method <= kLanczos) {

@@ -45,7 +45,48 @@ std::int32_t value_at(Kernel kernel, std::int64_t t) {
   return at[0] + (((at[1] - at[0]) * static_cast<std::int32_t>(t & 63) + 32) >> 6);
 }
 
+constexpr std::int64_t kOne = 1 << 30;
+
+// e to the power of -x, both in units of 2^-30: the series for parts of at most 1.
+std::int64_t falling(std::int64_t x) {
+  std::int64_t value = kOne;
+  for (; x > 0; x -= std::min(x, kOne)) {
+    const std::int64_t part = std::min(x, kOne);
+    std::int64_t sum = kOne, term = kOne;
+    for (int k = 1; term != 0; ++k) {
+      term = -term * part / (k * kOne);
+      sum += term;
+    }
+    value = (value * sum + kOne / 2) >> 30;
+  }
+  return value;
+}
+
 }  // namespace
+
+Bell::Bell(int deviation) : deviation_(deviation), radius_((3 * deviation + 99) / 100) {}
+
+// From the far end: what all weights from a place on are together is rounded, so that none is off by
+// more than 1.
+Status Bell::allocate() {
+  TQ_TRY(weights_.allocate(std::int64_t{radius_} + 2));
+  RowBuffer<std::int64_t> beyond;  // sums of the values from a place on
+  TQ_TRY(beyond.allocate(std::int64_t{radius_} + 2));
+  const std::int64_t square = std::int64_t{deviation_} * deviation_;
+  for (std::int64_t j = radius_; j > 0; --j) {
+    const auto place = static_cast<std::ptrdiff_t>(j);
+    beyond[place] = beyond[place + 1] + falling((10000 * j * j * kOne + square) / (2 * square));
+  }
+  const std::int64_t all = 2 * beyond[1] + kOne;
+  std::int64_t last = 0;
+  for (std::ptrdiff_t j = radius_; j > 0; --j) {
+    const std::int64_t rounded = (2 * kWhole * beyond[j] + all) / (2 * all);
+    weights_[j] = static_cast<std::int16_t>(rounded - last);
+    last = rounded;
+  }
+  weights_[0] = static_cast<std::int16_t>(kWhole - 2 * last);
+  return kOk;
+}
 
 Weights::Weights(Kernel kernel, std::int32_t from, std::int32_t to)
     : kernel_(kernel),

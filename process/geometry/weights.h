@@ -37,4 +37,19 @@ class Weights {
   RowBuffer<std::int16_t> weights_;
 };
 
+// A bell curve, whose weights are the same on both sides.
+class Bell {
+ public:
+  explicit Bell(int deviation);  // hundredths of a pixel
+  Status allocate();
+
+  int radius() const { return radius_; }
+  // Of the middle, of the pixels beside it, and so on; one more, which is 0.
+  const std::int16_t* weights() const { return weights_.data(); }
+
+ private:
+  int deviation_, radius_;
+  RowBuffer<std::int16_t> weights_;
+};
+
 }  // namespace tq::process

@@ -37,6 +37,48 @@ TEST(Tone, LevelsOfOneColourAreLeftAlone) {
   }
 }
 
+// Of any window, also one that is much larger than the image; and what is equal everywhere has no
+// edges.
+TEST(Filter, AConstantStays) {
+  for (const int level : {0, 77, 255}) {
+    Bytes dib = generate_dib({24}, 21, 13, 3);
+    std::fill_n(dib.rbegin(), 13 * row_bytes(21, 24), static_cast<std::uint8_t>(level));
+    for (int kind = 0; kind <= 5; ++kind) {
+      const bool has_deviation = kind == 1 || kind == 5;
+      for (const int radius : {1, 9, 127}) {
+        const KeptImage image(dib);
+        const Snapshot before = snapshot(image.handle());
+        const int given = has_deviation ? radius * 78 : radius;
+        ASSERT_EQ(IMG_filter_bitmap(image.handle(), kind, given, 300), IMG_OK);
+        for (std::size_t y = 0; y < before.rows.size(); ++y) {
+          ASSERT_TRUE(std::equal(before.rows[y].begin(), before.rows[y].begin() + 63,
+                                 snapshot(image.handle()).rows[y].begin()))
+              << kind << ", radius " << given << ", level " << level;
+        }
+      }
+    }
+  }
+}
+
+std::int32_t IMG_CB_STD paint(std::intptr_t image, std::int32_t) {
+  static std::uint8_t level = 0;
+  Bytes row(40, level = static_cast<std::uint8_t>(level + 51));
+  for (int y = 0; y < 40; ++y) {
+    IMGLOW_put_raster(static_cast<std::int32_t>(image), row.data(), y, 0);
+  }
+  return 0;
+}
+
+// The pixels may be others at the next row: what was counted before may then be what is not there.
+TEST(Filter, PixelsThatChangeMeanwhileDoNoHarm) {
+  for (const int kind : {0, 2}) {
+    const KeptImage image({8}, 40, 40, 0);
+    IMG_set_statusbar(image.handle(), paint, 1);
+    EXPECT_EQ(IMG_filter_bitmap(image.handle(), kind, 5, 0), IMG_OK);
+    IMG_set_statusbar(0, nullptr, 0);
+  }
+}
+
 TEST(Tone, ArgumentsOutsideTheirSetLeaveTheImage) {
   struct Case {
     int bits;
@@ -57,6 +99,16 @@ TEST(Tone, ArgumentsOutsideTheirSetLeaveTheImage) {
       {24, [](Image i) { return IMG_auto_levels(i, -2); }},
       {24, [](Image i) { return IMG_auto_levels(i, 5000); }},
       {1, [](Image i) { return IMG_auto_levels(i, 0); }, IMG_WRONG_DEPTH},
+      {24, [](Image i) { return IMG_filter_bitmap(i, -1, 1, 0); }},
+      {1, [](Image i) { return IMG_filter_bitmap(i, 7, 1, 0); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 1, 29, 0); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 5, 10001, 0); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 5, 100, 1001); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 2, 0, 0); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 0, 128, 0); }},
+      {24, [](Image i) { return IMG_filter_bitmap(i, 6, 2, 0); }},
+      {1, [](Image i) { return IMG_filter_bitmap(i, 1, 100, 0); }, IMG_WRONG_DEPTH},
+      {16, [](Image i) { return IMG_filter_bitmap(i, 2, 1, 0); }, IMG_WRONG_DEPTH},
   };
   for (const Case& c : cases) {
     const KeptImage image({c.bits}, 20, 9, 3);

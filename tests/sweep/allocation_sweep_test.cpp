@@ -255,6 +255,8 @@ std::vector<Call> calls(Material& m) {
       {"IMG_get_histogram", call(IMG_get_histogram, Watched::kDeep, 0, nullptr)},
       {"IMG_auto_levels", call(IMG_auto_levels, Watched::kDeep, 50)},
       {"IMG_equalize_bitmap", call(IMG_equalize_bitmap, Watched::kDeep)},
+      {"IMG_filter_bitmap", call(IMG_filter_bitmap, Watched::kDeep, 1, 100, 0)},
+      {"IMG_filter_bitmap", call(IMG_filter_bitmap, Watched::kRuns, 2, 1, 0)},
       {"IMG_find_threshold", call(IMG_find_threshold, Watched::kDeep)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 1, 0, 0)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 2, 0, 0)},

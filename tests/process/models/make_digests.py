@@ -5,6 +5,7 @@ import pathlib
 import sys
 
 import cleanup
+import filters
 import geometry as geo
 import operations as ops
 import specks
@@ -78,6 +79,15 @@ OPERATIONS = [
     ("auto_levels", lambda i: tone.auto_levels(i, 50)),
     ("auto_levels_most", lambda i: tone.auto_levels(i, 3000)),
     ("equalize", tone.equalize),
+    ("box", lambda i: filters.filtered(i, 0, 2)),
+    ("gauss", lambda i: filters.filtered(i, 1, 73)),
+    ("gauss_wide", lambda i: filters.filtered(i, 1, 310)),
+    ("median", lambda i: filters.filtered(i, 2, 1)),
+    ("median_wide", lambda i: filters.filtered(i, 2, 4)),
+    ("darkest", lambda i: filters.filtered(i, 3, 1)),
+    ("lightest", lambda i: filters.filtered(i, 4, 5)),
+    ("unsharp", lambda i: filters.filtered(i, 5, 100, 170)),
+    ("edges", lambda i: filters.filtered(i, 6, 1)),
     ("find_threshold", cleanup.find_threshold),
     ("otsu_mono", lambda i: cleanup.adaptive_mono(i, 0)),
     ("sauvola_mono", lambda i: cleanup.adaptive_mono(i, 1)),
