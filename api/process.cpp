@@ -175,6 +175,21 @@ std::int32_t IMG_CALL IMG_filter_bitmap(std::int32_t image, std::int32_t kind, s
   });
 }
 
+std::int32_t IMG_CALL IMG_convolve_bitmap(std::int32_t image, const std::int32_t* kernel,
+                                          std::int32_t width, std::int32_t height,
+                                          std::int32_t divisor, std::int32_t offset) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::convolve_bitmap(source, kernel, width, height, divisor, offset);
+  });
+}
+
+std::int32_t IMG_CALL IMG_quantize_bitmap(std::int32_t image, std::int32_t bits,
+                                          std::int32_t colours, std::int32_t dither) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::quantize_bitmap(source, bits, colours, dither);
+  });
+}
+
 std::int32_t IMG_CALL IMG_find_threshold(std::int32_t image) {
   return search(image, tq::process::find_threshold);
 }

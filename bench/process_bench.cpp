@@ -285,6 +285,7 @@ const bool kRegistered = [] {
     add("unsharp" + depth, bits, filter(5, 200, 100));
     add("median_3x3" + depth, bits, filter(2, 1, 0));
   }
+  add("quantize/24", 24, [](std::int32_t i) { return IMG_quantize_bitmap(i, 8, 256, 0); });
   add("box/24", 24, filter(0, 3, 0));
   add("median_7x7/24", 24, filter(2, 3, 0));
   add("darkest/24", 24, filter(3, 3, 0));

@@ -537,6 +537,22 @@ IMG_API int32_t IMG_CALL IMG_equalize_bitmap(int32_t image);
 IMG_API int32_t IMG_CALL IMG_filter_bitmap(int32_t image, int32_t kind, int32_t radius,
                                            int32_t amount);
 
+/* The same with weights of the caller's: `kernel` has width x height of them, row after row, the
+ * middle one for the pixel itself. Sides are odd, up to 15; weights add up to at most 2^23 either way;
+ * the result is sum / divisor (not 0) + offset, rounded half up and kept within 0..255. */
+IMG_API int32_t IMG_CALL IMG_convolve_bitmap(int32_t image, const int32_t* kernel, int32_t width,
+                                             int32_t height, int32_t divisor, int32_t offset);
+
+/* To a palette chosen for this image, from 24 or 32 bits: boxes of colours are split where that
+ * leaves the least squared error. An image with no more different colours keeps all of them exactly.
+ *
+ *   bits     4 or 8, of the result
+ *   colours  at most, 2 to 16 or 256
+ *   dither   0 none, 1 Floyd-Steinberg, every second row from the right
+ *
+ * Returns the number of palette entries. The other reductions choose in other ways, which stay. */
+IMG_API int32_t IMG_CALL IMG_quantize_bitmap(int32_t image, int32_t bits, int32_t colours,
+                                             int32_t dither);
 /* ---- Finding and cleaning. Take 1 bit, palettes, 24 and 32 bits (16 bits are IMG_WRONG_DEPTH); greys
  * are (30 R + 59 G + 11 B) / 100. Searches leave the image as it is and report progress once per row
  * of it. Return what is said, or IMG_BAD_HANDLE, IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED (an argument outside

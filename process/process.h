@@ -12,6 +12,9 @@ Status popularity_color(ImageSource& image);
 // `palette` (null: the image's own colours) has `count` entries; the result is the number of
 // palette entries written.
 Status octree_color(ImageSource& image, std::int32_t bits, const Rgb* palette, std::int32_t count);
+// The result is the number of entries.
+Status quantize_bitmap(ImageSource& image, std::int32_t bits, std::int32_t colours,
+                       std::int32_t dither);
 
 // To 1 bit.
 Status bayer_mono(ImageSource& image);
@@ -60,6 +63,8 @@ Status equalize_bitmap(ImageSource& image);
 // What lies around each pixel.
 Status filter_bitmap(ImageSource& image, std::int32_t kind, std::int32_t radius,
                      std::int32_t amount);
+Status convolve_bitmap(ImageSource& image, const std::int32_t* kernel, std::int32_t width,
+                       std::int32_t height, std::int32_t divisor, std::int32_t offset);
 
 // What is on a page. Searches return what they find; where that is yes or no, 1 or 0.
 Status find_threshold(ImageSource& image);

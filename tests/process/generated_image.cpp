@@ -134,6 +134,9 @@ const std::vector<NamedOperation>& all_operations() {
     given[i] = {static_cast<std::uint8_t>(i * 37), static_cast<std::uint8_t>(i * 101),
                 static_cast<std::uint8_t>(i * 59), 0};
   }
+  static const std::int32_t kernel[15] = {3, -1, 4, -1, -5, 9, -2, 6, -5, -3, 5, -8, 9, -7, -4};
+  static std::int32_t large_kernel[15];  // but for its sum
+  std::transform(kernel, kernel + 15, large_kernel, [](std::int32_t v) { return v * 100000000; });
   using Image = std::int32_t;
   static const std::vector<NamedOperation> operations = {
       {"gray", call<IMG_color_gray>},
@@ -203,6 +206,13 @@ const std::vector<NamedOperation>& all_operations() {
       {"lightest", [](Image i) { return IMG_filter_bitmap(i, 4, 5, 0); }, Kind::tones},
       {"unsharp", [](Image i) { return IMG_filter_bitmap(i, 5, 100, 170); }, Kind::tones},
       {"edges", [](Image i) { return IMG_filter_bitmap(i, 6, 1, 0); }, Kind::tones},
+      {"convolve", [](Image i) { return IMG_convolve_bitmap(i, kernel, 5, 3, -7, 40); },
+       Kind::tones},
+      {"convolve_large",
+       [](Image i) { return IMG_convolve_bitmap(i, large_kernel, 3, 5, 1000000000, 0); },
+       Kind::tones},
+      {"quantize_8", [](Image i) { return IMG_quantize_bitmap(i, 8, 25, 0); }, Kind::tones},
+      {"quantize_4", [](Image i) { return IMG_quantize_bitmap(i, 4, 16, 1); }, Kind::tones},
       {"find_threshold", call<IMG_find_threshold>, Kind::cleans},
       {"otsu_mono", [](Image i) { return IMG_adaptive_mono(i, 0, 0, 0); }, Kind::cleans},
       {"sauvola_mono", [](Image i) { return IMG_adaptive_mono(i, 1, 0, 0); }, Kind::cleans},

@@ -13,6 +13,8 @@ namespace {
 
 using Image = std::int32_t;
 
+constexpr std::int32_t kWeights[15] = {1 << 23, 1};
+
 // An entry that comes twice keeps both its indices.
 TEST(Tone, NothingToDoChangesNoPixel) {
   for (const int bits : {4, 8, 24, 32}) {
@@ -109,12 +111,24 @@ TEST(Tone, ArgumentsOutsideTheirSetLeaveTheImage) {
       {24, [](Image i) { return IMG_filter_bitmap(i, 6, 2, 0); }},
       {1, [](Image i) { return IMG_filter_bitmap(i, 1, 100, 0); }, IMG_WRONG_DEPTH},
       {16, [](Image i) { return IMG_filter_bitmap(i, 2, 1, 0); }, IMG_WRONG_DEPTH},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, nullptr, 1, 1, 1, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 2, 1, 1, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 1, 17, 1, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 1, -1, 1, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 1, 1, 0, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 3, 1, 1, 0); }},
+      {24, [](Image i) { return IMG_convolve_bitmap(i, kWeights, 1, 1, 1 << 23, 0); }, IMG_OK},
+      {24, [](Image i) { return IMG_quantize_bitmap(i, 5, 16, 0); }},
+      {24, [](Image i) { return IMG_quantize_bitmap(i, 4, 17, 0); }},
+      {24, [](Image i) { return IMG_quantize_bitmap(i, 8, 1, 0); }},
+      {24, [](Image i) { return IMG_quantize_bitmap(i, 8, 256, 2); }},
+      {8, [](Image i) { return IMG_quantize_bitmap(i, 8, 256, 0); }, IMG_WRONG_DEPTH},
   };
   for (const Case& c : cases) {
     const KeptImage image({c.bits}, 20, 9, 3);
     const Snapshot before = snapshot(image.handle());
     EXPECT_EQ(c.run(image.handle()), c.status) << &c - cases;
-    EXPECT_TRUE(snapshot(image.handle()) == before);
+    EXPECT_TRUE(snapshot(image.handle()) == before) << &c - cases;
   }
 }
 

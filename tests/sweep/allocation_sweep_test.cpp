@@ -257,6 +257,12 @@ std::vector<Call> calls(Material& m) {
       {"IMG_equalize_bitmap", call(IMG_equalize_bitmap, Watched::kDeep)},
       {"IMG_filter_bitmap", call(IMG_filter_bitmap, Watched::kDeep, 1, 100, 0)},
       {"IMG_filter_bitmap", call(IMG_filter_bitmap, Watched::kRuns, 2, 1, 0)},
+      {"IMG_convolve_bitmap",
+       [] {
+         const std::int32_t weights[3] = {1, 2, 1};
+         return IMG_convolve_bitmap(Watched::kDeep, weights, 1, 3, 4, 0);
+       }},
+      {"IMG_quantize_bitmap", call(IMG_quantize_bitmap, Watched::kDeep, 4, 4, 1)},
       {"IMG_find_threshold", call(IMG_find_threshold, Watched::kDeep)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 1, 0, 0)},
       {"IMG_adaptive_mono", call(IMG_adaptive_mono, Watched::kDeep, 2, 0, 0)},

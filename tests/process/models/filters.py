@@ -5,7 +5,7 @@ from fractions import Fraction
 from math import ceil, floor
 
 from geometry import NOT_GREY, from_grid, grid, is_grey
-from operations import UNSUPPORTED, WRONG_DEPTH
+from operations import WRONG_DEPTH
 from tone import clamp, has_inks, has_levels, nearest_level
 
 getcontext().prec = 40
@@ -99,3 +99,14 @@ def filtered(image, kind, radius, amount=0):
     if refused:
         return refused, image
     return from_planes(image, [windowed(plane, kind, radius, amount, has_inks(image)) for plane in planes(image)])
+
+
+def convolved(image, kernel, width, height, divisor, offset):
+    refused = refusal(image, False)
+    if refused:
+        return refused, image
+
+    def result(window):
+        total = sum(w * v for w, v in zip(kernel, sum(window, [])))
+        return clamp(floor(Fraction(total, divisor) + offset + Fraction(1, 2)))
+    return from_planes(image, [by_window(plane, width // 2, height // 2, result) for plane in planes(image)])

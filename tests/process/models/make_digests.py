@@ -8,6 +8,7 @@ import cleanup
 import filters
 import geometry as geo
 import operations as ops
+import quantize
 import specks
 import tone
 
@@ -18,6 +19,7 @@ SOURCES = [(1, 0, False), (1, 0, True), (4, 0, False), (8, 0, False), (16, 0, Fa
            (24, 0, False), (32, 200, False), (32, 0, False)]
 
 TABLES = [i * i // 3 + 91 * i & 255 for i in range(768)]
+KERNEL = [3, -1, 4, -1, -5, 9, -2, 6, -5, -3, 5, -8, 9, -7, -4]
 GIVEN = [(i * 37 & 255, i * 101 & 255, i * 59 & 255) for i in range(40)]
 
 OPERATIONS = [
@@ -88,6 +90,10 @@ OPERATIONS = [
     ("lightest", lambda i: filters.filtered(i, 4, 5)),
     ("unsharp", lambda i: filters.filtered(i, 5, 100, 170)),
     ("edges", lambda i: filters.filtered(i, 6, 1)),
+    ("convolve", lambda i: filters.convolved(i, KERNEL, 5, 3, -7, 40)),
+    ("convolve_large", lambda i: filters.convolved(i, [v * 10 ** 8 for v in KERNEL], 3, 5, 10 ** 9, 0)),
+    ("quantize_8", lambda i: quantize.quantize(i, 8, 25, 0)),
+    ("quantize_4", lambda i: quantize.quantize(i, 4, 16, 1)),
     ("find_threshold", cleanup.find_threshold),
     ("otsu_mono", lambda i: cleanup.adaptive_mono(i, 0)),
     ("sauvola_mono", lambda i: cleanup.adaptive_mono(i, 1)),
