@@ -280,18 +280,21 @@ Status quantize_bitmap(ImageSource& image, std::int32_t bits, std::int32_t colou
     TQ_TRY(find_indices(cube, std::span(palette).first(count), index_of_cell));
     TQ_TRY(diffusion.allocate(width));
   }
-  TQ_TRY(replace_rows(image, {bits, std::span(palette).first(1 << bits), marker_below_32(image)}, [&](int y, Row out) {
-    const std::span<const Rgb> from = read(y);
-    std::uint8_t* const to = bits == 8 ? out.data() : indices.data();
-    if (are_few) {
-      std::ranges::transform(from, to, [&](Rgb c) { return few.find(c); });
-    } else if (dither != 0) {
-      diffusion.make(from, y % 2 == 1, palette, index_of_cell.data(), to);
-    } else {
-      std::ranges::transform(from, to, [&](Rgb c) { return index_of_cell.data()[cell_of(c)]; });
-    }
-    if (bits == 4) pixels::pack_nibbles(out.data(), width, [to](int x) { return to[x]; });
-  }));
+  TQ_TRY(replace_rows(image, {bits, std::span(palette).first(1 << bits), marker_below_32(image)},
+                      [&](int y, Row out) {
+                        const std::span<const Rgb> from = read(y);
+                        std::uint8_t* const to = bits == 8 ? out.data() : indices.data();
+                        if (are_few) {
+                          std::ranges::transform(from, to, [&](Rgb c) { return few.find(c); });
+                        } else if (dither != 0) {
+                          diffusion.make(from, y % 2 == 1, palette, index_of_cell.data(), to);
+                        } else {
+                          std::ranges::transform(
+                              from, to, [&](Rgb c) { return index_of_cell.data()[cell_of(c)]; });
+                        }
+                        if (bits == 4)
+                          pixels::pack_nibbles(out.data(), width, [to](int x) { return to[x]; });
+                      }));
   return Status::from_raw(count);
 }
 
