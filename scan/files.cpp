@@ -19,9 +19,9 @@ class FileNames {
     end = numbered_ ? end + 1 : name.size();
     std::size_t start = end;
     while (numbered_ && start > 0 && name[start - 1] == '#') --start;
-    before_ = name.substr(0, start);
+    before_ = {name.data(), start};  // substr could throw
     digits_ = end - start;
-    behind_ = name.substr(end);
+    behind_ = {name.data() + end, name.size() - end};
     return room_.allocate(static_cast<std::int64_t>(name.size() + kLongestNumber + 1));
   }
 
