@@ -37,7 +37,8 @@ void draw_plan_row(std::int32_t y, Runs& row) {
     const std::int32_t x = (i * 4999 + (i % 7 - 3) * y / 2) % kPlanWidth;
     runs.emplace_back(x < 0 ? x + kPlanWidth : x, 9);
   }
-  for (std::int32_t x = 3000; y / 1500 % 3 == 1 && x < 7000; x += 60) runs.emplace_back(x + y % 60, 5);
+  for (std::int32_t x = 3000; y / 1500 % 3 == 1 && x < 7000; x += 60)
+    runs.emplace_back(x + y % 60, 5);
   for (std::int32_t x = 9000; y % 120 < 70 && x < 15000; x += 60) {
     runs.emplace_back(x + (x * 7 + y / 10) % 9, 11);
   }
@@ -103,7 +104,12 @@ void dots(benchmark::State& state) {
   if (state.range(0) != 0) IMG_dib_to_runs(image);
   show(state, image, IMG_FIT_WINDOW, IMG_PIXELS_GREY);
 }
-BENCHMARK(dots)->Name("show/dots/ours")->ArgName("runs")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(dots)
+    ->Name("show/dots/ours")
+    ->ArgName("runs")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond);
 
 void photo(benchmark::State& state) {
   show(state, make_noise(4000, 3000, 24), static_cast<int>(state.range(0)), IMG_PIXELS_BGRX);

@@ -25,7 +25,8 @@ using Drawing = LibraryTest;
 // A bitmap in memory, 32 bits from the top.
 class Memory {
  public:
-  Memory(int width, int height) : width_(width), height_(height), context_(CreateCompatibleDC(nullptr)) {
+  Memory(int width, int height)
+      : width_(width), height_(height), context_(CreateCompatibleDC(nullptr)) {
     BITMAPINFO info{};
     info.bmiHeader = {sizeof info.bmiHeader, width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
     void* pixels = nullptr;
@@ -88,7 +89,8 @@ Image picture(Random& random, int bits, bool in_runs) {
 }
 
 // The window's pixels drawn into a copy of what is there.
-std::vector<std::uint32_t> expected(std::int32_t image, const img_view& view, const Memory& memory) {
+std::vector<std::uint32_t> expected(std::int32_t image, const img_view& view,
+                                    const Memory& memory) {
   std::vector<std::uint32_t> all = memory.colours();
   EXPECT_EQ(IMGLOW_render_view(image, &view, IMG_PIXELS_BGRX, &all[kPlace.y * kWide + kPlace.x],
                                4 * kWide, 0, kPlace.height),
@@ -108,7 +110,8 @@ TEST_F(Drawing, MemoryContextsGetTheRenderedPixels) {
   const struct {
     int bits;
     bool in_runs;
-  } kDepths[] = {{1, false}, {1, true}, {4, false}, {8, false}, {16, false}, {24, false}, {32, false}};
+  } kDepths[] = {{1, false},  {1, true},   {4, false}, {8, false},
+                 {16, false}, {24, false}, {32, false}};
   for (const auto& depth : kDepths) {
     const Image image = picture(random, depth.bits, depth.in_runs);
     for (const std::int32_t flags : {0, int{IMG_VIEW_BACKGROUND}, int{IMG_VIEW_KEEP}}) {
@@ -188,7 +191,8 @@ TEST_F(Drawing, ClipMappingAndWhatIsRefused) {
   SetViewportOrgEx(memory.context(), 0, 0, nullptr);
   EXPECT_EQ(memory.colours(), wanted);
   Rect drawn;
-  EXPECT_EQ(IMGLOW_get_display_rect(image, &drawn.x, &drawn.y, &drawn.width, &drawn.height), IMG_OK);
+  EXPECT_EQ(IMGLOW_get_display_rect(image, &drawn.x, &drawn.y, &drawn.width, &drawn.height),
+            IMG_OK);
   EXPECT_EQ(drawn.x, kPlace.x);
   EXPECT_EQ(drawn.y, kPlace.y);
   EXPECT_EQ(drawn.width, kPlace.width);
@@ -298,8 +302,8 @@ bool add_printer(char* name) {
   }
   std::string ppd = std::string(folder) + "\\test.ppd";
   write_file(ppd, Bytes(kPpd, kPpd + std::strlen(kPpd)));
-  char environment[] = "Windows NT x86", driver[] = "wineps.drv", port[] = "FILE:",
-       processor[] = "winprint", type[] = "RAW";
+  char environment[] = "Windows NT x86", driver[] = "wineps.drv",
+       port[] = "FILE:", processor[] = "winprint", type[] = "RAW";
   DRIVER_INFO_3A info{};
   info.cVersion = 3;
   info.pName = name;
@@ -348,7 +352,8 @@ TEST_F(Drawing, PagesArePrinted) {
             IMG_CANNOT_OPEN);
   EXPECT_EQ(IMG_print_pages(&image, 1, name, "page", file.c_str(), 1, nullptr), 1);
   const Bytes printed = file_content(file);
-  const std::string text(printed.begin(), printed.begin() + std::min<std::ptrdiff_t>(std::ssize(printed), 4));
+  const std::string text(printed.begin(),
+                         printed.begin() + std::min<std::ptrdiff_t>(std::ssize(printed), 4));
   EXPECT_EQ(text, "%!PS");
   Rect drawn;
   IMGLOW_get_display_rect(image, &drawn.x, &drawn.y, &drawn.width, &drawn.height);

@@ -486,8 +486,13 @@ class Chain(ToolTest):
         self.write("grey.bmp", bmp.encode([[(v, v, v) for v in range(256)]] * 4, 24))
         for options, bits in (("--gray", 8), ("--threshold auto", 1), ("--dither bayer", 1), ("--gray --bits 4", 4),
                               ("--colors 16", 4), ("--colors 200", 8), ("--bits 1 --bits 24", 24), ("--bits 8 --gray", 8),
-                              ("--threshold 99 --size 50%", 8), ("--threshold 99 --size 50% --filter mono", 1)):
+                              ("--threshold 99 --size 50%", 8), ("--threshold 99 --size 50% --filter mono", 1),
+                              ("--mono background --despeckle", 1), ("--mono sauvola --mono-window 9", 1), ("--level", 24),
+                              ("--tone 10,-10,120 --auto-levels --equalize --effect median", 24)):
             self.assertEqual(self.convert("grey.bmp", *options.split())[0], bits, options)
+        self.assertEqual([self.convert("grey.bmp", "--gray")[1][0][v][0] for v in (0, 255)], [0, 255])
+        self.refuse(1, "grey.bmp: specks are removed from black and white only: make it that before, by --mono",
+                    "despeckle", "grey.bmp", "out.bmp")
 
     def test_ends_in_what_the_format_holds(self):
         self.write_picture("colour.bmp", 20, 10, 24)

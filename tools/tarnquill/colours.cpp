@@ -1,6 +1,7 @@
 // Operations that change depth and colours.
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "errors.h"
 #include "operations.h"
@@ -177,6 +178,34 @@ Operation make_equalize(const Value& /*value*/, const Arguments& /*arguments*/) 
   };
 }
 
+constexpr Option kBlurOptions[] = {
+    {"radius", 0, "N",
+     "of --effect: gauss and unsharp in hundredths of a pixel\n(default 100), others in pixels "
+     "(1)"},
+    {"amount", 0, "N", "of --effect unsharp: percent of the difference (default 100)"}};
+
+Operation make_filter(const Value& value, const Arguments& arguments) {
+  constexpr const char* kKinds[] = {"box",      "gauss",   "median", "darkest",
+                                    "lightest", "unsharp", "edges"};
+  constexpr std::int32_t kGauss = 1, kUnsharp = 5;
+  const std::string name = value.value_or("");
+  const auto found = std::find(std::begin(kKinds), std::end(kKinds), name);
+  if (found == std::end(kKinds)) {
+    refuse("effect", name, "box, gauss, median, darkest, lightest, unsharp or edges");
+  }
+  const auto kind = static_cast<std::int32_t>(found - std::begin(kKinds));
+  const bool in_hundredths = kind == kGauss || kind == kUnsharp;
+  const std::int32_t radius =
+      arguments.number("radius", 1, 10000).value_or(in_hundredths ? 100 : 1);
+  const std::int32_t amount = arguments.number("amount", 0, 1000).value_or(100);
+  return [=](const Subject& subject) {
+    const std::int32_t ready = make_blendable(subject);
+    return ready < 0
+               ? ready
+               : IMG_filter_bitmap(subject.image, kind, radius, kind == kUnsharp ? amount : 0);
+  };
+}
+
 constexpr OperationRow kRows[] = {
     {OperationRow::both, "invert", {}, "make light dark and dark light", {}, make_invert},
     {OperationRow::both,
@@ -191,6 +220,18 @@ constexpr OperationRow kRows[] = {
      "stretch the levels to black and white",
      {},
      make_auto_levels},
+    {OperationRow::as_command,
+     "filter",
+     {"effect", 0, "NAME", "box, gauss, median, darkest, lightest, unsharp, edges"},
+     "blur, sharpen, or take what is around a pixel",
+     kBlurOptions,
+     make_filter},
+    {OperationRow::as_option,
+     "effect",
+     {nullptr, 0, "NAME", nullptr},
+     "box, gauss, median, darkest, lightest, unsharp, edges",
+     kBlurOptions,
+     make_filter},
     {OperationRow::both, "equalize", {}, "spread the levels evenly", {}, make_equalize},
     {OperationRow::both, "gray", {}, "make 8 bits of grey", {}, make_gray},
     {OperationRow::both,

@@ -131,9 +131,11 @@ Command scan_command() {
       "",
       "Scans pages to files.",
       "The last run of # in NAME becomes the number of the page, with zeros in front; a file\n"
-      "that is there is replaced. Without it all pages go into one file, of a kind that has pages;\n"
+      "that is there is replaced. Without it all pages go into one file, of a kind that has "
+      "pages;\n"
       "those of a file that exists stay. What the scanner cannot do is said, and it scans as it\n"
-      "can. On Windows scanners are TWAIN's: the program of 32 bits reaches its sources of 32 bits,\n"
+      "can. On Windows scanners are TWAIN's: the program of 32 bits reaches its sources of 32 "
+      "bits,\n"
       "which most are. Elsewhere they are SANE's.\n",
       {std::begin(kOptions), std::end(kOptions)},
       run_scan,
