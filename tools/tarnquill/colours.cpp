@@ -132,7 +132,7 @@ Operation make_bits(const Value& value, const Arguments& /*arguments*/) {
 
 Operation make_colors(const Value& value, const Arguments& /*arguments*/) {
   const auto colours = whole_number(*value);
-  if (!colours || *colours < 8 || *colours > 256) refuse("colors", *value, "8 to 256");
+  if (!colours || *colours < 2 || *colours > 256) refuse("colors", *value, "2 to 256");
   return [=](const Subject& subject) {
     if (shape_of(subject.image).bits < 8) return IMG_OK + 0;
     return to_palette(subject, *colours <= 16 ? 4 : 8, *colours);
@@ -206,6 +206,22 @@ Operation make_filter(const Value& value, const Arguments& arguments) {
   };
 }
 
+constexpr Option kQuantizeOptions[] = {
+    {"bits", 0, "4|8", "bits per pixel of the result (default: as few as do)"},
+    {"plain", 0, nullptr, "without diffusion"}};
+
+Operation make_quantize(const Value& value, const Arguments& arguments) {
+  const auto colours = whole_number(value.value_or("256"));
+  if (!colours || *colours < 2 || *colours > 256) refuse("colors", *value, "2 to 256");
+  const std::int32_t bits = arguments.number("bits", 4, 8).value_or(*colours <= 16 ? 4 : 8);
+  if (bits != 4 && bits != 8) throw UsageError("--bits takes 4 or 8");
+  const std::int32_t dither = arguments.has("plain") ? 0 : 1;
+  return [=](const Subject& subject) {
+    const std::int32_t ready = shape_of(subject.image).bits < 32 ? to_24(subject.image) : IMG_OK;
+    return ready < 0 ? ready : IMG_quantize_bitmap(subject.image, bits, *colours, dither);
+  };
+}
+
 constexpr OperationRow kRows[] = {
     {OperationRow::both, "invert", {}, "make light dark and dark light", {}, make_invert},
     {OperationRow::both,
@@ -259,6 +275,12 @@ constexpr OperationRow kRows[] = {
      "make a palette of its own or a fixed one",
      kReduceOptions,
      make_reduce},
+    {OperationRow::as_command,
+     "quantize",
+     {"colors", 0, "N", "how many, 2 to 256 (default 256)"},
+     "make the palette that suits a picture best",
+     kQuantizeOptions,
+     make_quantize},
     {OperationRow::both,
      "promote",
      {"bits", 0, "8|24|32", "bits per pixel of the result (default 24)"},
@@ -274,7 +296,7 @@ constexpr OperationRow kRows[] = {
     {OperationRow::as_option,
      "colors",
      {nullptr, 0, "N", nullptr},
-     "make a palette of at most so many colours, 8 to 256",
+     "make a palette of at most so many colours, 2 to 256",
      {},
      make_colors},
 };

@@ -120,9 +120,9 @@ std::int32_t to_24(std::int32_t image) {
 }
 
 std::int32_t to_palette(const Subject& subject, int bits, int colours) {
-  const std::int32_t ready =
-      shape_of(subject.image).bits == 16 ? IMG_promote_8(subject.image) : IMG_OK;
-  return ready < 0 ? ready : IMG_octree_color(subject.image, bits, nullptr, colours);
+  constexpr std::int32_t kDiffusion = 1;
+  const std::int32_t ready = shape_of(subject.image).bits < 24 ? to_24(subject.image) : IMG_OK;
+  return ready < 0 ? ready : IMG_quantize_bitmap(subject.image, bits, colours, kDiffusion);
 }
 
 }  // namespace tool
