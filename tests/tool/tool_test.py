@@ -490,6 +490,8 @@ class Chain(ToolTest):
                               ("--mono background --despeckle", 1), ("--mono sauvola --mono-window 9", 1), ("--level", 24),
                               ("--tone 10,-10,120 --auto-levels --equalize --effect median", 24)):
             self.assertEqual(self.convert("grey.bmp", *options.split())[0], bits, options)
+        self.write("32.bmp", bmp.encode(rows, 32))
+        self.assertEqual(self.convert("32.bmp", "--bits", "24"), (24, rows))
         self.assertEqual([self.convert("grey.bmp", "--gray")[1][0][v][0] for v in (0, 255)], [0, 255])
         self.refuse(1, "grey.bmp: specks are removed from black and white only: make it that before, by --mono",
                     "despeckle", "grey.bmp", "out.bmp")

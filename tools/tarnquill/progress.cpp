@@ -2,6 +2,7 @@
 #include "progress.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 
@@ -23,11 +24,16 @@ constexpr char kEraseLine[] = "\r\033[K";
 // There is one terminal for all threads.
 std::mutex screen;
 bool bar_is_visible = false;
-std::atomic<Clock::duration> next_draw{};  // since the clock's beginning
+Clock::time_point next_draw;
 
 void erase() {
   if (bar_is_visible) std::fputs(kEraseLine, stderr);
   bar_is_visible = false;
+}
+
+void wait_before_drawing() {
+  const std::scoped_lock lock(screen);
+  next_draw = Clock::now() + kPatience;
 }
 
 // The end of a long name says more than its beginning.
@@ -48,7 +54,7 @@ void say(const std::string& line) {
 
 Progress::Progress(bool drawn, BatchState* batch) : drawn_(drawn), batch_(batch) {
   IMG_set_statusbar(reinterpret_cast<std::intptr_t>(this), on_step, 1);
-  next_draw = (Clock::now() + kPatience).time_since_epoch();
+  wait_before_drawing();
 }
 
 Progress::~Progress() {
@@ -60,7 +66,7 @@ void Progress::begin_file(const std::string& name) {
   name_ = shortened(printable(name));
   if (batch_ != nullptr && batch_->total > 1) return;
   clear();
-  next_draw = (Clock::now() + kPatience).time_since_epoch();
+  wait_before_drawing();
 }
 
 void Progress::begin_stage(const char* stage) {
@@ -82,10 +88,10 @@ std::int32_t Progress::step(std::int32_t expected) {
   if (interrupted() != 0) return kInterrupted;
   ++calls_;
   if (!drawn_) return 0;
-  const Clock::duration now = Clock::now().time_since_epoch();
-  Clock::duration due = next_draw;
-  // Whoever sets the next time draws now.
-  if (now < due || !next_draw.compare_exchange_strong(due, now + kBetween)) return 0;
+  const std::scoped_lock lock(screen);
+  const Clock::time_point now = Clock::now();
+  if (now < next_draw) return 0;
+  next_draw = now + kBetween;
   // Saving reports the low 16 bits of the height: more calls than expected can come.
   draw(expected < 1 ? 0
                     : std::min(1.0, static_cast<double>(calls_) / static_cast<double>(expected)));
@@ -102,7 +108,6 @@ void Progress::draw(double part) {
   }
   std::string bar(kBarCells, '.');
   std::fill_n(bar.begin(), static_cast<int>(part * kBarCells), '#');
-  const std::scoped_lock lock(screen);
   std::fprintf(stderr, "%s%s%s  %s [%s] %3d %%", kEraseLine, count.c_str(), name_.c_str(), stage_,
                bar.c_str(), static_cast<int>(part * 100));
   std::fflush(stderr);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -34,10 +33,9 @@ class Progress {
   static void clear();                       // takes the bar off the screen
 
  private:
-  using Clock = std::chrono::steady_clock;
   static std::int32_t IMG_CB_STD on_step(std::intptr_t self, std::int32_t expected);
   std::int32_t step(std::int32_t expected);
-  void draw(double part);
+  void draw(double part);  // with the screen held
 
   bool drawn_;
   BatchState* batch_;
