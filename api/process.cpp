@@ -24,6 +24,21 @@ std::int32_t process(std::int32_t image, Operation&& operation) {
   });
 }
 
+// Stores a rectangle that a search that did not fail has found.
+template <class Search>
+std::int32_t search(std::int32_t image, std::int32_t* x, std::int32_t* y, std::int32_t* width,
+                    std::int32_t* height, Search&& find) {
+  tq::Rect found;
+  const std::int32_t result =
+      process(image, [&](ImageSource& source) { return find(source, found); });
+  if (result < 0) return result;
+  tq::api::store(x, found.x);
+  tq::api::store(y, found.y);
+  tq::api::store(width, found.width);
+  tq::api::store(height, found.height);
+  return result;
+}
+
 }  // namespace
 
 std::int32_t IMG_CALL IMG_color_gray(std::int32_t image) {
@@ -210,4 +225,36 @@ std::int32_t IMG_CALL IMG_despeckle_bitmap(std::int32_t image, std::int32_t widt
   return process(image, [&](ImageSource& source) {
     return tq::process::despeckle_bitmap(source, width, height, mode);
   });
+}
+
+std::int32_t IMG_CALL IMG_remove_lines(std::int32_t image, std::int32_t length,
+                                       std::int32_t thickness, std::int32_t mode) {
+  return process(image, [&](ImageSource& source) {
+    return tq::process::remove_lines(source, length, thickness, mode);
+  });
+}
+
+std::int32_t IMG_CALL IMG_find_content(std::int32_t image, std::int32_t* x, std::int32_t* y,
+                                       std::int32_t* width, std::int32_t* height) {
+  return search(image, x, y, width, height, tq::process::find_content);
+}
+
+std::int32_t IMG_CALL IMG_autocrop_bitmap(std::int32_t image, std::int32_t margin) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::autocrop_bitmap(source, margin); });
+}
+
+std::int32_t IMG_CALL IMG_find_paper(std::int32_t image, std::int32_t* x, std::int32_t* y,
+                                     std::int32_t* width, std::int32_t* height) {
+  return search(image, x, y, width, height, tq::process::find_paper);
+}
+
+std::int32_t IMG_CALL IMG_remove_border(std::int32_t image, std::int32_t colour) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::remove_border(source, colour); });
+}
+
+std::int32_t IMG_CALL IMG_is_blank(std::int32_t image, std::int32_t tolerance) {
+  return process(image,
+                 [&](ImageSource& source) { return tq::process::is_blank(source, tolerance); });
 }

@@ -140,6 +140,7 @@ void write_random_seeds() {
     for (std::size_t i = 2; i < calls.size(); i += 3) calls[i] %= 40;
     write_file("sequence/mixed_" + name, calls);
     write_file("module/mixed_" + name, calls);
+    write_file("process/mixed_" + name, calls);
     write_file("pdf_repair/" + name, random.bytes(seed));
   }
 }

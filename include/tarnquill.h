@@ -598,6 +598,51 @@ IMG_API int32_t IMG_CALL IMG_level_background(int32_t image);
 IMG_API int32_t IMG_CALL IMG_despeckle_bitmap(int32_t image, int32_t width, int32_t height,
                                               int32_t mode);
 
+/* Removes ruled lines from a 1-bit image (else IMG_WRONG_DEPTH), also those that slant by a few
+ * degrees. What crosses them stays whole; a line of letters that hang on it is theirs.
+ *
+ *   length      of the shortest that goes, in pixels; 0: half an inch, where the longer side of the
+ *               image is that of an A4 sheet, whatever its resolution says
+ *   thickness   of the thickest, likewise; 0: 1/25 inch
+ *   mode        1 lying, 2 standing, 3 both
+ *
+ * Returns how many were removed, or IMG_UNSUPPORTED for other arguments. */
+IMG_API int32_t IMG_CALL IMG_remove_lines(int32_t image, int32_t length, int32_t thickness,
+                                          int32_t mode);
+
+/* Where the writing and the pictures of a page are: the smallest rectangle, in pixels from the top
+ * left, of all that is no speck and no surround; with images of more than about 1170 pixels to a side
+ * it may be wider by two blocks of side / 1170. Addresses may be null. Takes 1, 4, 8, 24 and 32 bits
+ * (else IMG_WRONG_DEPTH).
+ *
+ * Returns 1, or 0 and zeros for a blank page; searches leave the image as it is. */
+IMG_API int32_t IMG_CALL IMG_find_content(int32_t image, int32_t* x, int32_t* y, int32_t* width,
+                                          int32_t* height);
+
+/* Keeps that rectangle with a margin in pixels, as far as the image goes; the margin is at least 0.
+ * Returns 1, or 0 where there was nothing to crop. */
+IMG_API int32_t IMG_CALL IMG_autocrop_bitmap(int32_t image, int32_t margin);
+
+/* The sheet inside a dark surround, in pixels from the top left: of a sheet that lies askew the box of
+ * it. Addresses and depths as above. Returns 1, or 0 and the whole image where there is no surround. */
+IMG_API int32_t IMG_CALL IMG_find_paper(int32_t image, int32_t* x, int32_t* y, int32_t* width,
+                                        int32_t* height);
+
+/* Paints the surround: dark areas, and shadows, that come in from an edge of the image; not writing
+ * that touches it. The sides stay. Returns 1, or 0 where there was none.
+ *
+ *   colour   as above, -1: paper */
+IMG_API int32_t IMG_CALL IMG_remove_border(int32_t image, int32_t colour);
+
+/* Whether there is nothing on a page but dust, punch holes, shadows of its edges and what shines
+ * through from its back beside darker ink. One word, a page number, a signature are something.
+ *
+ *   tolerance   0: what is 1.2 mm long counts, where the longer side of the image is that of an A4
+ *               sheet; 1 to 100: as many tenths of a millimetre more
+ *
+ * Returns 1 or 0. */
+IMG_API int32_t IMG_CALL IMG_is_blank(int32_t image, int32_t tolerance);
+
 /* ---- Showing ---------------------------------------------------------------------------------
  *
  * A view says which part of an image is seen in a window, how large and how it is turned. The library

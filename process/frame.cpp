@@ -8,9 +8,11 @@
 
 namespace tq::process {
 
-ImageSource::ImageSource(ImageHandle handle)
+ImageSource::ImageSource(ImageHandle handle) : ImageSource(handle, image_record(handle)) {}
+
+ImageSource::ImageSource(ImageHandle handle, ImageRecord& record)
     : handle_(handle),
-      record_(&image_record(handle)),
+      record_(&record),
       serial_(record_->serial),
       width_(record_->width),
       height_(record_->height),

@@ -21,6 +21,8 @@ using pixels::Row;
 class ImageSource {
  public:
   explicit ImageSource(ImageHandle handle);  // a valid one, of an image that has pixels
+  // Pixels that only the operation knows; no row of them is reported.
+  explicit ImageSource(ImageRecord& pixels) : ImageSource(ImageHandle{-1}, pixels) {}
 
   ImageRecord& record() const { return *record_; }
   int width() const { return width_; }
@@ -47,6 +49,8 @@ class ImageSource {
   void read_colours(int y, std::span<Rgb> colours) const;
 
  private:
+  ImageSource(ImageHandle handle, ImageRecord& record);
+
   ImageHandle handle_;
   ImageRecord* record_;
   std::uint64_t serial_;

@@ -74,5 +74,13 @@ Status level_background(ImageSource& image);
 // Pages cleaned. The result is how many specks, or lines, were removed.
 Status despeckle_bitmap(ImageSource& image, std::int32_t width, std::int32_t height,
                         std::int32_t mode);
+Status remove_lines(ImageSource& image, std::int32_t length, std::int32_t thickness,
+                    std::int32_t mode);
+// The result is 1 where there is something of the kind, or something to do.
+Status find_content(ImageSource& image, Rect& content);
+Status autocrop_bitmap(ImageSource& image, std::int32_t margin);
+Status find_paper(ImageSource& image, Rect& paper);
+Status remove_border(ImageSource& image, std::int32_t colour);
+Status is_blank(ImageSource& image, std::int32_t tolerance);
 
 }  // namespace tq::process

@@ -80,20 +80,21 @@ int Marks::count(const Strips& strips, std::int64_t left, std::int64_t right, st
 
 bool Marks::is_dot_or_point(const Component& c) const {
   if (!is_round(c)) return false;
-  const std::int64_t middle = (std::int64_t{c.left} + c.right - 1) / 2, lowest = c.bottom - 1;
+  const std::int64_t lowest = c.bottom - 1;
   // Over or under a letter.
   const auto is_under_or_over = [&](const Component& other) {
-    return other.left <= middle && middle < other.right && other.top <= lowest + 3 * unit_;
+    return other.left < c.right && c.left < other.right && other.top <= lowest + kOver * unit_;
   };
-  if (count(large_, middle, middle + 1, c.top - 2 * unit_, lowest + 3 * unit_ + tallest_ + 1,
+  if (count(large_, c.left, c.right, c.top - kUnder * unit_, lowest + kOver * unit_ + tallest_ + 1,
             is_under_or_over) > 0) {
     return true;
   }
   // On the line of a letter that it follows, or comes before.
-  return count(large_, c.left - 4 * unit_ - 1, c.right + 2 * unit_ + 1, lowest - 1, lowest + 2,
-               [&](const Component& other) {
-                 const bool before = other.left < c.left && other.right + 4 * unit_ >= c.left;
-                 const bool behind = other.right > c.right && other.left <= c.right + 2 * unit_;
+  return count(large_, c.left - kBefore * unit_ - 1, c.right + kBehind * unit_ + 1, lowest - 1,
+               lowest + 2, [&](const Component& other) {
+                 const bool before = other.left < c.left && other.right + kBefore * unit_ >= c.left;
+                 const bool behind =
+                     other.right > c.right && other.left <= c.right + kBehind * unit_;
                  return before || behind;
                }) > 0;
 }
@@ -108,14 +109,14 @@ bool Marks::is_mark(const Component& c) const {
   };
   // One of a row of dots.
   const auto is_beside = [&](const Component& other) {
-    return is_alike(other) && other.left < c.right + 12 * unit_ &&
-           other.right > c.left - 12 * unit_;
+    return is_alike(other) && other.left < c.right + kLeader * unit_ &&
+           other.right > c.left - kLeader * unit_;
   };
-  const int beside =
-      count(small_, c.left - 12 * unit_, c.right + 12 * unit_, lowest - 1, lowest + 2, is_beside);
+  const int beside = count(small_, c.left - kLeader * unit_, c.right + kLeader * unit_, lowest - 1,
+                           lowest + 2, is_beside);
   if (beside >= 2) return true;
   // The upper one of a colon.
-  return is_round(c) && count(small_, c.left, c.right, lowest + 1, lowest + 4 * unit_ + 1,
+  return is_round(c) && count(small_, c.left, c.right, lowest + 1, lowest + kColon * unit_ + 1,
                               [&](const Component& other) {
                                 return is_alike(other) && other.left < c.right &&
                                        other.right > c.left && is_dot_or_point(other);

@@ -101,6 +101,47 @@ TEST(Despeckle, RowsOfAnyWidth) {
   EXPECT_TRUE(Page::of(image.handle()) == expected);
 }
 
+// A form: ruled lines, strokes through them, a word under a line of its own, a bar.
+TEST(RemoveLines, WhatCrossesThemStaysWhole) {
+  Page page(800, 600), writing(800, 600);
+  const auto write = [&](int x, int y, int w, int h) {
+    page.draw(x, y, w, h);
+    writing.draw(x, y, w, h);
+  };
+  for (int i = 0; i < 40; ++i) write(300 + i, 80 + i, 3, 1);  // a stroke that slants
+  for (int i = 0; i < 9; ++i) write(100 + 12 * i, 90 + i % 3, 3, 30);
+  write(230, 280, 4, 40), write(500, 500, 40, 30);
+  write(600, 450, 60, 2);                                       // a hyphen, too short
+  for (int i = 0; i < 14; ++i) write(560 + 8 * i, 352, 4, 20);  // letters on a line of their own
+  write(560, 350, 110, 2);
+  for (int x = 40; x < 740; ++x) page.draw(x, 100 + (x - 40) / 90, 1, 3);  // slanting
+  page.draw(40, 300, 700, 2), page.draw(400, 180, 3, 260), page.draw(200, 180, 2, 100);
+  page.draw(200, 320, 2, 100);
+  struct Case {
+    int mode, lines;
+  };
+  for (const auto& [mode, lines] : {Case{1, 2}, Case{2, 3}, Case{3, 5}}) {
+    SCOPED_TRACE(mode);
+    const KeptImage plain(page.dib()), runs(page.dib());
+    ASSERT_EQ(IMG_dib_to_runs(runs.handle()), IMG_OK);
+    EXPECT_EQ(IMG_remove_lines(plain.handle(), 100, 5, mode), lines);
+    EXPECT_EQ(IMG_remove_lines(runs.handle(), 100, 5, mode), lines);
+    const Page left = Page::of(plain.handle());
+    EXPECT_TRUE(Page::of(runs.handle()) == left);
+    int lost = 0, line_ink = 0;
+    for (int y = 0; y < 600; ++y) {
+      for (int x = 0; x < 800; ++x) {
+        lost += writing.at(x, y) && !left.at(x, y);
+        line_ink += left.at(x, y) && !writing.at(x, y);
+      }
+    }
+    EXPECT_LE(lost, 4);
+    if (mode == 3) {
+      EXPECT_LE(line_ink, 40);
+    }
+  }
+}
+
 TEST(Cleaning, ArgumentsOutsideTheirSetLeaveTheImage) {
   struct Case {
     int bits;
@@ -115,6 +156,22 @@ TEST(Cleaning, ArgumentsOutsideTheirSetLeaveTheImage) {
       {1, [](Image i) { return IMG_despeckle_bitmap(i, 3, 3, 8); }},
       {1, [](Image i) { return IMG_despeckle_bitmap(i, INT_MAX, INT_MAX, 2); }, IMG_OK},
       {8, [](Image i) { return IMG_despeckle_bitmap(i, 0, 3, 1); }, IMG_WRONG_DEPTH},
+      {1, [](Image i) { return IMG_remove_lines(i, -1, 3, 1); }},
+      {1, [](Image i) { return IMG_remove_lines(i, 3, INT_MIN, 1); }},
+      {1, [](Image i) { return IMG_remove_lines(i, 3, 3, 0); }},
+      {1, [](Image i) { return IMG_remove_lines(i, 3, 3, 4); }},
+      {1, [](Image i) { return IMG_remove_lines(i, INT_MAX, INT_MAX, 3); }, IMG_OK},
+      {24, [](Image i) { return IMG_remove_lines(i, 0, 0, 0); }, IMG_WRONG_DEPTH},
+      {8, [](Image i) { return IMG_autocrop_bitmap(i, -1); }},
+      {16, [](Image i) { return IMG_autocrop_bitmap(i, -1); }, IMG_WRONG_DEPTH},
+      {4, [](Image i) { return IMG_remove_border(i, 16); }},
+      {24, [](Image i) { return IMG_remove_border(i, -2); }},
+      {16, [](Image i) { return IMG_remove_border(i, 0); }, IMG_WRONG_DEPTH},
+      {1, [](Image i) { return IMG_is_blank(i, -1); }},
+      {24, [](Image i) { return IMG_is_blank(i, 101); }},
+      {16, [](Image i) { return IMG_is_blank(i, 0); }, IMG_WRONG_DEPTH},
+      {16, [](Image i) { return IMG_find_paper(i, nullptr, nullptr, nullptr, nullptr); },
+       IMG_WRONG_DEPTH},
   };
   for (const Case& c : cases) {
     const KeptImage image({c.bits}, 20, 9, 3);

@@ -44,15 +44,14 @@ def marks(small, others, unit):
     letters = [c for c in others if c.height <= 18 * unit]
 
     def over_or_under(c, letter):
-        middle = (c.left + c.right) // 2
-        return letter.left <= middle <= letter.right and letter.top - c.bottom <= 3 * unit \
-            and c.top - letter.bottom <= 2 * unit
+        return letter.left <= c.right and c.left <= letter.right and letter.top - c.bottom <= 2 * unit \
+            and c.top - letter.bottom <= unit
 
     def on_line(c, letter):
         if abs(letter.bottom - c.bottom) > 1:
             return False
-        return letter.left < c.left <= letter.right + 1 + 4 * unit \
-            or letter.right > c.right and letter.left <= c.right + 1 + 2 * unit
+        return letter.left < c.left <= letter.right + 1 + 5 * unit \
+            or letter.right > c.right and letter.left <= c.right + 1 + 3 * unit
 
     def stands(c):
         return is_round(c) and any(over_or_under(c, o) or on_line(c, o) for o in letters)
