@@ -579,6 +579,41 @@ IMG_API int32_t IMG_CALL IMG_adaptive_mono(int32_t image, int32_t method, int32_
  * IMG_WRONG_DEPTH. Returns 0. */
 IMG_API int32_t IMG_CALL IMG_level_background(int32_t image);
 
+/* How far a page of text lies from level. Angles are in hundredths of a degree, clockwise, for
+ * IMG_rotate_bitmap; where the resolutions differ, of the sheet.
+ *
+ *   range        1 to 4500 each way; 0: 1500
+ *   angle        out: the turn that makes it straight; may be null
+ *   confidence   out: how much better than others that turn is, in hundredths: text has 400 and more,
+ *                300 is enough to turn a page; 0: it cannot be told; may be null
+ *
+ * Returns 1, or 0 with an angle and a confidence of 0. */
+IMG_API int32_t IMG_CALL IMG_find_skew(int32_t image, int32_t range, int32_t* angle,
+                                       int32_t* confidence);
+
+/* Turns it by that, as IMG_rotate_bitmap does, keeping its sides.
+ *
+ *   least    confidence from which on to turn, from 0 on; -1: 300
+ *   colour   of what comes in from outside, as for IMG_rotate_bitmap
+ *   angle    out: the turn that was made, or 0; may be null
+ *
+ * Returns 1 for turned and 0 for left alone: that is also what is off by less than 5 hundredths. */
+IMG_API int32_t IMG_CALL IMG_deskew_bitmap(int32_t image, int32_t range, int32_t least,
+                                           int32_t colour, int32_t* angle);
+
+/* Which way up a page of text is: sideways by its lines, upside down by what reaches above and below
+ * them. Pages of text in scripts that do not tell, and pages that may be anything, stay undecided.
+ *
+ *   angle        out: the turn that makes it upright: 0, 9000, 18000 or 27000; may be null
+ *   confidence   out: 500 and more where it can be told, else 0; may be null
+ *
+ * Returns 1, or 0 with an angle and a confidence of 0. */
+IMG_API int32_t IMG_CALL IMG_find_orientation(int32_t image, int32_t* angle, int32_t* confidence);
+
+/* Turns it by that, when the confidence is at least `least`, from 0 on (-1: 500). `angle`, out, is the
+ * turn that was made, or 0; it may be null. Returns 1 for turned, 0 for left alone. */
+IMG_API int32_t IMG_CALL IMG_auto_orient_bitmap(int32_t image, int32_t least, int32_t* angle);
+
 /* ---- Pages cleaned ---------------------------------------------------------------------------
  *
  * These look for what a scanner adds to a page. Depth, form and record of an image stay as with the

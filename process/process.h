@@ -70,6 +70,12 @@ Status convolve_bitmap(ImageSource& image, const std::int32_t* kernel, std::int3
 Status find_threshold(ImageSource& image);
 Status adaptive_mono(ImageSource& image, std::int32_t method, std::int32_t window, std::int32_t k);
 Status level_background(ImageSource& image);
+Status find_skew(ImageSource& image, std::int32_t range, std::int32_t& angle,
+                 std::int32_t& confidence);
+Status deskew_bitmap(ImageSource& image, std::int32_t range, std::int32_t least,
+                     std::int32_t colour, std::int32_t& angle);
+Status find_orientation(ImageSource& image, std::int32_t& angle, std::int32_t& confidence);
+Status auto_orient_bitmap(ImageSource& image, std::int32_t least, std::int32_t& angle);
 
 // Pages cleaned. The result is how many specks, or lines, were removed.
 Status despeckle_bitmap(ImageSource& image, std::int32_t width, std::int32_t height,

@@ -3,6 +3,7 @@
 #include "process/cleanup/background.h"
 
 #include <algorithm>
+#include <array>
 
 namespace tq::process {
 namespace {
@@ -102,6 +103,7 @@ Status Background::finish() {
   std::uint8_t* const tiles = tiles_.data();
   filter_tiles(tiles, columns_, rows_, spare.data(), [](int a, int b) { return std::max(a, b); });
   filter_tiles(tiles, columns_, rows_, spare.data(), [](int a, int b) { return std::min(a, b); });
+  TQ_TRY(find_dark());
   for (int y = 0; y < rows_; ++y) {
     const int top = std::max(y - kReach, 0), bottom = std::min(y + kReach, rows_ - 1);
     for (int x = 0; x < columns_; ++x) {
@@ -113,6 +115,30 @@ Status Background::finish() {
       const int count = (bottom - top + 1) * (right - left + 1);
       smooth_[y * std::ptrdiff_t{columns_} + x] =
           word(std::max((32 * sum + count) / (2 * count), 16));
+    }
+  }
+  return kOk;
+}
+
+Status Background::find_dark() {
+  const std::span<const std::uint8_t> tiles = tiles_.pixels();
+  TQ_TRY(dark_.allocate(std::ssize(tiles)));
+  std::array<std::uint32_t, 256> counts{};
+  for (const std::uint8_t level : tiles) ++counts[level];
+  // Paper is what a tenth of the page is not lighter than.
+  int paper = 255;
+  for (std::size_t lighter = 0; paper > 0; --paper) {
+    lighter += counts[paper];
+    if (10 * lighter > tiles.size()) break;
+  }
+  for (int y = 0; y < rows_; ++y) {
+    for (int x = 0; x < columns_; ++x) {
+      if (10 * tiles[y * std::ptrdiff_t{columns_} + x] >= 6 * paper) continue;
+      for (int k = std::max(y - 1, 0); k <= std::min(y + 1, rows_ - 1); ++k) {
+        for (int i = std::max(x - 1, 0); i <= std::min(x + 1, columns_ - 1); ++i) {
+          dark_[k * std::ptrdiff_t{columns_} + i] = 1;
+        }
+      }
     }
   }
   return kOk;

@@ -27,6 +27,12 @@ class Background {
   // Sixteenths of the levels of a row's background, 16 at least. Valid until the next call.
   std::span<const std::int32_t> read(int y);
 
+  // Whether there is no paper at a pixel: the background, or that of a tile next to it, is much darker
+  // than that of the page.
+  bool is_dark(int x, int y) const {
+    return dark_[y / kTile * std::ptrdiff_t{columns_} + x / kTile] != 0;
+  }
+
   // Levels as they would be on even paper; `levels` and `out` may be the same.
   void level_row(int y, Bytes levels, Row out);
 
@@ -34,9 +40,10 @@ class Background {
   static constexpr int kTile = 16;
 
   void end_tiles();
+  Status find_dark();
   int width_ = 0, height_ = 0, columns_ = 0, rows_ = 0;  // the latter in tiles
   int row_ = 0;
-  RowBuffer<std::uint8_t> band_, tiles_;
+  RowBuffer<std::uint8_t> band_, tiles_, dark_;
   RowBuffer<std::uint16_t> smooth_;
   RowBuffer<std::int32_t> between_;  // tiles at the height of a row
   RowBuffer<std::int32_t> line_;     // from the centre of a tile before the first one
@@ -53,6 +60,7 @@ class LevelledRows {
 
   // Sets out[x] to 1 where the level is at most `level`, which is below 254, else to 0.
   void mark_dark(int y, int level, Row out);
+  bool is_dark(int x, int y) const { return background_.is_dark(x, y); }
 
  private:
   GreyRows grey_;

@@ -3,8 +3,7 @@
 #include "process/cleanup/ink.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <bit>
 
 #include "process/cleanup/background.h"
 #include "process/tone/threshold.h"
@@ -90,9 +89,33 @@ void InkPage::choose_blocks(const ImageSource& image) {
 Status InkPage::find(ImageSource& image, Reports reports, InkRule rule) {
   if (!can_be_searched(image)) return StatusCode::wrong_depth;
   choose_blocks(image);
-  row_bytes_ = (static_cast<std::size_t>(width_) + 63) / 64 * 8;
-  TQ_TRY(bits_.allocate(static_cast<std::int64_t>(row_bytes_) * height_));
+  TQ_TRY(allocate());
   return image.bits() == 1 ? find_black(image, reports) : find_dark(image, reports, rule);
+}
+
+Status InkPage::allocate() {
+  row_bytes_ = (static_cast<std::size_t>(width_) + 63) / 64 * 8;
+  return bits_.allocate(static_cast<std::int64_t>(row_bytes_) * height_);
+}
+
+Status InkPage::transpose(const InkPage& page) {
+  width_ = page.height_;
+  height_ = page.width_;
+  block_width_ = page.block_height_;
+  block_height_ = page.block_width_;
+  aspect_ = 1 / page.aspect_;
+  TQ_TRY(allocate());
+  std::ranges::fill(bits_.pixels(), std::uint8_t{0xFF});
+  for (int y = 0; y < page.height_; ++y) {
+    const Row from = page.row(y);
+    const int mask = 0x80 >> y % 8;
+    for (int i = 0; 8 * i < page.width_; ++i) {
+      for (unsigned ink = from[i] ^ 0xFFu; ink != 0; ink &= ink - 1) {
+        row(8 * i + 7 - std::countr_zero(ink))[y / 8] ^= byte(mask);
+      }
+    }
+  }
+  return kOk;
 }
 
 // Ink where at least half of a block is.
@@ -143,6 +166,15 @@ Status InkPage::find_dark(ImageSource& image, Reports reports, InkRule rule) {
   TQ_TRY(dark.allocate(width));
   TQ_TRY(rule.levelled ? levelled.find() : grey.allocate());
 
+  if (rule.levelled) {
+    TQ_TRY(dark_.allocate(std::int64_t{width_} * height_));
+    for (int y = 0; y < height_; ++y) {
+      for (int x = 0; x < width_; ++x) {
+        dark_[y * std::ptrdiff_t{width_} + x] =
+            byte(levelled.is_dark(x * block_width_, y * block_height_) ? 1 : 0);
+      }
+    }
+  }
   int level = rule.level;
   if (level == InkRule::kByOtsu) {
     LevelCounts counts{};

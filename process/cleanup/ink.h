@@ -30,6 +30,9 @@ class InkPage {
   // wrong_depth for what cannot be searched; the answer of the progress callback.
   Status find(ImageSource& image, Reports reports, InkRule rule = {});
 
+  // The other page with its columns as rows.
+  Status transpose(const InkPage& page);
+
   int width() const { return width_; }
   int height() const { return height_; }
   // Pixels of the image to a block; the last block of a row or column may have fewer.
@@ -44,8 +47,14 @@ class InkPage {
   }
   bool has_ink(int x, int y) const { return (row(y)[x / 8] >> (7 - x % 8) & 1) == 0; }
 
+  // Whether a place is dark as a whole, as pictures are and what is around a sheet: not known of 1 bit.
+  bool is_dark(int x, int y) const {
+    return dark_.size() > 0 && dark_[y * std::ptrdiff_t{width_} + x] != 0;
+  }
+
  private:
   void choose_blocks(const ImageSource& image);
+  Status allocate();
   Status find_black(ImageSource& image, Reports reports);
   Status find_dark(ImageSource& image, Reports reports, InkRule rule);
   template <class Add>
@@ -55,7 +64,7 @@ class InkPage {
   int width_ = 0, height_ = 0, block_width_ = 1, block_height_ = 1;
   double aspect_ = 1;
   std::size_t row_bytes_ = 0;
-  RowBuffer<std::uint8_t> bits_;
+  RowBuffer<std::uint8_t> bits_, dark_;
 };
 
 }  // namespace tq::process

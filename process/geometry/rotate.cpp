@@ -4,27 +4,15 @@
 
 #include "process/geometry/geometry.h"
 #include "process/geometry/grey_rows.h"
+#include "process/geometry/sines.h"
 #include "process/process.h"
 
 namespace tq::process {
 namespace {
 
-#include "process/geometry/sines.inc"
-
 constexpr int kWholeTurn = 36000, kQuarter = 9000;  // hundredths of a degree
 constexpr std::int64_t kOne = std::int64_t{1} << 30;
 constexpr std::int32_t kKeepSides = 1, kNearest = 2;  // bits of the mode
-
-// Of 0 to 8999 hundredths, by the addition theorem.
-struct Sines {
-  explicit Sines(int angle) {
-    const std::int64_t s = kSineOfDegree[angle / 100], c = kSineOfDegree[90 - angle / 100];
-    const std::int64_t ds = kSineOfHundredth[angle % 100], dc = kCosineOfHundredth[angle % 100];
-    sine = (s * dc + c * ds + kOne / 2) >> 30;
-    cosine = (c * dc - s * ds + kOne / 2) >> 30;
-  }
-  std::int64_t sine, cosine;
-};
 
 // Away from 0 where it lies in the middle, so that turns to both sides mirror each other.
 constexpr std::int64_t divide_rounded(std::int64_t value, std::int64_t by) {

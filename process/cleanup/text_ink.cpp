@@ -1,0 +1,120 @@
+#include "process/cleanup/text_ink.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "process/cleanup/components.h"
+
+namespace tq::process {
+namespace {
+
+constexpr int kSpeck = 2;    // pixels
+constexpr int kFewest = 12;  // components
+constexpr int kBlot = 16, kStroke = 8;
+constexpr int kHighest = 60;  // of what is filled, hundredths of an inch
+
+void whiten(Row bits, int first, int end) {
+  for (int x = first; x < end; ++x) bits[x / 8] |= byte(0x80 >> x % 8);
+}
+
+// Tiles of a sixth of an inch that are full of dots, as a printer's screens make them, or noise.
+class ScreenedTiles {
+ public:
+  Status find(const InkPage& page) {
+    columns_ = (page.width() - 1) / kTile + 1;
+    const int rows = (page.height() - 1) / kTile + 1;
+    TQ_TRY(busy_rows_.allocate(columns_ * std::int64_t{rows}));
+    TQ_TRY(screened_.allocate(columns_ * std::int64_t{rows}));
+    for (int y = 0; y < page.height(); ++y) {
+      const Row row = page.row(y);
+      for (int x = 0; x < columns_; ++x) {
+        const unsigned pair = row[2 * x] << 8 | row[2 * x + 1];
+        const int changes = std::popcount((pair ^ pair >> 1) & 0x7FFF);
+        if (changes >= kBusyChanges) ++busy_rows_[y / kTile * std::ptrdiff_t{columns_} + x];
+      }
+    }
+    const auto busy = [&](int x, int y) {
+      return x >= 0 && y >= 0 && x < columns_ && y < rows
+                 ? int{busy_rows_[y * std::ptrdiff_t{columns_} + x]}
+                 : 0;
+    };
+    for (int y = 0; y < rows; ++y) {
+      for (int x = 0; x < columns_; ++x) {
+        bool found = false;
+        for (int k = -1; k <= 1; ++k) {
+          for (int i = -1; i <= 1; ++i) found |= busy(x + i, y + k) >= kBusyRows;
+        }
+        screened_[y * std::ptrdiff_t{columns_} + x] = found;
+      }
+    }
+    return kOk;
+  }
+  bool has(int x, int y) const {
+    return screened_[y / kTile * std::ptrdiff_t{columns_} + x / kTile] != 0;
+  }
+
+ private:
+  static constexpr int kTile = 16, kBusyChanges = 6, kBusyRows = 12;
+  int columns_ = 0;
+  RowBuffer<std::uint8_t> busy_rows_, screened_;
+};
+
+// What there is of a component beside its box.
+struct Texture {
+  std::uint32_t runs, masked;  // of these pixels, on dark or screened ground
+};
+
+bool may_be_text(const Component& c, const Texture& texture, const InkPage& page) {
+  if (c.left == 0 || c.top == 0 || c.right == page.width() || c.bottom == page.height())
+    return false;
+  if (c.pixels <= kSpeck || 4 * std::int64_t{texture.masked} >= c.pixels) return false;
+  // The frame of a page.
+  if (10 * c.width() > 7 * page.width() && 10 * c.height() > 7 * page.height()) return false;
+  const std::int64_t area = c.width() * c.height();
+  if (c.height() > kHighest && 2 * c.pixels >= area) return false;
+  // A blot: strokes are thinner.
+  return c.height() <= kBlot || 4 * c.pixels < area ||
+         c.pixels < kStroke * std::int64_t{texture.runs};
+}
+
+}  // namespace
+
+Status keep_text(InkPage& page, int& marks) {
+  const int width = page.width(), height = page.height();
+  ScreenedTiles screened;
+  TQ_TRY(screened.find(page));
+  Components components(Components::Neighbours::eight, Components::Colour::black);
+  RowBuffer<std::int32_t> changes;
+  TQ_TRY(changes.allocate(most_transitions(width)));
+  for (int y = 0; y < height; ++y) {
+    const std::int32_t count = bits_to_transitions(page.row(y), width, changes.pixels());
+    TQ_TRY(components.add_row(changes.pixels().first(count), width));
+  }
+  components.settle();
+  const std::span<Component> all = components.all();
+  RowBuffer<Texture> textures;
+  TQ_TRY(textures.allocate(std::ssize(all)));
+  for (int y = 0; y < height; ++y) {
+    for (const Run& run : components.row(y)) {
+      Texture& texture = textures[run.component];
+      ++texture.runs;
+      for (int x = run.first; x < run.end; ++x) {
+        if (screened.has(x, y) || page.is_dark(x, y)) ++texture.masked;
+      }
+    }
+  }
+  marks = 0;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    all[i].mark = may_be_text(all[i], textures.data()[i], page) ? 1 : 0;
+    marks += all[i].mark;
+  }
+  if (marks < kFewest) marks = 0;
+  for (int y = 0; y < height; ++y) {
+    for (const Run& run : components.row(y)) {
+      if (marks == 0 || all[run.component].mark == 0) whiten(page.row(y), run.first, run.end);
+    }
+  }
+  return kOk;
+}
+
+}  // namespace tq::process
