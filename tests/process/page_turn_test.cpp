@@ -114,6 +114,15 @@ TEST(Skew, IsThatOfTheSheetWherePixelsAreNotSquare) {
   EXPECT_NEAR(find_skew(page.get()).angle, -800, 8);
 }
 
+TEST(Skew, IsNotToldOfPixelsThatNoScannerHas) {
+  const Image page(text_page(60));
+  for (const auto& [x, y] : {std::pair(65535000, 1000), std::pair(1000, 65535000)}) {
+    IMG_set_resolution(page.get(), x, y);
+    EXPECT_EQ(find_skew(page.get()).status, 0);
+    EXPECT_EQ(find_orientation(page.get()).status, 0);
+  }
+}
+
 TEST(Skew, FewLinesInACornerAreFoundOrLeft) {
   for (const int lines : {1, 2, 5}) {
     for (const int first_line : {3, 58}) {
@@ -179,7 +188,9 @@ TEST(PageSearch, WhatIsNoTextIsLeftAlone) {
     for (const bool mono : {false, true}) {
       SCOPED_TRACE(name + std::string(mono ? ", 1 bit" : ""));
       const KeptImage image(dib);
-      if (mono) ASSERT_EQ(IMG_thresh_mono(image.handle(), 127), IMG_OK);
+      if (mono) {
+        ASSERT_EQ(IMG_thresh_mono(image.handle(), 127), IMG_OK);
+      }
       const Snapshot before = snapshot(image.handle());
       std::int32_t angle = 99;
       EXPECT_EQ(IMG_deskew_bitmap(image.handle(), 0, -1, -1, &angle), 0);
@@ -325,7 +336,9 @@ TEST(PageSearch, ReportsEachRowOnceAndEndsWithTheAnswer) {
     for (const bool grey : {false, true}) {
       const Image page(text_page(60));
       ASSERT_EQ(IMG_rotate_bitmap(page.get(), 18200, -1, 1), IMG_OK);
-      if (grey) ASSERT_EQ(IMG_promote_8(page.get()), IMG_OK);
+      if (grey) {
+        ASSERT_EQ(IMG_promote_8(page.get()), IMG_OK);
+      }
       const Snapshot before = snapshot(page.get());
       for (const int most : {1, 900, 2200}) {
         Abort abort{.most = most};
