@@ -20,6 +20,7 @@ constexpr int kCoarseStep = 50, kFineStep = 5, kFineReach = 60;
 constexpr int kBeyond = 100;      // that is looked at behind the range
 constexpr int kFewestEdges = 60;  // pixels
 constexpr int kEnoughMarks = 60;
+constexpr double kMostAspect = 16;
 constexpr int kRivalDistance = 200;
 constexpr int kSureConfidence = 800;  // of which no rival takes anything
 
@@ -68,7 +69,6 @@ class Scores {
     // Columns go up or down by at most the page's width.
     const double most = tangent(kMostSkew + kBeyond + kFineReach) * aspect_ * columns_.count() *
                         columns_.column_width();
-    if (most > 1e6) return StatusCode::out_of_memory;
     margin_ = static_cast<int>(most) + 2;
     return profile_.allocate(columns_.rows() + 2 * std::int64_t{margin_});
   }
@@ -131,6 +131,8 @@ Status refine(const InkPage& page, int coarse, int& angle) {
 
 Status find_lines(const InkPage& text, int marks, int range, Skew& skew) {
   skew = {};
+  // Pixels of such a shape are those of no scanner.
+  if (text.aspect() < 1 / kMostAspect || text.aspect() > kMostAspect) return kOk;
   Columns columns;
   TQ_TRY(columns.allocate(text, 8));
   if (columns.edges() < kFewestEdges) return kOk;
