@@ -1,6 +1,8 @@
 // The portable kernels, and the choice.
 #include "show/kernels.h"
 
+#include <cstring>
+
 namespace tq::show {
 namespace {
 
@@ -15,9 +17,16 @@ void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* weights, i
   }
 }
 
+void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
+  for (std::ptrdiff_t i = 0; i < count; ++i, bgr += 3, bgrx += 4) {
+    const std::uint8_t pixel[4] = {bgr[0], bgr[1], bgr[2], 255};
+    std::memcpy(bgrx, pixel, sizeof pixel);
+  }
+}
+
 }  // namespace
 
-constexpr Kernels kPortableKernels{.weigh_rows = weigh_rows};
+constexpr Kernels kPortableKernels{.weigh_rows = weigh_rows, .widen = widen};
 
 Kernels select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
   Kernels kernels = kPortableKernels;

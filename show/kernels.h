@@ -17,6 +17,9 @@ struct Kernels {
   // Makes of `count` samples of each row their sums by weight, or adds them to the sums.
   void (*weigh_rows)(const std::uint8_t* const* rows, const std::uint16_t* weights, int row_count,
                      std::uint32_t* sums, std::ptrdiff_t count, bool add);
+
+  // Blue, green, red to the same and 255.
+  void (*widen)(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count);
 };
 
 extern const Kernels kPortableKernels;

@@ -47,10 +47,23 @@ TQ_KERNEL void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* 
   kPortableKernels.weigh_rows(rest, weights, row_count, sums + i, count - i, add);
 }
 
+TQ_KERNEL void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
+  alignas(16) static constexpr std::uint8_t kSpread[16] = {0, 1, 2, 128, 3, 4,  5,  128,
+                                                           6, 7, 8, 128, 9, 10, 11, 128};
+  constexpr std::ptrdiff_t kReadAhead = 2;  // four bytes more than four pixels are read
+  const Vector spread = load(kSpread), full = all32(INT32_MIN >> 7);
+  std::ptrdiff_t i = 0;
+  for (; i + 4 + kReadAhead <= count; i += 4) {
+    store(bgrx + 4 * i, shuffle8(load(bgr + 3 * i), spread) | full);
+  }
+  kPortableKernels.widen(bgr + 3 * i, bgrx + 4 * i, count - i);
+}
+
 }  // namespace
 
 void add_ssse3_kernels(Kernels& kernels) {
   kernels.weigh_rows = weigh_rows;
+  kernels.widen = widen;
 }
 
 }  // namespace tq::show

@@ -93,6 +93,7 @@ void Painter::make_pixels(const ShownRow& row, std::int32_t count, std::uint8_t*
       for (std::int32_t i = 0; i < 3 * count; ++i) out[i] = toned(from[i]);
       return;
     default:
+      if (!kTone) return kernels_.widen(from, out, count);
       for (std::int32_t i = 0; i < count; ++i, from += 3, out += 4) {
         const std::uint8_t pixel[4] = {toned(from[0]), toned(from[1]), toned(from[2]), 255};
         std::memcpy(out, pixel, 4);

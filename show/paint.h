@@ -54,6 +54,7 @@ class Painter {
   Canvas canvas_;
   Paint paint_;
   std::array<std::uint8_t, 4> background_{};  // in the canvas' format
+  Kernels kernels_ = kernels();
   RowBuffer<std::uint8_t> made_;
 };
 

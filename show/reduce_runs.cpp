@@ -10,6 +10,8 @@ Status RunColumns::open(std::span<const Span> columns, const Spans& spans, std::
   end_ = std::min(columns.back().last + 1, width);
   TQ_TRY(places_.allocate(std::int64_t{end_} - first_ + 1));
   TQ_TRY(changes_.allocate(std::ssize(columns) + 1));
+  TQ_TRY(packed_.allocate(std::ssize(columns) + 1));
+  one_ = spans.one();
   std::int32_t column = 0;
   for (std::int32_t pixel = first_; pixel <= end_; ++pixel) {
     while (column < std::ssize(columns) && columns[column].last < pixel) ++column;
@@ -27,30 +29,58 @@ Status RunColumns::open(std::span<const Span> columns, const Spans& spans, std::
   return kOk;
 }
 
-void RunColumns::add(Transitions row, std::uint32_t weight) {
+// Calls `add(place, sign)` for every change of colour that columns see, from a white start.
+template <class Add>
+void RunColumns::each_change(Transitions row, Add&& add) const {
   const Place* const places = places_.data();
-  Change* const changes = changes_.data();
-  const auto change = [=](std::int32_t at, std::int64_t by) {
-    const Place place = places[at];
-    changes[place.column].part += by * place.behind;
-    changes[place.column].whole += by;
-  };
-  const std::int64_t black = weight;
   auto next = row.begin();
   if (first_ > 0) {
     next = std::upper_bound(row.begin(), row.end(), first_);
-    if ((next - row.begin()) % 2 != 0) change(0, black);
+    if ((next - row.begin()) % 2 != 0) add(places[0], 1);
   }
   const auto last = std::lower_bound(next, row.end(), end_);
-  if ((next - row.begin()) % 2 != 0 && next != last) change(*next++ - first_, -black);
+  if ((next - row.begin()) % 2 != 0 && next != last) add(places[*next++ - first_], -1);
   for (; last - next >= 2; next += 2) {
-    change(next[0] - first_, black);
-    change(next[1] - first_, -black);
+    add(places[next[0] - first_], 1);
+    add(places[next[1] - first_], -1);
   }
-  if (next != last) change(*next - first_, black);
+  if (next != last) add(places[*next - first_], 1);
+}
+
+void RunColumns::add(Transitions row, std::uint32_t weight) {
+  if (weight == one_) {
+    std::int64_t* const packed = packed_.data();
+    each_change(row, [=](const Place& place, int sign) {
+      const std::int64_t change = (std::int64_t{1} << kPartBits) + place.behind;
+      packed[place.column] += sign * change;
+    });
+    if (++packed_rows_ == kMostRows) unpack();
+    return;
+  }
+  Change* const changes = changes_.data();
+  const std::int64_t black = weight;
+  each_change(row, [=](const Place& place, int sign) {
+    changes[place.column].part += sign * black * place.behind;
+    changes[place.column].whole += sign * black;
+  });
+}
+
+void RunColumns::unpack() {
+  for (std::size_t column = 0; column < packed_.size(); ++column) {
+    std::int64_t& both = packed_.data()[column];
+    // Sign and all.
+    const std::int64_t part =
+        static_cast<std::int64_t>(static_cast<std::uint64_t>(both) << (64 - kPartBits)) >>
+        (64 - kPartBits);
+    changes_.data()[column].part += part * one_;
+    changes_.data()[column].whole += ((both - part) >> kPartBits) * one_;
+    both = 0;
+  }
+  packed_rows_ = 0;
 }
 
 void RunColumns::take(std::span<const std::uint32_t> totals, std::span<std::uint64_t> sums) {
+  if (packed_rows_ > 0) unpack();
   std::int64_t whole = 0;
   for (std::size_t column = 0; column < sums.size(); ++column) {
     Change& change = changes_.data()[column];

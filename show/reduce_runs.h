@@ -15,7 +15,7 @@ class RunColumns {
   // `columns` ascend in the image.
   Status open(std::span<const Span> columns, const Spans& spans, std::int32_t width);
 
-  // The black pixels of a row, times a weight.
+  // The black pixels of a row, times a weight; of `one` in half of the time.
   void add(Transitions row, std::uint32_t weight);
 
   // Adds what has been gathered to a sum for each column, and begins anew.
@@ -31,9 +31,21 @@ class RunColumns {
     std::int64_t part = 0, whole = 0;  // of this column; of each one behind it
   };
 
+  // Both in one number, of rows that weigh one: this column's part in the low bits. A row changes them by
+  // one whole and by no more than a column's total, so that so many rows have room.
+  static constexpr int kPartBits = 44;
+  static constexpr std::int32_t kMostRows = 1 << 18;
+
+  template <class Add>
+  void each_change(Transitions row, Add&& add) const;
+  void unpack();
+
   std::int32_t first_ = 0, end_ = 0;  // of the pixels that columns have
+  std::uint32_t one_ = 0;
   RowBuffer<Place> places_;
   RowBuffer<Change> changes_;
+  RowBuffer<std::int64_t> packed_;
+  std::int32_t packed_rows_ = 0;
 };
 
 }  // namespace tq::show

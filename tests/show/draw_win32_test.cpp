@@ -79,7 +79,7 @@ img_view view_of(std::int32_t fit, std::int32_t flags) {
 
 Image picture(Random& random, int bits, bool in_runs) {
   Rows rows;
-  for (int y = 0; y < 50; ++y) rows.push_back(random.bytes(stride(70, bits)));
+  for (int y = 0; y < 50; ++y) rows.push_back(pack(random.pixels(70, bits), bits));
   Image image = make_image(70, bits, rows, in_runs);
   if (bits <= 8) {
     const Bytes palette = random.bytes(1024);
