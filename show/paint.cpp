@@ -72,6 +72,10 @@ void Painter::make_pixels(const ShownRow& row, std::int32_t count, std::uint8_t*
   const std::uint8_t* from = row.colours;
   if (row.channels == 1) {
     const int bytes = canvas_.pixel_bytes();
+    if (bytes == 1 && !kTone) {
+      std::memcpy(out, from, static_cast<std::size_t>(count));
+      return;
+    }
     for (std::int32_t i = 0; i < count; ++i, out += bytes) {
       const std::uint8_t level = toned(from[i]);
       const std::uint8_t pixel[4] = {level, level, level, 255};

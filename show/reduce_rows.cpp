@@ -70,7 +70,9 @@ Status ShownRows::open_means(const Part& columns) {
   TQ_TRY(totals_.allocate(count));
   std::transform(columns_.data(), columns_.data() + count, totals_.data(),
                  [this](const Span& span) { return across_.total(span); });
-  least_total_ = *std::min_element(totals_.data(), totals_.data() + count);
+  const auto [least, most] = std::minmax_element(totals_.data(), totals_.data() + count);
+  least_total_ = *least;
+  other_total_ = *most;
   TQ_TRY(room_.allocate(Kernels::kRows * room));
   room_bytes_ = static_cast<std::ptrdiff_t>(room);
   TQ_TRY(weighed_samples_.allocate(columns_read * channels_));
@@ -208,10 +210,8 @@ void ShownRows::add_columns() {
 
 // Sums to colours.
 void ShownRows::finish(std::uint32_t height) {
-  const std::uint32_t other_total =
-      *std::max_element(totals_.data(), totals_.data() + totals_.size());
   const Divisor divisors[2] = {Divisor(std::uint64_t{height} * least_total_),
-                               Divisor(std::uint64_t{height} * other_total)};
+                               Divisor(std::uint64_t{height} * other_total_)};
   if (is_mono()) return finish_mono(divisors);
   const std::uint64_t* sums = sums_.data();
   std::uint8_t* out = colours_.data();

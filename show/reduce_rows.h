@@ -66,8 +66,8 @@ class ShownRows {
 
   int channels_ = 0;  // of sums
   RowBuffer<Span> columns_;
-  RowBuffer<std::uint32_t> totals_;  // of columns
-  std::uint32_t least_total_ = 0;    // there are two at most
+  RowBuffer<std::uint32_t> totals_;                  // of columns
+  std::uint32_t least_total_ = 0, other_total_ = 0;  // there are two at most
   RowBuffer<std::uint8_t> colours_, share_;
 
   // Rows that are to be weighed together, and what has been.
