@@ -695,20 +695,19 @@ enum {
   IMG_FIT_SIZE     /* as large as on paper, times zoom; of an image without resolution as _NONE */
 };
 enum {
-  IMG_VIEW_SQUARE = 1,   /* pixels are square: the resolution does not count */
-  IMG_VIEW_TOP_LEFT = 2, /* a picture smaller than the window lies top left, not centred */
-  IMG_VIEW_BACKGROUND =
-      4,                /* paint the background around the picture and under transparent pixels */
-  IMG_VIEW_NO_TONE = 8, /* neither tone nor gamma */
-  IMG_VIEW_KEEP = 16    /* keep what was drawn for the next drawing of this view */
+  IMG_VIEW_SQUARE = 1,     /* pixels are square: the resolution does not count */
+  IMG_VIEW_TOP_LEFT = 2,   /* a picture smaller than the window lies top left, not centred */
+  IMG_VIEW_BACKGROUND = 4, /* paint around the picture and under transparent pixels */
+  IMG_VIEW_NO_TONE = 8,    /* neither tone nor gamma */
+  IMG_VIEW_KEEP = 16       /* keep what was drawn for the next drawing of this view */
 };
 enum { IMG_PIXELS_GREY = 8, IMG_PIXELS_BGR = 24, IMG_PIXELS_BGRX = 32 }; /* X is 255 */
 
 /* Zero everything, set `bytes`, then what you need. */
 typedef struct img_view {
-  int32_t bytes; /* sizeof(img_view); of a smaller one the rest counts as 0 */
-  int32_t source_x, source_y, source_width,
-      source_height;          /* image pixels; all 0: the crop rectangle */
+  int32_t bytes;              /* sizeof(img_view); of a smaller one the rest counts as 0 */
+  int32_t source_x, source_y; /* image pixels; all 0: the crop rectangle */
+  int32_t source_width, source_height;
   int32_t width, height;      /* the window, device pixels */
   int32_t fit;                /* IMG_FIT_... */
   int32_t zoom;               /* thousandths, for IMG_FIT_NONE and IMG_FIT_SIZE; 0 counts as 1000 */
@@ -837,10 +836,9 @@ IMG_API int32_t IMG_CALL IMGLOW_wipe_rects(int32_t effect, int32_t step, int32_t
 /* Draw onto a printer, between StartPage and EndPage (Windows): arguments and results as of
  * IMG_display_bitmap_iac. All four of x to height 0: the printable area, in true size, or what of it
  * fits. 1-bit images are sent as 1-bit pixels of the device, so that text stays sharp. The second lets
- * the device scale: the image's own pixels are sent, unless the view is turned, cut or has a
- * background, or the picture has more pixels than its place on the device. The
- * progress callback is asked for each band, and a negative answer is the result: the caller then calls
- * AbortDoc. */
+ * the device scale: the image's own pixels are sent, unless the view is turned, cut or has a background,
+ * or the picture has more pixels than its place on the device. The progress callback is asked for each
+ * band, and a negative answer is the result: the caller then calls AbortDoc. */
 IMG_API int32_t IMG_CALL IMG_print_bitmap(int32_t image, void* hdc, int32_t x, int32_t y,
                                           int32_t width, int32_t height, const img_view* view);
 IMG_API int32_t IMG_CALL IMG_print_bitmap_fast(int32_t image, void* hdc, int32_t x, int32_t y,
