@@ -53,7 +53,7 @@ def run(*command):
 
 
 def read_ppm(data):
-    match = re.match(rb'P6\s+(\d+)\s+(\d+)\s+255\s', data)
+    match = re.match(rb'P6\s+(?:#.*\n)?(\d+)\s+(\d+)\s+255\s', data)
     width = int(match[1])
     pixels = data[match.end():]
     return lambda x, y: tuple(pixels[3 * (y * width + x):3 * (y * width + x) + 3])
