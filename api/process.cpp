@@ -30,7 +30,7 @@ std::int32_t search(std::int32_t image, std::int32_t* x, std::int32_t* y, std::i
                     std::int32_t* height, Search&& find) {
   tq::Rect found;
   const std::int32_t result =
-      process(image, [&](ImageSource& source) { return find(source, found); });
+      search(image, [&](ImageSource& source) { return find(source, found); });
   if (result < 0) return result;
   tq::api::store(x, found.x);
   tq::api::store(y, found.y);
@@ -43,7 +43,7 @@ std::int32_t search(std::int32_t image, std::int32_t* x, std::int32_t* y, std::i
 template <class Find>
 std::int32_t find_angle(std::int32_t image, std::int32_t* angle, std::int32_t* confidence,
                         Find&& find) {
-  return process(image, [&](ImageSource& source) {
+  return search(image, [&](ImageSource& source) {
     std::int32_t turn = 0, sure = 0;
     const tq::Status found = find(source, turn, sure);
     if (found.ok()) {
@@ -298,6 +298,6 @@ std::int32_t IMG_CALL IMG_remove_border(std::int32_t image, std::int32_t colour)
 }
 
 std::int32_t IMG_CALL IMG_is_blank(std::int32_t image, std::int32_t tolerance) {
-  return process(image,
-                 [&](ImageSource& source) { return tq::process::is_blank(source, tolerance); });
+  return search(image,
+                [&](ImageSource& source) { return tq::process::is_blank(source, tolerance); });
 }
