@@ -22,6 +22,7 @@ from PIL import Image, ImageDraw, ImageFilter, ImageFont
 
 TUNING, FRESH = range(1000, 1200), range(5000, 5200)
 SHEET = (8.27, 11.69)  # inches
+FAINT = 150  # the level of faint text
 
 FONTS = {
     "latin": ["liberation*/LiberationSerif-Regular", "liberation*/LiberationSans-Regular",
@@ -284,7 +285,7 @@ KINDS = {
     "newspaper_ru": functools.partial(draw_columns, script="ru"), "table": draw_table,
     "bare_table": functools.partial(draw_table, ruled=False), "form": draw_form,
     "screened": draw_screened_page, "pair": draw_pair, "letter": draw_letter,
-    "faint": functools.partial(draw_text, script="latin", ink=150),
+    "faint": functools.partial(draw_text, script="latin", ink=FAINT),
 }
 WITHOUT_TEXT = {"blank": draw_blank, "dots": draw_dots, "photo": draw_photo, "drawing": draw_drawing}
 
@@ -353,7 +354,8 @@ def make_page(kind, seed, angle=None, dpi=None, effects=None, mono=None, quarter
     page.kind, page.seed, page.angle, page.dpi = kind, seed, angle, dpi
     page.has_text = kind in KINDS
     page.effects, page.quarter = effects, quarter
-    page.truth = fine.point(lambda v: 0 if v < 128 else 255)
+    middle = (255 + (FAINT if kind == "faint" else 0)) // 2
+    page.truth = fine.point(lambda v: 0 if v < middle else 255)
     image = scan(source, numpy.asarray(fine, "float32"), effects)
     if mono:
         image = image.point(lambda v, t=source.randrange(110, 140): 0 if v < t else 255).convert("1")
