@@ -39,11 +39,12 @@ std::int32_t search(std::int32_t image, std::int32_t* x, std::int32_t* y, std::i
   return result;
 }
 
-// `find(source, angle, confidence)`; where it fails nothing is stored.
-template <class Find>
-std::int32_t find_angle(std::int32_t image, std::int32_t* angle, std::int32_t* confidence,
-                        Find&& find) {
-  return search(image, [&](ImageSource& source) {
+// `find(source, angle, confidence)`; where it fails nothing is stored. `run`: what changes pixels is
+// not for `search`.
+template <class Run, class Find>
+std::int32_t find_angle(Run&& run, std::int32_t image, std::int32_t* angle,
+                        std::int32_t* confidence, Find&& find) {
+  return run(image, [&](ImageSource& source) {
     std::int32_t turn = 0, sure = 0;
     const tq::Status found = find(source, turn, sure);
     if (found.ok()) {
@@ -53,6 +54,10 @@ std::int32_t find_angle(std::int32_t image, std::int32_t* angle, std::int32_t* c
     return found;
   });
 }
+constexpr auto kSearch = [](std::int32_t image, auto&& look) { return search(image, look); };
+constexpr auto kProcess = [](std::int32_t image, auto&& operation) {
+  return process(image, operation);
+};
 
 }  // namespace
 
@@ -237,30 +242,32 @@ std::int32_t IMG_CALL IMG_level_background(std::int32_t image) {
 
 std::int32_t IMG_CALL IMG_find_skew(std::int32_t image, std::int32_t range, std::int32_t* angle,
                                     std::int32_t* confidence) {
-  return find_angle(image, angle, confidence, [&](ImageSource& source, auto&... found) {
+  return find_angle(kSearch, image, angle, confidence, [&](ImageSource& source, auto&... found) {
     return tq::process::find_skew(source, range, found...);
   });
 }
 
 std::int32_t IMG_CALL IMG_find_orientation(std::int32_t image, std::int32_t* angle,
                                            std::int32_t* confidence) {
-  return find_angle(image, angle, confidence, [](ImageSource& source, auto&... found) {
+  return find_angle(kSearch, image, angle, confidence, [](ImageSource& source, auto&... found) {
     return tq::process::find_orientation(source, found...);
   });
 }
 
 std::int32_t IMG_CALL IMG_deskew_bitmap(std::int32_t image, std::int32_t range, std::int32_t least,
                                         std::int32_t colour, std::int32_t* angle) {
-  return find_angle(image, angle, nullptr, [&](ImageSource& source, std::int32_t& turn, auto&) {
-    return tq::process::deskew_bitmap(source, range, least, colour, turn);
-  });
+  return find_angle(kProcess, image, angle, nullptr,
+                    [&](ImageSource& source, std::int32_t& turn, auto&) {
+                      return tq::process::deskew_bitmap(source, range, least, colour, turn);
+                    });
 }
 
 std::int32_t IMG_CALL IMG_auto_orient_bitmap(std::int32_t image, std::int32_t least,
                                              std::int32_t* angle) {
-  return find_angle(image, angle, nullptr, [&](ImageSource& source, std::int32_t& turn, auto&) {
-    return tq::process::auto_orient_bitmap(source, least, turn);
-  });
+  return find_angle(kProcess, image, angle, nullptr,
+                    [&](ImageSource& source, std::int32_t& turn, auto&) {
+                      return tq::process::auto_orient_bitmap(source, least, turn);
+                    });
 }
 
 std::int32_t IMG_CALL IMG_despeckle_bitmap(std::int32_t image, std::int32_t width,
