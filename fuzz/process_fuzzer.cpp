@@ -47,7 +47,8 @@ Memory choose_dib(Input& in) {
   for (int i = in.below(24); i > 0; --i) {
     const std::size_t left = in.u8() % stride, top = in.u8() % static_cast<std::size_t>(height);
     const std::size_t across = std::min<std::size_t>(1 + in.u8() % 40, stride - left);
-    const std::size_t down = std::min(std::size_t{1} + in.u8() % 40, static_cast<std::size_t>(height) - top);
+    const std::size_t down =
+        std::min(std::size_t{1} + in.u8() % 40, static_cast<std::size_t>(height) - top);
     const std::uint8_t value = in.u8() % 4 == 0 ? in.u8() : 0;
     for (std::size_t y = top; y < top + down; ++y) {
       std::fill_n(&dib[front + y * stride + left], across, value);
@@ -77,7 +78,7 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
              found[0] + std::int64_t{found[2]} <= w && found[1] + std::int64_t{found[3]} <= h);
     return result;
   };
-  switch (in.below(31)) {
+  switch (in.below(38)) {
     case 0:
       return IMG_flip_bitmap(image);
     case 1:
@@ -157,6 +158,26 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
       return IMG_is_blank(image, choose(in, 101));
     case 29:
       return IMG_runs_to_dib(image);
+    case 30:
+      return IMG_tone_bitmap(image, choose(in, 201) - 100, choose(in, 201) - 100, choose(in, 1001));
+    case 31: {
+      std::uint32_t counts[256];
+      searches = true;
+      return IMG_get_histogram(image, choose(in, 5), counts);
+    }
+    case 32:
+      return IMG_auto_levels(image, choose(in, 200) - 1);
+    case 33:
+      return IMG_equalize_bitmap(image);
+    case 34:
+      return IMG_filter_bitmap(image, choose(in, 8), choose(in, 130), choose(in, 256));
+    case 35: {
+      std::int32_t kernel[15 * 15];
+      for (std::int32_t& weight : kernel) weight = in.i8();
+      return IMG_convolve_bitmap(image, kernel, in.below(17), in.below(17), in.i8(), in.i8());
+    }
+    case 36:
+      return IMG_quantize_bitmap(image, 4 + 4 * in.below(2), choose(in, 258), choose(in, 3));
     default:
       return IMG_dib_to_runs(image);
   }
@@ -185,10 +206,12 @@ void fuzz(Bytes input) {
     memory_probe::refuse_after(-1);
     TQ_CLAIM(memory_probe::tracked_blocks() == 0);
     const View after = look_at(image);
-    TQ_CLAIM(result >= 0 || result == kAborted || one_of(result, {IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED, IMG_WRONG_DEPTH, IMG_NOT_GREY}));
+    TQ_CLAIM(result >= 0 || result == kAborted ||
+             one_of(result, {IMG_OUT_OF_MEMORY, IMG_UNSUPPORTED, IMG_WRONG_DEPTH, IMG_NOT_GREY}));
     if (result < 0 || searches) {
       // A resolution was set on the way, which is not the operation's.
-      TQ_CLAIM(after.pixels() == before.pixels() && after.bits == before.bits && after.width == before.width);
+      TQ_CLAIM(after.pixels() == before.pixels() && after.bits == before.bits &&
+               after.width == before.width);
       TQ_CLAIM(!searches || after.digest() == before.digest());
     } else if (sides.width != 0) {
       TQ_CLAIM(after.width == sides.width && after.height == sides.height);

@@ -11,8 +11,8 @@
 namespace tq::process {
 namespace {
 
-constexpr int kMargin = 20;            // of a side it is this part
-constexpr int kLeastContrast = 35;     // of what is written; grain of paper has less
+constexpr int kMargin = 20;               // of a side it is this part
+constexpr int kLeastContrast = 35;        // of what is written; grain of paper has less
 constexpr std::int64_t kDarkest = 10000;  // of pixels it is this part that tells how dark ink is
 
 // The level half-way from paper to what is darkest within the margins; what shines through from the
@@ -30,7 +30,8 @@ Status choose_level(ImageSource& image, int& level) {
   std::int64_t total = 0, darker = 0;
   for (const auto count : counts) total += static_cast<std::int64_t>(count);
   int darkest = 0;
-  while (darkest < 255 && (darker += static_cast<std::int64_t>(counts[darkest])) * kDarkest <= total) {
+  while (darkest < 255 &&
+         (darker += static_cast<std::int64_t>(counts[darkest])) * kDarkest <= total) {
     ++darkest;
   }
   level = darkest > kPaperLevel - kLeastContrast

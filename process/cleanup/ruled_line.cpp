@@ -47,7 +47,8 @@ Status RuledLine::find(const ImageRecord& page, const Component& component,
     hanging += hangs_on(x, column.top - 1, -1) || hangs_on(x, column.bottom, 1) ? 1 : 0;
   }
   const std::int64_t width = std::int64_t{right_} - left_;
-  found = width >= 4 * std::int64_t{size_.length} ? 4 * hanging <= 3 * width : 5 * hanging <= 2 * width;
+  found =
+      width >= 4 * std::int64_t{size_.length} ? 4 * hanging <= 3 * width : 5 * hanging <= 2 * width;
   return kOk;
 }
 
@@ -92,7 +93,8 @@ void RuledLine::smooth() {
     Column& c = columns_[x];
     const std::int32_t top = (sums_[x] - thickness_ + 1) >> 1;
     const Column fitted{top, top + thickness_};
-    c = is_usual(c) ? Column{std::min(c.top, fitted.top), std::max(c.bottom, fitted.bottom)} : fitted;
+    c = is_usual(c) ? Column{std::min(c.top, fitted.top), std::max(c.bottom, fitted.bottom)}
+                    : fitted;
   }
 }
 
@@ -116,7 +118,8 @@ Status RuledLine::read_ink(const ImageRecord& page, const Component& component) 
 void RuledLine::follow(std::int32_t from, std::int32_t step) {
   const Column last = columns_[from - step];
   std::int32_t middle = (last.top + last.bottom) >> 1;
-  for (std::int32_t x = from; x >= 0 && x < width_ && std::abs(x - from) < size_.length; x += step) {
+  for (std::int32_t x = from; x >= 0 && x < width_ && std::abs(x - from) < size_.length;
+       x += step) {
     std::int32_t top = middle;
     if (!has_ink(x, top) && has_ink(x, top - 1)) --top;
     if (!has_ink(x, top) && has_ink(x, top + 1)) ++top;
@@ -192,7 +195,8 @@ Status RuledLine::add_erased(GrowingBuffer<LinePiece>& erased) {
     while (next < below_.size() && below_[next].middle() < above.middle() - reach) ++next;
     const Stroke* nearest = nullptr;
     const auto distance = [&](const Stroke& s) { return std::abs(s.middle() - above.middle()); };
-    for (std::size_t i = next; i < below_.size() && below_[i].middle() <= above.middle() + reach; ++i) {
+    for (std::size_t i = next; i < below_.size() && below_[i].middle() <= above.middle() + reach;
+         ++i) {
       if (nearest == nullptr || distance(below_[i]) < distance(*nearest)) nearest = &below_[i];
     }
     if (nearest != nullptr) keep_crossing(above, *nearest);

@@ -55,9 +55,9 @@ class RuledLine {
 
   LineSize size_;
   std::int32_t thickness_ = 0, ragged_ = 0;
-  std::int32_t width_ = 0;           // of the page
+  std::int32_t width_ = 0;             // of the page
   std::int32_t left_ = 0, right_ = 0;  // of the line
-  std::int32_t top_ = 0, rows_ = 0;  // that are looked at
+  std::int32_t top_ = 0, rows_ = 0;    // that are looked at
   std::ptrdiff_t stride_ = 0;
   RowBuffer<Column> columns_;  // of the page
   RowBuffer<std::int32_t> sums_;

@@ -29,7 +29,7 @@ void for_each_form(const Page& page, Check&& check) {
   }
 }
 
-Image find(Image (IMG_CALL *search)(Image, Image*, Image*, Image*, Image*), Image image, Box& box) {
+Image find(Image(IMG_CALL* search)(Image, Image*, Image*, Image*, Image*), Image image, Box& box) {
   return search(image, &box[0], &box[1], &box[2], &box[3]);
 }
 
@@ -61,7 +61,8 @@ TEST(FindContent, IsTheBoxOfAllThatIsNoSpeckAndNoSurround) {
   for (int y = 0; y < 1100; ++y) {
     for (int x = 0; x < 900; ++x) {
       if (!page.at(x, y)) continue;
-      expected[2] = std::max(expected[2], x + 1 - 123), expected[3] = std::max(expected[3], y + 1 - 200);
+      expected[2] = std::max(expected[2], x + 1 - 123),
+      expected[3] = std::max(expected[3], y + 1 - 200);
     }
   }
   page.draw(20, 20, 2, 2), page.draw(800, 1000, 3, 1), page.draw(850, 30, 1, 1);
