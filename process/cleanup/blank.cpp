@@ -126,6 +126,12 @@ Status is_blank(ImageSource& image, std::int32_t tolerance) {
   TQ_TRY(page.find(image, InkPage::Reports::source_rows, rule));
   bool found = false;
   TQ_TRY(has_writing(page, tolerance, found));
+  // What was dark is dust, or holes: it says nothing of how faint the writing may be.
+  if (image.bits() != 1 && !found && rule.level > 0) {
+    rule.level = kPaperLevel - kLeastContrast;
+    TQ_TRY(page.find(image, InkPage::Reports::none, rule));
+    TQ_TRY(has_writing(page, tolerance, found));
+  }
   return Status::from_raw(found ? 0 : 1);
 }
 
