@@ -496,6 +496,17 @@ class Chain(ToolTest):
         self.refuse(1, "grey.bmp: specks are removed from black and white only: make it that before, by --mono",
                     "despeckle", "grey.bmp", "out.bmp")
 
+    def test_cleans_pages(self):
+        bars = [[int(not (40 <= x < 560 and y % 20 < 6 and 40 <= y < 760)) for x in range(600)] for y in range(800)]
+        self.write("page.bmp", bmp.encode(bars, 1))
+        self.succeed("rotate", "--angle", "2", "page.bmp", "turned.bmp")
+        analysis = json.loads(self.succeed("info", "--analyse", "page.bmp"))[0]["analysis"]
+        self.assertEqual(set(analysis), {"skew", "orientation", "content", "paper", "blank", "threshold"})
+        self.assertFalse(analysis["blank"])
+        for command in ("deskew", "despeckle", "autocrop", "remove-border", "remove-lines", "auto-orient"):
+            self.succeed(command, "page.bmp", "out.bmp")
+        self.refuse(0, "tarnquill: turned.bmp: ", "clean", "turned.bmp", "out.bmp")
+
     def test_ends_in_what_the_format_holds(self):
         self.write_picture("colour.bmp", 20, 10, 24)
         for bits in (1, 4):

@@ -1,7 +1,9 @@
 // Operations on pages as scanners give them.
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <iterator>
+#include <string>
 
 #include "errors.h"
 #include "operations.h"
@@ -21,6 +23,8 @@ constexpr Option kSpeckOptions[] = {
     {"holes", 0, nullptr, "--despeckle fills white specks in black, too"},
     {"all-specks", 0, nullptr,
      "--despeckle does not spare what may be dots of letters and\nlines"}};
+constexpr Option kAutocropOptions[] = {
+    {"crop-margin", 0, "N", "of --autocrop: pixels to leave around (default 0)"}};
 
 Operation make_mono(const Value& value, const Arguments& arguments) {
   constexpr const char* kMethods[] = {"otsu", "sauvola", "background"};
@@ -81,6 +85,121 @@ Operation make_despeckle(const Value& /*value*/, const Arguments& arguments) {
   };
 }
 
+constexpr std::int32_t kPaperColour = -1;
+
+// 16 bits are not searched.
+std::int32_t make_searchable(const Subject& subject) {
+  return shape_of(subject.image).bits == 16 ? IMG_promote_8(subject.image) : IMG_OK;
+}
+
+std::string degrees_text(std::int32_t hundredths) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", hundredths / 100.0);
+  return text;
+}
+
+constexpr std::int32_t kUsual = -1;
+
+std::int32_t deskew(const Subject& subject, std::string* said) {
+  const std::int32_t ready = make_searchable(subject);
+  if (ready < 0) return ready;
+  std::int32_t angle = 0, confidence = 0;
+  const std::int32_t found = IMG_find_skew(subject.image, 0, &angle, &confidence);
+  if (found < 0) return found;
+  const std::int32_t turned = IMG_deskew_bitmap(subject.image, 0, kUsual, kPaperColour, &angle);
+  if (turned == 1) {
+    const std::string words =
+        "turned by " + degrees_text(angle) + " degrees, confidence " + std::to_string(confidence);
+    said != nullptr ? static_cast<void>(*said += words + "; ") : tell(subject, words);
+  }
+  return turned;
+}
+
+Operation make_deskew(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) { return deskew(subject, nullptr); };
+}
+
+Operation make_autocrop(const Value& /*value*/, const Arguments& arguments) {
+  const std::int32_t margin = arguments.number("crop-margin", 0, 0x7FFFFFFF).value_or(0);
+  return [=](const Subject& subject) {
+    const std::int32_t ready = make_searchable(subject);
+    return ready < 0 ? ready : IMG_autocrop_bitmap(subject.image, margin);
+  };
+}
+
+Operation make_remove_border(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    const std::int32_t ready = make_searchable(subject);
+    return ready < 0 ? ready : IMG_remove_border(subject.image, kPaperColour);
+  };
+}
+
+Operation make_remove_lines(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    constexpr std::int32_t kBothWays = 3;
+    if (shape_of(subject.image).bits != 1) {
+      throw Failure(subject.label, IMG_WRONG_DEPTH,
+                    "lines are removed from black and white only: make it that before, by --mono");
+    }
+    return IMG_remove_lines(subject.image, 0, 0, kBothWays);
+  };
+}
+
+Operation make_auto_orient(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    const std::int32_t ready = make_searchable(subject);
+    if (ready < 0) return ready;
+    std::int32_t angle = 0;
+    const std::int32_t turned = IMG_auto_orient_bitmap(subject.image, kUsual, &angle);
+    if (turned == 1) tell(subject, "turned by " + degrees_text(angle) + " degrees to be upright");
+    return turned;
+  };
+}
+
+// To the sheet inside a dark surround; words for what was done.
+std::int32_t keep_paper(const Subject& subject, std::string& said) {
+  const ImageShape shape = shape_of(subject.image);
+  Rect paper{};
+  const std::int32_t found =
+      IMG_find_paper(subject.image, &paper.x, &paper.y, &paper.width, &paper.height);
+  const bool whole = paper.width >= shape.width && paper.height >= shape.height;
+  if (found < 0 || whole || paper.width < 1 || paper.height < 1) return std::min(found, 0);
+  said += "cut to the paper of " + size_text(paper.width, paper.height) + "; ";
+  return IMG_crop_bitmap(subject.image, paper.x, paper.y, paper.width, paper.height);
+}
+
+std::int32_t turn_upright(const Subject& subject, std::string& said) {
+  std::int32_t angle = 0;
+  const std::int32_t turned = IMG_auto_orient_bitmap(subject.image, kUsual, &angle);
+  if (turned == 1) said += "turned by " + degrees_text(angle) + " degrees to be upright; ";
+  return turned;
+}
+
+std::int32_t remove_specks(const Subject& subject, std::string& said) {
+  const ImageShape shape = shape_of(subject.image);
+  if (shape.bits != 1) return IMG_OK;
+  constexpr std::int32_t kBlackSparingMarks = 5;
+  const std::int32_t side = usual_speck(shape);
+  const std::int32_t removed = IMG_despeckle_bitmap(subject.image, side, side, kBlackSparingMarks);
+  if (removed > 0) said += std::to_string(removed) + " specks removed; ";
+  return removed;
+}
+
+// Paper, skew, orientation, specks.
+Operation make_clean(const Value& /*value*/, const Arguments& /*arguments*/) {
+  return [](const Subject& subject) {
+    std::string said;
+    std::int32_t done = make_searchable(subject);
+    if (done >= 0) done = keep_paper(subject, said);
+    if (done >= 0) done = deskew(subject, &said);
+    if (done >= 0) done = turn_upright(subject, said);
+    if (done >= 0) done = remove_specks(subject, said);
+    if (said.ends_with("; ")) said.resize(said.size() - 2);
+    if (done >= 0) note(subject, said.empty() ? "nothing to clean" : said);
+    return done;
+  };
+}
+
 constexpr OperationRow kRows[] = {
     {OperationRow::both,
      "mono",
@@ -96,6 +215,37 @@ constexpr OperationRow kRows[] = {
      "remove small black specks from a page",
      kSpeckOptions,
      make_despeckle},
+    {OperationRow::both, "deskew", {}, "turn a page straight", {}, make_deskew},
+    {OperationRow::both,
+     "autocrop",
+     {},
+     "keep what is on a page, without its margins",
+     kAutocropOptions,
+     make_autocrop},
+    {OperationRow::both,
+     "remove-border",
+     {},
+     "paint what is dark around a page",
+     {},
+     make_remove_border},
+    {OperationRow::both,
+     "remove-lines",
+     {},
+     "remove ruled lines from a page",
+     {},
+     make_remove_lines},
+    {OperationRow::both,
+     "auto-orient",
+     {},
+     "turn a page upright by its text",
+     {},
+     make_auto_orient},
+    {OperationRow::both,
+     "clean",
+     {},
+     "cut to the paper, turn straight and upright, and remove\nspecks, saying what was done",
+     {},
+     make_clean},
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string_view>
 
+#include "analyse.h"
 #include "codes.h"
 #include "command.h"
 #include "errors.h"
@@ -18,6 +19,7 @@ constexpr Option kOptions[] = {
     {"json", 0, nullptr, "an array of objects instead of a table"},
     {"page", 0, "N", "the page to look at, from 1 on"},
     {"check", 0, nullptr, "decode what is shown, and tell of damage"},
+    {"analyse", 0, nullptr, "decode what is shown, and print as JSON what stands on it"},
     {"pages", 0, nullptr, "a line for each page, with its coding and orientation"},
     {"help", 'h', nullptr, "this text"},
 };
@@ -33,11 +35,17 @@ struct Report {
   std::string coding;
   std::int32_t status = IMG_OK;  // why something is not known
   std::string message;           // the same in words, with the file
+  std::string analysis;          // JSON
 };
 
-void look_for_damage(const Input& input, int page) {
+struct Looks {
+  bool for_damage, at_contents;
+};
+
+void look_inside(const Input& input, int page, Looks looks, Report& report) {
   const std::int32_t image = input.decode(page);
   report_damage(image, page_label(input.label(), page));
+  if (looks.at_contents) report.analysis = analysis(input.label(), image);
   IMG_delete_bitmap(image);
 }
 
@@ -47,14 +55,14 @@ void note_failure(Report& report, const Failure& failure) {
 }
 
 // What is not known of a page says nothing of the others.
-Report look_at_page(const Input& input, const Report& file, int page, bool checks) {
+Report look_at_page(const Input& input, const Report& file, int page, Looks looks) {
   Report report = file;
   try {
     if (page >= file.pages.value_or(1)) throw Failure(input.label(), IMG_PAGE_PAST_END);
     report.facts = input.facts(page);
     report.coding = input.coding(page);
     report.orientation = input.orientation(page);
-    if (checks) look_for_damage(input, page);
+    if (looks.for_damage || looks.at_contents) look_inside(input, page, looks, report);
   } catch (const Failure& failure) {
     note_failure(report, failure);
   }
@@ -62,7 +70,7 @@ Report look_at_page(const Input& input, const Report& file, int page, bool check
 }
 
 // One page of the file, or, without a number, a page after the other.
-void look_at(const std::string& name, std::optional<int> page, bool checks,
+void look_at(const std::string& name, std::optional<int> page, Looks looks,
              std::vector<Report>& reports) {
   Report report;
   report.file = name;
@@ -73,9 +81,9 @@ void look_at(const std::string& name, std::optional<int> page, bool checks,
       report.bytes = input.bytes();
       report.code = input.file_type();
       report.pages = input.pages();
-      if (page) return reports.push_back(look_at_page(input, report, *page, checks));
+      if (page) return reports.push_back(look_at_page(input, report, *page, looks));
       for (int i = 0; i < *report.pages; ++i) {
-        reports.push_back(look_at_page(input, report, i, checks));
+        reports.push_back(look_at_page(input, report, i, looks));
         reports.back().page = i + 1;
       }
     });
@@ -194,6 +202,7 @@ void print_json(const std::vector<Report>& reports) {
       text += std::string(", \"colours\": \"") + colours_of(facts) + "\"";
       text += ", \"x_dpi\": " + dpi(facts.x_dpi) + ", \"y_dpi\": " + dpi(facts.y_dpi);
     }
+    if (!report.analysis.empty()) text += ", \"analysis\": " + report.analysis;
     if (report.status < 0) {
       text += ", \"status\": " + std::to_string(report.status);
       text += ", \"error\": " + quoted(report.message);
@@ -206,12 +215,13 @@ void print_json(const std::vector<Report>& reports) {
 int run_info(const Arguments& arguments) {
   if (arguments.operands().empty()) throw UsageError("info needs the name of a file");
   const int page = arguments.number("page", 1, 0xFFFF).value_or(1) - 1;
-  const bool by_page = arguments.has("pages");
+  const bool by_page = arguments.has("pages"), analyses = arguments.has("analyse");
   std::vector<Report> reports;
   for (const std::string& name : arguments.operands()) {
-    look_at(name, by_page ? std::nullopt : std::optional(page), arguments.has("check"), reports);
+    look_at(name, by_page ? std::nullopt : std::optional(page), {arguments.has("check"), analyses},
+            reports);
   }
-  if (arguments.has("json")) {
+  if (arguments.has("json") || analyses) {
     print_json(reports);
   } else {
     print_table(reports, by_page);
