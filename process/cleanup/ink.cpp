@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "process/cleanup/background.h"
 #include "process/tone/threshold.h"
@@ -11,27 +12,33 @@
 namespace tq::process {
 namespace {
 
-constexpr double kLongerSide = 1170;  // in blocks: of A4, 100 to the inch
-constexpr int kLeastDistance = 30;    // of levels of ink and paper
+constexpr double kLongerSide = 1170;       // in blocks: of A4, 100 to the inch
+constexpr int kLeastDistance = 30;         // of levels of ink and paper
+constexpr std::uint32_t kBusyChanges = 8;  // of the colour, in a row of a tile
 
 }  // namespace
 
-// Blocks of pixels in a row, as counts of ink.
+// Blocks of pixels in a row, as counts of ink; and how often the colour changes in the tiles that they
+// are parts of.
 class BlockCounts {
  public:
   Status allocate(int blocks, int block_width) {
     size_ = block_width;
+    TQ_TRY(changes_.allocate((blocks - 1) / InkPage::kTile + 1));
     // Rounded up: exact below 2^16, where all positions of run lists are.
     reciprocal_ = (std::uint64_t{1} << 32) / block_width + 1;
     return counts_.allocate(blocks);
   }
   std::span<const std::uint32_t> counts() const { return counts_.pixels(); }
   void clear() { std::ranges::fill(counts_.pixels(), 0); }
+  std::span<std::uint32_t> changes() { return changes_.pixels(); }
 
   // Black from `first` to before `end`.
   void add(std::int32_t first, std::int32_t end) {
     std::uint32_t* const counts = counts_.data();
     const std::int32_t from = block_of(first), to = block_of(end - 1);
+    ++changes_[from / InkPage::kTile];
+    ++changes_[to / InkPage::kTile];
     if (from == to) {
       counts[from] += end - first;
       return;
@@ -44,11 +51,17 @@ class BlockCounts {
   void add_marks(Bytes marks) {
     const std::uint8_t* mark = marks.data();
     const std::uint8_t* const end = mark + marks.size();
-    for (std::uint32_t& count : counts_.pixels()) {
+    std::uint8_t last = 0;
+    for (std::size_t i = 0; i < counts_.size(); ++i) {
       const std::uint8_t* const stop = mark + std::min<std::ptrdiff_t>(size_, end - mark);
-      std::uint32_t sum = 0;
-      while (mark != stop) sum += *mark++;
-      count += sum;
+      std::uint32_t sum = 0, changes = 0;
+      for (; mark != stop; ++mark) {
+        sum += *mark;
+        changes += *mark ^ last;
+        last = *mark;
+      }
+      counts_[i] += sum;
+      changes_[i / InkPage::kTile] += changes;
     }
   }
   template <class Position>
@@ -66,7 +79,7 @@ class BlockCounts {
 
   std::int32_t size_ = 1;
   std::uint64_t reciprocal_ = 0;
-  RowBuffer<std::uint32_t> counts_;
+  RowBuffer<std::uint32_t> counts_, changes_;
 };
 
 void InkPage::choose_blocks(const ImageSource& image) {
@@ -135,9 +148,24 @@ Status InkPage::count_rows(ImageSource& image, Reports reports, Add&& add) {
   const int last_columns = image.width() - (width_ - 1) * block_width_;
   BlockCounts blocks;
   TQ_TRY(blocks.allocate(width_, block_width_));
+  TQ_TRY(screened_.allocate(std::int64_t{tile_columns()} * tile_rows()));
+  RowBuffer<std::uint32_t> busy;  // rows, of the tiles at work
+  TQ_TRY(busy.allocate(tile_columns()));
+  const std::int64_t tile_height = std::int64_t{kTile} * block_height_;
+  std::uint8_t* screened = screened_.data();
+  std::uint32_t rows_of_tile = 0;
   for (int y = 0, rows = 0; y < height; ++y) {
     if (reports == Reports::source_rows) TQ_TRY(image.next_row());
     add(y, blocks);
+    ++rows_of_tile;
+    const bool ends_tiles = rows_of_tile == tile_height || y + 1 == height;
+    for (int x = 0; x < tile_columns(); ++x) {
+      if (std::exchange(blocks.changes()[x], 0) >= kBusyChanges) ++busy[x];
+      if (!ends_tiles) continue;
+      const bool full = 8 * std::uint64_t{std::exchange(busy[x], 0)} >= 7 * rows_of_tile;
+      *screened++ = full ? 1 : 0;
+    }
+    if (ends_tiles) rows_of_tile = 0;
     if (++rows < block_height_ && y + 1 < height) continue;
     store_row(y / block_height_, rows, last_columns, blocks.counts());
     blocks.clear();

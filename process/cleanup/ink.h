@@ -30,7 +30,16 @@ class InkPage {
   // wrong_depth for what cannot be searched; the answer of the progress callback.
   Status find(ImageSource& image, Reports reports, InkRule rule = {});
 
-  // The other page with its columns as rows.
+  // Tiles of a sixth of an inch. Those are screened that are full of dots in the image itself: as
+  // blocks their pattern may look like anything.
+  static constexpr int kTile = 16;
+  int tile_columns() const { return (width_ - 1) / kTile + 1; }
+  int tile_rows() const { return (height_ - 1) / kTile + 1; }
+  bool is_screened(int tile_x, int tile_y) const {
+    return screened_[tile_y * std::ptrdiff_t{tile_columns()} + tile_x] != 0;
+  }
+
+  // The other page with its columns as rows; of tiles nothing is known.
   Status transpose(const InkPage& page);
 
   int width() const { return width_; }
@@ -64,7 +73,7 @@ class InkPage {
   int width_ = 0, height_ = 0, block_width_ = 1, block_height_ = 1;
   double aspect_ = 1;
   std::size_t row_bytes_ = 0;
-  RowBuffer<std::uint8_t> bits_, dark_;
+  RowBuffer<std::uint8_t> bits_, dark_, screened_;
 };
 
 }  // namespace tq::process

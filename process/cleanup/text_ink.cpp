@@ -21,8 +21,8 @@ void whiten(Row bits, int first, int end) {
 class ScreenedTiles {
  public:
   Status find(const InkPage& page) {
-    columns_ = (page.width() - 1) / kTile + 1;
-    const int rows = (page.height() - 1) / kTile + 1;
+    columns_ = page.tile_columns();
+    const int rows = page.tile_rows();
     TQ_TRY(busy_rows_.allocate(columns_ * std::int64_t{rows}));
     TQ_TRY(screened_.allocate(columns_ * std::int64_t{rows}));
     for (int y = 0; y < page.height(); ++y) {
@@ -33,16 +33,15 @@ class ScreenedTiles {
         if (changes >= kBusyChanges) ++busy_rows_[y / kTile * std::ptrdiff_t{columns_} + x];
       }
     }
-    const auto busy = [&](int x, int y) {
-      return x >= 0 && y >= 0 && x < columns_ && y < rows
-                 ? int{busy_rows_[y * std::ptrdiff_t{columns_} + x]}
-                 : 0;
+    const auto is_full = [&](int x, int y) {
+      if (x < 0 || y < 0 || x >= columns_ || y >= rows) return false;
+      return busy_rows_[y * std::ptrdiff_t{columns_} + x] >= kBusyRows || page.is_screened(x, y);
     };
     for (int y = 0; y < rows; ++y) {
       for (int x = 0; x < columns_; ++x) {
         bool found = false;
         for (int k = -1; k <= 1; ++k) {
-          for (int i = -1; i <= 1; ++i) found |= busy(x + i, y + k) >= kBusyRows;
+          for (int i = -1; i <= 1; ++i) found |= is_full(x + i, y + k);
         }
         screened_[y * std::ptrdiff_t{columns_} + x] = found;
       }
@@ -54,7 +53,7 @@ class ScreenedTiles {
   }
 
  private:
-  static constexpr int kTile = 16, kBusyChanges = 6, kBusyRows = 12;
+  static constexpr int kTile = InkPage::kTile, kBusyChanges = 6, kBusyRows = 12;
   int columns_ = 0;
   RowBuffer<std::uint8_t> busy_rows_, screened_;
 };

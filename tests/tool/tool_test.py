@@ -112,7 +112,7 @@ class Usage(ToolTest):
     def test_options_may_stand_anywhere_and_end_at_two_dashes(self):
         self.write_picture("-a.bmp")
         self.succeed("convert", "-o", "b.bmp", "--crop=1,1,3,2", "--", "-a.bmp")
-        self.succeed("convert", "./-a.bmp", "-qoc.bmp", "--cro", "3x2+1+1")
+        self.succeed("convert", "./-a.bmp", "-qoc.bmp", "--code", "bmp", "--pape", "a4", "--crop", "3x2+1+1")
         self.assertEqual((self.folder / "b.bmp").read_bytes(), (self.folder / "c.bmp").read_bytes())
 
     def test_an_image_is_not_written_to_a_terminal(self):
