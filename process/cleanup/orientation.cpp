@@ -46,7 +46,7 @@ class Strips {
       for (int i = 0; i < bytes; ++i) {
         if (row[i] == 0xFF) continue;
         const double fall = slope * (8 * i + 4 - middle);
-        const std::int64_t level = y - static_cast<std::int64_t>(fall + (fall < 0 ? -0.5 : 0.5));
+        const int level = y - static_cast<int>(fall + (fall < 0 ? -0.5 : 0.5));
         if (level < 0 || level >= rows_) continue;
         std::uint16_t& place = ink_[8 * i / kStrip * std::ptrdiff_t{rows_} + level];
         place = word(place + std::popcount(static_cast<unsigned>(row[i] ^ 0xFF)));
