@@ -158,15 +158,18 @@ std::int32_t IMG_CB_STD delete_canvas(std::intptr_t canvas, std::int32_t) {
 
 TEST_F(Gif, AnimationsEndWithTheirImageAndWithBrokenFrames) {
   const ScratchFolder folder;
-  const std::string name = folder.file("animation.gif");
+  // An animation keeps its file open.
+  const auto open = [&](const char* name, const Bytes& file) {
+    write_file(folder.file(name), file);
+    return IMG_open_animation(folder.file(name).c_str());
+  };
   Bytes second = frame(3, 2, 1, 0);
   second[10] = 9;  // bits of a pixel
-  write_file(name, joined({kScreen, frame(0, 1, 2, 3), second, {0x3B}}));
-  const Image canvas(IMG_open_animation(name.c_str()));
+  const Image canvas(open("broken.gif", joined({kScreen, frame(0, 1, 2, 3), second, {0x3B}})));
   EXPECT_EQ(IMG_next_frame(canvas, nullptr, nullptr), IMG_BAD_IMAGE);
   EXPECT_EQ(IMG_next_frame(canvas, nullptr, nullptr), IMG_UNSUPPORTED);
-  write_file(name, joined({kScreen, frame(0, 1, 2, 3), frame(3, 2, 1, 0), {0x3B}}));
-  std::int32_t deleted = IMG_open_animation(name.c_str());
+  std::int32_t deleted =
+      open("two.gif", joined({kScreen, frame(0, 1, 2, 3), frame(3, 2, 1, 0), {0x3B}}));
   IMG_set_statusbar(reinterpret_cast<std::intptr_t>(&deleted), delete_canvas, 1);
   const std::int32_t result = IMG_next_frame(deleted, nullptr, nullptr);
   IMG_set_statusbar(0, nullptr, 0);
@@ -177,8 +180,7 @@ TEST_F(Gif, AnimationsEndWithTheirImageAndWithBrokenFrames) {
   const Image still = make_image(2, 8, {{1, 2, 0, 0}});
   EXPECT_EQ(IMG_next_frame(still, nullptr, nullptr), IMG_UNSUPPORTED);
   EXPECT_EQ(IMG_open_animation("nowhere.gif"), IMG_CANNOT_OPEN);
-  write_file(name, kScreen);
-  EXPECT_EQ(IMG_open_animation(name.c_str()), IMG_BAD_IMAGE);
+  EXPECT_EQ(open("none.gif", kScreen), IMG_BAD_IMAGE);
 }
 
 // With READING the first frame stands at 1, 1 of the screen, whose other pixels are of the background.

@@ -299,11 +299,11 @@ TEST(Binarisation, OfATransposedPageIsTransposed) {
   }
 }
 
-// Light that falls to two fifths, writing of two thirds of the paper's level.
+// Light that falls by two fifths, writing of two thirds of the paper's level.
 TEST(Binarisation, WritingIsFoundInUnevenLightAndPaperStaysWhite) {
   const auto ink = [](int x, int y) { return x % 40 < 5 && y % 30 < 20 && x > 40 && y > 40; };
   const Bytes dib = grey_page(
-      640, 640, [&](int x, int y) { return (240 - x * 144 / 640) * (ink(x, y) ? 2 : 3) / 3; });
+      640, 640, [&](int x, int y) { return (240 - x * 100 / 640) * (ink(x, y) ? 2 : 3) / 3; });
   for (const int method : {1, 2}) {
     const KeptImage image(dib);
     ASSERT_EQ(IMG_adaptive_mono(image.handle(), method, 0, 0), IMG_OK);
