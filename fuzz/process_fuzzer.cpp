@@ -61,6 +61,9 @@ Memory choose_dib(Input& in) {
 std::int32_t choose(Input& in, std::int32_t limit) {
   return in.u8() < 230 ? in.below(limit) : in.any_int();
 }
+std::int32_t choose_from(Input& in, std::int32_t least, std::int32_t limit) {
+  return in.u8() < 230 ? least + in.below(limit - least) : in.any_int();
+}
 
 struct Sides {
   std::int64_t width, height;  // 0: any
@@ -78,7 +81,7 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
              found[0] + std::int64_t{found[2]} <= w && found[1] + std::int64_t{found[3]} <= h);
     return result;
   };
-  switch (in.below(38)) {
+  switch (in.below(42)) {
     case 0:
       return IMG_flip_bitmap(image);
     case 1:
@@ -97,10 +100,10 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
     case 4: {
       const std::int32_t left = in.i8(), top = in.i8(), right = choose(in, 9), bottom = in.i8();
       sides = {std::int64_t{w} + left + right, std::int64_t{h} + top + bottom};
-      return IMG_extend_bitmap(image, left, top, right, bottom, choose(in, 3) - 1);
+      return IMG_extend_bitmap(image, left, top, right, bottom, choose_from(in, -1, 2));
     }
     case 5: {
-      const std::int32_t mode = choose(in, 5), angle = in.any_int() * 37;
+      const std::int32_t mode = choose(in, 5), angle = in.any_int();
       if ((mode & 1) == 0 || angle % 9000 == 0) sides = {0, 0};
       return IMG_rotate_bitmap(image, angle, -1, mode);
     }
@@ -111,7 +114,7 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
     }
     case 7:
       sides = {0, 0};
-      IMG_set_resolution(image, choose(in, 200) * 1000, choose(in, 200) * 1000);
+      IMG_set_resolution(image, choose(in, 200000), choose(in, 200000));
       return IMG_resample_bitmap(image, choose(in, 200), choose(in, 200), choose(in, 7));
     case 8:
       return IMG_invert_bitmap(image);
@@ -152,21 +155,22 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
     case 26:
       return check_inside(IMG_find_paper(image, &found[0], &found[1], &found[2], &found[3]));
     case 27:
-      return IMG_remove_border(image, choose(in, 3) - 1);
+      return IMG_remove_border(image, choose_from(in, -1, 2));
     case 28:
       searches = true;
       return IMG_is_blank(image, choose(in, 101));
     case 29:
       return IMG_runs_to_dib(image);
     case 30:
-      return IMG_tone_bitmap(image, choose(in, 201) - 100, choose(in, 201) - 100, choose(in, 1001));
+      return IMG_tone_bitmap(image, choose_from(in, -100, 101), choose_from(in, -100, 101),
+                             choose(in, 1001));
     case 31: {
       std::uint32_t counts[256];
       searches = true;
       return IMG_get_histogram(image, choose(in, 5), counts);
     }
     case 32:
-      return IMG_auto_levels(image, choose(in, 200) - 1);
+      return IMG_auto_levels(image, choose_from(in, -1, 199));
     case 33:
       return IMG_equalize_bitmap(image);
     case 34:
@@ -178,6 +182,18 @@ std::int32_t run(Input& in, std::int32_t image, const View& before, Sides& sides
     }
     case 36:
       return IMG_quantize_bitmap(image, 4 + 4 * in.below(2), choose(in, 258), choose(in, 3));
+    case 37:
+      searches = true;
+      return IMG_find_skew(image, choose(in, 4501), &found[0], &found[1]);
+    case 38:
+      return IMG_deskew_bitmap(image, choose(in, 4501), choose_from(in, -1, 500),
+                               choose_from(in, -1, 2), &found[0]);
+    case 39:
+      searches = true;
+      return IMG_find_orientation(image, &found[0], &found[1]);
+    case 40:
+      sides = {0, 0};
+      return IMG_auto_orient_bitmap(image, choose_from(in, -1, 900), &found[0]);
     default:
       return IMG_dib_to_runs(image);
   }
