@@ -180,9 +180,11 @@ void nearest_row(const Plane& plane, Fetch fetch, const Line& x, const Line& y, 
 
 // Whether pixels of 1 bit in a rectangle, clipped to the plane, all have one colour.
 bool is_one_colour(const Plane& plane, int left, int top, int right, int bottom, bool white) {
-  const int first = std::max(left, 0) / 8, last = std::min(right, plane.width - 1) / 8;
-  const int head = 0xFF >> (std::max(left, 0) % 8);
-  const int tail = 0xFF00 >> (std::min(right, plane.width - 1) % 8 + 1) & 0xFF;
+  left = std::max(left, 0);
+  right = std::min(right, plane.width - 1);
+  if (left > right) return true;
+  const int first = left / 8, last = right / 8;
+  const int head = 0xFF >> (left % 8), tail = 0xFF00 >> (right % 8 + 1) & 0xFF;
   for (int y = std::max(top, 0); y <= std::min(bottom, plane.height - 1); ++y) {
     const std::uint8_t* const row = plane.row(y);
     for (int i = first; i <= last; ++i) {

@@ -259,6 +259,24 @@ TEST(ResampledPixels, AMarkTurnsClockwiseOnTheSheet) {
   EXPECT_NEAR(y / count - 100.5, (3.5 * 0.17365 - 157 * 0.98481) / 2, 0.5);
 }
 
+// Blocks of the result lie beside a picture of few pixels, or one that is stretched by its resolution.
+TEST(ResampledPixels, SmallPaperStaysPaperAtAnyAngle) {
+  for (int width = 1; width <= 130; width += width < 20 ? 1 : 37) {
+    for (int height = 1; height <= 20; height += 6) {
+      for (const int dpi : {0, 100, 10000}) {
+        Bytes dib = generate_dib({1}, width, height, 0);
+        std::fill_n(dib.rbegin(), height * row_bytes(width, 1), std::uint8_t{255});
+        for (int angle = 1; angle < 36000; angle += 3011) {
+          const KeptImage image(dib);
+          IMG_set_resolution(image.handle(), 1000, dpi);
+          ASSERT_EQ(IMG_rotate_bitmap(image.handle(), angle, -1, angle % 2), IMG_OK);
+          for (const std::uint32_t pixel : read_grid(image.handle()).pixels) ASSERT_EQ(pixel, 1u);
+        }
+      }
+    }
+  }
+}
+
 TEST(ResampledPixels, TheSheetKeepsItsSize) {
   const KeptImage image({24}, 408, 98, 3);
   IMG_set_resolution(image.handle(), 204000, 98000);
