@@ -66,15 +66,18 @@ Status file_type_code(StreamHandle stream) {
   const Status detected = detect(stream, found);
   seek(stream, start, Origin::start);
   TQ_TRY(detected);
-  if (found == nullptr || (found->traits & formats::kUnreported) != 0) {
-    return StatusCode::unsupported;
-  }
+  if (found == nullptr) return StatusCode::unsupported;
+  // Callers rely on it that some files have no code although they are decoded.
+  const bool widely = context().options.get(IMG_OPTION_DETECTION) == 1;
+  const bool named = widely && found->decode != nullptr;
+  const Status unnamed = named ? Status::from_raw(found->code) : StatusCode::unsupported;
+  if ((found->traits & formats::kUnreported) != 0) return unnamed;
   if (found->find_variant == nullptr) return Status::from_raw(found->code);
   const Status variant = found->find_variant(stream);
   seek(stream, start, Origin::start);
   TQ_TRY(variant);
   const FileType* type = find_variant(*found, variant.raw());
-  return type == nullptr ? StatusCode::unsupported : Status::from_raw(type->code);
+  return type == nullptr ? unnamed : Status::from_raw(type->code);
 }
 
 Status count_pages(StreamHandle stream, formats::PageQuery query) {

@@ -259,7 +259,8 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   const std::int32_t pages = IMGLOW_get_pages_block(copy.data(), copy.size());
   TQ_CLAIM(
       (pages > 0 && pages <= std::max<std::int64_t>(1024, std::ssize(file))) ||
-      one_of(pages, {0, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_NO_LZW_MODULE, IMG_OUT_OF_MEMORY}));
+      one_of(pages, {0, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_READ_FAILED, IMG_NO_LZW_MODULE,
+                     IMG_OUT_OF_MEMORY}));
   std::array<std::uint8_t, 40> header{};
   digest.add(IMGLOW_get_fileinfo_block(copy.data(), copy.size(), header.data()));
   digest.add(header);

@@ -1281,7 +1281,10 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   DETECTION          1: more files are recognised (bare DIBs of every header, plain PCX, PostScript,
  *                      PDF behind other bytes, icons of any sides, DICOM without a preamble, PICT
  *                      without its 512 bytes, X bitmaps behind comments, X window dumps with the
- *                      least significant byte first), a TIFF file has to have its number, and names for saving count whole endings: .tiff, .jpeg, .pdf, .dib too
+ *                      least significant byte first), a TIFF file has to have its number, names for
+ *                      saving count whole endings: .tiff, .jpeg, .pdf, .dib too, and file type
+ *                      queries name what is decoded but has no code else (MCA 49, SCT 60, TIFF files
+ *                      of other codings 0)
  *   ORIENTATION        1: images are turned as their file says when they are decoded (TIFF, CALS, JPEG);
  *                      rows into callbacks never are
  *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red

@@ -72,6 +72,10 @@ TEST_F(Corpus, EveryFileIsWhatOtherProgramsSeeInIt) {
       EXPECT_EQ(image, expected.result < 0 ? expected.result : 0);
       continue;
     }
+    IMG_set_option(IMG_OPTION_DETECTION, 1);
+    const std::int32_t named = IMGLOW_get_filetype_block(bytes.data(), bytes.size());
+    IMG_set_option(IMG_OPTION_DETECTION, 0);
+    EXPECT_TRUE(named >= 0 && (named == expected.code || expected.code < 0)) << named;
     std::int32_t rows = 0, damage = 0;
     EXPECT_GE(IMG_get_damage(image, &rows, &damage), 0);
     EXPECT_EQ(damage, 0);

@@ -246,6 +246,9 @@ a long name.bmp  BMP        1  300x7      1  mono       -      1  none          
         self.assertIn(b" 10x20 ", self.succeed("info", "upright.png"))
         self.succeed("convert", "--no-orient", "turned.tif", "stored.png")
         self.assertIn(b" 20x10 ", self.succeed("info", "stored.png"))
+        for name, seen in (("tiff/zip.tif", "TIFF +0 .* deflate"), ("mca/mono.mca", "MCA +49 .* 2 "),
+                           ("sct/grey.sct", "SCT +60 ")):
+            self.assertRegex(self.succeed("info", CORPUS / name).decode(), seen)
         # Inks stay inks where they can.
         inks = CORPUS / "jpeg" / "cmyk.jpg"
         for name, depth in (("inks.tif", 32), ("colours.png", 24)):
