@@ -207,12 +207,35 @@ std::string Input::obstacle(int page) const {
       title += " of transfer syntax " + value.substr(0, value.find_first_not_of("0123456789."));
     }
   }
+  if (code == IMG_TYPE_PDF) title += " pages that are no pictures, or are locked,";
   return title + " cannot be read";
+}
+
+// Of a JPEG file: how its frame is coded, if that is not known here (ITU-T T.81, table B.1).
+std::string Input::unknown_frame() const {
+  constexpr std::size_t kMostLookedAt = 1 << 20;
+  const std::string start = first_bytes(kMostLookedAt);
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(start[i]); };
+  for (std::size_t i = 2; i + 4 <= start.size() && at(i) == 0xFF;) {
+    const unsigned marker = at(i + 1);
+    if (marker >= 0xC0 && marker <= 0xC2) return "";
+    if (marker == 0xC9 || marker == 0xCA) return "arithmetic";
+    if (marker == 0xC3 || marker == 0xCB || marker == 0xF7) return "lossless";
+    if (marker >= 0xC5 && marker <= 0xCF && marker != 0xC8 && marker != 0xCC) return "hierarchical";
+    i += marker == 0xFF ? 1 : 2U + (at(i + 2) << 8 | at(i + 3));
+  }
+  return "";
 }
 
 std::int32_t Input::checked(std::int32_t result, int page) const {
   if (result >= 0) return result;
   if (result == IMG_UNSUPPORTED) throw Failure(label_, result, obstacle(page));
+  if (result == IMG_BAD_IMAGE && found_type() == IMG_TYPE_JPEG) {
+    const std::string coding = unknown_frame();
+    if (!coding.empty()) {
+      throw Failure(label_, result, "JPEG with " + coding + " coding cannot be read");
+    }
+  }
   // It is open: the library says so of files that end inside of their headers.
   throw Failure(label_, result, result == IMG_CANNOT_OPEN ? "its header cannot be read" : "");
 }

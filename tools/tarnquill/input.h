@@ -64,6 +64,7 @@ class Input {
   std::int32_t checked(std::int32_t result, int page) const;
   std::string tiff_coding(int page) const;  // empty: there is none
   std::string obstacle(int page) const;
+  std::string unknown_frame() const;  // empty: it is known, or there is none
   std::string first_bytes(std::size_t count) const;
 
   std::string label_, name_;
