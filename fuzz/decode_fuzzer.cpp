@@ -174,9 +174,9 @@ void save_in_codes(std::int32_t image, const Settings& settings, Digest& digest)
       code == IMG_TYPE_BMP_RLE
           ? one_of(view.bits, {4, 8})
           : one_of(code, {IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_PNG}) && one_of(view.bits, {8, 24});
-  // Documents written here are not read by the library itself.
-  if (code != IMG_TYPE_PDF && !plain.empty() && !coded.empty())
-    read_back(plain, coded, code, lossless);
+  const bool is_read =
+      !one_of(code, {IMG_TYPE_PDF, IMG_TYPE_EPS, IMG_TYPE_POSTSCRIPT, IMG_TYPE_PCL});
+  if (is_read && !plain.empty() && !coded.empty()) read_back(plain, coded, code, lossless);
 }
 
 // What of an image can be seen; it is deleted.
@@ -257,10 +257,9 @@ void query(const Settings& settings, Bytes file, Digest& digest) {
   TQ_CLAIM((type >= 0 && type <= 65) ||
            one_of(type, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY}));
   const std::int32_t pages = IMGLOW_get_pages_block(copy.data(), copy.size());
-  TQ_CLAIM(
-      (pages > 0 && pages <= std::max<std::int64_t>(1024, std::ssize(file))) ||
-      one_of(pages, {0, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_READ_FAILED, IMG_NO_LZW_MODULE,
-                     IMG_OUT_OF_MEMORY}));
+  TQ_CLAIM((pages > 0 && pages <= std::max<std::int64_t>(1024, std::ssize(file))) ||
+           one_of(pages, {0, IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_READ_FAILED, IMG_NO_LZW_MODULE,
+                          IMG_OUT_OF_MEMORY}));
   std::array<std::uint8_t, 40> header{};
   digest.add(IMGLOW_get_fileinfo_block(copy.data(), copy.size(), header.data()));
   digest.add(header);

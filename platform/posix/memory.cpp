@@ -3,6 +3,7 @@
 #include "platform/memory.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -107,14 +108,16 @@ class Register {
 constinit Lock register_lock;
 constinit Register live_blocks;
 
-// Fewer and cheaper page faults on first touch; a system that refuses changes nothing.
+// Fewer and cheaper page faults on first touch; a system that refuses changes nothing. All pages of
+// the block, for what is advised of a part makes two mappings, and the system moves a block that grows
+// without copying it only if it is one.
 void prefer_huge_pages(void* block, std::size_t size) {
 #ifdef MADV_HUGEPAGE
   if (size < kLargeBlock) return;
-  const auto start = reinterpret_cast<std::uintptr_t>(block);
-  const std::size_t lead = (kHugePage - start % kHugePage) % kHugePage;
-  const std::size_t whole = (size - lead) / kHugePage * kHugePage;
-  madvise(static_cast<std::uint8_t*>(block) + lead, whole, MADV_HUGEPAGE);
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  auto* const start = static_cast<std::uint8_t*>(block);
+  const std::size_t lead = reinterpret_cast<std::uintptr_t>(block) % page;
+  madvise(start - lead, (lead + size + page - 1) / page * page, MADV_HUGEPAGE);
 #else
   static_cast<void>(block);
   static_cast<void>(size);
