@@ -1,6 +1,8 @@
 // The portable row kernels, and the choice.
 #include "pixels/kernels.h"
 
+#include <cstring>
+
 #include "pixels/colours.h"
 
 namespace tq::pixels {
@@ -16,6 +18,11 @@ void swap_24(const std::uint8_t* bgr, std::uint8_t* rgb, int width) {
     rgb[1] = bgr[1];
     rgb[2] = bgr[0];
   }
+}
+
+void mirror_24(const std::uint8_t* from, std::uint8_t* to, int width) {
+  from += std::ptrdiff_t{3} * width;
+  for (int x = 0; x < width; ++x, to += 3) std::memcpy(to, from -= 3, 3);
 }
 
 void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
@@ -54,6 +61,7 @@ void weigh_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
 
 constexpr Kernels kPortableKernels{.widen_24 = widen_24,
                                    .swap_24 = swap_24,
+                                   .mirror_24 = mirror_24,
                                    .widen_24_reversed = widen_24_reversed,
                                    .merge_planes = merge_planes,
                                    .split_planes = split_planes,

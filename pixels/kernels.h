@@ -17,6 +17,9 @@ struct Kernels {
   // To red, green, blue, or back.
   void (*swap_24)(const std::uint8_t* bgr, std::uint8_t* rgb, int width);
 
+  // The last pixel first.
+  void (*mirror_24)(const std::uint8_t* from, std::uint8_t* to, int width);
+
   // Blue, green, red to 0, red, green, blue.
   void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, int width);
 

@@ -39,6 +39,16 @@ TQ_KERNEL void swap_24(const std::uint8_t* bgr, std::uint8_t* rgb, int width) {
   kPortableKernels.swap_24(bgr + 3 * x, rgb + 3 * x, width - x);
 }
 
+// Five pixels; the byte before them is read, and the one behind is written before its pixel is.
+TQ_KERNEL void mirror_24(const std::uint8_t* from, std::uint8_t* to, int width) {
+  alignas(16) static constexpr std::uint8_t kOrder[16] = {13, 14, 15, 10, 11, 12, 7, 8,
+                                                          9,  4,  5,  6,  1,  2,  3, 128};
+  const Vector order = load(kOrder);
+  int left = width;
+  for (; left > 5; left -= 5, to += 15) store(to, shuffle8(load(from + 3 * left - 16), order));
+  kPortableKernels.mirror_24(from, to, left);
+}
+
 TQ_KERNEL void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
   alignas(16) static constexpr std::uint8_t kOrder[16] = {128, 2, 1, 0, 128, 5,  4,  3,
                                                           128, 8, 7, 6, 128, 11, 10, 9};
@@ -137,6 +147,7 @@ TQ_KERNEL void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
 void add_ssse3_kernels(Kernels& kernels) {
   kernels = {.widen_24 = widen_24,
              .swap_24 = swap_24,
+             .mirror_24 = mirror_24,
              .widen_24_reversed = widen_24_reversed,
              .merge_planes = merge_planes,
              .split_planes = split_planes,

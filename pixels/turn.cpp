@@ -6,6 +6,8 @@
 #include <bit>
 #include <cstring>
 
+#include "pixels/kernels.h"
+
 namespace tq::pixels {
 namespace {
 
@@ -107,7 +109,7 @@ void mirror_row(Bytes from, std::int32_t width, int bits, Row to) {
     case 16:
       return mirror_pixels<2>(from.data(), width, to.data());
     case 24:
-      return mirror_pixels<3>(from.data(), width, to.data());
+      return kernels().mirror_24(from.data(), to.data(), width);
     case 32:
       return mirror_pixels<4>(from.data(), width, to.data());
     default:

@@ -119,6 +119,10 @@ NewShape same_kind(const ImageSource& image, int width, int height);
 // What does not depend on the operation stays as the source's header has it.
 Status create_result(ImageDraft& result, const ImageSource& image, const NewShape& shape);
 
+inline void copy_row(Bytes from, Row to) {
+  std::memcpy(to.data(), from.data(), from.size());
+}
+
 // Runs `make_row(y, row)` for every row of the result, which may be run lists; a row's padding is
 // 0, its pixels are not set.
 template <class MakeRow>
@@ -136,11 +140,34 @@ Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
   return kOk;
 }
 
+// The same where no row needs the one above: plain rows in the order in which they lie in memory, which
+// processors foresee.
+template <class MakeRow>
+Status make_single_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
+  ImageRecord& made = result.record();
+  for (int y = made.height; y-- > 0;) {
+    TQ_TRY(image.next_row(made.height));
+    const Row row = plain_row(made, y);
+    std::memset(row.data() + row.size() - 4, 0, 4);
+    make_row(y, row);
+  }
+  return kOk;
+}
+
 template <class MakeRow>
 Status replace_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
   ImageDraft result;
   TQ_TRY(create_result(result, image, shape));
   TQ_TRY(make_rows(result, image, make_row));
+  result.install(image.record());
+  return kOk;
+}
+
+template <class MakeRow>
+Status replace_single_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
+  ImageDraft result;
+  TQ_TRY(create_result(result, image, shape));
+  TQ_TRY(make_single_rows(result, image, make_row));
   result.install(image.record());
   return kOk;
 }

@@ -76,7 +76,7 @@ Status remove_border(ImageSource& image, std::int32_t colour) {
   StoredRows rows(image);
   TQ_TRY(rows.allocate());
   TQ_TRY(make_rows(result, image, [&](int y, Row row) {
-    std::ranges::copy(rows.read(y), row.begin());
+    copy_row(rows.read(y), row);
     clear_padding(row, width, bits);
     const int line = y / page.block_height();
     for (int x = 0; x < page.width(); ++x) {

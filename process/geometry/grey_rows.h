@@ -74,7 +74,7 @@ class LevelsToRow {
   void put(Bytes levels, Row row) const {
     const int width = static_cast<int>(levels.size());
     if (levels_are_bytes_) {
-      std::ranges::copy(levels, row.begin());
+      copy_row(levels, row);
     } else if (bits_ == 8) {
       std::ranges::transform(levels, row.begin(), [this](std::uint8_t v) { return index_[v]; });
     } else if (bits_ == 4) {

@@ -71,7 +71,7 @@ Status extend_rows(ImageSource& image, ImageDraft& result, const Part& across, c
   TQ_TRY(rows.allocate());
   return make_rows(result, image, [&](int y, Row row) {
     const bool beside = y < down.at || y >= down.at + down.count;
-    if (beside || across.count < width) std::ranges::copy(margin.pixels(), row.begin());
+    if (beside || across.count < width) copy_row(margin.pixels(), row);
     if (beside) return;
     place_bits(rows.read(static_cast<int>(y - down.at + down.first)), across.first * bits,
                across.count * bits, row, across.at * bits);

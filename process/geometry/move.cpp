@@ -49,10 +49,10 @@ Status mirror_runs(ImageSource& image, ImageDraft& result, bool from_bottom) {
 
 Status move_rows(ImageSource& image, ImageDraft& result, pixels::Turn turn) {
   const int width = image.width(), height = image.height(), bits = image.bits();
-  return make_rows(result, image, [&](int y, Row row) {
+  return make_single_rows(result, image, [&](int y, Row row) {
     const Bytes from = plain_row(image.record(), turn.from_bottom ? height - 1 - y : y);
     if (turn.from_right) return pixels::mirror_row(from, width, bits, row);
-    std::ranges::copy(from, row.begin());
+    copy_row(from, row);
     clear_padding(row, width, bits);
   });
 }

@@ -292,7 +292,7 @@ class RotatedRows {
       plane.top = top.data();
       plane.stride = -std::ssize(top);
     }
-    std::ranges::copy(background_.pixels(), row.begin());
+    copy_row(background_.pixels(), row);
     switch (image_.bits()) {
       case 1:
         if (smooth_) {

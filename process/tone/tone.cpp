@@ -42,16 +42,17 @@ void map_channels(Bytes from, const std::array<LevelTable, 4>& tables, Row to) {
 // The bytes of a row that hold pixels.
 Bytes pixel_bytes(const ImageSource& image, int y) {
   const std::int64_t bits = std::int64_t{image.width()} * image.bits();
-  return image.row(y).first(static_cast<std::size_t>((bits + 7) / 8));
+  return plain_row(image.record(), y).first(static_cast<std::size_t>((bits + 7) / 8));
 }
 
 Status map_bytes(ImageSource& image, const LevelTable& table) {
   const ToneKernels kernels = tone_kernels();
-  return replace_rows(image, same_kind(image, image.width(), image.height()), [&](int y, Row row) {
-    const Bytes from = pixel_bytes(image, y);
-    kernels.map_bytes(from.data(), table.data(), row.data(), std::ssize(from));
-    clear_padding(row, image.width(), image.bits());
-  });
+  return replace_single_rows(
+      image, same_kind(image, image.width(), image.height()), [&](int y, Row row) {
+        const Bytes from = pixel_bytes(image, y);
+        kernels.map_bytes(from.data(), table.data(), row.data(), std::ssize(from));
+        clear_padding(row, image.width(), image.bits());
+      });
 }
 
 Status map_indices(ImageSource& image, const LevelTable& table) {
@@ -82,11 +83,12 @@ Status map_levels(ImageSource& image, const ColourTables& tables) {
     for (int v = 0; v < 256; ++v) channels[3][v] = byte(v);
   }
   if (equal && (image.bits() == 24 || has_inks(image))) return map_bytes(image, channels[0]);
-  return replace_rows(image, same_kind(image, image.width(), image.height()), [&](int y, Row row) {
-    const Bytes from = pixel_bytes(image, y);
-    image.bits() == 24 ? map_channels<3>(from, channels, row)
-                       : map_channels<4>(from, channels, row);
-  });
+  return replace_single_rows(image, same_kind(image, image.width(), image.height()),
+                             [&](int y, Row row) {
+                               const Bytes from = pixel_bytes(image, y);
+                               image.bits() == 24 ? map_channels<3>(from, channels, row)
+                                                  : map_channels<4>(from, channels, row);
+                             });
 }
 
 Status tone_bitmap(ImageSource& image, std::int32_t brightness, std::int32_t contrast,

@@ -42,8 +42,8 @@ Status replace_entries(ImageSource& image, Change&& changed) {
   std::ranges::transform(image.palette(), entries.begin(), changed);
   NewShape shape = same_kind(image, image.width(), image.height());
   shape.palette = std::span(entries).first(image.palette().size());
-  return replace_rows(image, shape, [&](int y, Row row) {
-    std::ranges::copy(image.row(y), row.begin());
+  return replace_single_rows(image, shape, [&](int y, Row row) {
+    copy_row(plain_row(image.record(), y), row);
     clear_padding(row, image.width(), image.bits());
   });
 }

@@ -34,7 +34,7 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       const test::GuardedBlock block(colours);
       const std::uint8_t* in = block.data();
       const int room = 4 * width + 32;  // for a row, and what must not be written to
-      Bytes out(static_cast<std::size_t>(7 * room), 0xA5);
+      Bytes out(static_cast<std::size_t>(8 * room), 0xA5);
       std::uint8_t* const row = out.data();
       const pixels::Kernels& k = pixels::kernels();
       k.brightness_24(in, row, width);
@@ -43,6 +43,7 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       k.widen_24(in, reinterpret_cast<Rgb*>(row + 3 * room), width);
       kernels().keys_24(in, reinterpret_cast<std::uint16_t*>(row + 4 * room), width);
       k.swap_24(in, row + 6 * room, width);
+      k.mirror_24(in, row + 7 * room, width);
       // Of one byte per pixel: the end of the others.
       kernels().at_least(in + 2 * width, {{5, 129, 33, 161, 9, 253, 0, 169}}, row + 5 * room,
                          width);
