@@ -108,8 +108,19 @@ TQ_BINARY(add32, add_epi32)
 TQ_BINARY(subtract32, sub_epi32)
 TQ_BINARY(greater32, cmpgt_epi32)
 TQ_BINARY(multiply_add16, madd_epi16)  // the sum of two products of 16 bits
-TQ_SHIFT(shift_right32, srai_epi32)    // with the sign
+TQ_SHIFT(shift_left32, slli_epi32)
+TQ_SHIFT(shift_right32, srai_epi32)  // with the sign
 TQ_SHIFT(shift_right_unsigned32, srli_epi32)
+// 64 bits
+
+TQ_SIMD Vector all64(std::int64_t value) {
+  return TQ_INTRINSIC(set1_epi64x)(value);
+}
+TQ_BINARY(add64, add_epi64)
+TQ_BINARY(subtract64, sub_epi64)
+TQ_BINARY(multiply_unsigned32, mul_epu32)  // of the low halves of values
+TQ_SHIFT(shift_right_unsigned64, srli_epi64)
+
 // The top bit of every value, 4 bits per lane.
 TQ_SIMD std::uint32_t top_bits32(Vector x) {
   return static_cast<std::uint32_t>(TQ_INTRINSIC(movemask_ps)(reinterpret_cast<FloatVector>(x)));

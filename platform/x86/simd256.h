@@ -39,6 +39,26 @@ TQ_SIMD Vector load_widened(const std::uint8_t* from) {
 TQ_SIMD Vector load_widened(const std::int8_t* from) {
   return _mm256_cvtepi8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
 }
+// Four values as 64 bits each.
+TQ_SIMD Vector load_as_64(const std::uint8_t* from) {
+  return _mm256_cvtepu8_epi64(_mm_loadu_si32(from));
+}
+TQ_SIMD Vector load_as_64(const std::uint16_t* from) {
+  return _mm256_cvtepu16_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
+}
+TQ_SIMD __m128i load_two_halves(const void* low, const void* high) {
+  return _mm_unpacklo_epi64(_mm_loadl_epi64(static_cast<const __m128i*>(low)),
+                            _mm_loadl_epi64(static_cast<const __m128i*>(high)));
+}
+// The halves of both lanes, from places of their own.
+TQ_SIMD Vector load_halves(const std::uint8_t* const (&from)[4]) {
+  return joined(load_two_halves(from[0], from[1]), load_two_halves(from[2], from[3]));
+}
+// The low half of a lane.
+template <int kLane>
+TQ_SIMD void store_half(void* to, Vector x) {
+  _mm_storel_epi64(static_cast<__m128i*>(to), lane<kLane>(x));
+}
 // The first lanes of all three, then the last ones.
 TQ_SIMD void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
   auto* const out = reinterpret_cast<__m256i*>(to);

@@ -3,9 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
 #include "include/tarnquill.h"
 #include "pixels/kernels.h"
 #include "platform/cpu.h"
+#include "process/geometry/kernels.h"
 #include "tests/process/generated_image.h"
 #include "tests/support/guarded_block.h"
 
@@ -50,6 +55,57 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       return out;
     };
     EXPECT_EQ(with_features(true, run_all), with_features(false, run_all)) << width;
+  }
+}
+
+// Rows of noise; what kernels read behind them is there.
+TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
+  std::uint32_t state = 1;
+  const auto noise = [&state] {
+    return static_cast<std::uint8_t>((state = state * 1664525 + 1013904223) >> 24);
+  };
+  constexpr int kMost = 200, kUsed = 13, kStride = 16, kDown = 7;
+  Bytes rows(2 * 4 * (2 * kMost + kStride) + 32);
+  std::ranges::generate(rows, noise);
+  std::vector<std::int16_t> weights((kMost + 1) * kStride), levels(kDown * 4 * kMost);
+  for (std::size_t i = 0; i < weights.size(); ++i) {
+    weights[i] = i % kStride < kUsed ? static_cast<std::int16_t>((noise() - 100) * 16) : 0;
+  }
+  for (auto& level : levels) level = static_cast<std::int16_t>(noise() * 80 - 2000);
+  const std::int16_t* down[kDown];
+  for (int k = 0; k < kDown; ++k) down[k] = levels.data() + std::ptrdiff_t{k} * 4 * kMost;
+  std::vector<std::int32_t> first(kMost);
+  for (int x = 0; x < kMost; ++x)
+    first[static_cast<std::size_t>(x)] = (x * 7 + noise() % 5) % (2 * kMost);
+  for (const int size : {1, 3, 4}) {
+    for (int width = 0; width <= kMost; ++width) {
+      const auto run_all = [&] {
+        const GeometryKernels k = geometry_kernels();
+        const int samples = width * size;
+        const std::uint8_t *in = rows.data(), *below = in + rows.size() / 2 - 16;
+        std::vector<std::uint16_t> sums(static_cast<std::size_t>(samples) + 1, 60000);
+        std::vector<std::uint64_t> shares(static_cast<std::size_t>(samples) + 1, 1);
+        k.add_bytes(in, sums.data(), samples);
+        k.add_shares(below, 3000000000, shares.data(), samples);
+        k.add_shares_16(sums.data(), 77, shares.data(), samples);
+        Bytes out(3 * static_cast<std::size_t>(samples) + 1, 0xA5);
+        k.halve(in, below, size, out.data(), width);
+        k.weigh_down(down, weights.data(), width % kDown + 1, out.data() + samples, samples);
+        // Both ways along rows that lie upwards.
+        const std::ptrdiff_t stride = -4 * 20;
+        const std::int64_t step = width % 2 == 0 ? 5000000000 : -5000000000;
+        const std::int64_t x = width % 2 == 0 ? 12345678901 : width * 5000000001;
+        const Walk walk{in + 40 * 80, stride, x / 20, 98765432101, step / 20, 300000000};
+        k.blend(walk, size, out.data() + 2 * samples, width);
+        std::vector<std::int16_t> along(static_cast<std::size_t>(samples) + 8);
+        k.weigh_along(in, size, {first.data(), weights.data(), kUsed, kStride}, along.data(),
+                      width);
+        along.resize(static_cast<std::size_t>(samples));
+        return std::tuple(sums, shares, out, along);
+      };
+      EXPECT_EQ(with_features(true, run_all), with_features(false, run_all))
+          << size << " " << width;
+    }
   }
 }
 

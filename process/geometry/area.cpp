@@ -1,0 +1,216 @@
+// Rows are summed up column by column first, so that what is done per pixel is one addition.
+#include "process/geometry/area.h"
+
+#include <algorithm>
+
+namespace tq::process {
+namespace {
+
+// A row of the result, in units: calls `take(row, share)` for the rows of the image that it touches.
+template <class Take>
+void for_each_touched(std::int64_t y, std::int64_t high, std::int64_t units, Take&& take) {
+  for (std::int64_t j = y * high / units; j * units < (y + 1) * high; ++j) {
+    take(static_cast<int>(j),
+         std::min((j + 1) * units, (y + 1) * high) - std::max(j * units, y * high));
+  }
+}
+
+// Means of `blocks` blocks of `wide` pixels.
+template <int kChannels>
+void mean_of_blocks(const std::uint64_t* sums, std::int32_t wide, Mean mean, std::int32_t blocks,
+                    std::uint8_t* to) {
+  for (std::int32_t x = 0; x < blocks; ++x, to += kChannels) {
+    std::uint64_t totals[kChannels] = {};
+    for (std::int32_t i = 0; i < wide; ++i, sums += kChannels) {
+      for (int c = 0; c < kChannels; ++c) totals[c] += sums[c];
+    }
+    for (int c = 0; c < kChannels; ++c) to[c] = mean(static_cast<std::int64_t>(totals[c]));
+  }
+}
+
+}  // namespace
+
+Status ColumnSums::allocate(std::int64_t count, std::uint32_t whole_share) {
+  whole_share_ = whole_share;
+  TQ_TRY(whole_.allocate(count));
+  return sums_.allocate(count);
+}
+
+void ColumnSums::clear() {
+  rows_ = 0;
+  std::ranges::fill(whole_.pixels(), std::uint16_t{0});
+  std::ranges::fill(sums_.pixels(), std::uint64_t{0});
+}
+
+void ColumnSums::add(Bytes row, std::uint32_t share) {
+  if (share != whole_share_) {
+    return kernels_.add_shares(row.data(), share, sums_.data(), std::ssize(row));
+  }
+  if (rows_ == kMostRows) flush();
+  kernels_.add_bytes(row.data(), whole_.data(), std::ssize(row));
+  ++rows_;
+}
+
+void ColumnSums::flush() {
+  if (rows_ == 0) return;
+  kernels_.add_shares_16(whole_.data(), whole_share_, sums_.data(), std::ssize(sums_.pixels()));
+  std::ranges::fill(whole_.pixels(), std::uint16_t{0});
+  rows_ = 0;
+}
+
+const std::uint64_t* ColumnSums::sums() {
+  flush();
+  return sums_.data();
+}
+
+Status BlockMeans::allocate() {
+  TQ_TRY(rows_.allocate());
+  if (wide_ == 1 && high_ == 1) return kOk;
+  if (halves()) TQ_TRY(lower_.allocate());
+  return columns_.allocate(std::int64_t{channels()} * image_.width(), 1);
+}
+
+void BlockMeans::read(int block_row, std::uint8_t* to) {
+  const int first = block_row * high_;
+  const int last = static_cast<int>(std::min<std::int64_t>(std::int64_t{first} + high_, image_.height()));
+  if (wide_ == 1 && high_ == 1) {
+    const Bytes from = rows_.read(first);
+    std::memcpy(to, from.data(), from.size());
+  } else if (halves() && last - first == 2) {
+    const std::ptrdiff_t whole = image_.width() / 2, size = channels();
+    const Bytes upper = rows_.read(first), lower = lower_.read(first + 1);
+    kernels_.halve(upper.data(), lower.data(), channels(), to, whole);
+    if (image_.width() % 2 == 0) return;
+    for (std::ptrdiff_t c = 0; c < size; ++c) {
+      to[whole * size + c] = byte((upper.data()[2 * whole * size + c] +
+                                   lower.data()[2 * whole * size + c] + 1) >> 1);
+    }
+  } else {
+    add_up(first, last, to);
+  }
+}
+
+void BlockMeans::add_up(int first, int last, std::uint8_t* to) {
+  columns_.clear();
+  for (int y = first; y < last; ++y) columns_.add(rows_.read(y), 1);
+  const auto means = [&](const std::uint64_t* sums, std::int32_t wide, std::int32_t blocks,
+                         std::uint8_t* out) {
+    const Mean mean(std::int64_t{wide} * (last - first));
+    (channels() == 1   ? mean_of_blocks<1>
+     : channels() == 3 ? mean_of_blocks<3>
+                       : mean_of_blocks<4>)(sums, wide, mean, blocks, out);
+  };
+  const std::uint64_t* const sums = columns_.sums();
+  const std::int32_t whole = image_.width() / wide_, rest = image_.width() % wide_;
+  means(sums, wide_, whole, to);
+  if (rest == 0) return;
+  const std::ptrdiff_t done = std::ptrdiff_t{whole} * channels();
+  means(sums + done * wide_, rest, 1, to + done);
+}
+
+Status AreaMeans::allocate() {
+  TQ_TRY(rows_.allocate());
+  mean_ = Mean(std::int64_t{image_.width()} * image_.height());
+  TQ_TRY(levels_.allocate(std::int64_t{rows_.channels()} * width_));
+  return columns_.allocate(std::int64_t{rows_.channels()} * image_.width(),
+                           static_cast<std::uint32_t>(height_));
+}
+
+Bytes AreaMeans::make(int y) {
+  columns_.clear();
+  for_each_touched(y, image_.height(), height_, [&](int j, std::int64_t share) {
+    columns_.add(rows_.read(j), static_cast<std::uint32_t>(share));
+  });
+  const std::uint64_t* const sums = columns_.sums();
+  switch (rows_.channels()) {
+    case 1:
+      finish_row<1>(sums);
+      break;
+    case 3:
+      finish_row<3>(sums);
+      break;
+    default:
+      finish_row<4>(sums);
+      break;
+  }
+  return levels_.pixels();
+}
+
+// Whole pixels are added up before they are multiplied.
+template <int kChannels>
+void AreaMeans::finish_row(const std::uint64_t* sums) {
+  const std::int64_t wide = image_.width(), units = width_;
+  std::int64_t left = 0;  // units of the pixel at `sums` that are taken already
+  std::uint8_t* to = levels_.data();
+  for (int x = 0; x < width_; ++x, to += kChannels) {
+    std::uint64_t totals[kChannels] = {}, whole[kChannels] = {};
+    std::int64_t wanted = wide;
+    if (left > 0) {
+      const std::int64_t share = std::min(units - left, wanted);
+      for (int c = 0; c < kChannels; ++c) totals[c] = static_cast<std::uint64_t>(share) * sums[c];
+      wanted -= share;
+      left += share;
+      if (left == units) {
+        left = 0;
+        sums += kChannels;
+      }
+    }
+    for (; wanted >= units; wanted -= units, sums += kChannels) {
+      for (int c = 0; c < kChannels; ++c) whole[c] += sums[c];
+    }
+    for (int c = 0; c < kChannels; ++c) totals[c] += static_cast<std::uint64_t>(units) * whole[c];
+    if (wanted > 0) {
+      for (int c = 0; c < kChannels; ++c) totals[c] += static_cast<std::uint64_t>(wanted) * sums[c];
+      left += wanted;
+    }
+    for (int c = 0; c < kChannels; ++c) to[c] = mean_(static_cast<std::int64_t>(totals[c]));
+  }
+}
+
+Status RunMeans::allocate() {
+  mean_ = Mean(std::int64_t{image_.width()} * image_.height());
+  TQ_TRY(levels_.allocate(width_));
+  TQ_TRY(image_.in_runs() ? listed_.allocate(most_transitions(image_.width()))
+                          : changes_.allocate(most_transitions(image_.width())));
+  return sums_.allocate(std::int64_t{width_} + 1);
+}
+
+Bytes RunMeans::make(int y) {
+  std::ranges::fill(sums_.pixels(), 0);
+  for_each_touched(y, image_.height(), height_,
+                   [&](int j, std::int64_t share) { add_runs(j, share); });
+  const std::int64_t area = std::int64_t{image_.width()} * image_.height();
+  std::int64_t black = 0;
+  for (int x = 0; x < width_; ++x) {
+    black += sums_.data()[x];
+    levels_.data()[x] = mean_(255 * (area - black));
+  }
+  return levels_.pixels();
+}
+
+// What a change adds to the black of its cell and of those that follow is kept as differences: a run
+// costs the same however long it is.
+void RunMeans::add_runs(int j, std::int64_t share) {
+  if (image_.in_runs()) {
+    add_changes(listed_.data(), row_transitions(image_.record(), j, listed_.pixels()), share);
+  } else {
+    const Bytes bits = plain_row(image_.record(), j);
+    add_changes(changes_.data(), bits_to_transitions(bits, image_.width(), changes_.pixels()),
+                share);
+  }
+}
+
+template <class Place>
+void RunMeans::add_changes(const Place* changes, std::int32_t count, std::int64_t share) {
+  const std::int64_t wide = image_.width();
+  std::int64_t* const sums = sums_.data();
+  for (std::int32_t i = 0; i < count; ++i, share = -share) {
+    const std::int64_t place = std::int64_t{changes[i]} * width_;
+    const auto cell = static_cast<std::ptrdiff_t>(place / wide);
+    const std::int64_t before = place - cell * wide;
+    sums[cell] += share * (wide - before);
+    sums[cell + 1] += share * before;
+  }
+}
+
+}  // namespace tq::process

@@ -1,0 +1,98 @@
+// The portable row kernels, and the choice.
+#include "process/geometry/kernels.h"
+
+#include <algorithm>
+
+#include "core/numbers.h"
+
+namespace tq::process {
+namespace {
+
+void add_bytes(const std::uint8_t* from, std::uint16_t* sums, std::ptrdiff_t count) {
+  for (std::ptrdiff_t i = 0; i < count; ++i) sums[i] = word(sums[i] + from[i]);
+}
+
+template <class Value>
+void add_shares(const Value* from, std::uint32_t share, std::uint64_t* sums, std::ptrdiff_t count) {
+  for (std::ptrdiff_t i = 0; i < count; ++i) sums[i] += std::uint64_t{share} * from[i];
+}
+
+void halve(const std::uint8_t* upper, const std::uint8_t* lower, int size, std::uint8_t* to,
+           std::ptrdiff_t pixels) {
+  for (std::ptrdiff_t x = 0; x < pixels; ++x, upper += 2 * size, lower += 2 * size) {
+    for (int c = 0; c < size; ++c) {
+      *to++ = byte((upper[c] + upper[c + size] + lower[c] + lower[c + size] + 2) >> 2);
+    }
+  }
+}
+
+template <int kSize>
+void weigh_pixels(const std::uint8_t* from, const ColumnTaps& columns, std::int16_t* to,
+                  int width) {
+  const std::int16_t* weights = columns.weights;
+  for (int x = 0; x < width; ++x, weights += columns.stride, to += kSize) {
+    std::int32_t sums[kSize];
+    std::fill_n(sums, kSize, 128);
+    const std::uint8_t* pixel = from + std::ptrdiff_t{columns.first[x]} * kSize;
+    for (int k = 0; k < columns.used; ++k, pixel += kSize) {
+      for (int c = 0; c < kSize; ++c) sums[c] += weights[k] * pixel[c];
+    }
+    for (int c = 0; c < kSize; ++c) to[c] = static_cast<std::int16_t>(sums[c] >> 8);
+  }
+}
+
+void weigh_along(const std::uint8_t* from, int size, const ColumnTaps& columns, std::int16_t* to,
+                 int width) {
+  (size == 1   ? weigh_pixels<1>
+   : size == 3 ? weigh_pixels<3>
+               : weigh_pixels<4>)(from, columns, to, width);
+}
+
+void weigh_down(const std::int16_t* const* rows, const std::int16_t* weights, int count,
+                std::uint8_t* to, std::ptrdiff_t samples) {
+  for (std::ptrdiff_t i = 0; i < samples; ++i) {
+    std::int32_t sum = 1 << 19;
+    for (int k = 0; k < count; ++k) sum += weights[k] * rows[k][i];
+    to[i] = byte(std::clamp(sum >> 20, 0, 255));
+  }
+}
+
+template <int kSize>
+void blend_pixels(const Walk& walk, std::uint8_t* to, int count) {
+  std::int64_t x = walk.x, y = walk.y;
+  for (int i = 0; i < count; ++i, x += walk.x_step, y += walk.y_step, to += kSize) {
+    const int fx = static_cast<int>(x >> 24 & 255), fy = static_cast<int>(y >> 24 & 255);
+    const std::uint8_t* const above = walk.origin + static_cast<std::ptrdiff_t>(x >> 32) * kSize +
+                                      static_cast<std::ptrdiff_t>(y >> 32) * walk.stride;
+    const std::uint8_t* const below = above + walk.stride;
+    for (int c = 0; c < kSize; ++c) {
+      const int first = above[c] * (256 - fx) + above[c + kSize] * fx;
+      const int second = below[c] * (256 - fx) + below[c + kSize] * fx;
+      to[c] = byte((first * (256 - fy) + second * fy + 32768) >> 16);
+    }
+  }
+}
+
+void blend(const Walk& walk, int size, std::uint8_t* to, int count) {
+  (size == 1 ? blend_pixels<1> : size == 3 ? blend_pixels<3> : blend_pixels<4>)(walk, to, count);
+}
+
+}  // namespace
+
+constexpr GeometryKernels kPortableGeometryKernels{.add_bytes = add_bytes,
+                                                   .add_shares = add_shares<std::uint8_t>,
+                                                   .add_shares_16 = add_shares<std::uint16_t>,
+                                                   .halve = halve,
+                                                   .weigh_along = weigh_along,
+                                                   .weigh_down = weigh_down,
+                                                   .blend = blend};
+
+GeometryKernels geometry_kernels() {
+  GeometryKernels kernels = kPortableGeometryKernels;
+#if defined(__i386__) || defined(__x86_64__)
+  if (platform::cpu_features().avx2) add_avx2_kernels(kernels);
+#endif
+  return kernels;
+}
+
+}  // namespace tq::process

@@ -1,0 +1,65 @@
+// The row kernels of resizing and turning: plain functions over one row. The portable ones are the
+// reference, faster ones for some processors give the same bytes. Pixels have `size` channels, a byte
+// each.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/cpu.h"
+
+namespace tq::process {
+
+// Of each pixel of a row that is resized: its first tap, and the weights of all of them, `stride`
+// apart from pixel to pixel. From the tap `used` on all weights are 0.
+struct ColumnTaps {
+  static constexpr int kGroup = 8;  // the stride is a multiple of it
+  const std::int32_t* first;
+  const std::int16_t* weights;
+  int used, stride;
+};
+
+// Places along a row of the result, all with four neighbours inside of the image: coordinates in units
+// of 2^-32 of a pixel, whose next 24 bits are left alone; from `origin` rows are `stride` apart.
+struct Walk {
+  const std::uint8_t* origin;
+  std::ptrdiff_t stride;
+  std::int64_t x, y, x_step, y_step;
+};
+
+struct GeometryKernels {
+  // Adds bytes to sums of 16 bits.
+  void (*add_bytes)(const std::uint8_t* from, std::uint16_t* sums, std::ptrdiff_t count);
+
+  // Adds bytes, or sums of them, times a share.
+  void (*add_shares)(const std::uint8_t* from, std::uint32_t share, std::uint64_t* sums,
+                     std::ptrdiff_t count);
+  void (*add_shares_16)(const std::uint16_t* from, std::uint32_t share, std::uint64_t* sums,
+                        std::ptrdiff_t count);
+
+  // The means of two by two pixels, halves upwards.
+  void (*halve)(const std::uint8_t* upper, const std::uint8_t* lower, int size, std::uint8_t* to,
+                std::ptrdiff_t pixels);
+
+  // By weights of 14 bits: along a row of bytes to 6 bits of fraction, then down columns of these to
+  // bytes, at most kMostDown rows. Behind the row as many pixels are read as have weights, rounded up,
+  // and 16 bytes; behind `to` up to 8 bytes are written.
+  void (*weigh_along)(const std::uint8_t* from, int size, const ColumnTaps& columns,
+                      std::int16_t* to, int width);
+  void (*weigh_down)(const std::int16_t* const* rows, const std::int16_t* weights, int count,
+                     std::uint8_t* to, std::ptrdiff_t samples);
+
+  // Four neighbours by their distance in units of 1/256. Of pixels of 3 bytes, two more bytes behind
+  // each row's neighbours are read.
+  void (*blend)(const Walk& walk, int size, std::uint8_t* to, int count);
+};
+
+inline constexpr int kMostDown = 32;
+
+extern const GeometryKernels kPortableGeometryKernels;
+void add_avx2_kernels(GeometryKernels& kernels);
+
+// The fastest for this processor, less what is masked.
+GeometryKernels geometry_kernels();
+
+}  // namespace tq::process
