@@ -4,6 +4,7 @@
 
 #include "process/geometry/geometry.h"
 #include "process/geometry/grey_rows.h"
+#include "process/geometry/kernels.h"
 #include "process/geometry/sines.h"
 #include "process/process.h"
 
@@ -63,6 +64,10 @@ struct Line {
 
   // To 1/256 of a pixel, from the centre of the first one.
   std::int64_t at(int i) const { return ((start + i * step + (1 << 23)) >> 24) - 128; }
+  // The same, not rounded to 1/256 yet but for its half.
+  std::int64_t exact(int i) const {
+    return start + i * step + (1 << 23) - (std::int64_t{128} << 24);
+  }
   int pixel(int i) const { return static_cast<int>(at(i) >> 8); }
   int fraction(int i) const { return static_cast<int>(at(i) & 255); }
 };
@@ -110,6 +115,7 @@ struct Plane {
 template <int kBytes>
 struct Stored {
   static constexpr int kChannels = kBytes;
+  static constexpr bool kStored = true;
   const std::uint8_t* operator()(const Plane& plane, int x, int y) const {
     return plane.row(y) + kBytes * x;
   }
@@ -117,6 +123,7 @@ struct Stored {
 template <int kBits>
 struct Looked {
   static constexpr int kChannels = 1;
+  static constexpr bool kStored = false;
   const std::uint8_t* table;
   const std::uint8_t* operator()(const Plane& plane, int x, int y) const {
     const int pixels = plane.row(y)[x * std::int64_t{kBits} / 8];
@@ -136,12 +143,14 @@ void blend(const std::uint8_t* p00, const std::uint8_t* p10, const std::uint8_t*
 
 // Rows of the result as bytes; `out` holds the outside's already.
 template <class Fetch>
-void smooth_row(const Plane& plane, Fetch fetch, const Line& x, const Line& y, int width,
-                std::uint8_t* out) {
+void smooth_row([[maybe_unused]] const GeometryKernels& kernels, const Plane& plane, Fetch fetch,
+                const Line& x, const Line& y, int width, std::uint8_t* out) {
   constexpr int kChannels = Fetch::kChannels;
   const Span touched(Span(x, -256, 256 * std::int64_t{plane.width}, width),
                      Span(y, -256, 256 * std::int64_t{plane.height}, width));
-  const Span inside(touched, Span(Span(x, 0, 256 * (std::int64_t{plane.width} - 1), width),
+  // Of the last pixels of a row kernels would read what is behind it.
+  const std::int64_t columns = plane.width - (Fetch::kStored && kChannels == 3 ? 2 : 1);
+  const Span inside(touched, Span(Span(x, 0, 256 * columns, width),
                                   Span(y, 0, 256 * (std::int64_t{plane.height} - 1), width)));
   const auto careful = [&](int first, int last) {
     for (int i = first; i < last; ++i) {
@@ -155,6 +164,12 @@ void smooth_row(const Plane& plane, Fetch fetch, const Line& x, const Line& y, i
   };
   if (inside.first >= inside.last) return careful(touched.first, touched.last);
   careful(touched.first, inside.first);
+  if constexpr (Fetch::kStored) {
+    kernels.blend(
+        {plane.top, plane.stride, x.exact(inside.first), y.exact(inside.first), x.step, y.step},
+        kChannels, out + std::ptrdiff_t{kChannels} * inside.first, inside.last - inside.first);
+    return careful(inside.last, touched.last);
+  }
   for (int i = inside.first; i < inside.last; ++i) {
     const int left = x.pixel(i), top = y.pixel(i);
     blend<kChannels>(fetch(plane, left, top), fetch(plane, left + 1, top),
@@ -303,14 +318,17 @@ class RotatedRows {
       case 4:
         return look_up(plane, Looked<4>{lookup_.data()}, x, y, row);
       case 8:
+        if (smooth_ && is_identity(lookup_) && is_identity(index_)) {
+          return smooth_row(kernels_, plane, Stored<1>(), x, y, width_, row.data());
+        }
         return look_up(plane, Looked<8>{lookup_.data()}, x, y, row);
       case 16:
         return nearest_row(plane, Stored<2>(), x, y, width_, row.data());
       case 24:
-        return smooth_ ? smooth_row(plane, Stored<3>(), x, y, width_, row.data())
+        return smooth_ ? smooth_row(kernels_, plane, Stored<3>(), x, y, width_, row.data())
                        : nearest_row(plane, Stored<3>(), x, y, width_, row.data());
       default:
-        return smooth_ ? smooth_row(plane, Stored<4>(), x, y, width_, row.data())
+        return smooth_ ? smooth_row(kernels_, plane, Stored<4>(), x, y, width_, row.data())
                        : nearest_row(plane, Stored<4>(), x, y, width_, row.data());
     }
   }
@@ -322,7 +340,7 @@ class RotatedRows {
   void look_up(const Plane& plane, Fetch fetch, const Line& x, const Line& y, Row row) {
     std::uint8_t* const levels = levels_.data();
     std::ranges::fill(levels_.pixels(), outside_[0]);
-    smooth_ ? smooth_row(plane, fetch, x, y, width_, levels)
+    smooth_ ? smooth_row(kernels_, plane, fetch, x, y, width_, levels)
             : nearest_row(plane, fetch, x, y, width_, levels);
     const int bits = image_.bits();
     if (bits == 8) {
@@ -341,6 +359,7 @@ class RotatedRows {
   Rotation rotation_;
   bool smooth_;
   Pixel outside_;
+  GeometryKernels kernels_ = geometry_kernels();
   int width_ = 0, height_ = 0;
   std::array<std::uint8_t, 256> lookup_{}, index_{};
   RowBuffer<std::uint8_t> background_, levels_, expanded_;
