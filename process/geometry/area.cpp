@@ -6,18 +6,9 @@
 namespace tq::process {
 namespace {
 
-// A row of the result, in units: calls `take(row, share)` for the rows of the image that it touches.
-template <class Take>
-void for_each_touched(std::int64_t y, std::int64_t high, std::int64_t units, Take&& take) {
-  for (std::int64_t j = y * high / units; j * units < (y + 1) * high; ++j) {
-    take(static_cast<int>(j),
-         std::min((j + 1) * units, (y + 1) * high) - std::max(j * units, y * high));
-  }
-}
-
 // Means of `blocks` blocks of `wide` pixels.
-template <int kChannels>
-void mean_of_blocks(const std::uint64_t* sums, std::int32_t wide, Mean mean, std::int32_t blocks,
+template <int kChannels, class Sum>
+void mean_of_blocks(const Sum* sums, std::int32_t wide, Mean mean, std::int32_t blocks,
                     std::uint8_t* to) {
   for (std::int32_t x = 0; x < blocks; ++x, to += kChannels) {
     std::uint64_t totals[kChannels] = {};
@@ -25,6 +16,35 @@ void mean_of_blocks(const std::uint64_t* sums, std::int32_t wide, Mean mean, std
       for (int c = 0; c < kChannels; ++c) totals[c] += sums[c];
     }
     for (int c = 0; c < kChannels; ++c) to[c] = mean(static_cast<std::int64_t>(totals[c]));
+  }
+}
+
+// The same of totals that fit 16 bits: channels of a pixel are added together.
+template <int kChannels>
+void mean_of_small_blocks(const std::uint16_t* sums, std::int32_t wide, Mean mean,
+                          std::int32_t blocks, std::uint8_t* to) {
+  for (std::int32_t x = 0; x < blocks; ++x, to += kChannels) {
+    std::uint64_t all = 0;
+    for (std::int32_t i = 0; i < wide; ++i, sums += kChannels) {
+      std::uint64_t pixel;
+      std::memcpy(&pixel, sums, sizeof pixel);  // of 3 channels what follows, too, on top
+      all += pixel;
+    }
+    for (int c = 0; c < kChannels; ++c) to[c] = mean(all >> 16 * c & 0xFFFF);
+  }
+}
+
+template <int kChannels>
+void mean_of_columns(ColumnSums& columns, std::ptrdiff_t first, std::int32_t wide, int high,
+                     std::int32_t blocks, std::uint8_t* to) {
+  const Mean mean(std::int64_t{wide} * high);
+  const std::ptrdiff_t at = first * kChannels;
+  if (high > ColumnSums::kMostRows) {
+    mean_of_blocks<kChannels>(columns.sums() + at, wide, mean, blocks, to);
+  } else if (kChannels == 1 || wide > ColumnSums::kMostRows / high) {
+    mean_of_blocks<kChannels>(columns.small_sums() + at, wide, mean, blocks, to);
+  } else if constexpr (kChannels > 1) {
+    mean_of_small_blocks<kChannels>(columns.small_sums() + at, wide, mean, blocks, to);
   }
 }
 
@@ -43,12 +63,20 @@ void ColumnSums::clear() {
 }
 
 void ColumnSums::add(Bytes row, std::uint32_t share) {
-  if (share != whole_share_) {
-    return kernels_.add_shares(row.data(), share, sums_.data(), std::ssize(row));
+  kernels_.add_shares(row.data(), share, sums_.data(), std::ssize(row));
+}
+
+void ColumnSums::add_whole(GreyOrColourRows& rows, int first, int last) {
+  const int most = rows.in_place() ? kTogether : 1;
+  while (first < last) {
+    if (rows_ == kMostRows) flush();
+    const int count = std::min({most, last - first, kMostRows - rows_});
+    const std::uint8_t* together[kTogether];
+    for (int k = 0; k < count; ++k) together[k] = rows.read(first + k).data();
+    kernels_.add_rows(together, count, whole_.data(), std::ssize(whole_.pixels()));
+    rows_ += count;
+    first += count;
   }
-  if (rows_ == kMostRows) flush();
-  kernels_.add_bytes(row.data(), whole_.data(), std::ssize(row));
-  ++rows_;
 }
 
 void ColumnSums::flush() {
@@ -72,7 +100,8 @@ Status BlockMeans::allocate() {
 
 void BlockMeans::read(int block_row, std::uint8_t* to) {
   const int first = block_row * high_;
-  const int last = static_cast<int>(std::min<std::int64_t>(std::int64_t{first} + high_, image_.height()));
+  const int last =
+      static_cast<int>(std::min<std::int64_t>(std::int64_t{first} + high_, image_.height()));
   if (wide_ == 1 && high_ == 1) {
     const Bytes from = rows_.read(first);
     std::memcpy(to, from.data(), from.size());
@@ -82,8 +111,8 @@ void BlockMeans::read(int block_row, std::uint8_t* to) {
     kernels_.halve(upper.data(), lower.data(), channels(), to, whole);
     if (image_.width() % 2 == 0) return;
     for (std::ptrdiff_t c = 0; c < size; ++c) {
-      to[whole * size + c] = byte((upper.data()[2 * whole * size + c] +
-                                   lower.data()[2 * whole * size + c] + 1) >> 1);
+      to[whole * size + c] =
+          byte((upper.data()[2 * whole * size + c] + lower.data()[2 * whole * size + c] + 1) >> 1);
     }
   } else {
     add_up(first, last, to);
@@ -92,20 +121,16 @@ void BlockMeans::read(int block_row, std::uint8_t* to) {
 
 void BlockMeans::add_up(int first, int last, std::uint8_t* to) {
   columns_.clear();
-  for (int y = first; y < last; ++y) columns_.add(rows_.read(y), 1);
-  const auto means = [&](const std::uint64_t* sums, std::int32_t wide, std::int32_t blocks,
+  columns_.add_whole(rows_, first, last);
+  const auto means = [&](std::int32_t at, std::int32_t wide, std::int32_t blocks,
                          std::uint8_t* out) {
-    const Mean mean(std::int64_t{wide} * (last - first));
-    (channels() == 1   ? mean_of_blocks<1>
-     : channels() == 3 ? mean_of_blocks<3>
-                       : mean_of_blocks<4>)(sums, wide, mean, blocks, out);
+    (channels() == 1   ? mean_of_columns<1>
+     : channels() == 3 ? mean_of_columns<3>
+                       : mean_of_columns<4>)(columns_, at, wide, last - first, blocks, out);
   };
-  const std::uint64_t* const sums = columns_.sums();
   const std::int32_t whole = image_.width() / wide_, rest = image_.width() % wide_;
-  means(sums, wide_, whole, to);
-  if (rest == 0) return;
-  const std::ptrdiff_t done = std::ptrdiff_t{whole} * channels();
-  means(sums + done * wide_, rest, 1, to + done);
+  means(0, wide_, whole, to);
+  if (rest > 0) means(whole * wide_, rest, 1, to + std::ptrdiff_t{whole} * channels());
 }
 
 Status AreaMeans::allocate() {
@@ -118,9 +143,22 @@ Status AreaMeans::allocate() {
 
 Bytes AreaMeans::make(int y) {
   columns_.clear();
-  for_each_touched(y, image_.height(), height_, [&](int j, std::int64_t share) {
-    columns_.add(rows_.read(j), static_cast<std::uint32_t>(share));
-  });
+  const std::int64_t high = image_.height(), units = height_, top = y * high, end = top + high;
+  // Rows of the image that begin within the row of the result, and end there.
+  const std::int64_t first = (top + units - 1) / units, last = end / units;
+  if (first > last) {
+    columns_.add(rows_.read(static_cast<int>(last)), static_cast<std::uint32_t>(high));
+  } else {
+    if (first * units > top) {
+      columns_.add(rows_.read(static_cast<int>(first - 1)),
+                   static_cast<std::uint32_t>(first * units - top));
+    }
+    columns_.add_whole(rows_, static_cast<int>(first), static_cast<int>(last));
+    if (end > last * units) {
+      columns_.add(rows_.read(static_cast<int>(last)),
+                   static_cast<std::uint32_t>(end - last * units));
+    }
+  }
   const std::uint64_t* const sums = columns_.sums();
   switch (rows_.channels()) {
     case 1:
@@ -177,8 +215,10 @@ Status RunMeans::allocate() {
 
 Bytes RunMeans::make(int y) {
   std::ranges::fill(sums_.pixels(), 0);
-  for_each_touched(y, image_.height(), height_,
-                   [&](int j, std::int64_t share) { add_runs(j, share); });
+  const std::int64_t high = image_.height(), units = height_, top = y * high, end = top + high;
+  for (std::int64_t j = top / units; j * units < end; ++j) {
+    add_runs(static_cast<int>(j), std::min((j + 1) * units, end) - std::max(j * units, top));
+  }
   const std::int64_t area = std::int64_t{image_.width()} * image_.height();
   std::int64_t black = 0;
   for (int x = 0; x < width_; ++x) {

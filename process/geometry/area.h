@@ -1,5 +1,5 @@
-// Exact means of areas. `make(y)` gives row y of the result, levels or channels in turn; rows are asked
-// for from the top.
+// Exact means of areas. `make(y)` gives row y of the result, levels or channels in turn, in any
+// order of rows.
 #pragma once
 
 #include "process/geometry/grey_rows.h"
@@ -33,16 +33,22 @@ class ColumnSums {
   Status allocate(std::int64_t count, std::uint32_t whole_share);
   void clear();
   void add(Bytes row, std::uint32_t share);
+  // Rows first to last - 1, which lie within one row of the result.
+  void add_whole(GreyOrColourRows& rows, int first, int last);
   const std::uint64_t* sums();
+  // Of whole rows alone, at most kMostRows, with a share of 1.
+  const std::uint16_t* small_sums() const { return whole_.data(); }
+
+  static constexpr int kMostRows = 257;  // whose bytes fit 16 bits
 
  private:
-  static constexpr int kMostRows = 257;  // whose bytes fit 16 bits
+  static constexpr int kTogether = 8;  // rows
   void flush();
 
   GeometryKernels kernels_ = geometry_kernels();
   std::uint32_t whole_share_ = 1;  // of rows that lie within one row of the result
   int rows_ = 0;                   // of these that are not in the sums yet
-  RowBuffer<std::uint16_t> whole_;
+  RowBuffer<std::uint16_t, 4> whole_;
   RowBuffer<std::uint64_t> sums_;
 };
 

@@ -42,6 +42,8 @@ class GreyOrColourRows {
     return bytes_are_levels_ ? kOk : greys_.allocate(image_.width());
   }
   int channels() const { return image_.bits() >= 24 ? image_.bits() / 8 : 1; }
+  // Whether rows are read where they lie, so that one stays when the next is read.
+  bool in_place() const { return bytes_are_levels_; }
 
   Bytes read(int y) {
     const Bytes from = rows_.read(y);

@@ -8,8 +8,12 @@
 namespace tq::process {
 namespace {
 
-void add_bytes(const std::uint8_t* from, std::uint16_t* sums, std::ptrdiff_t count) {
-  for (std::ptrdiff_t i = 0; i < count; ++i) sums[i] = word(sums[i] + from[i]);
+void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
+              std::ptrdiff_t samples) {
+  for (int k = 0; k < count; ++k) {
+    const std::uint8_t* const from = rows[k];
+    for (std::ptrdiff_t i = 0; i < samples; ++i) sums[i] = word(sums[i] + from[i]);
+  }
 }
 
 template <class Value>
@@ -79,7 +83,7 @@ void blend(const Walk& walk, int size, std::uint8_t* to, int count) {
 
 }  // namespace
 
-constexpr GeometryKernels kPortableGeometryKernels{.add_bytes = add_bytes,
+constexpr GeometryKernels kPortableGeometryKernels{.add_rows = add_rows,
                                                    .add_shares = add_shares<std::uint8_t>,
                                                    .add_shares_16 = add_shares<std::uint16_t>,
                                                    .halve = halve,

@@ -28,8 +28,9 @@ struct Walk {
 };
 
 struct GeometryKernels {
-  // Adds bytes to sums of 16 bits.
-  void (*add_bytes)(const std::uint8_t* from, std::uint16_t* sums, std::ptrdiff_t count);
+  // Adds the bytes of `count` rows to sums of 16 bits.
+  void (*add_rows)(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
+                   std::ptrdiff_t samples);
 
   // Adds bytes, or sums of them, times a share.
   void (*add_shares)(const std::uint8_t* from, std::uint32_t share, std::uint64_t* sums,

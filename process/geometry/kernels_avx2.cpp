@@ -11,13 +11,23 @@ namespace {
 
 using namespace simd;
 
-TQ_KERNEL void add_bytes(const std::uint8_t* from, std::uint16_t* sums, std::ptrdiff_t count) {
-  constexpr int kWidth = 8 * kLanes;
+TQ_KERNEL void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
+                        std::ptrdiff_t samples) {
+  constexpr int kHalf = 8 * kLanes;
   std::ptrdiff_t i = 0;
-  for (; i + kWidth <= count; i += kWidth) {
-    store(sums + i, add16(load(sums + i), load_widened(from + i)));
+  for (; i + 2 * kHalf <= samples; i += 2 * kHalf) {
+    Vector low = load(sums + i), high = load(sums + i + kHalf);
+    for (int k = 0; k < count; ++k) {
+      low = add16(low, load_widened(rows[k] + i));
+      high = add16(high, load_widened(rows[k] + i + kHalf));
+    }
+    store(sums + i, low);
+    store(sums + i + kHalf, high);
   }
-  kPortableGeometryKernels.add_bytes(from + i, sums + i, count - i);
+  for (int k = 0; k < count; ++k) {
+    const std::uint8_t* const rest = rows[k] + i;
+    kPortableGeometryKernels.add_rows(&rest, 1, sums + i, samples - i);
+  }
 }
 
 template <class Value>
@@ -50,7 +60,9 @@ alignas(16) constexpr std::uint8_t kPairs[3][16] = {
     {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, kNothing, kNothing, kNothing, kNothing},
     {0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15}};
 
-TQ_SIMD const std::uint8_t* pairs_of(int size) { return kPairs[size == 1 ? 0 : size - 2]; }
+TQ_SIMD const std::uint8_t* pairs_of(int size) {
+  return kPairs[size == 1 ? 0 : size - 2];
+}
 
 // Two lanes of each row; of 3 channels a lane has 12 bytes and 6 results, and 4 bytes more are read,
 // and 2 written.
@@ -289,10 +301,10 @@ TQ_SIMD int blend_levels(const Walk& walk, std::uint8_t* to, int count) {
       std::memcpy(&below, at + walk.stride, sizeof below);
       around[k] = above | std::uint32_t{below} << 16;
     }
-    const Vector first = eight_levels(around, in_sequence(even32(x[0], x[1])),
-                                      in_sequence(even32(y[0], y[1])));
-    const Vector last = eight_levels(around + 8, in_sequence(even32(x[2], x[3])),
-                                     in_sequence(even32(y[2], y[3])));
+    const Vector first =
+        eight_levels(around, in_sequence(even32(x[0], x[1])), in_sequence(even32(y[0], y[1])));
+    const Vector last =
+        eight_levels(around + 8, in_sequence(even32(x[2], x[3])), in_sequence(even32(y[2], y[3])));
     const Vector made = in_sequence(pack32(first, last));
     store_lane<0>(to, in_sequence(pack_unsigned16(made, made)));
   }
@@ -312,7 +324,7 @@ TQ_KERNEL void blend(const Walk& walk, int size, std::uint8_t* to, int count) {
 }  // namespace
 
 void add_avx2_kernels(GeometryKernels& kernels) {
-  kernels = {.add_bytes = add_bytes,
+  kernels = {.add_rows = add_rows,
              .add_shares = add_shares,
              .add_shares_16 = add_shares_16,
              .halve = halve,

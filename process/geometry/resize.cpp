@@ -162,17 +162,21 @@ Status make_from(Rows& rows, ImageSource& image, ImageDraft& result) {
   return make_rows(result, image, [&](int y, Row row) { levels.put(rows.make(y), row); });
 }
 
-Status make_area(ImageSource& image, int width, int height, ImageDraft& result) {
-  if (image.bits() == 1) {
-    RunMeans rows(image, width, height);
-    return make_from(rows, image, result);
-  }
+template <class Rows>
+Status make_means_from(Rows&& rows, ImageSource& image, ImageDraft& result) {
+  TQ_TRY(rows.allocate());
+  const LevelsToRow levels(image, result.record().bits);
+  const auto make_row = [&](int y, Row row) { levels.put(rows.make(y), row); };
+  return result.record().in_runs ? make_rows(result, image, make_row)
+                                 : make_single_rows(result, image, make_row);
+}
+
+Status make_means(ImageSource& image, int width, int height, ImageDraft& result) {
+  if (image.bits() == 1) return make_means_from(RunMeans(image, width, height), image, result);
   if (image.width() % width == 0 && image.height() % height == 0) {
-    WholeMeans rows(image, width, height);
-    return make_from(rows, image, result);
+    return make_means_from(WholeMeans(image, width, height), image, result);
   }
-  AreaMeans rows(image, width, height);
-  return make_from(rows, image, result);
+  return make_means_from(AreaMeans(image, width, height), image, result);
 }
 
 Status check_depth(const ImageSource& image, std::int32_t method) {
@@ -201,7 +205,7 @@ Status resize_bitmap(ImageSource& image, std::int32_t width, std::int32_t height
   if (method == kNearest) {
     TQ_TRY(resize_nearest(image, result));
   } else if (method == kArea || method == kAreaToMono) {
-    TQ_TRY(make_area(image, width, height, result));
+    TQ_TRY(make_means(image, width, height, result));
   } else {
     const Kernel kernel = method == kTriangle ? Kernel::triangle
                           : method == kCubic  ? Kernel::cubic

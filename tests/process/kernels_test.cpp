@@ -85,7 +85,8 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         const std::uint8_t *in = rows.data(), *below = in + rows.size() / 2 - 16;
         std::vector<std::uint16_t> sums(static_cast<std::size_t>(samples) + 1, 60000);
         std::vector<std::uint64_t> shares(static_cast<std::size_t>(samples) + 1, 1);
-        k.add_bytes(in, sums.data(), samples);
+        const std::uint8_t* const both[] = {in, below};
+        k.add_rows(both, 2, sums.data(), samples);
         k.add_shares(below, 3000000000, shares.data(), samples);
         k.add_shares_16(sums.data(), 77, shares.data(), samples);
         Bytes out(3 * static_cast<std::size_t>(samples) + 1, 0xA5);
