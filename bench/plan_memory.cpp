@@ -1,8 +1,9 @@
 // How much memory a drawing of A0 size at 600 dots per inch takes on its way from Group 4 data in a
-// file, through a crop rectangle, to a page of another one, and then cleaned of specks and lines:
-// plan_memory FOLDER [tif], else of PDF
+// file, through a crop rectangle, to a page of another one, and then cleaned of specks and lines; and
+// what each operation takes by itself: plan_memory FOLDER [tif], else of PDF
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <tarnquill.h>
 #include <unistd.h>
 
@@ -76,12 +77,45 @@ void make_readable(const std::string& name) {
   file.put('5');
 }
 
+struct Operation {
+  const char* name;
+  std::int32_t (*run)(std::int32_t image);
+};
+constexpr Operation kOperations[] = {
+    {"decoded", [](std::int32_t) -> std::int32_t { return IMG_OK; }},
+    {"turn by 90", [](std::int32_t i) { return IMG_rotate_bitmap(i, 9000, -1, 0); }},
+    {"flip", [](std::int32_t i) { return IMG_flip_bitmap(i); }},
+    {"mirror", [](std::int32_t i) { return IMG_mirror_bitmap(i); }},
+    {"invert", [](std::int32_t i) { return IMG_invert_bitmap(i); }},
+    {"crop", [](std::int32_t i) { return IMG_crop_bitmap(i, 1001, 2003, 17000, 24001); }},
+    {"despeckle", [](std::int32_t i) { return IMG_despeckle_bitmap(i, 12, 12, 7); }},
+    {"find skew", [](std::int32_t i) { return IMG_find_skew(i, 0, nullptr, nullptr); }},
+    {"turn by 1.3, as deskewing does",
+     [](std::int32_t i) { return IMG_rotate_bitmap(i, 130, -1, 1); }},
+    {"1/8 grey", [](std::int32_t i) { return IMG_resize_bitmap(i, kWidth / 8, kHeight / 8, 1); }}};
+
+// Each in a process of its own, whose peak is the operation's.
+void measure_operations(const std::string& drawing) {
+  for (const Operation& operation : kOperations) {
+    std::fflush(stdout);
+    if (fork() == 0) {
+      const std::int32_t image = IMG_decompress_bitmap(drawing.c_str());
+      const std::int32_t status = operation.run(image);
+      std::printf("%-32s status %4d, peak %.1f MB\n", operation.name, status, peak_megabytes());
+      std::fflush(stdout);
+      _exit(0);
+    }
+    wait(nullptr);
+  }
+}
+
 std::int32_t measure(const std::string& folder, const std::string& ending) {
   const std::string drawing = folder + "/plan." + ending, part = folder + "/part." + ending;
   const std::int32_t code = ending == "tif" ? IMG_TYPE_TIFF_G4 : IMG_TYPE_PDF;
   unlink(part.c_str());
   if (const std::int32_t saved = write_drawing(drawing, code); saved < 0) return saved;
   if (code == IMG_TYPE_PDF) make_readable(drawing);
+  measure_operations(drawing);
   struct stat about {};
   stat(drawing.c_str(), &about);
   std::printf("file: %.2f MB; peak so far %.1f MB\n", static_cast<double>(about.st_size) / 1e6,
