@@ -8,6 +8,7 @@ namespace {
 using pixels::Bytes;
 
 constexpr int kNone = -1;
+constexpr int kOldHeadBytes = 10, kOldPatternBytes = 32;  // before the rows
 
 // Where the fields of a record stand, in words; the operation comes first, or there is none.
 struct Fields {
@@ -42,6 +43,11 @@ Mix mix_of(Operation operation) {
     default:
       return Mix::copy;
   }
+}
+
+std::int32_t IMG_CB_C stop_after_header(void* block, void* context) {
+  *static_cast<BitmapInfoHeader*>(context) = static_cast<HeaderBlock*>(block)->header;
+  return Status(StatusCode::stop_after_header).raw();
 }
 
 // Puts each row of a bitmap where it is seen.
@@ -168,7 +174,7 @@ class Painter {
 
 // A bitmap for a device, of 1 bit: rows of whole words from the top. bad_image, unsupported for more bits.
 Status draw_old(const Blit& blit, Records& records, Painter& painter) {
-  constexpr int kHeadBytes = 10;
+  constexpr int kHeadBytes = kOldHeadBytes;
   const Bytes head = records.bytes(blit.at, kHeadBytes);
   if (std::ssize(head) < kHeadBytes) return StatusCode::read_failed;
   const int width = load_le16(&head[2]), height = load_le16(&head[4]);
@@ -179,7 +185,7 @@ Status draw_old(const Blit& blit, Records& records, Painter& painter) {
   image.palette = {Rgb{0, 0, 0, 0}, Rgb{255, 255, 255, 0}};
   TQ_TRY(painter.begin(image));
   for (std::int32_t y = 0; y < height; ++y) {
-    const std::int64_t at = blit.at + kHeadBytes + std::int64_t{y} * line_bytes;
+    const std::int64_t at = blit.at + blit.head_bytes + std::int64_t{y} * line_bytes;
     const int bytes = (width + 7) / 8;
     const Bytes row = records.bytes(at, std::min<std::int64_t>(bytes, blit.end - at));
     if (std::ssize(row) < bytes) return StatusCode::read_failed;
@@ -189,6 +195,20 @@ Status draw_old(const Blit& blit, Records& records, Painter& painter) {
 }
 
 }  // namespace
+
+Status decode_bitmap(const formats::DecodeRequest& request, const Blit& blit,
+                     const formats::RowSink& sink) {
+  formats::DecodeRequest bitmap = request;
+  bitmap.offset = static_cast<std::int32_t>(blit.at);
+  bitmap.page = -1;
+  bitmap.sink = sink;
+  return bmp::decode_part(bitmap, blit.end);
+}
+
+Status read_header(const formats::DecodeRequest& request, const Blit& blit,
+                   BitmapInfoHeader& header) {
+  return decode_bitmap(request, blit, {.on_header = stop_after_header, .context = &header});
+}
 
 // False for a record that is cut off, or has no bitmap.
 bool Player::find_blit(const Record& record, Blit& blit) const {
@@ -222,15 +242,55 @@ Status Player::draw_blit(const Blit& blit) {
   Painter painter(blit, state_.clip, *canvas_);
   if (!painter.is_visible() || canvas_->is_spent()) return kOk;
   const Status drawn = blit.is_old ? draw_old(blit, *records_, painter)
-                                   : bmp::decode_part({.stream = request_->stream,
-                                                       .offset = static_cast<std::int32_t>(blit.at),
-                                                       .sink = painter.sink(),
-                                                       .options = request_->options},
-                                                      blit.end);
+                                   : decode_bitmap(*request_, blit, painter.sink());
   if (drawn == StatusCode::out_of_memory) return drawn;
   const bool stopped = drawn == StatusCode::stop_after_header;
   if (drawn.failed() && !stopped) request_->sink.damaged(StatusCode::bad_image);
   if (!blit.is_old && !stopped) painter.end(request_->sink);
+  return kOk;
+}
+
+// The upper left part of the brush's pattern, or grey for one that makes no sense.
+Status Player::load_pattern() {
+  constexpr int kMostSide = 64;
+  constexpr std::int64_t kMostWork = std::int64_t{1} << 27;
+  const Brush& brush = state_.ink.brush;
+  if (brush.kind != Brush::Kind::pattern || brush.at == tile_at_) return kOk;
+  tile_at_ = brush.at;
+  Blit blit;
+  blit.at = brush.at;
+  blit.end = brush.end;
+  blit.head_bytes = kOldPatternBytes;
+  blit.is_old = brush.is_old;
+  BitmapInfoHeader header{};
+  const Bytes head = records_->bytes(blit.at, kOldHeadBytes);
+  if (brush.is_old && std::ssize(head) == kOldHeadBytes) {
+    header.biWidth = load_le16(&head[2]);
+    header.biHeight = load_le16(&head[4]);
+  } else if (!brush.is_old && read_header(*request_, blit, header).raw() !=
+                                  Status(StatusCode::stop_after_header).raw()) {
+    header = {};
+  }
+  const std::int32_t width = std::min(header.biWidth, kMostSide);
+  const std::int32_t height = std::min(header.biHeight, kMostSide);
+  Canvas& tile = painting_.tile();
+  if (width > 0 && height > 0) {
+    if (!canvas_->spend(std::int64_t{header.biWidth} * header.biHeight / 4)) return kOk;
+    TQ_TRY(tile.open(width, height, kMostWork));
+    blit.width = width;
+    blit.height = height;
+    blit.y = brush.is_old ? 0 : header.biHeight - height;
+    blit.to = {width * kDot, height * kDot};
+    const Clip clip{.area = tile.area()};
+    Painter painter(blit, clip, tile);
+    const Status drawn = brush.is_old ? draw_old(blit, *records_, painter)
+                                      : decode_bitmap(*request_, blit, painter.sink());
+    if (drawn.ok() || drawn == StatusCode::out_of_memory) return drawn;
+  }
+  request_->sink.damaged(StatusCode::bad_image);
+  constexpr Rgb kGrey{128, 128, 128, 0};
+  TQ_TRY(tile.open(1, 1, kMostWork));
+  tile.paint({.area = tile.area()}, Mix::copy, 0, 0, 1, [&](std::int32_t) { return kGrey; });
   return kOk;
 }
 

@@ -26,9 +26,13 @@ struct Area {
 struct Clip {
   static constexpr int kMostHoles = 12;
 
-  Area area;
+  Area area;  // of the canvas
   std::array<Area, kMostHoles> holes{};
   int hole_count = 0;
+
+  void add_hole(const Area& hole) {
+    if (hole_count < kMostHoles && !hole.is_empty()) holes[hole_count++] = hole;
+  }
 };
 
 class Canvas {
@@ -45,6 +49,11 @@ class Canvas {
     return work_ > 0;
   }
   bool is_spent() const { return work_ <= 0; }
+
+  Rgb dot(std::int32_t x, std::int32_t y) {
+    const std::uint8_t* const dot = row(y).data() + 3 * std::ptrdiff_t{x};
+    return {dot[0], dot[1], dot[2], 0};
+  }
 
   // Dots left .. right - 1 of row y: `colour_at(x)`.
   template <class ColourAt>

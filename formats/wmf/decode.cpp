@@ -140,26 +140,12 @@ bool is_whole(const Blit& blit, const Frame& frame, const BitmapInfoHeader& head
          blit.first_row == 0 && blit.rows >= header.biHeight;
 }
 
-std::int32_t IMG_CB_C stop_after_header(void* block, void* context) {
-  *static_cast<BitmapInfoHeader*>(context) = static_cast<HeaderBlock*>(block)->header;
-  return Status(StatusCode::stop_after_header).raw();
-}
-
-Status decode_bitmap(const DecodeRequest& request, const Blit& blit, const RowSink& sink) {
-  DecodeRequest bitmap = request;
-  bitmap.offset = static_cast<std::int32_t>(blit.at);
-  bitmap.page = -1;
-  bitmap.sink = sink;
-  return bmp::decode_part(bitmap, blit.end);
-}
-
 bool is_one_bitmap(const DecodeRequest& request, const Player& player, const Frame& frame) {
   const Blit& blit = player.first_blit();
   if (player.drawn() != 1 || blit.at == 0 || blit.is_old || blit.operation != kSourceCopy)
     return false;
   BitmapInfoHeader header{};
-  const Status status =
-      decode_bitmap(request, blit, {.on_header = stop_after_header, .context = &header});
+  const Status status = read_header(request, blit, header);
   return status == StatusCode::stop_after_header && is_whole(blit, frame, header);
 }
 
@@ -202,25 +188,20 @@ Status decode_part(const DecodeRequest& request, const Part& part) {
   TQ_TRY(records.open(request.stream));
   const std::int64_t end = std::min(part.end, find_end(request.stream));
   records.begin(part.at, end);
-  TQ_TRY(check_header(records, part.at));
+  const pixels::Bytes key = records.bytes(part.at, 4);
+  if (std::ssize(key) < 4) return StatusCode::read_failed;
+  const bool placeable = load_le32(key.data()) == kPlaceableKey;
+  const std::int64_t header = part.at + (placeable ? kPlaceableBytes : 0);
   Frame frame;
-  TQ_TRY(find_window(records, part.at + kHeaderBytes, end, part, frame));
-  return decode_records(request, records, frame, part.at + kHeaderBytes, end);
+  if (placeable) TQ_TRY(read_placeable(records, part.at, frame));
+  TQ_TRY(check_header(records, header));
+  const std::int64_t at = header + kHeaderBytes;
+  if (!placeable) TQ_TRY(find_window(records, at, end, part, frame));
+  return decode_records(request, records, frame, at, end);
 }
 
 Status decode_wmf(const DecodeRequest& request) {
-  const std::int64_t start = request.start();
-  const std::int64_t end = find_end(request.stream);
-  Records records;
-  TQ_TRY(records.open(request.stream));
-  records.begin(start, end);
-  const pixels::Bytes key = records.bytes(start, 4);
-  if (std::ssize(key) < 4) return StatusCode::read_failed;
-  if (load_le32(key.data()) != kPlaceableKey) return decode_part(request, {.at = start});
-  Frame frame;
-  TQ_TRY(read_placeable(records, start, frame));
-  TQ_TRY(check_header(records, start + kPlaceableBytes));
-  return decode_records(request, records, frame, start + kPlaceableBytes + kHeaderBytes, end);
+  return decode_part(request, {.at = request.start()});
 }
 
 }  // namespace tq::wmf

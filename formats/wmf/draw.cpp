@@ -1,114 +1,7 @@
-// Records that draw lines and shapes, and the objects that they draw with.
+// Records that draw lines and shapes.
 #include "formats/wmf/player.h"
 
 namespace tq::wmf {
-namespace {
-
-Rgb colour_of(std::uint32_t stored) {
-  return {byte(stored >> 16), byte(stored >> 8), byte(stored), 0};
-}
-
-constexpr int kCorners = 256;  // of an ellipse
-
-}  // namespace
-
-void Player::add_object(const Object& object) {
-  while (first_free_ < kMostObjects && objects_[first_free_].kind != Object::Kind::none)
-    ++first_free_;
-  if (first_free_ < kMostObjects) objects_[first_free_] = object;
-}
-
-bool Player::play_object(const Record& record) {
-  const auto word = [&](int index) { return records_->i16(record, index); };
-  switch (record.function) {
-    case kCreatePen: {
-      constexpr int kNoPen = 5;
-      Object object{.kind = Object::Kind::pen};
-      object.pen.style = word(0);
-      object.pen.is_drawn = object.pen.style != kNoPen;
-      object.pen.width = std::abs(word(1));
-      object.pen.colour = colour_of(records_->u32(record, 3));
-      add_object(object);
-      return true;
-    }
-    case kCreateBrush: {
-      constexpr int kHollow = 1, kHatched = 2;
-      Object object{.kind = Object::Kind::brush};
-      const int style = word(0);
-      object.brush.kind = style == kHollow    ? Brush::Kind::none
-                          : style == kHatched ? Brush::Kind::hatched
-                                              : Brush::Kind::solid;
-      object.brush.colour = colour_of(records_->u32(record, 1));
-      object.brush.hatch = word(3);
-      add_object(object);
-      return true;
-    }
-    case kCreateDibPattern:
-    case kCreatePattern: {
-      // Its pattern is not drawn: the grey that many of them stand for.
-      Object object{.kind = Object::Kind::brush};
-      object.brush.colour = {128, 128, 128, 0};
-      add_object(object);
-      return true;
-    }
-    case kCreateFont:
-    case kCreatePalette:
-    case kCreateRegion:
-      add_object({.kind = Object::Kind::other});
-      return true;
-    case kSelectObject:
-    case kDeleteObject: {
-      const int index = records_->u16(record, 0);
-      if (index >= kMostObjects) return true;
-      Object& object = objects_[index];
-      if (record.function == kDeleteObject) {
-        object = {};
-        first_free_ = std::min(first_free_, index);
-      } else if (object.kind == Object::Kind::pen) {
-        state_.ink.pen = object.pen;
-        const Axis& axis = state_.x;
-        const std::int64_t width = to_dots(axis.length(object.pen.width));
-        state_.ink.pen.width = static_cast<std::int32_t>(std::clamp<std::int64_t>(width, 1, 4096));
-      } else if (object.kind == Object::Kind::brush) {
-        state_.ink.brush = object.brush;
-      }
-      return true;
-    }
-    default:
-      return false;
-  }
-}
-
-bool Player::play_mode(const Record& record) {
-  const int value = records_->i16(record, 0);
-  switch (record.function) {
-    case kSetBackgroundColour:
-      state_.ink.background = colour_of(records_->u32(record, 0));
-      return true;
-    case kSetBackgroundMode:
-      state_.ink.is_opaque = value != 1;
-      return true;
-    case kSetFillMode:
-      state_.ink.is_winding = value == 2;
-      return true;
-    case kSetOperation:
-      state_.ink.mix = value == 1    ? Mix::black
-                       : value == 6  ? Mix::inverse
-                       : value == 7  ? Mix::differing
-                       : value == 9  ? Mix::both
-                       : value == 11 ? Mix::nothing
-                       : value == 15 ? Mix::either
-                       : value == 16 ? Mix::white
-                                     : Mix::copy;
-      return true;
-    case kMoveTo:
-      state_.y_place = value;
-      state_.x_place = records_->i16(record, 1);
-      return true;
-    default:
-      return false;
-  }
-}
 
 // The centre of the dot that a point falls on.
 Spot Player::spot_of(const Record& record, std::int64_t index) const {
@@ -160,9 +53,7 @@ void Player::draw_polyline(const Record& record) {
 // The sides of a record, bottom first, without the right and the bottom row of dots.
 Area Player::area_of(const Record& record, int index) const {
   const auto word = [&](int i) { return records_->i16(record, index + i); };
-  const Point from = map(word(3), word(2)), to = map(word(1), word(0));
-  return {to_dots(std::min(from.x, to.x)), to_dots(std::min(from.y, to.y)),
-          to_dots(std::max(from.x, to.x)), to_dots(std::max(from.y, to.y))};
+  return rectangle_of({word(3), word(2), word(1), word(0)});
 }
 
 void Player::draw_rectangle(const Area& area) {
@@ -177,40 +68,6 @@ void Player::draw_rectangle(const Area& area) {
   const double right = area.right - 0.5, bottom = area.bottom - 0.5;
   const Spot corners[] = {{left, top}, {right, top}, {right, bottom}, {left, bottom}, {left, top}};
   for (int i = 0; i < 4; ++i) painting_.line(clip, state_.ink, corners[i], corners[i + 1]);
-}
-
-// A rectangle with quarters of an ellipse as corners; those of an ellipse are all of it.
-Status Player::draw_rounded(const Area& area, double corner_width, double corner_height) {
-  constexpr double kCosine = 0.99969881869620425, kSine = 0.024541228522912288;
-  if (area.is_empty()) return kOk;
-  const auto for_each_edge = [&](double inset, auto&& edge) {
-    const double left = area.left + inset, right = area.right - inset;
-    const double top = area.top + inset, bottom = area.bottom - inset;
-    const double wide = std::min(corner_width, right - left) / 2;
-    const double high = std::min(corner_height, bottom - top) / 2;
-    double x = 1, y = 0;
-    const auto corner = [&] {
-      return Spot{x >= 0 ? right - wide + wide * x : left + wide + wide * x,
-                  y >= 0 ? bottom - high + high * y : top + high + high * y};
-    };
-    const Spot first = corner();
-    Spot last = first;
-    for (int i = 1; i < kCorners; ++i) {
-      const double turned = x * kCosine - y * kSine;
-      y = x * kSine + y * kCosine;
-      x = turned;
-      const Spot next = corner();
-      edge(last, next);
-      last = next;
-    }
-    edge(last, first);
-  };
-  TQ_TRY(painting_.begin(kCorners));
-  for_each_edge(0, [&](Spot from, Spot to) { painting_.add_edge(from, to); });
-  fill_shape();
-  for_each_edge(0.5,
-                [&](Spot from, Spot to) { painting_.line(state_.clip, state_.ink, from, to); });
-  return kOk;
 }
 
 void Player::draw_pattern(const Record& record, int size, int place) {
@@ -239,6 +96,7 @@ void Player::draw_pattern(const Record& record, int size, int place) {
 
 Status Player::draw_shape(const Record& record) {
   const auto word = [&](int index) { return records_->i16(record, index); };
+  TQ_TRY(load_pattern());
   switch (record.function) {
     case kLineTo: {
       const Point from = map(state_.x_place, state_.y_place), to = map(word(1), word(0));
@@ -264,6 +122,13 @@ Status Player::draw_shape(const Record& record) {
       const Area area = area_of(record, 0);
       return draw_rounded(area, double(area.right) - area.left, double(area.bottom) - area.top);
     }
+    case kArc:
+    case kPie:
+    case kChord:
+      return draw_arc(record);
+    case kTextOut:
+    case kExtTextOut:
+      return draw_text(record);
     case kRoundRectangle:
       return draw_rounded(area_of(record, 2), double(state_.x.length(std::abs(word(1)))) / kDot,
                           double(state_.y.length(std::abs(word(0)))) / kDot);

@@ -40,6 +40,7 @@ Status Player::open(const formats::DecodeRequest& request, Records& records, con
   canvas_ = canvas;
   frame_ = frame;
   state_.clip.area = {0, 0, frame.width, frame.height};
+  state_.limits = state_.clip.area;
   state_.x = {double(frame.left), double(frame.right) - frame.left, 0, double(frame.width)};
   state_.y = {double(frame.top), double(frame.bottom) - frame.top, 0, double(frame.height)};
   TQ_TRY(objects_.allocate(kMostObjects));
@@ -54,7 +55,7 @@ Status Player::play(std::int64_t at, std::int64_t end) {
     if (canvas_ != nullptr && !canvas_->spend(16)) break;
     if (draws(record.function)) {
       TQ_TRY(play_drawing(record));
-    } else if (!play_object(record) && !play_mode(record)) {
+    } else if (!play_object(record) && !play_mode(record) && !play_clip(record)) {
       play_state(record);
     }
   }

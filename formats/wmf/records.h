@@ -124,6 +124,10 @@ class Records {
     return static_cast<std::uint32_t>(u16(record, index)) |
            static_cast<std::uint32_t>(u16(record, index + 1)) << 16;
   }
+  int u8(const Record& record, std::int64_t offset) {
+    const pixels::Bytes field = parameters(record, offset, 1);
+    return field.empty() ? 0 : field[0];
+  }
   pixels::Bytes parameters(const Record& record, std::int64_t from, std::int64_t count) {
     return bytes(record.at + from, std::min(count, record.bytes - from));
   }

@@ -24,6 +24,10 @@ bool is_gap(int style, std::int64_t dots) {
   return i % 2 != 0;
 }
 
+// Corners of a circle, and how far it is from one to the next.
+constexpr int kCircle = 32;
+constexpr double kCircleCosine = 0.98078528040323043, kCircleSine = 0.19509032201612825;
+
 // Whether a dot is on a line of a hatch, every eight dots: across, down, both diagonals, crosses.
 bool is_hatched(int hatch, std::int32_t x, std::int32_t y) {
   constexpr int kEvery = 8;
@@ -64,6 +68,16 @@ void Painting::brush_row(const Clip& clip, const Ink& ink, std::int32_t y, std::
   if (brush.kind == Brush::Kind::none) return;
   if (brush.kind == Brush::Kind::solid) {
     canvas_->paint(clip, ink.mix, y, left, right, [&](std::int32_t) { return brush.colour; });
+    return;
+  }
+  if (brush.kind == Brush::Kind::pattern) {
+    constexpr int kWork = 4;  // a dot of it takes as long as so many others
+    const std::int64_t seen = std::min<std::int64_t>(right, clip.area.right) -
+                              std::max<std::int64_t>(left, clip.area.left);
+    canvas_->spend((kWork - 1) * std::max<std::int64_t>(seen, 0));
+    canvas_->paint(clip, ink.mix, y, left, right, [&](std::int32_t x) {
+      return tile_.dot(x % tile_.width(), y % tile_.height());
+    });
     return;
   }
   if (ink.is_opaque) {
@@ -117,6 +131,7 @@ void Painting::line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
 
 // A dot in each row or column, whichever are more.
 void Painting::thin_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
+  constexpr int kDotWork = 4;
   const auto dots_of = [](double position) {
     return static_cast<std::int64_t>(std::floor(position));
   };
@@ -133,7 +148,7 @@ void Painting::thin_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
   const std::int64_t first = way >= 0 ? low - start : start - most + 1;
   const std::int64_t behind = way >= 0 ? most - start : start - low + 1;
   for (std::int64_t i = std::max<std::int64_t>(first, 0); i < std::min(behind, steps); ++i) {
-    if (canvas_->is_spent()) return;
+    if (!canvas_->spend(kDotWork)) return;
     if (is_gap(ink.pen.style, begun + i)) continue;
     const auto along = [&](std::int64_t length) {
       const std::int64_t twice = 2 * i * std::abs(length) + steps;
@@ -149,9 +164,7 @@ void Painting::thin_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
 
 // With round ends.
 void Painting::wide_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
-  constexpr int kCorners = 32;
-  constexpr double kCosine = 0.98078528040323043, kSine = 0.19509032201612825;  // of one of them
-  if (begin(kCorners + 2).failed()) return;
+  if (begin(kCircle + 2).failed()) return;
   const double radius = ink.pen.width / 2.0;
   const double wide = to.x - from.x, high = to.y - from.y;
   // The corners of a circle, of which those on the far side go along.
@@ -160,18 +173,90 @@ void Painting::wide_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
     const bool is_far = x * wide + y * high > 0;
     return is_far ? Spot{to.x + x, to.y + y} : Spot{from.x + x, from.y + y};
   };
-  Spot last = corner();
-  for (int i = 0; i < kCorners; ++i) {
-    const double turned = x * kCosine - y * kSine;
-    y = x * kSine + y * kCosine;
+  const Spot first = corner();
+  Spot last = first;
+  for (int i = 1; i < kCircle; ++i) {
+    const double turned = x * kCircleCosine - y * kCircleSine;
+    y = x * kCircleSine + y * kCircleCosine;
     x = turned;
     const Spot next = corner();
     add_edge(last, next);
     last = next;
   }
+  add_edge(last, first);
+  paint_pen(clip, ink);
+}
+
+void Painting::paint_pen(const Clip& clip, const Ink& ink) {
   fill(clip, true, [&](std::int32_t row, std::int32_t left, std::int32_t right) {
     canvas_->paint(clip, ink.mix, row, left, right, [&](std::int32_t) { return ink.pen.colour; });
   });
+}
+
+// Clockwise, so that what lies in several of them stays inside.
+void Painting::add_corners(std::span<const Spot> corners) {
+  double twice_area = 0;
+  Spot last = corners.back();
+  for (const Spot& next : corners) {
+    twice_area += last.x * next.y - next.x * last.y;
+    last = next;
+  }
+  for (const Spot& next : corners) {
+    twice_area >= 0 ? add_edge(last, next) : add_edge(next, last);
+    last = next;
+  }
+}
+
+void Painting::add_circle(Spot centre, double radius) {
+  std::array<Spot, kCircle> corners{};
+  Spot at{radius, 0};
+  for (Spot& corner : corners) {
+    corner = {centre.x + at.x, centre.y + at.y};
+    at = {at.x * kCircleCosine - at.y * kCircleSine, at.x * kCircleSine + at.y * kCircleCosine};
+  }
+  add_corners(corners);
+}
+
+Status Painting::path(const Clip& clip, const Ink& ink, std::span<const Spot> spots) {
+  if (!ink.pen.is_drawn || canvas_->is_spent()) return kOk;
+  if (ink.pen.width <= 1) {
+    for (std::size_t i = 1; i < spots.size(); ++i) thin_line(clip, ink, spots[i - 1], spots[i]);
+    return kOk;
+  }
+  // Pieces that are as wide as the pen, a wedge between two of them, round ends and corners.
+  constexpr int kEdges = 4 + 3, kRoundFromCosine = 2;
+  TQ_TRY(begin(std::ssize(spots) * std::int64_t{kEdges + kCircle}));
+  const double radius = ink.pen.width / 2.0;
+  Spot before{};  // from the middle of the last piece to its side
+  bool is_first = true;
+  for (std::size_t i = 1; i < spots.size(); ++i) {
+    const Spot from = spots[i - 1], to = spots[i];
+    const double wide = to.x - from.x, high = to.y - from.y;
+    const double length = std::sqrt(wide * wide + high * high);
+    if (length <= 0) continue;
+    const Spot side{-high / length * radius, wide / length * radius};
+    const Spot piece[] = {{from.x + side.x, from.y + side.y},
+                          {to.x + side.x, to.y + side.y},
+                          {to.x - side.x, to.y - side.y},
+                          {from.x - side.x, from.y - side.y}};
+    add_corners(piece);
+    const bool bends = before.x * side.x + before.y * side.y < radius * radius / kRoundFromCosine;
+    if (is_first || bends) {
+      add_circle(from, radius);
+    } else {
+      const double turn = before.x * side.y - before.y * side.x;
+      const double out = turn > 0 ? -1 : 1;
+      const Spot wedge[] = {from,
+                            {from.x + out * before.x, from.y + out * before.y},
+                            {from.x + out * side.x, from.y + out * side.y}};
+      add_corners(wedge);
+    }
+    before = side;
+    is_first = false;
+  }
+  if (!spots.empty()) add_circle(spots.back(), radius);
+  paint_pen(clip, ink);
+  return kOk;
 }
 
 }  // namespace tq::wmf

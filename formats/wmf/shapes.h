@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cmath>
+#include <span>
 #include <utility>
 
 #include "formats/wmf/canvas.h"
@@ -21,11 +22,14 @@ struct Pen {
 };
 
 struct Brush {
-  enum class Kind : std::uint8_t { solid, none, hatched };
+  enum class Kind : std::uint8_t { solid, none, hatched, pattern };
 
   Kind kind = Kind::solid;
   int hatch = 0;
   Rgb colour{255, 255, 255, 0};
+  // The bitmap of a pattern in the stream.
+  bool is_old = false;
+  std::int64_t at = 0, end = 0;
 };
 
 // What a shape is painted with.
@@ -41,6 +45,7 @@ struct Ink {
 class Painting {
  public:
   Status open(Canvas& canvas);
+  Canvas& tile() { return tile_; }  // what patterns repeat
 
   // A dot, a row of the brush.
   void dot(const Clip& clip, Mix mix, std::int32_t x, std::int32_t y, Rgb colour);
@@ -55,6 +60,8 @@ class Painting {
 
   // Without its last dot.
   void line(const Clip& clip, const Ink& ink, Spot from, Spot to);
+  // From spot to spot, as one line: a wide one paints no dot twice.
+  Status path(const Clip& clip, const Ink& ink, std::span<const Spot> spots);
 
  private:
   struct Edge {
@@ -65,8 +72,12 @@ class Painting {
 
   void thin_line(const Clip& clip, const Ink& ink, Spot from, Spot to);
   void wide_line(const Clip& clip, const Ink& ink, Spot from, Spot to);
+  void paint_pen(const Clip& clip, const Ink& ink);
+  void add_circle(Spot centre, double radius);
+  void add_corners(std::span<const Spot> corners);
 
   Canvas* canvas_ = nullptr;
+  Canvas tile_;
   RowBuffer<Edge> edges_;
   RowBuffer<std::int32_t> first_edges_;  // of each row; -1: none
   RowBuffer<std::int32_t> changes_;      // of the winding, at each dot of a row
@@ -77,8 +88,9 @@ class Painting {
 // Calls `paint_row(y, left, right)` for the parts of rows that are inside.
 template <class PaintRow>
 void Painting::fill(const Clip& clip, bool is_winding, PaintRow&& paint_row) {
-  constexpr int kEdgeWork = 4;
+  constexpr int kEdgeWork = 4, kNewEdgeWork = 48;
   std::int32_t active = -1;
+  canvas_->spend(std::int64_t{kNewEdgeWork} * count_);
   for (std::int32_t y = top_; y < std::min(bottom_, clip.area.bottom); ++y) {
     for (std::int32_t i = std::exchange(first_edges_[y], -1); i >= 0;) {
       const std::int32_t next = edges_[i].next;

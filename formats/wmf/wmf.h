@@ -9,10 +9,10 @@ namespace tq::wmf {
 // side. Without the header that says how large it is, its window does.
 Status decode_wmf(const formats::DecodeRequest& request);
 
-// A metafile without that header which is part of another file.
+// A metafile that is part of another file, mostly without that header.
 struct Part {
   std::int64_t at = 0, end = INT32_MAX;  // in the stream
-  std::int32_t width = 0, height = 0;    // of the picture, in 1/2540 inch; 0: not known
+  std::int32_t width = 0, height = 0;    // of a picture without it, in 1/2540 inch; 0: not known
 };
 Status decode_part(const formats::DecodeRequest& request, const Part& part);
 

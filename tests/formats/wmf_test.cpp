@@ -251,6 +251,50 @@ TEST(Wmf, LinesAndShapesAreDrawnDotByDot) {
       {"blackness",
        {record(0x0940, {0x42, 0, 0, 0, 0, 1, 2, 5, 6})},
        {none, none, none, none, none, "......##"}},
+      {"a wide line upwards",
+       {wide, select, record(0x0214, {4, 3}), record(0x0213, {2, 3})},
+       {none, "..###...", "..###...", "..###...", "..###...", "..###..."}},
+      {"a pie",
+       filled({record(0x081A, {0, 4, 4, 8, 8, 8, 0, 0})}),
+       {"....rr..", "....rrr.", "....rrrr", "....rrrr", none, none}},
+      {"a chord",
+       filled({record(0x0830, {0, 4, 4, 8, 8, 8, 0, 0})}),
+       {"....rr..", ".....rr.", "......rr", ".......r", none, none}},
+      {"an arc without its end",
+       {record(0x0817, {0, 4, 4, 8, 8, 8, 0, 0})},
+       {".....#..", ".....##.", "......##", ".......#", ".......#", none}},
+      {"a wide arc paints no dot twice",
+       {wide, select, record(0x0104, {6}), record(0x0817, {3, 8, 3, 8, 6, 8, 0, 0})},
+       {"########", "########", "##....##", "##....##", "########", "########"}},
+      {"within, but for two areas",
+       filled({record(0x0416, {5, 7, 1, 0}), record(0x0416, {6, 8, 0, 1}),
+               record(0x0415, {3, 4, 0, 2}), record(0x0415, {9, 6, 4, 5}), square}),
+       {none, ".r..rrr.", ".r..rrr.", ".rrrrrr.", ".rrrr.r.", none}},
+      {"what is left out moves, until it is restored",
+       filled({record(0x0416, {2, 2, 0, 0}), record(0x001E, {}), record(0x0415, {1, 1, 0, 0}),
+               record(0x0220, {3, 5}), square, record(0x0127, {-1}), square}),
+       {"rr......", "rr......", none, "......r.", ".....rr.", none}},
+      {"in the box of a region",
+       filled({record(0x06FF, {0, 6, 0, 0, 0, 0, 0, 2, 1, 5, 4}), record(0x012C, {1}), square,
+               record(0x012C, {0}), record(0x041B, {6, 8, 5, 7})}),
+       {none, "..rrr...", "..rrr...", "..rrr...", none, ".......r"}},
+      {"a pattern of dots",
+       {record(0x0142, {5, 0},
+               dib(2, 2, 8, {0, 0, 255, 0, 255, 255, 255, 0}, {0, 0, 0, 0, 0, 1, 0, 0})),
+        select, no_pen, record(0x012D, {1}), record(0x041B, {4, 7, 1, 1})},
+       {none, ".rrrrrr.", "..r.r.r.", ".rrrrrr.", none, none}},
+      {"a pattern for a device",
+       {record(0x01F9, {},
+               [] {
+                 Bytes pattern(36);
+                 const Bytes head = {0, 0, 2, 0, 2, 0, 2, 0, 1, 1};
+                 std::ranges::copy(head, pattern.begin());
+                 pattern[32] = 0x80;
+                 pattern[34] = 0x40;
+                 return pattern;
+               }()),
+        select, no_pen, record(0x012D, {1}), record(0x041B, {3, 5, 0, 1})},
+       {".#.#....", "..#.#...", ".#.#....", none, none, none}},
       {"a dot", {record(0x041F, {0xFF, 0, 2, 3})}, {none, none, "...r....", none, none, none}},
   };
   for (const auto& [what, records, rows] : cases) {
@@ -263,6 +307,81 @@ TEST(Wmf, LinesAndShapesAreDrawnDotByDot) {
     }
     EXPECT_EQ(seen, rows) << what;
   }
+}
+
+struct Box4 {
+  int left, top, right, bottom;
+  bool operator==(const Box4&) const = default;
+};
+
+// Around the dots of a colour.
+Box4 box_of(const std::vector<Pixels>& rows, std::uint32_t colour) {
+  Box4 box{1 << 20, 1 << 20, -1, -1};
+  for (int y = 0; y < std::ssize(rows); ++y) {
+    for (int x = 0; x < std::ssize(rows[y]); ++x) {
+      if (rows[y][x] != colour) continue;
+      box = {std::min(box.left, x), std::min(box.top, y), std::max(box.right, x + 1),
+             std::max(box.bottom, y + 1)};
+    }
+  }
+  return box;
+}
+
+// Of a cell of 58 dots: a capital is 36 high and stands 13 above the cell's end, letters are 25 apart,
+// strokes are 4 wide.
+TEST(Wmf, LettersStandWhereTheirAlignmentSays) {
+  const auto font = [](int height, int angle, int weight, Bytes flags) {
+    flags.resize(42);
+    return record(0x02FB, {height, 0, angle, angle, weight}, flags);
+  };
+  const Bytes plain = font(58, 0, 400, {}), select = record(0x012D, {0});
+  const Bytes clear = record(0x0102, {1}), move = record(0x0214, {100, 100});
+  const auto align = [](int how) { return record(0x012E, {how}); };
+  const Bytes text = record(0x0521, {2}, {'H', 'H', 100, 0, 100, 0});
+  const auto far = [&](int options, const Words& more) {
+    Words words = {100, 100, 2, options};
+    words.insert(words.end(), more.begin(), more.end());
+    return record(0x0A32, words);
+  };
+  const int hh = 'H' | 'H' << 8;
+  const struct {
+    const char* what;
+    std::vector<Bytes> records;
+    Box4 box;
+  } cases[] = {
+      {"from the left and the top", {plain, select, clear, text}, {101, 107, 149, 147}},
+      {"to the right", {plain, select, clear, align(2), text}, {51, 107, 99, 147}},
+      {"around", {plain, select, clear, align(6), text}, {76, 107, 124, 147}},
+      {"above", {plain, select, clear, align(8), text}, {101, 49, 149, 89}},
+      {"on it", {plain, select, clear, align(24), text}, {101, 62, 149, 102}},
+      {"one behind the other",
+       {plain, select, clear, align(1), move, text, text},
+       {101, 107, 199, 147}},
+      {"as high as its letters",
+       {font(-50, 0, 400, {}), select, clear, text},
+       {101, 107, 149, 147}},
+      {"upwards", {font(58, 900, 400, {}), select, clear, text}, {107, 51, 147, 99}},
+      {"upside down", {font(58, -1800, 400, {}), select, clear, text}, {51, 53, 99, 93}},
+      {"bold", {font(58, 0, 700, {}), select, clear, text}, {100, 106, 150, 148}},
+      {"slanted", {font(58, 0, 400, {1}), select, clear, text}, {101, 107, 156, 147}},
+      {"underlined", {font(58, 0, 400, {0, 1}), select, clear, text}, {98, 107, 152, 153}},
+      {"struck", {font(58, 0, 400, {0, 0, 1}), select, clear, text}, {98, 107, 152, 147}},
+      {"with widths", {plain, select, clear, far(0, {hh, 50, 25})}, {103, 107, 174, 147}},
+      {"in an area", {plain, select, clear, far(4, {110, 0, 140, 130, hh})}, {110, 107, 140, 130}},
+  };
+  for (const auto& [what, records, box] : cases) {
+    const Box4 seen = box_of(dots(decoded(decode_wmf, metafile({0, 0, 220, 220, 96}, records))), 0);
+    EXPECT_EQ(seen, box) << what << ": " << seen.left << ' ' << seen.top << ' ' << seen.right << ' '
+                         << seen.bottom;
+  }
+  const Bytes red = record(0x0201, {255, 0}), blue = record(0x0209, {0, 255});
+  const auto rows =
+      dots(decoded(decode_wmf, metafile({0, 0, 220, 220, 96}, {plain, select, red, blue, text})));
+  EXPECT_EQ(box_of(rows, 0xFF0000), (Box4{100, 100, 150, 158}));
+  EXPECT_EQ(box_of(rows, 0x0000FF), (Box4{101, 107, 149, 147}));
+  const auto filled =
+      dots(decoded(decode_wmf, metafile({0, 0, 220, 220, 96}, {red, far(2, {1, 2, 200, 210})})));
+  EXPECT_EQ(box_of(filled, 0xFF0000), (Box4{1, 2, 200, 210}));
 }
 
 TEST(Wmf, SizesComeFromTheBoxOrTheWindow) {
