@@ -9,6 +9,7 @@
 #include "formats/rows.h"
 #include "formats/simple/simple.h"
 #include "formats/tiff/tiff.h"
+#include "formats/wmf/wmf.h"
 #include "io/endian.h"
 #include "io/stream_window.h"
 #include "pixels/colours.h"
@@ -22,7 +23,7 @@ using pixels::Layout;
 // --- Reading ---
 
 constexpr int kHeadBytes = 30;
-constexpr int kTiffField = 20;
+constexpr int kMetafileField = 12, kTiffField = 20;  // each: where it lies, how long it is
 constexpr std::uint32_t kMagic = 0xC6D3D0C5;
 
 // --- Writing ---
@@ -232,21 +233,26 @@ Status ProgramWriter::write() {
 
 }  // namespace
 
-// Where the program, a metafile and a TIFF file lie, each with how long it is.
+// A program may have a preview: a TIFF file or, in the absence of one, a metafile.
 Status decode_eps(const formats::DecodeRequest& request) {
   std::array<std::uint8_t, kHeadBytes> head{};
   const std::int64_t start = request.start();
   TQ_TRY(seek_to(request.stream, start));
   if (read_fully(request.stream, head) < kHeadBytes) return StatusCode::read_failed;
   if (load_le32(head.data()) != kMagic) return StatusCode::bad_image;
-  const std::int64_t at = load_le32(&head[kTiffField]), bytes = load_le32(&head[kTiffField + 4]);
-  if (at == 0 || bytes == 0) return StatusCode::unsupported;
-  const bool is_there = at >= kHeadBytes && start + at < find_end(request.stream);
-  if (!is_there) return StatusCode::bad_image;
+  const auto is_there = [&](int field) {
+    return load_le32(&head[field]) != 0 && load_le32(&head[field + 4]) != 0;
+  };
+  const bool has_tiff = is_there(kTiffField);
+  const int field = has_tiff ? kTiffField : kMetafileField;
+  if (!is_there(field)) return StatusCode::unsupported;
+  const std::int64_t at = load_le32(&head[field]), bytes = load_le32(&head[field + 4]);
+  if (at < kHeadBytes || start + at >= find_end(request.stream)) return StatusCode::bad_image;
   formats::DecodeRequest preview = request;
   preview.page = -1;
   preview.offset = static_cast<std::int32_t>(start + at);
-  return tiff::decode_tiff(preview);
+  if (has_tiff) return tiff::decode_tiff(preview);
+  return wmf::decode_part(preview, {.at = start + at, .end = start + at + bytes});
 }
 
 Status can_encode_postscript(const EncodeRequest& request) {

@@ -78,7 +78,7 @@ Status can_encode_targa(const formats::EncodeRequest& request);
 Status decode_text(const formats::DecodeRequest& request);
 Status count_text_pages(StreamHandle stream);
 
-// Encapsulated PostScript: the preview in TIFF that a file may have. What is written is a program that
+// Encapsulated PostScript: the preview, in TIFF or a metafile, that a file may have. What is written is a program that
 // draws the picture, for a page of its own with kPage.
 inline constexpr std::int32_t kPage = 1;  // a variant
 Status decode_eps(const formats::DecodeRequest& request);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "formats/simple/simple.h"
+#include "formats/wmf/wmf.h"
 #include "io/endian.h"
 #include "tests/support/codec_runs.h"
 #include "tests/support/fax_page.h"
@@ -72,6 +73,30 @@ TEST(PostScript, PreviewsAreWindows) {
   again.insert(again.end(), eps.begin(), eps.end());
   decoded(simple::decode_eps, again, -3);
   decoded(simple::decode_eps, Bytes(29, 0xC5), -12);
+  // Without that preview the other one counts, with a header that says how large it is or without.
+  HeaderBlock image = grey_image(2, 1, 8);
+  image.header.biXPelsPerMeter = image.header.biYPelsPerMeter = 96;
+  const Bytes placeable = encoded(wmf::encode_wmf, image, {{7, 9, 0, 0}});
+  const Bytes bare(placeable.begin() + 22, placeable.end());
+  const auto metafile = [&](const Bytes& part, std::uint32_t from, std::uint32_t bytes,
+                            int result) {
+    Bytes file(eps.begin(), eps.begin() + 20);
+    file.resize(32);
+    store_le32(&file[12], from);
+    store_le32(&file[16], bytes);
+    file.insert(file.end(), part.begin(), part.end());
+    file.insert(file.end(), 20, 0xFF);
+    return decoded(simple::decode_eps, file, result);
+  };
+  for (const Bytes& part : {placeable, bare}) {
+    const CollectingSink sink = metafile(part, 32, static_cast<std::uint32_t>(part.size()), 0);
+    EXPECT_EQ(sink.image(), (std::vector<Bytes>{{7, 9, 0, 0}}));
+    EXPECT_EQ(sink.header.header.biXPelsPerMeter, 96);
+    metafile(part, 32, 17, -12);
+    metafile(part, 29, 1000, -3);
+    metafile(part, 0x7FFFFFFF, 1000, -3);
+  }
+  metafile(again, 32, 5000, -3);
 }
 
 // Commands up to the rows; rows as they are coded.
