@@ -6,6 +6,7 @@
 #include "dispatch/signatures.h"
 #include "formats/bmp/bmp.h"
 #include "formats/dicom/dicom.h"
+#include "formats/fpx/fpx.h"
 #include "formats/ica/ica.h"
 #include "formats/jpeg/jpeg.h"
 #include "formats/pcx/pcx.h"
@@ -140,7 +141,8 @@ constexpr FileType kFileTypes[] = {
      .can_encode = simple::can_encode_iff, .traits = kByName},
     {.code = IMG_TYPE_FLASHPIX, .name = "flashpix", .title = "FlashPix", .ending = "fpx",
      .test = [](const Probe& p) { return p.has("\xD0\xCF\x11\xE0\xA1\xB1"); },
-     .confirms = has_flashpix_class},
+     .confirms = has_flashpix_class,
+     .decode = fpx::decode_fpx, .read_depths = depths(8, 24)},
     {.code = IMG_TYPE_GX2, .name = "gx2", .title = "GX2", .ending = "gx2",
      .test = [](const Probe& p) { return p.has("GX2"); }},
     {.code = IMG_TYPE_LSD, .name = "lsd", .title = "LSD", .ending = "lsd",
