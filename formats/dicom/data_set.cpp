@@ -201,7 +201,10 @@ Status Reader::leave_meta(const std::uint8_t* header) {
     set_.coding = known.coding;
     set_.explicit_types = known.explicit_types;
     set_.big_endian = known.big_endian;
-    return known.coding == Coding::deflated ? source_.inflate_from(at_) : kOk;
+    if (known.coding == Coding::deflated) return source_.inflate_from(at_);
+    // Some writers name one form of their elements and use the other.
+    set_.explicit_types = is_type(header + 4);
+    return kOk;
   }
   return StatusCode::unsupported;
 }

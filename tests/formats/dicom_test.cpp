@@ -154,6 +154,9 @@ TEST(Dicom, EveryTransferSyntaxGivesTheSamePicture) {
   EXPECT_EQ(row(file(".1", plain)), kDeepLevels);
   EXPECT_EQ(row(file(".2", elements(true, true))), kDeepLevels);
   EXPECT_EQ(row(file(".1.99", joined({deflated, plain}))), kDeepLevels);
+  // Not as the file says.
+  EXPECT_EQ(row(file("", plain)), kDeepLevels);
+  EXPECT_EQ(row(file(".1", elements(false, false))), kDeepLevels);
   // Without the mark, or with nothing before it.
   EXPECT_EQ(row(elements(false, false)), kDeepLevels);
   EXPECT_EQ(row(plain), kDeepLevels);
@@ -339,7 +342,12 @@ TEST(Dicom, SequencesArePassedOver) {
       },
       -3);
   with([&](DataSet& set) { set.header(0x00081111, "UN", 0xFFFFFFFE); }, -12);
-  with([&](DataSet& set) { set.bytes.insert(set.bytes.end(), {8, 0, 8, 0, 1, 2, 0, 0}); }, -3);
+  with(
+      [&](DataSet& set) {
+        set.text(0x00080005, "IR");  // tells which form the elements have
+        set.bytes.insert(set.bytes.end(), {8, 0, 8, 0, 1, 2, 0, 0});
+      },
+      -3);
 }
 
 TEST(Dicom, RefusesWhatCannotBe) {
