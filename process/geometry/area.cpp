@@ -27,7 +27,7 @@ void mean_of_small_blocks(const std::uint16_t* sums, std::int32_t wide, Mean mea
     std::uint64_t all = 0;
     for (std::int32_t i = 0; i < wide; ++i, sums += kChannels) {
       std::uint64_t pixel;
-      std::memcpy(&pixel, sums, sizeof pixel);  // of 3 channels what follows, too, on top
+      std::memcpy(&pixel, sums, sizeof pixel);  // of 3 channels with what follows, on top
       all += pixel;
     }
     for (int c = 0; c < kChannels; ++c) to[c] = mean(all >> 16 * c & 0xFFFF);
@@ -58,11 +58,17 @@ Status ColumnSums::allocate(std::int64_t count, std::uint32_t whole_share) {
 
 void ColumnSums::clear() {
   rows_ = 0;
+  has_sums_ = false;
   std::ranges::fill(whole_.pixels(), std::uint16_t{0});
-  std::ranges::fill(sums_.pixels(), std::uint64_t{0});
+}
+
+void ColumnSums::need_sums() {
+  if (!has_sums_) std::ranges::fill(sums_.pixels(), std::uint64_t{0});
+  has_sums_ = true;
 }
 
 void ColumnSums::add(Bytes row, std::uint32_t share) {
+  need_sums();
   kernels_.add_shares(row.data(), share, sums_.data(), std::ssize(row));
 }
 
@@ -80,6 +86,7 @@ void ColumnSums::add_whole(GreyOrColourRows& rows, int first, int last) {
 }
 
 void ColumnSums::flush() {
+  need_sums();
   if (rows_ == 0) return;
   kernels_.add_shares_16(whole_.data(), whole_share_, sums_.data(), std::ssize(sums_.pixels()));
   std::ranges::fill(whole_.pixels(), std::uint16_t{0});

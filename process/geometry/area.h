@@ -43,11 +43,13 @@ class ColumnSums {
 
  private:
   static constexpr int kTogether = 8;  // rows
+  void need_sums();
   void flush();
 
   GeometryKernels kernels_ = geometry_kernels();
   std::uint32_t whole_share_ = 1;  // of rows that lie within one row of the result
   int rows_ = 0;                   // of these that are not in the sums yet
+  bool has_sums_ = false;          // else they are from the row before
   RowBuffer<std::uint16_t, 4> whole_;
   RowBuffer<std::uint64_t> sums_;
 };
