@@ -2,6 +2,7 @@
 #include "process/geometry/kernels.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "core/numbers.h"
 
@@ -61,6 +62,13 @@ void weigh_down(const std::int16_t* const* rows, const std::int16_t* weights, in
   }
 }
 
+void turn_24(const std::uint8_t* const* rows, int count, int /*there*/, std::uint8_t* to,
+             std::ptrdiff_t to_stride) {
+  for (int i = 0; i < count; ++i, to += to_stride) {
+    for (int k = 0; k < 8; ++k) std::memcpy(to + 3 * k, rows[k] + 3 * i, 3);
+  }
+}
+
 template <int kSize>
 void blend_pixels(const Walk& walk, std::uint8_t* to, int count) {
   std::int64_t x = walk.x, y = walk.y;
@@ -89,6 +97,7 @@ constexpr GeometryKernels kPortableGeometryKernels{.add_rows = add_rows,
                                                    .halve = halve,
                                                    .weigh_along = weigh_along,
                                                    .weigh_down = weigh_down,
+                                                   .turn_24 = turn_24,
                                                    .blend = blend};
 
 GeometryKernels geometry_kernels() {

@@ -50,6 +50,11 @@ struct GeometryKernels {
   void (*weigh_down)(const std::int16_t* const* rows, const std::int16_t* weights, int count,
                      std::uint8_t* to, std::ptrdiff_t samples);
 
+  // Eight rows of 24 bits become columns: `count` pixels of each, `to_stride` apart. Of `there` pixels
+  // from the rows' begin on something may be read.
+  void (*turn_24)(const std::uint8_t* const* rows, int count, int there, std::uint8_t* to,
+                  std::ptrdiff_t to_stride);
+
   // Four neighbours by their distance in units of 1/256. Of pixels of 3 bytes, two more bytes behind
   // each row's neighbours are read.
   void (*blend)(const Walk& walk, int size, std::uint8_t* to, int count);

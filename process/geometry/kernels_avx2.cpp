@@ -177,6 +177,43 @@ TQ_KERNEL void weigh_down(const std::int16_t* const* rows, const std::int16_t* w
   kPortableGeometryKernels.weigh_down(rest, weights, count, to + i, samples - i);
 }
 
+// Lanes are four pixels of rows k and k + 4, each as 32 bits, and then four rows of one column each.
+TQ_KERNEL void turn_24(const std::uint8_t* const* rows, int count, int there, std::uint8_t* to,
+                       std::ptrdiff_t to_stride) {
+  alignas(16) static constexpr std::uint8_t kOpen[16] = {0, 1, 2, 128, 3, 4,  5,  128,
+                                                         6, 7, 8, 128, 9, 10, 11, 128};
+  // And back, four bytes being nothing.
+  alignas(16) static constexpr std::uint8_t kClose[16] = {0,  1,  2,  4,  5,   6,   8,   9,
+                                                          10, 12, 13, 14, 128, 128, 128, 128};
+  const Vector open = load_repeated(kOpen), close = load_repeated(kClose);
+  int i = 0;
+  for (; i + 4 <= count && i + 6 <= there; i += 4, to += 4 * to_stride) {
+    Vector pixels[4];
+    TQ_UNROLLED
+    for (int k = 0; k < 4; ++k) {
+      pixels[k] = shuffle8(load_lanes(rows[k] + 3 * i, rows[k + 4] + 3 * i), open);
+    }
+    const Vector a = interleave_low32(pixels[0], pixels[1]);
+    const Vector b = interleave_low32(pixels[2], pixels[3]);
+    const Vector c = interleave_high32(pixels[0], pixels[1]);
+    const Vector d = interleave_high32(pixels[2], pixels[3]);
+    const Vector columns[4] = {interleave_low64(a, b), interleave_high64(a, b),
+                               interleave_low64(c, d), interleave_high64(c, d)};
+    TQ_UNROLLED
+    for (int k = 0; k < 4; ++k) {
+      const Vector closed = shuffle8(columns[k], close);
+      std::uint8_t* const at = to + k * to_stride;
+      store_lane<0>(at, closed);
+      store_half<1>(at + 12, closed);
+      const auto last = static_cast<std::uint32_t>(_mm_extract_epi32(lane<1>(closed), 2));
+      std::memcpy(at + 20, &last, sizeof last);
+    }
+  }
+  const std::uint8_t* rest[8];
+  for (int k = 0; k < 8; ++k) rest[k] = rows[k] + 3 * i;
+  kPortableGeometryKernels.turn_24(rest, count - i, there - i, to, to_stride);
+}
+
 // Four places of a walk, and the next four.
 struct Steps {
   Vector x, y, x_step, y_step, size, stride, sign;
@@ -330,6 +367,7 @@ void add_avx2_kernels(GeometryKernels& kernels) {
              .halve = halve,
              .weigh_along = weigh_along,
              .weigh_down = weigh_down,
+             .turn_24 = turn_24,
              .blend = blend};
 }
 

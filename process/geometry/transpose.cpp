@@ -112,6 +112,12 @@ void TransposedRows::turn_pixels(int rows) {
         for (int at = 0; at < kBytes * rows; at += 64) __builtin_prefetch(next + at);
       }
     }
+    if constexpr (kBytes == 3) {
+      std::uint8_t* const to = rows_[0].data() + std::ptrdiff_t{3} * x;
+      const std::ptrdiff_t stride = rows > 1 ? rows_[1].data() - rows_[0].data() : 0;
+      kernels_.turn_24(from, rows, image_.width() - block_ * columns_, to, stride);
+      continue;
+    }
     for (int i = 0; i < rows; ++i) {
       std::uint8_t* const to = rows_[i].data() + std::ptrdiff_t{kBytes} * x;
       for (int k = 0; k < kGroup; ++k) {

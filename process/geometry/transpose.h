@@ -3,6 +3,7 @@
 
 #include "pixels/turn.h"
 #include "process/frame.h"
+#include "process/geometry/kernels.h"
 
 namespace tq::process {
 
@@ -25,6 +26,7 @@ class TransposedRows {
 
   const ImageSource& image_;
   pixels::Turn turn_;
+  GeometryKernels kernels_ = geometry_kernels();
   int columns_;     // of a block
   int block_ = -1;  // that `rows_` are of
   Row rows_[64];    // a column each

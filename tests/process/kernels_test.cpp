@@ -91,6 +91,10 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         k.add_shares_16(sums.data(), 77, shares.data(), samples);
         Bytes out(3 * static_cast<std::size_t>(samples) + 1, 0xA5);
         k.halve(in, below, size, out.data(), width);
+        const std::uint8_t* turned[8];
+        for (int i = 0; i < 8; ++i) turned[i] = in + 100 * i;
+        Bytes columns(static_cast<std::size_t>(24 * width));
+        k.turn_24(turned, width, width + width % 3, columns.data(), 24);
         k.weigh_down(down, weights.data(), width % kDown + 1, out.data() + samples, samples);
         // Both ways along rows that lie upwards.
         const std::ptrdiff_t stride = -4 * 20;
@@ -102,7 +106,7 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         k.weigh_along(in, size, {first.data(), weights.data(), kUsed, kStride}, along.data(),
                       width);
         along.resize(static_cast<std::size_t>(samples));
-        return std::tuple(sums, shares, out, along);
+        return std::tuple(sums, shares, out, columns, along);
       };
       EXPECT_EQ(with_features(true, run_all), with_features(false, run_all))
           << size << " " << width;
