@@ -6,6 +6,7 @@
 #include "process/geometry/grey_rows.h"
 #include "process/geometry/kernels.h"
 #include "process/geometry/sines.h"
+#include "process/geometry/turned_bits.h"
 #include "process/process.h"
 
 namespace tq::process {
@@ -193,6 +194,21 @@ void nearest_row(const Plane& plane, Fetch fetch, const Line& x, const Line& y, 
   }
 }
 
+// The same of 1 bit into a row's own bits, which are the outside's already; false where lines are not
+// along rows.
+bool nearest_bits(const Plane& plane, const Line& x, const Line& y, int width, Row out) {
+  const Span inside(Span(x, -128, 256 * std::int64_t{plane.width} - 128, width),
+                    Span(y, -128, 256 * std::int64_t{plane.height} - 128, width));
+  constexpr std::int64_t kToEdge = std::int64_t{128} << 24;
+  const Walk walk{
+      plane.top, plane.stride, x.exact(inside.first) + kToEdge, y.exact(inside.first) + kToEdge,
+      x.step,    y.step};
+  if (!keeps_to_rows(walk)) return false;
+  if (inside.first >= inside.last) return true;
+  copy_turned_bits(walk, std::abs(plane.stride), out, inside.first, inside.last);
+  return true;
+}
+
 // Whether pixels of 1 bit in a rectangle, clipped to the plane, all have one colour.
 bool is_one_colour(const Plane& plane, int left, int top, int right, int bottom, bool white) {
   left = std::max(left, 0);
@@ -314,6 +330,7 @@ class RotatedRows {
           smooth_bits(plane, x, y, width_, row);
           return clear_padding(row, width_, 1);
         }
+        if (nearest_bits(plane, x, y, width_, row)) return;
         return look_up(plane, Looked<1>{lookup_.data()}, x, y, row);
       case 4:
         return look_up(plane, Looked<4>{lookup_.data()}, x, y, row);
