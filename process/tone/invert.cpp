@@ -7,22 +7,6 @@
 namespace tq::process {
 namespace {
 
-// A change at the left edge comes or goes.
-Status invert_runs(ImageSource& image, ImageDraft& result) {
-  RowBuffer<std::uint16_t> buffer;
-  TQ_TRY(buffer.allocate(most_transitions(image.width()) + 1));
-  const std::span<std::uint16_t> room = buffer.pixels();
-  for (int y = 0; y < image.height(); ++y) {
-    TQ_TRY(image.next_row());
-    const std::int32_t count = row_transitions(image.record(), y, room.subspan(1));
-    const bool black = count > 0 && room[1] == 0;
-    room[0] = 0;
-    TQ_TRY(store_transitions(result.record(), y,
-                             black ? room.subspan(2, count - 1) : room.first(count + 1)));
-  }
-  return kOk;
-}
-
 template <class Word>
 void invert_word(const std::uint8_t* from, std::uint8_t* to) {
   Word word;
@@ -31,13 +15,41 @@ void invert_word(const std::uint8_t* from, std::uint8_t* to) {
   std::memcpy(to, &word, sizeof word);
 }
 
+// Rows are a multiple of 4 bytes.
+void invert_bytes(Bytes from, Row to) {
+  std::size_t at = 0;
+  for (; at + 8 <= from.size(); at += 8) {
+    invert_word<std::uint64_t>(from.data() + at, to.data() + at);
+  }
+  if (at < from.size()) invert_word<std::uint32_t>(from.data() + at, to.data() + at);
+}
+
+// A change at the left edge comes or goes.
+Status invert_runs(ImageSource& image, ImageDraft& result) {
+  RowBuffer<std::uint16_t> changes;  // after one at 0
+  RowBuffer<std::uint8_t> bits;
+  TQ_TRY(changes.allocate(most_transitions(image.width()) + 1));
+  TQ_TRY(bits.allocate(row_bytes(image.width(), 1)));
+  for (int y = 0; y < image.height(); ++y) {
+    TQ_TRY(image.next_row());
+    const RowView row = view_row(image.record(), y);
+    if (!row.bits.empty()) {
+      invert_bytes(row.bits, bits.pixels());
+      TQ_TRY(store_bits(result.record(), y, bits.pixels()));
+    } else if (!row.transitions.empty() && row.transitions[0] == 0) {
+      TQ_TRY(store_transitions(result.record(), y, row.transitions.subspan(1)));
+    } else {
+      const std::size_t count = row.transitions.size();
+      std::copy_n(row.transitions.data(), count, changes.data() + 1);
+      TQ_TRY(store_transitions(result.record(), y, changes.pixels().first(count + 1)));
+    }
+  }
+  return kOk;
+}
+
 Status invert_rows(ImageSource& image, ImageDraft& result) {
   return make_single_rows(result, image, [&](int y, Row row) {
-    // A row is a multiple of 4 bytes.
-    const std::uint8_t* const from = plain_row(image.record(), y).data();
-    std::size_t at = 0;
-    for (; at + 8 <= row.size(); at += 8) invert_word<std::uint64_t>(from + at, row.data() + at);
-    if (at < row.size()) invert_word<std::uint32_t>(from + at, row.data() + at);
+    invert_bytes(plain_row(image.record(), y), row);
     clear_padding(row, image.width(), image.bits());
   });
 }
