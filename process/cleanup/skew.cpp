@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 
 #include "process/cleanup/text_ink.h"
 #include "process/geometry/geometry.h"
@@ -31,8 +32,11 @@ class Columns {
   int count() const { return count_; }
   int column_width() const { return column_width_; }
   std::int64_t edges() const { return edges_; }
+  // With rows of nothing at the end, to a multiple of kBlock.
   int rows() const { return rows_; }
   const std::uint8_t* column(int i) const { return cells_.data() + i * std::ptrdiff_t{rows_}; }
+
+  static constexpr int kBlock = 16;
 
  private:
   int column_width_ = 8, count_ = 0, rows_ = 0;
@@ -42,14 +46,15 @@ class Columns {
 
 Status Columns::allocate(const InkPage& page, int column_width) {
   column_width_ = column_width;
-  rows_ = page.height();
+  const int height = page.height();
+  rows_ = (height - 1) / kBlock * kBlock + kBlock;
   count_ = (page.width() - 1) / column_width + 1;
   TQ_TRY(cells_.allocate(std::int64_t{count_} * rows_));
   const int parts = 8 / column_width, mask = (1 << column_width) - 1;
-  for (int y = 0; y < rows_; ++y) {
+  for (int y = 0; y < height; ++y) {
     const Bytes row = page.row(y);
     for (int i = 0; i < count_; i += parts) {
-      const int below = y + 1 < rows_ ? page.row(y + 1)[i / parts] : 255;
+      const int below = y + 1 < height ? page.row(y + 1)[i / parts] : 255;
       const unsigned edges = ~unsigned{row[i / parts]} & below;
       if (edges == 0) continue;
       edges_ += std::popcount(edges);
@@ -60,6 +65,16 @@ Status Columns::allocate(const InkPage& page, int column_width) {
     }
   }
   return kOk;
+}
+
+// Adds a block of a column to the profile. Copies, so that a compiler need not fear that they overlap.
+void add_block(std::uint16_t* profile, const std::uint8_t* column) {
+  std::array<std::uint16_t, Columns::kBlock> sums;
+  std::array<std::uint8_t, Columns::kBlock> more;
+  std::memcpy(sums.data(), profile, sizeof sums);
+  std::memcpy(more.data(), column, sizeof more);
+  for (int i = 0; i < Columns::kBlock; ++i) sums[i] = word(sums[i] + more[i]);
+  std::memcpy(profile, sums.data(), sizeof sums);
 }
 
 class Scores {
@@ -83,7 +98,7 @@ class Scores {
       const int whole = static_cast<int>(shift + (shift < 0 ? -0.5 : 0.5));
       std::uint16_t* const out = profile_.data() + margin_ - whole;
       const std::uint8_t* const in = columns_.column(i);
-      for (int y = 0; y < rows; ++y) out[y] = word(out[y] + in[y]);
+      for (int y = 0; y < rows; y += Columns::kBlock) add_block(out + y, in + y);
     }
     std::int64_t score = 0;
     for (std::size_t y = 0; y + 1 < profile_.size(); ++y) {
