@@ -82,7 +82,7 @@ class BlockCounts {
   RowBuffer<std::uint32_t> counts_, changes_;
 };
 
-void InkPage::choose_blocks(const ImageSource& image) {
+void InkPage::choose_blocks(const ImageSource& image, bool fine) {
   const Resolution resolution = resolution_of(image.record());
   double ratio = 1;  // of a pixel's width to its height on paper
   if (resolution.x > 0 && resolution.y > 0) ratio = double{1} * resolution.y / resolution.x;
@@ -94,6 +94,7 @@ void InkPage::choose_blocks(const ImageSource& image) {
   };
   block_width_ = pixels(wide, image.width());
   block_height_ = pixels(high, image.height());
+  if (fine && block_width_ > 1 && block_height_ > 1) block_width_ /= 2, block_height_ /= 2;
   aspect_ = ratio * block_width_ / block_height_;
   width_ = (image.width() - 1) / block_width_ + 1;
   height_ = (image.height() - 1) / block_height_ + 1;
@@ -101,7 +102,7 @@ void InkPage::choose_blocks(const ImageSource& image) {
 
 Status InkPage::find(ImageSource& image, Reports reports, InkRule rule) {
   if (!can_be_searched(image)) return StatusCode::wrong_depth;
-  choose_blocks(image);
+  choose_blocks(image, rule.fine);
   TQ_TRY(allocate());
   return image.bits() == 1 ? find_black(image, reports) : find_dark(image, reports, rule);
 }
@@ -129,6 +130,41 @@ Status InkPage::transpose(const InkPage& page) {
     }
   }
   return kOk;
+}
+
+Status InkPage::level(const InkPage& page, double slope) {
+  width_ = page.width_;
+  height_ = page.height_;
+  block_width_ = page.block_width_;
+  block_height_ = page.block_height_;
+  aspect_ = page.aspect_;
+  RowBuffer<std::int32_t> falls;
+  TQ_TRY(falls.allocate(width_));
+  for (int x = 0; x < width_; ++x) {
+    const double fall = slope * (x - width_ / 2);
+    falls[x] = static_cast<std::int32_t>(fall + (fall < 0 ? -0.5 : 0.5));
+  }
+  TQ_TRY(allocate());
+  std::ranges::fill(bits_.pixels(), std::uint8_t{0xFF});
+  for (int y = 0; y < height_; ++y) {
+    const Row from = page.row(y);
+    for (int i = 0; 8 * i < width_; ++i) {
+      for (unsigned ink = from[i] ^ 0xFFu; ink != 0; ink &= ink - 1) {
+        const int bit = std::countr_zero(ink), to = y - falls[8 * i + 7 - bit];
+        if (to >= 0 && to < height_) row(to)[i] ^= byte(1 << bit);
+      }
+    }
+  }
+  return kOk;
+}
+
+bool InkPage::has_ink(int left, int top, int right, int bottom) const {
+  for (int y = std::max(top, 0); y < std::min(bottom, height_); ++y) {
+    for (int x = std::max(left, 0); x < std::min(right, width_); ++x) {
+      if (has_ink(x, y)) return true;
+    }
+  }
+  return false;
 }
 
 // Ink where at least half of a block is.

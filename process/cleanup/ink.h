@@ -16,6 +16,9 @@ struct InkRule {
   int level = kByOtsu;
 
   static constexpr int kByOtsu = -1;
+
+  // Blocks of half the sides, where the image's pixels are that small.
+  bool fine = false;
 };
 
 // 1 bit, grey or colours; not 16 bits.
@@ -42,6 +45,9 @@ class InkPage {
   // The other page with its columns as rows; of tiles nothing is known.
   Status transpose(const InkPage& page);
 
+  // The other page with its columns moved up by `slope` of a row each, from the middle; likewise.
+  Status level(const InkPage& page, double slope);
+
   int width() const { return width_; }
   int height() const { return height_; }
   // Pixels of the image to a block; the last block of a row or column may have fewer.
@@ -55,6 +61,8 @@ class InkPage {
     return bits_.pixels().subspan(static_cast<std::size_t>(y) * row_bytes_, row_bytes_);
   }
   bool has_ink(int x, int y) const { return (row(y)[x / 8] >> (7 - x % 8) & 1) == 0; }
+  // Whether there is some in the columns and rows before the last two.
+  bool has_ink(int left, int top, int right, int bottom) const;
 
   // Whether a place is dark as a whole, as pictures are and what is around a sheet: not known of 1 bit.
   bool is_dark(int x, int y) const {
@@ -62,7 +70,7 @@ class InkPage {
   }
 
  private:
-  void choose_blocks(const ImageSource& image);
+  void choose_blocks(const ImageSource& image, bool fine);
   Status allocate();
   Status find_black(ImageSource& image, Reports reports);
   Status find_dark(ImageSource& image, Reports reports, InkRule rule);

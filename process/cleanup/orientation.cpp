@@ -1,15 +1,16 @@
-// Text is sideways where its lines show across the page, and upside down where more of its letters
-// reach below the line than above it: there are more of b d f h k l t and capitals than of g j p q y.
-#include "process/cleanup/orientation.h"
-
+// Which way up a page of text is. Its lines show along it or across it. Of a line, dots and accents stand
+// above the letters in nearly every script; more letters rise above the others than hang below them in
+// Latin script, and the reverse in Cyrillic, which therefore never decides by itself; Indian letters
+// hang from a bar; and full stops stand at the foot.
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdlib>
-#include <utility>
 
+#include "process/cleanup/components.h"
+#include "process/cleanup/ink.h"
 #include "process/cleanup/skew.h"
 #include "process/cleanup/text_ink.h"
+#include "process/cleanup/text_lines.h"
 #include "process/geometry/geometry.h"
 #include "process/geometry/sines.h"
 #include "process/process.h"
@@ -17,155 +18,168 @@
 namespace tq::process {
 namespace {
 
-constexpr int kStrip = 96;                         // columns, about an inch
-constexpr int kLowestLine = 5, kHighestLine = 45;  // rows
-constexpr double kClearly = 1.3;                   // of lines along and across
 constexpr int kRange = 1500;
-constexpr double kFewestLines = 20, kCertain = 5;  // lines of a strip; standard errors
-constexpr double kLeastLean = 0.03, kMostLean = 0.12, kMostDeviation = 0.12;  // of a line's ink
+constexpr int kLeastLines = 200;  // confidence
+constexpr int kClearly = 2;       // of what is found along and across
+constexpr double kCertain = 5;    // standard errors
 
-// The ink of a page in strips, made level: counts per strip and row.
-class Strips {
+// What is counted on a page, of those that speak for it lying upright and those against it.
+struct Pairs {
+  int upright = 0, upside_down = 0;
+
+  void add(bool speaks_for) { ++(speaks_for ? upright : upside_down); }
+  // In standard errors of as many that are tossed.
+  double excess(double most) const {
+    const double all = upright + upside_down;
+    return all > 0 ? std::clamp((upright - upside_down) / std::sqrt(all), -most, most) : 0;
+  }
+};
+
+// Free columns beside a mark among the letters of its line.
+int room_beside(const InkPage& page, const TextLine& line, int x, int step) {
+  const int most = line.height();
+  int room = 0;
+  while (room < most && !page.has_ink(x, line.upper, x + 1, line.lower)) ++room, x += step;
+  return room;
+}
+
+class Evidence {
  public:
-  int rows() const { return rows_; }
-  int count() const { return count_; }
-  std::span<const std::uint16_t> strip(int i) const {
-    return ink_.pixels().subspan(static_cast<std::size_t>(i) * rows_,
-                                 static_cast<std::size_t>(rows_));
-  }
+  // `page` lies level.
+  Status gather(const InkPage& page, double inch);
 
-  // `slope`: rows that lines fall by in a column.
-  Status measure(const InkPage& page, double slope) {
-    rows_ = page.height();
-    count_ = (page.width() - 1) / kStrip + 1;
-    TQ_TRY(ink_.allocate(std::int64_t{count_} * rows_));
-    const int middle = page.width() / 2;
-    for (int y = 0; y < rows_; ++y) {
-      const Row row = page.row(y);
-      const int bytes = (page.width() + 7) / 8;
-      for (int i = 0; i < bytes; ++i) {
-        if (row[i] == 0xFF) continue;
-        const double fall = slope * (8 * i + 4 - middle);
-        const int level = y - static_cast<int>(fall + (fall < 0 ? -0.5 : 0.5));
-        if (level < 0 || level >= rows_) continue;
-        std::uint16_t& place = ink_[8 * i / kStrip * std::ptrdiff_t{rows_} + level];
-        place = word(place + std::popcount(static_cast<unsigned>(row[i] ^ 0xFF)));
-      }
-    }
-    return kOk;
-  }
-
-  // How clearly there are lines.
-  double lines() const {
-    double sum = 0;
-    for (int i = 0; i < count_; ++i) {
-      const std::span<const std::uint16_t> ink = strip(i);
-      for (std::size_t y = 0; y + 1 < ink.size(); ++y) {
-        const double difference = double{1} * ink[y + 1] - ink[y];
-        sum += difference * difference;
-      }
-    }
-    return sum;
+  // Signed, in standard errors: above 0 for upright. Letters only add to what else is found: what they
+  // tell of Latin script is the reverse of what they tell of Cyrillic.
+  double certainty() const {
+    const double marks = dots_.excess(kMostByDots) + stops() + bars();
+    const double letters = letters_.excess(2 * kMostByLetters) / 2;
+    return std::abs(marks) < kLeastMarks || marks * (marks + letters) <= 0 ? 0 : marks + letters;
   }
 
  private:
-  int rows_ = 0, count_ = 0;
-  RowBuffer<std::uint16_t> ink_;
+  static constexpr double kMostByDots = 12, kMostByLetters = 4, kLeastMarks = 2.5;
+  static constexpr double kMostByStops = 6, kMostByMixedStops = 2;
+  static constexpr int kFewestStops = 16, kPure = 8;
+  static constexpr double kLeastBars = 0.6, kBarWeight = 8;
+  static constexpr std::size_t kFewestBarLines = 15;
+
+  double bars() const { return std::abs(bars_) < kLeastBars ? 0 : kBarWeight * bars_; }
+  // Pieces of broken letters look like full stops, at either side.
+  double stops() const {
+    const auto [less, more] = std::minmax(stops_.upright, stops_.upside_down);
+    if (more >= kFewestStops && more >= kPure * less) return stops_.excess(kMostByStops);
+    return stops_.excess(2 * kMostByMixedStops) / 2;
+  }
+  void judge(const InkPage& page, const TextLine& line, const Component& c);
+  void judge_mark(const InkPage& page, const TextLine& line, const Component& c);
+
+  Pairs letters_, dots_, stops_;
+  double bars_ = 0;
 };
 
-// What speaks for upright lines, and against it.
-struct Evidence {
-  double lines = 0, sum = 0, squares = 0;
+Status Evidence::gather(const InkPage& page, double inch) {
+  TextLines lines;
+  TQ_TRY(lines.find(page, inch));
+  if (lines.count() >= kFewestBarLines) {
+    bars_ = (lines.bars_above() - lines.bars_below()) / static_cast<double>(lines.count());
+  }
+  Components components(Components::Neighbours::eight, Components::Colour::black);
+  TQ_TRY(find_components(page, components));
+  for (const Component& c : components.all()) {
+    const TextLine* const line = lines.at((c.left + c.right) / 2, (c.top + c.bottom) / 2);
+    if (line != nullptr) judge(page, *line, c);
+  }
+  return kOk;
+}
 
-  void add(double value) {
-    ++lines;
-    sum += value;
-    squares += value * value;
+void Evidence::judge(const InkPage& page, const TextLine& line, const Component& c) {
+  const double high = line.height();
+  const int height = c.bottom - c.top, width = c.right - c.left;
+  if (height <= 0.5 * high) {
+    if (c.pixels > 1 && width <= 0.6 * high) judge_mark(page, line, c);
+    return;
   }
-  double mean() const { return lines > 0 ? sum / lines : 0; }
-  // How sure the mean's sign is, in its standard errors; 0 where lines tell too little: Greek and
-  // Cyrillic lean a little to the wrong side, Chinese lines differ too much from each other, and rows
-  // that hold most of a line are head lines or underlines, of which nobody knows which.
-  double certainty() const {
-    if (lines < kFewestLines) return 0;
-    const double variance = squares / lines - mean() * mean(), lean = std::abs(mean());
-    const bool tells = lean >= kLeastLean && lean <= kMostLean && variance > 0 &&
-                       variance <= kMostDeviation * kMostDeviation;
-    return tells ? mean() / std::sqrt(variance / lines) : 0;
+  if (height < 0.6 * high || height > 2.5 * high || width > 6 * high) return;
+  const bool rises = c.top < line.upper - 0.2 * high;
+  const bool hangs = c.bottom > line.lower + 0.2 * high;
+  if (rises != hangs) letters_.add(rises);
+}
+
+// Dots and accents stand over a letter in most scripts; full stops and commas stand alone at the foot of
+// the line.
+void Evidence::judge_mark(const InkPage& page, const TextLine& line, const Component& c) {
+  const double high = line.height();
+  const bool over = page.has_ink(c.left, c.bottom, c.right, line.lower);
+  const bool under = page.has_ink(c.left, line.upper, c.right, c.top);
+  if (over != under) {
+    if (over && c.bottom <= line.upper + 0.15 * high) dots_.add(true);
+    if (under && c.top >= line.lower - 0.15 * high) dots_.add(false);
+    return;
   }
+  if (over) return;
+  const double near = std::max(1.0, 0.12 * high);
+  const auto stands = [&](double from_foot, double reach) {
+    return from_foot <= near && reach > 0.05 * high && reach <= 0.45 * high;
+  };
+  const bool low = stands(line.lower - c.bottom, line.lower - c.top);
+  if (!low && !stands(c.top - line.upper, c.bottom - line.upper)) return;
+  // Not a piece of a letter: there is a space beside it, or some room on both sides.
+  const int left = room_beside(page, line, c.left - 1, -1);
+  const int right = room_beside(page, line, c.right, 1);
+  const int less = std::min(left, right), more = std::max(left, right);
+  if (less < std::max(1.0, 0.06 * high)) return;
+  if (more >= 0.35 * high || less >= 0.15 * high) stops_.add(low);
+}
+
+struct Orientation {
+  int angle = 0;  // the turn that makes it upright: 0, 9000, 18000 or 27000
+  int confidence = 0;
 };
 
-// One line of text of a strip, by the ink of its rows.
-void judge_line(std::span<const std::uint16_t> ink, Evidence& evidence) {
-  const int rows = static_cast<int>(ink.size());
-  int rise = 0, fall = 0, most_rise = -1, most_fall = -1, total = 0;
-  for (int y = 0; y <= rows; ++y) {
-    const int above = y > 0 ? ink[y - 1] : 0, here = y < rows ? ink[y] : 0;
-    if (here - above > most_rise) most_rise = here - above, rise = y;
-    if (above - here >= most_fall) most_fall = above - here, fall = y;
-    total += here;
-  }
-  if (fall <= rise + 1 || total < 3 * kStrip / 2) return;
-  int above = 0, below = 0;
-  for (int y = 0; y < rise; ++y) above += ink[y];
-  for (int y = fall; y < rows; ++y) below += ink[y];
-  evidence.add(double{1} * (above - below) / total);
-}
-
-Evidence judge(const Strips& strips) {
-  Evidence evidence;
-  for (int i = 0; i < strips.count(); ++i) {
-    const std::span<const std::uint16_t> ink = strips.strip(i);
-    int start = -1;
-    for (int y = 0; y <= strips.rows(); ++y) {
-      const bool has_ink = y < strips.rows() && ink[y] > 0;
-      if (has_ink && start < 0) start = y;
-      if (has_ink || start < 0) continue;
-      const int high = y - start;
-      if (high >= kLowestLine && high <= kHighestLine) {
-        judge_line(ink.subspan(static_cast<std::size_t>(start), static_cast<std::size_t>(high)),
-                   evidence);
-      }
-      start = -1;
-    }
-  }
-  return evidence;
-}
-
-}  // namespace
-
-Status find_orientation(const InkPage& text, int marks, Orientation& orientation) {
-  orientation = {};
-  InkPage across;
+Status find_orientation(ImageSource& image, InkPage::Reports reports, Orientation& orientation) {
+  InkPage text, ink;
+  int marks = 0;
+  TQ_TRY(text.find(image, reports));
+  TQ_TRY(keep_text(text, marks));
+  if (marks == 0) return kOk;
+  TQ_TRY(ink.find(image, InkPage::Reports::none, {.fine = true}));
+  TQ_TRY(keep_near(ink, text));
+  InkPage across, ink_across;
   TQ_TRY(across.transpose(text));
-  const InkPage* pages[] = {&text, &across};
-  Strips strips[2];
-  double strength[2];
+  TQ_TRY(ink_across.transpose(ink));
+  const InkPage* const pages[] = {&text, &across};
+  const InkPage* const inks[] = {&ink, &ink_across};
+  Skew skews[2];
+  for (int i = 0; i < 2; ++i) TQ_TRY(find_lines(*pages[i], marks, kRange, skews[i]));
+  double certain[2] = {};
   for (int i = 0; i < 2; ++i) {
-    Skew skew;
-    TQ_TRY(find_lines(*pages[i], marks, kRange, skew));
-    TQ_TRY(strips[i].measure(*pages[i], -tangent(skew.angle) * pages[i]->aspect()));
-    strength[i] = strips[i].lines();
+    const Skew& lines = skews[i];
+    if (lines.confidence < kLeastLines || lines.confidence * kClearly < skews[1 - i].confidence)
+      continue;
+    InkPage level;
+    TQ_TRY(level.level(*inks[i], -tangent(lines.angle) * inks[i]->aspect()));
+    Evidence evidence;
+    TQ_TRY(evidence.gather(level, double{1} * pages[i]->block_height() / level.block_height()));
+    certain[i] = evidence.certainty();
   }
-  const int sideways = strength[1] > strength[0] ? 1 : 0;
-  if (strength[sideways] < kClearly * strength[1 - sideways]) return kOk;
-  const double certainty = judge(strips[sideways]).certainty();
+  const int sideways = std::abs(certain[1]) > std::abs(certain[0]) ? 1 : 0;
+  const double certainty = certain[sideways];
+  if (std::abs(certainty) < kClearly * std::abs(certain[1 - sideways])) return kOk;
   if (std::abs(certainty) < kCertain) return kOk;
   // Of the transposed page the rows are columns from the left: what stands on its head there reads
   // downwards, and a turn back by a quarter makes it upright.
   const int upright = sideways == 0 ? 0 : 9000, upside_down = sideways == 0 ? 18000 : 27000;
   orientation.angle = certainty > 0 ? upright : upside_down;
-  orientation.confidence = static_cast<int>(std::min(100 * std::abs(certainty), 1e6));
+  orientation.confidence = static_cast<int>(100 * std::abs(certainty));
   return kOk;
 }
 
+}  // namespace
+
 Status find_orientation(ImageSource& image, std::int32_t& angle, std::int32_t& confidence) {
-  InkPage page;
-  int marks = 0;
-  TQ_TRY(page.find(image, InkPage::Reports::source_rows));
-  TQ_TRY(keep_text(page, marks));
+  if (!can_be_searched(image)) return StatusCode::wrong_depth;
   Orientation found;
-  TQ_TRY(find_orientation(page, marks, found));
+  TQ_TRY(find_orientation(image, InkPage::Reports::source_rows, found));
   angle = found.angle;
   confidence = found.confidence;
   return Status::from_raw(found.confidence > 0 ? 1 : 0);
@@ -176,12 +190,8 @@ Status auto_orient_bitmap(ImageSource& image, std::int32_t least, std::int32_t& 
   release_display_cache(image.record());
   if (!can_be_searched(image)) return StatusCode::wrong_depth;
   if (least < kUsual) return StatusCode::unsupported;
-  InkPage page;
-  int marks = 0;
-  TQ_TRY(page.find(image, InkPage::Reports::none));
-  TQ_TRY(keep_text(page, marks));
   Orientation found;
-  TQ_TRY(find_orientation(page, marks, found));
+  TQ_TRY(find_orientation(image, InkPage::Reports::none, found));
   const bool turns = found.confidence > 0 && found.angle != 0 &&
                      found.confidence >= (least == kUsual ? kUsualLeast : least);
   angle = turns ? found.angle : 0;

@@ -12,6 +12,7 @@ constexpr int kSpeck = 2;    // pixels
 constexpr int kFewest = 12;  // components
 constexpr int kBlot = 16, kStroke = 8;
 constexpr int kHighest = 60;  // of what is filled, hundredths of an inch
+constexpr int kNear = 8, kHighestWord = 60, kWidestWord = 250;
 
 void whiten(Row bits, int first, int end) {
   for (int x = first; x < end; ++x) bits[x / 8] |= byte(0x80 >> x % 8);
@@ -78,18 +79,23 @@ bool may_be_text(const Component& c, const Texture& texture, const InkPage& page
 
 }  // namespace
 
+Status find_components(const InkPage& page, Components& components) {
+  RowBuffer<std::int32_t> changes;
+  TQ_TRY(changes.allocate(most_transitions(page.width())));
+  for (int y = 0; y < page.height(); ++y) {
+    const std::int32_t count = bits_to_transitions(page.row(y), page.width(), changes.pixels());
+    TQ_TRY(components.add_row(changes.pixels().first(count), page.width()));
+  }
+  components.settle();
+  return kOk;
+}
+
 Status keep_text(InkPage& page, int& marks) {
-  const int width = page.width(), height = page.height();
+  const int height = page.height();
   ScreenedTiles screened;
   TQ_TRY(screened.find(page));
   Components components(Components::Neighbours::eight, Components::Colour::black);
-  RowBuffer<std::int32_t> changes;
-  TQ_TRY(changes.allocate(most_transitions(width)));
-  for (int y = 0; y < height; ++y) {
-    const std::int32_t count = bits_to_transitions(page.row(y), width, changes.pixels());
-    TQ_TRY(components.add_row(changes.pixels().first(count), width));
-  }
-  components.settle();
+  TQ_TRY(find_components(page, components));
   const std::span<Component> all = components.all();
   RowBuffer<Texture> textures;
   TQ_TRY(textures.allocate(std::ssize(all)));
@@ -111,6 +117,42 @@ Status keep_text(InkPage& page, int& marks) {
   for (int y = 0; y < height; ++y) {
     for (const Run& run : components.row(y)) {
       if (marks == 0 || all[run.component].mark == 0) whiten(page.row(y), run.first, run.end);
+    }
+  }
+  return kOk;
+}
+
+Status keep_near(InkPage& page, const InkPage& text) {
+  // Tiles of 8 x 8 of the text's blocks; one more around them is near.
+  const int columns = (text.width() - 1) / kNear + 3, rows = (text.height() - 1) / kNear + 3;
+  RowBuffer<std::uint8_t> near;
+  TQ_TRY(near.allocate(columns * std::int64_t{rows}));
+  for (int y = 0; y < text.height(); ++y) {
+    const Row row = text.row(y);
+    for (int x = 0; kNear * x < text.width(); ++x) {
+      if (row[x] == 0xFF) continue;
+      for (int k = 0; k < 3; ++k) {
+        std::fill_n(near.data() + (y / kNear + k) * std::ptrdiff_t{columns} + x, 3,
+                    std::uint8_t{1});
+      }
+    }
+  }
+  Components components(Components::Neighbours::eight, Components::Colour::black);
+  TQ_TRY(find_components(page, components));
+  const auto tile = [](int block, int size, int text_size, int most) {
+    const std::int64_t at = (block + std::int64_t{1}) * size / text_size / kNear + 1;
+    return static_cast<int>(std::min<std::int64_t>(at, most));
+  };
+  for (Component& c : components.all()) {
+    const int x = tile((c.left + c.right) / 2, page.block_width(), text.block_width(), columns - 1);
+    const int y = tile((c.top + c.bottom) / 2, page.block_height(), text.block_height(), rows - 1);
+    const bool large = c.height() * page.block_height() > kHighestWord * text.block_height() ||
+                       c.width() * page.block_width() > kWidestWord * text.block_width();
+    c.mark = !large && near[y * std::ptrdiff_t{columns} + x] != 0 ? 1 : 0;
+  }
+  for (int y = 0; y < page.height(); ++y) {
+    for (const Run& run : components.row(y)) {
+      if (components.all()[run.component].mark == 0) whiten(page.row(y), run.first, run.end);
     }
   }
   return kOk;

@@ -232,16 +232,14 @@ TEST(Skew, IsThatOfTheTextAndNotOfTheSheet) {
 }
 
 TEST(PageOrientation, IsToldOfATextPageAndItsTurns) {
-  for (const bool even : {false, true}) {
+  for (const int tilt : {0, 150, -800}) {
     for (int quarter = 0; quarter < 4; ++quarter) {
-      SCOPED_TRACE(testing::Message() << quarter << " quarters, " << even);
-      const Image page(text_page(60, 0, even ? kEvenWords : kWords));
-      // Letters of one width stand below each other on a page that is straight.
-      ASSERT_EQ(IMG_rotate_bitmap(page.get(), 150, -1, 1), IMG_OK);
+      SCOPED_TRACE(testing::Message() << quarter << " quarters and " << tilt);
+      const Image page(text_page(60, 0, quarter % 2 == 0 ? kEvenWords : kWords));
+      ASSERT_EQ(IMG_rotate_bitmap(page.get(), tilt, -1, 1), IMG_OK);
       ASSERT_EQ(IMG_rotate_bitmap(page.get(), 9000 * quarter, -1, 0), IMG_OK);
       const int expected = (4 - quarter) % 4 * 9000;
       const Found found = find_orientation(page.get());
-      if (!even && found.status == 0) continue;  // left alone
       EXPECT_EQ(found.status, 1);
       EXPECT_EQ(found.angle, expected);
       EXPECT_GE(found.confidence, 500);
@@ -253,19 +251,82 @@ TEST(PageOrientation, IsToldOfATextPageAndItsTurns) {
   }
 }
 
+// Letters of a script between y and y + 9, each as long as n and u.
+struct Script {
+  const char* name;
+  bool tells;  // which way up it is
+  void (*add)(Page& page, int x, int y, int number);
+};
+
+constexpr auto kRising = [](Page& page, int x, int y, int number) {
+  if (number % 4 == 0) page.draw(x, y - 5, 2, 5);
+};
+constexpr auto kDots = [](Page& page, int x, int y, int number) {
+  if (number % 6 == 1) page.draw(x + 2, y - 5, 3, 3);
+};
+const Script kScripts[] = {
+    {"plain", false, [](Page&, int, int, int) {}},
+    {"rising", false, kRising},
+    {"dots", true, kDots},
+    {"rising and dots", true,
+     [](Page& page, int x, int y, int number) {
+       kRising(page, x, y, number), kDots(page, x, y, number);
+     }},
+    {"hanging, few dots", false,
+     [](Page& page, int x, int y, int number) {
+       if (number % 4 == 0) page.draw(x, y + 9, 2, 5);
+       if (number % 97 == 1) page.draw(x + 2, y - 5, 3, 3);
+     }},
+    {"as many dots above as below", false,
+     [](Page& page, int x, int y, int number) {
+       kDots(page, x, y, number);
+       if (number % 6 == 2) page.draw(x + 2, y + 11, 3, 3);
+     }},
+    {"full stops", false,
+     [](Page& page, int x, int y, int number) {
+       if (number % 11 == 9) page.draw(x + 10, y + 7, 2, 2);
+     }},
+    {"bars", true, [](Page& page, int x, int y, int) { page.draw(x - 1, y - 2, 10, 3); }},
+};
+
+TEST(PageOrientation, IsToldByMarksAndBarsAndNotByWhatDiffersBetweenScripts) {
+  for (const Script& script : kScripts) {
+    Page page(827, 1169);
+    Noise noise;
+    for (int y = 90, number = 0; y < 1080; y += 24) {
+      for (int x = 80 + noise.below(5); x < 730; x += 9, ++number) {
+        page.draw(x, y, 2, 9), page.draw(x + 5, y, 2, 9);
+        page.draw(x, y + noise.below(2) * 7, 7, 2);
+        script.add(page, x, y, number);
+        if (number % 11 == 9 || noise.below(7) == 0) x += 8 + noise.below(6);
+      }
+    }
+    for (int quarter = 0; quarter < 4; ++quarter) {
+      SCOPED_TRACE(testing::Message() << script.name << ", " << quarter);
+      const KeptImage image(page.dib());
+      ASSERT_EQ(IMG_rotate_bitmap(image.handle(), 9000 * quarter, -1, 0), IMG_OK);
+      const Found found = find_orientation(image.handle());
+      EXPECT_EQ(found.status, script.tells ? 1 : 0);
+      EXPECT_EQ(found.angle, script.tells ? (4 - quarter) % 4 * 9000 : 0);
+    }
+  }
+}
+
 // Counted pixel by pixel.
 TEST(InkPage, BlocksAreInkWhereHalfOfThemIs) {
   for (const auto& [width, height] :
        {std::pair(1, 1), std::pair(70, 3600), std::pair(2999, 130), std::pair(64, 64)}) {
     for (const bool in_runs : {false, true}) {
       for (const int number : {0, 2, 3}) {
+        const bool fine = number == 3;
         const KeptImage image({1, 0, in_runs}, width, height, number);
         const Page black = Page::of(image.handle());
         process::ImageSource source{ImageHandle{image.handle()}};
         process::InkPage page;
-        ASSERT_TRUE(page.find(source, process::InkPage::Reports::none).ok());
+        ASSERT_TRUE(page.find(source, process::InkPage::Reports::none, {.fine = fine}).ok());
         const int side = page.block_width();
-        EXPECT_EQ(side, std::max(1, static_cast<int>(std::max(width, height) / 1170.0 + 0.5)));
+        const int usual = std::max(1, static_cast<int>(std::max(width, height) / 1170.0 + 0.5));
+        EXPECT_EQ(side, fine && usual > 1 ? usual / 2 : usual);
         for (int y = 0; y < page.height(); ++y) {
           for (int x = 0; x < page.width(); ++x) {
             int ink = 0, all = 0;
