@@ -103,6 +103,58 @@ void write_append_seeds() {
   IMGLOW_set_fileio(nullptr, nullptr, nullptr);
 }
 
+// ---- What nobody writes so that it is short -----------------------------------------------------
+
+// A metafile that draws something with every record.
+void write_drawing_seeds() {
+  const std::vector<int> head = {0xCDD7, 0x9AC6, 0, 0,     0, 60, 40, 96, 0, 0,
+                                 0,      1,      9, 0x300, 0, 0,  8,  0,  0, 0};
+  const std::vector<std::vector<int>> records = {
+      {0x0103, 8},
+      {0x020C, 40, 60},
+      {0x02FA, 0, 3, 0, 255, 0},
+      {0x02FC, 2, 255, 0, 5},
+      {0x02FB, -12, 0, 300, 300, 700, 1, 1, 0, 0},
+      {0x0142, 5, 0, 40, 0, 8, 0, 2,   0, 1,      1, 0,    0, 0,    0, 0,
+       0,      0, 0, 0,  0, 0, 0, 255, 0, 0xFF00, 0, 0x80, 0, 0x40, 0},
+      {0x01F9, 0, 2, 2, 2, 0x101, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0x40},
+      {0x06FF, 0, 6, 0, 0, 0, 0, 0, 5, 5, 50, 30},
+      {0x012D, 0},
+      {0x012D, 3},
+      {0x012D, 2},
+      {0x001E},
+      {0x0416, 30, 50, 5, 5},
+      {0x0415, 20, 20, 10, 10},
+      {0x0220, 2, 2},
+      {0x0817, 5, 5, 30, 30, 35, 50, 5, 5},
+      {0x081A, 5, 5, 30, 30, 35, 50, 5, 5},
+      {0x0830, 5, 5, 30, 30, 35, 50, 5, 5},
+      {0x061C, 9, 9, 35, 50, 5, 5},
+      {0x0127, -1},
+      {0x012C, 5},
+      {0x012E, 25},
+      {0x0521, 3, 0x4241, 0x43, 10, 10},
+      {0x0A32, 10, 10, 2, 6, 0, 0, 60, 40, 0x4241, 9, 12},
+      {0x0538, 2, 3, 3, 0, 0, 20, 0, 20, 20, 5, 5, 40, 5, 40, 30},
+      {0x061D, 0x21, 0xF0, 20, 30, 5, 5},
+      {0x0104, 7},
+      {0x0213, 40, 60}};
+  const auto put = [](Bytes& file, int value) {
+    file.push_back(static_cast<std::uint8_t>(value));
+    file.push_back(static_cast<std::uint8_t>(value >> 8));
+  };
+  const auto add = [&](Bytes& file, const std::vector<int>& record) {
+    put(file, 2 + static_cast<int>(record.size()));
+    put(file, 0);
+    for (const int word : record) put(file, word);
+  };
+  Bytes all;
+  for (const int word : head) put(all, word);
+  for (const std::vector<int>& record : records) add(all, record);
+  add(all, {0});
+  write_decode_seeds("drawing", all);
+}
+
 // ---- What other programs write ------------------------------------------------------------------
 
 void write_corpus_seeds(const std::string& corpus) {
@@ -164,6 +216,7 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   folder = argv[1];
   write_saved_seeds();
+  write_drawing_seeds();
   write_append_seeds();
   write_random_seeds();
   write_options_seeds();

@@ -81,8 +81,10 @@ enum {
 
 /* ---- File type codes: a format and its compression ----------------------------------------
  *
- * What is read and written, by the depths of images in memory, in bits a pixel; the other codes are
- * recognised only. IMG_get_format says the same to programs.
+ * What is read and written, by the depths of images in memory, in bits a pixel. IMG_get_format says the
+ * same to programs. LSD, GX2, KFX, BTR, IMT, FXS, MAG, NCR, the TIFF compressions 45, 32008 and 32010 and
+ * the codes 32, 33, 34, 51, 52, 53, 63 and 64 are refused with IMG_UNSUPPORTED, before a file that is to be
+ * saved is touched: nobody has published what is in such files.
  *
  *               read                  written
  *   BMP, DIB    1, 4, 8, 16, 24, 32   every depth. A 16-bit file gives 24 bits with the low three
@@ -100,9 +102,10 @@ enum {
  *   CALS        1                     1
  *   ICA, MCA    1, 4, 8, 24, 32       1; MCA files of many pages
  *   MACPAINT    1                     nothing; GEM, MSP and TEXT likewise
- *   CUT         8, in grey            nothing; PHOTO_CD likewise, 24
+ *   CUT         8, in grey            nothing; PHOTO_CD likewise, 24, and FLASHPIX, 8, 24
  *   JED         1, to whole bytes     1
- *   EPS         its TIFF preview      1, 4, 8, 24, 32; POSTSCRIPT likewise, a page of its own
+ *   EPS         a preview in TIFF or  1, 4, 8, 24, 32; POSTSCRIPT likewise, a page of its own
+ *               as a metafile
  *   PCL         nothing               1, 4, 8, 24, and 32 of blue, green, red
  *   SCT         8, 24, 32             1, 4, 8, 24, 32
  *   DICOM       8, 24, 32             nothing

@@ -6,7 +6,7 @@
 
 Needs imagemagick, graphicsmagick, netpbm, python3-pil, ffmpeg, gimp, icoutils, libfreeimage3, ghostscript,
 openjdk-17-jdk-headless, gifsicle, libjpeg-turbo-progs, libtiff-tools, img2pdf, qpdf, dcmtk, python3-pydicom,
-python3-numpy and libgdcm-tools, as Debian 12 has them."""
+python3-numpy, python3-olefile and libgdcm-tools, as Debian 12 has them."""
 import collections
 import functools
 import io
@@ -219,6 +219,74 @@ def write_sct(picture, file):
             for y in range(picture.height) for band in picture.split()]
     file.write_bytes(head.ljust(2048, b"\0") + b"".join(rows))
     CODED[file] = ("ImageMagick", [Image.frombytes("RGBA", picture.size, run("convert", str(file), "-depth", "8", "rgba:-"))])
+
+
+RGB, GREY = (0x30000, 0x30001, 0x30002), (0x10000,)
+
+
+def write_fpx(pictures, colours, file):
+    """The last picture in tiles: as it is, or of one colour where a tile has one; those before it are smaller ones."""
+    def chained(data, size, first, table):
+        count = -(-len(data) // size)
+        table += [first + i + 1 for i in range(count - 1)] + [0xFFFFFFFE] * min(count, 1)
+        return data.ljust(count * size, b"\0")
+
+    def tiled(picture):
+        head, data = b"", b""
+        for box in ((x, y, x + 64, y + 64) for y in range(0, picture.height, 64) for x in range(0, picture.width, 64)):
+            used = picture.crop((*box[:2], min(box[2], picture.width), min(box[3], picture.height)))
+            one = len(used.getcolors(4096)) == 1
+            head += struct.pack("<3I", len(data), 0 if one else 4096 * len(colours), int(one))
+            head += used.resize((1, 1)).tobytes().ljust(4, b"\0") if one else bytes(4)
+            data += b"" if one else picture.crop(box).tobytes()
+        fields = 36, *picture.size, len(head) // 16, 64, 64, len(colours), 36, 16
+        return bytes(28) + struct.pack("<9I", *fields) + head, bytes(28) + data
+
+    blob = struct.pack(f"<2I{len(colours)}I", 8 + 4 * len(colours), len(colours), *colours)
+    values = {0x01000002: struct.pack("<2I", 19, pictures[-1].width), 0x01000003: struct.pack("<2I", 19, pictures[-1].height)}
+    values |= {0x02000002 | i << 16: struct.pack("<2I", 65, len(blob)) + blob for i in range(len(pictures))}
+    pairs, body = b"", b""
+    for number, value in values.items():
+        pairs += struct.pack("<2I", number, 8 + 8 * len(values) + len(body))
+        body += value
+    contents = struct.pack("<2HI16sI16sI", 0xFFFE, 0, 0, bytes(16), 1, bytes(16), 48)
+    contents += struct.pack("<2I", 8 + len(pairs + body), len(values)) + pairs + body
+    none, store = 0xFFFFFFFF, 1
+    entries = [["Root Entry", 5, none, none, store, None], ["Data Object Store 000001", 1, none, none, 2, None],
+               ["\5Image Contents", 2, none, 3, none, contents]]
+    for i, picture in enumerate(pictures):
+        at, last = len(entries), i + 1 == len(pictures)
+        head, data = tiled(picture)
+        entries += [[f"Resolution {i:04}", 1, none, none if last else at + 3, at + 2, None],
+                    ["Subimage 0000 Data", 2, none, none, none, data], ["Subimage 0000 Header", 2, at + 1, none, none, head]]
+    minis, mini_table, longs, table = b"", [], b"", []
+    for entry in entries:
+        if entry[5] is not None and len(entry[5]) < 4096:
+            entry.append(len(minis) // 64)
+            minis += chained(entry[5], 64, len(minis) // 64, mini_table)
+    directory = -(-len(entries) // 4)
+    table += [0xFFFFFFFD] + list(range(2, directory + 1)) + [0xFFFFFFFE, 0xFFFFFFFE]
+    first = len(table)
+    longs += chained(minis, 512, first, table)
+    for entry in entries:
+        if entry[5] is not None and len(entry[5]) >= 4096:
+            entry.append(len(table))
+            longs += chained(entry[5], 512, len(table), table)
+    head = bytes.fromhex("D0CF11E0A1B11AE1").ljust(24, b"\0") + struct.pack("<5H", 0x3E, 3, 0xFFFE, 9, 6)
+    head = head.ljust(44, b"\0") + struct.pack("<9I", 1, 1, 0, 4096, directory + 1, 1, 0xFFFFFFFE, 0, 0)
+    records = b""
+    for name, kind, left, right, child, content, *start in entries:
+        text = name.encode("utf-16le")
+        record = text.ljust(64, b"\0") + struct.pack("<H2B3I", len(text) + 2, kind, 1, left, right, child)
+        root = kind == 5
+        record += bytes.fromhex("0067615654C1CE11855300AA00A1F95B") if root else bytes(16)
+        size = len(minis) if root else len(content or b"")
+        records += record.ljust(116, b"\0") + struct.pack("<3I", first if root else start[0] if start else 0, size, 0)
+    sectors = [struct.pack(f"<{len(part)}I", *part).ljust(512, b"\xff") for part in (table, mini_table)]
+    file.write_bytes(head.ljust(512, b"\xff") + sectors[0] + records.ljust(512 * directory, b"\0") + sectors[1] + longs)
+    # Pillow reads neither tiles of one colour nor those that reach beyond the picture.
+    seen = pictures[-1].size in ((64, 64), (128, 64))
+    CODED[file] = ("olefile", [Image.open(file)]) if seen else ("make.py", pictures[-1:])
 
 
 def make(command, file):

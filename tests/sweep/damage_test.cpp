@@ -116,12 +116,18 @@ TEST_F(Damage, PicturesBeyondALimitTakeNoMemory) {
   // A few bytes that claim any size.
   Bytes bomb = file_content("corpus/targa/grey.tga");
   for (const int at : {12, 13, 14, 15}) bomb[static_cast<std::size_t>(at)] = 0x7F;
+  Bytes tiles = file_content("corpus/fpx/flat.fpx");
+  const Bytes sides = {70, 0, 0, 0, 66, 0, 0, 0}, huge = {255, 127, 0, 0, 255, 127, 0, 0};
+  const auto found = std::ranges::search(tiles, sides);
+  ASSERT_FALSE(found.empty());
+  std::ranges::copy(huge, found.begin());
   const Bytes page = file_content("corpus/tiff/pages.tif");
   const Seen whole = decode(page);
   std::array<std::uint8_t, IMG_HEADER_BLOCK_BYTES> header{};
   IMG_set_option(IMG_OPTION_MAX_PIXELS, 1 << 20);
   memory_probe::refuse_above(1 << 20);
   EXPECT_EQ(decode(bomb).image, IMG_OUT_OF_MEMORY);
+  EXPECT_EQ(decode(tiles).image, IMG_OUT_OF_MEMORY);
   EXPECT_EQ(IMGLOW_get_fileinfo_block(bomb.data(), bomb.size(), header.data()), 0);
   memory_probe::refuse_above(kLargestBlock);
   EXPECT_EQ(decode(page).pixels, whole.pixels);
