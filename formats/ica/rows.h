@@ -10,6 +10,13 @@
 
 namespace tq::ica {
 
+// Whether the coding is one of black and white rows.
+inline bool is_of_rows(const Description& about) {
+  const std::uint8_t coding = about.coding;
+  return about.is_fax() || coding == kPlain || coding == kPackBits || coding == kLzw ||
+         coding == kRunLengths;
+}
+
 // Lines of so many bits, each from a byte of its own here.
 class StoredLines {
  public:
