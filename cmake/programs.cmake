@@ -71,8 +71,20 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   endif()
 endif()
 
-# A measurement of its own process.
+# Measurements of their own process.
 if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
   target_link_libraries(plan_memory PRIVATE tarnquill tq_warnings)
+  # Beside all of the usual libraries, or not at all.
+  find_package(PkgConfig QUIET)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(TQ_PEERS QUIET IMPORTED_TARGET libturbojpeg libpng libtiff-4 lept)
+  endif()
+  find_library(TQ_GIFLIB gif)
+  if(TQ_PEERS_FOUND AND TQ_GIFLIB AND TQ_FREEIMAGE)
+    add_executable(peer_table EXCLUDE_FROM_ALL bench/peer_table.cpp)
+    target_link_libraries(peer_table PRIVATE
+      ${TQ_LAYERS} tq_warnings PkgConfig::TQ_PEERS ${TQ_GIFLIB} ${TQ_FREEIMAGE})
+    add_dependencies(peer_table lzw_module)
+  endif()
 endif()
