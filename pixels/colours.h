@@ -17,9 +17,10 @@ constexpr int brightness(Rgb c) {
 }
 
 // Darker by 40, so that mid tones of palette images and of the 16 colours stay at half intensity.
+inline constexpr int kDarkerBy = 40;
 constexpr int intensity(Rgb c) {
   const int grey = brightness(c);
-  return grey > 40 ? grey - 40 : 0;
+  return grey > kDarkerBy ? grey - kDarkerBy : 0;
 }
 
 // The same weights over 100: the sum passes 255 in bright colours and wraps, so white is 67.
@@ -86,13 +87,6 @@ extern const ThresholdMatrix kDispersedDots;
 
 constexpr int sixteen_index(bool full, bool blue, bool green, bool red) {
   return full << 3 | blue << 2 | green << 1 | red;
-}
-
-// Ordered dither to the 16 colours: `grey` is the pixel's intensity, which needs 40 more for full
-// ones.
-constexpr int ordered_sixteen(Rgb c, int grey, int threshold) {
-  return sixteen_index(grey > threshold + 40, c.blue > threshold, c.green > threshold,
-                       c.red > threshold);
 }
 
 // The 16 colours by fixed thresholds, of values that need not be within 0 .. 255.

@@ -1,9 +1,11 @@
 // The portable row kernels, and the choice.
 #include "pixels/kernels.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "pixels/colours.h"
+#include "pixels/rows.h"
 
 namespace tq::pixels {
 namespace {
@@ -57,7 +59,49 @@ void weigh_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
   for (int x = 0; x < width; ++x, bgr += 3) grey[x] = byte(kGrey({bgr[0], bgr[1], bgr[2], 0}));
 }
 
+// By the threshold `t`. The quotient by 255, as it is below 65535.
+constexpr int dithered_level(int value, int levels, int t) {
+  const int dividend = value * (levels - 1) + t;
+  return (dividend + 1 + (dividend >> 8)) >> 8;
+}
+
+void order_to_8(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width) {
+  for (int x = 0; x < width; ++x) {
+    const Rgb c = colours[x];
+    const int t = limits.channel[x & 7];
+    out[x] = byte(dithered_level(c.red, 8, t) << 5 | dithered_level(c.green, 8, t) << 2 |
+                  dithered_level(c.blue, 4, t));
+  }
+}
+
+void order_to_4(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width) {
+  pack_nibbles(out, width, [&](int x) {
+    const Rgb c = colours[x];
+    const int t = limits.channel[x & 7];
+    return sixteen_index(brightness(c) > limits.full[x & 7], c.blue > t, c.green > t, c.red > t);
+  });
+}
+
+void order_to_1(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width) {
+  for (int x = 0; x < width; x += 8) {
+    int white = 0;
+    for (int i = 0; i < std::min(width - x, 8); ++i) {
+      white |= (weighted(colours[x + i]) >= 100 * (limits.channel[i] + 1)) << (7 - i);
+    }
+    *out++ = byte(white);
+  }
+}
+
 }  // namespace
+
+OrderedLimits ordered_limits(int y, int darker_by) {
+  OrderedLimits limits;
+  for (int x = 0; x < 8; ++x) {
+    limits.channel[x] = kDispersedDots[x][y & 7];
+    limits.full[x] = byte(std::min(limits.channel[x] + 40 + darker_by, 255));
+  }
+  return limits;
+}
 
 constexpr Kernels kPortableKernels{.widen_24 = widen_24,
                                    .swap_24 = swap_24,
@@ -66,7 +110,10 @@ constexpr Kernels kPortableKernels{.widen_24 = widen_24,
                                    .merge_planes = merge_planes,
                                    .split_planes = split_planes,
                                    .brightness_24 = weigh_24<brightness>,
-                                   .luma_24 = weigh_24<luma>};
+                                   .luma_24 = weigh_24<luma>,
+                                   .order_to_8 = order_to_8,
+                                   .order_to_4 = order_to_4,
+                                   .order_to_1 = order_to_1};
 
 Kernels select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
   Kernels kernels = kPortableKernels;

@@ -9,6 +9,14 @@
 
 namespace tq::pixels {
 
+// Ordered dithers, by x & 7: a level above its entry is on, and the colour full if its brightness is.
+struct OrderedLimits {
+  std::uint8_t channel[8];
+  std::uint8_t full[8];
+};
+// Those of row y. A brightness that is lowered by `darker_by` needs 40 more than a channel.
+OrderedLimits ordered_limits(int y, int darker_by);
+
 // `bgr` are 3 * width bytes; not one more is read or written.
 struct Kernels {
   // Blue, green, red to blue, green, red, 0.
@@ -31,6 +39,12 @@ struct Kernels {
   // One byte of grey per pixel, see colours.h.
   void (*brightness_24)(const std::uint8_t* bgr, std::uint8_t* grey, int width);
   void (*luma_24)(const std::uint8_t* bgr, std::uint8_t* grey, int width);
+
+  // Rows of 8 bits, three of them red, three green, by the thresholds of `limits.channel`; of 4, the 16
+  // fixed colours; and of 1: white where luma is above.
+  void (*order_to_8)(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width);
+  void (*order_to_4)(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width);
+  void (*order_to_1)(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out, int width);
 };
 
 extern const Kernels kPortableKernels;

@@ -142,6 +142,104 @@ TQ_KERNEL void luma_24(const std::uint8_t* bgr, std::uint8_t* grey, int width) {
   kPortableKernels.luma_24(bgr, grey + x, width - x);
 }
 
+// The channels of sixteen colours.
+struct Channels {
+  Vector blue, green, red;
+};
+
+TQ_SIMD Channels channels_of(const Rgb* colours) {
+  alignas(16) static constexpr std::uint8_t kOrder[16] = {0, 4, 8,  12, 1, 5, 9,  13,
+                                                          2, 6, 10, 14, 3, 7, 11, 15};
+  Vector four[4];
+  for (int i = 0; i < 4; ++i) four[i] = shuffle8(load(colours + 4 * i), load(kOrder));
+  const Vector low = interleave_low32(four[0], four[1]), high = interleave_low32(four[2], four[3]);
+  return {
+      interleave_low64(low, high), interleave_high64(low, high),
+      interleave_low64(interleave_high32(four[0], four[1]), interleave_high32(four[2], four[3]))};
+}
+
+TQ_SIMD Vector eight_sums(const Rgb* colours, Vector weights) {
+  return add_neighbours16(multiply_add8(load(colours), weights),
+                          multiply_add8(load(colours + 4), weights));
+}
+
+TQ_SIMD Vector twice(const std::uint8_t (&limits)[8]) {
+  const Vector eight = load64(limits);
+  return interleave_low64(eight, eight);
+}
+
+// Of values in 16 bits, by thresholds. The quotient by 255.
+template <int kSteps>
+TQ_SIMD Vector dithered_levels(Vector values, Vector thresholds) {
+  const Vector dividend = add16(multiply_low16(values, all16(kSteps)), thresholds);
+  const Vector rounded = add16(add16(dividend, all16(1)), shift_right_unsigned16<8>(dividend));
+  return shift_right_unsigned16<8>(rounded);
+}
+
+TQ_SIMD Vector eight_indices(Vector blue, Vector green, Vector red, Vector thresholds) {
+  return shift_left16<5>(dithered_levels<7>(red, thresholds)) |
+         shift_left16<2>(dithered_levels<7>(green, thresholds)) |
+         dithered_levels<3>(blue, thresholds);
+}
+
+TQ_KERNEL void order_to_8(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out,
+                          int width) {
+  const Vector zero{}, thresholds = interleave_low8(load64(limits.channel), zero);
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const Channels c = channels_of(colours + x);
+    const Vector low = eight_indices(interleave_low8(c.blue, zero), interleave_low8(c.green, zero),
+                                     interleave_low8(c.red, zero), thresholds);
+    const Vector high =
+        eight_indices(interleave_high8(c.blue, zero), interleave_high8(c.green, zero),
+                      interleave_high8(c.red, zero), thresholds);
+    store(out + x, pack_unsigned16(low, high));
+  }
+  kPortableKernels.order_to_8(colours + x, limits, out + x, width - x);
+}
+
+// All bits where a level is not above its limit.
+TQ_SIMD Vector off(Vector levels, Vector limits) {
+  return equal8(subtract_saturated8(levels, limits), Vector{});
+}
+
+TQ_KERNEL void order_to_4(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out,
+                          int width) {
+  const Vector channel = twice(limits.channel), full = twice(limits.full);
+  const Vector weights = weights_of(14, 75, 38);
+  int x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const Channels c = channels_of(colours + x);
+    const Vector grey =
+        pack_unsigned16(shift_right_unsigned16<7>(eight_sums(colours + x, weights)),
+                        shift_right_unsigned16<7>(eight_sums(colours + x + 8, weights)));
+    const Vector not_on = (off(grey, full) & all8(8)) | (off(c.blue, channel) & all8(4)) |
+                          (off(c.green, channel) & all8(2)) | (off(c.red, channel) & all8(1));
+    const Vector pairs = multiply_add8(not_on ^ all8(15), all16(1 << 8 | 16));
+    store64(out + x / 2, pack_unsigned16(pairs, pairs));
+  }
+  kPortableKernels.order_to_4(colours + x, limits, out + x / 2, width - x);
+}
+
+TQ_KERNEL void order_to_1(const Rgb* colours, const OrderedLimits& limits, std::uint8_t* out,
+                          int width) {
+  // The leftmost pixel is the top bit, but the lowest of a mask.
+  alignas(16) static constexpr std::uint8_t kTurned[16] = {7,  6,  5,  4,  3,  2,  1, 0,
+                                                           15, 14, 13, 12, 11, 10, 9, 8};
+  const Vector weights = weights_of(11, 59, 30);
+  const Vector most_black = add16(
+      multiply_low16(interleave_low8(load64(limits.channel), Vector{}), all16(100)), all16(99));
+  int x = 0;
+  for (; x + 16 <= width; x += 16, out += 2) {
+    const Vector white = pack16(greater16(eight_sums(colours + x, weights), most_black),
+                                greater16(eight_sums(colours + x + 8, weights), most_black));
+    const std::uint32_t mask = top_bits8(shuffle8(white, load(kTurned)));
+    out[0] = byte(mask);
+    out[1] = byte(mask >> 8);
+  }
+  kPortableKernels.order_to_1(colours + x, limits, out, width - x);
+}
+
 }  // namespace
 
 void add_ssse3_kernels(Kernels& kernels) {
@@ -152,7 +250,10 @@ void add_ssse3_kernels(Kernels& kernels) {
              .merge_planes = merge_planes,
              .split_planes = split_planes,
              .brightness_24 = brightness_24,
-             .luma_24 = luma_24};
+             .luma_24 = luma_24,
+             .order_to_8 = order_to_8,
+             .order_to_4 = order_to_4,
+             .order_to_1 = order_to_1};
 }
 
 }  // namespace tq::pixels

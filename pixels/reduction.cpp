@@ -4,22 +4,14 @@
 #include <algorithm>
 #include <climits>
 
+#include "pixels/kernels.h"
+
 namespace tq::pixels {
 namespace {
 
 bool lowers(std::int32_t target, int source_bits) {
   return (target == 8 && source_bits >= 24) || (target == 4 && source_bits >= 8) ||
          (target == 1 && source_bits >= 4);
-}
-
-std::uint8_t threshold(int x, int y) {
-  return kDispersedDots[x & 7][y & 7];
-}
-
-// By the threshold `t`. The quotient by 255, as it is below 65535.
-constexpr int dithered_level(int value, int levels, int t) {
-  const int dividend = value * (levels - 1) + t;
-  return (dividend + 1 + (dividend >> 8)) >> 8;
 }
 
 struct Interval {
@@ -111,55 +103,23 @@ Status RowReducer::allocate(const HeaderBlock& source) {
 Bytes RowReducer::reduce(Bytes row, int y) {
   row_to_colours(row, source_, colours_.pixels());
   std::fill(reduced_.pixels().begin(), reduced_.pixels().end(), std::uint8_t{0});
-  switch (bits_) {
-    case 8:
-      reduce_to_8(y);
-      break;
-    case 4:
-      reduce_to_4(y);
-      break;
-    default:
-      reduce_to_1(y);
-      break;
-  }
-  return reduced_.pixels();
-}
-
-void RowReducer::reduce_to_8(int y) {
   const Rgb* const colours = colours_.data();
   std::uint8_t* const out = reduced_.data();
-  if (plain_thresholds_) {
+  if (bits_ == 8 && plain_thresholds_) {
     for (int x = 0; x < source_.width; ++x) out[x] = nearest_.find(colours[x]);
-    return;
+  } else if (bits_ == 4 && plain_thresholds_) {
+    pack_nibbles(out, source_.width, [&](int x) {
+      return plain_sixteen(colours[x].blue, colours[x].green, colours[x].red);
+    });
+  } else {
+    constexpr int kMiddle = 127;
+    const Kernels k = kernels();
+    const auto order = bits_ == 8 ? k.order_to_8 : bits_ == 4 ? k.order_to_4 : k.order_to_1;
+    OrderedLimits limits = ordered_limits(y, kDarkerBy);
+    if (plain_thresholds_) std::ranges::fill(limits.channel, byte(kMiddle));
+    order(colours, limits, out, source_.width);
   }
-  for (int x = 0; x < source_.width; ++x) {
-    const Rgb c = colours[x];
-    const int t = threshold(x, y);
-    out[x] = byte(dithered_level(c.red, 8, t) << 5 | dithered_level(c.green, 8, t) << 2 |
-                  dithered_level(c.blue, 4, t));
-  }
-}
-
-void RowReducer::reduce_to_4(int y) {
-  pack_nibbles(reduced_.data(), source_.width, [&](int x) {
-    const Rgb c = colours_.data()[x];
-    if (plain_thresholds_) return plain_sixteen(c.blue, c.green, c.red);
-    return ordered_sixteen(c, intensity(c), threshold(x, y));
-  });
-}
-
-void RowReducer::reduce_to_1(int y) {
-  std::array<int, 8> least;  // hundredths of a level that are white
-  for (int x = 0; x < 8; ++x) least[x] = 100 * ((plain_thresholds_ ? 127 : threshold(x, y)) + 1);
-  const Rgb* c = colours_.data();
-  std::uint8_t* out = reduced_.data();
-  for (int left = source_.width; left > 0; left -= 8) {
-    int bits = 0;
-    for (int x = 0; x < std::min(left, 8); ++x, ++c) {
-      bits |= weighted(*c) >= least[x] ? 0x80 >> x : 0;
-    }
-    *out++ = byte(bits);
-  }
+  return reduced_.pixels();
 }
 
 }  // namespace tq::pixels

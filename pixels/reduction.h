@@ -63,10 +63,6 @@ class RowReducer {
   Bytes reduce(Bytes row, int y);
 
  private:
-  void reduce_to_8(int y);
-  void reduce_to_4(int y);
-  void reduce_to_1(int y);
-
   int bits_ = 0;
   bool plain_thresholds_ = false;  // dither mode 2: no ordered dither
   RowFormat source_;

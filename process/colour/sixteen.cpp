@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "core/image_record.h"
+#include "pixels/kernels.h"
 #include "process/colour/kernels.h"
 #include "process/process.h"
 
@@ -14,15 +15,13 @@ Status bayer_color(ImageSource& image) {
   RowBuffer<Rgb> colours;
   TQ_TRY(colours.allocate(image.width()));
   // The intensity of 4-bit images is not lowered.
-  const auto intensity = image.bits() == 4 ? pixels::brightness : pixels::intensity;
+  const int darker_by = image.bits() == 4 ? 0 : pixels::kDarkerBy;
   return replace_rows(
       image, {4, pixels::sixteen_colours(), marker_below_32(image)}, [&](int y, Row row) {
         // 16-bit samples have no colours here: the row stays black. Callers rely on it.
         if (image.bits() != 16) image.read_colours(y, colours.pixels());
-        pixels::pack_nibbles(row.data(), image.width(), [&](int x) {
-          const Rgb c = colours.data()[x];
-          return pixels::ordered_sixteen(c, intensity(c), pixels::kDispersedDots[x & 7][y & 7]);
-        });
+        pixels::kernels().order_to_4(colours.data(), pixels::ordered_limits(y, darker_by),
+                                     row.data(), image.width());
       });
 }
 

@@ -39,7 +39,7 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       const test::GuardedBlock block(colours);
       const std::uint8_t* in = block.data();
       const int room = 4 * width + 32;  // for a row, and what must not be written to
-      Bytes out(static_cast<std::size_t>(8 * room), 0xA5);
+      Bytes out(static_cast<std::size_t>(11 * room), 0xA5);
       std::uint8_t* const row = out.data();
       const pixels::Kernels& k = pixels::kernels();
       k.brightness_24(in, row, width);
@@ -52,6 +52,13 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       // Of one byte per pixel: the end of the others.
       kernels().at_least(in + 2 * width, {{5, 129, 33, 161, 9, 253, 0, 169}}, row + 5 * room,
                          width);
+      const pixels::OrderedLimits limits = pixels::ordered_limits(width % 8, width % 3 * 20);
+      const int part = 3 * width / 4;  // of four bytes
+      const std::vector<Rgb> four(reinterpret_cast<const Rgb*>(in),
+                                  reinterpret_cast<const Rgb*>(in) + part);
+      k.order_to_8(four.data(), limits, row + 8 * room, part);
+      k.order_to_4(four.data(), limits, row + 9 * room, part);
+      k.order_to_1(four.data(), limits, row + 10 * room, part);
       return out;
     };
     EXPECT_EQ(with_features(true, run_all), with_features(false, run_all)) << width;
