@@ -16,8 +16,20 @@ void copy_samples(Bytes from, int width, Row row) {
   std::fill(std::copy_n(from.begin(), 2 * width, row.begin()), row.end(), std::uint8_t{0});
 }
 
+using EightLevels = std::array<std::uint8_t, 8>;
+
+// Of the bits of a byte, the top one first.
+constexpr std::array<EightLevels, 256> kLevelsOfBits = [] {
+  std::array<EightLevels, 256> levels{};
+  for (int i = 0; i < 256 * 8; ++i) levels[i / 8][i % 8] = (i / 8 << i % 8 & 0x80) != 0 ? 255 : 0;
+  return levels;
+}();
+
 void widen_to_8(Bytes from, int bits, int width, Row row) {
   std::uint8_t* out = row.data();
+  for (; bits == 1 && width >= 8; width -= 8, out += 8, from = from.subspan(1)) {
+    std::memcpy(out, kLevelsOfBits[from[0]].data(), 8);
+  }
   const int white = bits == 1 ? 255 : 1;
   pixels::for_each_index(from.data(), bits, width,
                          [&](int x, int index) { out[x] = byte(index * white); });
