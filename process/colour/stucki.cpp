@@ -26,8 +26,8 @@ class StuckiRows {
   static constexpr int kMargin = 2;
   static constexpr int kLowest = -128;
   static constexpr int kLanes = StuckiLanes::kLanes;
-  // Pieces must be longer than what a lane runs over before them, and positions fit 15 bits.
-  static constexpr int kNarrowest = 1024, kWidest = 32000;
+  // Below, most lanes begin in a wrong state; and positions fit 15 bits.
+  static constexpr int kNarrowest = 160, kWidest = 32000;
 
   Status allocate_lanes();
   const std::int8_t* share_of() const { return largest_share_.data() - kLowest; }
