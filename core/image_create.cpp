@@ -38,7 +38,6 @@ std::uint64_t first_run_capacity(std::uint64_t plain_bytes, std::int32_t width) 
 
 void write_palette(ImageRecord& image, const HeaderBlock& source, const ImageShape& shape) {
   const std::span<Rgb> palette = palette_of(image);
-  std::fill(palette.begin(), palette.end(), Rgb{});
   const Rgb* from = shape.palette != nullptr ? shape.palette : source.palette.data();
   std::copy_n(from, palette.size(), palette.begin());
 }
