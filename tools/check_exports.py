@@ -32,7 +32,7 @@ ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6
 
 # What threads share: the first context, and what is locked or atomic. All else stands in contexts.
 SHARED_STATE = {"tq::the_context", "table", "licence_check", "open_pipes", "detach_action", "found", "mask", "notice",
-                "register_lock", "live_blocks", "loaded()::state", "host", "scanner", "scan::sane_stand_in",
+                "register_lock", "live_blocks", "blocks_without_huge_pages", "loaded()::state", "host", "scanner", "scan::sane_stand_in",
                 "scan::twain_stand_in"}
 
 

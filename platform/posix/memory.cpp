@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "platform/thread.h"
 
@@ -108,16 +110,44 @@ class Register {
 constinit Lock register_lock;
 constinit Register live_blocks;
 
+// Large blocks to come that are not worth a try.
+constinit std::atomic<int> blocks_without_huge_pages = 0;
+
+// Where memory is in pieces the system moves others' pages to make a huge one, which takes four times as
+// long as the small pages in its place.
+bool takes_long(std::uint8_t* page) {
+  constexpr std::int64_t kLong = 1'500'000;  // nanoseconds
+  const auto now = [] {
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  };
+  const std::int64_t start = now();
+  volatile std::uint8_t& first = *page;
+  first = first;  // a resized block has bytes in it
+  return now() - start > kLong;
+}
+
 // Fewer and cheaper page faults on first touch; a system that refuses changes nothing. All pages of
 // the block, for what is advised of a part makes two mappings, and the system moves a block that grows
-// without copying it only if it is one.
+// without copying it only if it is one. The first huge page says how it will be with the others.
 void prefer_huge_pages(void* block, std::size_t size) {
 #ifdef MADV_HUGEPAGE
+  constexpr int kSkipped = 16;
   if (size < kLargeBlock) return;
+  if (blocks_without_huge_pages > 0) {
+    --blocks_without_huge_pages;
+    return;
+  }
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   auto* const start = static_cast<std::uint8_t*>(block);
-  const std::size_t lead = reinterpret_cast<std::uintptr_t>(block) % page;
-  madvise(start - lead, (lead + size + page - 1) / page * page, MADV_HUGEPAGE);
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  const std::size_t lead = address % page;
+  const std::size_t pages = (lead + size + page - 1) / page * page;
+  if (madvise(start - lead, pages, MADV_HUGEPAGE) != 0) return;
+  if (!takes_long(start + (kHugePage - address % kHugePage) % kHugePage)) return;
+  madvise(start - lead, pages, MADV_NOHUGEPAGE);
+  blocks_without_huge_pages = kSkipped;
 #else
   static_cast<void>(block);
   static_cast<void>(size);
