@@ -58,6 +58,7 @@ std::int32_t with_file(const char* name, Operation&& operation) {
   const StreamWork work;
   OpenFile file;
   if (const Status opened = file.open(name, OpenMode::read); opened.failed()) return opened.raw();
+  const ReadAhead ahead(file.handle());
   return Status(operation(file.handle())).raw();
 }
 

@@ -63,12 +63,18 @@ struct MemoryStreamState {
   std::uint32_t openings = 0;
 };
 
+class ReadAhead;
+
 struct StreamState {
+  static constexpr std::int32_t kNoFile = INT32_MIN;
+
   img_read_fn read = nullptr;  // the caller's own functions, or null
   img_write_fn write = nullptr;
   img_seek_fn seek = nullptr;
   MemoryStreamState memory;
-  int works = 0;  // of exports on streams, one inside the other
+  std::int32_t own_file = kNoFile;  // written to by nobody but the library
+  ReadAhead* ahead = nullptr;       // of the file that is read
+  int works = 0;                    // of exports on streams, one inside the other
   bool scrambled = false;
   std::uint8_t key = 0;
 };

@@ -6,6 +6,7 @@
 #include "core/context.h"
 #include "core/image_table.h"
 #include "core/run_storage.h"
+#include "io/byte_stream.h"
 #include "io/endian.h"
 #include "pixels/rows.h"
 #include "pixels/tone_table.h"
@@ -97,6 +98,16 @@ const ImageRecord* ImageSupplier::image() const {
   if (record == nullptr || record->dib == nullptr) return nullptr;
   const bool same = record->width == width_ && record->height == height_ && record->bits == bits_;
   return same ? record : nullptr;
+}
+
+std::span<const std::uint8_t> ImageSupplier::stored_rows() const {
+  const ImageRecord* record = image();
+  const bool followed = context().settings.progress.on || caller_io_installed();
+  const bool whole =
+      crop_.x == 0 && crop_.y == 0 && crop_.width == width_ && crop_.height == height_;
+  if (record == nullptr || followed || !whole || record->in_runs || has_tone_) return {};
+  const std::int64_t bytes = std::int64_t{record->bytes_per_row} * height_;
+  return {pixels_of(*record), static_cast<std::size_t>(bytes)};
 }
 
 Status ImageSupplier::row(std::span<std::uint8_t> dest, std::int32_t y) {

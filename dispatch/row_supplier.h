@@ -17,7 +17,7 @@ class ImageSupplier {
   ImageSupplier& operator=(const ImageSupplier&) = delete;
 
   Status allocate();  // buffers
-  formats::RowSupplier callback() { return {on_row, this}; }
+  formats::RowSupplier callback() { return {on_row, this, stored_rows()}; }
 
  private:
   static std::int32_t IMG_CB_C on_row(void* supplier, void* dest, std::int32_t y,
@@ -25,6 +25,7 @@ class ImageSupplier {
 
   Status row(std::span<std::uint8_t> dest, std::int32_t y);
   const ImageRecord* image() const;
+  std::span<const std::uint8_t> stored_rows() const;
   void copy_plain(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest) const;
   void copy_runs(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest);
   Status list_transitions(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest);

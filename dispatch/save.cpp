@@ -120,8 +120,12 @@ Status save_image_file(ImageHandle handle, const char* name, std::int32_t code) 
   // image.
   if (find_image(handle, serial) == nullptr) return StatusCode::bad_handle;
   TQ_TRY(check_image(image_record(handle), output.handle(), *type, options, header));
-  const Status saved =
-      output.close(encode_image(handle, output.handle(), *type, header, options, place));
+  Status saved = kOk;
+  {
+    const OwnFile own(output.handle());
+    saved = encode_image(handle, output.handle(), *type, header, options, place);
+  }
+  saved = output.close(saved);
   return saved.ok() ? kOk : saved;
 }
 

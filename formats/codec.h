@@ -139,6 +139,9 @@ using Decoder = Status (*)(const DecodeRequest& request);
 struct RowSupplier {
   img_supply_fn on_row = nullptr;
   void* context = nullptr;
+  // All rows as they would be supplied, from the lowest one, where they lie behind one another and nobody
+  // follows the save; else empty.
+  std::span<const std::uint8_t> stored = {};
 
   // Fills `bytes` with row y, 0 being the top of the picture. The result 0 means a row of pixels; a
   // result above 0 (1-bit codecs that ask for transitions) is the length of a transition list.

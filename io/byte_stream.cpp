@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "core/numbers.h"
 #include "platform/memory.h"
@@ -35,6 +36,14 @@ std::int32_t memory_left() {
   const auto& memory = streams().memory;
   if (memory.position < 0 || memory.position >= memory.limit) return 0;
   return memory.limit - memory.position;
+}
+
+ReadAhead* read_ahead_of(StreamHandle stream) {
+  ReadAhead* const ahead = streams().ahead;
+  if (ahead == nullptr || !ahead->is_active_for(stream)) return nullptr;
+  if (!caller_io_installed()) return ahead;
+  ahead->stop();
+  return nullptr;
 }
 
 std::int32_t seek_memory(std::int32_t offset, Origin origin) {
@@ -75,7 +84,49 @@ void open_memory(void* block, std::uint64_t limit, bool limit_is_known) {
   ++memory.openings;
 }
 
+std::int32_t read_file(StreamHandle stream, std::span<std::uint8_t> bytes) {
+  if (ReadAhead* const ahead = read_ahead_of(stream)) return ahead->read(bytes);
+  return platform::file_read(static_cast<std::int32_t>(stream), bytes.data(), count_of(bytes));
+}
+
 }  // namespace
+
+ReadAhead::ReadAhead(StreamHandle file)
+    : file_(file), before_(std::exchange(streams().ahead, this)) {}
+
+ReadAhead::~ReadAhead() {
+  streams().ahead = before_;
+}
+
+void ReadAhead::stop() {
+  active_ = false;
+  platform::file_seek(static_cast<std::int32_t>(file_), position_, 0);
+}
+
+std::int32_t ReadAhead::seek(std::int32_t offset, Origin origin) {
+  const std::int64_t from = origin == Origin::current ? position_ : 0;
+  const bool is_position = from + offset >= 0 && from + offset <= INT32_MAX;
+  if ((origin == Origin::start || origin == Origin::current) && is_position) {
+    return position_ = static_cast<std::int32_t>(from + offset);
+  }
+  stop();
+  return tq::seek(file_, offset, origin);
+}
+
+std::int32_t ReadAhead::read(std::span<std::uint8_t> bytes) {
+  const auto file = static_cast<std::int32_t>(file_);
+  if (count_ < 0) count_ = platform::file_read_at(file, bytes_, kBytes, 0);
+  const std::int32_t left = std::max(count_ - position_, 0);
+  const bool ends = count_ >= 0 && count_ < kBytes;
+  if (!ends && std::ssize(bytes) > left) {
+    stop();
+    return tq::read_file(file_, bytes);
+  }
+  const std::int32_t taken = std::min(left, count_of(bytes));
+  std::copy_n(bytes_ + position_, taken, bytes.data());
+  position_ += taken;
+  return taken;
+}
 
 std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin) {
   const auto handle = static_cast<std::int32_t>(stream);
@@ -83,6 +134,7 @@ std::int32_t seek(StreamHandle stream, std::int32_t offset, Origin origin) {
     return caller(handle, offset, static_cast<std::int32_t>(origin));
   }
   if (stream == kMemoryStream) return seek_memory(offset, origin);
+  if (ReadAhead* const ahead = read_ahead_of(stream)) return ahead->seek(offset, origin);
   return platform::file_seek(handle, offset, static_cast<std::int32_t>(origin));
 }
 
@@ -103,9 +155,10 @@ std::int32_t read(StreamHandle stream, std::span<std::uint8_t> bytes) {
   if (const auto caller = streams().read; caller != nullptr) {
     return trusted(caller(handle, bytes.data(), count), count);
   }
-  const std::int32_t taken = stream == kMemoryStream
-                                 ? read_memory(bytes.data(), count)
-                                 : trusted(platform::file_read(handle, bytes.data(), count), count);
+  const std::int32_t taken =
+      stream == kMemoryStream
+          ? read_memory(bytes.data(), count)
+          : trusted(read_file(stream, bytes.first(static_cast<std::size_t>(count))), count);
   if (streams().scrambled) scramble(bytes.data(), taken);
   return taken;
 }
@@ -203,6 +256,23 @@ StreamWork::~StreamWork() {
   StreamState& state = streams();
   // The outermost work leaves the stream open; callers rely on it.
   if (--state.works > 0) state.memory = before_;
+}
+
+OwnFile::OwnFile(StreamHandle file)
+    : before_(std::exchange(streams().own_file, static_cast<std::int32_t>(file))) {}
+
+OwnFile::~OwnFile() {
+  streams().own_file = before_;
+}
+
+bool is_own_file(StreamHandle stream) {
+  return streams().own_file == static_cast<std::int32_t>(stream) && stream != kMemoryStream &&
+         !caller_io_installed();
+}
+
+bool takes_bytes_as_they_are(StreamHandle stream) {
+  const bool own = stream == kMemoryStream ? !caller_io_installed() : is_own_file(stream);
+  return own && !streams().scrambled;
 }
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek) {

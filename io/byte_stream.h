@@ -63,6 +63,33 @@ std::int32_t memory_position();
 void set_memory_position(std::int32_t position);
 std::uint32_t memory_openings();  // how often the stream was opened: whether it still is the same
 
+// Takes the start of a file that only the library reads in one go, so that headers cost one call of the
+// system; a caller's functions read for themselves.
+class ReadAhead {
+ public:
+  explicit ReadAhead(StreamHandle file);
+  ReadAhead(const ReadAhead&) = delete;
+  ReadAhead& operator=(const ReadAhead&) = delete;
+  ~ReadAhead();
+
+  // What the functions of the platform answer.
+  std::int32_t seek(std::int32_t offset, Origin origin);
+  std::int32_t read(std::span<std::uint8_t> bytes);
+
+  bool is_active_for(StreamHandle file) const { return active_ && file == file_; }
+  void stop();  // from now on the file stands where it seems to
+
+ private:
+  static constexpr std::int32_t kBytes = 4096;
+
+  StreamHandle file_;
+  ReadAhead* before_;
+  bool active_ = true;
+  std::int32_t position_ = 0;
+  std::int32_t count_ = -1;  // of bytes; -1: not read yet
+  std::uint8_t bytes_[kBytes];
+};
+
 // Work of an export on streams. Work that a callback of other work begins leaves the memory stream
 // as it found it: the other one goes on reading and writing its own block. Without it, rows would
 // be saved into whatever block a callback has looked at, or has freed since.
@@ -77,6 +104,21 @@ class StreamWork {
   Inside inside_;
   MemoryStreamState before_;
 };
+
+// A file that only the library writes to while this lives: how many writes it takes is seen by nobody.
+class OwnFile {
+ public:
+  explicit OwnFile(StreamHandle file);
+  OwnFile(const OwnFile&) = delete;
+  OwnFile& operator=(const OwnFile&) = delete;
+  ~OwnFile();
+
+ private:
+  std::int32_t before_;
+};
+bool is_own_file(StreamHandle stream);  // not if a caller's functions write it
+// The same, or memory, and neither changes what is written.
+bool takes_bytes_as_they_are(StreamHandle stream);
 
 void set_caller_io(img_read_fn read, img_write_fn write, img_seek_fn seek);
 bool caller_io_installed();  // any of the three

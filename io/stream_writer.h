@@ -55,8 +55,14 @@ class StreamWriter {
   std::span<std::uint8_t> room(std::int64_t bytes);
   void take(std::ptrdiff_t bytes) { used_ += bytes; }
 
+  // What is large and lies there whole, in one write; false, and nothing is put, where that would be seen
+  // or change the bytes.
+  bool put_whole(std::span<const std::uint8_t> bytes);
+
   // Writes what has been gathered.
   Status flush();
+  // The same for what is a write of its own to whoever watches the stream: not to an own file.
+  Status end_write() { return gathers_ ? status_ : flush(); }
 
   // Replaces bytes at an earlier position of the stream. What has been gathered is written first;
   // afterwards the stream stands where it stood.
@@ -65,6 +71,7 @@ class StreamWriter {
   Status patch_put(std::int64_t count, std::span<const std::uint8_t> bytes);
 
   Status status() const { return status_; }
+  bool gathers() const { return gathers_; }  // nobody sees how large the pieces are
 
   // Bytes put since the writer was opened.
   std::int64_t count() const { return written_ + used_; }
@@ -72,18 +79,22 @@ class StreamWriter {
  private:
   // Room for a field, below a piece; null after a failure.
   std::uint8_t* place(std::ptrdiff_t bytes) {
-    if (bytes > piece_ - used_) (void)flush();
+    if (bytes > piece_ - used_) make_room();
     if (status_.failed()) return nullptr;
     std::uint8_t* at = buffer_.data() + used_;
     used_ += bytes;
     return at;
   }
 
+  void make_room();  // in the piece, by a write
+  Status write_first(std::ptrdiff_t count);
+
   using OwnerWrite = std::int32_t (*)(void* owner, std::span<const std::uint8_t> bytes);
 
   StreamHandle stream_{-1};
   void* owner_ = nullptr;  // of what is written to instead of the stream
   OwnerWrite write_to_owner_ = nullptr;
+  bool gathers_ = false;  // in an own file: larger pieces than asked for, in room for two
   GlobalBlock buffer_;
   std::ptrdiff_t piece_ = 0;
   std::ptrdiff_t used_ = 0;  // beyond a piece after take()

@@ -56,6 +56,9 @@ void file_cut(std::int32_t file, std::int32_t bytes);
 // Bytes read or written, fewer than `count` only at the end of the file or on an error; negative
 // when nothing could be read or written because of an error.
 std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count);
+// The same from a place in a file that is open for reading and stands at its start; there it stays.
+// Negative for what is not a file.
+std::int32_t file_read_at(std::int32_t file, void* buffer, std::int32_t count, std::int32_t at);
 std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t count);
 
 // The new position, or a negative value on failure or beyond 2^31 - 1. Origin 0 start, 1 current

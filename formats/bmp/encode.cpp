@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "core/memory.h"
 #include "core/numbers.h"
@@ -136,19 +137,23 @@ Status encode_rows(const EncodeRequest& request, std::uint32_t compression) {
     std::uint8_t* const codes = out.room(2 * std::int64_t{count} + 2 + kStep).data();
     TQ_TRY(out.status());
     out.take(code_row<Coding>(row.data(), count, changes, codes) - codes);
-    TQ_TRY(out.flush());
+    TQ_TRY(out.end_write());
   }
   out.put8(0);
   out.put8(1);  // end of the bitmap
   return out.flush();
 }
 
-// Each row is a write of its own, from the bottom up.
+// Each row is a write of its own, from the bottom up, where anybody sees it.
 Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
   const BitmapInfoHeader& header = request.image->header;
   const std::int64_t bytes = row_bytes(header.biWidth, header.biBitCount);
   StreamWriter out;
   TQ_TRY(write_header(request, file_header, kBiRgb, out));
+  const std::span<const std::uint8_t> stored = request.rows.stored;
+  if (std::cmp_equal(stored.size(), bytes * header.biHeight) && out.put_whole(stored)) {
+    return out.status();
+  }
   const std::span<std::uint8_t> fresh = out.room(bytes);
   std::fill(fresh.begin(), fresh.end(), std::uint8_t{0});  // a supplier may leave bytes as they are
   for (std::int32_t y = header.biHeight - 1; y >= 0; --y) {
@@ -156,9 +161,9 @@ Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
     TQ_TRY(out.status());
     TQ_TRY(request.rows.row(row, y));
     out.take(std::ssize(row));
-    TQ_TRY(out.flush());
+    TQ_TRY(out.end_write());
   }
-  return kOk;
+  return out.flush();
 }
 
 // Rows of 32 bits as rows of 24.

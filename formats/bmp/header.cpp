@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <limits>
 
 #include "io/endian.h"
@@ -124,9 +125,13 @@ void read_palette(const StoredHeader& stored, File& file) {
     read_or_zero(stored.stream, std::span(bytes).first(readable_palette_bytes(stored, file)));
   }
   std::array<Rgb, 256>& palette = file.image.palette;
-  for (int i = 0; i < 1 << stored.info.biBitCount; ++i) {
-    const std::uint8_t* entry = stored.is_core() ? &bytes[3 * i] : &bytes[4 * i];
-    palette[i] = {entry[0], entry[1], entry[2], stored.is_core() ? std::uint8_t{0} : entry[3]};
+  const int count = 1 << stored.info.biBitCount;
+  if (!stored.is_core()) {
+    std::memcpy(palette.data(), bytes.data(), count * sizeof(Rgb));
+    return;
+  }
+  for (int i = 0; i < count; ++i) {
+    palette[i] = {bytes[3 * i], bytes[3 * i + 1], bytes[3 * i + 2], 0};
   }
 }
 
@@ -283,14 +288,14 @@ Status write_header(const EncodeRequest& request, FileHeader file_header, std::u
   TQ_TRY(out.open(request.stream, sizeof request.image->palette));
   if (file_header == FileHeader::written) {
     put_file_header(image, out);
-    TQ_TRY(out.flush());
+    TQ_TRY(out.end_write());
   }
   put_info_header(request, compression, out);
-  TQ_TRY(out.flush());
+  TQ_TRY(out.end_write());
   const std::span all(reinterpret_cast<const std::uint8_t*>(request.image->palette.data()),
                       sizeof request.image->palette);
   out.put(all.first(palette_bytes(image.biBitCount)));
-  return out.flush();
+  return out.end_write();
 }
 
 }  // namespace tq::bmp

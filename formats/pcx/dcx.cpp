@@ -14,7 +14,7 @@ constexpr std::uint32_t kMagic = 987654321;
 constexpr int kMostPages = 1024;    // that are looked for
 constexpr int kWrittenPages = 100;  // that a container written here has room for
 constexpr int kTableBytes = 4 + 4 * kWrittenPages;
-constexpr std::int32_t kCopyBytes = 4000;
+constexpr std::int32_t kCopyBytes = 4000, kLargeCopyBytes = 65536;
 constexpr std::int32_t kPageHeaderBytes = 128;
 
 // Reads table entries one after the other; the end counts as 0. A table that is full ends with no
@@ -187,8 +187,9 @@ Status add_entry(StreamHandle stream, const Existing& found, int entry) {
 
 template <class Read>
 Status copy_bytes(Read read, std::int64_t bytes, StreamWriter& output) {
+  const std::int64_t most = output.gathers() ? kLargeCopyBytes : kCopyBytes;
   while (bytes > 0) {
-    const std::span<std::uint8_t> room = output.room(std::min<std::int64_t>(bytes, kCopyBytes));
+    const std::span<std::uint8_t> room = output.room(std::min<std::int64_t>(bytes, most));
     TQ_TRY(output.status());
     const std::int32_t got = read(room);
     if (got <= 0) return StatusCode::read_failed;

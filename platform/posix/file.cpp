@@ -253,6 +253,14 @@ std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   return done;
 }
 
+std::int32_t file_read_at(std::int32_t file, void* buffer, std::int32_t count, std::int32_t at) {
+  ssize_t got = -1;
+  do {
+    got = ::pread(file, buffer, count, at);
+  } while (got < 0 && errno == EINTR);
+  return static_cast<std::int32_t>(got);
+}
+
 std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {

@@ -187,6 +187,13 @@ std::int32_t file_read(std::int32_t file, void* buffer, std::int32_t count) {
   return done;
 }
 
+std::int32_t file_read_at(std::int32_t file, void* buffer, std::int32_t count, std::int32_t at) {
+  if (GetFileType(handle_of(file)) != FILE_TYPE_DISK || file_seek(file, at, 0) != at) return -1;
+  const std::int32_t got = file_read(file, buffer, count);
+  file_seek(file, 0, 0);
+  return got;
+}
+
 std::int32_t file_write(std::int32_t file, const void* buffer, std::int32_t count) {
   std::int32_t done = 0;
   while (done < count) {

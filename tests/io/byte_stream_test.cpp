@@ -94,6 +94,39 @@ TEST_F(ByteStream, FilesAreMeasuredAndNotCutAndErrorsAreShortCounts) {
   EXPECT_EQ(bytes, (Bytes{4, 5}));
 }
 
+// Seen from above nothing tells whether the start of a file is taken in one go.
+TEST_F(ByteStream, TakenAheadAFileReadsAsItIs) {
+  std::uint32_t state = 1;
+  const auto random = [&](int below) {
+    state = state * 1664525 + 1013904223;
+    return static_cast<std::int32_t>((state >> 8) % static_cast<std::uint32_t>(below));
+  };
+  for (int round = 0; round < 400; ++round) {
+    const int bytes = random(3) == 0 ? 4090 + random(12) : 1 + random(9000);
+    const std::string name = folder.file("ahead");
+    Bytes content(static_cast<std::size_t>(bytes));
+    for (auto& b : content) b = static_cast<std::uint8_t>(random(256));
+    test::write_file(name, content);
+    OpenFile file, same;
+    ASSERT_EQ(file.open(name.c_str(), OpenMode::read), kOk);
+    ASSERT_EQ(same.open(name.c_str(), OpenMode::read), kOk);
+    const ReadAhead ahead(file.handle());
+    for (int step = 0; step < 12; ++step) {
+      const auto both = [&](auto&& run) { return run(file.handle()) == run(same.handle()); };
+      const std::int32_t count = random(4) == 0 ? random(2 * bytes) : random(20);
+      const std::int32_t offset = random(2 * bytes) - bytes / 2;
+      const Origin origin{random(8) == 0 ? random(4) : random(2)};
+      const bool reads = random(2) == 0;
+      EXPECT_TRUE(both([&](StreamHandle stream) {
+        if (!reads) return Bytes{static_cast<std::uint8_t>(seek(stream, offset, origin) % 251)};
+        return read_some(stream, static_cast<std::size_t>(count));
+      })) << round
+          << " " << step;
+      EXPECT_TRUE(both([](StreamHandle stream) { return position(stream); }));
+    }
+  }
+}
+
 TEST_F(MemoryStream, LimitIsWhatIsKnownOfTheBlock) {
   GlobalBlock block;
   ASSERT_TRUE(block.allocate(100).ok());

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/memory_file.h"
+#include "tests/support/scratch_folder.h"
 
 namespace tq {
 namespace {
@@ -71,6 +72,39 @@ TEST(StreamWriter, BytesArriveInPiecesOfOneSize) {
   out.put(Bytes(37, 1));
   EXPECT_EQ(out.flush(), kOk);
   EXPECT_THAT(file.counts, ElementsAre(10, 10, 10, 7));
+}
+
+// Nobody sees how an own file is written, so it is in large pieces.
+TEST(StreamWriter, GathersMoreForAnOwnFile) {
+  const test::ScratchFolder folder;
+  OpenFile file;
+  ASSERT_EQ(file.open(folder.file("own").c_str(), OpenMode::create), kOk);
+  const OwnFile own(file.handle());
+  std::string expected;
+  StreamWriter out;
+  ASSERT_EQ(out.open(file.handle(), kPiece), kOk);
+  for (int i = 0; expected.size() < 700000; ++i) {
+    out.fill(i * 37 % 5000, i % 251);
+    expected.append(static_cast<std::size_t>(i * 37 % 5000), static_cast<char>(i % 251));
+    out.put(Bytes(static_cast<std::size_t>(i % 3000), 'p'));
+    expected.append(static_cast<std::size_t>(i % 3000), 'p');
+    EXPECT_EQ(out.end_write(), kOk);
+    if (i != 20) continue;
+    EXPECT_EQ(stream_size(file.handle()), 0);
+  }
+  const std::span<std::uint8_t> large = out.room(600000);
+  std::fill(large.begin(), large.end(), std::uint8_t{'r'});
+  out.take(std::ssize(large));
+  expected.append(large.size(), 'r');
+  EXPECT_EQ(out.flush(), kOk);
+  EXPECT_EQ(out.count(), std::ssize(expected));
+  EXPECT_EQ(test::file_content(folder.file("own")), text(expected));
+
+  const MemoryFile watched;  // a caller's functions see each write
+  ASSERT_EQ(out.open(file.handle(), kPiece), kOk);
+  out.put8('!');
+  EXPECT_EQ(out.end_write(), kOk);
+  EXPECT_EQ(watched.counts.size(), 1u);
 }
 
 TEST(StreamWriter, PatchesWhatHasBeenWritten) {
