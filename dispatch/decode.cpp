@@ -24,7 +24,7 @@ std::int32_t IMG_CB_C take_header(void* block, void* context) {
 class InkSink {
  public:
   explicit InkSink(const formats::RowSink& to) : to_(to) {}
-  formats::RowSink sink() { return {on_header, on_row, this, to_.notes}; }
+  formats::RowSink sink() { return {on_header, on_row, this, to_.notes, to_.wanted}; }
 
  private:
   static std::int32_t IMG_CB_C on_header(void* block, void* context) {

@@ -116,6 +116,28 @@ ImageShape ImageSink::choose_shape() {
   return shape;
 }
 
+// Whoever follows the decode, or wants to know of all damage, gets all of it.
+void ImageSink::choose_wanted() {
+  wanted_ = {};
+  const bool strict = context().options.get(IMG_OPTION_STRICT) == 1;
+  if (fit_ == Fit::whole || strict || callers_can_look()) return;
+  const BitmapInfoHeader& header = source_.header;
+  const auto end = [](std::int64_t from, std::int32_t side, std::int32_t most) {
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(from + side, 1, most));
+  };
+  if (fit_ == Fit::cut) {
+    wanted_ = {.top = top_,
+               .bottom = end(top_, height_, header.biHeight),
+               .left = left_,
+               .right = end(left_, width_, header.biWidth)};
+  } else {
+    wanted_ = {.bottom = header.biHeight,
+               .right = header.biWidth,
+               .height = header.biHeight,
+               .scaled_height = height_};
+  }
+}
+
 Status ImageSink::allocate_buffers(const ImageShape& shape) {
   const std::int64_t source_row = row_bytes(source_.header.biWidth, source_.header.biBitCount);
   source_row_ = static_cast<std::size_t>(source_row);
@@ -144,6 +166,7 @@ Status ImageSink::header(const HeaderBlock& block) {
   height_ = record->height;
   bits_ = record->bits;
   has_header_ = true;
+  choose_wanted();
   delivered_.start(record->in_runs);  // run lists start white
   if (callers_can_look()) clear_undelivered(*record);
   return kOk;

@@ -34,7 +34,7 @@ class ImageSink {
   ImageSink(const ImageSink&) = delete;
   ImageSink& operator=(const ImageSink&) = delete;
 
-  formats::RowSink callbacks() { return {on_header, on_row, this}; }
+  formats::RowSink callbacks() { return {on_header, on_row, this, nullptr, &wanted_}; }
 
   // After a decode that succeeded: clears what was not delivered. bad_image when there was no
   // header.
@@ -52,6 +52,7 @@ class ImageSink {
 
   ImageRecord* image() const;
   ImageShape choose_shape();
+  void choose_wanted();
   Status allocate_buffers(const ImageShape& shape);
   bool place_row(std::int32_t& y);
   std::span<const std::uint8_t> whole_row(std::span<const std::uint8_t> bytes);
@@ -68,6 +69,7 @@ class ImageSink {
   Fit fit_ = Fit::whole;
   std::int32_t left_ = 0, top_ = 0;  // of the decode rectangle, in source pixels
   std::int32_t last_scaled_row_ = -1;
+  formats::WantedPart wanted_;
   pixels::RowReducer reducer_;
   bool has_header_ = false;
   std::int32_t width_ = 0, height_ = 0, bits_ = 0;  // of the image that was made

@@ -59,9 +59,35 @@ struct DecodeNotes {
     if (damage == StatusCode::ok) damage = reason;
     if (whole != nullptr) whole->damaged(reason);
   }
+  void rest_is_not_wanted() {
+    if (damage == StatusCode::ok) rows = height;
+  }
   void end() {
     if (rows < height) damaged(StatusCode::read_failed);
   }
+};
+
+// What a sink keeps of a picture; it may be handed anything in place of the rest. Known behind the
+// header.
+struct WantedPart {
+  std::int32_t top = 0, bottom = INT32_MAX;  // rows top .. bottom - 1
+  std::int32_t left = 0, right = INT32_MAX;  // columns
+  // Of rows that come from the top: the first one that falls on each of `scaled_height`; 0: all.
+  std::int32_t height = 0, scaled_height = 0;
+
+  bool has_row(std::int32_t y) const {
+    if (y < top || y >= bottom) return false;
+    return y == 0 || scaled_height == 0 || scaled_row(y) != scaled_row(y - 1);
+  }
+  bool has_row_of(std::int32_t first, std::int32_t end) const {
+    for (std::int32_t y = std::max(first, top); y < std::min(end, bottom); ++y) {
+      if (has_row(y)) return true;
+    }
+    return false;
+  }
+
+ private:
+  std::int64_t scaled_row(std::int32_t y) const { return std::int64_t{y} * scaled_height / height; }
 };
 
 // Takes a decoder's header and rows. The callbacks are the interface's own, so that callers with
@@ -71,6 +97,7 @@ struct RowSink {
   img_row_fn on_row = nullptr;
   void* context = nullptr;
   DecodeNotes* notes = nullptr;
+  const WantedPart* wanted = nullptr;  // everything
 
   // Once, before any row; the block outlives the decode. After it the geometry is known to be
   // valid: bad_image or out_of_memory is returned otherwise, whatever the callback said.
@@ -103,6 +130,15 @@ struct RowSink {
     if (notes == nullptr) return;
     notes->drop_last_row();
     notes->damaged(reason);
+  }
+
+  // Whether row `y` is the last one that anybody keeps, of rows that come from the top, or from the bottom.
+  // What comes behind it need not be looked at: nothing of the picture is missing.
+  bool ends_at(std::int32_t y) const { return ends(wanted != nullptr && y >= wanted->bottom - 1); }
+  bool ends_up_at(std::int32_t y) const { return ends(wanted != nullptr && y <= wanted->top); }
+  bool ends(bool here) const {
+    if (here && notes != nullptr) notes->rest_is_not_wanted();
+    return here;
   }
 
   // The rows that are missing are blank by the format's own rules.

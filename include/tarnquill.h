@@ -1047,7 +1047,9 @@ IMG_API int32_t IMG_CALL IMGLOW_set_decompsize(int32_t width, int32_t height);
 /* Decodes only a rectangle of the image, in pixels; it counts while no decode size is set. A
  * direction is cut when width - x (height - y) is below the source's side, and the result then has
  * exactly the given width (height); pixels beyond the source are 0, white for 1 bit. x and y below
- * 0 are stored as 0. All four 0 (default): the whole image. */
+ * 0 are stored as 0. All four 0 (default): the whole image. Of a file that is decoded into an image,
+ * what lies outside of the rectangle's rows may be left unread: damage there is not told, unless
+ * IMG_OPTION_STRICT is set or progress is reported. */
 IMG_API int32_t IMG_CALL IMGLOW_set_decomp_rect(int32_t x, int32_t y, int32_t width,
                                                 int32_t height);
 

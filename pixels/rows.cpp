@@ -18,6 +18,20 @@ int pixel_nibble(Bytes row, int x) {
   return x % 2 == 0 ? row[x / 2] >> 4 : row[x / 2] & 15;
 }
 
+// A depth of its own kind has one byte a pixel.
+constexpr int pixel_bytes(int bits) {
+  return bits == 16 || bits == 24 || bits == 32 ? bits / 8 : 1;
+}
+
+template <int kBytes, class Source>
+void gather_bytes(Bytes row, Row out, int count, Source&& source) {
+  const std::uint8_t* const from = row.data();
+  std::uint8_t* to = out.data();
+  for (int i = 0; i < count; ++i, to += kBytes) {
+    std::memcpy(to, from + std::ptrdiff_t{kBytes} * source(i), kBytes);
+  }
+}
+
 // out pixel i = row pixel source(i), for i below `count`; `out` is clear.
 template <class Source>
 void gather(Bytes row, int bits, Row out, int count, Source&& source) {
@@ -30,9 +44,16 @@ void gather(Bytes row, int bits, Row out, int count, Source&& source) {
     default:
       break;
   }
-  // A depth of its own kind has one byte a pixel.
-  const std::ptrdiff_t bytes = bits == 16 || bits == 24 || bits == 32 ? bits / 8 : 1;
-  for (int i = 0; i < count; ++i) std::memcpy(&out[i * bytes], &row[source(i) * bytes], bytes);
+  switch (pixel_bytes(bits)) {
+    case 1:
+      return gather_bytes<1>(row, out, count, source);
+    case 2:
+      return gather_bytes<2>(row, out, count, source);
+    case 3:
+      return gather_bytes<3>(row, out, count, source);
+    default:
+      return gather_bytes<4>(row, out, count, source);
+  }
 }
 
 }  // namespace
@@ -73,6 +94,11 @@ void cut_row(Bytes row, int width, int bits, int first, Row out, int out_width) 
   const int there = std::clamp(width - first, 0, out_width);
   if (there == 0) return;
   if (bits == 1) return copy_bits(row, first, there, out);
+  const std::ptrdiff_t bytes = pixel_bytes(bits);
+  if (bits != 4) {
+    std::copy_n(row.data() + first * bytes, there * bytes, out.data());
+    return;
+  }
   gather(row, bits, out, there, [&](int i) { return first + i; });
 }
 

@@ -25,10 +25,13 @@ class StoredRows {
   StoredRows& operator=(const StoredRows&) = delete;
   ~StoredRows() { input_.skip(lent_); }
 
-  Status open(const DecodeRequest& request, const File& file) {
+  // From a line on.
+  Status open(const DecodeRequest& request, const File& file, std::int32_t line = 0) {
     there_ = row_bytes_ = static_cast<std::size_t>(file.line_bytes);
-    lines_left_ = (file.end - file.pixels_at) / std::max<std::int64_t>(file.line_bytes, 1);
-    return open_pixels(request, file, read_chunk_bytes(file.line_bytes), input_);
+    lines_left_ = (file.end - file.pixels_at) / std::max<std::int64_t>(file.line_bytes, 1) - line;
+    File from = file;
+    if (line > 0) from.pixels_at = stream_position(file.pixels_at + file.line_bytes * line);
+    return open_pixels(request, from, read_chunk_bytes(file.line_bytes), input_);
   }
 
   // Valid until the next call.
@@ -76,17 +79,31 @@ Status drop_empty_alpha(const DecodeRequest& request, File& file) {
   return kOk;
 }
 
+// Those before it are rows below the wanted ones, or above them; what a cut-off file lacks of them is not
+// told.
+std::int32_t first_wanted_line(const formats::RowSink& sink, const File& file) {
+  // Of 1 bit it makes a difference whether a row is lacking or was never there.
+  const bool seeks = file.image.header.biBitCount != 1 && file.pixels_at >= 0;
+  if (sink.wanted == nullptr || !seeks) return 0;
+  const std::int32_t height = file.image.header.biHeight;
+  const std::int32_t line =
+      file.top_down ? sink.wanted->top : height - std::min(sink.wanted->bottom, height);
+  const bool is_position = stream_position(file.pixels_at + file.line_bytes * line) >= 0;
+  return line < height && is_position ? line : 0;
+}
+
 // `change(row, changed)` fills a row of its own with what a row of the file becomes.
 template <class Change>
 Status deliver_plain_rows(const DecodeRequest& request, const File& file, bool changes,
                           Change&& change) {
   const BitmapInfoHeader& header = file.image.header;
+  const std::int32_t first = first_wanted_line(request.sink, file);
   StoredRows rows;
-  TQ_TRY(rows.open(request, file));
+  TQ_TRY(rows.open(request, file, first));
   RowBuffer<std::uint8_t> changed;
   if (changes) TQ_TRY(changed.allocate(row_bytes(header.biWidth, header.biBitCount)));
   std::uint64_t missing = 0;
-  for (std::int32_t i = 0; i < header.biHeight; ++i) {
+  for (std::int32_t i = first; i < header.biHeight; ++i) {
     Bytes row;
     TQ_TRY(rows.next(row));
     if (rows.missing() != 0) request.sink.damaged(StatusCode::read_failed);
@@ -98,6 +115,7 @@ Status deliver_plain_rows(const DecodeRequest& request, const File& file, bool c
       row = changed.pixels();
     }
     TQ_TRY(request.sink.row(row, y));
+    if (file.top_down ? request.sink.ends_at(y) : request.sink.ends_up_at(y)) return kOk;
   }
   return kOk;
 }

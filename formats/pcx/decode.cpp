@@ -366,6 +366,7 @@ Status decode_rows(const DecodeRequest& request, const Header& file, bool invert
       std::copy_n(line.begin(), bytes, row.data());
     }
     TQ_TRY(request.sink.row(row.pixels(), y));
+    if (request.sink.ends_at(y)) return kOk;
   }
   return kOk;
 }

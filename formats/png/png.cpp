@@ -147,6 +147,7 @@ Status decode_rows(const DecodeRequest& request, const PngImage& png, PngReader&
     TQ_TRY(read);
     convert(png, stored.pixels(), row.pixels());
     TQ_TRY(request.sink.row(row.pixels(), y));
+    if (request.sink.ends_at(y)) return kOk;
   }
   return kOk;
 }
@@ -201,7 +202,9 @@ Status decode_png(const DecodeRequest& request) {
   const Options& options = request.options;
   const bool looks_behind =
       options.get(IMG_OPTION_STRICT) == 1 || options.get(IMG_OPTION_READING) == 1;
-  if (!looks_behind || reader.was_cut_off()) return kOk;
+  const std::int32_t last = png.image.header.biHeight - 1;
+  const bool is_part = request.sink.wanted != nullptr && request.sink.wanted->bottom <= last;
+  if (!looks_behind || is_part || reader.was_cut_off()) return kOk;
   const Status ended = reader.finish();
   if (ended.failed()) {
     request.sink.damaged(reader.was_cut_off() ? StatusCode::read_failed : StatusCode::bad_image);

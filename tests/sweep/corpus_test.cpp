@@ -101,6 +101,76 @@ TEST_F(Corpus, EveryFileIsWhatOtherProgramsSeeInIt) {
   }
 }
 
+std::int32_t IMG_CB_STD watch(intptr_t, std::int32_t) {
+  return 0;
+}
+
+// Who follows a decode makes it look at all of the file: what is left out otherwise is not missed.
+TEST_F(Corpus, PartsOfEveryFileAreThoseOfTheWhole) {
+  const ScratchFolder folder;
+  const std::string name = folder.file("file");
+  for (const CorpusFile& file : corpus_files()) {
+    SCOPED_TRACE(file.name);
+    const Image whole = decode(file.bytes, 0);
+    if (whole < 0) continue;
+    write_file(name, file.bytes);
+    const BitmapInfoHeader header = header_of_image(whole);
+    const std::int32_t w = header.biWidth, h = header.biHeight;
+    const struct {
+      Rect rect;
+      Size size;
+      std::int32_t reading;
+    } parts[] = {{{0, 0, w / 4 + 1, h / 4 + 1}, {}, 0},
+                 {{w / 3, h / 2, w / 3 + 1, h / 3 + 1}, {}, 1},
+                 {{w - 1, h - 1, 3, 3}, {}, 0},
+                 {{w / 2, 0, w / 2, h}, {}, 0},
+                 {{0, h / 3, w, 1}, {}, 1},
+                 {{}, {w / 8 + 1, h / 8 + 1}, 0},
+                 {{}, {w / 2, h / 3}, 1},
+                 {{}, {1, 1}, 0}};
+    for (const auto& part : parts) {
+      IMGLOW_set_decomp_rect(part.rect.x, part.rect.y, part.rect.width, part.rect.height);
+      IMGLOW_set_decompsize(part.size.width, part.size.height);
+      IMG_set_option(IMG_OPTION_READING, part.reading);
+      IMG_set_statusbar(0, watch, 1);
+      const Image expected = decode(file.bytes, 0);
+      IMG_set_statusbar(0, nullptr, 0);
+      const Image from_memory = decode(file.bytes, 0);
+      const Image from_file(IMG_decompress_bitmap(name.c_str()));
+      if (expected < 0) continue;
+      const auto index = &part - parts;
+      ASSERT_EQ(rows_of_image(from_memory), rows_of_image(expected)) << index;
+      ASSERT_EQ(rows_of_image(from_file), rows_of_image(expected)) << index;
+      std::int32_t rows[3] = {};
+      EXPECT_EQ(IMG_get_damage(from_memory, &rows[0], nullptr),
+                IMG_get_damage(expected, &rows[1], nullptr));
+      IMG_get_damage(from_file, &rows[2], nullptr);
+      EXPECT_EQ(rows[0], rows[1]) << index;
+      EXPECT_EQ(rows[2], rows[1]) << index;
+    }
+  }
+}
+
+// What lies behind the rows that are wanted may be gone, unless damage is an error.
+TEST_F(Corpus, PartsAreWholeWhereTheRestIsGone) {
+  for (const char* name : {"jpeg/420.jpg", "pcx/rgb24.pcx", "bmp/rgb24.bmp"}) {
+    SCOPED_TRACE(name);
+    Bytes bytes = file_content(std::string("corpus/") + name);
+    const BitmapInfoHeader header = header_of_image(decode(bytes, 0));
+    bytes.resize(bytes.size() * 3 / 4);
+    EXPECT_EQ(IMG_get_damage(decode(bytes, 0), nullptr, nullptr), 1);
+    // The rows of a bitmap come from the bottom.
+    const std::int32_t side = header.biHeight / 4;
+    const bool upwards = std::string(name).ends_with("bmp");
+    IMGLOW_set_decomp_rect(0, upwards ? header.biHeight - side : 0, header.biWidth, side);
+    EXPECT_EQ(IMG_get_damage(decode(bytes, 0), nullptr, nullptr), 0);
+    IMG_set_option(IMG_OPTION_STRICT, 1);
+    EXPECT_LT(IMG_decompress_bitmap_block(bytes.data(), bytes.size(), 0), 0);
+    IMG_set_option(IMG_OPTION_STRICT, 0);
+    IMGLOW_set_decomp_rect(0, 0, 0, 0);
+  }
+}
+
 TEST_F(Corpus, EveryFileIsListed) {
   std::set<std::string> listed, there;
   for (const CorpusImage& image : corpus_images()) listed.insert(image.name);

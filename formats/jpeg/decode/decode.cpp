@@ -170,6 +170,7 @@ void transform_row(Decode& decode, int component, int y, int mcu_y) {
   Reconstruction& picture = decode.picture;
   const StoredRow row = decode.store.row(component, y);
   for (int x = 0; x < decode.geometry.grids[component].columns; ++x) {
+    if (picture.is_partial() && !picture.needs(component, x, mcu_y)) continue;
     if (row.present[x] == 0) {
       picture.put_flat(component, x, mcu_y, row.dc[x]);
       continue;
@@ -184,6 +185,7 @@ void transform_row(Decode& decode, int component, int y, int mcu_y) {
 Status deliver_stored(Decode& decode, const formats::RowSink& sink) {
   const Geometry& geometry = decode.geometry;
   for (int mcu_row = 0; mcu_row < geometry.mcu_rows; ++mcu_row) {
+    decode.picture.begin_row(mcu_row * geometry.mcu_height());
     for (int i = 0; i < geometry.count; ++i) {
       const int v = geometry.grids[i].v;
       for (int y = 0; y < v; ++y) transform_row(decode, i, mcu_row * v + y, y);
@@ -201,6 +203,7 @@ Status decode_scans(Decode& decode, const formats::RowSink& sink, Layout layout)
   decode.lookups = new (room.data()) LookupTables;
   TQ_TRY(decode.source.allocate());
   TQ_TRY(decode.picture.allocate(decode.geometry, layout, decode.reading.accuracy));
+  decode.picture.choose_wanted(sink.wanted);
   const Tables& tables = decode.tables;
   if (!tables.frame.progressive && tables.scan.count == tables.frame.count) {
     take_quantisation_tables(decode);

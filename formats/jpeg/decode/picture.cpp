@@ -144,6 +144,38 @@ Status Reconstruction::allocate(const Geometry& geometry, Layout layout, Accurac
   return row_.allocate(row_bytes(geometry.width, layout_bits(layout)));
 }
 
+void Reconstruction::choose_wanted(const formats::WantedPart* wanted) {
+  if (wanted == nullptr) return;
+  const bool all_columns = wanted->left <= 0 && wanted->right >= geometry_->width;
+  const bool all_rows =
+      wanted->top <= 0 && wanted->bottom >= geometry_->height && wanted->scaled_height == 0;
+  if (!all_columns || !all_rows) wanted_ = wanted;
+}
+
+// Smooth chroma looks at the samples around those of a pixel.
+int Reconstruction::around() const {
+  return kernels_.accuracy == Accuracy::exact ? 8 : 0;
+}
+
+bool Reconstruction::needs(int component, int column, int row) const {
+  const Grid& grid = geometry_->grids[component];
+  const int across = 8 * geometry_->h_most;
+  const int left = column * across / grid.h - around();
+  const int right = ceil_div((column + 1) * across, grid.h) + around();
+  return needed_rows_[component][row] && right > wanted_->left && left < wanted_->right;
+}
+
+void Reconstruction::begin_row(int y) {
+  if (wanted_ == nullptr) return;
+  for (int i = 0; i < geometry_->count; ++i) {
+    const int v = geometry_->grids[i].v, down = 8 * geometry_->v_most;
+    for (int row = 0; row < v; ++row) {
+      const int top = y + row * down / v, bottom = y + ceil_div((row + 1) * down, v);
+      needed_rows_[i][row] = wanted_->has_row_of(top - around(), bottom + around());
+    }
+  }
+}
+
 Reconstruction::Widening Reconstruction::choose_widening(const Grid& grid) const {
   constexpr int kFewestSmooth = 3;  // samples across
   const bool halved = 2 * grid.h == geometry_->h_most, full = grid.h == geometry_->h_most;
@@ -292,7 +324,8 @@ void Reconstruction::keep_last_rows() {
 }
 
 void Reconstruction::make_row(int y) {
-  const int width = geometry_->width;
+  const int width =
+      wanted_ != nullptr ? std::min<int>(geometry_->width, wanted_->right) : geometry_->width;
   std::uint8_t* const out = row_.data();
   if (layout_ == Layout::ycc && halved_chroma_) {
     kernels_.ycc_to_bgr_halved(row_of(0, y), row_of(1, y), row_of(2, y), out, width);
@@ -341,7 +374,7 @@ Status Reconstruction::deliver_row(const formats::RowSink& sink, int y) {
   const bool grey = layout_ == Layout::grey || layout_ == Layout::grey_12;
   // Grey samples are pixels, and there is room behind them.
   const std::span row(grey ? planes_[0] + y * strides_[0] : row_.data(), row_.size());
-  if (!grey) make_row(y);
+  if (!grey && (wanted_ == nullptr || wanted_->has_row(top_ + y))) make_row(y);
   std::fill(row.begin() + used, row.end(), std::uint8_t{0});
   return sink.row(row, top_ + y);
 }
@@ -356,6 +389,11 @@ Status Reconstruction::deliver(const formats::RowSink& sink, int y) {
   for (int i = first; i < end; ++i) TQ_TRY(deliver_row(sink, i));
   if (waits_) keep_last_rows();
   return kOk;
+}
+
+int Reconstruction::delivered_to() const {
+  const int end = std::min(top_ + geometry_->mcu_height(), geometry_->height);
+  return end - (waits_ ? 2 : 1);
 }
 
 Status Reconstruction::finish(const formats::RowSink& sink) {

@@ -84,6 +84,12 @@ class Reconstruction {
  public:
   Status allocate(const Geometry& geometry, Layout layout, Accuracy accuracy);
 
+  // Behind the sink's header. Null: all of the picture; else blocks that it does not need may be left out.
+  void choose_wanted(const formats::WantedPart* wanted);
+  bool is_partial() const { return wanted_ != nullptr; }
+  bool needs(int component, int column, int row) const;
+  void begin_row(int y);  // of MCUs; its first row of the picture
+
   void set_quantisation(int component, const QuantisationTable& table);
 
   // Each block of the MCU row once, before its pixels are delivered; `row` counts from its top.
@@ -102,6 +108,7 @@ class Reconstruction {
   // Rows of the picture from `y` on. The last one waits for the samples below it where chroma is
   // smooth from row to row.
   Status deliver(const formats::RowSink& sink, int y);
+  int delivered_to() const;  // the last row
   // The row that waits, as nothing comes below it.
   Status finish(const formats::RowSink& sink);
 
@@ -114,6 +121,7 @@ class Reconstruction {
     std::uint8_t* samples = nullptr;
   };
 
+  int around() const;  // pixels
   std::uint8_t* place(int component, int column, int row) const;
   int level_shift_12() const;
   Widening choose_widening(const Grid& grid) const;
@@ -126,6 +134,8 @@ class Reconstruction {
   Status deliver_row(const formats::RowSink& sink, int y);
 
   const Geometry* geometry_ = nullptr;
+  const formats::WantedPart* wanted_ = nullptr;
+  std::array<std::array<bool, 4>, kMostComponents> needed_rows_{};  // of blocks, in the MCU row
   Layout layout_ = Layout::grey;
   bool halved_chroma_ = false;
   bool smooth_down_ = false;  // in some component

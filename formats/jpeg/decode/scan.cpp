@@ -171,9 +171,11 @@ class StreamingBlocks {
   void put(int first_mcu, int count) {
     const std::int16_t* block = blocks_;
     const std::uint32_t* ac_magnitude = ac_magnitudes_;
+    const bool partial = picture_.is_partial();
     for (int mcu = first_mcu; mcu < first_mcu + count; ++mcu) {
       for (int u = 0; u < unit_count_; ++u, block += kBlock, ++ac_magnitude) {
         const Unit& unit = units_[u];
+        if (partial && !picture_.needs(unit.component, mcu * unit.h + unit.x, unit.y)) continue;
         picture_.put(unit.component, mcu * unit.h + unit.x, unit.y, block, *ac_magnitude);
       }
     }
@@ -262,10 +264,12 @@ Status stream_scan(ScanReader& reader, Reconstruction& picture, const formats::R
   StreamingBlocks blocks(reader, picture);
   const int height = reader.geometry().mcu_height();
   for (int mcu_row = 0; mcu_row < reader.rows(); ++mcu_row) {
+    picture.begin_row(mcu_row * height);
     const bool there = blocks.decode_row();
     if (reader.damage() != StatusCode::ok) sink.damaged(reader.damage());
     if (!there) break;
     TQ_TRY(picture.deliver(sink, mcu_row * height));
+    if (picture.is_partial() && sink.ends_at(picture.delivered_to())) return kOk;
     if (reader.ended()) break;
   }
   return picture.finish(sink);
