@@ -10,9 +10,11 @@ import resource
 import shutil
 import signal
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -567,6 +569,73 @@ class Batches(ToolTest):
         while b"3 converted" not in shown:
             shown += os.read(ours, 1000)
         self.assertEqual(process.wait(WAIT), 0)
+
+
+class View(ToolTest):
+    HALF = "\u2580"
+
+    def cells(self, text):
+        """The rows of pixels that half blocks in 24-bit colours show."""
+        rows = []
+        for line in text.decode().splitlines():
+            ink = paper = None
+            upper, lower = [], []
+            for which, colour, cell in re.findall(r"\033\[([34]8);2;(\d+;\d+;\d+)m|\033\[0m|(.)", line):
+                if which == "38":
+                    ink = tuple(map(int, colour.split(";")))
+                elif which == "48":
+                    paper = tuple(map(int, colour.split(";")))
+                elif cell:
+                    upper.append(ink if cell == self.HALF else paper)
+                    lower.append(paper)
+            rows += [upper, lower]
+        return rows if any(rows[-1]) else rows[:-1]
+
+    def sixels(self, text):
+        head, size, data = re.fullmatch(r'\033Pq("1;1;)(\d+;\d+)(.*)\033\\\n', text.decode()).groups()
+        width, height = map(int, size.split(";"))
+        rows = [[None] * width for _ in range(height)]
+        colours, colour, x, top = {}, None, 0, 0
+        for number, levels, count, what in re.findall(r"#(\d+)(?:;2;(\d+;\d+;\d+))?|!?(\d*)([?-~$-])", data):
+            if levels:
+                colours[number] = tuple(map(int, levels.split(";")))
+            elif number:
+                colour = colours[number]
+            elif what in "$-":
+                x, top = 0, top + 6 * (what == "-")
+            else:
+                for column in range(x, x + int(count or 1)):
+                    for y in range(6):
+                        if (ord(what) - 63) >> y & 1:
+                            rows[top + y][column] = colour
+                x += int(count or 1)
+        return rows
+
+    def test_shows_the_pixels(self):
+        stored = bmp.random_pixels(20, 9, 24)
+        self.write("a.bmp", bmp.encode(stored, 24))
+        pixels = [[pixel[::-1] for pixel in row] for row in stored]
+        self.write("wide.bmp", bmp.encode([[(9, 8, 7)] * 800] * 90, 24))
+        self.assertEqual(self.cells(self.succeed("view", "a.bmp")), pixels)
+        self.assertEqual(self.cells(self.succeed("view", "--crop", "3,2,6,5", "a.bmp")),
+                         [row[3:9] for row in pixels[2:7]])
+        self.assertEqual(self.cells(self.succeed("view", "--zoom", "200", "a.bmp")),
+                         [[c for c in row for _ in "ab"] for row in pixels for _ in "ab"])
+        self.assertEqual(self.cells(self.succeed("view", "wide.bmp")), [[(7, 8, 9)] * 80] * 9)
+        ours, theirs = pty.openpty()
+        self.addCleanup(os.close, ours)
+        fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 6, 12, 0, 0))
+        self.succeed("view", "a.bmp", stdout=theirs)
+        os.close(theirs)
+        fitted = self.cells(os.read(ours, 100000))
+        self.assertEqual((len(fitted[0]), len(fitted)), (12, 5))
+
+    def test_shows_sixels(self):
+        levels = [0, 51, 102, 153, 204, 255]  # whole percents
+        pixels = [[(levels[(x + y) % 6], levels[y % 6], 255) for x in range(30)] for y in range(13)]
+        self.write("a.bmp", bmp.encode(pixels, 24))
+        percent = [[tuple(round(v / 2.55) for v in pixel[::-1]) for pixel in row] for row in pixels]
+        self.assertEqual(self.sixels(self.succeed("view", "--sixel", "a.bmp")), percent)
 
 
 class Destinations(ToolTest):

@@ -27,6 +27,7 @@ Command pages_command();
 Command tags_command();
 Command scan_command();
 Command sheet_command();
+Command view_command();
 std::vector<Command> operation_commands();
 
 // Writes "tarnquill: MESSAGE" to standard error.

@@ -26,8 +26,9 @@ int flushed(int code) {
 namespace {
 
 std::vector<Command> all_commands() {
-  std::vector<Command> commands = {info_command(),    pages_command(),  tags_command(),
-                                   convert_command(), append_command(), extract_command()};
+  std::vector<Command> commands = {info_command(),   pages_command(),   tags_command(),
+                                   view_command(),   convert_command(), append_command(),
+                                   extract_command()};
   for (Command& command : operation_commands()) commands.push_back(std::move(command));
   commands.push_back(sheet_command());
   commands.push_back(scan_command());

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "options.h"
+
 namespace tool {
 
 // Called by main with the words behind the program's name; gives the exit code.
@@ -57,6 +59,14 @@ void set_library_temporary_folder(const std::string& folder);
 // Standard streams that the program was started without fail; no file of ours takes their place.
 void hold_standard_streams();
 bool is_terminal(std::FILE* file);
+
+// Of the terminal that standard output goes to, which from then on shows colours; zeros where it is
+// none or does not tell.
+struct TerminalSize {
+  Size cells = {}, pixels = {};
+};
+TerminalSize terminal_size();
+
 void set_binary(std::FILE* file);
 
 // From here on an interrupt is only noted, once: a second one ends the program. Writing to a closed

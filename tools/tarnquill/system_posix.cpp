@@ -2,6 +2,7 @@
 #define _FILE_OFFSET_BITS 64  // files beyond 2 GiB open on 32-bit systems too
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -170,6 +171,12 @@ void hold_standard_streams() {
 
 bool is_terminal(std::FILE* file) {
   return isatty(fileno(file)) != 0;
+}
+
+TerminalSize terminal_size() {
+  struct winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {};
+  return {{size.ws_col, size.ws_row}, {size.ws_xpixel, size.ws_ypixel}};
 }
 
 void set_binary(std::FILE* /*file*/) {}

@@ -207,6 +207,17 @@ bool is_terminal(std::FILE* file) {
   return _isatty(_fileno(file)) != 0;
 }
 
+TerminalSize terminal_size() {
+  const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+  CONSOLE_SCREEN_BUFFER_INFO info = {};
+  if (GetConsoleScreenBufferInfo(console, &info) == 0) return {};
+  DWORD mode = 0;
+  constexpr DWORD kObeysSequences = 4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
+  if (GetConsoleMode(console, &mode) != 0) SetConsoleMode(console, mode | kObeysSequences);
+  const SMALL_RECT& seen = info.srWindow;
+  return {{seen.Right - seen.Left + 1, seen.Bottom - seen.Top + 1}, {}};
+}
+
 void set_binary(std::FILE* file) {
   _setmode(_fileno(file), _O_BINARY);
 }
