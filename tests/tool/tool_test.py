@@ -638,6 +638,22 @@ class View(ToolTest):
         self.assertEqual(self.sixels(self.succeed("view", "--sixel", "a.bmp")), percent)
 
 
+class Scanning(ToolTest):
+    def test_a_feeder_gives_numbered_files_with_its_resolution(self):
+        for name, text in (("dll.conf", "test\n"), ("test.conf", 'number_of_devices 1\ntest-picture "Grid"\n')):
+            self.write(name, text.encode())
+        # SANE and its threads lose memory of their own.
+        device = {**os.environ, "SANE_CONFIG_DIR": str(self.folder), "ASAN_OPTIONS": "detect_leaks=0"}
+        if b"test:0" not in self.run_tool("scan", "--list", env=device).stdout:
+            self.skipTest("no libsane, or not its test device")
+        self.succeed("scan", "-q", "--source", "test:0", "--feeder", "--mode", "bw", "--dpi", "150",
+                     "-o", "page-####.tif", env=device)
+        pages = [f"page-{number:04}.tif" for number in range(1, 11)]
+        self.assertEqual(self.names(), ["dll.conf", *pages, "test.conf"])
+        for page in json.loads(self.succeed("info", "--json", *pages)):
+            self.assertEqual((page["x_dpi"], page["y_dpi"], page["depth"]), (150, 150, 1), page)
+
+
 class Destinations(ToolTest):
     def test_a_failing_conversion_leaves_the_existing_file(self):
         self.write_picture("a.bmp")
