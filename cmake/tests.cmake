@@ -75,6 +75,18 @@ if(WIN32)
   add_dependencies(scan_tests test_source)
 endif()
 
+if(WIN32 AND CMAKE_CROSSCOMPILING)
+  # Seen from tests/, and by Wine. What other programs of this system make of it is compared there.
+  file(RELATIVE_PATH tq_printed ${PROJECT_SOURCE_DIR}/tests ${PROJECT_BINARY_DIR}/printed.ps)
+  set_tests_properties(show_tests PROPERTIES
+    ENVIRONMENT TQ_PRINTED=${tq_printed} FIXTURES_SETUP printed_pages)
+  add_test(NAME peers.printed_pages
+    COMMAND /usr/bin/python3 peers/printed_pages.py ${tq_printed}
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
+  set_tests_properties(peers.printed_pages PROPERTIES
+    FIXTURES_REQUIRED printed_pages SKIP_RETURN_CODE 77 TIMEOUT 120)
+endif()
+
 if(TQ_API_TESTS)
   add_executable(api_tests ${TQ_API_TESTS})
   target_link_libraries(api_tests PRIVATE tarnquill tq_test_options gtest_main)

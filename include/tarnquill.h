@@ -838,10 +838,10 @@ IMG_API int32_t IMG_CALL IMGLOW_wipe_rects(int32_t effect, int32_t step, int32_t
 
 /* Draw onto a printer, between StartPage and EndPage (Windows): arguments and results as of
  * IMG_display_bitmap_iac. All four of x to height 0: the printable area, in true size, or what of it
- * fits. 1-bit images are sent as 1-bit pixels of the device, so that text stays sharp. The second lets
- * the device scale: the image's own pixels are sent, unless the view is turned, cut or has a background,
- * or the picture has more pixels than its place on the device. The progress callback is asked for each
- * band, and a negative answer is the result: the caller then calls AbortDoc. */
+ * fits. 1-bit images are sent as 1-bit pixels of the device, so that text stays sharp; to devices of one
+ * bit others are diffused. The second lets the device scale: it gets the image's own pixels, unless the
+ * view is turned, cut or has a background, or the picture has more pixels than its place there. The
+ * progress callback is asked for each band; a negative answer is the result: then call AbortDoc. */
 IMG_API int32_t IMG_CALL IMG_print_bitmap(int32_t image, void* hdc, int32_t x, int32_t y,
                                           int32_t width, int32_t height, const img_view* view);
 IMG_API int32_t IMG_CALL IMG_print_bitmap_fast(int32_t image, void* hdc, int32_t x, int32_t y,

@@ -13,6 +13,7 @@ struct Box {
 struct Surface {
   std::int32_t width = 0, height = 0;  // that can be drawn on, device pixels
   std::int32_t dpi_x = 0, dpi_y = 0;
+  std::int32_t bits = 0;  // a pixel
   bool readable = false;  // what is there can be asked for
 };
 

@@ -146,6 +146,7 @@ Status Plot::draw(const Rect& part, std::int32_t operation) {
   const Rect seen_part = common(part, clip_);
   if (is_empty(seen_part)) return kOk;
   const bool bits = prints_ && image().bits == 1 && !paint_.has_background;
+  if (prints_ && !bits && surface_.bits == 1) return draw_diffused(seen_part, operation);
   const std::int64_t row = row_bytes(seen_part.width, 32);
   const std::int64_t most = prints_ ? kPrintedBandBytes : kBandBytes;
   const auto rows = static_cast<std::int32_t>(

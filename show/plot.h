@@ -41,6 +41,7 @@ class Plot {
   Status draw(const Rect& part, std::int32_t operation);
   Status draw_band(const Rect& band, std::int32_t operation, std::uint8_t* pixels);
   Status draw_bits(const Rect& band, std::uint8_t* pixels, std::uint8_t* levels);
+  Status draw_diffused(const Rect& part, std::int32_t operation);
   Layout layout_of(const Rect& part) const;
   Status render_part(const Rect& part, const Canvas& canvas) const;
   Status read_below(const Rect& part, std::uint8_t* pixels) const;

@@ -1,6 +1,11 @@
 // Pictures on paper: in the device's pixels, or in the image's own where the device scales.
 #include <algorithm>
+#include <utility>
 
+#include "core/context.h"
+#include "core/image_create.h"
+#include "process/frame.h"
+#include "process/process.h"
 #include "show/dib_copy.h"
 #include "show/draw.h"
 #include "show/plot.h"
@@ -9,6 +14,18 @@ namespace tq::show {
 namespace {
 
 using platform::Box;
+
+constexpr std::uint8_t kWhite = 255;
+
+// Printing reports bands, not the rows of this.
+Status diffuse(ImageHandle greys) {
+  bool& reports = context().settings.progress.on;
+  const bool reported = std::exchange(reports, false);
+  process::ImageSource source(greys);
+  const Status diffused = process::diffusion_mono(source);
+  reports = reported;
+  return diffused;
+}
 
 }  // namespace
 
@@ -38,6 +55,39 @@ Status Plot::draw_bits(const Rect& band, std::uint8_t* pixels, std::uint8_t* lev
     header.palette[image().transparent_colour & 1] = {255, 255, 255, 0};
   }
   return put(band, header, pixels, 0, image().raster_operation);
+}
+
+// For a device of two colours: the whole part as greys, diffused, then sent in bands.
+Status Plot::draw_diffused(const Rect& part, std::int32_t operation) {
+  ImageSlot slot;
+  TQ_TRY(slot.allocate());
+  ImageRecord& greys = slot.record();
+  const ImageShape shape{.width = part.width, .height = part.height, .bits = 8};
+  TQ_TRY(create_image(greys, band_header(part.width, part.height, 8), shape));
+  for (std::int32_t y = 0; y < part.height; ++y) {
+    std::ranges::fill(plain_row(greys, y), kWhite);
+  }
+  const auto stride = static_cast<std::intptr_t>(greys.bytes_per_row);
+  TQ_TRY(render_part(part, {plain_row(greys, 0).data(), -stride, 0, part.height, IMG_PIXELS_GREY}));
+  TQ_TRY(diffuse(slot.handle()));
+  const std::int64_t row = row_bytes(part.width, 1);
+  const auto rows =
+      static_cast<std::int32_t>(std::clamp<std::int64_t>(kPrintedBandBytes / row, 1, part.height));
+  RowBuffer<std::uint8_t> band;
+  TQ_TRY(band.allocate(row * rows));
+  HeaderBlock header = band_header(part.width, rows, 1);
+  header.palette[1] = {255, 255, 255, 0};
+  for (std::int32_t y = 0; y < part.height; y += rows) {
+    TQ_TRY(next_band());
+    const std::int32_t height = std::min(rows, part.height - y);
+    std::uint8_t* out = band.data();
+    for (std::int32_t i = 0; i < height; ++i, out += row) {
+      std::ranges::copy(plain_row(greys, y + i), out);
+    }
+    header.header.biHeight = -height;
+    TQ_TRY(put({part.x, part.y + y, part.width, height}, header, band.data(), 0, operation));
+  }
+  return kOk;
 }
 
 // The image's own rows in bands whose edges on the page meet.

@@ -19,7 +19,7 @@ MAY_INCLUDE = {
     "coding": {"io", "core", "platform"},
     "formats": {"coding", "pixels", "io", "core", "platform"},
     "process": {"pixels", "core", "platform"},
-    "show": {"pixels", "core", "platform"},
+    "show": {"process", "pixels", "core", "platform"},
     "scan": {"dispatch", "formats", "pixels", "io", "core", "platform"},
     "dispatch": {"formats", "pixels", "io", "core", "platform"},
     "api": {"dispatch", "process", "show", "scan", "formats", "io", "core", "platform"},

@@ -24,8 +24,9 @@ void look_up(HMODULE library, const char* name, Function& function) {
       of(SetWindowOrgEx) of(SetViewportOrgEx) of(SetGraphicsMode) of(ModifyWorldTransform)       \
           of(GetGraphicsMode) of(GetClipBox) of(StretchDIBits) of(SetDIBitsToDevice)             \
               of(SetStretchBltMode) of(CreateCompatibleDC) of(CreateDIBSection) of(SelectObject) \
-                  of(BitBlt) of(DeleteObject) of(DeleteDC) of(CreateDCA) of(ResetDCA)            \
-                      of(StartDocA) of(StartPage) of(EndPage) of(EndDoc) of(AbortDoc) of(GdiFlush)
+                  of(BitBlt) of(GetCurrentObject) of(GetObjectA) of(DeleteObject) of(DeleteDC)   \
+                      of(CreateDCA) of(ResetDCA) of(StartDocA) of(StartPage) of(EndPage)         \
+                          of(EndDoc) of(AbortDoc) of(GdiFlush)
 
 struct Gdi {
 #define TQ_MEMBER(name) decltype(&::name) name = nullptr;
@@ -78,7 +79,13 @@ bool query_surface(void* context, Surface& found) {
   found = {.width = system.GetDeviceCaps(device, HORZRES),
            .height = system.GetDeviceCaps(device, VERTRES),
            .dpi_x = system.GetDeviceCaps(device, LOGPIXELSX),
-           .dpi_y = system.GetDeviceCaps(device, LOGPIXELSY)};
+           .dpi_y = system.GetDeviceCaps(device, LOGPIXELSY),
+           .bits = system.GetDeviceCaps(device, BITSPIXEL) * system.GetDeviceCaps(device, PLANES)};
+  BITMAP bitmap{};
+  if (type == OBJ_MEMDC &&  // else the device's that it is compatible with
+      system.GetObjectA(system.GetCurrentObject(device, OBJ_BITMAP), sizeof bitmap, &bitmap) != 0) {
+    found.bits = bitmap.bmBitsPixel * bitmap.bmPlanes;
+  }
   const bool is_display = system.GetDeviceCaps(device, TECHNOLOGY) == DT_RASDISPLAY;
   found.readable = is_display && (type == OBJ_DC || type == OBJ_MEMDC);
   return true;
