@@ -193,6 +193,7 @@ void write_random_seeds() {
     write_file("sequence/mixed_" + name, calls);
     write_file("module/mixed_" + name, calls);
     write_file("process/mixed_" + name, calls);
+    write_file("view/mixed_" + name, calls);
     write_file("pdf_repair/" + name, random.bytes(seed));
   }
 }
