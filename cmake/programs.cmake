@@ -71,6 +71,12 @@ if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   endif()
 endif()
 
+if(WIN32)
+  add_executable(show_bench EXCLUDE_FROM_ALL bench/show_win32.c)
+  target_link_libraries(show_bench PRIVATE tarnquill tq_warnings)
+  target_link_options(show_bench PRIVATE -static)
+endif()
+
 # Measurements of their own process.
 if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
