@@ -85,6 +85,12 @@ if(WIN32 AND CMAKE_CROSSCOMPILING)
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
   set_tests_properties(peers.printed_pages PROPERTIES
     FIXTURES_REQUIRED printed_pages SKIP_RETURN_CODE 77 TIMEOUT 120)
+  # The library of this system, when it has been built.
+  add_test(NAME peers.viewer
+    COMMAND /usr/bin/python3 peers/viewer_peers.py
+            ${PROJECT_SOURCE_DIR}/build/release/lib/libtarnquill.so $<TARGET_FILE:viewer_win32>
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
+  set_tests_properties(peers.viewer PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300 RUN_SERIAL ON)
 endif()
 
 if(TQ_API_TESTS)

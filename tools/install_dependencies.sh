@@ -17,7 +17,7 @@ declare -A packages=(
   [shown]="netpbm poppler-utils"
   [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev
     libfreeimage-dev graphicsmagick dcmtk libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils
-    sane-utils"
+    sane-utils ghostscript mupdf-tools xvfb xdotool libsdl2-dev"
 )
 
 missing() {  # GROUP...: the packages of these groups that are not installed

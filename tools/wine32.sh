@@ -5,6 +5,10 @@
 #   tools/wine32.sh run PROGRAM ARGS... run a program; its exit code is passed on
 #   tools/wine32.sh stop                end the Wine server (it ends itself after a minute)
 #
+# With --display in front programs have the windows of $DISPLAY, in a prefix of their own: a server that
+# was started without a display never gets one. Else there is none. With WINE_DESKTOP=1024x768 these are
+# in a window of that size, where they have title bars without a window manager.
+#
 # The Debian lies in ${TARNQUILL_CACHE:-${XDG_CACHE_HOME:-~/.cache}/tarnquill}/wine32. Every mount is
 # made in a private mount namespace and vanishes with its last process, so outside of it nothing is
 # ever mounted there and the folder can be deleted at any time. Needs root, and debootstrap for setup.
@@ -23,13 +27,18 @@ suite=bookworm
 identity="$(stat -c %d:%i -- "$repo") $repo"
 clone=$(sha256sum <<< "$identity" | cut -c1-12)
 inside=/clones/$clone
-
+display=()
+if [ "${1:-}" = --display ]; then
+  shift
+  display=(DISPLAY="${DISPLAY:?}")
+  inside=$inside-display
+fi
 fail() {
   echo "wine32.sh: $*" >&2
   exit 125
 }
 
-in_namespace() { unshare --mount --propagation private "$self" "$@"; }
+in_namespace() { unshare --mount --propagation private "$self" ${display:+--display} "$@"; }
 
 mount_system() {  # DIR
   mount -t proc proc "$1/proc"
@@ -37,7 +46,7 @@ mount_system() {  # DIR
 }
 
 wine_env() {
-  env -u DISPLAY -u WAYLAND_DISPLAY HOME=/root LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin \
+  env -u DISPLAY -u WAYLAND_DISPLAY "${display[@]}" HOME=/root LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin \
     TMPDIR=/tmp WINEARCH=win32 WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe=' \
     "$@"
 }
@@ -140,7 +149,9 @@ run_inside() {  # PROGRAM ARGS..., in a namespace of its own
   enter
   # Paths of this clone, wherever they stand in an argument, are paths in there.
   local arguments=("${@//"$repo"/$inside/repo}")
-  exec env -u DISPLAY -u WAYLAND_DISPLAY HOME=/root LC_ALL=C.UTF-8 TMPDIR=/tmp \
+  [ -z "${WINE_DESKTOP:-}" ] ||
+    arguments=(explorer "/desktop=tarnquill,$WINE_DESKTOP" "Z:${arguments[0]}" "${arguments[@]:1}")
+  exec env -u DISPLAY -u WAYLAND_DISPLAY "${display[@]}" HOME=/root LC_ALL=C.UTF-8 TMPDIR=/tmp \
     PATH=/usr/sbin:/usr/bin:/sbin:/bin WINEARCH=win32 WINEDEBUG=-all WINEPREFIX="$inside/prefix" \
     WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe=' \
     chroot "$root" env -C "$folder" wine "${arguments[@]}"
@@ -155,7 +166,7 @@ run() {
   shift
   setup >&2
   start_server
-  exec unshare --mount --propagation private "$self" _run "$program" "$@"
+  exec unshare --mount --propagation private "$self" ${display:+--display} _run "$program" "$@"
 }
 
 stop() {
@@ -171,5 +182,5 @@ case ${1:-} in
   _serve) serve ;;
   _run) shift; run_inside "$@" ;;
   _stop) mount_system "$root"; wine_env WINEPREFIX="$inside/prefix" chroot "$root" wineserver --kill || true ;;
-  *) sed -n '2,6s/^# \{0,1\}//p' "$self" >&2; exit 2 ;;
+  *) sed -n '2,10s/^# \{0,1\}//p' "$self" >&2; exit 2 ;;
 esac
