@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 #include "pixels/rows.h"
 
@@ -31,7 +32,7 @@ constexpr std::uint32_t mean8(std::uint64_t mean40) {
 
 ShownRows::Divisor::Divisor(std::uint64_t total) {
   while (total >> shift >= std::uint64_t{1} << 23) ++shift;
-  inverse = (std::uint64_t{1} << kMeanBits) / (total >> shift);
+  inverse = static_cast<std::uint32_t>((std::uint64_t{1} << kMeanBits) / (total >> shift));
 }
 
 Status ShownRows::open(const Part& columns, const Part& rows) {
@@ -189,7 +190,7 @@ void ShownRows::add_columns() {
 
 template <int kChannels>
 void ShownRows::add_columns() {
-  const std::uint64_t one = across_.one();
+  const int one_bits = std::countr_zero(across_.one());
   const std::uint32_t* const samples =
       weighed_samples_.data() - std::ptrdiff_t{kChannels} * samples_.base();
   std::uint64_t* sums = sums_.data();
@@ -201,7 +202,7 @@ void ShownRows::add_columns() {
       for (int i = 0; i < kChannels; ++i) inner[i] += at[i];
     }
     for (int i = 0; i < kChannels; ++i) {
-      sums[i] += std::uint64_t{first[i]} * span.first_weight + inner[i] * one +
+      sums[i] += std::uint64_t{first[i]} * span.first_weight + (inner[i] << one_bits) +
                  std::uint64_t{last[i]} * span.last_weight;
     }
     sums += kChannels;
@@ -213,23 +214,36 @@ void ShownRows::finish(std::uint32_t height) {
   const Divisor divisors[2] = {Divisor(std::uint64_t{height} * least_total_),
                                Divisor(std::uint64_t{height} * other_total_)};
   if (is_mono()) return finish_mono(divisors);
+  if (channels_ == 1) return finish_opaque<1>(divisors);
+  if (channels_ == 3) return finish_opaque<3>(divisors);
   const std::uint64_t* sums = sums_.data();
   std::uint8_t* out = colours_.data();
-  constexpr std::uint64_t kHalf = std::uint64_t{1} << (kMeanBits - 1);
   const auto count = std::ssize(columns_.pixels());
   for (std::ptrdiff_t x = 0; x < count; ++x, sums += channels_, out += row_.channels) {
     const Divisor& divisor = divisors[totals_[x] != least_total_];
-    if (channels_ != 4) {
-      for (int i = 0; i < channels_; ++i) {
-        out[i] = byte((divisor.mean40(sums[i]) + kHalf) >> kMeanBits);
-      }
-      continue;
-    }
     const std::uint32_t share = mean8(divisor.mean40(sums[3]));
     share_[x] = byte((share + 128) >> 8);
     for (int i = 0; i < 3; ++i) {
       const std::uint32_t part = mean8(divisor.mean40(sums[i]));
       out[i] = byte(share == 0 ? 0 : std::min((part * 255 + share / 2) / share, 255u));
+    }
+  }
+}
+
+// What it reads are copies: the pixels that are written could be anything else.
+template <int kChannels>
+void ShownRows::finish_opaque(const Divisor* divisors) {
+  constexpr std::uint64_t kHalf = std::uint64_t{1} << (kMeanBits - 1);
+  const Divisor usual = divisors[0], other = divisors[1];
+  const std::uint32_t* const totals = totals_.data();
+  const std::uint32_t least = least_total_;
+  const std::uint64_t* sums = sums_.data();
+  std::uint8_t* out = colours_.data();
+  const auto count = std::ssize(columns_.pixels());
+  for (std::ptrdiff_t x = 0; x < count; ++x, sums += kChannels, out += kChannels) {
+    const Divisor divisor = totals[x] == least ? usual : other;
+    for (int i = 0; i < kChannels; ++i) {
+      out[i] = byte((divisor.mean40(sums[i]) + kHalf) >> kMeanBits);
     }
   }
 }
@@ -244,9 +258,22 @@ void ShownRows::finish_mono(const Divisor* divisors) {
   };
   std::uint8_t* out = colours_.data();
   const auto count = std::ssize(columns_.pixels());
+  // Out of reach of the pixels, so that none of it is read again for each.
+  const auto part_of = [usual = divisors[0], other = divisors[1], totals = totals_.data(),
+                        sums = sums_.data(), least = least_total_](std::ptrdiff_t x) {
+    const std::uint64_t mean = (totals[x] == least ? usual : other).mean40(sums[x]);
+    return static_cast<std::int32_t>(mean8(255 * mean));
+  };
+  if (row_.channels == 1 && transparent < 0) {
+    if (zero.blue == 0 && one.blue == 255) {  // the usual ones: what mix() gives
+      for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = byte((kWhole + 128 - part_of(x)) >> 8);
+      return;
+    }
+    for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = mix(zero.blue, one.blue, part_of(x));
+    return;
+  }
   for (std::ptrdiff_t x = 0; x < count; ++x, out += row_.channels) {
-    const Divisor& divisor = divisors[totals_[x] != least_total_];
-    auto part = static_cast<std::int32_t>(mean8(255 * divisor.mean40(sums_[x])));
+    std::int32_t part = part_of(x);
     if (transparent >= 0) {
       const std::int32_t opaque = transparent == 0 ? kWhole - part : part;
       share_[x] = byte((opaque + 128) >> 8);

@@ -35,13 +35,16 @@ class ShownRows {
   ShownRow read(std::int32_t shown);
 
  private:
-  // What a sum is divided by: the part of it that counts, and its inverse.
+  // What a sum is divided by: the part of it that counts, and its inverse. No total is below 2^22, and
+  // no sum above 255 times the total: both factors have 32 bits, which 32-bit processors are glad of.
   struct Divisor {
     explicit Divisor(std::uint64_t total);
-    std::uint64_t mean40(std::uint64_t sum) const { return (sum >> shift) * inverse; }
+    std::uint64_t mean40(std::uint64_t sum) const {
+      return std::uint64_t{static_cast<std::uint32_t>(sum >> shift)} * inverse;
+    }
 
     int shift = 0;
-    std::uint64_t inverse = 0;
+    std::uint32_t inverse = 0;
   };
 
   bool is_mono() const { return image_.bits == 1; }
@@ -54,6 +57,8 @@ class ShownRows {
   template <int kChannels>
   void add_columns();
   void finish(std::uint32_t height);
+  template <int kChannels>
+  void finish_opaque(const Divisor* divisors);
   void finish_mono(const Divisor* divisors);
 
   const ImageRecord& image_;

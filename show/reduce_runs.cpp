@@ -8,6 +8,7 @@ namespace tq::show {
 Status RunColumns::open(std::span<const Span> columns, const Spans& spans, std::int32_t width) {
   first_ = columns.front().first;
   end_ = std::min(columns.back().last + 1, width);
+  sees_end_ = end_ == width;
   TQ_TRY(places_.allocate(std::int64_t{end_} - first_ + 1));
   TQ_TRY(changes_.allocate(std::ssize(columns) + 1));
   TQ_TRY(packed_.allocate(std::ssize(columns) + 1));
@@ -38,7 +39,7 @@ void RunColumns::each_change(Transitions row, Add&& add) const {
     next = std::upper_bound(row.begin(), row.end(), first_);
     if ((next - row.begin()) % 2 != 0) add(places[0], 1);
   }
-  const auto last = std::lower_bound(next, row.end(), end_);
+  const auto last = sees_end_ ? row.end() : std::lower_bound(next, row.end(), end_);
   if ((next - row.begin()) % 2 != 0 && next != last) add(places[*next++ - first_], -1);
   for (; last - next >= 2; next += 2) {
     add(places[next[0] - first_], 1);
@@ -65,30 +66,37 @@ void RunColumns::add(Transitions row, std::uint32_t weight) {
   });
 }
 
+// With those of rows that weigh one.
+RunColumns::Change RunColumns::sum_of(const Change& change, std::int64_t packed) const {
+  // Sign and all.
+  const std::int64_t part =
+      static_cast<std::int64_t>(static_cast<std::uint64_t>(packed) << (64 - kPartBits)) >>
+      (64 - kPartBits);
+  return {change.part + part * one_, change.whole + ((packed - part) >> kPartBits) * one_};
+}
+
 void RunColumns::unpack() {
   for (std::size_t column = 0; column < packed_.size(); ++column) {
-    std::int64_t& both = packed_.data()[column];
-    // Sign and all.
-    const std::int64_t part =
-        static_cast<std::int64_t>(static_cast<std::uint64_t>(both) << (64 - kPartBits)) >>
-        (64 - kPartBits);
-    changes_.data()[column].part += part * one_;
-    changes_.data()[column].whole += ((both - part) >> kPartBits) * one_;
-    both = 0;
+    changes_.data()[column] = sum_of(changes_.data()[column], packed_.data()[column]);
+    packed_.data()[column] = 0;
   }
   packed_rows_ = 0;
 }
 
 void RunColumns::take(std::span<const std::uint32_t> totals, std::span<std::uint64_t> sums) {
-  if (packed_rows_ > 0) unpack();
+  Change* const changes = changes_.data();
+  std::int64_t* const packed = packed_.data();
   std::int64_t whole = 0;
   for (std::size_t column = 0; column < sums.size(); ++column) {
-    Change& change = changes_.data()[column];
+    const Change change = sum_of(changes[column], packed[column]);
     sums[column] += static_cast<std::uint64_t>(change.part + whole * totals[column]);
     whole += change.whole;
-    change = {};
+    changes[column] = {};
+    packed[column] = 0;
   }
-  changes_[std::ssize(sums)] = {};
+  changes[sums.size()] = {};
+  packed[sums.size()] = 0;
+  packed_rows_ = 0;
 }
 
 }  // namespace tq::show

@@ -38,9 +38,11 @@ class RunColumns {
 
   template <class Add>
   void each_change(Transitions row, Add&& add) const;
+  Change sum_of(const Change& change, std::int64_t packed) const;
   void unpack();
 
   std::int32_t first_ = 0, end_ = 0;  // of the pixels that columns have
+  bool sees_end_ = false;             // of every row
   std::uint32_t one_ = 0;
   RowBuffer<Place> places_;
   RowBuffer<Change> changes_;
