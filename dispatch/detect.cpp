@@ -10,7 +10,8 @@ namespace tq::dispatch {
 namespace {
 
 bool switched_on(const FileType& type) {
-  return context().settings.auto_detect[switch_of(type)];
+  const bool has_switch = (type.traits & formats::kExtended) == 0;
+  return !has_switch || context().settings.auto_detect[switch_of(type)];
 }
 
 using Test = bool (*)(const Probe& probe);

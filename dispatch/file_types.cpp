@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "core/context.h"
 #include "dispatch/signatures.h"
 #include "formats/bmp/bmp.h"
 #include "formats/dicom/dicom.h"
@@ -50,6 +51,12 @@ bool is_text(const Probe& p) {
   return std::all_of(p.bytes, p.bytes + Probe::kBytes, [](std::uint8_t c) {
     return (c >= 0x20 && c <= 0x7E) || (c >= 0x09 && c <= 0x0D) || c == 0x1A;
   });
+}
+
+// Text that begins so is taken for a picture.
+bool is_pnm(const Probe& p) {
+  return p[0] == 'P' && p[1] >= '1' && p[1] <= '6' &&
+         (p[2] == ' ' || (p[2] >= '\t' && p[2] <= '\r'));
 }
 
 // For formats that hold pages which nobody can count without their decoder.
@@ -327,8 +334,24 @@ constexpr FileType kFileTypes[] = {
      .variant = simple::kPage,
      .encode = simple::encode_postscript, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_postscript, .supplier = Supplier::transitions},
+
+    // Those that are asked for.
+    {.code = IMG_TYPE_PNM, .name = "pnm", .title = "PNM", .ending = "pnm",
+     .test = is_pnm, .first_test = is_pnm, .more_endings = " pnm pbm pgm ppm ",
+     .decode = simple::decode_pnm, .read_depths = depths(1, 8, 24),
+     .encode = simple::encode_pnm, .write_depths = depths(1, 4, 8, 24, 32),
+     .can_encode = simple::can_encode_pnm, .count_pages = simple::count_pnm_pages,
+     .traits = kByName | kExtended},
 };
 // clang-format on
+
+consteval std::size_t usual_types() {
+  const auto usual = [](const FileType& type) { return (type.traits & kExtended) == 0; };
+  const auto* const end = std::ranges::find_if_not(kFileTypes, usual);
+  return static_cast<std::size_t>(end - std::begin(kFileTypes));
+}
+static_assert(std::none_of(kFileTypes + usual_types(), std::end(kFileTypes),
+                           [](const FileType& type) { return (type.traits & kExtended) == 0; }));
 
 constexpr char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -339,21 +362,31 @@ bool same_ending(std::string_view ending, std::string_view known) {
                     [](char a, char b) { return lower(a) == b; });
 }
 
+bool is_more_ending(const FileType& type, std::string_view ending) {
+  for (std::string_view more = type.more_endings; more.size() > 1;) {
+    const std::size_t end = more.find(' ', 1);
+    if (same_ending(ending, {more.data() + 1, end - 1})) return true;
+    more.remove_prefix(end);
+  }
+  return false;
+}
+
 }  // namespace
 
 std::span<const FileType> file_types() {
-  return kFileTypes;
+  const bool extended = context().options.get<IMG_OPTION_EXTENDED_FORMATS>() == 1;
+  return std::span(kFileTypes).first(extended ? std::size(kFileTypes) : usual_types());
 }
 
 const FileType* find_code(std::int32_t code) {
-  for (const FileType& type : kFileTypes) {
+  for (const FileType& type : file_types()) {
     if (type.code == code) return &type;
   }
   return nullptr;
 }
 
 const FileType* find_variant(const FileType& format, std::int32_t variant) {
-  for (const FileType& type : kFileTypes) {
+  for (const FileType& type : file_types()) {
     const bool related = &type == &format || type.variant_of == format.code;
     if (related && type.variant == variant) return &type;
   }
@@ -363,8 +396,9 @@ const FileType* find_variant(const FileType& format, std::int32_t variant) {
 std::int32_t code_for_name(std::string_view name) {
   if (name.size() < 3) return -1;
   const std::string_view ending = name.substr(name.size() - 3);
-  for (const FileType& type : kFileTypes) {
+  for (const FileType& type : file_types()) {
     if ((type.traits & kByName) != 0 && same_ending(ending, type.ending)) return type.code;
+    if ((type.traits & kExtended) != 0 && is_more_ending(type, ending)) return type.code;
   }
   return -1;
 }
@@ -374,13 +408,9 @@ std::int32_t code_for_whole_ending(std::string_view name) {
   if (dot == std::string_view::npos || name[dot] != '.') return -1;
   std::string_view ending = name;
   ending.remove_prefix(dot + 1);
-  for (const FileType& type : kFileTypes) {
+  for (const FileType& type : file_types()) {
     if ((type.traits & kByName) != 0 && same_ending(ending, type.ending)) return type.code;
-    for (std::string_view more = type.more_endings; more.size() > 1;) {
-      const std::size_t end = more.find(' ', 1);
-      if (same_ending(ending, {more.data() + 1, end - 1})) return type.code;
-      more.remove_prefix(end);
-    }
+    if (is_more_ending(type, ending)) return type.code;
   }
   return -1;
 }

@@ -12,7 +12,8 @@ namespace tq::dispatch {
 using formats::FileType;
 using formats::Probe;
 
-// In detection order: of two formats that both pass, the earlier one is reported.
+// In detection order: of two formats that both pass, the earlier one is reported. Those that have to be
+// asked for are there if the context's options do.
 std::span<const FileType> file_types();
 
 // The row of a code, or null.

@@ -243,6 +243,7 @@ enum Trait : std::uint8_t {
   kMultiPage = 1,   // saving to an existing file appends a page
   kByName = 2,      // chosen by a file name that ends in `ending`
   kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
+  kExtended = 8,    // there with EXTENDED_FORMATS only, and behind all others
 };
 
 // How the pages of a file are asked for.

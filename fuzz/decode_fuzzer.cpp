@@ -290,6 +290,7 @@ constexpr std::int32_t kOptions[] = {IMG_OPTION_READING,       IMG_OPTION_DETECT
 
 void set_options(std::uint8_t on) {
   for (int i = 0; i < 8; ++i) TQ_CLAIM(IMG_set_option(kOptions[i], on >> i & 1) >= 0);
+  IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, on & 1);  // with the first
 }
 
 // ---- One run ----------------------------------------------------------------------------------

@@ -30,8 +30,10 @@ void write_file(const std::string& name, const Bytes& content) {
 // Decoded as it is, and with one setting at a time: in the end with all settings and by all routes.
 void write_decode_seeds(const std::string& name, const Bytes& file) {
   static std::uint32_t count = 0;
+  const bool is_pnm = file.size() > 2 && file[0] == 'P' && file[1] >= '1' && file[1] <= '6';
   for (int variant = 0; variant < 3; ++variant) {
     Bytes settings(sizeof(tq::fuzz::DecodeSettings));
+    settings.back() = is_pnm ? 1 : 0;  // options: those that want more formats
     if (variant > 0) {
       settings[0] = static_cast<std::uint8_t>(count);
       settings[1 + count * 7 % (settings.size() - 1)] = static_cast<std::uint8_t>(count % 13);
@@ -49,8 +51,9 @@ void write_saved_seeds() {
     test::Rows rows;
     for (int y = 0; y < 7; ++y) rows.push_back(test::pack(random.pixels(13, bits), bits));
     const test::Image image = test::make_image(13, bits, rows);
-    for (std::int32_t code = 0; code <= IMG_TYPE_NCR; ++code) {
+    for (std::int32_t code = 0; code <= IMG_TYPE_PNM; ++code) {
       Bytes file(10000);
+      IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, code == IMG_TYPE_PNM ? 1 : 0);
       const std::int32_t size = IMG_save_bitmap_block(image, file.data(), file.size(), code);
       if (size < 1) continue;
       file.resize(static_cast<std::size_t>(size));
@@ -217,6 +220,7 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   folder = argv[1];
   write_saved_seeds();
+  IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 0);
   write_drawing_seeds();
   write_append_seeds();
   write_random_seeds();

@@ -117,7 +117,13 @@ enum {
  *   IFF, WPG    1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
  *   XBM         1                     1
  *   XPM         1, 4, 8, 24           1, 4, 8
- *   XWD         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red */
+ *   XWD         1, 4, 8, 24           1, 4, 8, 24, and 32 of blue, green, red
+ *
+ * and with IMG_OPTION_EXTENDED_FORMATS:
+ *
+ *   PNM         1, 8, 24              1, 4, 8, 24, and 32 of blue, green, red, in bytes (P4, P5, P6);
+ *                                     the pictures of a file are its pages
+ *   WEBP        24, by a module       nothing; JPEG_2000 and HEIF (AVIF too) likewise */
 
 enum {
   IMG_TYPE_BY_NAME = -1, /* saving only: chosen by the last three characters of the file name */
@@ -176,7 +182,11 @@ enum {
   IMG_TYPE_SCT = 60,
   IMG_TYPE_MAG = 61,
   IMG_TYPE_POSTSCRIPT = 62,
-  IMG_TYPE_NCR = 65
+  IMG_TYPE_NCR = 65,
+  IMG_TYPE_PNM = 100, /* these with IMG_OPTION_EXTENDED_FORMATS only */
+  IMG_TYPE_WEBP = 101,
+  IMG_TYPE_JPEG_2000 = 102,
+  IMG_TYPE_HEIF = 103
 };
 
 /* ---- Callbacks --------------------------------------------------------------------------- */
@@ -1295,6 +1305,10 @@ IMG_API int32_t IMG_CALL IMGLOW_save_bitmap_mem(void* block, void* header, int32
  *   INKS               1: 32 bits of cyan, magenta, yellow, black arrive as 24 of blue, green, red
  *   STRICT             1: a damaged file is a failure: IMG_READ_FAILED where its data end early,
  *                      IMG_BAD_IMAGE where they make no sense, and no image is left of it
+ *   EXTENDED_FORMATS   1: more formats, with codes from 100 on, which are tried when no other is
+ *                      recognised (with DETECTION: first) and have no switches: PNM, and by the module
+ *                      trqvext WebP, JPEG 2000, HEIF and AVIF. The module then also decodes JPEG 2000 in
+ *                      DICOM and PDF files, and JBIG2 in TIFF, ICA and PDF files
  *   MAX_PIXELS         a picture of more is IMG_OUT_OF_MEMORY, before anything of its size is
  *                      allocated or read; what files say of themselves is not limited
  *   MAX_KBYTES         of 1024 bytes: an allocation that brings the context's images and work above it
@@ -1347,6 +1361,7 @@ enum {
   IMG_OPTION_ORIENTATION = 3,
   IMG_OPTION_INKS = 4,
   IMG_OPTION_STRICT = 5,
+  IMG_OPTION_EXTENDED_FORMATS = 6,
   IMG_OPTION_MAX_PIXELS = 10,
   IMG_OPTION_MAX_KBYTES = 11,
   IMG_OPTION_MAX_PAGES = 12,

@@ -85,6 +85,13 @@ Status decode_eps(const formats::DecodeRequest& request);
 Status encode_postscript(const formats::EncodeRequest& request);
 Status can_encode_postscript(const formats::EncodeRequest& request);  // wrong_depth for 16 bits
 
+// Netpbm's P1 to P6; 16-bit samples become the nearest of 8. Writing makes P4, P5 of what is grey, P6.
+Status decode_pnm(const formats::DecodeRequest& request);
+Status count_pnm_pages(StreamHandle stream);
+Status encode_pnm(const formats::EncodeRequest& request);
+// wrong_depth for 16 bits and for cyan, magenta, yellow, black.
+Status can_encode_pnm(const formats::EncodeRequest& request);
+
 // Raster graphics for printers.
 Status encode_pcl(const formats::EncodeRequest& request);
 // wrong_depth as above; unsupported for sides above 65535.

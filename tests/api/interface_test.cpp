@@ -50,7 +50,11 @@ TEST_F(Interface, FormatsDoWhatTheirDescriptionSays) {
   EXPECT_EQ(IMG_get_format(0, nullptr), IMG_UNSUPPORTED);
   EXPECT_EQ(IMG_get_format(0, &format), IMG_UNSUPPORTED) << "its size is not set";
   std::set<std::string> names, extensions;
-  int formats = 0;
+  int formats = 0, usual = 0;
+  for (format.size = sizeof format; IMG_get_format(usual, &format) == IMG_OK; ++usual) {
+    EXPECT_LT(format.code, IMG_TYPE_PNM);
+  }
+  IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 1);
   for (format.size = sizeof format; IMG_get_format(formats, &format) == IMG_OK; ++formats) {
     SCOPED_TRACE(format.title);
     EXPECT_TRUE(names.insert(format.name).second);

@@ -381,6 +381,26 @@ TEST_F(Detection, LicenceCheckRefusesWhateverTheFileIs) {
   }
 }
 
+// A file of levels may have at 80 what another format has there.
+TEST_F(Detection, PnmIsRecognisedWhenItIsAskedForAndNothingElseIs) {
+  Bytes plain = bytes_of("P5 9 9 255 "), like_sct = plain;
+  plain.resize(92, '.');
+  like_sct.resize(92, 'T');
+  const auto code_of = [](const Bytes& file) {
+    return IMGLOW_get_filetype_block(file.data(), file.size());
+  };
+  EXPECT_EQ(code_of(plain), IMG_UNSUPPORTED);
+  EXPECT_EQ(dispatch::code_for_name("a.pgm"), -1);
+  EXPECT_EQ(IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 1), 0);
+  EXPECT_EQ(code_of(plain), IMG_TYPE_PNM);
+  EXPECT_EQ(code_of(like_sct), IMG_UNSUPPORTED);
+  EXPECT_EQ(code_of(bytes_of("P5.9 9 255 ..........")), IMG_UNSUPPORTED);
+  EXPECT_EQ(dispatch::code_for_name("a.pgm"), IMG_TYPE_PNM);
+  EXPECT_EQ(IMGLOW_get_auto_detect(IMG_TYPE_PNM), IMG_UNSUPPORTED) << "has no switch";
+  IMG_set_option(IMG_OPTION_DETECTION, 1);
+  EXPECT_EQ(code_of(like_sct), IMG_TYPE_PNM);
+}
+
 TEST_F(Detection, FileNamesChooseACodeByTheirLastThreeCharacters) {
   const std::pair<const char*, std::int32_t> names[] = {
       {"a.tif", 0},  {"/x.y/A.BMP", 1}, {"dcx", 11},   {"a.mca", 49},  {"a.pcl", 57},

@@ -21,11 +21,13 @@ from library import Library, conclude
 HEIGHT = 13
 SIZES = [(width, HEIGHT) for width in (2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 127, 200)] + [(1, 1), (301, 20)]
 RLE, CODES = 12, {1: "bmp", 12: "bmp", 2: "pcx", 4: "gif", 44: "gif", 43: "png", 37: "ras", 41: "psd", 25: "ico", 15: "pct",
-                  3: "tga", 26: "iff", 20: "xbm", 35: "xpm", 36: "xwd", 5: "wpg", 6: "wmf", 27: "clp"}
+                  3: "tga", 26: "iff", 20: "xbm", 35: "xpm", 36: "xwd", 5: "wpg", 6: "wmf", 27: "clp", 100: "pnm"}
 READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngtopam", "ras": "rasttopnm",
-           "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm"}
+           "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm",
+           "pnm": "pamtopnm"}
 MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
-WITH_FOURTH_BYTE = {3, 5, 6, 26, 27, 36, 37}  # codes that colours of 32 bits are saved as
+EXTENDED_FORMATS = 6
+WITH_FOURTH_BYTE = {3, 5, 6, 26, 27, 36, 37, 100}  # codes that colours of 32 bits are saved as
 NOT_BY_PILLOW = {".pct", ".iff", ".xbm", ".xpm", ".xwd", ".wpg"}  # takes X bitmaps the other way round
 BY_FREEIMAGE = (".psd", ".ico")
 try:
@@ -235,6 +237,20 @@ def black_and_white(library, folder):
             failures.append(f"CALS of {mode}")
 
 
+def levels(library, folder):
+    """PNM in text, and of other ranges, as netpbm makes them."""
+    source, other, usual = folder / "in.pnm", folder / "other.pnm", folder / "usual.pnm"
+    for width in (1, 7, 64, 301) if shutil.which("pamdepth") else ():
+        for mode in ("1", "L", "RGB"):
+            noise(width, mode, width).save(source, "PPM")
+            other.write_bytes(run("pnmtoplainpnm", source))
+            equal(f"text {mode} {width}", seen_here(library, other), Image.open(source))
+            for most in (1, 15, 100, 1000, 65535) if mode != "1" else ():
+                other.write_bytes(run("pamdepth", most, source))
+                usual.write_bytes(run("pamdepth", 255, other))
+                equal(f"{mode} {width} of {most}", seen_here(library, other), Image.open(usual))
+
+
 def medical(library, folder):
     """Colours and levels in all transfer syntaxes that dcmtk writes without loss."""
     plain, other = folder / "plain.dcm", folder / "other.dcm"
@@ -260,7 +276,8 @@ def main():
         shutil.copy(sys.argv[1], folder / "libtarnquill.so")
         shutil.copy(sys.argv[2], folder)
         library = Library(str(folder / "libtarnquill.so"))
-        for part in (widths, containers, inks, deep_png, black_and_white, medical):
+        library.call("IMG_set_option", EXTENDED_FORMATS, 1)
+        for part in (widths, containers, inks, deep_png, black_and_white, levels, medical):
             part(library, folder)
         library.call("IMG_unload_plugins")
     print(f"{compared} pictures compared, {len(failures)} differ")

@@ -327,7 +327,11 @@ std::vector<Call> calls(Material& m) {
   for (std::int32_t image = 0; image < Watched::kCount; ++image) {
     img_format format{};
     format.size = sizeof format;
-    for (std::int32_t i = 0; IMG_get_format(i, &format) == IMG_OK; ++i) {
+    const auto describe = [&](std::int32_t i) {
+      const OptionsOn options;
+      return IMG_get_format(i, &format) == IMG_OK;
+    };
+    for (std::int32_t i = 0; describe(i); ++i) {
       for (const bool with_options : {false, true}) {
         const auto save = [&m, image, code = format.code, with_options] {
           const OptionsOn options(with_options);

@@ -4,6 +4,7 @@
 
 #include "dispatch/file_types.h"
 #include "tests/support/codec_runs.h"
+#include "tests/sweep/watched_images.h"
 
 namespace tq::test {
 namespace {
@@ -20,6 +21,7 @@ TEST(Callbacks, CodecsBeginWhereTheyAreToldAndEndWithTheAnswersTheyGet) {
                {kOffset, -1, -18, 0, 0},
                {kOffset, -1, 1, -77, 3}};
   int codecs = 0;
+  const OptionsOn options;
   for (const dispatch::FileType& type : dispatch::file_types()) {
     const dispatch::FileType* const reader =
         type.variant_of < 0 ? &type : dispatch::find_code(type.variant_of);

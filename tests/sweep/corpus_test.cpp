@@ -59,6 +59,12 @@ TEST_F(Corpus, EveryFileIsWhatOtherProgramsSeeInIt) {
     if (expected.page == 0) ++file;
     SCOPED_TRACE(testing::Message() << expected.name << ", page " << expected.page);
     const Bytes& bytes = file->bytes;
+    const bool is_extended = expected.code >= IMG_TYPE_PNM;
+    if (is_extended) {
+      IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 0);
+      EXPECT_EQ(decode(bytes, 0), IMG_UNSUPPORTED) << "nobody asked for it";
+    }
+    IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, is_extended ? 1 : 0);
     EXPECT_EQ(IMGLOW_get_filetype_block(bytes.data(), bytes.size()), expected.code);
     const std::int32_t pages = IMGLOW_get_pages_block(bytes.data(), bytes.size());
     const formats::FileType* const type = dispatch::find_code(expected.code);

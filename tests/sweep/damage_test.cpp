@@ -13,10 +13,11 @@ namespace {
 
 class Damage : public LibraryTest {
  protected:
+  Damage() { IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 1); }
   ~Damage() override {
     for (const std::int32_t option :
-         {IMG_OPTION_STRICT, IMG_OPTION_MAX_PIXELS, IMG_OPTION_MAX_KBYTES, IMG_OPTION_MAX_PAGES,
-          IMG_OPTION_READING}) {
+         {IMG_OPTION_EXTENDED_FORMATS, IMG_OPTION_STRICT, IMG_OPTION_MAX_PIXELS,
+          IMG_OPTION_MAX_KBYTES, IMG_OPTION_MAX_PAGES, IMG_OPTION_READING}) {
       IMG_set_option(option, 0);
     }
   }

@@ -26,7 +26,8 @@ class OptionsOn {
  private:
   static void set(std::int32_t value) {
     for (std::int32_t option = 1; option < 64; ++option) {
-      const bool refuses = option >= IMG_OPTION_STRICT && option <= IMG_OPTION_MAX_SCANS;
+      const bool refuses = option == IMG_OPTION_STRICT ||
+                           (option >= IMG_OPTION_MAX_PIXELS && option <= IMG_OPTION_MAX_SCANS);
       if (!refuses) IMG_set_option(option, value);
     }
   }

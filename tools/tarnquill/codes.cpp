@@ -52,7 +52,8 @@ std::optional<std::int32_t> parse_code(std::string_view text) {
 std::optional<std::int32_t> code_of_file_name(const std::string& name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string::npos || dot + 1 == name.size()) return std::nullopt;
-  const std::string ending = lower_case(std::string_view(name).substr(dot + 1));
+  std::string ending = lower_case(std::string_view(name).substr(dot + 1));
+  if (ending == "pbm" || ending == "pgm" || ending == "ppm") ending = "pnm";
   return first_code([&](const img_format& format) {  // "a.tif" and "a.tiff"
     return ending == format.extension || ending == format.name;
   });

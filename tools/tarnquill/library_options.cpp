@@ -46,8 +46,8 @@ void apply_library_options(const Arguments& arguments) {
   if (arguments.has("strict")) IMG_set_option(IMG_OPTION_STRICT, 1);
   if (is_contract) return;
   for (const std::int32_t option :
-       {IMG_OPTION_READING, IMG_OPTION_DETECTION, IMG_OPTION_JPEG_WRITING, IMG_OPTION_PDF_WRITING,
-        IMG_OPTION_UTF8_NAMES}) {
+       {IMG_OPTION_READING, IMG_OPTION_DETECTION, IMG_OPTION_EXTENDED_FORMATS,
+        IMG_OPTION_JPEG_WRITING, IMG_OPTION_PDF_WRITING, IMG_OPTION_UTF8_NAMES}) {
     IMG_set_option(option, 1);
   }
   const bool rotates = arguments.value("rotate") == "auto" || arguments.value("angle") == "auto";
