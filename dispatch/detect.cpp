@@ -56,6 +56,9 @@ Status detect(StreamHandle stream, const FileType*& found) {
   Probe probe{.bytes = {}, .stream = stream};
   if (read_fully(stream, probe.bytes) < Probe::kBytes) return kOk;
   const bool widely = context().options.get(IMG_OPTION_DETECTION) == 1;
+  if (context().options.get(IMG_OPTION_EXTENDED_FORMATS) == 1) {
+    probe.start = std::max(position(stream), Probe::kBytes) - Probe::kBytes;
+  }
   found = widely ? find_type_widely(probe) : find_type(probe, &FileType::test);
   seek(stream, 0, Origin::start);
   return kOk;

@@ -59,6 +59,18 @@ bool is_pnm(const Probe& p) {
          (p[2] == ' ' || (p[2] >= '\t' && p[2] <= '\r'));
 }
 
+// The module that knows these is asked about what looks like them only: it takes its time to load.
+bool is_webp(const Probe& p) {
+  return p.has("RIFF") && plugin::probe_extended(p) == IMG_TYPE_WEBP;
+}
+bool is_jpeg_2000(const Probe& p) {
+  return (p.has("jP  "sv, 4) || p.has("\xFF\x4F\xFF\x51"sv)) &&
+         plugin::probe_extended(p) == IMG_TYPE_JPEG_2000;
+}
+bool is_heif(const Probe& p) {
+  return p.has("ftyp", 4) && plugin::probe_extended(p) == IMG_TYPE_HEIF;
+}
+
 // For formats that hold pages which nobody can count without their decoder.
 Status pages_unknown(StreamHandle /*stream*/) {
   return StatusCode::unsupported;
@@ -342,6 +354,20 @@ constexpr FileType kFileTypes[] = {
      .encode = simple::encode_pnm, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_pnm, .count_pages = simple::count_pnm_pages,
      .traits = kByName | kExtended},
+    {.code = IMG_TYPE_WEBP, .name = "webp", .title = "WebP", .ending = "webp",
+     .test = is_webp, .first_test = is_webp,
+     .decode = plugin::decode_extended, .read_depths = depths(24),
+     .available = plugin::extended_available, .count_pages = plugin::count_extended_pages,
+     .traits = kExtended},
+    {.code = IMG_TYPE_JPEG_2000, .name = "jpeg-2000", .title = "JPEG 2000", .ending = "jp2",
+     .test = is_jpeg_2000, .first_test = is_jpeg_2000,
+     .decode = plugin::decode_extended, .read_depths = depths(24),
+     .available = plugin::extended_available, .traits = kExtended},
+    {.code = IMG_TYPE_HEIF, .name = "heif", .title = "HEIF, AVIF", .ending = "heic",
+     .test = is_heif, .first_test = is_heif,
+     .decode = plugin::decode_extended, .read_depths = depths(24),
+     .available = plugin::extended_available, .count_pages = plugin::count_extended_pages,
+     .traits = kExtended},
 };
 // clang-format on
 

@@ -280,7 +280,8 @@ struct FileType {
   std::uint8_t read_depths = 0;
   Encoder encode = nullptr;  // null: not saved
   std::uint8_t write_depths = 0;
-  Status (*available)() = nullptr;   // whether the encoder's module can be loaded
+  Status (*available)() =
+      nullptr;  // whether its module can be loaded: of an encoder, if there is one
   EncodeCheck can_encode = nullptr;  // null: an image of any kind
   Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
   // Copies a file that cannot take a page, unsupported, so that it can; null: there is no way.

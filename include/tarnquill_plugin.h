@@ -8,8 +8,10 @@
  *   module      entries
  *   trqvpl1     decode_gif, encode_gif, encode_gifi (interlaced), decode_tif, encode_tif,
  *               set_callbacks
- *   pdfplug     decode_pdf, set_callbacks; count_pages, find_stored_picture if it has them
+ *   pdfplug     decode_pdf, set_callbacks; count_pages, find_stored_picture, set_picture_decoder if it
+ *               has them
  *   abicplug    IMG_decomp_abic
+ *   trqvext     probe_ext, decode_ext, count_ext, decode_j2k, decode_jbig2, set_callbacks
  *
  * The names end in .dll on Windows and in .so elsewhere. An entry that a module does not export is
  * reported to the caller like a missing module. Modules are unloaded by IMG_unload_plugins and when
@@ -135,6 +137,66 @@ typedef struct img_tiff_request {
 
 /* The entry's result; IMG_UNSUPPORTED for a struct of another size. */
 typedef int32_t(IMG_CB_C* img_tiff_helper_fn)(const img_tiff_request* request);
+
+/* Of trqvext, which knows whole files of more formats: which of them begins with these bytes. Returns a
+ * file type code, or 0.
+ *
+ *   bytes, count    the first ones of a file, IMG_PROBE_BYTES or more
+ *
+ * decode_ext and count_ext are called for such files as decode_pdf and count_pages are. */
+enum { IMG_PROBE_BYTES = 32 };
+typedef int32_t(IMG_CALL* img_plugin_probe_fn)(const void* bytes, int32_t count);
+
+/* The form of the rows of a picture that is a part of another file.
+ *
+ *   size            of this struct
+ *   components      samples of a pixel, 1 to 4: what is alpha is left out
+ *   bits            of a sample, 1 to 16 */
+typedef struct img_samples {
+  uint32_t size;
+  int32_t width, height;
+  int32_t components;
+  int32_t bits;
+  int32_t is_signed;
+} img_samples;
+
+/* A picture that is a part of another file, in a coding of its own.
+ *
+ *   size            of this struct
+ *   coding          which
+ *   width, height   as the file around it says, 0 if it does not: how much room may be needed
+ *   sample_bits     8: samples are wanted in the range from 0 to 255; 0: as they are coded
+ *   next, data      where the coded bytes come from; handed `data`. Null: only whether such pictures can be
+ *                   decoded, 0 or IMG_UNSUPPORTED, is asked
+ *   globals         handed to `next` as well, for the JBIG2 segments that go before; null: there are none
+ *   header, row     to be called with the form of the rows and with each row from the top; a negative
+ *                   answer is to be returned at once. Samples of a pixel follow each other in a byte each, or
+ *                   above 8 bits in two in the machine's order; of JBIG2 a byte has 8 pixels from its top
+ *                   bit on, 1 is black
+ *   context         handed to both */
+enum { IMG_CODED_JPEG_2000 = 1, IMG_CODED_JBIG2 = 2 };
+typedef int32_t(IMG_CB_C* img_samples_fn)(const img_samples* samples, void* context);
+typedef struct img_coded_picture {
+  uint32_t size;
+  int32_t coding;
+  int32_t width, height;
+  int32_t sample_bits;
+  img_next_piece_fn next;
+  void *data, *globals;
+  img_samples_fn header;
+  img_row_fn row;
+  void* context;
+} img_coded_picture;
+
+/* decode_j2k and decode_jbig2 of trqvext. They return 0, IMG_PLUGIN_CONTRADICTS when a part of the picture
+ * could not be decoded, or a negative status: IMG_UNSUPPORTED for what they do not know. */
+typedef int32_t(IMG_CALL* img_plugin_coded_fn)(const img_coded_picture* picture);
+
+/* Both, for a module whose files hold such pictures: what the library hands to its entry
+ * set_picture_decoder, right after set_callbacks. IMG_UNSUPPORTED unless IMG_OPTION_EXTENDED_FORMATS is set,
+ * and without trqvext. */
+typedef int32_t(IMG_CB_C* img_decode_coded_fn)(const img_coded_picture* picture);
+typedef void(IMG_CALL* img_set_picture_decoder_fn)(img_decode_coded_fn decode);
 
 /* Called once, right after the module has been loaded, with the library's own stream functions:
  * they reach files, the memory stream and the caller's input and output alike. `read` gives fewer

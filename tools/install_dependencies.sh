@@ -2,13 +2,14 @@
 # Installs what is missing of the Debian packages that the groups named need; all groups without a
 # name. A call with nothing missing takes no time and no network. Needs root only to install.
 #
-#   tools/install_dependencies.sh [build] [test] [tidy] [linux32] [win32] [bench] [shown] [peers]
+#   tools/install_dependencies.sh [build] [test] [extended] [tidy] [linux32] [win32] [bench] [shown] [peers]
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.."
 
 declare -A packages=(
   [build]="g++ cmake ninja-build python3 libpng-dev"
   [test]="googletest git pkg-config clang libclang-rt-14-dev clang-format"
+  [extended]="libwebp-dev libopenjp2-7-dev libheif-dev libjbig2dec0-dev pkg-config"
   [tidy]="clang-tidy"
   [linux32]="g++-multilib dpkg-dev"
   [win32]="g++-mingw-w64-i686-posix debootstrap dpkg-dev"
@@ -52,10 +53,13 @@ install() {
     -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@"
 }
 
-[ $# -gt 0 ] || set -- build test tidy linux32 win32 bench shown peers
+[ $# -gt 0 ] || set -- build test extended tidy linux32 win32 bench shown peers
 needed=() optional=()
 for group in "$@"; do
-  if [ "$group" = peers ] || [ "$group" = shown ]; then optional+=("$group"); else needed+=("$group"); fi
+  case $group in
+    peers | shown | extended) optional+=("$group") ;;
+    *) needed+=("$group") ;;
+  esac
 done
 
 if [ ${#needed[@]} -gt 0 ]; then

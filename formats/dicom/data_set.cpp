@@ -50,10 +50,11 @@ constexpr struct {
   Coding coding;
   bool explicit_types, big_endian;
 } kSyntaxes[] = {
-    {"", Coding::plain, false, false},    {".1", Coding::plain, true, false},
-    {".2", Coding::plain, true, true},    {".1.99", Coding::deflated, true, false},
-    {".5", Coding::rle, true, false},     {".4.50", Coding::jpeg, true, false},
-    {".4.51", Coding::jpeg, true, false},
+    {"", Coding::plain, false, false},         {".1", Coding::plain, true, false},
+    {".2", Coding::plain, true, true},         {".1.99", Coding::deflated, true, false},
+    {".5", Coding::rle, true, false},          {".4.50", Coding::jpeg, true, false},
+    {".4.51", Coding::jpeg, true, false},      {".4.90", Coding::jpeg_2000, true, false},
+    {".4.91", Coding::jpeg_2000, true, false},
 };
 
 constexpr struct {
@@ -198,6 +199,7 @@ Status Reader::leave_meta(const std::uint8_t* header) {
   name.remove_prefix(kSyntaxRoot.size());
   for (const auto& known : kSyntaxes) {
     if (known.name != name) continue;
+    if (known.coding == Coding::jpeg_2000 && !set_.knows_jpeg_2000) break;
     set_.coding = known.coding;
     set_.explicit_types = known.explicit_types;
     set_.big_endian = known.big_endian;
@@ -391,12 +393,13 @@ Status check(DataSet& set) {
     return StatusCode::unsupported;
   }
   if (set.high_bit >= allocated || set.shift() < 0) return StatusCode::bad_image;
-  const bool encapsulated = set.coding == Coding::rle || set.coding == Coding::jpeg;
+  const bool is_stream = set.coding == Coding::jpeg || set.coding == Coding::jpeg_2000;
+  const bool encapsulated = set.coding == Coding::rle || is_stream;
   if (encapsulated != (set.pixel_bytes == DataSet::kUndefined)) return StatusCode::bad_image;
   const bool lacks_table =
       std::ranges::any_of(set.tables, [](const auto& table) { return table.entries == 0; });
   if (set.photometric == Photometric::palette && lacks_table) return StatusCode::bad_image;
-  if (set.coding == Coding::jpeg) return kOk;  // the stream knows
+  if (is_stream) return kOk;  // which knows
 
   if (set.photometric == Photometric::other) return StatusCode::unsupported;
   if (set.samples != (set.photometric >= Photometric::rgb ? 3 : 1)) return StatusCode::bad_image;

@@ -7,7 +7,7 @@
 
 namespace tq::dicom {
 
-enum class Coding : std::uint8_t { plain, deflated, rle, jpeg };
+enum class Coding : std::uint8_t { plain, deflated, rle, jpeg, jpeg_2000 };
 enum class Photometric : std::uint8_t {
   other,
   white_is_zero,
@@ -21,6 +21,7 @@ enum class Photometric : std::uint8_t {
 struct DataSet {
   static constexpr std::uint32_t kUndefined = 0xFFFFFFFF;
 
+  bool knows_jpeg_2000 = false;  // set before it is read
   Coding coding = Coding::plain;
   bool explicit_types = false, big_endian = false;
 

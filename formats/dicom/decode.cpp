@@ -1,7 +1,11 @@
 // Frames to the sink: plain and run-length coded ones row by row, JPEG ones through its decoder.
+#include <cstring>
+
+#include "formats/coded_picture.h"
 #include "formats/dicom/dicom.h"
 #include "formats/dicom/values.h"
 #include "formats/jpeg/jpeg.h"
+#include "formats/plugin/plugin.h"
 #include "io/endian.h"
 
 namespace tq::dicom {
@@ -132,6 +136,87 @@ Status decode_jpeg_frame(const formats::DecodeRequest& request, Source& source, 
   return kOk;
 }
 
+// What a decoder of JPEG 2000 hands out: samples of any depth, of one or three components.
+class Jpeg2000Rows {
+ public:
+  Jpeg2000Rows(DataSet& set, const formats::RowSink& sink) : set_(set), sink_(sink) {}
+
+  // The stream is to be believed here, too.
+  Status begin(const img_samples& samples) {
+    if (pass_++ > 0) return kOk;
+    if (samples.components != 1 && samples.components != 3) return StatusCode::unsupported;
+    set_.columns = samples.width;
+    set_.rows = samples.height;
+    set_.samples = samples.components;
+    const Photometric told = set_.photometric;
+    const bool keeps = samples.components == 1
+                           ? told == Photometric::white_is_zero || told == Photometric::palette
+                           : told == Photometric::ybr_full;
+    if (!keeps) {
+      set_.photometric = samples.components == 1 ? Photometric::black_is_zero : Photometric::rgb;
+    }
+    const bool is_shallower = set_.is_signed && set_.stored <= samples.bits;
+    if (samples.is_signed != 0) set_.is_signed = true;
+    if (samples.is_signed != 0 || !is_shallower) set_.stored = samples.bits;
+    set_.allocated = samples.bits > 8 ? 16 : 8;
+    set_.high_bit = set_.stored - 1;
+    HeaderBlock image = Values::image(set_);
+    TQ_TRY(sink_.header(image));
+    TQ_TRY(values_.open(set_, false));
+    TQ_TRY(samples_.allocate(std::int64_t{set_.columns} * set_.samples));
+    TQ_TRY(row_.allocate(row_bytes(set_.columns, image.header.biBitCount)));
+    if (!values_.needs_range()) values_.prepare();
+    return kOk;
+  }
+  Status put(std::span<const std::uint8_t> stored, std::int32_t y) {
+    const bool wide = set_.allocated == 16;
+    const auto samples = samples_.pixels();
+    const std::size_t wanted = samples.size() * (wide ? 2 : 1);
+    if (y >= set_.rows || stored.size() < wanted) return StatusCode::bad_image;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      std::uint16_t value = 0;
+      if (wide) std::memcpy(&value, &stored[2 * i], sizeof value);
+      samples[i] = wide ? value : stored[i];
+    }
+    if (values_.needs_range() && pass_ == 1) {
+      values_.look_at(samples);
+      return kOk;
+    }
+    values_.convert(samples, row_.pixels());
+    return sink_.row(row_.pixels(), y);
+  }
+  bool wants_another_pass() {
+    const bool wants = pass_ == 1 && values_.needs_range();
+    if (wants) values_.prepare();
+    return wants;
+  }
+
+ private:
+  DataSet& set_;
+  const formats::RowSink& sink_;
+  int pass_ = 0;
+  Values values_;
+  RowBuffer<std::uint32_t> samples_;
+  RowBuffer<std::uint8_t> row_;
+};
+
+Status decode_jpeg_2000_frame(const formats::DecodeRequest& request, Source& source, DataSet& set,
+                              std::int32_t page) {
+  FramePlace place;
+  TQ_TRY(find_frame(source, set, page, place));
+  RowBuffer<std::uint8_t> buffer;
+  TQ_TRY(buffer.allocate(Fragments::kPiece));
+  Jpeg2000Rows rows(set, request.sink);
+  do {
+    Fragments pieces;
+    pieces.start(source, place.first, place.end, buffer.pixels());
+    PieceSource data = PieceSource::of(pieces);
+    const img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, rows);
+    TQ_TRY(plugin::decode_coded(picture, request.options));
+  } while (rows.wants_another_pass());
+  return kOk;
+}
+
 }  // namespace
 
 Status decode_dicom(const formats::DecodeRequest& request) {
@@ -139,10 +224,12 @@ Status decode_dicom(const formats::DecodeRequest& request) {
   Source source;
   source.open(request.stream);
   DataSet set;
+  set.knows_jpeg_2000 = request.options.get(IMG_OPTION_EXTENDED_FORMATS) == 1;
   TQ_TRY(read_data_set(source, start, set));
   const std::int32_t page = request.has_page() ? request.page : 0;
   if (page >= set.frames) return StatusCode::page_past_end;
   if (set.coding == Coding::jpeg) return decode_jpeg_frame(request, source, set, page);
+  if (set.coding == Coding::jpeg_2000) return decode_jpeg_2000_frame(request, source, set, page);
   return decode_rows(request, source, set, page);
 }
 

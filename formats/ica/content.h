@@ -24,6 +24,7 @@ enum Coding : std::uint8_t {
   kGroup3TwoWays = 0x81,
   kGroup4 = 0x82,
   kJpeg = 0x83,
+  kJbig2 = 0x84,
 };
 
 // What pixels are.

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "formats/coded_picture.h"
 #include "formats/ica/ica.h"
 #include "formats/ica/rows.h"
 #include "formats/ica/tiles.h"
@@ -156,6 +157,7 @@ class Picture {
  private:
   Status need_lzw();
   Status decode_jpeg();
+  Status decode_jbig2();
   Status decode_black();
   Status decode_colours();
   Status decode_tiles();
@@ -232,6 +234,38 @@ Status Picture::decode_jpeg() {
   TQ_TRY(input.open(PieceSource::of(pieces), jpeg::PartDecoder::kChunkBytes));
   JpegSink sink(request_.sink, content_.resolution);
   return jpeg::decode_stream(input, about_.model == kRgb, request_.options, sink.sink());
+}
+
+// The data know how high the picture is, if nobody else does.
+Status Picture::decode_jbig2() {
+  struct Rows {
+    Picture& picture;
+    RowBuffer<std::uint8_t> row;
+
+    Status begin(const img_samples& form) {
+      if (picture.content_.height == 0) picture.content_.height = form.height;
+      TQ_TRY(picture.begin(1, 1));
+      return row.allocate(row_bytes(picture.content_.width, 1));
+    }
+    Status put(Bytes bits, std::int32_t y) {
+      if (y >= picture.content_.height) return kOk;
+      const auto out = row.pixels();
+      const auto end = std::copy_n(bits.begin(), std::min(bits.size(), out.size()), out.begin());
+      std::fill(end, out.end(), std::uint8_t{0});
+      pixels::invert(out, out);
+      return picture.request_.sink.row(out, picture.row_of(y));
+    }
+  } rows{.picture = *this, .row = {}};
+  DataPieces pieces;
+  TQ_TRY(pieces.open(request_.stream, about_.lsb_first));
+  pieces.start(about_.data, about_.in_bands ? 1 : 0);
+  PieceSource data = PieceSource::of(pieces);
+  img_coded_picture picture = formats::coded_picture(IMG_CODED_JBIG2, data, rows);
+  picture.width = content_.width;
+  picture.height = content_.height;
+  const Status decoded = plugin::decode_coded(picture, request_.options);
+  if (decoded.raw() > 0) request_.sink.damaged(StatusCode::bad_image);
+  return decoded.failed() ? decoded : kOk;
 }
 
 Status Picture::count_rows() {
@@ -371,6 +405,7 @@ Status Picture::decode() {
   const Colours colours = about_.colours();
   if (colours == Colours::unknown) return StatusCode::unsupported;
   if (colours != Colours::black) return decode_colours();
+  if (about_.coding == kJbig2) return decode_jbig2();
   return is_of_rows(about_) ? decode_black() : StatusCode::unsupported;
 }
 

@@ -139,7 +139,8 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
 
 // --- Modules ---
 
-enum ModuleIndex { kLzw, kPdf, kAbic, kModules };  // in the order in which they are unloaded
+// In the order in which they are unloaded.
+enum ModuleIndex { kLzw, kPdf, kAbic, kExtended, kModules };
 
 struct Module {
   const char* stem;
@@ -152,6 +153,7 @@ constexpr Module kModuleTable[] = {
     {"trqvpl1", true, true, StatusCode::no_lzw_module},
     {"pdfplug", true, false, StatusCode::no_pdf_module},
     {"abicplug", false, false, StatusCode::out_of_memory},
+    {"trqvext", true, false, StatusCode::unsupported},
 };
 static_assert(std::size(kModuleTable) == kModules);
 
@@ -165,6 +167,11 @@ enum EntryIndex {
   kCountPdfPages,
   kFindStoredPicture,
   kDecodeAbic,
+  kProbeExtended,
+  kDecodeExtended,
+  kCountExtended,
+  kDecodeJpeg2000,
+  kDecodeJbig2,
   kEntries
 };
 
@@ -174,9 +181,11 @@ struct Entry {
 };
 
 constexpr Entry kEntryTable[] = {
-    {kLzw, "decode_gif"},  {kLzw, "encode_gif"},          {kLzw, "encode_gifi"},
-    {kLzw, "decode_tif"},  {kLzw, "encode_tif"},          {kPdf, "decode_pdf"},
-    {kPdf, "count_pages"}, {kPdf, "find_stored_picture"}, {kAbic, "IMG_decomp_abic"},
+    {kLzw, "decode_gif"},      {kLzw, "encode_gif"},          {kLzw, "encode_gifi"},
+    {kLzw, "decode_tif"},      {kLzw, "encode_tif"},          {kPdf, "decode_pdf"},
+    {kPdf, "count_pages"},     {kPdf, "find_stored_picture"}, {kAbic, "IMG_decomp_abic"},
+    {kExtended, "probe_ext"},  {kExtended, "decode_ext"},     {kExtended, "count_ext"},
+    {kExtended, "decode_j2k"}, {kExtended, "decode_jbig2"},
 };
 static_assert(std::size(kEntryTable) == kEntries);
 
@@ -220,6 +229,21 @@ void hand_over_callbacks(void* module, const Module& row) {
   set(read_stream, write_stream, seek_stream, row.takes_helper ? code_tiff : nullptr);
 }
 
+// For modules whose files hold pictures of other codings. They ask while they decode.
+std::int32_t IMG_CB_C decode_picture(const img_coded_picture* picture) {
+  const DecodeRequest* const request = AtWork::decode();
+  if (picture == nullptr || picture->size != sizeof *picture || request == nullptr) {
+    return IMG_UNSUPPORTED;
+  }
+  return decode_coded(*picture, request->options).raw();
+}
+
+void hand_over_decoder(void* module) {
+  const auto set = reinterpret_cast<img_set_picture_decoder_fn>(
+      platform::module_symbol(module, "set_picture_decoder"));
+  if (set != nullptr) set(decode_picture);
+}
+
 Status load(ModuleIndex index) {
   if (loaded().modules[index] != nullptr) return kOk;
   const Module& row = kModuleTable[index];
@@ -230,6 +254,7 @@ Status load(ModuleIndex index) {
   loaded().modules[index] = module;
   find_entries(index, module);
   hand_over_callbacks(module, row);
+  if (index == kPdf) hand_over_decoder(module);
   return kOk;
 }
 
@@ -265,7 +290,8 @@ class Call {
   Status decode(const DecodeRequest& request,
                 DecoderWithCoder decoder = tiff::decode_tiff_with) const {
     // A module that counts pages says more, of damage and resolution.
-    const bool says_more = entry_ == kDecodePdf && loaded_entry(kCountPdfPages) != nullptr;
+    const bool says_more = (entry_ == kDecodePdf && loaded_entry(kCountPdfPages) != nullptr) ||
+                           entry_ == kDecodeExtended;
     const AtWork at_work(&request, nullptr, decoder, says_more);
     const std::uint32_t offset_or_page = request.has_page() ? kPage | request.page : request.offset;
     const auto decoded = Status::from_raw(reinterpret_cast<img_plugin_decode_fn>(address_)(
@@ -285,6 +311,15 @@ class Call {
     const AtWork at_work(nullptr, nullptr, nullptr, true);
     return Status::from_raw(
         reinterpret_cast<img_plugin_count_fn>(address_)(static_cast<std::int32_t>(stream)));
+  }
+
+  std::int32_t probe(std::span<const std::uint8_t> bytes) const {
+    return reinterpret_cast<img_plugin_probe_fn>(address_)(bytes.data(),
+                                                           static_cast<std::int32_t>(bytes.size()));
+  }
+
+  Status decode_coded(const img_coded_picture& picture) const {
+    return Status::from_raw(reinterpret_cast<img_plugin_coded_fn>(address_)(&picture));
   }
 
   Status find_stored(const DecodeRequest& request, img_stored_picture& picture) const {
@@ -424,6 +459,36 @@ Status gif_interlaced_encoder_available() {
 }
 Status tiff_lzw_encoder_available() {
   return available(kEncodeTiffLzw);
+}
+
+std::int32_t probe_extended(const formats::Probe& probe) {
+  std::array<std::uint8_t, IMG_PROBE_BYTES> bytes{};
+  if (!end_is_known(probe.stream)) return 0;
+  const bool there =
+      seek_to(probe.stream, probe.start).ok() && read_fully(probe.stream, bytes) == IMG_PROBE_BYTES;
+  Call call;
+  return there && call.begin(kProbeExtended).ok() ? call.probe(bytes) : 0;
+}
+
+Status decode_extended(const DecodeRequest& request) {
+  return decode(kDecodeExtended, request);
+}
+
+Status count_extended_pages(StreamHandle stream) {
+  Call call;
+  TQ_TRY(call.begin(kCountExtended));
+  return call.count_pages(stream);
+}
+
+Status extended_available() {
+  return available(kDecodeExtended);
+}
+
+Status decode_coded(const img_coded_picture& picture, const Options& options) {
+  if (options.get(IMG_OPTION_EXTENDED_FORMATS) != 1) return StatusCode::unsupported;
+  Call call;
+  TQ_TRY(call.begin(picture.coding == IMG_CODED_JBIG2 ? kDecodeJbig2 : kDecodeJpeg2000));
+  return call.decode_coded(picture);
 }
 
 Status count_gif_pages(StreamHandle /*stream*/) {

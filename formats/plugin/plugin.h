@@ -1,4 +1,4 @@
-// Codecs that live in separately loaded modules: LZW (GIF, TIFF LZW), PDF, ABIC.
+// Codecs that live in separately loaded modules: LZW (GIF, TIFF LZW), PDF, ABIC, more formats.
 #pragma once
 
 #include "formats/codec.h"
@@ -40,6 +40,17 @@ Status find_stored_picture(const formats::DecodeRequest& request, formats::Store
 
 Status decode_abic(
     const formats::DecodeRequest& request);  // out_of_memory when the module is missing
+
+// Of the module of more formats: the code of a file that begins so, or 0; 0 without it, and for memory that
+// does not say where it ends.
+std::int32_t probe_extended(const formats::Probe& probe);
+Status decode_extended(const formats::DecodeRequest& request);
+Status count_extended_pages(StreamHandle stream);
+Status extended_available();
+
+// A picture of another file, by the same module: unsupported without it, and unless the options want more
+// formats.
+Status decode_coded(const img_coded_picture& picture, const Options& options);
 
 // Unloads all modules: now, or when the last call of one of them has returned.
 void unload_plugins();

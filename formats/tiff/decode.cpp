@@ -1,4 +1,5 @@
 // A page to a row sink.
+#include "formats/coded_picture.h"
 #include "formats/plugin/plugin.h"
 #include "formats/tiff/samples.h"
 #include "formats/tiff/tiff.h"
@@ -29,6 +30,48 @@ Status decode_fax_strips(const File& file, Page& page, const formats::RowSink& s
     pieces.start(chunk);
     TQ_TRY(decoder.decode(coding::PieceSource::of(pieces), static_cast<std::int32_t>(first),
                           static_cast<std::int32_t>(rows), sink));
+  }
+  return kOk;
+}
+
+// Strips of JBIG2, each a picture of its own.
+Status decode_jbig2_strips(const File& file, Page& page, Samples& samples,
+                           const formats::DecodeRequest& request) {
+  struct Strip {
+    Samples& samples;
+    const formats::RowSink& sink;
+    RowBuffer<std::uint8_t> stored, row;
+    std::int64_t first = 0, rows = 0;
+
+    Status begin(const img_samples& /*form*/) { return kOk; }
+    Status put(Bytes bits, std::int32_t y) {
+      if (y >= rows) return kOk;
+      const Row out = stored.pixels();
+      const auto end = std::copy_n(bits.begin(), std::min(bits.size(), out.size()), out.begin());
+      std::fill(end, out.end(), std::uint8_t{0});
+      samples.convert(out, 0, row.pixels());
+      return sink.row(row.pixels(), static_cast<std::int32_t>(first + y));
+    }
+  } strip{.samples = samples, .sink = request.sink, .stored = {}, .row = {}};
+  TQ_TRY(samples.allocate());
+  TQ_TRY(strip.stored.allocate(RowShape(page).plane_bytes));
+  TQ_TRY(strip.row.allocate(row_bytes(page.width, samples.image().header.biBitCount)));
+  CodedPieces pieces;
+  TQ_TRY(pieces.open(file, page.low_bit_first));
+  for (std::int64_t i = 0; i < page.chunks.down; ++i) {
+    const auto index = static_cast<std::uint64_t>(i);
+    if (index >= page.chunks.offsets.count()) break;
+    strip.first = i * page.chunks.height;
+    strip.rows = std::min<std::int64_t>(page.chunks.height, page.height - strip.first);
+    pieces.start(find_chunk(file, page, index, 0));
+    PieceSource data = PieceSource::of(pieces);
+    img_coded_picture picture = formats::coded_picture(IMG_CODED_JBIG2, data, strip);
+    picture.width = page.width;
+    picture.height = static_cast<std::int32_t>(strip.rows);
+    const Status decoded = plugin::decode_coded(picture, request.options);
+    const bool is_damaged = decoded == StatusCode::bad_image || decoded == StatusCode::read_failed;
+    if (decoded.failed() && !is_damaged) return decoded;
+    if (decoded.raw() != 0) request.sink.damaged(StatusCode::bad_image);
   }
   return kOk;
 }
@@ -101,10 +144,16 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
   const std::int32_t start = request.start();
   File file;
   Page page;
+  page.knows_jbig2 = request.options.get(IMG_OPTION_EXTENDED_FORMATS) == 1;
   TQ_TRY(open_page(request.stream, start, std::max(request.page, 0), file, page));
   if (page.coding == kLzw && lzw == nullptr) {
     TQ_TRY(seek_to(request.stream, start));
     return plugin::decode_tiff_lzw(request);
+  }
+  if (page.is_jbig2()) {
+    const bool is_usual = page.bits == 1 && page.samples == 1 && !page.chunks.tiled;
+    if (!is_usual) return StatusCode::unsupported;
+    TQ_TRY(plugin::decode_coded(formats::coded_question(IMG_CODED_JBIG2), request.options));
   }
   Samples samples;
   samples.choose(file, page);
@@ -113,6 +162,7 @@ Status decode(const formats::DecodeRequest& request, const img_strip_coder* lzw)
   request.sink.orientation(page.orientation);
   TQ_TRY(request.sink.header(image));
   if (page.is_cut) request.sink.damaged(StatusCode::read_failed);
+  if (page.is_jbig2()) return decode_jbig2_strips(file, page, samples, request);
   if (page.is_fax() && !page.chunks.tiled) return decode_fax_strips(file, page, request.sink);
   return decode_rows(file, page, samples, lzw, request);
 }

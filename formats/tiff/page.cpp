@@ -203,7 +203,8 @@ Status read_page(const File& file, std::int64_t position, Page& page) {
   page.height = static_cast<std::int32_t>(height);
 
   const std::uint64_t coding = directory.number(kCompression, kUncoded);
-  if (!is_known(coding)) return StatusCode::unsupported;
+  const bool is_jbig2 = page.knows_jbig2 && (coding == kJbig || coding == kJbig2);
+  if (!is_known(coding) && !is_jbig2) return StatusCode::unsupported;
   page.coding = static_cast<Coding>(coding);
   constexpr std::uint64_t kBaseline = 1, kLossless = 14;
   if (page.coding == kOldJpeg && directory.number(kJpegProc, kBaseline) == kLossless) {

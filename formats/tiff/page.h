@@ -21,6 +21,8 @@ enum Coding : std::uint16_t {
   kOldDeflate = 32946,
   kPackBits = 32773,
   kThunderScan = 32809,
+  kJbig = 34661,  // and JBIG2, by some writers
+  kJbig2 = 34715,
 };
 
 enum class Photometric : std::uint8_t {
@@ -50,6 +52,7 @@ constexpr bool is_fax(int coding) {
 }
 
 struct Page {
+  bool knows_jbig2 = false;  // set before it is read
   std::int32_t width = 0, height = 0;
   int bits = 1;     // of a sample
   int samples = 1;  // of a pixel
@@ -73,6 +76,7 @@ struct Page {
   } old_jpeg;
 
   bool is_fax() const { return tiff::is_fax(coding); }
+  bool is_jbig2() const { return coding == kJbig || coding == kJbig2; }
   bool is_jpeg() const { return coding == kOldJpeg || coding == kJpeg; }
 };
 

@@ -11,6 +11,7 @@ using tq::pdf::page::Document;
 using tq::pdf::page::Page;
 
 constinit tq::modules::Host host;  // set once, before any entry is called
+constinit img_decode_coded_fn picture_decoder = nullptr;
 
 // Thousandths of a dot, beside the dots that a header has room for.
 struct ExactSink {
@@ -46,6 +47,10 @@ IMG_PLUGIN_API void IMG_CALL set_callbacks(img_read_fn read, img_write_fn write,
   host = {.read = read, .write = write, .seek = seek, .tiff = nullptr};
 }
 
+IMG_PLUGIN_API void IMG_CALL set_picture_decoder(img_decode_coded_fn decode) {
+  picture_decoder = decode;
+}
+
 IMG_PLUGIN_API std::int32_t IMG_CALL decode_pdf(std::uint32_t offset_or_page, img_row_fn row,
                                                 void* sink_context, img_header_fn header,
                                                 std::int32_t stream) {
@@ -59,7 +64,7 @@ IMG_PLUGIN_API std::int32_t IMG_CALL decode_pdf(std::uint32_t offset_or_page, im
   const Status decoded = tq::pdf::page::decode_document(
       tq::modules::decode_request(tq::StreamHandle{stream}, offset_or_page,
                                   {ExactSink::on_header, ExactSink::on_row, &exact, &notes}),
-      left_out);
+      left_out, picture_decoder);
   if (decoded.failed()) return decoded.raw();
   if (notes.damage == StatusCode::read_failed) return IMG_PLUGIN_DAMAGED;
   if (notes.damage == StatusCode::bad_image) return IMG_PLUGIN_CONTRADICTS;

@@ -19,7 +19,9 @@ class InstalledModule {
  public:
   InstalledModule(const std::string& target, const std::string& stem)
       : name_(std::filesystem::path(TQ_TEST_PROGRAMS) / (stem + kModuleEnding)) {
-    const std::string built_as = target == "pdf_module" ? "pdfplug" : "trqvpl1";
+    const std::string built_as = target == "pdf_module"   ? "pdfplug"
+                                 : target == "ext_module" ? "trqvext"
+                                                          : "trqvpl1";
     const auto built = std::filesystem::path(TQ_MODULES) / target / (built_as + kModuleEnding);
     std::filesystem::copy_file(built, name_, std::filesystem::copy_options::overwrite_existing);
   }

@@ -86,6 +86,10 @@ Status add_filter(File& file, const Value& name, const Value& parameters, Stream
     if (!name.is_name(coding.name) && !name.is_name(coding.abbreviation)) continue;
     form.last = coding.coding;
     if (coding.coding == PictureCoding::fax) return read_fax(file, parameters, form.fax);
+    if (coding.coding == PictureCoding::jbig2) {
+      form.jbig2_globals = parameters["JBIG2Globals"].reference();
+      return kOk;
+    }
     return find_integer(file, parameters, "ColorTransform", form.jpeg_transform);
   }
   if (!name.is_name("Crypt")) return StatusCode::unsupported;

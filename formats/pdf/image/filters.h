@@ -22,6 +22,7 @@ struct StreamForm {
   PictureCoding last = PictureCoding::none;
   FaxForm fax;
   int jpeg_transform = -1;  // of colours: 0 none, 1 done, -1 not said
+  objects::Reference jbig2_globals{};
 
   std::span<const coding::FilterStep> filters() const { return std::span(steps).first(count); }
 };

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "formats/coded_picture.h"
 #include "pixels/rows.h"
 
 namespace tq::pdf::image {
@@ -56,8 +57,10 @@ Status StoredPicture::open(File& file, const content::Painted& painted) {
     dictionary_ = object_.value();
   }
   TQ_TRY(read_form(file, dictionary_, is_inline_, form_));
-  if (form_.last == PictureCoding::jbig2 || form_.last == PictureCoding::jpeg2000) {
-    return StatusCode::unsupported;  // the place for their decoders
+  const bool is_jbig2 = form_.last == PictureCoding::jbig2;
+  if (is_jbig2 || form_.last == PictureCoding::jpeg2000) {
+    const std::int32_t coding = is_jbig2 ? IMG_CODED_JBIG2 : IMG_CODED_JPEG_2000;
+    TQ_TRY(file.decode_picture(formats::coded_question(coding)));
   }
   return read_sizes();
 }
@@ -78,12 +81,14 @@ Status StoredPicture::read_sizes() {
   TQ_TRY(find("ImageMask", "IM", value, room));
   is_mask_ = value.boolean();
   if (form_.last == PictureCoding::jpeg) return read_jpeg();
+  if (form_.last == PictureCoding::jpeg2000) return read_jpeg_2000();
   TQ_TRY(find("Width", "W", value, room));
   width_ = value.small_integer();
   TQ_TRY(find("Height", "H", value, room));
   height_ = value.small_integer();
   TQ_TRY(find("BitsPerComponent", "BPC", value, room));
-  bits_ = is_mask_ || is_fax() ? 1 : value.small_integer(8);
+  const bool is_black = is_fax() || form_.last == PictureCoding::jbig2;
+  bits_ = is_mask_ || is_black ? 1 : value.small_integer(8);
   const bool known = bits_ == 1 || bits_ == 2 || bits_ == 4 || bits_ == 8 || bits_ == 16;
   const bool usable = known && width_ > 0 && height_ > 0;
   return usable ? StatusCode::ok : StatusCode::bad_image;
@@ -99,11 +104,38 @@ Status StoredPicture::read_jpeg() {
   TQ_TRY(source.status());
   TQ_TRY(read);
   if (jpeg_.bits != 8) return StatusCode::unsupported;
+  components_ = jpeg_.components;
   converted_inks_ = jpeg_components() == jpeg::Components::ycck;
   width_ = jpeg_.width;
   height_ = jpeg_.height;
   bits_ = 8;
   return width_ > 0 && height_ > 0 ? StatusCode::ok : StatusCode::bad_image;
+}
+
+// Its stream says what it is, too. Samples are wanted in 8 bits, whatever they have there.
+Status StoredPicture::read_jpeg_2000() {
+  struct Header {
+    img_samples samples{};
+    Status begin(const img_samples& form) {
+      samples = form;
+      return StatusCode::stop_after_header;
+    }
+    Status put(std::span<const std::uint8_t> /*row*/, std::int32_t /*y*/) { return kOk; }
+  } header;
+  Source source;
+  TQ_TRY(source.open(*this));
+  PieceSource data = source.pieces();
+  img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, header);
+  picture.sample_bits = 8;
+  const Status read = file_->decode_picture(picture);
+  TQ_TRY(source.status());
+  if (read != StatusCode::stop_after_header) return read.failed() ? read : StatusCode::bad_image;
+  width_ = header.samples.width;
+  height_ = header.samples.height;
+  components_ = header.samples.components;
+  bits_ = 8;
+  const bool known = components_ == 1 || components_ == 3 || components_ == 4;
+  return known ? StatusCode::ok : StatusCode::unsupported;
 }
 
 jpeg::Components StoredPicture::jpeg_components() const {
@@ -124,6 +156,8 @@ Status StoredPicture::decode(int components, formats::DecodeNotes* whole,
                              formats::RowSink sink) const {
   formats::DecodeNotes notes{.whole = whole};
   sink.notes = &notes;
+  if (form_.last == PictureCoding::jpeg2000) return decode_jpeg_2000(sink);
+  if (form_.last == PictureCoding::jbig2) return decode_jbig2(sink);
   Source source;
   TQ_TRY(source.open(*this));
   if (form_.last != PictureCoding::jpeg) return decode_plain(source, components, sink);
@@ -131,6 +165,79 @@ Status StoredPicture::decode(int components, formats::DecodeNotes* whole,
   TQ_TRY(input.open(source.pieces(), jpeg::PartDecoder::kChunkBytes));
   TQ_TRY(jpeg::decode_known_stream(input, jpeg_components(), sink));
   return source.status();
+}
+
+Status StoredPicture::decode_jpeg_2000(const formats::RowSink& sink) const {
+  struct Rows {
+    const formats::RowSink& sink;
+    int components;
+    RowBuffer<std::uint8_t> row;
+    std::int32_t width, height;
+
+    Status begin(const img_samples& form) {
+      if (form.components != components || form.width != width) return StatusCode::bad_image;
+      return row.allocate(std::int64_t{width} * components);
+    }
+    Status put(std::span<const std::uint8_t> samples, std::int32_t y) {
+      if (y >= height || samples.size() < row.size()) return StatusCode::bad_image;
+      if (components != 3) return sink.row(samples, y);
+      for (std::ptrdiff_t x = 0; x < 3 * std::ptrdiff_t{width}; x += 3) {
+        row[x] = samples[x + 2];
+        row[x + 1] = samples[x + 1];
+        row[x + 2] = samples[x];
+      }
+      return sink.row(row.pixels(), y);
+    }
+  } rows{sink, components_, {}, width_, height_};
+  Source source;
+  TQ_TRY(source.open(*this));
+  PieceSource data = source.pieces();
+  img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, rows);
+  picture.sample_bits = 8;
+  const Status decoded = file_->decode_picture(picture);
+  TQ_TRY(source.status());
+  return decoded.failed() ? decoded : kOk;
+}
+
+// What is coded as black is 0 here. Rows of another width are cut, or go on in white.
+Status StoredPicture::decode_jbig2(const formats::RowSink& sink) const {
+  struct Rows {
+    const formats::RowSink& sink;
+    std::int32_t height;
+    RowBuffer<std::uint8_t> row;
+
+    Status begin(const img_samples& /*form*/) { return kOk; }
+    Status put(std::span<const std::uint8_t> bits, std::int32_t y) {
+      if (y >= height) return kOk;
+      const auto out = row.pixels();
+      const auto end = std::copy_n(bits.begin(), std::min(bits.size(), out.size()), out.begin());
+      std::fill(end, out.end(), std::uint8_t{0});
+      pixels::invert(out, out);
+      return sink.row(out, y);
+    }
+  } rows{sink, height_, {}};
+  TQ_TRY(rows.row.allocate(row_bytes(width_, 1)));
+  Source source;
+  TQ_TRY(source.open(*this));
+  Filters globals;
+  Object globals_stream;
+  const bool has_globals = form_.jbig2_globals.number != 0;
+  if (has_globals) {
+    TQ_TRY(file_->fetch(form_.jbig2_globals, globals_stream));
+    if (!globals_stream.is_stream()) return StatusCode::bad_image;
+    TQ_TRY(globals.open(*file_, globals_stream));
+  }
+  PieceSource data = source.pieces(), shared = PieceSource::of(globals);
+  img_coded_picture picture = formats::coded_picture(IMG_CODED_JBIG2, data, rows);
+  picture.width = width_;
+  picture.height = height_;
+  picture.globals = has_globals ? &shared : nullptr;
+  const Status decoded = file_->decode_picture(picture);
+  TQ_TRY(source.status());
+  if (has_globals) TQ_TRY(globals.status());
+  const bool is_damaged = decoded == StatusCode::bad_image || decoded == StatusCode::read_failed;
+  if (is_damaged || decoded.raw() > 0) sink.damaged(StatusCode::bad_image);
+  return decoded.failed() && !is_damaged ? decoded : kOk;
 }
 
 // A row of which a part is missing has zeros there.

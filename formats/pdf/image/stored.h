@@ -37,7 +37,7 @@ class StoredPicture {
 
   // What codes them may know how many samples a pixel has; else 0. Three are then in the order blue,
   // green, red.
-  int components() const { return jpeg_.components; }
+  int components() const { return components_; }
   bool is_inverted() const { return converted_inks_; }  // each sample
 
   // Rows of so many samples a pixel go to the sink. Damage is told to `whole` as well.
@@ -51,7 +51,10 @@ class StoredPicture {
   class Source;
   Status read_sizes();
   Status read_jpeg();
+  Status read_jpeg_2000();
   jpeg::Components jpeg_components() const;
+  Status decode_jpeg_2000(const formats::RowSink& sink) const;
+  Status decode_jbig2(const formats::RowSink& sink) const;
   Status decode_plain(Source& source, int components, const formats::RowSink& sink) const;
 
   objects::File* file_ = nullptr;
@@ -61,6 +64,7 @@ class StoredPicture {
   bool is_inline_ = false;
   StreamForm form_;
   jpeg::StreamHeader jpeg_;
+  int components_ = 0;
   bool converted_inks_ = false;
   bool is_mask_ = false;
   std::int32_t width_ = 0, height_ = 0;

@@ -8,10 +8,16 @@
 #include "core/memory.h"
 #include "core/status.h"
 #include "formats/pdf/objects/syntax.h"
+#include "include/tarnquill.h"
 #include "io/byte_stream.h"
 #include "io/piece_source.h"
 
+struct img_coded_picture;  // tarnquill_plugin.h
+
 namespace tq::pdf::objects {
+
+// Of pictures in codings that nobody knows here.
+using PictureDecoder = std::int32_t(IMG_CB_C*)(const img_coded_picture* picture);
 
 // One object, which owns its text. Fetching another one into it makes its values invalid.
 class Object {
@@ -144,6 +150,12 @@ class File {
   // Outlives the file's use.
   void set_decipherer(const Decipherer* decipherer) { decipherer_ = decipherer; }
   const Decipherer* decipherer() const { return decipherer_; }
+  // Null: there is none.
+  void set_picture_decoder(PictureDecoder decode) { picture_decoder_ = decode; }
+  Status decode_picture(const img_coded_picture& picture) const {
+    if (picture_decoder_ == nullptr) return StatusCode::unsupported;
+    return Status::from_raw(picture_decoder_(&picture));
+  }
   // The bytes of a string in an object's text, deciphered: as many as there is room for.
   Status read_string(const Object& owner, const Value& string, std::span<std::uint8_t> room,
                      std::ptrdiff_t& bytes) const;
@@ -201,6 +213,7 @@ class File {
 
   Unlocker unlocker_;
   const Decipherer* decipherer_ = nullptr;
+  PictureDecoder picture_decoder_ = nullptr;
 
   // The object stream that is kept decoded.
   std::int32_t kept_stream_ = 0;

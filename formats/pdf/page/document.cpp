@@ -12,9 +12,11 @@ Status Document::open(StreamHandle stream, std::int64_t start) {
   return file_.open(stream, start);
 }
 
-Status decode_document(const formats::DecodeRequest& request, bool& left_out) {
+Status decode_document(const formats::DecodeRequest& request, bool& left_out,
+                       objects::PictureDecoder decoder) {
   Document document;
   Page page;
+  document.file().set_picture_decoder(decoder);
   TQ_TRY(document.open(request.stream, request.start()));
   TQ_TRY(find_page(document.file(), request.has_page() ? request.page : 0, page));
   return decode_page(document.file(), page, request.sink, left_out);

@@ -18,7 +18,8 @@ class Document {
   objects::File file_;
 };
 
-// The first page, or the one that is asked for.
-Status decode_document(const formats::DecodeRequest& request, bool& left_out);
+// The first page, or the one that is asked for. `decoder`: of pictures that nobody knows here, or null.
+Status decode_document(const formats::DecodeRequest& request, bool& left_out,
+                       objects::PictureDecoder decoder = nullptr);
 
 }  // namespace tq::pdf::page
