@@ -71,7 +71,7 @@ Status file_type_code(StreamHandle stream) {
   seek(stream, start, Origin::start);
   TQ_TRY(detected);
   if (found == nullptr) return StatusCode::unsupported;
-  // Callers rely on it that some files have no code although they are decoded.
+  // Some files have no code although they are decoded: only this option gives them theirs.
   const bool widely = context().options.get(IMG_OPTION_DETECTION) == 1;
   const bool named = widely && found->decode != nullptr;
   const Status unnamed = named ? Status::from_raw(found->code) : StatusCode::unsupported;

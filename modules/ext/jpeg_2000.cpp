@@ -163,7 +163,7 @@ class Picture {
     const OPJ_INT32* const samples = plane.data + static_cast<std::ptrdiff_t>(line * plane.w);
     const std::int64_t end = width();
     if (plane.dx == 1 && plane.w == end) {
-      for (std::ptrdiff_t x = 0; x < plane.w; ++x) put(x, samples[x]);
+      for (std::ptrdiff_t x = 0; x < end; ++x) put(x, samples[x]);
       return;
     }
     for (std::int64_t x = 0; x < end; ++x) {
