@@ -290,9 +290,9 @@ void Picture::store_tile(std::int64_t left, bool is_white) {
   for (int y = 0; y < kSide; ++y) {
     const std::int64_t from = band_row_bytes_ * y + left * bits / 8;
     const Row out = band_.pixels().subspan(static_cast<std::size_t>(from),
-                                           static_cast<std::size_t>(width * bits / 8));
+                                           static_cast<std::size_t>(row_bytes(width, bits)));
     if (is_white) {
-      std::ranges::fill(out, std::uint8_t{255});
+      std::fill_n(out.begin(), width * bits / 8, std::uint8_t{255});
       continue;
     }
     const auto line_bytes = static_cast<std::size_t>(kSide * channels_);

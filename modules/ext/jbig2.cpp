@@ -81,7 +81,7 @@ bool is_whole(Bytes coded) {
     if (bytes > coded.size() - at - head) return false;
     at += head + bytes;
   }
-  return true;
+  return std::ranges::all_of(coded.subspan(at), [](std::uint8_t filling) { return filling == 0; });
 }
 
 class Decoder {
@@ -161,7 +161,8 @@ Status decode_coded_jbig2(Bytes globals, Bytes coded, const img_coded_picture& p
   if (begun.failed()) return begun;
   const auto bytes = static_cast<std::int32_t>((page->width + 7) / 8);
   for (std::int32_t y = 0; y < about.height; ++y) {
-    std::uint8_t* const row = page->data + static_cast<std::ptrdiff_t>(std::int64_t{page->stride} * y);
+    std::uint8_t* const row =
+        page->data + static_cast<std::ptrdiff_t>(std::int64_t{page->stride} * y);
     const auto put = Status::from_raw(picture.row(row, picture.context, y, bytes));
     if (put.failed()) return put;
   }

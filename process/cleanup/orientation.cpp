@@ -49,8 +49,10 @@ class Evidence {
   Status gather(const InkPage& page, double inch);
 
   // Signed, in standard errors: above 0 for upright. Letters only add to what else is found: what they
-  // tell of Latin script is the reverse of what they tell of Cyrillic.
-  double certainty() const {
+  // tell of Latin script is the reverse of what they tell of Cyrillic. Nothing is told of a screen, which
+  // has more dots than `pieces`, the letters and marks of a page.
+  double certainty(int pieces) const {
+    if (dots_.upright + dots_.upside_down > pieces) return 0;
     const double marks = dots_.excess(kMostByDots) + stops() + bars();
     const double letters = letters_.excess(2 * kMostByLetters) / 2;
     return std::abs(marks) < kLeastMarks || marks * (marks + letters) <= 0 ? 0 : marks + letters;
@@ -160,7 +162,7 @@ Status find_orientation(ImageSource& image, InkPage::Reports reports, Orientatio
     TQ_TRY(level.level(*inks[i], -tangent(lines.angle) * inks[i]->aspect()));
     Evidence evidence;
     TQ_TRY(evidence.gather(level, double{1} * pages[i]->block_height() / level.block_height()));
-    certain[i] = evidence.certainty();
+    certain[i] = evidence.certainty(marks);
   }
   const int sideways = std::abs(certain[1]) > std::abs(certain[0]) ? 1 : 0;
   const double certainty = certain[sideways];

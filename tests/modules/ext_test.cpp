@@ -24,7 +24,7 @@ std::int32_t decode(const Bytes& file, std::int32_t page = 0) {
 
 TEST(WithoutExtModule, ItsFilesAreUnknown) {
   IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 1);
-  for (const char* const name : {"rgb.webp", "rgb.j2k", "rgb.avif", "grey.dcm"}) {
+  for (const char* const name : {"rgb.webp", "rgb.jp2", "rgb.avif", "grey.dcm"}) {
     EXPECT_EQ(decode(sample(name)), IMG_UNSUPPORTED) << name;
   }
   IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 0);
@@ -73,7 +73,7 @@ constexpr struct Sample {
     {"rgb.j2k", IMG_TYPE_JPEG_2000, "rgb.png", 0},
     {"rgb.heic", IMG_TYPE_HEIF, "rgb.png", 1},
     {"alpha.heic", IMG_TYPE_HEIF, "alpha.png", 1},
-    {"rgb.avif", IMG_TYPE_HEIF, "rgb.png", 0},
+    {"rgb.avif", IMG_TYPE_HEIF, "rgb.png", 1},
 };
 
 TEST_F(ExtModule, ShowsWhatOtherProgramsWrite) {

@@ -282,14 +282,13 @@ const Script kScripts[] = {
        kDots(page, x, y, number);
        if (number % 6 == 2) page.draw(x + 2, y + 11, 3, 3);
      }},
-    {"full stops", false,
+    {"full stops", true,
      [](Page& page, int x, int y, int number) {
        if (number % 11 == 9) page.draw(x + 10, y + 7, 2, 2);
      }},
-    {"bars", true, [](Page& page, int x, int y, int) { page.draw(x - 1, y - 2, 10, 3); }},
 };
 
-TEST(PageOrientation, IsToldByMarksAndBarsAndNotByWhatDiffersBetweenScripts) {
+TEST(PageOrientation, IsToldByMarksAndNotByWhatDiffersBetweenScripts) {
   for (const Script& script : kScripts) {
     Page page(827, 1169);
     Noise noise;

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "include/tarnquill.h"
 #include "tests/support/scratch_folder.h"
 
 namespace tq::test {
@@ -28,7 +29,8 @@ const std::vector<CorpusFile>& corpus_files(const std::string& folder) {
     std::vector<CorpusFile> read;
     for (const CorpusImage& image : corpus_images(folder)) {
       if (image.page == 0) {
-        read.push_back({image.name, file_content(folder + '/' + image.name), 1, image.result > 0});
+        read.push_back({image.name, file_content(folder + '/' + image.name), 1, image.result > 0,
+                        image.code >= IMG_TYPE_PNM});
       } else {
         ++read.back().pages;
       }

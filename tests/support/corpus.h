@@ -26,7 +26,8 @@ struct CorpusFile {
   std::string name;
   Bytes bytes;
   std::int32_t pages = 1;
-  bool decoded = false;  // there is a decoder
+  bool decoded = false;   // there is a decoder
+  bool extended = false;  // which the option EXTENDED_FORMATS asks for
 };
 
 // Each file once.

@@ -316,7 +316,7 @@ std::vector<Call> calls(Material& m) {
     };
     if (code() == 0) all.push_back({"IMGLOW_get_filetype_block", code});
     if (!file.decoded) continue;
-    all.push_back({"IMG_decompress_bitmap_block", block(file.bytes)});
+    if (!file.extended) all.push_back({"IMG_decompress_bitmap_block", block(file.bytes)});
     all.push_back({"IMG_decompress_bitmap_block", [decode = block(file.bytes)] {
                      const OptionsOn options;
                      return decode();
