@@ -254,7 +254,7 @@ void query_pages(const Memory& file, std::int32_t pages, Digest& digest) {
 void query(const Settings& settings, Bytes file, Digest& digest) {
   Memory copy(file.begin(), file.end());
   const std::int32_t type = IMGLOW_get_filetype_block(copy.data(), copy.size());
-  TQ_CLAIM((type >= 0 && type <= 65) ||
+  TQ_CLAIM((type >= 0 && type <= 65) || (type >= IMG_TYPE_PNM && type <= IMG_TYPE_HEIF) ||
            one_of(type, {IMG_UNSUPPORTED, IMG_BAD_IMAGE, IMG_OUT_OF_MEMORY}));
   const std::int32_t pages = IMGLOW_get_pages_block(copy.data(), copy.size());
   TQ_CLAIM((pages > 0 && pages <= std::max<std::int64_t>(1024, std::ssize(file))) ||

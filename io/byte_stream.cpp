@@ -123,7 +123,7 @@ std::int32_t ReadAhead::read(std::span<std::uint8_t> bytes) {
     return tq::read_file(file_, bytes);
   }
   const std::int32_t taken = std::min(left, count_of(bytes));
-  std::copy_n(bytes_ + position_, taken, bytes.data());
+  if (taken > 0) std::copy_n(bytes_ + position_, taken, bytes.data());
   position_ += taken;
   return taken;
 }
