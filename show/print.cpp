@@ -4,6 +4,7 @@
 
 #include "core/context.h"
 #include "core/image_create.h"
+#include "core/run_storage.h"
 #include "process/frame.h"
 #include "process/process.h"
 #include "show/dib_copy.h"
@@ -82,7 +83,12 @@ Status Plot::draw_diffused(const Rect& part, std::int32_t operation) {
     const std::int32_t height = std::min(rows, part.height - y);
     std::uint8_t* out = band.data();
     for (std::int32_t i = 0; i < height; ++i, out += row) {
-      std::ranges::copy(plain_row(greys, y + i), out);
+      const std::span to(out, static_cast<std::size_t>(row));
+      if (greys.in_runs) {
+        expand_row(greys, y + i, to);
+      } else {
+        std::ranges::copy(plain_row(greys, y + i), to.begin());
+      }
     }
     header.header.biHeight = -height;
     TQ_TRY(put({part.x, part.y + y, part.width, height}, header, band.data(), 0, operation));
