@@ -12,7 +12,7 @@ cmake --build --preset release --target plan_memory make_scene tarnquill_tool > 
 "$programs/plan_memory" "$folder" tif > /dev/null
 "$programs/make_scene" "$folder"
 "$programs/tarnquill" convert -q "$folder/page-1.bmp" "$folder/fax.tif" \
-  --size '1728x1174!' --filter mono --dpi 204x98
+  --size 1728x1174 --filter mono --dpi 204x98
 for picture in "$folder/plan.tif" "$folder/fax.tif" tests/corpus/jpeg/cmyk.jpg \
   tests/corpus/gif/transparent.gif; do
   echo "== $(basename "$picture")"
