@@ -26,7 +26,7 @@ READERS = {"bmp": "bmptopnm", "pcx": "pcxtoppm", "gif": "giftopnm", "png": "pngt
            "tga": "tgatoppm", "iff": "ilbmtoppm", "xbm": "xbmtopbm", "xpm": "xpmtoppm", "xwd": "xwdtopnm",
            "pnm": "pamtopnm"}
 MODES = {"gif": ("1", "4", "P"), "xbm": ("1",), "xpm": ("1", "4", "P")}  # of those that do not hold all
-EXTENDED_FORMATS = 6
+DETECTION, EXTENDED_FORMATS = 2, 6
 WITH_FOURTH_BYTE = {3, 5, 6, 26, 27, 36, 37, 100}  # codes that colours of 32 bits are saved as
 NOT_BY_PILLOW = {".pct", ".iff", ".xbm", ".xpm", ".xwd", ".wpg"}  # takes X bitmaps the other way round
 BY_FREEIMAGE = (".psd", ".ico")
@@ -146,6 +146,8 @@ def widths(library, folder):
                 if ending == "ras" and width == 7:  # begins like an X window dump
                     continue
                 if ending == "ico" and width not in (16, 32, 48, 64):  # is not recognised
+                    continue
+                if name.stat().st_size < 10:  # what is recognised is longer
                     continue
                 image_here = library.open(str(name))
                 equal(f"own {what}", library.rgb(image_here), image)
@@ -277,6 +279,7 @@ def main():
         shutil.copy(sys.argv[2], folder)
         library = Library(str(folder / "libtarnquill.so"))
         library.call("IMG_set_option", EXTENDED_FORMATS, 1)
+        library.call("IMG_set_option", DETECTION, 1)  # noise may look like a format that is tried earlier
         for part in (widths, containers, inks, deep_png, black_and_white, levels, medical):
             part(library, folder)
         library.call("IMG_unload_plugins")
