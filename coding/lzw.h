@@ -29,10 +29,7 @@ class Decoder {
     rest_ = {};
     clear_ = 1 << pixel_bits;
     first_bits_ = pixel_bits + 1;
-    for (int i = 0; i < clear_; ++i) {
-      strings_[i] = {.length = 1, .first = byte(i)};
-      blocks_[i] = static_cast<std::uint64_t>(i);
-    }
+    for (int i = 0; i < clear_; ++i) strings_[i] = String(byte(i));
     growth_ = begin();
   }
 
@@ -52,12 +49,13 @@ class Decoder {
         continue;
       }
       if (!learn(code, growth)) break;
-      const int length = strings_[code].length;
+      const String& string = growth.previous;
+      const int length = string.length();
       if (end - to >= length + kBlock) {
-        spell(code, to);
+        spell(string, to);
         to += length;
       } else {
-        spell(code, string_.data());
+        spell(string, string_.data());
         rest_ = std::span(string_).first(length);
         to = take_rest(to, end);
       }
@@ -70,14 +68,29 @@ class Decoder {
  private:
   static constexpr int kBlock = 8;  // pixels
 
-  // A string that is not one of whole blocks ends in a part of one, behind that of `prefix`.
+  // The pixels behind the last whole block, or the last block, the first of them lowest; and in one
+  // word what is kept beside them: the code of what stands before that, the length, the first pixel.
   struct String {
-    std::uint16_t prefix = 0, length = 0;
-    std::uint8_t first = 0;
+    String() = default;
+    explicit String(std::uint8_t pixel) : block(pixel), rest(std::uint64_t{pixel} << 32 | 1) {}
+    int length() const { return static_cast<int>(rest & 0xFFFF); }
+    int prefix() const { return static_cast<int>(rest >> 16 & 0xFFFF); }
+    std::uint64_t first() const { return rest >> 32; }
+
+    String longer(std::uint64_t pixel, int code) const {
+      String made;
+      const auto in_block = static_cast<int>(rest % kBlock);
+      made.block = in_block != 0 ? block | pixel << 8 * in_block : pixel;
+      made.rest = rest + 1;
+      if (in_block == 0) made.rest += static_cast<std::uint64_t>(code - prefix()) << 16;
+      return made;
+    }
+    std::uint64_t block = 0, rest = 0;
   };
   struct Growth {
     int next = 0, bits = 0;  // the code of the next new string, bits of codes now
-    int previous = -1;       // the code before
+    int code = -1;           // the one before
+    String previous{};       // what it stands for: it need not be looked up again
   };
 
   Growth begin() const { return {.next = clear_ + 2, .bits = first_bits_}; }
@@ -91,47 +104,38 @@ class Decoder {
   // The string of the code before, with the first pixel of the present one, is new. Whether the
   // present one makes sense; one that does not changes nothing.
   bool learn(int code, Growth& growth) {
-    const int previous = growth.previous, next = growth.next;
-    if (previous < 0) {  // the first code is a pixel
+    const int next = growth.next;
+    if (growth.code < 0) {  // the first code is a pixel
       if (code >= clear_) return false;
+      growth.previous = strings_[code];
     } else {
       if (code == clear_ + 1 || code > next || (code == next && next == kCodes)) return false;
-      if (next < kCodes) add(code, growth);
+      const String previous = growth.previous;
+      const String present =
+          code == next ? previous.longer(previous.first(), growth.code) : strings_[code];
+      if (next < kCodes) {
+        strings_[next] = previous.longer(present.first(), growth.code);
+        growth.next = next + 1;
+        if (growth.next + kEarly == 1 << growth.bits && growth.bits < kMostBits) ++growth.bits;
+      }
+      growth.previous = present;
     }
-    growth.previous = code;
+    growth.code = code;
     return true;
-  }
-  void add(int code, Growth& growth) {
-    const int previous = growth.previous, next = growth.next;
-    const int length = strings_[previous].length, prefix = strings_[previous].prefix;
-    const std::uint8_t first = strings_[previous].first;
-    String& added = strings_[next];
-    added.length = word(length + 1);
-    added.first = first;
-    const std::uint64_t pixel = strings_[code].first;  // of the new one, perhaps
-    const int in_block = length % kBlock;
-    if (in_block != 0) {
-      added.prefix = word(prefix);
-      blocks_[next] = blocks_[previous] | pixel << 8 * in_block;
-    } else {
-      added.prefix = word(previous);
-      blocks_[next] = pixel;
-    }
-    growth.next = next + 1;
-    if (growth.next + kEarly == 1 << growth.bits && growth.bits < kMostBits) ++growth.bits;
   }
 
   // Writes a string, and up to the end of its last block.
-  void spell(int code, std::uint8_t* to) const {
-    for (int at = (strings_[code].length - 1) & -kBlock; at >= 0; at -= kBlock) {
-      std::memcpy(to + at, &blocks_[code], kBlock);
-      code = strings_[code].prefix;
+  void spell(const String& string, std::uint8_t* to) const {
+    int at = (string.length() - 1) & -kBlock;
+    std::memcpy(to + at, &string.block, kBlock);
+    for (int code = string.prefix(); at > 0; code = strings_[code].prefix()) {
+      at -= kBlock;
+      std::memcpy(to + at, &strings_[code].block, kBlock);
     }
   }
 
   coding::BitReader<kOrder> reader_;
   std::array<String, kCodes> strings_;                // by their codes
-  std::array<std::uint64_t, kCodes> blocks_;          // the last of each, its first pixel lowest
   std::array<std::uint8_t, kCodes + kBlock> string_;  // one that did not fit
   std::span<const std::uint8_t> rest_{};              // what is left of it
   int clear_ = 0, first_bits_ = 0;  // the code that forgets all; the one behind it ends

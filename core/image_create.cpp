@@ -245,6 +245,7 @@ void ImageDraft::install(ImageRecord& image) {
   image.run_table = std::exchange(record_.run_table, nullptr);
   image.runs_end = record_.runs_end;
   image.runs_dead = record_.runs_dead;
+  image.waiting_end = record_.waiting_end;
 }
 
 }  // namespace tq

@@ -52,6 +52,7 @@ struct ImageRecord {
       nullptr;                  // owned; per row the offset of its list in the DIB block, 0: white
   std::uint32_t runs_end = 0;   // where the next list goes in the DIB block
   std::uint32_t runs_dead = 0;  // bytes of lists that were replaced
+  std::uint32_t waiting_end = 0;  // before it rows of bits lie in equal steps; 0: none wait
   std::int32_t display_angle = 0;
   bool has_transparent = false;
   std::int32_t transparent_colour = 0;

@@ -134,7 +134,7 @@ void replace_dib(ImageRecord& image, std::uint8_t* dib) {
   image.caller_owned = false;
   image.in_runs = false;
   image.run_table = nullptr;
-  image.runs_end = image.runs_dead = 0;
+  image.runs_end = image.runs_dead = image.waiting_end = 0;
 }
 
 ImageSlot::~ImageSlot() {

@@ -67,11 +67,12 @@ Status runs_to_dib(ImageRecord& image) {
 
 Status dib_to_runs(ImageRecord& image) {
   if (image.bits != 1) return StatusCode::wrong_depth;
-  if (image.in_runs || !keeps_runs(image.width, image.height)) return kOk;
+  if (image.in_runs) return list_waiting_rows(image);
+  if (!keeps_runs(image.width, image.height)) return kOk;
   ImageDraft runs;
   TQ_TRY(create_beside(runs, image, true));
   for (std::int32_t y = 0; y < image.height; ++y) {
-    TQ_TRY(store_bits(runs.record(), y, plain_row(image, y)));
+    TQ_TRY(store_listed(runs.record(), y, plain_row(image, y)));
   }
   runs.install(image);
   return kOk;

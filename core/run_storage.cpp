@@ -15,6 +15,7 @@ namespace {
 constexpr int kClosers = 6;           // the width and the width + 2, three times each
 constexpr std::uint16_t kAsBits = 0;  // in place of a length: the row follows as bits
 constexpr std::uint64_t kGrowth = 64000;
+constexpr std::uint64_t kMostWaiting = 8 << 20;  // bytes of an image whose rows of bits wait
 
 constexpr std::size_t list_bytes(std::size_t transitions) {
   return 2 * (1 + transitions + kClosers);
@@ -243,6 +244,7 @@ Status compact(ImageRecord& image, std::uint64_t spare) {
   image.dib = block.release();
   image.runs_end = end;
   image.runs_dead = 0;
+  image.waiting_end = 0;  // they lie in another order now
   return kOk;
 }
 
@@ -309,6 +311,57 @@ std::size_t most_bytes(const ImageRecord& image) {
   return std::max(2 + stride_of(image), list_bytes(0));
 }
 
+std::size_t slot_bytes(const ImageRecord& image) {
+  return 2 + stride_of(image);
+}
+
+// An image without rows gets room for all of them as bits.
+Status begin_waiting(ImageRecord& image) {
+  const std::uint32_t front = front_bytes(image);
+  GlobalBlock block;
+  TQ_TRY(block.allocate(front + std::uint64_t{slot_bytes(image)} * image.height));
+  std::memcpy(block.data(), image.dib, front);
+  free_block(image.dib);
+  image.dib_size = static_cast<std::int32_t>(block.size());
+  image.dib = block.release();
+  image.waiting_end = front;
+  return kOk;
+}
+
+// Whether the rows of an image that has none yet are to wait.
+bool begins_waiting(const ImageRecord& image) {
+  const std::uint64_t bytes = std::uint64_t{slot_bytes(image)} * image.height;
+  return image.runs_end == front_bytes(image) && image.waiting_end == 0 && bytes <= kMostWaiting;
+}
+
+// Whether the row has a place among those that wait, or gets one.
+bool waits(const ImageRecord& image, std::int32_t y) {
+  if (!is_white(image, y)) {
+    return image.run_table[y] < image.waiting_end && stored_row(image, y).as_bits();
+  }
+  return image.waiting_end == image.runs_end &&
+         std::uint64_t{image.runs_end} + slot_bytes(image) <= std::uint64_t(image.dib_size);
+}
+
+void put_bits(const ImageRecord& image, std::uint8_t* at, std::span<const std::uint8_t> bits) {
+  std::memcpy(at, &kAsBits, sizeof kAsBits);
+  const std::span<std::uint8_t> place{at + sizeof kAsBits, stride_of(image)};
+  std::memcpy(place.data(), bits.data(), place.size());
+  whiten_padding(place, image.width);
+}
+
+// The row's list, or -1 where bits are shorter; 0 transitions make none. `out` has room for one.
+std::int32_t make_list(const ImageRecord& image, std::span<const std::uint8_t> bits, bool is_dots,
+                       std::uint16_t* list) {
+  const std::size_t limit = std::max<std::size_t>(list_limit(image), 1);
+  if (is_dots && has_more_transitions(bits, image.width, limit)) return -1;
+  const std::int32_t count =
+      find_changes(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
+  if (count > 0 && static_cast<std::size_t>(count) > list_limit(image)) return -1;
+  if (count > 0) close_list(list, count, image.width);
+  return count;
+}
+
 }  // namespace
 
 std::int32_t bits_to_transitions(std::span<const std::uint8_t> bits, std::int32_t width,
@@ -363,25 +416,73 @@ Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row) {
 }
 
 Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits) {
+  if (begins_waiting(image)) TQ_TRY(begin_waiting(image));
+  if (!waits(image, y)) return store_listed(image, y, bits);
+  if (is_white(image, y)) {
+    image.run_table[y] = image.runs_end;
+    image.runs_end += static_cast<std::uint32_t>(slot_bytes(image));
+    image.waiting_end = image.runs_end;
+  }
+  put_bits(image, image.dib + image.run_table[y], bits);
+  return kOk;
+}
+
+Status store_listed(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits) {
   TQ_TRY(reserve(image, most_bytes(image)));
   std::uint16_t* list = list_place(image);
-  const std::size_t limit = std::max<std::size_t>(list_limit(image), 1);
-  const bool is_dots = is_beside_bits(image, y) && has_more_transitions(bits, image.width, limit);
-  const std::int32_t count =
-      is_dots ? -1
-              : bits_to_transitions(bits, image.width, std::span<std::uint16_t>(list + 1, limit));
+  const std::int32_t count = make_list(image, bits, is_beside_bits(image, y), list);
   if (count == 0) {
     commit_white(image, y);
-  } else if (count > 0 && static_cast<std::size_t>(count) <= list_limit(image)) {
-    commit(image, y, close_list(list, count, image.width));
+  } else if (count > 0) {
+    commit(image, y, list_bytes(count));
   } else {
-    list[0] = kAsBits;
-    const std::span<std::uint8_t> place{reinterpret_cast<std::uint8_t*>(list + 1),
-                                        stride_of(image)};
-    std::copy_n(bits.begin(), place.size(), place.begin());
-    whiten_padding(place, image.width);
-    commit(image, y, 2 + stride_of(image));
+    put_bits(image, image.dib + image.runs_end, bits);
+    commit(image, y, slot_bytes(image));
   }
+  return kOk;
+}
+
+Status list_waiting_rows(ImageRecord& image) {
+  if (image.waiting_end == 0) return kOk;
+  const std::uint32_t front = front_bytes(image);
+  const std::size_t slot = slot_bytes(image), slots = (image.waiting_end - front) / slot;
+  RowBuffer<std::int32_t> owners;  // y + 1 of what lies in a place; 0: nothing
+  RowBuffer<std::uint16_t> list;
+  TQ_TRY(owners.allocate(static_cast<std::int64_t>(slots)));
+  TQ_TRY(list.allocate(static_cast<std::int64_t>(most_bytes(image) / 2)));
+  for (std::int32_t y = 0; y < image.height; ++y) {
+    const std::uint32_t at = image.run_table[y];
+    if (at != 0 && at < image.waiting_end) owners.data()[(at - front) / slot] = y + 1;
+  }
+  std::uint32_t end = front;
+  bool is_dots = false;
+  for (const std::int32_t owner : owners.pixels()) {
+    if (owner == 0) continue;
+    std::uint32_t& place = image.run_table[owner - 1];
+    const StoredRow row = stored_row(image, owner - 1);
+    std::size_t bytes = row.bytes();
+    const std::int32_t count =
+        row.as_bits() ? make_list(image, row.bits(), is_dots, list.data()) : -1;
+    is_dots = count < 0;
+    if (count > 0) bytes = list_bytes(count);
+    // A list is no longer than what it takes the place of, or what is before that.
+    const void* const from = count > 0 ? static_cast<const void*>(list.data()) : row.list;
+    if (count != 0) std::memmove(image.dib + end, from, bytes);
+    place = count == 0 ? 0 : end;
+    end += count == 0 ? 0 : static_cast<std::uint32_t>(bytes);
+  }
+  if (image.runs_end == image.waiting_end) {
+    image.runs_end = end;
+    image.runs_dead = 0;
+  } else {
+    image.runs_dead = image.runs_end - front;
+    for (std::int32_t y = 0; y < image.height; ++y) {
+      if (!is_white(image, y)) {
+        image.runs_dead -= static_cast<std::uint32_t>(stored_row(image, y).bytes());
+      }
+    }
+  }
+  image.waiting_end = 0;
   return kOk;
 }
 

@@ -1,7 +1,9 @@
 // Run lists: how 1-bit rows are held. A list is a 16-bit length in bytes (itself included), then
 // ascending 16-bit positions where the colour changes, starting from white (a first position of 0
 // says that the row starts black), then the width three times and the width + 2 three times. Bit 1
-// is white. A row whose list would be longer than its bits is kept as bits behind a length of 0.
+// is white. A row whose list would be longer than its bits is kept as bits behind a length of 0. So
+// are at first the rows of bits of a page, as many want them as bits again: they wait for what walks
+// lists.
 #pragma once
 
 #include <cstdint>
@@ -52,6 +54,11 @@ std::int32_t read_run_list(std::span<const std::uint8_t> list, std::int32_t widt
 Status store_transitions(ImageRecord& image, std::int32_t y, Transitions row);
 Status store_bits(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits);
 void expand_row(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> bits);
+
+// The same without waiting, and a list of each row that waits: for what goes by transitions more than
+// once. The block stays where it is. On failure (out_of_memory) nothing has changed.
+Status store_listed(ImageRecord& image, std::int32_t y, std::span<const std::uint8_t> bits);
+Status list_waiting_rows(ImageRecord& image);
 
 // A stored row where it lies, until the image changes: its transitions or, where these would be
 // longer, its bits. A white row has neither.

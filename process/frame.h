@@ -60,21 +60,24 @@ class ImageSource {
   std::array<Rgb, 256> palette_{};
 };
 
-// Rows of an image that may be run lists: of these as bits.
+// Rows of an image that may be run lists: of these as bits. Asked for from the top the next one is
+// fetched ahead; the other way round processors foresee it by themselves.
 class StoredRows {
  public:
-  explicit StoredRows(const ImageSource& image) : image_(image) {}
+  explicit StoredRows(const ImageSource& image, bool upwards = false)
+      : image_(image), upwards_(upwards) {}
   Status allocate() {
     return image_.in_runs() ? bits_.allocate(row_bytes(image_.width(), 1)) : kOk;
   }
   Bytes read(int y) const {
-    if (!image_.in_runs()) return image_.row(y);
+    if (!image_.in_runs()) return upwards_ ? plain_row(image_.record(), y) : image_.row(y);
     expand_row(image_.record(), y, bits_.pixels());
     return bits_.pixels();
   }
 
  private:
   const ImageSource& image_;
+  bool upwards_;
   RowBuffer<std::uint8_t> bits_;
 };
 
@@ -126,11 +129,12 @@ inline void copy_row(Bytes from, Row to) {
 // Runs `make_row(y, row)` for every row of the result, which may be run lists; a row's padding is
 // 0, its pixels are not set.
 template <class MakeRow>
-Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
+Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row, bool upwards = false) {
   ImageRecord& made = result.record();
   RowBuffer<std::uint8_t> bits;
   if (made.in_runs) TQ_TRY(bits.allocate(made.bytes_per_row));
-  for (int y = 0; y < made.height; ++y) {
+  for (int i = 0; i < made.height; ++i) {
+    const int y = upwards ? made.height - 1 - i : i;
     TQ_TRY(image.next_row(made.height));
     const Row row = made.in_runs ? bits.pixels() : plain_row(made, y);
     std::memset(row.data() + row.size() - 4, 0, 4);
@@ -140,36 +144,33 @@ Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
   return kOk;
 }
 
-// The same where no row needs the one above: plain rows in the order in which they lie in memory, which
-// processors foresee.
+// The same from the bottom, where no row needs the one above: in the order in which plain rows lie in
+// memory, which processors foresee.
 template <class MakeRow>
 Status make_single_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row) {
-  ImageRecord& made = result.record();
-  for (int y = made.height; y-- > 0;) {
-    TQ_TRY(image.next_row(made.height));
-    const Row row = plain_row(made, y);
-    std::memset(row.data() + row.size() - 4, 0, 4);
-    make_row(y, row);
-  }
+  return make_rows(result, image, make_row, true);
+}
+
+// What `fill(result)` makes takes the place of the image's pixels.
+template <class Fill>
+Status replace_pixels(ImageSource& image, const NewShape& shape, Fill&& fill) {
+  ImageDraft result;
+  TQ_TRY(create_result(result, image, shape));
+  TQ_TRY(fill(result));
+  result.install(image.record());
   return kOk;
 }
 
 template <class MakeRow>
 Status replace_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
-  ImageDraft result;
-  TQ_TRY(create_result(result, image, shape));
-  TQ_TRY(make_rows(result, image, make_row));
-  result.install(image.record());
-  return kOk;
+  return replace_pixels(image, shape,
+                        [&](ImageDraft& result) { return make_rows(result, image, make_row); });
 }
 
 template <class MakeRow>
 Status replace_single_rows(ImageSource& image, const NewShape& shape, MakeRow&& make_row) {
-  ImageDraft result;
-  TQ_TRY(create_result(result, image, shape));
-  TQ_TRY(make_single_rows(result, image, make_row));
-  result.install(image.record());
-  return kOk;
+  return replace_pixels(
+      image, shape, [&](ImageDraft& result) { return make_single_rows(result, image, make_row); });
 }
 
 // The shape of 1-bit results, white being 1: they are held as run lists where images of their size

@@ -59,6 +59,14 @@ template <int kLane>
 TQ_SIMD void store_half(void* to, Vector x) {
   _mm_storel_epi64(static_cast<__m128i*>(to), lane<kLane>(x));
 }
+// At a place that is a multiple of 32, past the caches.
+TQ_SIMD void store_past(void* to, Vector x) {
+  _mm256_stream_si256(static_cast<__m256i*>(to), x);
+}
+// Before anybody else reads what was stored so.
+TQ_SIMD void finish_stores() {
+  _mm_sfence();
+}
 // The first lanes of all three, then the last ones.
 TQ_SIMD void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {
   auto* const out = reinterpret_cast<__m256i*>(to);

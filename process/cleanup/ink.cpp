@@ -214,6 +214,7 @@ Status InkPage::find_black(ImageSource& image, Reports reports) {
   const int width = image.width();
   RowBuffer<std::int32_t> changes;
   TQ_TRY(changes.allocate(most_transitions(width)));
+  if (image.in_runs()) TQ_TRY(list_waiting_rows(image.record()));
   return count_rows(image, reports, [&](int y, BlockCounts& blocks) {
     const RowView view = image.in_runs() ? view_row(image.record(), y) : RowView{{}, image.row(y)};
     if (view.bits.empty()) return blocks.add_runs(view.transitions, width);

@@ -20,7 +20,8 @@ class LinePass {
       : size_(size), long_runs_(Components::Neighbours::eight, Components::Colour::black) {}
 
   // What goes; `page` is read as a whole.
-  Status find(const ImageRecord& page) {
+  Status find(ImageRecord& page) {
+    TQ_TRY(list_waiting_rows(page));
     TQ_TRY(rows_.allocate(page));
     TQ_TRY(drawn_.allocate(most_transitions(page.width)));
     for (std::int32_t y = 0; y < page.height; ++y) {
@@ -132,7 +133,7 @@ Status turn_over(const ImageSource& from, ImageRecord& to, ImageSource* reports)
 }
 
 // Those that lie; rows are reported where `reports` says so.
-Status remove_lying(const ImageRecord& from, ImageRecord& to, LineSize size, ImageSource* reports,
+Status remove_lying(ImageRecord& from, ImageRecord& to, LineSize size, ImageSource* reports,
                     std::int32_t& removed) {
   LinePass pass(size);
   TQ_TRY(pass.find(from));

@@ -1,4 +1,4 @@
-// Exact means of areas. `make(y)` gives row y of the result, levels or channels in turn, in any
+// Exact means of areas. `make(y, to)` makes row y of the result, levels or channels in turn, in any
 // order of rows.
 #pragma once
 
@@ -54,11 +54,16 @@ class ColumnSums {
   RowBuffer<std::uint64_t> sums_;
 };
 
-// Of blocks of whole pixels. The last ones may be smaller.
+// Of blocks of whole pixels. The last ones may be smaller. Upwards they are counted from the bottom.
 class BlockMeans {
  public:
-  BlockMeans(const ImageSource& image, std::int32_t block_width, std::int32_t block_height)
-      : image_(image), rows_(image), lower_(image), wide_(block_width), high_(block_height) {}
+  BlockMeans(const ImageSource& image, std::int32_t block_width, std::int32_t block_height,
+             bool upwards = false)
+      : image_(image),
+        rows_(image, upwards),
+        lower_(image, upwards),
+        wide_(block_width),
+        high_(block_height) {}
   Status allocate();
   int channels() const { return rows_.channels(); }
   void read(int block_row, std::uint8_t* to);
@@ -74,45 +79,36 @@ class BlockMeans {
   ColumnSums columns_;
 };
 
-// Blocks as a result that is so many times smaller.
+// Blocks as a result that is so many times smaller, from the bottom.
 class WholeMeans {
  public:
   WholeMeans(const ImageSource& image, int width, int height)
-      : blocks_(image, image.width() / width, image.height() / height), width_(width) {}
-  Status allocate() {
-    TQ_TRY(blocks_.allocate());
-    return levels_.allocate(std::int64_t{blocks_.channels()} * width_);
-  }
-  Bytes make(int y) {
-    blocks_.read(y, levels_.data());
-    return levels_.pixels();
-  }
+      : blocks_(image, image.width() / width, image.height() / height, true) {}
+  Status allocate() { return blocks_.allocate(); }
+  void make(int y, std::uint8_t* to) { blocks_.read(y, to); }
 
  private:
   BlockMeans blocks_;
-  int width_;
-  RowBuffer<std::uint8_t> levels_;
 };
 
-// Of any other sides. A pixel of the image is as many units wide as the result has columns and the
+// Of any other sides, from the bottom. A pixel of the image is as many units wide as the result has columns and the
 // other way round, so that edges fall on whole units.
 class AreaMeans {
  public:
   AreaMeans(const ImageSource& image, int width, int height)
-      : image_(image), rows_(image), width_(width), height_(height) {}
+      : image_(image), rows_(image, true), width_(width), height_(height) {}
   Status allocate();
-  Bytes make(int y);
+  void make(int y, std::uint8_t* to);
 
  private:
   template <int kChannels>
-  void finish_row(const std::uint64_t* sums);
+  void finish_row(const std::uint64_t* sums, std::uint8_t* to);
 
   const ImageSource& image_;
   GreyOrColourRows rows_;
   int width_, height_;
   Mean mean_;
   ColumnSums columns_;
-  RowBuffer<std::uint8_t> levels_;
 };
 
 // Of 1 bit, to levels.
@@ -121,20 +117,30 @@ class RunMeans {
   RunMeans(const ImageSource& image, int width, int height)
       : image_(image), width_(width), height_(height) {}
   Status allocate();
-  Bytes make(int y);
+  void make(int y, std::uint8_t* to);
 
  private:
+  // Where a column of the image begins: in which cell, and how far within it.
+  struct Place {
+    std::int32_t cell = 0, before = 0;
+  };
+  static constexpr int kMostRows = 127;  // of which bits are counted
+
+  bool count_bits(int y, std::uint8_t* to);
   void add_runs(int j, std::int64_t share);
-  template <class Place>
-  void add_changes(const Place* changes, std::int32_t count, std::int64_t share);
+  template <class Column>
+  void add_changes(const Column* changes, std::int32_t count, std::int64_t share);
 
   const ImageSource& image_;
   int width_, height_;
+  int wide_ = 0, high_ = 0;  // of cells of bits that may be counted
+  int shift_ = 0;            // 2^shift_ of them to a cell; 0: another number
   Mean mean_;
+  RowBuffer<Place> places_;
   RowBuffer<std::int64_t> sums_;
-  RowBuffer<std::uint16_t> listed_;
   RowBuffer<std::int32_t> changes_;
-  RowBuffer<std::uint8_t> levels_;
+  RowBuffer<std::uint8_t> counts_;  // of white pixels
+  std::array<std::uint8_t, 256> level_of_count_{};
 };
 
 }  // namespace tq::process

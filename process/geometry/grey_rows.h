@@ -13,6 +13,12 @@ namespace tq::process {
 // Levels of a grey palette, and the entry nearest to each level, the first of equal ones.
 struct GreyTables {
   explicit GreyTables(std::span<const Rgb> palette) {
+    if (palette.size() == 256) {
+      bool is_ramp = true;
+      for (int i = 0; i < 256 && is_ramp; ++i) is_ramp = palette[i].green == i;
+      for (int i = 0; i < 256 && is_ramp; ++i) levels[i] = index[i] = byte(i);
+      if (is_ramp) return;
+    }
     for (int i = 0; i < 256; ++i) {
       const std::size_t entry = std::min<std::size_t>(i, palette.size() - 1);
       levels[i] = palette[entry].green;
@@ -32,7 +38,9 @@ inline bool is_identity(const std::array<std::uint8_t, 256>& table) {
 
 class GreyOrColourRows {
  public:
-  explicit GreyOrColourRows(const ImageSource& image) : image_(image), rows_(image) {
+  // Upwards row 0 is the last one.
+  explicit GreyOrColourRows(const ImageSource& image, bool upwards = false)
+      : image_(image), rows_(image, upwards), upwards_(upwards) {
     if (image.bits() == 4 || image.bits() == 8) levels_ = GreyTables(image.palette()).levels;
     if (image.bits() == 1) levels_[1] = 255;
     bytes_are_levels_ = image.bits() >= 24 || (image.bits() == 8 && is_identity(levels_));
@@ -46,7 +54,7 @@ class GreyOrColourRows {
   bool in_place() const { return bytes_are_levels_; }
 
   Bytes read(int y) {
-    const Bytes from = rows_.read(y);
+    const Bytes from = rows_.read(upwards_ ? image_.height() - 1 - y : y);
     if (bytes_are_levels_) return from.first(static_cast<std::size_t>(image_.width()) * channels());
     std::uint8_t* const out = greys_.data();
     pixels::for_each_index(from.data(), image_.bits(), image_.width(),
@@ -57,6 +65,7 @@ class GreyOrColourRows {
  private:
   const ImageSource& image_;
   StoredRows rows_;
+  bool upwards_;
   std::array<std::uint8_t, 256> levels_{};
   bool bytes_are_levels_;
   RowBuffer<std::uint8_t> greys_;

@@ -9,6 +9,10 @@
 namespace tq::process {
 namespace {
 
+void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes) {
+  std::memcpy(to, from, static_cast<std::size_t>(bytes));
+}
+
 void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
               std::ptrdiff_t samples) {
   for (int k = 0; k < count; ++k) {
@@ -91,7 +95,8 @@ void blend(const Walk& walk, int size, std::uint8_t* to, int count) {
 
 }  // namespace
 
-constexpr GeometryKernels kPortableGeometryKernels{.add_rows = add_rows,
+constexpr GeometryKernels kPortableGeometryKernels{.copy_past = copy_past,
+                                                   .add_rows = add_rows,
                                                    .add_shares = add_shares<std::uint8_t>,
                                                    .add_shares_16 = add_shares<std::uint16_t>,
                                                    .halve = halve,

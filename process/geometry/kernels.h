@@ -28,6 +28,9 @@ struct Walk {
 };
 
 struct GeometryKernels {
+  // Copies what is more than caches hold, so that it does not pass through them.
+  void (*copy_past)(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes);
+
   // Adds the bytes of `count` rows to sums of 16 bits.
   void (*add_rows)(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
                    std::ptrdiff_t samples);

@@ -11,6 +11,16 @@ namespace {
 
 using namespace simd;
 
+TQ_KERNEL void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes) {
+  constexpr std::ptrdiff_t kStep = 16 * kLanes;
+  const auto beyond = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kStep);
+  std::ptrdiff_t i = std::min((kStep - beyond) % kStep, bytes);
+  kPortableGeometryKernels.copy_past(from, to, i);
+  for (; i + kStep <= bytes; i += kStep) store_past(to + i, load(from + i));
+  finish_stores();
+  kPortableGeometryKernels.copy_past(from + i, to + i, bytes - i);
+}
+
 TQ_KERNEL void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
                         std::ptrdiff_t samples) {
   constexpr int kHalf = 8 * kLanes;
@@ -361,7 +371,8 @@ TQ_KERNEL void blend(const Walk& walk, int size, std::uint8_t* to, int count) {
 }  // namespace
 
 void add_avx2_kernels(GeometryKernels& kernels) {
-  kernels = {.add_rows = add_rows,
+  kernels = {.copy_past = copy_past,
+             .add_rows = add_rows,
              .add_shares = add_shares,
              .add_shares_16 = add_shares_16,
              .halve = halve,

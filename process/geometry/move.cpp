@@ -47,13 +47,26 @@ Status mirror_runs(ImageSource& image, ImageDraft& result, bool from_bottom) {
   return kOk;
 }
 
+// From the top, so that rows are read as they lie in memory: what is stored past the caches may lie
+// anyhow.
+Status flip_rows(ImageSource& image, ImageDraft& result) {
+  constexpr std::int64_t kLarge = 16 << 20;  // bytes
+  const int width = image.width(), height = image.height(), bits = image.bits();
+  const bool large = std::int64_t{result.record().bytes_per_row} * height >= kLarge;
+  const auto copy = large ? geometry_kernels().copy_past : kPortableGeometryKernels.copy_past;
+  return make_rows(result, image, [&](int y, Row row) {
+    const Bytes from = plain_row(image.record(), height - 1 - y);
+    copy(from.data(), row.data(), std::ssize(from));
+    clear_padding(row, width, bits);
+  });
+}
+
 Status move_rows(ImageSource& image, ImageDraft& result, pixels::Turn turn) {
+  if (turn.from_bottom && !turn.from_right) return flip_rows(image, result);
   const int width = image.width(), height = image.height(), bits = image.bits();
   return make_single_rows(result, image, [&](int y, Row row) {
     const Bytes from = plain_row(image.record(), turn.from_bottom ? height - 1 - y : y);
-    if (turn.from_right) return pixels::mirror_row(from, width, bits, row);
-    copy_row(from, row);
-    clear_padding(row, width, bits);
+    pixels::mirror_row(from, width, bits, row);
   });
 }
 

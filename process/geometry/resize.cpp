@@ -162,21 +162,29 @@ Status make_from(Rows& rows, ImageSource& image, ImageDraft& result) {
   return make_rows(result, image, [&](int y, Row row) { levels.put(rows.make(y), row); });
 }
 
+// Exact means are the same from either end.
 template <class Rows>
-Status make_means_from(Rows&& rows, ImageSource& image, ImageDraft& result) {
+Status make_means_from(Rows&& rows, ImageSource& image, ImageDraft& result, bool from_bottom) {
   TQ_TRY(rows.allocate());
-  const LevelsToRow levels(image, result.record().bits);
-  const auto make_row = [&](int y, Row row) { levels.put(rows.make(y), row); };
-  return result.record().in_runs ? make_rows(result, image, make_row)
-                                 : make_single_rows(result, image, make_row);
+  const ImageRecord& made = result.record();
+  const LevelsToRow levels(image, made.bits);
+  RowBuffer<std::uint8_t> row_levels;
+  if (!levels.levels_are_bytes()) TQ_TRY(row_levels.allocate(made.width));
+  return make_single_rows(result, image, [&](int y, Row row) {
+    const int at = from_bottom ? made.height - 1 - y : y;
+    if (levels.levels_are_bytes()) return rows.make(at, row.data());
+    rows.make(at, row_levels.data());
+    levels.put(row_levels.pixels(), row);
+  });
 }
 
 Status make_means(ImageSource& image, int width, int height, ImageDraft& result) {
-  if (image.bits() == 1) return make_means_from(RunMeans(image, width, height), image, result);
+  if (image.bits() == 1)
+    return make_means_from(RunMeans(image, width, height), image, result, false);
   if (image.width() % width == 0 && image.height() % height == 0) {
-    return make_means_from(WholeMeans(image, width, height), image, result);
+    return make_means_from(WholeMeans(image, width, height), image, result, true);
   }
-  return make_means_from(AreaMeans(image, width, height), image, result);
+  return make_means_from(AreaMeans(image, width, height), image, result, true);
 }
 
 Status check_depth(const ImageSource& image, std::int32_t method) {

@@ -1,5 +1,5 @@
-// Plain pixels go from row to row; of run lists only the block at work is ever held as bits, and each
-// list is walked once.
+// Plain pixels go from row to row, and lists of a page as bits. Of larger images only the block at work is
+// ever held as bits, and each list is walked once.
 #include "process/geometry/transpose.h"
 
 #include <algorithm>
@@ -12,7 +12,9 @@ namespace {
 constexpr int kWord = 64;
 constexpr int kGroup = 8;  // source rows that are turned together
 
-// Run lists cost two bytes a row and a block of bits, which is to be little beside the page.
+constexpr std::int64_t kMostExpanded = 8 << 20;  // bytes of a page of lists as bits
+
+// Other run lists cost two bytes a row and a block of bits, which is to be little beside the page.
 constexpr int kWidePage = 4100;
 
 // A square of 64 words along its diagonal (Hacker's Delight, 7-3).
@@ -27,57 +29,84 @@ void transpose(std::uint64_t (&rows)[kWord]) {
   }
 }
 
+// Of a row, of which `left` bytes are left.
+std::uint64_t load_bits(const std::uint8_t* from, std::size_t left) {
+  std::uint64_t found = 0;
+  if (left >= sizeof found) {
+    std::memcpy(&found, from, sizeof found);  // of a known size: one instruction
+  } else {
+    std::memcpy(&found, from, left);
+  }
+  return __builtin_bswap64(found);
+}
+
 }  // namespace
 
 TransposedRows::TransposedRows(const ImageSource& image, pixels::Turn turn)
     : image_(image),
       turn_(turn),
-      columns_(image.bits() == 1 && (!image.in_runs() || image.width() >= kWidePage) ? 64 : 32) {}
+      is_page_(row_bytes(image.width(), 1) * image.height() <= kMostExpanded),
+      columns_(image.bits() == 1 && (!image.in_runs() || is_page_ || image.width() >= kWidePage)
+                   ? 64
+                   : 32) {}
 
 Status TransposedRows::allocate() {
   if (!image_.in_runs()) return kOk;
-  TQ_TRY(passed_.allocate(image_.height()));
+  if (is_page_) {
+    const std::int64_t stride = row_bytes(image_.width(), 1);
+    TQ_TRY(expanded_.allocate(stride * image_.height()));
+    for (int y = 0; y < image_.height(); ++y) {
+      expand_row(image_.record(), y,
+                 expanded_.pixels().subspan(static_cast<std::size_t>(y * stride),
+                                            static_cast<std::size_t>(stride)));
+    }
+  } else {
+    TQ_TRY(passed_.allocate(image_.height()));
+  }
   return bits_.allocate(columns_ * row_bytes(image_.height(), 1));
 }
 
-// 64 pixels of a row from `column` on, the first in the top bit; of run lists no more than a block.
+// The pixels of a list from `column` on, the first in the top bit; no more than a block.
 std::uint64_t TransposedRows::bits_at(int y, int column) {
-  std::uint64_t found = 0;
-  Bytes bits;
-  if (!image_.in_runs()) {
-    bits = plain_row(image_.record(), y);
-  } else {
-    const RowView row = view_row(image_.record(), y);
-    if (row.bits.empty()) {
-      const Transitions changes = row.transitions;
-      std::size_t i = std::min(std::size_t{passed_[y]}, changes.size());
-      while (i > 0 && changes[i - 1] >= column) --i;
-      while (i < changes.size() && changes[i] < column) ++i;
-      passed_[y] = word(i);
-      found = i % 2 == 0 ? ~std::uint64_t{0} : 0;
-      for (; i < changes.size() && changes[i] < column + columns_; ++i) {
-        found ^= ~std::uint64_t{0} >> (changes[i] - column);
-      }
-      return found;
-    }
-    bits = row.bits;
+  const RowView row = view_row(image_.record(), y);
+  if (!row.bits.empty())
+    return load_bits(row.bits.data() + column / 8, row.bits.size() - column / 8);
+  const Transitions changes = row.transitions;
+  std::size_t i = std::min(std::size_t{passed_[y]}, changes.size());
+  while (i > 0 && changes[i - 1] >= column) --i;
+  while (i < changes.size() && changes[i] < column) ++i;
+  passed_[y] = word(i);
+  std::uint64_t found = i % 2 == 0 ? ~std::uint64_t{0} : 0;
+  for (; i < changes.size() && changes[i] < column + columns_; ++i) {
+    found ^= ~std::uint64_t{0} >> (changes[i] - column);
   }
-  bits = bits.subspan(static_cast<std::size_t>(column / 8));
-  std::memcpy(&found, bits.data(), std::min(sizeof found, bits.size()));
-  return __builtin_bswap64(found);
+  return found;
 }
 
 void TransposedRows::turn_bits(int rows) {
-  const int width = image_.height();
+  const int width = image_.height(), column = block_ * columns_;
+  const auto stride = static_cast<std::ptrdiff_t>(row_bytes(image_.width(), 1));
+  const bool from_lists = image_.in_runs() && !is_page_;
+  const std::uint8_t* const top =
+      image_.in_runs() ? expanded_.data() : plain_row(image_.record(), 0).data();
+  const std::ptrdiff_t step = image_.in_runs() ? stride : -stride;
+  const auto left = static_cast<std::size_t>(stride - column / 8);
   for (int x = 0; x < width; x += kWord) {
     std::uint64_t square[kWord] = {};
     const int count = std::min(kWord, width - x);
-    for (int k = 0; k < count; ++k) square[k] = bits_at(source_row(x + k), block_ * columns_);
+    for (int k = 0; k < count; ++k) {
+      const int y = source_row(x + k);
+      square[k] = from_lists ? bits_at(y, column) : load_bits(top + y * step + column / 8, left);
+    }
     transpose(square);
     for (int i = 0; i < rows; ++i) {
       const Row to = rows_[i].subspan(static_cast<std::size_t>(x / 8));
       const std::uint64_t stored = __builtin_bswap64(square[i]);
-      std::memcpy(to.data(), &stored, std::min(sizeof stored, to.size()));
+      if (to.size() >= sizeof stored) {
+        std::memcpy(to.data(), &stored, sizeof stored);
+      } else {
+        std::memcpy(to.data(), &stored, to.size());
+      }
     }
   }
 }

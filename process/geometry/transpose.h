@@ -27,10 +27,13 @@ class TransposedRows {
   const ImageSource& image_;
   pixels::Turn turn_;
   GeometryKernels kernels_ = geometry_kernels();
+  bool is_page_;    // small enough that all its bits are held
   int columns_;     // of a block
   int block_ = -1;  // that `rows_` are of
   Row rows_[64];    // a column each
-  // Of run lists: how many transitions of a row lie before the block, and the block as bits.
+  // Of run lists: all of a page as bits, or how many transitions of a row lie before the block; and the
+  // block of the result.
+  RowBuffer<std::uint8_t> expanded_;
   RowBuffer<std::uint16_t> passed_;
   RowBuffer<std::uint8_t> bits_;
 };

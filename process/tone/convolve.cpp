@@ -18,7 +18,7 @@ template <class Sum>
 class ConvolvedRows {
  public:
   ConvolvedRows(const ImageSource& image, const Window& window)
-      : rows_(image, window.width / 2, window.height / 2), window_(window) {}
+      : rows_(image, window.width / 2, window.height / 2, false), window_(window) {}
 
   Status allocate() {
     TQ_TRY(rows_.allocate());
@@ -81,8 +81,8 @@ Status convolve_bitmap(ImageSource& image, const std::int32_t* kernel, std::int3
   if (std::abs(sum) > kMostSum) return StatusCode::unsupported;
   const std::int64_t exact = divisor;
   const Window window{weights.data(), width, height, std::abs(exact), divisor < 0, offset};
-  if (reach <= kMostSum) return filter_by(image, ConvolvedRows<std::int32_t>(image, window));
-  return filter_by(image, ConvolvedRows<std::int64_t>(image, window));
+  if (reach <= kMostSum) return filter_by(image, ConvolvedRows<std::int32_t>(image, window), false);
+  return filter_by(image, ConvolvedRows<std::int64_t>(image, window), false);
 }
 
 }  // namespace tq::process

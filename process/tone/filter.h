@@ -12,8 +12,8 @@ namespace tq::process {
 class PaddedRows {
  public:
   // As many pixels and rows beyond the ends.
-  PaddedRows(const ImageSource& image, int aside, int above)
-      : image_(image), rows_(image), aside_(aside), above_(above) {}
+  PaddedRows(const ImageSource& image, int aside, int above, bool upwards = true)
+      : image_(image), rows_(image, upwards), aside_(aside), above_(above) {}
 
   Status allocate() {
     TQ_TRY(rows_.allocate());
@@ -56,22 +56,29 @@ class PaddedRows {
   RowBuffer<std::uint8_t> padded_;
 };
 
-// The image becomes what `rows.make(y, to)` makes of it, levels or channels in turn.
+// The image becomes what `rows.make(y, to)` makes of it, levels or channels in turn. Filters that are
+// the same upside down go upwards, as rows lie in memory.
 template <class Rows>
-Status filter_by(ImageSource& image, Rows&& rows) {
+Status filter_by(ImageSource& image, Rows&& rows, bool upwards = true) {
   TQ_TRY(rows.allocate());
   const LevelsToRow levels(image, image.bits());
   RowBuffer<std::uint8_t> made;
   const int channels = std::max(1, image.bits() / 8);
   if (!levels.levels_are_bytes()) TQ_TRY(made.allocate(image.width()));
-  return replace_rows(image, same_kind(image, image.width(), image.height()), [&](int y, Row row) {
+  ImageDraft result;
+  TQ_TRY(create_result(result, image, same_kind(image, image.width(), image.height())));
+  const auto make_row = [&](int y, Row row) {
+    const int at = upwards ? image.height() - 1 - y : y;
     if (levels.levels_are_bytes()) {
-      rows.make(y, row.first(static_cast<std::size_t>(image.width()) * channels));
+      rows.make(at, row.first(static_cast<std::size_t>(image.width()) * channels));
     } else {
-      rows.make(y, made.pixels());
+      rows.make(at, made.pixels());
       levels.put(made.pixels(), row);
     }
-  });
+  };
+  TQ_TRY(make_rows(result, image, make_row, upwards));
+  result.install(image.record());
+  return kOk;
 }
 
 // The kinds of IMG_filter_bitmap; sides of windows are 2 radius + 1.

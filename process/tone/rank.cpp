@@ -121,7 +121,8 @@ void add_sixteen(std::uint16_t* to, const std::uint16_t* more, const std::uint16
 // the middle lies.
 class MedianRows {
  public:
-  MedianRows(const ImageSource& image, int radius) : image_(image), rows_(image), radius_(radius) {}
+  MedianRows(const ImageSource& image, int radius)
+      : image_(image), rows_(image, true), radius_(radius) {}
 
   Status allocate() {
     TQ_TRY(rows_.allocate());

@@ -11,7 +11,8 @@ namespace {
 // Sums of columns, which lose a row above and gain one below.
 class BoxRows {
  public:
-  BoxRows(const ImageSource& image, int radius) : image_(image), rows_(image), radius_(radius) {}
+  BoxRows(const ImageSource& image, int radius)
+      : image_(image), rows_(image, true), radius_(radius) {}
 
   Status allocate() {
     TQ_TRY(rows_.allocate());
@@ -113,7 +114,7 @@ class GaussRows {
 class UnsharpRows {
  public:
   UnsharpRows(const ImageSource& image, int deviation, int amount)
-      : rows_(image), smooth_(image, deviation), amount_((amount * kSharpest + 50) / 100) {}
+      : rows_(image, true), smooth_(image, deviation), amount_((amount * kSharpest + 50) / 100) {}
   Status allocate() {
     TQ_TRY(rows_.allocate());
     return smooth_.allocate();

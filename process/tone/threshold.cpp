@@ -3,6 +3,7 @@
 #include "process/tone/threshold.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace tq::process {
 namespace {
@@ -26,15 +27,27 @@ Class class_up_to(const LevelCounts& counts, int level) {
 }  // namespace
 
 void add_levels(std::span<const std::uint8_t> levels, LevelCounts& counts) {
-  // Equal neighbours are the rule; two tables keep them from waiting for each other.
-  LevelCounts others{};
+  // Equal neighbours are the rule; four tables keep them from waiting for each other.
+  LevelCounts others[3] = {};
   std::size_t x = 0;
-  for (; x + 2 <= levels.size(); x += 2) {
-    ++counts[levels[x]];
-    ++others[levels[x + 1]];
+  for (; x + 8 <= levels.size(); x += 8) {
+    std::uint64_t eight;
+    std::memcpy(&eight, &levels[x], sizeof eight);
+    const auto low = static_cast<std::uint32_t>(eight),
+               high = static_cast<std::uint32_t>(eight >> 32);
+    ++counts[low & 255];
+    ++others[0][low >> 8 & 255];
+    ++others[1][low >> 16 & 255];
+    ++others[2][low >> 24];
+    ++counts[high & 255];
+    ++others[0][high >> 8 & 255];
+    ++others[1][high >> 16 & 255];
+    ++others[2][high >> 24];
   }
-  if (x < levels.size()) ++counts[levels[x]];
-  for (std::size_t i = 0; i < counts.size(); ++i) counts[i] += others[i];
+  for (; x < levels.size(); ++x) ++counts[levels[x]];
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    counts[i] += others[0][i] + others[1][i] + others[2][i];
+  }
 }
 
 int otsu_level(const LevelCounts& counts) {

@@ -144,6 +144,47 @@ TEST_F(RunStorage, OverwrittenRowsDoNotAddUp) {
   EXPECT_EQ(record.runs_end - record.runs_dead, 48u);
 }
 
+TEST_F(RunStorage, RowsThatWaitedAreTheListsOfThoseThatDidNot) {
+  Random random(7);
+  for (int round = 0; round < 200; ++round) {
+    const std::int32_t width = random.between(1, 700), height = random.between(1, 30);
+    Rows model(static_cast<std::size_t>(height), Bytes(stride(width, 1), 0xFF));
+    const Image image = make_image(width, 1, model, true),
+                listed = make_image(width, 1, model, true);
+    bool flipped = false;
+    for (int step = 0; step < 2 * height; ++step) {
+      const std::int32_t y = random.between(0, height - 1);
+      Bytes& row = model[static_cast<std::size_t>(y)];
+      row = with_white_padding(random.bit_row(width, random.pick<int>({0, 1, 5, 50})), width);
+      std::vector<std::uint16_t> changes(static_cast<std::size_t>(width));
+      const std::int32_t count = bits_to_transitions(row, width, changes);
+      ASSERT_TRUE(store_listed(listed.record(), y, row).ok());
+      const std::int32_t at = flipped ? height - 1 - y : y;
+      ASSERT_TRUE((random.chance(90)
+                       ? store_bits(image.record(), at, row)
+                       : store_transitions(image.record(), at, Transitions(changes).first(count)))
+                      .ok());
+      if (random.chance(5)) {
+        ASSERT_TRUE(list_waiting_rows(image.record()).ok());
+      }
+      if (random.chance(5)) {
+        ASSERT_EQ(IMG_flip_bitmap(image), 0);
+        flipped = !flipped;
+      }
+    }
+    if (flipped) {
+      ASSERT_EQ(IMG_flip_bitmap(image), 0);
+    }
+    ASSERT_EQ(rows_of_image(image), model) << width;
+    const std::uint8_t* const dib = image.record().dib;
+    ASSERT_TRUE(list_waiting_rows(image.record()).ok());
+    ASSERT_EQ(rows_of_image(image), model) << width;
+    const auto used = [](const ImageRecord& record) { return record.runs_end - record.runs_dead; };
+    ASSERT_EQ(used(image.record()), used(listed.record())) << width;
+    ASSERT_EQ(image.record().dib, dib) << "callers hold its address";
+  }
+}
+
 TEST_F(RunStorage, WidestImagesAndTheHighestNarrowOnesStayPlain) {
   Random random(6);
   const auto check = [&](std::int32_t width, std::size_t height, bool in_runs) {

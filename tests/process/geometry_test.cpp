@@ -277,6 +277,34 @@ TEST(ResampledPixels, SmallPaperStaysPaperAtAnyAngle) {
   }
 }
 
+// Bits are counted, or changes of lists; levels are added up.
+TEST(ResampledPixels, MeansOfBitsAreThoseOfLevels) {
+  for (const int wide : {2, 3, 4, 8}) {
+    for (const int high : {1, 2, 4, 31, 64, 130}) {
+      for (int width = 1; width <= 70; width += 23) {
+        const int height = width % 3 + 1;
+        const KeptImage bits({1}, width * wide, height * high, 3);
+        const KeptImage lists({1}, width * wide, height * high, 3);
+        const KeptImage levels({1}, width * wide, height * high, 3);
+        ASSERT_EQ(IMG_resize_bitmap(levels.handle(), width * wide, height * high, 1), IMG_OK);
+        if (high % 2 == 0) {
+          ASSERT_EQ(IMG_dib_to_runs(lists.handle()), IMG_OK);
+        } else {  // rows that wait
+          IMG_resize_bitmap(lists.handle(), width * wide, height * high, 1);
+          ASSERT_EQ(IMG_thresh_mono(lists.handle(), 127), IMG_OK);
+        }
+        const int method = width % 2 == 0 ? 1 : 5;
+        for (const Image image : {bits.handle(), lists.handle(), levels.handle()}) {
+          ASSERT_EQ(IMG_resize_bitmap(image, width, height, method), IMG_OK);
+        }
+        const Grid expected = read_grid(levels.handle());
+        EXPECT_TRUE(read_grid(bits.handle()).pixels == expected.pixels) << wide << " " << high;
+        EXPECT_TRUE(read_grid(lists.handle()).pixels == expected.pixels) << wide << " " << high;
+      }
+    }
+  }
+}
+
 // Bits of a row are copied together, bytes one by one.
 TEST(ResampledPixels, NearestBitsAreTheNearestLevels) {
   for (int width = 1; width <= 600; width += width < 70 ? 3 : 131) {
