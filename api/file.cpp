@@ -78,7 +78,9 @@ std::int32_t IMG_CALL IMG_get_format(std::int32_t index, img_format* format) {
   if (index < 0 || index >= std::ssize(types) || format == nullptr) return IMG_UNSUPPORTED;
   if (format->size < static_cast<std::int32_t>(sizeof *format)) return IMG_UNSUPPORTED;
   const FileType& type = types[index];
-  const FileType* read_by = type.variant_of < 0 ? &type : tq::dispatch::find_code(type.variant_of);
+  // A variant that is refused is not read either.
+  const bool is_read_as_other = type.variant_of >= 0 && type.write_depths != 0;
+  const FileType* read_by = is_read_as_other ? tq::dispatch::find_code(type.variant_of) : &type;
   format->code = type.code;
   format->flags = flags_of(type, *read_by);
   format->read_depths = read_by->read_depths;

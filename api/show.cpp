@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "api/abi.h"
+#include "core/run_storage.h"
 #include "dispatch/animation.h"
 #include "include/tarnquill.h"
 #include "show/render.h"
@@ -156,6 +157,7 @@ std::int32_t IMG_CALL IMGLOW_render_view(std::int32_t image, const img_view* vie
         if (!is_canvas(layout, canvas)) return StatusCode::unsupported;
         const tq::show::Paint paint = tq::show::choose_paint(record, known);
         if (!tq::show::can_operate(paint.raster_operation)) return StatusCode::unsupported;
+        TQ_TRY(list_waiting_rows(record));  // each time it is shown they are less work
         return tq::show::render(record, layout, paint, tq::show::Manner::of_settings(), canvas);
       });
 }

@@ -16,9 +16,10 @@ bool switched_on(const FileType& type) {
 
 using Test = bool (*)(const Probe& probe);
 
-const FileType* find_type(const Probe& probe, Test FileType::*test) {
+const FileType* find_type(const Probe& probe, Test FileType::*test, int traits = 0) {
   for (const FileType& type : file_types()) {
-    if (type.*test != nullptr && switched_on(type) && (type.*test)(probe)) return &type;
+    if ((type.traits & traits) != traits || type.*test == nullptr) continue;
+    if (switched_on(type) && (type.*test)(probe)) return &type;
   }
   return nullptr;
 }
@@ -54,12 +55,17 @@ Status detect(StreamHandle stream, const FileType*& found) {
   found = nullptr;
   TQ_TRY(check_licence());
   Probe probe{.bytes = {}, .stream = stream};
-  if (read_fully(stream, probe.bytes) < Probe::kBytes) return kOk;
+  const bool is_short = read_fully(stream, probe.bytes) < Probe::kBytes;
   const bool widely = context().options.get(IMG_OPTION_DETECTION) == 1;
-  if (context().options.get(IMG_OPTION_EXTENDED_FORMATS) == 1) {
-    probe.start = std::max(position(stream), Probe::kBytes) - Probe::kBytes;
+  if (is_short) {
+    found = find_type(probe, &FileType::test, formats::kShort);
+    if (found == nullptr) return kOk;
+  } else {
+    if (context().options.get(IMG_OPTION_EXTENDED_FORMATS) == 1) {
+      probe.start = std::max(position(stream), Probe::kBytes) - Probe::kBytes;
+    }
+    found = widely ? find_type_widely(probe) : find_type(probe, &FileType::test);
   }
-  found = widely ? find_type_widely(probe) : find_type(probe, &FileType::test);
   seek(stream, 0, Origin::start);
   return kOk;
 }

@@ -353,7 +353,7 @@ constexpr FileType kFileTypes[] = {
      .decode = simple::decode_pnm, .read_depths = depths(1, 8, 24),
      .encode = simple::encode_pnm, .write_depths = depths(1, 4, 8, 24, 32),
      .can_encode = simple::can_encode_pnm, .count_pages = simple::count_pnm_pages,
-     .traits = kByName | kExtended},
+     .traits = kByName | kExtended | kShort},
     {.code = IMG_TYPE_WEBP, .name = "webp", .title = "WebP", .ending = "webp",
      .test = is_webp, .first_test = is_webp,
      .decode = plugin::decode_extended, .read_depths = depths(24),

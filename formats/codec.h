@@ -244,6 +244,7 @@ enum Trait : std::uint8_t {
   kByName = 2,      // chosen by a file name that ends in `ending`
   kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
   kExtended = 8,    // there with EXTENDED_FORMATS only, and behind all others
+  kShort = 16,      // also shorter than a Probe, where zeros stand for what is not there
 };
 
 // How the pages of a file are asked for.

@@ -1,6 +1,7 @@
 // Colours by themselves: grey formulas, the fixed palettes, and what is near what.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -43,6 +44,17 @@ constexpr Rgb colour_of_cmyk(const std::uint8_t* cmyk) {
     return left > 0 ? byte(left) : std::uint8_t{0};
   };
   return {light(2), light(1), light(0), 0};
+}
+
+// Photo YCC to a colour, in 65536ths; levels above white are clamped.
+constexpr Rgb colour_of_photo_ycc(int luminance, int first, int second) {
+  constexpr int kLuminanceShare = 89024, kHalf = 32768, kNoFirst = 156, kNoSecond = 137;
+  const int light = kLuminanceShare * luminance + kHalf;
+  const auto level = [](int value) { return byte(std::clamp(value >> 16, 0, 255)); };
+  first -= kNoFirst;
+  second -= kNoSecond;
+  return {level(light + 145352 * first), level(light - 28198 * first - 60761 * second),
+          level(light + 119374 * second), 0};
 }
 
 // A level that covers white by alpha of 255.

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "core/context.h"
+#include "core/run_storage.h"
 #include "pixels/colours.h"
 
 namespace tq::show {
@@ -128,6 +129,7 @@ Status Plot::render_part(const Rect& part, const Canvas& canvas) const {
   paint.raster_operation = kCopy;
   Manner manner = manner_;
   manner.look.see_through = image().raster_operation == kCopy;
+  TQ_TRY(list_waiting_rows(image()));  // each time it is shown they are less work
   return render(image(), layout_of(part), paint, manner, canvas);
 }
 

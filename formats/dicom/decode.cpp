@@ -117,23 +117,31 @@ class JpegRows {
   RowBuffer<std::uint8_t> row_;
 };
 
-Status decode_jpeg_frame(const formats::DecodeRequest& request, Source& source, DataSet& set,
-                         std::int32_t page) {
+// `decode` gets the frame's pieces from the start, as often as `rows` wants them.
+template <class Rows, class Decode>
+Status decode_frame(Source& source, DataSet& set, std::int32_t page, Rows& rows, Decode&& decode) {
   FramePlace place;
   TQ_TRY(find_frame(source, set, page, place));
   RowBuffer<std::uint8_t> buffer;
   TQ_TRY(buffer.allocate(Fragments::kPiece));
-  const bool says_rgb = set.photometric == Photometric::rgb;
-  JpegRows rows(set, request.sink);
   do {
-    rows.begin_pass();
     Fragments pieces;
     pieces.start(source, place.first, place.end, buffer.pixels());
-    ChunkReader input;
-    TQ_TRY(input.open(PieceSource::of(pieces), jpeg::PartDecoder::kChunkBytes));
-    TQ_TRY(jpeg::decode_stream(input, says_rgb, request.options, rows.sink()));
+    TQ_TRY(decode(PieceSource::of(pieces)));
   } while (rows.wants_another_pass());
   return kOk;
+}
+
+Status decode_jpeg_frame(const formats::DecodeRequest& request, Source& source, DataSet& set,
+                         std::int32_t page) {
+  const bool says_rgb = set.photometric == Photometric::rgb;
+  JpegRows rows(set, request.sink);
+  return decode_frame(source, set, page, rows, [&](PieceSource data) {
+    rows.begin_pass();
+    ChunkReader input;
+    TQ_TRY(input.open(data, jpeg::PartDecoder::kChunkBytes));
+    return jpeg::decode_stream(input, says_rgb, request.options, rows.sink());
+  });
 }
 
 // What a decoder of JPEG 2000 hands out: samples of any depth, of one or three components.
@@ -202,19 +210,11 @@ class Jpeg2000Rows {
 
 Status decode_jpeg_2000_frame(const formats::DecodeRequest& request, Source& source, DataSet& set,
                               std::int32_t page) {
-  FramePlace place;
-  TQ_TRY(find_frame(source, set, page, place));
-  RowBuffer<std::uint8_t> buffer;
-  TQ_TRY(buffer.allocate(Fragments::kPiece));
   Jpeg2000Rows rows(set, request.sink);
-  do {
-    Fragments pieces;
-    pieces.start(source, place.first, place.end, buffer.pixels());
-    PieceSource data = PieceSource::of(pieces);
+  return decode_frame(source, set, page, rows, [&](PieceSource data) {
     const img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, rows);
-    TQ_TRY(plugin::decode_coded(picture, request.options));
-  } while (rows.wants_another_pass());
-  return kOk;
+    return plugin::decode_coded(picture, request.options);
+  });
 }
 
 }  // namespace

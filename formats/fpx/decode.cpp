@@ -269,16 +269,6 @@ Status Picture::decode_tile(const Tile& tile, bool& is_white, bool& is_damaged) 
   return kOk;
 }
 
-Rgb colour_of_photo(int luminance, int first, int second) {
-  constexpr int kLuminanceShare = 89024, kHalf = 32768, kNoFirst = 156, kNoSecond = 137;
-  const int light = kLuminanceShare * luminance + kHalf;
-  const auto level = [](int value) { return byte(std::clamp(value >> 16, 0, 255)); };
-  first -= kNoFirst;
-  second -= kNoSecond;
-  return {level(light + 145352 * first), level(light - 28198 * first - 60761 * second),
-          level(light + 119374 * second), 0};
-}
-
 // The tile's channels to rows of the band.
 void Picture::store_tile(std::int64_t left, bool is_white) {
   const int width = static_cast<int>(std::min<std::int64_t>(kSide, width_ - left));
@@ -299,7 +289,7 @@ void Picture::store_tile(std::int64_t left, bool is_white) {
     const Row line = tile_.pixels().subspan(static_cast<std::size_t>(y) * line_bytes, line_bytes);
     for (int x = 0; x < kSide && colours_ == Colours::photo_ycc; ++x) {
       std::uint8_t* const at = &line[static_cast<std::size_t>(x * channels_)];
-      const Rgb colour = colour_of_photo(at[0], at[1], at[2]);
+      const Rgb colour = pixels::colour_of_photo_ycc(at[0], at[1], at[2]);
       at[0] = colour.red;
       at[1] = colour.green;
       at[2] = colour.blue;

@@ -60,14 +60,16 @@ Status decode_rows(Input& input, const Frame& frame, const Packing& packing,
   lzw::GifDecoder& codes = decoder[0];
   codes.start(pixel_bits, coding::PieceSource::of(input));
   const auto* const layout = pixels::find_layout(pixels::Layout::bytes, packing.bits);
+  const bool in_place = packing.bits == 8 && !packing.inverted;
+  const pixels::Row read = in_place ? row.pixels().first(indices.size()) : indices.pixels();
   std::ptrdiff_t there = frame.width;
   for (std::int32_t n = 0; n < frame.height && there == frame.width; ++n) {
-    there = codes.read(indices.pixels());
+    there = codes.read(read);
     if (there == 0) break;
     if (there < frame.width) sink.damaged(StatusCode::read_failed);
-    std::fill(indices.data() + there, indices.data() + frame.width, std::uint8_t{0});
-    if (packing.inverted) pixels::invert(indices.pixels(), indices.pixels());
-    pixels::unpack(*layout, indices.pixels(), frame.width, row.pixels());
+    std::fill(read.data() + there, read.data() + frame.width, std::uint8_t{0});
+    if (packing.inverted) pixels::invert(read, read);
+    if (!in_place) pixels::unpack(*layout, read, frame.width, row.pixels());
     TQ_TRY(sink.row(row.pixels(), frame.interlaced ? interlaced_row(n, frame.height) : n));
   }
   return kOk;

@@ -154,7 +154,10 @@ Status PngReader::start_rows(const RowForm& form, std::int64_t& row_bytes) {
 
 Status PngReader::read_row(std::uint8_t* row) {
   png_structp png = png_of(png_);
-  if (setjmp(png_jmpbuf(png)) != 0) return failure_;  // NOLINT(cert-err52-cpp)
+  if (setjmp(png_jmpbuf(png)) != 0) {  // NOLINT(cert-err52-cpp)
+    lacks_rows_ = true;
+    return failure_;
+  }
   png_read_row(png, row, nullptr);
   return kOk;
 }

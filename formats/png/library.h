@@ -49,6 +49,7 @@ class PngReader {
   // What stands behind the rows, check sums too.
   Status finish();
   bool was_cut_off() const { return failure_ == StatusCode::read_failed; }
+  bool lacks_rows() const { return was_cut_off() || lacks_rows_; }
   int passes() const { return passes_; }
 
  private:
@@ -57,6 +58,7 @@ class PngReader {
   void* info_ = nullptr;
   int passes_ = 1;
   Status failure_ = StatusCode::bad_image;
+  bool lacks_rows_ = false;
   ChunkReader input_;
 };
 

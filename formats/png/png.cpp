@@ -135,6 +135,17 @@ void convert(const PngImage& png, Bytes stored, Row row) {
   if (png.image.header.biBitCount == 16 && level >= 0) whiten_level(level, width, row);
 }
 
+// What is left of a file whose rows end early: of one that is cut off all that was read; of one whose data
+// make no sense that only where files are read as other programs show them, if it is a row at least.
+Status keep_rows(const DecodeRequest& request, Status read, bool has_rows) {
+  if (read == StatusCode::read_failed) return kOk;
+  const bool is_kept =
+      read == StatusCode::bad_image && has_rows && request.options.get(IMG_OPTION_READING) == 1;
+  if (!is_kept) return read;
+  request.sink.damaged(StatusCode::bad_image);
+  return kOk;
+}
+
 Status decode_rows(const DecodeRequest& request, const PngImage& png, PngReader& reader,
                    std::int64_t stored_bytes) {
   const BitmapInfoHeader& header = png.image.header;
@@ -143,8 +154,7 @@ Status decode_rows(const DecodeRequest& request, const PngImage& png, PngReader&
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     const Status read = reader.read_row(stored.data());
-    if (read == StatusCode::read_failed) return kOk;  // a file that is cut off keeps its rows
-    TQ_TRY(read);
+    if (read.failed()) return keep_rows(request, read, y > 0);
     convert(png, stored.pixels(), row.pixels());
     TQ_TRY(request.sink.row(row.pixels(), y));
     if (request.sink.ends_at(y)) return kOk;
@@ -164,13 +174,16 @@ Status decode_interlaced(const DecodeRequest& request, const PngImage& png, PngR
   TQ_TRY(stored.allocate(stored_bytes * header.biHeight));
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   Status read = kOk;
+  std::int64_t rows = -1;
   for (int pass = 0; pass < reader.passes() && read.ok(); ++pass) {
-    for (std::int32_t y = 0; y < header.biHeight && read.ok(); ++y) {
+    for (std::int32_t y = 0; y < header.biHeight && read.ok(); ++y, ++rows) {
       read = reader.read_row(stored.data() + y * step);
     }
   }
-  if (read != StatusCode::read_failed) TQ_TRY(read);
-  if (read.failed()) request.sink.damaged(StatusCode::read_failed);
+  if (read.failed()) {
+    TQ_TRY(keep_rows(request, read, rows > 0));
+    request.sink.damaged(StatusCode::read_failed);
+  }
   for (std::int32_t y = 0; y < header.biHeight; ++y) {
     convert(png, stored.pixels().subspan(y * step, step), row.pixels());
     TQ_TRY(request.sink.row(row.pixels(), y));
@@ -204,7 +217,7 @@ Status decode_png(const DecodeRequest& request) {
       options.get(IMG_OPTION_STRICT) == 1 || options.get(IMG_OPTION_READING) == 1;
   const std::int32_t last = png.image.header.biHeight - 1;
   const bool is_part = request.sink.wanted != nullptr && request.sink.wanted->bottom <= last;
-  if (!looks_behind || is_part || reader.was_cut_off()) return kOk;
+  if (!looks_behind || is_part || reader.lacks_rows()) return kOk;
   const Status ended = reader.finish();
   if (ended.failed()) {
     request.sink.damaged(reader.was_cut_off() ? StatusCode::read_failed : StatusCode::bad_image);

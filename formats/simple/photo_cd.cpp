@@ -8,6 +8,7 @@
 #include "io/chunk_reader.h"
 #include "io/endian.h"
 #include "io/stream_window.h"
+#include "pixels/colours.h"
 #include "pixels/rows.h"
 
 namespace tq::simple {
@@ -307,17 +308,6 @@ class ImagePack {
     return kOk;
   }
 
-  // 65536ths, and what stands for no colour.
-  static Rgb colour_of(int luminance, int first, int second) {
-    constexpr int kLuminanceShare = 89024, kHalf = 32768, kNoFirst = 156, kNoSecond = 137;
-    const int light = kLuminanceShare * luminance + kHalf;
-    const auto level = [](int value) { return byte(std::clamp(value >> 16, 0, 255)); };
-    first -= kNoFirst;
-    second -= kNoSecond;
-    return {level(light + 145352 * first), level(light - 28198 * first - 60761 * second),
-            level(light + 119374 * second), 0};
-  }
-
   Status deliver(const formats::RowSink& sink) {
     const std::int32_t width = planes_[0].width;
     RowBuffer<std::uint8_t> first, second, out;
@@ -329,7 +319,7 @@ class ImagePack {
       doubled_row(planes_[1], y, first.pixels());
       doubled_row(planes_[2], y, second.pixels());
       for (std::int32_t x = 0; x < width; ++x) {
-        const Rgb colour = colour_of(luminance[x], first[x], second[x]);
+        const Rgb colour = pixels::colour_of_photo_ycc(luminance[x], first[x], second[x]);
         out[3 * x] = colour.blue;
         out[3 * x + 1] = colour.green;
         out[3 * x + 2] = colour.red;

@@ -394,6 +394,8 @@ TEST_F(Detection, PnmIsRecognisedWhenItIsAskedForAndNothingElseIs) {
   EXPECT_EQ(IMG_set_option(IMG_OPTION_EXTENDED_FORMATS, 1), 0);
   EXPECT_EQ(code_of(plain), IMG_TYPE_PNM);
   EXPECT_EQ(code_of(like_sct), IMG_UNSUPPORTED);
+  EXPECT_EQ(code_of(bytes_of("P4 1 1 .")), IMG_TYPE_PNM) << "shorter than others can be";
+  EXPECT_EQ(code_of(bytes_of("BM 1 1 .")), IMG_UNSUPPORTED);
   EXPECT_EQ(code_of(bytes_of("P5.9 9 255 ..........")), IMG_UNSUPPORTED);
   EXPECT_EQ(dispatch::code_for_name("a.pgm"), IMG_TYPE_PNM);
   EXPECT_EQ(IMGLOW_get_auto_detect(IMG_TYPE_PNM), IMG_UNSUPPORTED) << "has no switch";

@@ -54,5 +54,31 @@ TEST(Png, CutOffFileKeepsWhatItHas) {
   }
 }
 
+// As other programs show it; where that is not asked for, callers count on the status.
+TEST(Png, FileWithAWrongByteKeepsTheRowsInFrontOfIt) {
+  Image rows(40, Bytes(100));
+  for (int i = 0; i < 40 * 99; ++i) rows[i / 99][i % 99] = static_cast<std::uint8_t>(i * i / 7);
+  const Bytes passes = file_content("corpus/png/grey8-passes.png");
+  Options shown;
+  ASSERT_TRUE(shown.set(IMG_OPTION_READING, 1));
+  for (Bytes file : {encoded(encode_png, dib_header(33, 40, 24), rows), passes}) {
+    file[file.size() * 2 / 3] ^= 0x10;
+    const MemoryFile bent(file);
+    CollectingSink refused, sink;
+    EXPECT_EQ(decode_png({.stream = MemoryFile::kHandle, .sink = refused.sink()}).raw(), -3);
+    formats::DecodeNotes notes;
+    formats::RowSink noted = sink.sink();
+    noted.notes = &notes;
+    EXPECT_EQ(decode_png({.stream = MemoryFile::kHandle, .sink = noted, .options = shown}).raw(),
+              0);
+    EXPECT_EQ(notes.damage, StatusCode::bad_image);
+    const std::size_t before = 9;  // of the rows, at least, before anything is wrong
+    ASSERT_GT(sink.rows.size(), before);
+    for (std::size_t y = 0; y < before && sink.rows[y].bytes.size() == rows[y].size(); ++y) {
+      EXPECT_EQ(sink.rows[y].bytes, rows[y]) << y;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tq::test
