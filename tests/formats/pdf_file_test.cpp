@@ -237,7 +237,15 @@ TEST(PdfFile, TreesOfPagesEndSomewhere) {
         {4, "<</Type/Pages>>"},
         {5, "<</Kids[6 0 R 2 0 R 5 0 R]/Count -4>>"},
         {6, page(2)}},
-       "1 2 "},
+       "1 2 1 "},
+      // A page may be listed again, a node may not; kids may stand in the list.
+      {{{1, kCatalog},
+        {2, "<</Count 6/Kids[3 0 R 4 0 R " + page(3) + "<</Kids[3 0 R" + page(4) +
+                "]/Count 2>>3 0 R]>>"},
+        {3, page(1)},
+        {4, "<</Kids[5 0 R]/Count 1>>"},
+        {5, page(2)}},
+       "1 2 3 1 4 1 "},
       // As many kids as pages, but not one each.
       {{{1, kCatalog},
         {2, "<</Kids[3 0 R 4 0 R 7 0 R]/Count 3>>"},
@@ -342,8 +350,8 @@ TEST(PdfFile, LongObjectsComeWhole) {
     PdfDocument document;
     document.add(1, kCatalog);
     std::string list;
-    for (int i = 0; i < kids; ++i) list += "3 0 R 4 0 R ";
-    document.add(2, "<</Type/Pages/Kids[" + list + "]>>");
+    for (int i = 0; i < kids; ++i) list += "null (x) ";
+    document.add(2, "<</Type/Pages/Kids[3 0 R " + list + "4 0 R]>>");
     document.add(3, page(10));
     document.add(4, page(20));
     document.add_table("/Size 5/Root 1 0 R");

@@ -112,6 +112,18 @@ Status StoredPicture::read_jpeg() {
   return width_ > 0 && height_ > 0 ? StatusCode::ok : StatusCode::bad_image;
 }
 
+template <class Rows>
+Status StoredPicture::decode_jpeg_2000_to(Rows& rows) const {
+  Source source;
+  TQ_TRY(source.open(*this));
+  PieceSource data = source.pieces();
+  img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, rows);
+  picture.sample_bits = 8;
+  const Status decoded = file_->decode_picture(picture);
+  TQ_TRY(source.status());
+  return decoded;
+}
+
 // Its stream says what it is, too. Samples are wanted in 8 bits, whatever they have there.
 Status StoredPicture::read_jpeg_2000() {
   struct Header {
@@ -122,13 +134,7 @@ Status StoredPicture::read_jpeg_2000() {
     }
     Status put(std::span<const std::uint8_t> /*row*/, std::int32_t /*y*/) { return kOk; }
   } header;
-  Source source;
-  TQ_TRY(source.open(*this));
-  PieceSource data = source.pieces();
-  img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, header);
-  picture.sample_bits = 8;
-  const Status read = file_->decode_picture(picture);
-  TQ_TRY(source.status());
+  const Status read = decode_jpeg_2000_to(header);
   if (read != StatusCode::stop_after_header) return read.failed() ? read : StatusCode::bad_image;
   width_ = header.samples.width;
   height_ = header.samples.height;
@@ -189,14 +195,8 @@ Status StoredPicture::decode_jpeg_2000(const formats::RowSink& sink) const {
       return sink.row(row.pixels(), y);
     }
   } rows{sink, components_, {}, width_, height_};
-  Source source;
-  TQ_TRY(source.open(*this));
-  PieceSource data = source.pieces();
-  img_coded_picture picture = formats::coded_picture(IMG_CODED_JPEG_2000, data, rows);
-  picture.sample_bits = 8;
-  const Status decoded = file_->decode_picture(picture);
-  TQ_TRY(source.status());
-  return decoded.failed() ? decoded : kOk;
+  TQ_TRY(decode_jpeg_2000_to(rows));
+  return kOk;
 }
 
 // What is coded as black is 0 here. Rows of another width are cut, or go on in white.

@@ -53,6 +53,8 @@ class StoredPicture {
   Status read_jpeg();
   Status read_jpeg_2000();
   jpeg::Components jpeg_components() const;
+  template <class Rows>
+  Status decode_jpeg_2000_to(Rows& rows) const;
   Status decode_jpeg_2000(const formats::RowSink& sink) const;
   Status decode_jbig2(const formats::RowSink& sink) const;
   Status decode_plain(Source& source, int components, const formats::RowSink& sink) const;

@@ -23,6 +23,10 @@ constexpr int kDeepest = 64;
 // Object numbers, each of which is added once.
 class NumberSet {
  public:
+  bool has(std::int32_t number) const {
+    const std::size_t at = static_cast<std::size_t>(number) / 8;
+    return at < bits_.size() && (bits_.data()[at] >> (number % 8) & 1) != 0;
+  }
   Status add(std::int32_t number, bool& is_new) {
     const std::size_t at = static_cast<std::size_t>(number) / 8;
     if (at >= bits_.size()) {
@@ -46,8 +50,10 @@ class Tree {
   explicit Tree(File& file) : file_(file) {}
 
   Status start();
-  // The next page; `found` is false behind the last one. Its value is null when it is not there.
+  // The next page; `found` is false behind the last one.
   Status next(bool& found);
+  // Of the page that has been found. Its value is null when it is not there.
+  Status load_page() { return known_page_.number == 0 ? kOk : fetch(known_page_, levels_[depth_]); }
   // The same for any page, by the counts of nodes; `found` is false where they cannot be believed.
   Status go_to(std::int32_t number, bool& found);
 
@@ -59,16 +65,20 @@ class Tree {
   struct Level {
     Object node, room;  // of the list of kids
     Value kids;
+    bool kids_are_apart = false;
     Items items{{}};
 
+    const Object& owner_of_kids() const { return kids_are_apart ? room : node; }
     bool is_node() const { return kids.is(Kind::array); }
     bool is_page() const {
       return node.value().is(Kind::dictionary) && !is_node() &&
              !node.value()["Type"].is_name("Pages");
     }
   };
-  Status load(const Value& reference, Level& level);
-  Status load_item(const Value& list, std::int64_t index, Level& level);
+  Status load(const Value& kid, const Object& owner, Level& level);
+  Status fetch(Reference reference, Level& level);
+  Status open(Level& level);
+  Status load_item(const Level& above, std::int64_t index, Level& level);
   Status count_of(const Level& level, std::int64_t& count);
   Status step_down(std::int64_t& number, bool& found);
 
@@ -76,13 +86,29 @@ class Tree {
   std::array<Level, kDeepest + 1> levels_;
   int depth_ = 0;  // nodes above the page
   bool root_is_page_ = false;
-  NumberSet visited_;
+  // Nodes count once, for they may be their own kids. Pages count as often as they are listed, and are
+  // not read again for that.
+  NumberSet visited_, pages_;
+  Reference known_page_{};
 };
 
-Status Tree::load(const Value& reference, Level& level) {
+// A kid is named, or stands in the list itself.
+Status Tree::load(const Value& kid, const Object& owner, Level& level) {
+  if (!kid.is(Kind::dictionary)) return fetch(kid.reference(), level);
   level.kids = {};
-  TQ_TRY(file_.fetch(reference.reference(), level.node));
+  TQ_TRY(level.node.copy(kid, owner));
+  return open(level);
+}
+
+Status Tree::fetch(Reference reference, Level& level) {
+  level.kids = {};
+  TQ_TRY(file_.fetch(reference, level.node));
+  return open(level);
+}
+
+Status Tree::open(Level& level) {
   level.kids = level.node.value()["Kids"];
+  level.kids_are_apart = level.kids.is(Kind::reference);
   TQ_TRY(file_.resolve(level.kids, level.room));
   level.items = level.kids.items();
   return kOk;
@@ -93,11 +119,13 @@ Status Tree::start() {
   Value root = file_.trailer()["Root"];
   TQ_TRY(file_.resolve(root, room));
   visited_ = {};
+  pages_ = {};
+  known_page_ = {};
   depth_ = 0;
   const Value pages = root["Pages"];
   bool is_new = false;
   if (pages.is(Kind::reference)) TQ_TRY(visited_.add(pages.reference().number, is_new));
-  TQ_TRY(load(pages, levels_[0]));
+  TQ_TRY(load(pages, room, levels_[0]));
   root_is_page_ = levels_[0].is_page();
   depth_ = levels_[0].is_node() ? 1 : 0;
   return kOk;
@@ -106,6 +134,7 @@ Status Tree::start() {
 Status Tree::next(bool& found) {
   found = root_is_page_;
   root_is_page_ = false;
+  known_page_ = {};
   while (depth_ > 0 && !found) {
     Level& above = levels_[depth_ - 1];
     if (!above.items.next()) {
@@ -113,20 +142,28 @@ Status Tree::next(bool& found) {
       continue;
     }
     const Value kid = above.items.value();
+    Level& level = levels_[depth_];
     const std::int32_t number = kid.reference().number;
-    if (number <= 0 || number >= std::max(file_.objects(), 1)) {
+    bool is_new = true;
+    if (kid.is(Kind::dictionary)) {
+      TQ_TRY(load(kid, above.owner_of_kids(), level));
+    } else if (number <= 0 || number >= std::max(file_.objects(), 1)) {
       // Listed, but nowhere to be found.
       if (kid.is(Kind::reference)) {
-        TQ_TRY(load({}, levels_[depth_]));
+        TQ_TRY(fetch({}, level));
         found = true;
       }
       continue;
+    } else if (pages_.has(number)) {
+      known_page_ = kid.reference();
+      found = true;
+      continue;
+    } else {
+      TQ_TRY(visited_.add(number, is_new));
+      if (!is_new) continue;
+      TQ_TRY(fetch(kid.reference(), level));
+      if (level.is_page()) TQ_TRY(pages_.add(number, is_new));
     }
-    bool is_new = false;
-    TQ_TRY(visited_.add(number, is_new));
-    if (!is_new) continue;
-    Level& level = levels_[depth_];
-    TQ_TRY(load(kid, level));
     if (level.is_node()) {
       depth_ += depth_ < kDeepest ? 1 : 0;
     } else {
@@ -136,10 +173,10 @@ Status Tree::next(bool& found) {
   return kOk;
 }
 
-Status Tree::load_item(const Value& list, std::int64_t index, Level& level) {
-  Items items = list.items();
+Status Tree::load_item(const Level& above, std::int64_t index, Level& level) {
+  Items items = above.kids.items();
   while (items.next() && index > 0) --index;
-  return load(items.value(), level);
+  return load(items.value(), above.owner_of_kids(), level);
 }
 
 // Pages of a node, as it says itself; negative: it does not.
@@ -177,9 +214,9 @@ Status Tree::step_down(std::int64_t& number, bool& found) {
   for (Items items = above.kids.items(); items.next();) ++kids;
   if (number >= count) return kOk;
   if (count == kids) {  // a page each, most likely
-    TQ_TRY(load_item(above.kids, 0, level));
+    TQ_TRY(load_item(above, 0, level));
     const bool first_is_page = level.is_page();
-    TQ_TRY(load_item(above.kids, number, level));
+    TQ_TRY(load_item(above, number, level));
     found = first_is_page && level.is_page();
     if (found) {
       number = 0;
@@ -189,7 +226,7 @@ Status Tree::step_down(std::int64_t& number, bool& found) {
   constexpr std::int64_t kMostBytes = 1 << 25;  // of kids, which may be the same over and over
   std::int64_t before = 0, index = 0, kid_before = 0, kid_index = -1, bytes = 0;
   for (Items items = above.kids.items(); items.next(); ++index) {
-    TQ_TRY(load(items.value(), level));
+    TQ_TRY(load(items.value(), above.owner_of_kids(), level));
     bytes += std::ssize(level.node.value().text()) + std::ssize(level.kids.text());
     if (bytes > kMostBytes) return kOk;
     std::int64_t pages = 0;
@@ -204,7 +241,7 @@ Status Tree::step_down(std::int64_t& number, bool& found) {
   if (before != count || kid_index < 0) return kOk;
   number -= kid_before;
   found = true;
-  return load_item(above.kids, kid_index, level);
+  return load_item(above, kid_index, level);
 }
 
 Status Tree::inherited(std::string_view key, Value& value, Object& room, const Object*& owner) {
@@ -300,6 +337,7 @@ Status find_page(File& file, std::int32_t number, Page& page) {
       TQ_TRY(tree.next(found));
     } while (found && count++ < number);
     if (found) {
+      TQ_TRY(tree.load_page());
       return tree.page().value().is(Kind::null) ? StatusCode::no_such_page
                                                 : describe(file, tree, page);
     }
