@@ -1,17 +1,36 @@
-# The PNG codec and deflate: libpng and zlib of the system, or, where Debian has none for the target, static ones
-# that tools/build_png.sh builds from Debian's sources.
+# The PNG codec and deflate: libpng and zlib of the system, or, where Debian has none for the target, a static
+# libpng that tools/build_dependency.sh builds from Debian's sources, and a static zlib: Debian's, or built likewise.
 
 option(TQ_PNG "PNG codec, over libpng" ON)
 
-function(tq_find_built_png target)
-  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/tools/build_png.sh ${target}
-    OUTPUT_VARIABLE root OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE failed)
-  if(failed)
-    message(FATAL_ERROR "No libpng for ${target}; configure with -DTQ_PNG=OFF to do without")
+# Libraries that Debian has not for the target; `root` becomes the folder of their include/ and lib/.
+function(tq_build_dependency set option root)
+  if(NOT WIN32)
+    set(target linux32)
+  elseif(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    set(target win64)
+  else()
+    set(target win32)
   endif()
+  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/tools/build_dependency.sh ${target} ${set}
+    OUTPUT_VARIABLE found OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE failed)
+  if(failed)
+    message(FATAL_ERROR "Not built for ${target}: ${set}; configure with -D${option}=OFF to do without")
+  endif()
+  set(${root} ${found} PARENT_SCOPE)
+endfunction()
+
+function(tq_find_built_png)
+  tq_build_dependency(png TQ_PNG root)
   add_library(tq_png INTERFACE)
   target_include_directories(tq_png SYSTEM INTERFACE ${root}/include)
-  target_link_libraries(tq_png INTERFACE ${root}/lib/libpng.a ${root}/lib/libz.a)
+  target_link_libraries(tq_png INTERFACE ${root}/lib/libpng.a)
+  if(WIN32)
+    find_library(TQ_STATIC_ZLIB NAMES libz.a REQUIRED)
+    target_link_libraries(tq_png INTERFACE ${TQ_STATIC_ZLIB})
+  else()
+    target_link_libraries(tq_png INTERFACE ${root}/lib/libz.a)
+  endif()
 endfunction()
 
 if(TQ_PNG)
@@ -20,10 +39,8 @@ if(TQ_PNG)
     formats/png/png.cpp)
   list(APPEND TQ_CODING_SOURCES coding/deflate.cpp)
   list(APPEND TQ_FORMATS_TESTS tests/formats/png_test.cpp)
-  if(WIN32)
-    tq_find_built_png(win32)
-  elseif(CMAKE_SIZEOF_VOID_P EQUAL 4)
-    tq_find_built_png(linux32)
+  if(WIN32 OR CMAKE_SIZEOF_VOID_P EQUAL 4)
+    tq_find_built_png()
   else()
     find_package(PNG REQUIRED)
     add_library(tq_png INTERFACE)

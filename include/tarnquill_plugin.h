@@ -3,7 +3,7 @@
  * A module is a shared library that exports the entries below under their plain names (on 32-bit
  * Windows: stdcall functions linked with --kill-at). It is loaded the first time that one of its
  * codecs is needed: on Windows through LoadLibrary; elsewhere from the directory of the Tarnquill
- * library, then by the system's search.
+ * library, from the directory tarnquill in that, then by the system's search.
  *
  *   module      entries
  *   trqvpl1     decode_gif, encode_gif, encode_gifi (interlaced), decode_tif, encode_tif,

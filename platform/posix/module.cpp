@@ -48,8 +48,10 @@ void* module_open(const char* stem, bool& unknown) {
   char directory[kLongestName];
   own_directory(directory);
   char name[kLongestName + 64];
-  std::snprintf(name, sizeof name, "%s%s.so", directory, stem);
-  if (void* module = dlopen(name, RTLD_NOW | RTLD_LOCAL); module != nullptr) return module;
+  for (const char* const folder : {"", "tarnquill/"}) {
+    std::snprintf(name, sizeof name, "%s%s%s.so", directory, folder, stem);
+    if (void* module = dlopen(name, RTLD_NOW | RTLD_LOCAL); module != nullptr) return module;
+  }
   std::snprintf(name, sizeof name, "%s.so", stem);
   void* const module = dlopen(name, RTLD_NOW | RTLD_LOCAL);
   unknown = module == nullptr && out_of_descriptors();

@@ -14,11 +14,13 @@ inline constexpr const char* kModuleEnding = ".dll";
 inline constexpr const char* kModuleEnding = ".so";
 #endif
 
-// Puts the module built as `target` there under the name `stem`; gone at the end of the scope.
+// Puts the module built as `target` there, or in a folder there, under the name `stem`; gone at the end of the
+// scope.
 class InstalledModule {
  public:
-  InstalledModule(const std::string& target, const std::string& stem)
-      : name_(std::filesystem::path(TQ_TEST_PROGRAMS) / (stem + kModuleEnding)) {
+  InstalledModule(const std::string& target, const std::string& stem, const std::string& in = "")
+      : name_(std::filesystem::path(TQ_TEST_PROGRAMS) / in / (stem + kModuleEnding)) {
+    std::filesystem::create_directories(name_.parent_path());
     const std::string built_as = target == "pdf_module"   ? "pdfplug"
                                  : target == "ext_module" ? "trqvext"
                                                           : "trqvpl1";

@@ -25,6 +25,16 @@ Bytes decode_from_memory(std::int32_t page = 0) {
   return pixels_of(IMG_decompress_bitmap_block(kGif.data(), kGif.size(), page));
 }
 
+#ifndef _WIN32  // there the system searches
+TEST(Modules, AreFoundBesideTheLibraryAndThenInTheirFolder) {
+  const InstalledModule module("test_module", "trqvpl1", "tarnquill");
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 1, 7, 0, 10, 20, 30, 40));
+  const InstalledModule nearer("test_module_partial", "trqvpl1");
+  EXPECT_EQ(IMG_unload_plugins(), 0);
+  EXPECT_THAT(decode_from_memory(), ElementsAre(1, 0, 0, 0, 0, 0, 0, 0));
+}
+#endif
+
 bool pdf_available = false;
 Status decode_pdf(const formats::DecodeRequest& request) {
   return plugin::decode_pdf_by_module(request, pdf_available);

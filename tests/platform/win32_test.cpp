@@ -29,7 +29,7 @@ TEST(Win32Memory, BlocksAreGlobalMemory) {
   EXPECT_EQ(GlobalSize(handle), 100u);
   EXPECT_EQ(GlobalFlags(handle) & GMEM_LOCKCOUNT, 1u);
   block_size(block);
-  EXPECT_EQ(block_resize(block, 0x7FFF0000), nullptr);
+  EXPECT_EQ(block_resize(block, SIZE_MAX / 2), nullptr);
   EXPECT_EQ(GlobalFlags(handle) & GMEM_LOCKCOUNT, 1u) << "locked as before";
   void* const larger = block_resize(block, 100000);
   ASSERT_NE(larger, nullptr);
