@@ -21,7 +21,7 @@ enum class Route : std::uint8_t {
 
 struct DecodeSettings {
   std::uint8_t route;         // a Route
-  std::uint8_t colours;       // reduction in bits 0-1, nearest colours 2, scrambled 3, text 4
+  std::uint8_t colours;       // reduction in bits 0-1, nearest colours 2, scrambled 3, text 4-6
   std::uint8_t switched_off;  // 1 + the file type code that is not detected
   std::int8_t size_width, size_height;
   std::int8_t rect_x, rect_y, rect_width, rect_height;
@@ -31,7 +31,7 @@ struct DecodeSettings {
   std::uint8_t failing_call;   // the caller's I/O call, or the sink's row, that fails; 0: none
   std::uint8_t progress;       // the progress report that is answered with an abort; 0: none
   std::uint8_t refused;        // the allocation that is refused; 0: none
-  std::uint8_t touch;  // crop rectangle follows 0, room for saving cut short 1, to a caller 2
+  std::uint8_t touch;  // crop rectangle 0, short room to save 1, to a caller 2, large pictures 3, 7
   std::int8_t crop_x, crop_y;
   std::uint8_t crop_width, crop_height;
   std::uint8_t save_code;  // the file type code to save with; 0: BMP in run lengths
