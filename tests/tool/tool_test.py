@@ -513,6 +513,10 @@ class Chain(ToolTest):
         for command in ("deskew", "despeckle", "autocrop", "remove-border", "remove-lines", "auto-orient"):
             self.succeed(command, "page.bmp", "out.bmp")
         self.refuse(0, "tarnquill: turned.bmp: ", "clean", "turned.bmp", "out.bmp")
+        self.succeed("convert", "page.bmp", "bed.bmp", "--bits", "8", "--rotate", "2", "--extend", "50,50,50,50", "--fill", "0")
+        _, cleaned = self.convert("bed.bmp", "-q", "--clean")
+        edges = cleaned[0] + cleaned[-1] + [pixel for row in cleaned for pixel in (row[0], row[-1])]
+        self.assertGreater(min(edges)[0], 200, "what was around the sheet is left")
 
     def test_ends_in_what_the_format_holds(self):
         self.write_picture("colour.bmp", 20, 10, 24)

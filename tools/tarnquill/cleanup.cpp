@@ -165,7 +165,13 @@ std::int32_t keep_paper(const Subject& subject, std::string& said) {
   const bool whole = paper.width >= shape.width && paper.height >= shape.height;
   if (found < 0 || whole || paper.width < 1 || paper.height < 1) return std::min(found, 0);
   said += "cut to the paper of " + size_text(paper.width, paper.height) + "; ";
-  return IMG_crop_bitmap(subject.image, paper.x, paper.y, paper.width, paper.height);
+  const std::int32_t cut =
+      IMG_crop_bitmap(subject.image, paper.x, paper.y, paper.width, paper.height);
+  if (cut < 0) return cut;
+  // Beside a sheet that lies askew there are wedges of what was around it.
+  const std::int32_t painted = IMG_remove_border(subject.image, kPaperColour);
+  if (painted == 1) said += "what was around it painted; ";
+  return painted;
 }
 
 std::int32_t turn_upright(const Subject& subject, std::string& said) {
@@ -203,47 +209,67 @@ Operation make_clean(const Value& /*value*/, const Arguments& /*arguments*/) {
 constexpr OperationRow kRows[] = {
     {OperationRow::both,
      "mono",
-     {"method", 0, "NAME", "background (default), sauvola, otsu"},
+     {"method", 0, "background|sauvola|otsu", "how (default background)"},
      "make a page black and white: background (even paper\nfirst), sauvola (by what is around), "
      "otsu (one level)",
+     "--method sauvola scan.tif page.tif",
      kMonoOptions,
      make_mono},
-    {OperationRow::both, "level", {}, "make paper even and light", {}, make_level},
+    {OperationRow::both,
+     "level",
+     {},
+     "make paper even and light",
+     "scan.tif even.png",
+     {},
+     make_level},
     {OperationRow::both,
      "despeckle",
      {},
      "remove small black specks from a page",
+     "--speck-size 3x3 fax.tif clean.tif",
      kSpeckOptions,
      make_despeckle},
-    {OperationRow::both, "deskew", {}, "turn a page straight", {}, make_deskew},
+    {OperationRow::both,
+     "deskew",
+     {},
+     "turn a page straight",
+     "scan.tif straight.tif",
+     {},
+     make_deskew},
     {OperationRow::both,
      "autocrop",
      {},
      "keep what is on a page, without its margins",
+     "--crop-margin 30 scan.tif content.tif",
      kAutocropOptions,
      make_autocrop},
     {OperationRow::both,
      "remove-border",
      {},
      "paint what is dark around a page",
+     "scan.tif page.tif",
      {},
      make_remove_border},
     {OperationRow::both,
      "remove-lines",
      {},
      "remove ruled lines from a page",
+     "fax.tif text.tif",
      {},
      make_remove_lines},
     {OperationRow::both,
      "auto-orient",
      {},
      "turn a page upright by its text",
+     "scan.tif upright.tif",
      {},
      make_auto_orient},
     {OperationRow::both,
      "clean",
      {},
-     "cut to the paper, turn straight and upright, and remove\nspecks, saying what was done",
+     "cut to the paper, paint what was around it, turn straight\nand upright, and remove specks, "
+     "saying what was done",
+     "scan.tif page.tif",
      {},
      make_clean},
 };

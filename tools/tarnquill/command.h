@@ -14,6 +14,7 @@ struct Command {
   const char* operands;  // for the usage line
   std::string summary;
   const char* explanation;  // further paragraphs of the help text
+  const char* example;      // of a command line, from behind the command's name on
   std::vector<Option> options;
   std::function<int(const Arguments& arguments)> run;  // the exit code; throws UsageError, Failure
 };

@@ -44,6 +44,7 @@ Command convert_command() {
       "at the edges of the image. OUT is replaced only by a complete result. Jpeg, png and "
       "tiff-g4\n"
       "inputs go into a pdf as they are, if no option changes their pixels.\n",
+      "scan.tif page.pdf --deskew --mono background",
       all_options(),
       [](const Arguments& arguments) { return run("convert", arguments); },
   };
@@ -57,6 +58,7 @@ Command append_command() {
       "Like convert, but the pages that OUT has stay in front. A file of another kind, or a\n"
       "document that is damaged or enciphered, is refused and stays as it is. OUT is changed by\n"
       "all inputs or by none.\n",
+      "3.tif faxes.tif",
       all_options(),
       [](const Arguments& arguments) { return run("append", arguments); },
   };
@@ -68,13 +70,16 @@ std::vector<Command> operation_commands() {
     if (row.where == OperationRow::as_option) return;
     std::string summary = row.help;
     summary[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(summary[0])));
-    commands.push_back({row.name, "IN... OUT", summary + ".",
-                        "Inputs and outputs are those of convert, which has this as an option, "
-                        "too, among others.\n",
-                        with_output_options(options_of(row)),
-                        [name = std::string(row.name)](const Arguments& arguments) {
-                          return run(name, arguments);
-                        }});
+    commands.push_back(
+        {row.name, "IN... OUT", summary + ".",
+         row.where == OperationRow::both
+             ? "Inputs and outputs are those of convert, which has this as an option, "
+               "too, among others.\n"
+             : "Inputs and outputs are those of convert.\n",
+         row.example, with_output_options(options_of(row)),
+         [name = std::string(row.name)](const Arguments& arguments) {
+           return run(name, arguments);
+         }});
   });
   return commands;
 }

@@ -90,6 +90,7 @@ Command extract_command() {
       "%03d. Jpeg and facsimile pictures come out as they are in FILE where the format allows "
       "that;\n"
       "others, and what cannot be taken out, as png, tiff-g4 or tiff.\n",
+      "book.pdf page-%03d",
       {std::begin(kOptions), std::end(kOptions)},
       run_extract,
   };

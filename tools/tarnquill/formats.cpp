@@ -62,6 +62,7 @@ Command formats_command() {
       "",
       "Lists the formats.",
       "Names and numbers are those of --code; READ and WRITTEN are the depths in bits a pixel.\n",
+      "",
       {std::begin(kOptions), std::end(kOptions)},
       run_formats,
   };

@@ -248,6 +248,7 @@ Command info_command() {
       "upright).\n"
       "Size and depth are those of the decoded image. A FILE of - is standard input. What is not\n"
       "known is shown as -, in JSON as null or not at all.\n",
+      "--pages faxes.tif",
       {std::begin(kOptions), std::end(kOptions)},
       run_info,
   };

@@ -49,6 +49,7 @@ int print(const std::string& text) {
 }
 
 std::string general_help() {
+  constexpr std::size_t kColumn = 17;
   std::string text =
       "Usage: tarnquill COMMAND [OPTION]... OPERAND...\n"
       "Reads, converts and writes raster images.\n"
@@ -56,28 +57,35 @@ std::string general_help() {
       "Commands:\n";
   for (const Command& command : all_commands()) {
     std::string line = std::string("  ") + command.name;
-    line.resize(12, ' ');
+    line.resize(kColumn, ' ');
     for (const char c : command.summary) {
       line += c;
-      if (c == '\n') line.append(12, ' ');
+      if (c == '\n') line.append(kColumn, ' ');
     }
     text += line + "\n";
   }
   return text +
-         "  help      explains a command: tarnquill help convert\n"
+         "  help           Explains a command: tarnquill help convert\n"
          "\n"
          "Options:\n"
          "  -h, --help     this text, or a command's\n"
          "      --version  the versions of the program and of the interface\n"
          "\n"
-         "Exit codes: 0 success, 1 a file could not be processed, 2 wrong usage, 3 a file was\n"
-         "damaged, and what is left of it was processed.\n";
+         "Exit status:\n"
+         "  0  success\n"
+         "  1  a file could not be processed\n"
+         "  2  wrong usage\n"
+         "  3  a file was damaged, and what is left of it was processed\n";
 }
 
 std::string command_help(const Command& command) {
-  return std::string("Usage: tarnquill ") + command.name + " [OPTION]... " + command.operands +
-         "\n" + command.summary + "\n\n" + command.explanation + "\n" +
-         options_help("Options", command.options) + "\n" +
+  const std::string call = std::string("tarnquill ") + command.name;
+  const auto followed_by = [](const std::string& words) {
+    return words.empty() ? "" : " " + words;
+  };
+  return "Usage: " + call + " [OPTION]..." + followed_by(command.operands) + "\n" +
+         command.summary + "\n\n" + command.explanation + "\nExample:\n  " + call +
+         followed_by(command.example) + "\n\n" + options_help("Options", command.options) + "\n" +
          options_help("Options of every command", library_options());
 }
 

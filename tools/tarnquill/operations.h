@@ -33,6 +33,7 @@ struct OperationRow {
   const char* name;
   Option argument;  // how the command takes it; with a null name it takes none
   const char* help;
+  const char* example;           // of the command, from behind its name on
   std::span<const Option> more;  // further options of the command
   // Without a value where a command was given none. Throws UsageError.
   Operation (*make)(const std::optional<std::string>& value, const Arguments& arguments);

@@ -43,6 +43,7 @@ Command pages_command() {
       "Prints the number of pages, behind the file's name if there are several files. A FILE of - "
       "is\n"
       "standard input. A file of a format without pages has one.\n",
+      "book.pdf",
       {std::begin(kOptions), std::end(kOptions)},
       run_pages,
   };

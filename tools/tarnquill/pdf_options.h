@@ -12,9 +12,9 @@ inline constexpr Option kPaperOption = {
     "without it pages are as large as their pictures"};
 inline constexpr Option kMarginOption = {"margin", 0, "N",
                                          "of pdf: on every side of a page, in mm, in or pt: 10mm"};
-inline constexpr Option kPageFitOption = {
-    "page-fit", 0, "HOW",
-    "of pdf, with --paper: fill (default), or shrink, which\nleaves small pictures as they are"};
+inline constexpr Option kPageFitOption = {"page-fit", 0, "fill|shrink",
+                                          "of pdf, with --paper: how pictures lie there "
+                                          "(default\nfill); shrink leaves small ones as they are"};
 inline constexpr Option kTurnPagesOption = {
     "turn-pages", 0, nullptr, "of pdf: turn pages where that makes their pictures larger"};
 inline constexpr Option kLosslessOption = {"lossless", 0, nullptr,

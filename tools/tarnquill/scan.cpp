@@ -15,7 +15,7 @@ constexpr Option kOptions[] = {
     {"list", 0, nullptr, "print the names of the scanners, and scan nothing"},
     {"source", 0, "NAME", "the scanner (default: the system's, or the first)"},
     {"dpi", 0, "N", "dots per inch"},
-    {"mode", 0, "NAME", "bw, grey or colour"},
+    {"mode", 0, "bw|grey|colour", "what to scan: black and white, grey, colours"},
     {"feeder", 0, nullptr, "take the pages from the feeder, until it is empty"},
     {"duplex", 0, nullptr, "both sides of each page"},
     {"pages", 0, "N", "no more than so many"},
@@ -137,6 +137,7 @@ Command scan_command() {
       "can. On Windows scanners are TWAIN's: the program of 32 bits reaches its sources of 32 "
       "bits,\n"
       "which most are. Elsewhere they are SANE's.\n",
+      "--feeder --dpi 300 --mode bw -o 'page-####.tif'",
       {std::begin(kOptions), std::end(kOptions)},
       run_scan,
   };

@@ -193,6 +193,7 @@ Command sheet_command() {
       "IN OUT.bmp",
       "Draws a contact sheet of all operations on one picture.",
       "The picture is scaled down to a tile's size first, so that every dot of a dither is seen.\n",
+      "photo.jpg sheet.bmp",
       {std::begin(kOptions), std::end(kOptions)},
       run_sheet,
   };

@@ -155,6 +155,7 @@ Command tags_command() {
       "Lists the tags of a page of a TIFF file.",
       "Shows number, name, the count of values and the first of them. A FILE of - is standard "
       "input.\n",
+      "--page 2 faxes.tif",
       {std::begin(kOptions), std::end(kOptions)},
       run_tags,
   };

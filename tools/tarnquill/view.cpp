@@ -245,6 +245,7 @@ Command view_command() {
       "standard output is none. Pages whose dots are not square are shown as they were on paper. "
       "A\n"
       "FILE of - is standard input.\n",
+      "scan.tif",
       {std::begin(kOptions), std::end(kOptions)},
       run_view,
   };
