@@ -4,9 +4,9 @@
     check_exports.py --library FILE [--tools PREFIX] [--plain]
                                     a .so or .dll against the header; with --plain its imports and
                                     static initialisers are checked too
-    check_exports.py --write-def FILE
+    check_exports.py --write-def FILE [--undecorated]
                                     the list that the DLL is linked by: every name with the bytes of
-                                    its arguments on 32-bit Windows (name@bytes)
+                                    its arguments on 32-bit Windows (name@bytes), or without
 
 Prints one line per difference; exit code 1 if there is any.
 """
@@ -16,16 +16,9 @@ import re
 import subprocess
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-HEADER = ROOT / "include" / "tarnquill.h"
+from public_header import HEADER, read_header
 
-# Sizes on 32-bit Windows. Every argument takes a multiple of 4 bytes on the stack.
-SIZES = {
-    "char": 1, "int8_t": 1, "uint8_t": 1, "short": 2, "int16_t": 2, "uint16_t": 2,
-    "int": 4, "unsigned": 4, "long": 4, "int32_t": 4, "uint32_t": 4, "float": 4,
-    "size_t": 4, "intptr_t": 4, "uintptr_t": 4, "ptrdiff_t": 4,
-    "int64_t": 8, "uint64_t": 8, "double": 8,
-}
+SYMBOL_VERSION = "@@TARNQUILL_0.1"  # of exports.map
 
 # What the library may need from the system.
 ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6|libpng16\.so\.16|libz\.so\.1", re.IGNORECASE)
@@ -34,47 +27,6 @@ ALLOWED_IMPORTS = re.compile(r"KERNEL32\.dll|msvcrt\.dll|libc\.so\.6|libm\.so\.6
 SHARED_STATE = {"tq::the_context", "table", "licence_check", "open_pipes", "detach_action", "found", "mask", "notice",
                 "register_lock", "live_blocks", "blocks_without_huge_pages", "loaded()::state", "host", "scanner", "scan::sane_stand_in",
                 "scan::twain_stand_in"}
-
-
-def without_comments(text):
-    text = re.sub(r"/\*.*?\*/", " ", text, flags=re.DOTALL)
-    return re.sub(r"//[^\n]*", " ", text)
-
-
-def argument_bytes(argument, callbacks):
-    """Stack bytes of one parameter declaration, or None for a type that is not known here."""
-    if "*" in argument or "[" in argument:
-        return 4
-    words = [word for word in re.findall(r"\w+", argument) if word not in ("const", "struct")]
-    if words and words[0] in callbacks:
-        return 4
-    if words[:2] == ["long", "long"]:
-        return 8
-    size = SIZES.get(words[0]) if words else None
-    return None if size is None else (size + 3) // 4 * 4
-
-
-def read_header(path):
-    """{name: argument bytes} of all exports, and complaints."""
-    text = without_comments(path.read_text())
-    callbacks = set(re.findall(r"\btypedef\b[^;(]*\([^)]*\*\s*(\w+)\s*\)\s*\(", text))
-    exports, complaints = {}, []
-    for name, parameters in re.findall(r"\bIMG_API\b[^;()]*?\bIMG_CALL\s+(\w+)\s*\(([^()]*)\)\s*;", text):
-        total = 0
-        if parameters.strip() not in ("", "void"):
-            for argument in parameters.split(","):
-                size = argument_bytes(argument, callbacks)
-                if size is None:
-                    complaints.append(f"{path.name}: {name}: size of '{argument.strip()}' is not known")
-                total += size or 0
-        if name in exports:
-            complaints.append(f"{path.name}: {name} is declared twice")
-        exports[name] = total
-    # A declaration that the expression above does not understand must not slip through.
-    declared = len(re.findall(r"^\s*IMG_API\b", text, flags=re.MULTILINE))
-    if declared != len(exports):
-        complaints.append(f"{path.name}: {declared} uses of IMG_API, but {len(exports)} exports understood")
-    return exports, complaints
 
 
 def run(command):
@@ -86,8 +38,10 @@ def exported(library, tools):
         text = run([f"{tools}objdump", "-p", library])
         table = text.split("[Ordinal/Name Pointer] Table", 1)[1].split("\n\n", 1)[0]
         return re.findall(r"^\s*\[\s*\d+\]\s+(?:\+base\[\s*\d+\]\s+\w+\s+)?(\S+)$", table, re.MULTILINE)
-    return [line.split()[-1].split("@")[0]
-            for line in run([f"{tools}nm", "-D", "--defined-only", library]).splitlines()]
+    lines = run([f"{tools}nm", "-D", "--defined-only", library]).splitlines()
+    names = [line.split()[-1] for line in lines if " A " not in line]  # that one is the version itself
+    return [name.removesuffix(SYMBOL_VERSION) if name.endswith(SYMBOL_VERSION) else f"{name} without {SYMBOL_VERSION}"
+            for name in names]
 
 
 def system_complaints(library, tools):
@@ -126,12 +80,14 @@ def main():
     parser.add_argument("--tools", default="", help="prefix of objdump, nm and readelf")
     parser.add_argument("--plain", action="store_true")
     parser.add_argument("--write-def", type=pathlib.Path)
+    parser.add_argument("--undecorated", action="store_true")
     options = parser.parse_args()
 
-    exports, complaints = read_header(options.header)
+    header = read_header(options.header)
+    exports, complaints = header.functions, header.complaints
     if options.write_def:
         options.write_def.write_text("LIBRARY tarnquill.dll\nEXPORTS\n" + "".join(
-            f"  {name}@{size}\n" for name, size in exports.items()))
+            f"  {name}\n" if options.undecorated else f"  {name}@{header.stack_bytes(name)}\n" for name in exports))
     if options.library:
         complaints += differences(exports, options.header.name,
                                   exported(options.library, options.tools), options.library.name)
