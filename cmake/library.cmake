@@ -49,12 +49,19 @@ if(NOT TQ_INSTRUMENTED)
   set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
 endif()
 
+tq_add_version(tarnquill tarnquill "Raster imaging library")
+
 if(WIN32)
-  # The export list follows from the header: names with the bytes of their arguments.
+  # The export list follows from the header: names, in 32 bits with the bytes of their arguments.
   set(TQ_DEF ${PROJECT_BINARY_DIR}/tarnquill.def)
+  set(tq_undecorated)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    set(tq_undecorated --undecorated)
+  endif()
   add_custom_command(OUTPUT ${TQ_DEF}
     COMMAND ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tools/check_exports.py --write-def ${TQ_DEF}
-    DEPENDS include/tarnquill.h tools/check_exports.py
+            ${tq_undecorated}
+    DEPENDS include/tarnquill.h tools/check_exports.py tools/public_header.py
     VERBATIM)
   target_sources(tarnquill PRIVATE ${TQ_DEF})
   set_target_properties(tarnquill PROPERTIES PREFIX "" LINK_DEPENDS ${TQ_DEF})
@@ -73,4 +80,26 @@ else()
     target_link_options(tarnquill PRIVATE -Wl,-z,defs -static-libgcc)
   endif()
   target_link_libraries(tarnquill PRIVATE m)
+endif()
+
+# For programs that want no shared library beside them. Their linker finds the other libraries.
+option(TQ_STATIC "Static library, too" OFF)
+if(TQ_STATIC)
+  add_library(tarnquill_static STATIC)
+  add_library(tarnquill::tarnquill_static ALIAS tarnquill_static)
+  foreach(layer ${TQ_LAYERS})
+    if(NOT layer STREQUAL "tq_png")
+      target_sources(tarnquill_static PRIVATE $<TARGET_OBJECTS:${layer}>)
+    endif()
+  endforeach()
+  target_include_directories(tarnquill_static INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
+  target_link_libraries(tarnquill_static INTERFACE $<BUILD_INTERFACE:tq_png>)
+  if(TQ_PNG)
+    target_link_libraries(tarnquill_static INTERFACE $<INSTALL_INTERFACE:PNG::PNG>)
+  endif()
+  if(NOT WIN32)
+    target_link_libraries(tarnquill_static INTERFACE m)
+  endif()
+  set_target_properties(tarnquill_static PROPERTIES OUTPUT_NAME tarnquill LINKER_LANGUAGE C)
 endif()

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Installs a build into a folder, moves that folder, and builds and runs a C program against it: with
-# the CMake package, with pkg-config, and with the header compiled as C++.
+# the CMake package, with pkg-config, with the static library if there is one, and with the header
+# compiled as C++.
 #
 #   run.sh BUILD CC CXX TOOLCHAIN_FILE [RUNNER...]
 set -euo pipefail
@@ -39,5 +40,15 @@ eval "flags=($(pkg-config --cflags --libs tarnquill))"  # its output is quoted f
 [ ! -d "$prefix/bin" ] || cp "$prefix/bin"/*.dll "$work/pc" 2> /dev/null || true
 LD_LIBRARY_PATH=$prefix/lib "${runner[@]}" "$work/pc/consumer.exe"
 
+if [ -e "$prefix/lib/libtarnquill.a" ]; then
+  echo "static library"
+  eval "flags=($(pkg-config --cflags --libs --static tarnquill))"
+  "$cc" "$here/consumer.c" -o "$work/pc/static.exe" "${flags[@]/#-ltarnquill/-l:libtarnquill.a}"
+  "${runner[@]}" "$work/pc/static.exe"
+  "${runner[@]}" "$work/cmake/consumer_static"
+fi
+
 echo "C++"
 "$cxx" -std=c++11 -Wall -Wextra -Wpedantic -Werror -x c++ -fsyntax-only "$here/consumer.c" "${flags[@]}"
+"$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror -x c++ -fsyntax-only - "${flags[@]}" \
+  <<< '#include <tarnquill.hpp>'
