@@ -1,6 +1,6 @@
 # Programs beside the library: the command line tool (the public header only) and the benchmarks.
 
-add_custom_target(programs)  # what is installed beside the library
+add_custom_target(programs)  # what is installed beside the library, and what its tests need
 
 if(TQ_TOOL_SOURCES)
   add_executable(tarnquill_tool ${TQ_TOOL_SOURCES})
@@ -11,7 +11,11 @@ if(TQ_TOOL_SOURCES)
     OUTPUT_NAME tarnquill INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   if(WIN32)
     target_link_options(tarnquill_tool PRIVATE -static -municode)
+  elseif(NOT TQ_INSTRUMENTED)
+    # Binding the C++ library's 1,700 names takes longer than all else that a start does.
+    target_link_options(tarnquill_tool PRIVATE -static-libstdc++ -static-libgcc)
   endif()
+  tq_add_version(tarnquill_tool tarnquill "Converts and cleans images")
   install(TARGETS tarnquill_tool)
   add_dependencies(tarnquill_tool lzw_module pdf_module)
   add_dependencies(programs tarnquill_tool)
@@ -34,6 +38,8 @@ tq_add_example(example_convert examples/convert.c)
 tq_add_example(example_own_io examples/own_io.c)
 tq_add_example(contact_sheet examples/contact_sheet.cpp)
 tq_add_example(make_scene examples/make_scene.cpp examples/scene.cpp)
+tq_add_example(make_scan examples/make_scan.cpp examples/scene.cpp)
+add_dependencies(programs make_scene)
 if(WIN32)
   tq_add_example(viewer_win32 examples/viewer_win32.c)
 elseif(CMAKE_SIZEOF_VOID_P EQUAL 8)
@@ -48,11 +54,13 @@ elseif(CMAKE_SIZEOF_VOID_P EQUAL 8)
   endif()
 endif()
 
-# Timings of an instrumented or foreign build say nothing.
+# Built by name only. Timings of an instrumented or foreign build say nothing.
+add_custom_target(benches)
 if(TQ_BENCH_SOURCES AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   find_package(benchmark QUIET)
   if(benchmark_FOUND)
-    add_executable(tarnquill_bench ${TQ_BENCH_SOURCES})
+    add_executable(tarnquill_bench EXCLUDE_FROM_ALL ${TQ_BENCH_SOURCES})
+    add_dependencies(benches tarnquill_bench)
     target_link_libraries(tarnquill_bench PRIVATE
       ${TQ_LAYERS} tq_warnings benchmark::benchmark_main)
     # The peer of the JPEG benchmarks; without it there are none.
@@ -94,6 +102,8 @@ endif()
 if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(plan_memory EXCLUDE_FROM_ALL bench/plan_memory.cpp)
   target_link_libraries(plan_memory PRIVATE tarnquill tq_warnings)
+  add_executable(measure EXCLUDE_FROM_ALL bench/measure.c)
+  target_link_libraries(measure PRIVATE tq_warnings)
   # Beside all of the usual libraries, or not at all.
   find_package(PkgConfig QUIET)
   if(PkgConfig_FOUND)
@@ -106,4 +116,14 @@ if(PROJECT_IS_TOP_LEVEL AND UNIX AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMP
       ${TQ_LAYERS} tq_warnings PkgConfig::TQ_PEERS ${TQ_GIFLIB} ${TQ_FREEIMAGE})
     add_dependencies(peer_table lzw_module)
   endif()
+endif()
+
+# What ./demo runs, and the test of what it makes.
+if(TARGET tarnquill_tool AND TARGET measure)
+  if(BUILD_TESTING)
+    set(tq_demonstration_of_all ALL)
+  endif()
+  add_custom_target(demonstration ${tq_demonstration_of_all})
+  add_dependencies(demonstration
+    tarnquill_tool contact_sheet make_scan make_scene measure plan_memory)
 endif()
