@@ -43,6 +43,25 @@ if(TARGET tarnquill_tool AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   set_tests_properties(package.tool PROPERTIES LABELS package TIMEOUT 300)
 endif()
 
+# What documents, help and manual say, with the installed program.
+if(TARGET tarnquill_tool AND NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME package.documents
+    COMMAND ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tools/check_documents.py ${PROJECT_BINARY_DIR})
+  add_test(NAME package.manual
+    COMMAND ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tests/package/manual_test.py
+            $<TARGET_FILE:tarnquill_tool>)
+  set_tests_properties(package.documents package.manual PROPERTIES
+    LABELS package TIMEOUT 300 SKIP_RETURN_CODE 77)
+endif()
+
+# The demonstration's page, with what it names.
+if(TARGET demonstration)
+  add_test(NAME package.gallery
+    COMMAND ${TQ_PYTHON} tests/gallery/page_test.py ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(package.gallery PROPERTIES LABELS package TIMEOUT 300)
+endif()
+
 # Comparisons with other programs; skipped where those are not installed.
 if(NOT TQ_INSTRUMENTED AND NOT CMAKE_CROSSCOMPILING)
   add_executable(ccitt_coder tests/peers/ccitt_coder.cpp)

@@ -41,7 +41,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86|AMD64")
   target_compile_options(tq_requires_sse2 INTERFACE -msse2 -mfpmath=sse)
 endif()
 target_link_libraries(tq_warnings INTERFACE tq_requires_sse2)
-if(WIN32)
+if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
   # 32-bit callers align the stack to 4 bytes only; SSE spills need 16.
   target_compile_options(tq_options INTERFACE -mstackrealign)
 endif()

@@ -2,7 +2,8 @@
 # Installs what is missing of the Debian packages that the groups named need; all groups without a
 # name. A call with nothing missing takes no time and no network. Needs root only to install.
 #
-#   tools/install_dependencies.sh [build] [test] [extended] [tidy] [linux32] [win32] [bench] [shown] [peers]
+#   tools/install_dependencies.sh [build] [test] [extended] [tidy] [linux32] [win32] [win64] [package] [bench]
+#                                 [bindings] [manual] [shown] [gallery] [peers]
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.."
 
@@ -12,10 +13,16 @@ declare -A packages=(
   [extended]="libwebp-dev libopenjp2-7-dev libheif-dev libjbig2dec0-dev pkg-config"
   [tidy]="clang-tidy"
   [linux32]="g++-multilib dpkg-dev"
-  [win32]="g++-mingw-w64-i686-posix debootstrap dpkg-dev"
+  [win32]="g++-mingw-w64-i686-posix libz-mingw-w64-dev debootstrap dpkg-dev"
+  [win64]="g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev wine64"
+  [package]="git zip unzip lld llvm clang debhelper dh-python lintian help2man debootstrap"
   [bench]="libbenchmark-dev"
+  [bindings]="python3-numpy python3-pil python3-distributed mypy mono-mcs mono-runtime
+    libmono-system-core4.0-cil fp-compiler fp-units-rtl"
+  [manual]="help2man doxygen man-db groff mandoc zsh"
   # Other programs that read and write the same formats; what uses them does without if it must.
   [shown]="netpbm poppler-utils"
+  [gallery]="poppler-utils libjpeg-turbo-progs libtiff-tools"
   [peers]="netpbm imagemagick python3-pil pngcheck libtiff-dev libtiff-tools libleptonica-dev
     libfreeimage-dev graphicsmagick dcmtk libjpeg-turbo-progs libturbojpeg0-dev qpdf poppler-utils
     sane-utils ghostscript mupdf-tools xvfb xdotool libsdl2-dev"
@@ -53,11 +60,11 @@ install() {
     -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@"
 }
 
-[ $# -gt 0 ] || set -- build test extended tidy linux32 win32 bench shown peers
+[ $# -gt 0 ] || set -- build test extended tidy linux32 win32 win64 package bench bindings manual shown gallery peers
 needed=() optional=()
 for group in "$@"; do
   case $group in
-    peers | shown | extended) optional+=("$group") ;;
+    peers | shown | gallery | extended | bindings | manual) optional+=("$group") ;;
     *) needed+=("$group") ;;
   esac
 done

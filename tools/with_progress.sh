@@ -12,9 +12,11 @@ mkdir -p "$(dirname -- "$log")"
 command=$!
 trap 'kill "$command"' INT TERM
 
+said=$SECONDS
 while kill -0 "$command" 2> /dev/null; do
   sleep 1
-  [ $((SECONDS % 4)) = 0 ] || continue
+  [ $((SECONDS - said)) -ge 4 ] || continue
+  said=$SECONDS
   printf '%5d s  %.90s\n' "$SECONDS" "$(tail -n 1 "$log" | tr -dc '[:print:]')"
 done
 wait "$command"
