@@ -12,8 +12,10 @@ set(TQ_PYTHON /usr/bin/python3 CACHE FILEPATH "Python for the DLL's export list 
 # Its results need no precompiled headers, which it would have to be told to trust.
 find_program(TQ_CCACHE ccache)
 if(TQ_CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER ${TQ_CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${TQ_CCACHE})
+  # One clone finds what another one compiled.
+  set(CMAKE_C_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${TQ_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
   set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
 endif()
 
