@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <span>
 #include <string_view>
 
@@ -12,6 +11,7 @@
 #include "core/numbers.h"
 #include "io/byte_stream.h"
 #include "io/temp_file.h"
+#include "platform/text.h"
 
 namespace tq {
 
@@ -119,9 +119,9 @@ inline void StreamWriter::print(const char* format, ...) {
   va_list values;
   va_start(values, format);
   const int bytes =
-      std::vsnprintf(reinterpret_cast<char*>(text.data()), text.size(), format, values);
+      platform::format_text({reinterpret_cast<char*>(text.data()), text.size()}, format, values);
   va_end(values);
-  if (bytes < 0 || bytes > kLongestPrint) {
+  if (bytes < 0) {
     status_ = StatusCode::write_failed;
     return;
   }

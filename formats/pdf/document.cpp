@@ -3,10 +3,10 @@
 
 #include <array>
 #include <cstdarg>
-#include <cstdio>
 #include <limits>
 
 #include "io/chunk_reader.h"
+#include "platform/text.h"
 
 namespace tq::pdf {
 namespace {
@@ -99,8 +99,9 @@ class ObjectText {
     char expected[kChunkBytes];
     va_list values;
     va_start(values, format);
-    const int bytes = std::vsnprintf(expected, sizeof expected, format, values);
+    const int bytes = platform::format_text(expected, format, values);
     va_end(values);
+    if (bytes < 0) return false;
     const Text there(input_.peek(bytes));
     const bool equal = there.text() == expected;
     input_.skip(bytes);

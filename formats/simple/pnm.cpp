@@ -1,11 +1,10 @@
 // Netpbm's bitmaps, grey maps and pixmaps as pbm(5), pgm(5) and ppm(5) describe them: numbers in text,
 // then rows in text (P1 to P3) or in bytes (P4 to P6). Of those in bytes a file may hold several.
-#include <cstdio>
-
 #include "formats/rows.h"
 #include "formats/simple/simple.h"
 #include "io/chunk_reader.h"
 #include "pixels/colours.h"
+#include "platform/text.h"
 
 namespace tq::simple {
 namespace {
@@ -284,8 +283,8 @@ Status encode_pnm(const EncodeRequest& request) {
   TQ_TRY(out.open(request.stream));
   const BitmapInfoHeader& header = request.image->header;
   char text[48];
-  std::snprintf(text, sizeof text, "P%c\n%d %d\n%s", saved.kind, int{header.biWidth},
-                int{header.biHeight}, saved.kind == '4' ? "" : "255\n");
+  platform::print_text(text, "P%c\n%d %d\n%s", saved.kind, int{header.biWidth},
+                       int{header.biHeight}, saved.kind == '4' ? "" : "255\n");
   out.put(std::string_view(text));
   return write_rows(request, saved, out);
 }

@@ -10,6 +10,7 @@
 #include "io/chunk_reader.h"
 #include "io/endian.h"
 #include "pixels/colours.h"
+#include "platform/text.h"
 
 namespace tq::simple {
 namespace {
@@ -135,14 +136,14 @@ void put_number(double value, std::uint8_t* at) {
     ++exponent;
   }
   char text[kSideBytes + 20];
-  std::snprintf(text, sizeof text, "+%d.%06dE%c%02d", mantissa / 1'000'000, mantissa % 1'000'000,
-                exponent < 0 ? '-' : '+', std::abs(exponent));
+  platform::print_text(text, "+%d.%06dE%c%02d", mantissa / 1'000'000, mantissa % 1'000'000,
+                       exponent < 0 ? '-' : '+', std::abs(exponent));
   std::memcpy(at, text, kSideBytes - 1);
 }
 
 void put_count(std::int32_t value, std::uint8_t* at) {
   char text[kCountBytes + 20];
-  std::snprintf(text, sizeof text, "+%011d", static_cast<int>(value));
+  platform::print_text(text, "+%011d", static_cast<int>(value));
   std::memcpy(at, text, kCountBytes);
 }
 

@@ -5,10 +5,11 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <iterator>
+
+#include "platform/text.h"
 
 namespace tq::platform {
 namespace {
@@ -151,7 +152,7 @@ std::int32_t file_create_beside(FileName name, char* beside) {
     LARGE_INTEGER now{};
     QueryPerformanceCounter(&now);
     const DWORD number = now.LowPart ^ GetCurrentProcessId() << 12 ^ 0x9E3779B9u * (attempt + 1);
-    std::snprintf(beside, length + kBesideBytes, "%s.tarnquill-%08lx.tmp", name.text, number);
+    print_text({beside, length + kBesideBytes}, "%s.tarnquill-%08lx.tmp", name.text, number);
     HANDLE const file =
         CreateFileW(WideName({beside, name.utf8}).get(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                     CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);

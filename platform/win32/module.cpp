@@ -2,10 +2,11 @@
 #include "platform/module.h"
 
 #include <atomic>
-#include <cstdio>
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
+
+#include "platform/text.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ namespace tq::platform {
 void* module_open(const char* stem, bool& unknown) {
   unknown = false;
   char name[64];
-  std::snprintf(name, sizeof name, "%s.dll", stem);
+  print_text(name, "%s.dll", stem);
   return LoadLibraryA(name);
 }
 

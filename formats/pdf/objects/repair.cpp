@@ -1,8 +1,8 @@
 // Objects of a document whose tables are damaged: one pass over the file finds them.
 #include <algorithm>
-#include <cstdio>
 
 #include "formats/pdf/objects/file.h"
+#include "platform/text.h"
 
 namespace tq::pdf::objects {
 
@@ -172,10 +172,9 @@ Status File::choose_root(const Found& found) {
   }
   if (found.catalog == 0 && found.page_tree == 0) return StatusCode::bad_image;
   char text[64];
-  const int count =
-      found.catalog != 0
-          ? std::snprintf(text, sizeof text, "<</Root %d 0 R>>", found.catalog)
-          : std::snprintf(text, sizeof text, "<</Root<</Pages %d 0 R>>>>", found.page_tree);
+  const int count = found.catalog != 0
+                        ? platform::print_text(text, "<</Root %d 0 R>>", found.catalog)
+                        : platform::print_text(text, "<</Root<</Pages %d 0 R>>>>", found.page_tree);
   return trailer_.copy({Kind::dictionary, {text, static_cast<std::size_t>(count)}}, {});
 }
 
