@@ -51,6 +51,9 @@ constexpr Colours default_colours() {
   return colours;
 }
 
+// Made by the compiler once, not in the code of whoever takes them.
+constexpr Colours kDefaultColours = default_colours();
+
 // --- Records ---
 
 struct Bitmap {
@@ -182,7 +185,7 @@ class Graphic {
 
   Input input_;
   bool is_second_ = false, has_colours_ = false;
-  Colours colours_ = default_colours();
+  Colours colours_ = kDefaultColours;
   Bitmap largest_;
 };
 
