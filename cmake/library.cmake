@@ -8,6 +8,72 @@ function(tq_add_layer name)
   set_target_properties(tq_${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
+# A DLL travels with the programs that use it, so its size counts. What never looks at a pixel is compiled for size
+# there: checks and settings, headers, tables and objects of files, layouts, drivers. Some of it hands on rows that
+# others make. Whatever has a loop over pixels or coded bytes keeps -O2.
+set(TQ_SMALL_SOURCES
+  ${TQ_API_SOURCES}
+  core/image_create.cpp
+  core/texts.cpp
+  dispatch/animation.cpp
+  dispatch/copy_page.cpp
+  dispatch/decode.cpp
+  dispatch/detect.cpp
+  dispatch/file_types.cpp
+  dispatch/output.cpp
+  dispatch/save.cpp
+  dispatch/signatures.cpp
+  formats/bmp/header.cpp
+  formats/bmp/shown_header.cpp
+  formats/dicom/data_set.cpp
+  formats/fpx/storage.cpp
+  formats/ica/content.cpp
+  formats/ica/fields.cpp
+  formats/jpeg/decode/exif.cpp
+  formats/jpeg/decode/markers.cpp
+  formats/jpeg/decode/stored.cpp
+  formats/jpeg/encode/header.cpp
+  formats/pdf/document.cpp
+  formats/pdf/objects/file.cpp
+  formats/pdf/objects/tables.cpp
+  formats/pdf/read.cpp
+  formats/pdf/write.cpp
+  formats/pdf/writing/form.cpp
+  formats/pdf/writing/layout.cpp
+  formats/pdf/writing/page.cpp
+  formats/pdf/writing/sections.cpp
+  formats/pdf/writing/stored.cpp
+  formats/plugin/plugin.cpp
+  formats/tiff/append.cpp
+  formats/tiff/encode.cpp
+  formats/tiff/file.cpp
+  formats/tiff/page.cpp
+  formats/tiff/queries.cpp
+  formats/tiff/stored.cpp
+  formats/wmf/curves.cpp
+  formats/wmf/decode.cpp
+  formats/wmf/draw.cpp
+  formats/wmf/objects.cpp
+  formats/wmf/player.cpp
+  formats/wmf/text.cpp
+  platform/win32/file.cpp
+  platform/win32/surface.cpp
+  scan/files.cpp
+  scan/options.cpp
+  scan/sane_device.cpp
+  scan/sane_session.cpp
+  scan/scanner.cpp
+  scan/twain_link.cpp
+  scan/twain_session.cpp
+  scan/twain_transfer.cpp
+  show/draw.cpp
+  show/plot.cpp
+  show/view.cpp
+  show/wipe.cpp)
+if(WIN32)
+  set_property(SOURCE ${TQ_SMALL_SOURCES} APPEND PROPERTY COMPILE_OPTIONS -Os)
+endif()
+
 if(WIN32)
   tq_add_layer(platform ${TQ_PLATFORM_SOURCES} ${TQ_PLATFORM_WIN32_SOURCES})
 else()
@@ -66,7 +132,7 @@ if(WIN32)
   target_sources(tarnquill PRIVATE ${TQ_DEF})
   set_target_properties(tarnquill PROPERTIES PREFIX "" LINK_DEPENDS ${TQ_DEF})
   # The list names decorated symbols (name@bytes); the DLL's name table holds the bare names.
-  target_link_options(tarnquill PRIVATE -static -static-libgcc -Wl,--kill-at)
+  target_link_options(tarnquill PRIVATE -static -static-libgcc -Wl,--kill-at -Wl,--gc-sections)
   # The linker's own import library would lose the decoration that callers refer to.
   add_custom_command(TARGET tarnquill POST_BUILD
     COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${TQ_DEF} --dllname $<TARGET_FILE_NAME:tarnquill>
