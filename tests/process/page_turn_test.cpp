@@ -115,6 +115,32 @@ TEST(Skew, WhatLiesBeyondTheRangeIsNotTurned) {
   }
 }
 
+// The text in three columns, the second and the third so many pixels lower.
+Page columns_page(int second, int third) {
+  constexpr int kColumn = 567, kGap = 40;
+  const Image text(text_page(60));
+  const Page page = Page::of(text.get());
+  Page columns(page.width(), page.height());
+  for (int y = 0; y < page.height(); ++y) {
+    for (int x = 0; x < page.width(); ++x) {
+      const int column = x / kColumn, to = y + (column == 0 ? 0 : column == 1 ? second : third);
+      if (x % kColumn >= kGap && to >= 0 && to < page.height()) columns.at(x, to) = page.at(x, y);
+    }
+  }
+  return columns;
+}
+
+TEST(Skew, IsThatOfLinesWhichDoNotMeetThoseOfTheNextColumn) {
+  for (const auto& [second, third] : {std::pair(6, -4), std::pair(-9, 5), std::pair(4, 12)}) {
+    for (const int angle : {0, 300, -720}) {
+      const Image page(columns_page(second, third).dib());
+      ASSERT_EQ(IMG_rotate_bitmap(page.get(), angle, -1, 1), IMG_OK);
+      EXPECT_NEAR(find_skew(page.get()).angle, -angle, 5)
+          << second << ", " << third << ", " << angle;
+    }
+  }
+}
+
 TEST(Skew, IsThatOfTheSheetWherePixelsAreNotSquare) {
   const Image page(text_page(60));
   ASSERT_EQ(IMG_resize_bitmap(page.get(), 1734, 1078, 5), IMG_OK);
