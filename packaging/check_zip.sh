@@ -28,7 +28,7 @@ fail() {
 echo "contents"
 for file in bin/{tarnquill,trqvpl1,pdfplug}.dll bin/tarnquill.exe lib/{tarnquill.lib,libtarnquill.dll.a,tarnquill.def} \
   include/tarnquill{,_plugin}.h \
-  bindings/vb6/tarnquill.bas examples/convert.c doc/html/index.html licences/{libpng,zlib}.txt README.txt; do
+  bindings/vb6/tarnquill.bas examples/convert.c doc/html/index.html gallery/index.html licences/{libpng,zlib}.txt README.txt; do
   [ -s "$file" ] || fail "$file is missing"
 done
 for file in bin/*; do

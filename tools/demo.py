@@ -3,6 +3,9 @@
 that, unless it has to be quick, everything is converted in every way and read by other programs.
 
 demo.py [--quick] BIN_FOLDER OUT_FOLDER [FILE...]
+demo.py --packed BIN_FOLDER OUT_FOLDER
+
+For a package the page has nothing that was measured or dated: the same programs make the same page.
 """
 import pathlib
 import resource
@@ -64,24 +67,33 @@ def small_sheet(made):
     made.convert("small.bmp", (made.out / "small.png").resolve())
 
 
-def make_page(made, life, show, quick):
-    """Every part of the page, then the page."""
-    inputs, pairs = (made.out / "inputs").resolve(), page.Pairs()
-    photo, parts = inputs / "photo-24.bmp", {}
-    for doing, build in (
-            ("a page from the scanner", lambda: document.build(made, pairs)),
-            ("operations", lambda: operations.build(made, pairs, photo)),
-            ("formats", lambda: formats.build(made, life)),
-            ("damaged files", lambda: damage.build(made)),
-            ("the letter in five lines", lambda: languages.build(made)),
-            ("speed and memory beside others", lambda: speed.build(made, life, photo, inputs / "page-1.bmp", quick))):
-        life.begin(doing)
-        parts.update(build())
+def told_of(show, quick):
+    """How the page came about."""
     others = " and ".join([", ".join([*peers.PEERS][:-1]), [*peers.PEERS][-1]] if len(peers.PEERS) > 1 else peers.PEERS)
     told = (f"In the same run {show.confirmed} results were read as expected by {others}; {show.bad} were not."
             if show else "A run without <code>--quick</code> has other programs read the results, too.")
-    page.write(made.out / "index.html", **parts, checks=told, command="./demo --quick" if quick else "./demo",
-               seconds=round(processor_seconds()), when=time.strftime("%d %B %Y"))
+    return (f"Everything on this page was made and measured by one run of <code>./demo{' --quick' if quick else ''}</code>, "
+            f"{processor_seconds():.0f} seconds of processor time, on {time.strftime('%d %B %Y')}. {told}")
+
+
+def make_page(made, life, show=None, quick=False, packed=False):
+    """Every part of the page, then the page."""
+    inputs, pairs = (made.out / "inputs").resolve(), page.Pairs()
+    photo, parts = inputs / "photo-24.bmp", {"speed": "", "speed_link": ""}
+    builders = [
+        ("a page from the scanner", lambda: document.build(made, pairs)),
+        ("operations", lambda: operations.build(made, pairs, photo)),
+        ("formats", lambda: formats.build(made, life)),
+        ("damaged files", lambda: damage.build(made)),
+        ("the letter in five lines", lambda: languages.build(made))]
+    if not packed:
+        builders.append(("speed and memory beside others",
+                         lambda: speed.build(made, life, photo, inputs / "page-1.bmp", quick)))
+    for doing, build in builders:
+        life.begin(doing)
+        parts.update(build())
+    told = "Everything on this page was made by one run of the program." if packed else told_of(show, quick)
+    page.write(made.out / "index.html", **parts, told=told)
 
 
 def processor_seconds():
@@ -90,17 +102,20 @@ def processor_seconds():
 
 
 def main():
-    words = sys.argv[1:]
-    quick = "--quick" in words
-    programs, out, *files = [word for word in words if word != "--quick"]
+    options = {word for word in sys.argv[1:] if word in ("--quick", "--packed")}
+    quick, packed = "--quick" in options, "--packed" in options
+    programs, out, *files = [word for word in sys.argv[1:] if word not in options]
     life = program.Life()
     life.begin("pictures")
     made = program.Program(programs, out)
     (made.out / "inputs").mkdir(exist_ok=True)
     subprocess.run([made.binaries / "make_scene", made.out / "inputs"], check=True)
-    show = None if quick else compare(made.binaries, made.out, files, life)
-    make_page(made, life, show, quick)
-    small_sheet(made)
+    show = None if options else compare(made.binaries, made.out, files, life)
+    make_page(made, life, show, quick, packed)
+    if packed:
+        shutil.rmtree(made.out / "inputs")
+    else:
+        small_sheet(made)
     shutil.rmtree(made.work)
     life.begin("summary")
     if show:

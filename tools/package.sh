@@ -17,7 +17,7 @@ cd "$repo"
 groups=(build manual package)
 for kind in "$@"; do
   case $kind in
-    win32 | win64) groups+=("$kind") ;;
+    win32 | win64) groups+=("$kind" gallery) ;;
     deb) ;;
     *) echo "no such package: $kind" >&2; exit 2 ;;
   esac
@@ -52,6 +52,13 @@ make_zip() {  # FOLDER
   (cd "$work" && find "$1" -type f | sort | zip -q -9 -X -@ "$out/$1.zip")
 }
 
+# A page of what the library does, made by the program of this system from the same sources.
+make_gallery() {  # FOLDER
+  (cd "$source" && quietly configure-demo.log cmake --preset demo)
+  quietly build-demo.log cmake --build "$source/build/demo" --target demonstration
+  quietly gallery.log "$source/tools/demo.py" --packed "$source/build/demo/bin" "$1"
+}
+
 pack_windows() {  # BITS MACHINE
   local name=tarnquill-$version-win$1
   local stage=$work/$name build=$source/build/win$1
@@ -62,6 +69,7 @@ pack_windows() {  # BITS MACHINE
   cp "$build/tarnquill.def" "$stage/lib"
   (cd "$stage/lib" && llvm-dlltool -k -m "$2" -d tarnquill.def -l tarnquill.lib)
   cp -r "$source/examples" "$stage"
+  make_gallery "$stage/gallery"
   "$source/tools/make_bindings.py" "$stage/bindings"
   mkdir "$stage/licences"
   cp "$source/LICENSE" "$stage/licences/tarnquill.txt"

@@ -29,7 +29,7 @@ class Page(unittest.TestCase):
         subprocess.run([PROGRAMS / "make_scene", made.out / "inputs"], check=True)
         speed.JOBS = [("<A job> & its \"copy\"", {speed.OURS: "convert -q photo.jpg a.bmp", "cp": "cp photo.jpg b.jpg",
                                                  "false": "false"})]
-        demo.make_page(made, program.Life(), None, quick=True)
+        demo.make_page(made, program.Life(), quick=True)
         cls.out, cls.text = made.out, (made.out / "index.html").read_text()
         cls.page = xml.fromstring(cls.text)  # what is not well-formed ends here
 

@@ -142,5 +142,13 @@ def build(program, life, photo, page, quick):
         life.doing = "speed: bench/peer_table"
         library = rows_of_table(program)
     note = "" if cards else "<p>Nothing to compare with is installed.</p>"
-    return {"speed": f'<ul class="jobs">{"".join(cards)}</ul>{note}', "speed_library": library_bars(library),
-            "speed_machine": text(where), "speed_runs": runs}
+    section = f"""<section id="speed">
+<h2>Speed and memory</h2>
+<p class="intro">The same jobs by this program and by others installed here: whole processes, from file to file, the least
+of {runs} runs each. {text(where)}.</p>
+<ul class="jobs">{"".join(cards)}</ul>{note}
+{library_bars(library)}
+</section>
+
+"""
+    return {"speed": section, "speed_link": '<a href="#speed">Speed and memory</a> '}
