@@ -93,6 +93,16 @@ std::int32_t IMG_CB_STD keep(std::intptr_t image, std::int32_t handle, std::int3
   return 0;
 }
 
+// One run in dozens never ends: its own reader is cancelled while it holds the loader's lock.
+bool run_scanimage(const std::string& file) {
+  const std::string command =
+      "timeout 10 scanimage -d test:0 --format=pnm > " + file + " 2> /dev/null";
+  for (int i = 0; i < 5; ++i) {
+    if (std::system(command.c_str()) == 0) return true;
+  }
+  return false;
+}
+
 TEST_F(SaneTestDevice, PagesAreWhatScanimageSaves) {
   if (!open("") || std::system("scanimage --version > /dev/null 2>&1") != 0) GTEST_SKIP();
   for (const char* picture : {"\"Color pattern\"", "\"Grid\""}) {
@@ -107,8 +117,7 @@ TEST_F(SaneTestDevice, PagesAreWhatScanimageSaves) {
       ASSERT_EQ(IMG_scan_pages(keep, reinterpret_cast<std::intptr_t>(&handle)), 1);
       const Image image(handle);
       const std::string file = folder.file("page.pnm");
-      const std::string command = "scanimage -d test:0 --format=pnm > " + file + " 2> /dev/null";
-      ASSERT_EQ(std::system(command.c_str()), 0);
+      ASSERT_TRUE(run_scanimage(file));
       EXPECT_EQ(picture_of(image), read_pnm(file));
     }
   }
