@@ -37,9 +37,20 @@ target_compile_options(tq_options INTERFACE
   -fno-exceptions -fno-rtti -fvisibility=hidden
   -ffp-contract=off)  # the same floating-point results on every processor
 
+if(EMSCRIPTEN)
+  # What its C++ library lacks stands in front of every source, precompiled with what takes the compiler longest.
+  set(CMAKE_DISABLE_PRECOMPILE_HEADERS OFF)
+  target_precompile_headers(tq_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:${PROJECT_SOURCE_DIR}/platform/wasm/cxx20.h>
+    "$<$<COMPILE_LANGUAGE:CXX>:<array$<ANGLE-R>>" "$<$<COMPILE_LANGUAGE:CXX>:<span$<ANGLE-R>>"
+    "$<$<COMPILE_LANGUAGE:CXX>:<memory$<ANGLE-R>>" "$<$<COMPILE_LANGUAGE:CXX>:<string_view$<ANGLE-R>>")
+  target_compile_definitions(tq_options INTERFACE TQ_READ_ONLY)
+  target_compile_options(tq_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:SHELL:-Xclang -fno-pch-timestamp>")
+endif()
+
 # 32-bit x86 code needs SSE2: x87 registers would round differently from the 64-bit build.
 add_library(tq_requires_sse2 INTERFACE)
-if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86|AMD64")
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT EMSCRIPTEN AND CMAKE_SYSTEM_PROCESSOR MATCHES "86|AMD64")
   target_compile_options(tq_requires_sse2 INTERFACE -msse2 -mfpmath=sse)
 endif()
 target_link_libraries(tq_warnings INTERFACE tq_requires_sse2)

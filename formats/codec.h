@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "core/dib.h"
 #include "core/numbers.h"
@@ -260,6 +261,23 @@ consteval std::uint8_t depths(Depth... depth) {
   return byte(set);
 }
 
+// Whether anything is ever saved. Where nothing is, rows of the table forget what only saving calls,
+// so that the linker leaves the encoders out.
+#ifdef TQ_READ_ONLY
+inline constexpr bool kSaves = false;
+#else
+inline constexpr bool kSaves = true;
+#endif
+
+template <class Function>
+class Forgotten {
+ public:
+  constexpr Forgotten(Function /*function*/) {}  // NOLINT(*-explicit-*): as the function itself
+  constexpr operator Function() const { return nullptr; }  // NOLINT(*-explicit-*)
+};
+template <class Function>
+using ForSaving = std::conditional_t<kSaves, Function, Forgotten<Function>>;
+
 // A row of THE table: a format or one of its variants, how it is recognised, and who codes it.
 struct FileType {
   std::int16_t code;
@@ -279,19 +297,20 @@ struct FileType {
   Status (*find_variant)(StreamHandle stream) = nullptr;  // which one a detected file is
   Decoder decode = nullptr;                               // null: recognised, not decoded
   std::uint8_t read_depths = 0;
-  Encoder encode = nullptr;  // null: not saved
+  ForSaving<Encoder> encode = nullptr;  // null: not saved
   std::uint8_t write_depths = 0;
   Status (*available)() =
       nullptr;  // whether its module can be loaded: of an encoder, if there is one
-  EncodeCheck can_encode = nullptr;  // null: an image of any kind
-  Status (*can_append)(StreamHandle stream, AppendPlace& place) = nullptr;  // null: always
+  ForSaving<EncodeCheck> can_encode = nullptr;  // null: an image of any kind
+  // null: always
+  ForSaving<Status (*)(StreamHandle stream, AppendPlace& place)> can_append = nullptr;
   // Copies a file that cannot take a page, unsupported, so that it can; null: there is no way.
-  Status (*make_room)(StreamHandle from, StreamHandle to) = nullptr;
+  ForSaving<Status (*)(StreamHandle from, StreamHandle to)> make_room = nullptr;
   // A picture that other files can hold as it is coded; and such pictures, in files of this format:
   // unsupported for those that it cannot hold.
-  Status (*find_stored)(const DecodeRequest& request, StoredPicture& stored) = nullptr;
-  Status (*can_store)(const EncodeRequest& request, const StoredPicture& stored) = nullptr;
-  Status (*encode_stored)(const EncodeRequest& request, const StoredPicture& stored) = nullptr;
+  using StoredEncoder = Status (*)(const EncodeRequest& request, const StoredPicture& stored);
+  ForSaving<Status (*)(const DecodeRequest& request, StoredPicture& stored)> find_stored = nullptr;
+  ForSaving<StoredEncoder> can_store = nullptr, encode_stored = nullptr;
   Status (*count_pages)(StreamHandle stream) = nullptr;  // null: always one page
   // null: the format does not tell
   Status (*find_orientation)(StreamHandle stream, const Options& options) = nullptr;

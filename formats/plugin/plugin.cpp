@@ -115,7 +115,7 @@ std::int32_t IMG_CB_C code_tiff(const img_tiff_request* call) {
   }
   const StreamHandle stream{call->stream};
   if (call->call == IMG_TIFF_ENCODE) {
-    if (AtWork::encode() == nullptr) return IMG_UNSUPPORTED;
+    if (!formats::kSaves || AtWork::encode() == nullptr) return IMG_UNSUPPORTED;
     EncodeRequest request = *AtWork::encode();
     request.stream = stream;
     request.image = static_cast<HeaderBlock*>(call->header_block);

@@ -18,7 +18,6 @@ namespace tq::platform {
 namespace {
 
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
-constexpr std::size_t kLargeBlock = 2 * kHugePage;  // from here on an aligned huge page fits in
 constexpr std::size_t kLargeClear = std::size_t{64} << 20;  // smaller ones are quick
 
 struct Entry {
@@ -110,6 +109,10 @@ class Register {
 constinit Lock register_lock;
 constinit Register live_blocks;
 
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+
+constexpr std::size_t kLargeBlock = 2 * kHugePage;  // from here on an aligned huge page fits in
+
 // Large blocks to come that are not worth a try.
 constinit std::atomic<int> blocks_without_huge_pages = 0;
 
@@ -132,7 +135,6 @@ bool takes_long(std::uint8_t* page) {
 // the block, for what is advised of a part makes two mappings, and the system moves a block that grows
 // without copying it only if it is one. The first huge page says how it will be with the others.
 void prefer_huge_pages(void* block, std::size_t size) {
-#ifdef MADV_HUGEPAGE
   constexpr int kSkipped = 16;
   if (size < kLargeBlock) return;
   if (blocks_without_huge_pages > 0) {
@@ -148,11 +150,11 @@ void prefer_huge_pages(void* block, std::size_t size) {
   if (!takes_long(start + (kHugePage - address % kHugePage) % kHugePage)) return;
   madvise(start - lead, pages, MADV_NOHUGEPAGE);
   blocks_without_huge_pages = kSkipped;
-#else
-  static_cast<void>(block);
-  static_cast<void>(size);
-#endif
 }
+
+#else
+void prefer_huge_pages(void* /*block*/, std::size_t /*size*/) {}
+#endif
 
 // Gives pages back, of which the system makes empty ones when they are used again; false when it
 // does not.
