@@ -5,7 +5,9 @@ option(TQ_PNG "PNG codec, over libpng" ON)
 
 # Libraries that Debian has not for the target; `root` becomes the folder of their include/ and lib/.
 function(tq_build_dependency set option root)
-  if(NOT WIN32)
+  if(EMSCRIPTEN)
+    set(target wasm)
+  elseif(NOT WIN32)
     set(target linux32)
   elseif(CMAKE_SIZEOF_VOID_P EQUAL 8)
     set(target win64)
@@ -22,6 +24,7 @@ endfunction()
 
 function(tq_find_built_png)
   tq_build_dependency(png TQ_PNG root)
+  set(tq_png_root ${root} PARENT_SCOPE)  # its licences
   add_library(tq_png INTERFACE)
   target_include_directories(tq_png SYSTEM INTERFACE ${root}/include)
   target_link_libraries(tq_png INTERFACE ${root}/lib/libpng.a)

@@ -3,31 +3,39 @@
 # prints the folder that holds their include/ and lib/. A second call takes no time and no network. The
 # sources come from the mirrors that apt already uses.
 #
-#   tools/build_dependency.sh TARGET SET     TARGET: win32, win64 or linux32
+#   tools/build_dependency.sh TARGET SET     TARGET: win32, win64, linux32 or wasm
 #
-#   png        libpng; for linux32 zlib as well, which Debian has for Windows (libz-mingw-w64-dev)
+#   png        libpng; for linux32 and wasm zlib as well, which Debian has for Windows (libz-mingw-w64-dev)
 #   extended   what the module trqvext takes: libwebp, OpenJPEG, jbig2dec, libheif over libde265. Some
 #              minutes. AVIF is not in it: its decoder is built with tools of its own
+#   c          of wasm: the C library, which Debian's Emscripten has as sources. Some minutes, without network;
+#              `config` is what emcc --em-config wants
 #
 # They lie in ${TARNQUILL_CACHE:-${XDG_CACHE_HOME:-~/.cache}/tarnquill}/SET-TARGET.
 set -euo pipefail
 
 target=${1:-} set=${2:-}
 usage() {
-  sed -n '2,12s/^# \{0,1\}//p' "$0" >&2
+  sed -n '2,14s/^# \{0,1\}//p' "$0" >&2
   exit 2
 }
 case $target in
   win32) prefix=i686-w64-mingw32 flags=(-msse2 -mstackrealign) ;;
   win64) prefix=x86_64-w64-mingw32 flags=() ;;
   linux32) prefix='' flags=(-m32 -fPIC -fvisibility=hidden -msse2) ;;
+  wasm) prefix='' flags=() ;;
   *) usage ;;
 esac
 cc=${prefix:+$prefix-}gcc${prefix:+-posix} cxx=${prefix:+$prefix-}g++${prefix:+-posix} ar=${prefix:+$prefix-}ar
+[ "$target" != wasm ] || cc=emcc cxx=em++ ar=emar
 case $set in
   png)
     sources=(libpng1.6)
-    [ "$target" != linux32 ] || sources=(zlib libpng1.6)
+    case $target in linux32 | wasm) sources=(zlib libpng1.6) ;; esac
+    ;;
+  c)
+    [ "$target" = wasm ] || usage
+    sources=()
     ;;
   extended) sources=(libwebp openjpeg2 jbig2dec libde265 libheif) ;;
   *) usage ;;
@@ -162,6 +170,16 @@ build_libheif() {
   find out -name 'libheif.a' -exec cp {} "$out/lib" \;
 }
 
+# Into a cache of its own: the one that is installed has headers only. It is emptied when it is used with another
+# configuration than it was filled with. Linked as the package is, so that the package's parts are in it.
+build_c() {
+  sed "/^FROZEN_CACHE/d; \$aFROZEN_CACHE = False\nCACHE = '$root/cache'" /usr/share/emscripten/.emscripten \
+    > "$out/config"
+  echo 'int none;' > "$work/none.c"
+  EM_CONFIG=$out/config EM_CACHE=$out/cache "$cc" "$work/none.c" -o "$work/none.wasm" --no-entry -O2 \
+    -sALLOW_MEMORY_GROWTH -sAUTO_NATIVE_LIBRARIES=0 -sDEFAULT_TO_CXX=0
+}
+
 build() {
   out=$work/out
   mkdir -p "$out/include" "$out/lib" "$out/licences"
@@ -169,6 +187,7 @@ build() {
   for package in "${sources[@]}"; do
     cd "$work/$package" && "build_$package"
   done
+  [ "$set" != c ] || build_c
   for package in "${sources[@]}"; do
     for licence in LICENSE COPYING; do
       [ ! -e "$work/$package/$licence" ] || cp "$work/$package/$licence" "$out/licences/$package"
@@ -178,7 +197,7 @@ build() {
 }
 
 set +e  # a condition would switch off the end at the first failure
-(set -e; fetch; build) > "$log" 2>&1 < /dev/null
+(set -e; [ ${#sources[@]} = 0 ] || fetch; build) > "$log" 2>&1 < /dev/null
 built=$?
 set -e
 if [ "$built" != 0 ]; then

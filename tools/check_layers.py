@@ -30,7 +30,7 @@ MAY_INCLUDE = {
 ALSO_INCLUDES = {"show/print.cpp": {"process/process.h", "process/frame.h"}}
 # Outside of the library: what may see its inside, and what sees the public header only.
 INSIDERS = {"tests", "fuzz", "bench"}
-OUTSIDERS = ("tests/api", "tests/package", "tools", "examples")
+OUTSIDERS = ("tests/api", "tests/package", "tools", "examples", "bindings")
 PUBLIC = ("tarnquill.h", "include/tarnquill.h", "tarnquill_plugin.h", "include/tarnquill_plugin.h")
 FOLDERS = set(MAY_INCLUDE) - {"include"}
 

@@ -3,7 +3,7 @@
 # name. A call with nothing missing takes no time and no network. Needs root only to install.
 #
 #   tools/install_dependencies.sh [build] [test] [extended] [tidy] [linux32] [win32] [win64] [package] [bench]
-#                                 [bindings] [manual] [shown] [gallery] [peers]
+#                                 [bindings] [npm] [browsers] [manual] [shown] [gallery] [peers]
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.."
 
@@ -19,6 +19,8 @@ declare -A packages=(
   [bench]="libbenchmark-dev"
   [bindings]="python3-numpy python3-pil python3-distributed mypy mono-mcs mono-runtime
     libmono-system-core4.0-cil fp-compiler fp-units-rtl"
+  [npm]="emscripten dpkg-dev"
+  [browsers]="nodejs chromium python3-numpy"  # what the package for npm is tried in
   [manual]="help2man doxygen man-db groff mandoc zsh"
   # Other programs that read and write the same formats; what uses them does without if it must.
   [shown]="netpbm poppler-utils"
@@ -60,11 +62,12 @@ install() {
     -o Dpkg::Use-Pty=0 install -y --no-install-recommends "$@"
 }
 
-[ $# -gt 0 ] || set -- build test extended tidy linux32 win32 win64 package bench bindings manual shown gallery peers
+[ $# -gt 0 ] \
+  || set -- build test extended tidy linux32 win32 win64 package bench bindings npm browsers manual shown gallery peers
 needed=() optional=()
 for group in "$@"; do
   case $group in
-    peers | shown | gallery | extended | bindings | manual) optional+=("$group") ;;
+    peers | shown | gallery | extended | bindings | browsers | manual) optional+=("$group") ;;
     *) needed+=("$group") ;;
   esac
 done

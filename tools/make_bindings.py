@@ -241,7 +241,8 @@ def main():
     if header.complaints:
         return 1
     if SOURCES.is_dir():
-        shutil.copytree(SOURCES, out, dirs_exist_ok=True, ignore=shutil.ignore_patterns("__pycache__", ".mypy_cache"))
+        left_out = shutil.ignore_patterns("__pycache__", ".mypy_cache", "npm")
+        shutil.copytree(SOURCES, out, dirs_exist_ok=True, ignore=left_out)
     for name, write in FILES.items():
         path = out / name
         path.parent.mkdir(parents=True, exist_ok=True)

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Makes the packages of the last commit: zip files for Windows, Debian packages, and their SHA256SUMS.
+# Makes the packages of the last commit: zip files for Windows, Debian packages, one for npm, and their SHA256SUMS.
 #
-#   tools/package.sh OUT [win32] [win64] [deb]      all of them without a name
+#   tools/package.sh OUT [win32] [win64] [deb] [npm]      all of them without a name
 #
 # Only what is committed goes in, built apart in build/packages. Dates are the commit's, and no path gets
 # into what is stripped: the same commit and compilers give the same bytes, in any folder.
@@ -12,12 +12,13 @@ set -euo pipefail
 repo=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 out=$(realpath -m -- "$1")
 shift
-[ $# -gt 0 ] || set -- win32 win64 deb
+[ $# -gt 0 ] || set -- win32 win64 deb npm
 cd "$repo"
 groups=(build manual package)
 for kind in "$@"; do
   case $kind in
     win32 | win64) groups+=("$kind" gallery) ;;
+    npm) groups+=("$kind") ;;
     deb) ;;
     *) echo "no such package: $kind" >&2; exit 2 ;;
   esac
@@ -92,13 +93,27 @@ pack_debian() {
   cp "$work"/*.deb "$out"
 }
 
+pack_npm() {
+  local name=tarnquill-$version.tgz
+  echo "== $name"
+  (cd "$source" && quietly configure.log cmake --preset wasm -DBUILD_TESTING=OFF)
+  quietly build.log cmake --build "$source/build/wasm" --target npm
+  tar --create --directory "$source/build/wasm" --sort=name "--mtime=@$SOURCE_DATE_EPOCH" --owner=0 --group=0 \
+    --numeric-owner --mode=u=rwX,go=rX --format=ustar package | gzip -9 -n > "$out/$name"
+  local bytes
+  bytes=$(stat -c %s "$out/$name")
+  [ "$bytes" -le 400000 ] || { echo "$name has $bytes bytes" >&2; return 1; }
+}
+
 for kind in "$@"; do
   unpack "$kind"
   case $kind in
     win32) pack_windows 32 i386 ;;
     win64) pack_windows 64 i386:x86-64 ;;
     deb) pack_debian ;;
+    npm) pack_npm ;;
   esac
 done
-(cd "$out" && find . -maxdepth 1 \( -name '*.zip' -o -name '*.deb' \) -printf '%f\n' | sort | xargs sha256sum > SHA256SUMS)
-(cd "$out" && ls -l -- *.zip *.deb 2> /dev/null) || true
+(cd "$out" && find . -maxdepth 1 \( -name '*.zip' -o -name '*.deb' -o -name '*.tgz' \) -printf '%f\n' | sort \
+  | xargs sha256sum > SHA256SUMS)
+(cd "$out" && ls -l -- *.zip *.deb *.tgz 2> /dev/null) || true
