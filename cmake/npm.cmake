@@ -43,3 +43,26 @@ add_custom_target(npm ALL
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${tq_npm_files} $<TARGET_FILE:tarnquill_npm> ${TQ_NPM_PACKAGE}
   DEPENDS tarnquill_npm ${tq_npm_files}
   VERBATIM)
+
+# Node.js and Chromium see what the library of this system sees, when that has been built.
+if(PROJECT_IS_TOP_LEVEL)
+  include(CTest)
+endif()
+if(BUILD_TESTING)
+  find_program(TQ_NODE NAMES node nodejs)
+  set(tq_bindings ${PROJECT_BINARY_DIR}/bindings)
+  set(tq_expected ${PROJECT_BINARY_DIR}/expected.json)
+  function(tq_add_npm_test name)
+    add_test(NAME npm.${name} COMMAND ${ARGN} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tests)
+    set_tests_properties(npm.${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+  endfunction()
+  tq_add_npm_test(write_bindings ${TQ_PYTHON} ${PROJECT_SOURCE_DIR}/tools/make_bindings.py ${tq_bindings})
+  tq_add_npm_test(expected
+    ${TQ_PYTHON} bindings/npm_expected.py ${tq_bindings} ${PROJECT_SOURCE_DIR}/build/release/lib/libtarnquill.so
+    ${tq_expected})
+  tq_add_npm_test(node ${TQ_NODE} bindings/npm_test.mjs ${TQ_NPM_PACKAGE} ${tq_expected})
+  tq_add_npm_test(chromium ${TQ_PYTHON} bindings/npm_browser_test.py ${TQ_NPM_PACKAGE} ${tq_expected})
+  set_tests_properties(npm.write_bindings PROPERTIES FIXTURES_SETUP npm_bindings)
+  set_tests_properties(npm.expected PROPERTIES FIXTURES_REQUIRED npm_bindings FIXTURES_SETUP npm_expected)
+  set_tests_properties(npm.node npm.chromium PROPERTIES FIXTURES_REQUIRED npm_expected)
+endif()

@@ -144,13 +144,27 @@ def check_pascal(code, folder, environment):
     outcome(["fpc", "-Mdelphi", f"-Fu{environment['BINDINGS']}/delphi", "-s", "block.pas"], folder, environment)
 
 
+def check_js(code, folder, environment):
+    """With the package for npm, where that has been built."""
+    if not shutil.which("node"):
+        return "not run: no node"
+    (folder / "block.mjs").write_text(code)
+    package = ROOT / "build" / "wasm" / "package"
+    if not (package / "tarnquill.wasm").exists():
+        outcome(["node", "--check", "block.mjs"], folder, environment)
+        return "not run: no package for npm"
+    (folder / "node_modules").mkdir()
+    (folder / "node_modules" / "tarnquill").symlink_to(package)
+    outcome(["node", "block.mjs"], folder, environment)
+
+
 def check_vb(code, folder, environment):
     """No compiler of it runs here; its names are looked up with those of the rest of the text."""
     return "names only"
 
 
 LANGUAGES = {"sh": check_sh, "c": check_c, "cpp": check_cpp, "cmake": check_cmake, "python": check_python,
-             "csharp": check_csharp, "pascal": check_pascal, "vb": check_vb}
+             "csharp": check_csharp, "pascal": check_pascal, "js": check_js, "vb": check_vb}
 
 
 # ---- What is not code ----

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Counts code lines per folder, in C, C++, Python and shell, without blank lines and comments, and the
+"""Counts code lines per folder, in C, C++, JavaScript, Python and shell, without blank lines and comments, and the
 share of the tests.
 
 With --strict the exit code is 1 when tests and fuzzers are not a quarter to a third of all code lines.
@@ -18,7 +18,7 @@ TESTS = {"tests", "fuzz"}
 C_TOKEN = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(?P<tag>[^(\s]*)\(.*?\)(?P=tag)"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'',
     re.DOTALL)
-LANGUAGES = {".c": "c", ".cpp": "c", ".h": "c", ".py": "python", ".sh": "shell"}
+LANGUAGES = {".c": "c", ".cpp": "c", ".h": "c", ".mjs": "c", ".py": "python", ".sh": "shell"}
 
 
 def language(path, text):
