@@ -18,6 +18,9 @@ add_library(tq_test_options INTERFACE)
 target_link_libraries(tq_test_options INTERFACE tq_warnings)
 if(TQ_INSTRUMENTED OR CMAKE_CROSSCOMPILING)
   target_compile_options(tq_test_options INTERFACE -O0)
+  # Models that go over millions of pixels take longer to run than to be optimised.
+  set_property(SOURCE tests/core/run_storage_test.cpp tests/formats/ccitt_test.cpp tests/formats/tiff_test.cpp
+    tests/process/geometry_test.cpp tests/process/kernels_test.cpp APPEND PROPERTY COMPILE_OPTIONS -O1)
 endif()
 
 if(TQ_TEST_SUPPORT_SOURCES)
