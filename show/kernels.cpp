@@ -17,6 +17,15 @@ void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* weights, i
   }
 }
 
+void mean_colours(const ColourColumns& of, std::uint8_t* bgr) {
+  for (std::size_t x = 0; x < of.columns.size(); ++x, bgr += 3) {
+    const Divisor divisor = of.divisor(x);
+    for (int i = 0; i < 3; ++i) {
+      bgr[i] = divisor.rounded(weighed_sum(of.samples + i, 3, of.columns[x], of.one));
+    }
+  }
+}
+
 void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
   for (std::ptrdiff_t i = 0; i < count; ++i, bgr += 3, bgrx += 4) {
     const std::uint8_t pixel[4] = {bgr[0], bgr[1], bgr[2], 255};
@@ -26,7 +35,13 @@ void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
 
 }  // namespace
 
-constexpr Kernels kPortableKernels{.weigh_rows = weigh_rows, .widen = widen};
+Divisor::Divisor(std::uint64_t total) {
+  while (total >> shift >= std::uint64_t{1} << 23) ++shift;
+  inverse = static_cast<std::uint32_t>((std::uint64_t{1} << kMeanBits) / (total >> shift));
+}
+
+constexpr Kernels kPortableKernels{
+    .weigh_rows = weigh_rows, .mean_colours = mean_colours, .widen = widen};
 
 Kernels select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
   Kernels kernels = kPortableKernels;

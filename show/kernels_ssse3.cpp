@@ -47,6 +47,45 @@ TQ_KERNEL void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* 
   kPortableKernels.weigh_rows(rest, weights, row_count, sums + i, count - i, add);
 }
 
+// Blue and red are in the low halves of 64 bits, green where it comes to lie by moving it down.
+TQ_KERNEL void mean_colours(const ColourColumns& of, std::uint8_t* bgr) {
+  const struct {
+    Vector shift, inverse;
+  } divisors[2] = {
+      {_mm_cvtsi32_si128(of.of_least.shift), all32(static_cast<int>(of.of_least.inverse))},
+      {_mm_cvtsi32_si128(of.of_others.shift), all32(static_cast<int>(of.of_others.inverse))}};
+  const Vector one = all32(static_cast<int>(of.one));
+  const Vector half = all64(std::int64_t{1} << (Divisor::kMeanBits - 1));
+  const std::size_t count = of.columns.size() - 1;  // four bytes are written for three
+  for (std::size_t x = 0; x < count; ++x, bgr += 3) {
+    const Span& span = of.columns[x];
+    const auto& divisor = divisors[of.totals[x] == of.least ? 0 : 1];
+    const std::uint32_t* at = of.samples + std::ptrdiff_t{3} * span.first;
+    const std::uint32_t* const last = of.samples + std::ptrdiff_t{3} * span.last;
+    Vector samples = load(at), weight = all32(static_cast<int>(span.first_weight));
+    Vector outer = multiply_unsigned32(samples, weight);
+    Vector green = multiply_unsigned32(shift_right_unsigned64<32>(samples), weight);
+    for (at += 3; at < last; at += 3) {
+      samples = load(at);
+      outer = add64(outer, multiply_unsigned32(samples, one));
+      green = add64(green, multiply_unsigned32(shift_right_unsigned64<32>(samples), one));
+    }
+    samples = load(last);
+    weight = all32(static_cast<int>(span.last_weight));
+    outer = add64(outer, multiply_unsigned32(samples, weight));
+    green = add64(green, multiply_unsigned32(shift_right_unsigned64<32>(samples), weight));
+    outer = multiply_unsigned32(_mm_srl_epi64(outer, divisor.shift), divisor.inverse);
+    green = multiply_unsigned32(_mm_srl_epi64(green, divisor.shift), divisor.inverse);
+    outer = shift_right_unsigned64<Divisor::kMeanBits>(add64(outer, half));
+    green = shift_right_unsigned64<Divisor::kMeanBits>(add64(green, half));
+    store32(bgr, outer | move_up<1>(green) | move_down<6>(outer));
+  }
+  ColourColumns rest = of;
+  rest.columns = of.columns.subspan(count);
+  rest.totals += count;
+  kPortableKernels.mean_colours(rest, bgr);
+}
+
 TQ_KERNEL void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
   alignas(16) static constexpr std::uint8_t kSpread[16] = {0, 1, 2, 128, 3, 4,  5,  128,
                                                            6, 7, 8, 128, 9, 10, 11, 128};
@@ -63,6 +102,7 @@ TQ_KERNEL void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t
 
 void add_ssse3_kernels(Kernels& kernels) {
   kernels.weigh_rows = weigh_rows;
+  kernels.mean_colours = mean_colours;
   kernels.widen = widen;
 }
 

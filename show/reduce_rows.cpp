@@ -11,7 +11,6 @@ namespace tq::show {
 namespace {
 
 constexpr std::uint64_t kMostWeighed = 1 << 20;  // in one sum: 255 times that fits 32 bits
-constexpr int kMeanBits = 40;                    // behind the point of a mean
 constexpr std::int32_t kWhole = 255 << 8;        // of a share
 
 // For each byte of bits: 1 where a bit is 0.
@@ -29,11 +28,6 @@ constexpr std::uint32_t mean8(std::uint64_t mean40) {
 }
 
 }  // namespace
-
-ShownRows::Divisor::Divisor(std::uint64_t total) {
-  while (total >> shift >= std::uint64_t{1} << 23) ++shift;
-  inverse = static_cast<std::uint32_t>((std::uint64_t{1} << kMeanBits) / (total >> shift));
-}
 
 Status ShownRows::open(const Part& columns, const Part& rows) {
   const std::int32_t count = columns.end - columns.first;
@@ -76,7 +70,7 @@ Status ShownRows::open_means(const Part& columns) {
   other_total_ = *most;
   TQ_TRY(room_.allocate(Kernels::kRows * room));
   room_bytes_ = static_cast<std::ptrdiff_t>(room);
-  TQ_TRY(weighed_samples_.allocate(columns_read * channels_));
+  TQ_TRY(weighed_samples_.allocate(columns_read * channels_ + 1));
   TQ_TRY(sums_.allocate(std::int64_t{count} * channels_));
   if (!image_.in_runs) return kOk;
   return runs_.open(columns_.pixels(), across_, image_.width);
@@ -116,7 +110,7 @@ void ShownRows::make_nearest(std::int32_t y) {
 }
 
 void ShownRows::make_means(const Span& rows) {
-  std::fill_n(sums_.data(), sums_.size(), std::uint64_t{0});
+  has_sums_ = false;
   std::uint32_t height = 0;
   for (std::int32_t y = rows.first; y <= rows.last; ++y) {
     const std::uint32_t weight = y == rows.first  ? rows.first_weight
@@ -126,10 +120,24 @@ void ShownRows::make_means(const Span& rows) {
     height += weight;
   }
   if (gathered_count_ > 0) weigh();
+  if (channels_ == 3 && !has_sums_) {  // all rows are in one sum
+    weighed_ = 0;
+    return kernels_.mean_colours(
+        {samples_of_column_0(), columns_.pixels(), across_.one(), totals_.data(), least_total_,
+         Divisor(std::uint64_t{height} * least_total_),
+         Divisor(std::uint64_t{height} * other_total_)},
+        colours_.data());
+  }
+  clear_sums();
   if (weighed_ > 0) add_columns();
   if (any_runs_) runs_.take(totals_.pixels(), sums_.pixels());
   any_runs_ = false;
   finish(height);
+}
+
+void ShownRows::clear_sums() {
+  if (!has_sums_) std::ranges::fill(sums_.pixels(), std::uint64_t{0});
+  has_sums_ = true;
 }
 
 // One more row of the present sum.
@@ -169,11 +177,12 @@ void ShownRows::weigh() {
   std::uint64_t now = 0;
   for (int i = 0; i < gathered_count_; ++i) now += weights_[i];
   kernels_.weigh_rows(gathered_, weights_, gathered_count_, weighed_samples_.data(),
-                      static_cast<std::ptrdiff_t>(weighed_samples_.size()), weighed_ > now);
+                      static_cast<std::ptrdiff_t>(weighed_samples_.size()) - 1, weighed_ > now);
   gathered_count_ = 0;
 }
 
 void ShownRows::add_columns() {
+  clear_sums();
   switch (channels_) {
     case 1:
       add_columns<1>();
@@ -190,22 +199,11 @@ void ShownRows::add_columns() {
 
 template <int kChannels>
 void ShownRows::add_columns() {
-  const int one_bits = std::countr_zero(across_.one());
-  const std::uint32_t* const samples =
-      weighed_samples_.data() - std::ptrdiff_t{kChannels} * samples_.base();
+  const std::uint32_t* const samples = samples_of_column_0();
   std::uint64_t* sums = sums_.data();
   for (const Span& span : columns_.pixels()) {
-    const std::uint32_t* const first = samples + std::ptrdiff_t{kChannels} * span.first;
-    const std::uint32_t* const last = samples + std::ptrdiff_t{kChannels} * span.last;
-    std::uint64_t inner[kChannels] = {};
-    for (const std::uint32_t* at = first + kChannels; at < last; at += kChannels) {
-      for (int i = 0; i < kChannels; ++i) inner[i] += at[i];
-    }
-    for (int i = 0; i < kChannels; ++i) {
-      sums[i] += std::uint64_t{first[i]} * span.first_weight + (inner[i] << one_bits) +
-                 std::uint64_t{last[i]} * span.last_weight;
-    }
-    sums += kChannels;
+    for (int i = 0; i < kChannels; ++i)
+      *sums++ += weighed_sum(samples + i, kChannels, span, across_.one());
   }
 }
 
@@ -233,7 +231,6 @@ void ShownRows::finish(std::uint32_t height) {
 // What it reads are copies: the pixels that are written could be anything else.
 template <int kChannels>
 void ShownRows::finish_opaque(const Divisor* divisors) {
-  constexpr std::uint64_t kHalf = std::uint64_t{1} << (kMeanBits - 1);
   const Divisor usual = divisors[0], other = divisors[1];
   const std::uint32_t* const totals = totals_.data();
   const std::uint32_t least = least_total_;
@@ -242,9 +239,7 @@ void ShownRows::finish_opaque(const Divisor* divisors) {
   const auto count = std::ssize(columns_.pixels());
   for (std::ptrdiff_t x = 0; x < count; ++x, sums += kChannels, out += kChannels) {
     const Divisor divisor = totals[x] == least ? usual : other;
-    for (int i = 0; i < kChannels; ++i) {
-      out[i] = byte((divisor.mean40(sums[i]) + kHalf) >> kMeanBits);
-    }
+    for (int i = 0; i < kChannels; ++i) out[i] = divisor.rounded(sums[i]);
   }
 }
 

@@ -37,22 +37,16 @@ class ShownRows {
  private:
   // What a sum is divided by: the part of it that counts, and its inverse. No total is below 2^22, and
   // no sum above 255 times the total: both factors have 32 bits, which 32-bit processors are glad of.
-  struct Divisor {
-    explicit Divisor(std::uint64_t total);
-    std::uint64_t mean40(std::uint64_t sum) const {
-      return std::uint64_t{static_cast<std::uint32_t>(sum >> shift)} * inverse;
-    }
-
-    int shift = 0;
-    std::uint32_t inverse = 0;
-  };
-
   bool is_mono() const { return image_.bits == 1; }
+  const std::uint32_t* samples_of_column_0() const {
+    return weighed_samples_.data() - std::ptrdiff_t{channels_} * samples_.base();
+  }
   Status open_means(const Part& columns);
   void make_nearest(std::int32_t y);
   void make_means(const Span& rows);
   void gather(std::int32_t y, std::uint32_t weight);
   void weigh();
+  void clear_sums();
   void add_columns();
   template <int kChannels>
   void add_columns();
@@ -82,6 +76,7 @@ class ShownRows {
   std::uint16_t weights_[Kernels::kRows] = {};
   int gathered_count_ = 0;
   std::uint64_t weighed_ = 0;  // in sums of samples
+  bool has_sums_ = false;
   RowBuffer<std::uint32_t> weighed_samples_;
   RowBuffer<std::uint64_t> sums_;  // by column and channel
   RunColumns runs_;
