@@ -17,13 +17,17 @@ void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* weights, i
   }
 }
 
-void mean_colours(const ColourColumns& of, std::uint8_t* bgr) {
+void mean_colours(const ColourColumns& of, Divisors divisors, std::uint8_t* bgr) {
   for (std::size_t x = 0; x < of.columns.size(); ++x, bgr += 3) {
-    const Divisor divisor = of.divisor(x);
+    const Divisor divisor = divisors.at(x);
     for (int i = 0; i < 3; ++i) {
       bgr[i] = divisor.rounded(weighed_sum(of.samples + i, 3, of.columns[x], of.one));
     }
   }
+}
+
+void mean_shares(std::span<const std::uint64_t> sums, Divisors divisors, std::uint16_t* shares) {
+  for (std::size_t x = 0; x < sums.size(); ++x) shares[x] = divisors.at(x).share(sums[x]);
 }
 
 void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
@@ -40,8 +44,10 @@ Divisor::Divisor(std::uint64_t total) {
   inverse = static_cast<std::uint32_t>((std::uint64_t{1} << kMeanBits) / (total >> shift));
 }
 
-constexpr Kernels kPortableKernels{
-    .weigh_rows = weigh_rows, .mean_colours = mean_colours, .widen = widen};
+constexpr Kernels kPortableKernels{.weigh_rows = weigh_rows,
+                                   .mean_colours = mean_colours,
+                                   .mean_shares = mean_shares,
+                                   .widen = widen};
 
 Kernels select_kernels([[maybe_unused]] const platform::CpuFeatures& features) {
   Kernels kernels = kPortableKernels;

@@ -20,6 +20,10 @@ struct Divisor {
   std::uint64_t mean40(std::uint64_t sum) const {
     return std::uint64_t{static_cast<std::uint32_t>(sum >> shift)} * inverse;
   }
+  // 255 times the mean, with 8 bits behind the point.
+  std::uint16_t share(std::uint64_t sum) const {
+    return word((255 * mean40(sum) + (std::uint64_t{1} << 31)) >> 32);
+  }
   std::uint8_t rounded(std::uint64_t sum) const {
     return byte((mean40(sum) + (std::uint64_t{1} << (kMeanBits - 1))) >> kMeanBits);
   }
@@ -28,19 +32,23 @@ struct Divisor {
   std::uint32_t inverse = 0;
 };
 
+// What sums of columns are divided by: one of two.
+struct Divisors {
+  const std::uint32_t* totals;  // of each column: `least` or another
+  std::uint32_t least;
+  Divisor of_least, of_others;
+
+  const Divisor& at(std::size_t column) const {
+    return totals[column] == least ? of_least : of_others;
+  }
+};
+
 // Columns of three channels, and of what they are the means.
 struct ColourColumns {
   const std::uint32_t*
       samples;  // sums of rows, from the image's column 0; one more than all can be read
   std::span<const Span> columns;  // at least one
   std::uint32_t one;
-  const std::uint32_t* totals;  // of each column: `least` or another
-  std::uint32_t least;
-  Divisor of_least, of_others;
-
-  const Divisor& divisor(std::size_t column) const {
-    return totals[column] == least ? of_least : of_others;
-  }
 };
 
 // Of one channel of several.
@@ -63,7 +71,11 @@ struct Kernels {
   void (*weigh_rows)(const std::uint8_t* const* rows, const std::uint16_t* weights, int row_count,
                      std::uint32_t* sums, std::ptrdiff_t count, bool add);
 
-  void (*mean_colours)(const ColourColumns& of, std::uint8_t* bgr);
+  void (*mean_colours)(const ColourColumns& of, Divisors divisors, std::uint8_t* bgr);
+
+  // 255 times the means, with 8 bits behind the point.
+  void (*mean_shares)(std::span<const std::uint64_t> sums, Divisors divisors,
+                      std::uint16_t* shares);
 
   // Blue, green, red to the same and 255.
   void (*widen)(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count);

@@ -48,18 +48,19 @@ TQ_KERNEL void weigh_rows(const std::uint8_t* const* rows, const std::uint16_t* 
 }
 
 // Blue and red are in the low halves of 64 bits, green where it comes to lie by moving it down.
-TQ_KERNEL void mean_colours(const ColourColumns& of, std::uint8_t* bgr) {
+TQ_KERNEL void mean_colours(const ColourColumns& of, Divisors divisors, std::uint8_t* bgr) {
   const struct {
     Vector shift, inverse;
-  } divisors[2] = {
-      {_mm_cvtsi32_si128(of.of_least.shift), all32(static_cast<int>(of.of_least.inverse))},
-      {_mm_cvtsi32_si128(of.of_others.shift), all32(static_cast<int>(of.of_others.inverse))}};
+  } both[2] = {{_mm_cvtsi32_si128(divisors.of_least.shift),
+                all32(static_cast<int>(divisors.of_least.inverse))},
+               {_mm_cvtsi32_si128(divisors.of_others.shift),
+                all32(static_cast<int>(divisors.of_others.inverse))}};
   const Vector one = all32(static_cast<int>(of.one));
   const Vector half = all64(std::int64_t{1} << (Divisor::kMeanBits - 1));
   const std::size_t count = of.columns.size() - 1;  // four bytes are written for three
   for (std::size_t x = 0; x < count; ++x, bgr += 3) {
     const Span& span = of.columns[x];
-    const auto& divisor = divisors[of.totals[x] == of.least ? 0 : 1];
+    const auto& divisor = both[divisors.totals[x] == divisors.least ? 0 : 1];
     const std::uint32_t* at = of.samples + std::ptrdiff_t{3} * span.first;
     const std::uint32_t* const last = of.samples + std::ptrdiff_t{3} * span.last;
     Vector samples = load(at), weight = all32(static_cast<int>(span.first_weight));
@@ -82,8 +83,31 @@ TQ_KERNEL void mean_colours(const ColourColumns& of, std::uint8_t* bgr) {
   }
   ColourColumns rest = of;
   rest.columns = of.columns.subspan(count);
-  rest.totals += count;
-  kPortableKernels.mean_colours(rest, bgr);
+  divisors.totals += count;
+  kPortableKernels.mean_colours(rest, divisors, bgr);
+}
+
+// Two at a time, if all are moved down by as much.
+TQ_KERNEL void mean_shares(std::span<const std::uint64_t> sums, Divisors divisors,
+                           std::uint16_t* shares) {
+  alignas(16) static constexpr std::uint8_t kWords[16] = {0,   1,   8,   9,   128, 128, 128, 128,
+                                                          128, 128, 128, 128, 128, 128, 128, 128};
+  const Vector words = load(kWords), shift = _mm_cvtsi32_si128(divisors.of_least.shift);
+  const Vector least = all32(static_cast<int>(divisors.least)), half = all64(std::int64_t{1} << 31);
+  const Vector of_least = all32(static_cast<int>(divisors.of_least.inverse));
+  const Vector of_others = all32(static_cast<int>(divisors.of_others.inverse));
+  const bool alike = divisors.of_least.shift == divisors.of_others.shift;
+  const std::size_t count = alike ? sums.size() & ~std::size_t{1} : 0;
+  for (std::size_t x = 0; x < count; x += 2) {
+    const Vector totals = load64(divisors.totals + x);
+    const Vector is_least = _mm_cmpeq_epi32(interleave_low32(totals, totals), least);
+    const Vector inverse = (is_least & of_least) | _mm_andnot_si128(is_least, of_others);
+    const Vector mean = multiply_unsigned32(_mm_srl_epi64(load(sums.data() + x), shift), inverse);
+    const Vector share = add64(subtract64(_mm_slli_epi64(mean, 8), mean), half);
+    store32(shares + x, shuffle8(shift_right_unsigned64<32>(share), words));
+  }
+  divisors.totals += count;
+  kPortableKernels.mean_shares(sums.subspan(count), divisors, shares + count);
 }
 
 TQ_KERNEL void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t count) {
@@ -103,6 +127,7 @@ TQ_KERNEL void widen(const std::uint8_t* bgr, std::uint8_t* bgrx, std::ptrdiff_t
 void add_ssse3_kernels(Kernels& kernels) {
   kernels.weigh_rows = weigh_rows;
   kernels.mean_colours = mean_colours;
+  kernels.mean_shares = mean_shares;
   kernels.widen = widen;
 }
 

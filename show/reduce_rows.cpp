@@ -72,6 +72,7 @@ Status ShownRows::open_means(const Part& columns) {
   room_bytes_ = static_cast<std::ptrdiff_t>(room);
   TQ_TRY(weighed_samples_.allocate(columns_read * channels_ + 1));
   TQ_TRY(sums_.allocate(std::int64_t{count} * channels_));
+  if (is_mono()) TQ_TRY(shares_.allocate(count));
   if (!image_.in_runs) return kOk;
   return runs_.open(columns_.pixels(), across_, image_.width);
 }
@@ -120,19 +121,20 @@ void ShownRows::make_means(const Span& rows) {
     height += weight;
   }
   if (gathered_count_ > 0) weigh();
+  const Divisors divisors{.totals = totals_.data(),
+                          .least = least_total_,
+                          .of_least = Divisor(std::uint64_t{height} * least_total_),
+                          .of_others = Divisor(std::uint64_t{height} * other_total_)};
   if (channels_ == 3 && !has_sums_) {  // all rows are in one sum
     weighed_ = 0;
-    return kernels_.mean_colours(
-        {samples_of_column_0(), columns_.pixels(), across_.one(), totals_.data(), least_total_,
-         Divisor(std::uint64_t{height} * least_total_),
-         Divisor(std::uint64_t{height} * other_total_)},
-        colours_.data());
+    return kernels_.mean_colours({samples_of_column_0(), columns_.pixels(), across_.one()},
+                                 divisors, colours_.data());
   }
   clear_sums();
   if (weighed_ > 0) add_columns();
   if (any_runs_) runs_.take(totals_.pixels(), sums_.pixels());
   any_runs_ = false;
-  finish(height);
+  finish(divisors);
 }
 
 void ShownRows::clear_sums() {
@@ -208,9 +210,7 @@ void ShownRows::add_columns() {
 }
 
 // Sums to colours.
-void ShownRows::finish(std::uint32_t height) {
-  const Divisor divisors[2] = {Divisor(std::uint64_t{height} * least_total_),
-                               Divisor(std::uint64_t{height} * other_total_)};
+void ShownRows::finish(const Divisors& divisors) {
   if (is_mono()) return finish_mono(divisors);
   if (channels_ == 1) return finish_opaque<1>(divisors);
   if (channels_ == 3) return finish_opaque<3>(divisors);
@@ -218,7 +218,7 @@ void ShownRows::finish(std::uint32_t height) {
   std::uint8_t* out = colours_.data();
   const auto count = std::ssize(columns_.pixels());
   for (std::ptrdiff_t x = 0; x < count; ++x, sums += channels_, out += row_.channels) {
-    const Divisor& divisor = divisors[totals_[x] != least_total_];
+    const Divisor& divisor = divisors.at(x);
     const std::uint32_t share = mean8(divisor.mean40(sums[3]));
     share_[x] = byte((share + 128) >> 8);
     for (int i = 0; i < 3; ++i) {
@@ -228,23 +228,20 @@ void ShownRows::finish(std::uint32_t height) {
   }
 }
 
-// What it reads are copies: the pixels that are written could be anything else.
 template <int kChannels>
-void ShownRows::finish_opaque(const Divisor* divisors) {
-  const Divisor usual = divisors[0], other = divisors[1];
-  const std::uint32_t* const totals = totals_.data();
-  const std::uint32_t least = least_total_;
+void ShownRows::finish_opaque(const Divisors& divisors) {
   const std::uint64_t* sums = sums_.data();
   std::uint8_t* out = colours_.data();
   const auto count = std::ssize(columns_.pixels());
   for (std::ptrdiff_t x = 0; x < count; ++x, sums += kChannels, out += kChannels) {
-    const Divisor divisor = totals[x] == least ? usual : other;
+    const Divisor divisor = divisors.at(x);
     for (int i = 0; i < kChannels; ++i) out[i] = divisor.rounded(sums[i]);
   }
 }
 
 // Between the two colours by the share of the first.
-void ShownRows::finish_mono(const Divisor* divisors) {
+void ShownRows::finish_mono(const Divisors& divisors) {
+  kernels_.mean_shares(sums_.pixels(), divisors, shares_.data());
   const std::span<const Rgb> palette = palette_of(image_);
   const Rgb zero = palette[0], one = palette[1];
   const int transparent = row_.share != nullptr ? image_.transparent_colour & 255 : -1;
@@ -253,22 +250,17 @@ void ShownRows::finish_mono(const Divisor* divisors) {
   };
   std::uint8_t* out = colours_.data();
   const auto count = std::ssize(columns_.pixels());
-  // Out of reach of the pixels, so that none of it is read again for each.
-  const auto part_of = [usual = divisors[0], other = divisors[1], totals = totals_.data(),
-                        sums = sums_.data(), least = least_total_](std::ptrdiff_t x) {
-    const std::uint64_t mean = (totals[x] == least ? usual : other).mean40(sums[x]);
-    return static_cast<std::int32_t>(mean8(255 * mean));
-  };
+  const std::uint16_t* const parts = shares_.data();
   if (row_.channels == 1 && transparent < 0) {
     if (zero.blue == 0 && one.blue == 255) {  // the usual ones: what mix() gives
-      for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = byte((kWhole + 128 - part_of(x)) >> 8);
+      for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = byte((kWhole + 128 - parts[x]) >> 8);
       return;
     }
-    for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = mix(zero.blue, one.blue, part_of(x));
+    for (std::ptrdiff_t x = 0; x < count; ++x) out[x] = mix(zero.blue, one.blue, parts[x]);
     return;
   }
   for (std::ptrdiff_t x = 0; x < count; ++x, out += row_.channels) {
-    std::int32_t part = part_of(x);
+    std::int32_t part = parts[x];
     if (transparent >= 0) {
       const std::int32_t opaque = transparent == 0 ? kWhole - part : part;
       share_[x] = byte((opaque + 128) >> 8);

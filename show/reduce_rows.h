@@ -50,10 +50,10 @@ class ShownRows {
   void add_columns();
   template <int kChannels>
   void add_columns();
-  void finish(std::uint32_t height);
+  void finish(const Divisors& divisors);
   template <int kChannels>
-  void finish_opaque(const Divisor* divisors);
-  void finish_mono(const Divisor* divisors);
+  void finish_opaque(const Divisors& divisors);
+  void finish_mono(const Divisors& divisors);
 
   const ImageRecord& image_;
   Samples samples_;
@@ -77,6 +77,7 @@ class ShownRows {
   int gathered_count_ = 0;
   std::uint64_t weighed_ = 0;  // in sums of samples
   bool has_sums_ = false;
+  RowBuffer<std::uint16_t> shares_;  // of the first of two colours
   RowBuffer<std::uint32_t> weighed_samples_;
   RowBuffer<std::uint64_t> sums_;  // by column and channel
   RunColumns runs_;
