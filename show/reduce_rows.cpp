@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
+#include <utility>
 
 #include "pixels/rows.h"
 
@@ -130,9 +130,9 @@ void ShownRows::make_means(const Span& rows) {
     return kernels_.mean_colours({samples_of_column_0(), columns_.pixels(), across_.one()},
                                  divisors, colours_.data());
   }
-  clear_sums();
   if (weighed_ > 0) add_columns();
-  if (any_runs_) runs_.take(totals_.pixels(), sums_.pixels());
+  if (any_runs_) runs_.take(totals_.pixels(), std::exchange(has_sums_, true), sums_.pixels());
+  clear_sums();
   any_runs_ = false;
   finish(divisors);
 }

@@ -33,19 +33,19 @@ Status RunColumns::open(std::span<const Span> columns, const Spans& spans, std::
 // Calls `add(place, sign)` for every change of colour that columns see, from a white start.
 template <class Add>
 void RunColumns::each_change(Transitions row, Add&& add) const {
-  const Place* const places = places_.data();
+  const Place* const places = places_.data() - first_;
   auto next = row.begin();
   if (first_ > 0) {
     next = std::upper_bound(row.begin(), row.end(), first_);
-    if ((next - row.begin()) % 2 != 0) add(places[0], 1);
+    if ((next - row.begin()) % 2 != 0) add(places[first_], 1);
   }
   const auto last = sees_end_ ? row.end() : std::lower_bound(next, row.end(), end_);
-  if ((next - row.begin()) % 2 != 0 && next != last) add(places[*next++ - first_], -1);
+  if ((next - row.begin()) % 2 != 0 && next != last) add(places[*next++], -1);
   for (; last - next >= 2; next += 2) {
-    add(places[next[0] - first_], 1);
-    add(places[next[1] - first_], -1);
+    add(places[next[0]], 1);
+    add(places[next[1]], -1);
   }
-  if (next != last) add(places[*next - first_], 1);
+  if (next != last) add(places[*next], 1);
 }
 
 void RunColumns::add(Transitions row, std::uint32_t weight) {
@@ -83,13 +83,15 @@ void RunColumns::unpack() {
   packed_rows_ = 0;
 }
 
-void RunColumns::take(std::span<const std::uint32_t> totals, std::span<std::uint64_t> sums) {
+void RunColumns::take(std::span<const std::uint32_t> totals, bool add,
+                      std::span<std::uint64_t> sums) {
   Change* const changes = changes_.data();
   std::int64_t* const packed = packed_.data();
   std::int64_t whole = 0;
   for (std::size_t column = 0; column < sums.size(); ++column) {
     const Change change = sum_of(changes[column], packed[column]);
-    sums[column] += static_cast<std::uint64_t>(change.part + whole * totals[column]);
+    const auto sum = static_cast<std::uint64_t>(change.part + whole * totals[column]);
+    sums[column] = add ? sums[column] + sum : sum;
     whole += change.whole;
     changes[column] = {};
     packed[column] = 0;

@@ -18,8 +18,8 @@ class RunColumns {
   // The black pixels of a row, times a weight; of `one` in half of the time.
   void add(Transitions row, std::uint32_t weight);
 
-  // Adds what has been gathered to a sum for each column, and begins anew.
-  void take(std::span<const std::uint32_t> totals, std::span<std::uint64_t> sums);
+  // Makes a sum for each column of what has been gathered, or adds it to one, and begins anew.
+  void take(std::span<const std::uint32_t> totals, bool add, std::span<std::uint64_t> sums);
 
  private:
   // Of a place between two pixels: the first column that has something behind it, and how much.
