@@ -44,6 +44,7 @@ if(WIN32)
   add_custom_command(TARGET tarnquill POST_BUILD
     COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${TQ_DEF} --dllname $<TARGET_FILE_NAME:tarnquill>
             --output-lib $<TARGET_LINKER_FILE:tarnquill>
+            --temp-prefix tarnquill  # members bear its name, and else that of the folder
     VERBATIM)
 else()
   set(TQ_MAP ${PROJECT_SOURCE_DIR}/exports.map)
