@@ -81,7 +81,7 @@ void check_pixels(Input& in, std::int32_t image, const img_view& view) {
   const std::int32_t format = kFormats[in.below(3)];
   const std::int64_t row = std::int64_t{view.width} * (format / 8);
   // Of a struct that ends inside of its height the library sees another one.
-  if (view.height < 1 || row < 1 || row * view.height > kLargestWindow) return;
+  if (view.height < 1 || row < 1 || row > kLargestWindow / view.height) return;
   const auto stride = static_cast<std::ptrdiff_t>(row + in.below(5));
   const auto bytes = static_cast<std::size_t>(stride * (view.height - 1) + row);
   const std::uint8_t there = in.u8();
