@@ -40,11 +40,11 @@ if(WIN32)
   set_target_properties(tarnquill PROPERTIES PREFIX "" LINK_DEPENDS ${TQ_DEF})
   # The list names decorated symbols (name@bytes); the DLL's name table holds the bare names.
   target_link_options(tarnquill PRIVATE -static -static-libgcc -Wl,--kill-at -Wl,--gc-sections)
-  # The linker's own import library would lose the decoration that callers refer to.
+  # The linker's own import library would lose the decoration that callers refer to. Symbols in it bear its path.
   add_custom_command(TARGET tarnquill POST_BUILD
     COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${TQ_DEF} --dllname $<TARGET_FILE_NAME:tarnquill>
-            --output-lib $<TARGET_LINKER_FILE:tarnquill>
-            --temp-prefix tarnquill  # members bear its name, and else that of the folder
+            --output-lib $<TARGET_LINKER_FILE_NAME:tarnquill>
+    WORKING_DIRECTORY $<TARGET_LINKER_FILE_DIR:tarnquill>
     VERBATIM)
 else()
   set(TQ_MAP ${PROJECT_SOURCE_DIR}/exports.map)
