@@ -6,7 +6,7 @@
 #if defined(__i386__) || defined(__x86_64__)
 
 #include "platform/x86/simd256.h"
-#include "process/colour/kernels.h"
+#include "process/colour/sixteen_x86.h"
 
 namespace tq::process {
 namespace {
@@ -247,9 +247,51 @@ TQ_KERNEL void diffuse_stucki_lanes(const StuckiLanes& lanes, const std::uint8_t
   join_lanes(lanes, bits);
 }
 
+// 16 colours. The first lane of one chain and the last of another.
+TQ_SIMD x86::WideChain side_by_side(const x86::WideChain& first, const x86::WideChain& last) {
+  x86::WideChain both = first;
+  both.place[1] = last.place[1];
+  both.value = joined(lane<0>(first.value), lane<1>(last.value));
+  both.following = joined(lane<0>(first.following), lane<1>(last.following));
+  TQ_UNROLLED
+  for (int k = 0; k < 4; ++k)
+    both.below[k] = joined(lane<0>(first.below[k]), lane<1>(last.below[k]));
+  return both;
+}
+
+// One lane everywhere.
+template <int kLane>
+TQ_SIMD x86::WideChain alone(const x86::WideChain& both) {
+  x86::WideChain one = both;
+  one.place[1 - kLane] = both.place[kLane];
+  one.value = repeated(lane<kLane>(both.value));
+  one.following = repeated(lane<kLane>(both.following));
+  TQ_UNROLLED
+  for (int k = 0; k < 4; ++k) one.below[k] = repeated(lane<kLane>(both.below[k]));
+  return one;
+}
+
+// Two rows, a lane each. The lower one loads two pixels ahead, before the upper one stores, which
+// gives to these until it is two pixels further: it is five pixels behind, or an even number more.
+TQ_KERNEL void diffuse_to_sixteen(const WideRows& rows) {
+  constexpr int kLag = 6;
+  if (rows.count < 2 || rows.width < kLag) return x86::diffuse_one_by_one(rows);
+  x86::WideChain upper = x86::begin_row(rows, 0);
+  diffuse_pixels(upper, kLag);
+  x86::WideChain both = side_by_side(upper, x86::begin_row(rows, 1));
+  for (int x = kLag; x + 2 <= rows.width; x += 2) diffuse_pixels(both, 2);
+  upper = alone<0>(both);
+  diffuse_pixels(upper, rows.width - upper.place[0].x);
+  end_row(upper);
+  x86::WideChain lower = alone<1>(both);
+  diffuse_pixels(lower, rows.width - lower.place[0].x);
+  end_row(lower);
+}
+
 }  // namespace
 
 void add_avx2_kernels(Kernels& kernels) {
+  kernels.diffuse_to_sixteen = diffuse_to_sixteen;
   kernels.diffuse_stucki_lanes = diffuse_stucki_lanes;
 }
 

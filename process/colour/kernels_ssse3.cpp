@@ -4,7 +4,7 @@
 
 #include "pixels/colours.h"
 #include "platform/x86/simd128.h"
-#include "process/colour/kernels.h"
+#include "process/colour/sixteen_x86.h"
 
 namespace tq::process {
 namespace {
@@ -110,90 +110,21 @@ TQ_KERNEL void diffuse_to_cells(Rgb* current, Rgb* next, CellColours& cells, std
   store(next + width - 2, window);
 }
 
-// 16 colours. Where the diffusion of one row is.
-struct WideChain {
-  const WideColour* current;
-  WideColour* next;
-  std::uint8_t* out;
-  int x;
-  Vector value, following, below[4];
-};
-
-TQ_SIMD WideChain begin_row(const WideRows& rows, int i) {
-  const WideColour* current = rows.row[i];
-  WideColour* next = rows.row[i + 1];
-  return {current,
-          next,
-          rows.out[i],
-          0,
-          load(current),
-          load(current + 1),
-          {load(next - 2), load(next - 1), load(next), load(next + 1)}};
-}
-
-TQ_SIMD void end_row(const WideChain& chain) {
-  for (int i = 0; i < 4; ++i) store(chain.next + chain.x - 2 + i, chain.below[i]);
-}
-
-// One pixel; returns its index.
-TQ_SIMD std::uint32_t diffuse_pixel(WideChain& chain) {
-  alignas(16) static constexpr std::uint32_t kUnused[4] = {0, 0, 0, 0xFFFFFFFF};
-  const Vector on = greater32(chain.value, all32(180));
-  const Vector over = greater32(chain.value, all32(220));
-  const Vector pairs = over | shuffle32<0xB1>(over);
-  const Vector full = pairs | shuffle32<0x4E>(pairs);
-  // 0, 128 or 255; what does not depend on `full` comes first, as that is known late.
-  const Vector less_half = subtract32(chain.value, on & all32(128));
-  const Vector more = on & all32(127);
-  const Vector error = subtract32(less_half, full & more);
-  // The channel that colours do not use is never on.
-  const Vector bits = on | (full & load(kUnused));
-
-  const Vector quarter = shift_right32<2>(error);
-  const Vector eighth = shift_right32<3>(error);
-  const Vector sixteenth = shift_right32<4>(error);
-  const int x = chain.x++;
-  chain.value = add32(chain.following, quarter);
-  chain.following = add32(load(chain.current + x + 2), eighth);
-  store(chain.next + x - 2, add32(chain.below[0], sixteenth));
-  chain.below[0] = add32(chain.below[1], eighth);
-  chain.below[1] = add32(chain.below[2], quarter);
-  chain.below[2] = add32(chain.below[3], eighth);
-  chain.below[3] = add32(load(chain.next + x + 2), sixteenth);
-  return top_bits32(bits);
-}
-
-TQ_SIMD void diffuse_pixels(WideChain& chain, int count) {
-  std::uint8_t* out = chain.out + chain.x / 2;
-  for (; count >= 2; count -= 2) {
-    const std::uint32_t left = diffuse_pixel(chain);
-    *out++ = byte(left << 4 | diffuse_pixel(chain));
-  }
-  if (count == 1) *out = byte(diffuse_pixel(chain) << 4);
-}
-
 // A pixel waits for the one before it, so two rows are worked on in turn. The lower one loads two
 // pixels ahead, and the upper one gives to these until it is two pixels further.
 TQ_KERNEL void diffuse_to_sixteen(const WideRows& rows) {
   constexpr int kLag = 4;
-  if (rows.count < 2 || rows.width < kLag) {
-    for (int i = 0; i < rows.count; ++i) {
-      WideChain chain = begin_row(rows, i);
-      diffuse_pixels(chain, rows.width);
-      end_row(chain);
-    }
-    return;
-  }
-  WideChain upper = begin_row(rows, 0);
+  if (rows.count < 2 || rows.width < kLag) return x86::diffuse_one_by_one(rows);
+  x86::WideChain upper = x86::begin_row(rows, 0);
   diffuse_pixels(upper, kLag);
-  WideChain lower = begin_row(rows, 1);
-  while (upper.x + 2 <= rows.width) {
+  x86::WideChain lower = x86::begin_row(rows, 1);
+  for (int x = kLag; x + 2 <= rows.width; x += 2) {
     diffuse_pixels(upper, 2);
     diffuse_pixels(lower, 2);
   }
-  diffuse_pixels(upper, rows.width - upper.x);
+  diffuse_pixels(upper, rows.width - upper.place[0].x);
   end_row(upper);
-  diffuse_pixels(lower, rows.width - lower.x);
+  diffuse_pixels(lower, rows.width - lower.place[0].x);
   end_row(lower);
 }
 
