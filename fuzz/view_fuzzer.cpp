@@ -7,9 +7,9 @@ namespace tq::fuzz {
 namespace {
 
 constexpr std::uint64_t kLargestAllowed = 1 << 22;  // bytes; a larger block is refused
-constexpr std::int64_t kLargestWindow = 1 << 18;    // bytes that are rendered
-constexpr int kMostViews = 6;
-constexpr std::int32_t kMostBands = 200;  // each makes its tables anew
+constexpr std::int64_t kLargestWindow = 1 << 17;    // bytes that are rendered
+constexpr int kMostViews = 4;
+constexpr std::int32_t kMostBands = 16;  // each makes its tables anew
 
 img_view choose_view(Input& in) {
   img_view view{};
