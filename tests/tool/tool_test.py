@@ -445,6 +445,25 @@ class Pages(ToolTest):
             for seen, expected in zip(media.groups(), size):
                 self.assertAlmostEqual(float(seen), expected, delta=1, msg=options)
 
+    def test_are_taken_out_as_they_are(self):
+        photo = CORPUS / "jpeg" / "420-progressive.jpg"
+        self.write_picture("page.bmp", 33, 20, 1)
+        self.write_picture("chart.bmp", 21, 9, 8)
+        self.succeed("convert", "--code", "tiff-g4", "page.bmp", "page.tif")
+        self.succeed("convert", "chart.bmp", "chart.png")
+        self.succeed("convert", "-q", "page.tif", photo, "chart.png", "book.pdf")
+        self.succeed("extract", "book.pdf", "out-%02d")
+        self.assertEqual([name for name in self.names() if name.startswith("out")],
+                         ["out-01.tif", "out-02.jpg", "out-03.png"])
+        self.assertEqual((self.folder / "out-02.jpg").read_bytes(), photo.read_bytes())
+        for source, result in (("page.bmp", "out-01.tif"), ("chart.bmp", "out-03.png")):
+            self.assertEqual(self.convert(result, "--promote", "24"), self.convert(source, "--promote", "24"), result)
+        self.refuse(2, "3 pages need a name with %d in it", "extract", "book.pdf", "one")
+        self.assertIn("page 2 -> one.jpg: as it was", self.refuse(0, "", "extract", "-v", "--page", "2", "book.pdf",
+                                                                  "one").stderr.decode())
+        self.refuse(1, "(-31)", "extract", "--page", "4", "book.pdf", "none")
+        self.assertNotIn("none", "".join(self.names()))
+
 
 class Damage(ToolTest):
     def test_of_files_cut_anywhere_is_told(self):
