@@ -266,11 +266,14 @@ TEST(PdfPage, BadIntentionsEndSoon) {
        StatusCode::unsupported},
       {with_object(3, "<</Type/Page/Contents 4 0 R/MediaBox 3 0 R/Resources 3 0 R/Rotate[0]>>"),
        StatusCode::unsupported},
+      {with_object(1, "<</Pages 2147483647 0 R>>"), StatusCode::no_such_page},
       {with_object(1, "<</Pages 2 0 R/OCProperties 1 0 R>>"), kOk},
   };
+  memory_probe::refuse_above(1 << 20);  // numbers cost nothing
   for (const auto& [document, expected] : cases) {
     EXPECT_EQ(decode(document).status, expected) << document.text;
   }
+  memory_probe::refuse_above(kLargestBlock);
   // An object stream in an object stream, and its own parameters in itself.
   for (const char* entry : {"", "/DecodeParms 7 0 R/Filter/ASCIIHexDecode"}) {
     PdfDocument document = grey(kGrey);

@@ -75,6 +75,8 @@ class Tree {
              !node.value()["Type"].is_name("Pages");
     }
   };
+  // Whether there can be an object of this number: sets of numbers are as large as the highest one.
+  bool is_listed(std::int32_t number) const { return number > 0 && number < file_.objects(); }
   Status load(const Value& kid, const Object& owner, Level& level);
   Status fetch(Reference reference, Level& level);
   Status open(Level& level);
@@ -123,8 +125,9 @@ Status Tree::start() {
   known_page_ = {};
   depth_ = 0;
   const Value pages = root["Pages"];
+  const std::int32_t number = pages.reference().number;
   bool is_new = false;
-  if (pages.is(Kind::reference)) TQ_TRY(visited_.add(pages.reference().number, is_new));
+  if (is_listed(number)) TQ_TRY(visited_.add(number, is_new));
   TQ_TRY(load(pages, room, levels_[0]));
   root_is_page_ = levels_[0].is_page();
   depth_ = levels_[0].is_node() ? 1 : 0;
@@ -147,8 +150,8 @@ Status Tree::next(bool& found) {
     bool is_new = true;
     if (kid.is(Kind::dictionary)) {
       TQ_TRY(load(kid, above.owner_of_kids(), level));
-    } else if (number <= 0 || number >= std::max(file_.objects(), 1)) {
-      // Listed, but nowhere to be found.
+    } else if (!is_listed(number)) {
+      // A kid, but nowhere to be found.
       if (kid.is(Kind::reference)) {
         TQ_TRY(fetch({}, level));
         found = true;
