@@ -303,8 +303,11 @@ class Rows {
       kOnes = 0xFF
     };
     const int code = next_byte();
-    is_unsupported_ = code == kDifferences;
-    if (code < 0 || is_unsupported_) return false;
+    if (code == kDifferences) {
+      is_unsupported_ = true;
+      left_ = 0;
+    }
+    if (code < 0 || code == kDifferences) return false;
     if (code < kSize) {
       begin(code + 1, true);
       return true;
@@ -317,9 +320,13 @@ class Rows {
     const int value = next_byte();
     if (value < 0) return false;
     if (code == kSize) {
-      is_damaged_ = value < 1 || value > kMostCell;
+      if (value < 1 || value > kMostCell) {
+        is_damaged_ = true;
+        left_ = 0;
+        return false;
+      }
       size_ = value;
-      return !is_damaged_;
+      return true;
     }
     if (code == kAgain) again_ = value + 1;
     if (code == kLast) begin(value + 1, false);

@@ -93,8 +93,18 @@ TEST(Wpg, EveryCodeOfBothKindsOfRuns) {
                                 {1, 2, 3, 1, 2, 3, 0, 0}}));
   EXPECT_EQ(rows({.version = 2}, 0x0E, second(2, 1, 8, 0, {1, 2, 3, 4, 5, 6})),
             (std::vector<Bytes>{{3, 2, 1, 6, 5, 4, 0, 0}}));
-  decoded(decode_wpg,
-          graphic({.version = 2}, {{0x0E, second(6, 3, 4, 1, {5, 1, 2, 3, 4, 5, 6, 0x7E})}}), -7);
+  for (const Bytes& behind : {Bytes{}, Bytes{5, 6, 5, 4, 3, 2, 1}}) {
+    Bytes codes = {6, 1, 2, 3, 4, 5, 6, 7, 0x7E};
+    codes.insert(codes.end(), behind.begin(), behind.end());
+    decoded(decode_wpg, graphic({.version = 2}, {{0x0E, second(6, 3, 4, 1, codes)}}), -7);
+  }
+  // Cells of no size, or a larger one than there is: nothing behind it is read.
+  for (const int size : {0, 9, 253}) {
+    EXPECT_EQ(rows({.version = 2}, 0x0E,
+                   second(3, 3, 4, 1,
+                          {3, 1, 2, 3, 4, 0x7D, byte(size), 0x83, 1, 2, 3, 0xFD, 200, 9, 9, 9})),
+              (std::vector<Bytes>{{1, 2, 3, 0}, {4, 0, 0, 0}, {}}));
+  }
 }
 
 TEST(Wpg, DepthsAndColours) {
