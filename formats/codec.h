@@ -173,12 +173,24 @@ struct DecodeRequest {
 };
 using Decoder = Status (*)(const DecodeRequest& request);
 
+// Who takes rows that come by themselves.
+struct RowTaker {
+  std::span<std::uint8_t> bytes{};  // where each row is put, before it is taken
+  bool from_below = false;          // they may come from the bottom up as well
+  // With what a supplier would have answered.
+  Status (*take)(const void* context, std::int32_t y, Status supplied) = nullptr;
+  const void* context = nullptr;
+};
+
 struct RowSupplier {
   img_supply_fn on_row = nullptr;
   void* context = nullptr;
   // All rows as they would be supplied, from the lowest one, where they lie behind one another and nobody
   // follows the save; else empty.
   std::span<const std::uint8_t> stored = {};
+  // In place of on_row: rows come by themselves, each once and in order. Only encoders that ask for them
+  // by each() are given such a supplier (kTakesRows).
+  Status (*push)(void* context, const RowTaker& taker) = nullptr;
 
   // Fills `bytes` with row y, 0 being the top of the picture. The result 0 means a row of pixels; a
   // result above 0 (1-bit codecs that ask for transitions) is the length of a transition list.
@@ -186,6 +198,28 @@ struct RowSupplier {
     if (on_row == nullptr) return StatusCode::unsupported;
     return Status::from_raw(
         on_row(context, bytes.data(), y, static_cast<std::int32_t>(bytes.size())));
+  }
+
+  // All rows from the top, each in `bytes`: calls take(y, what row() answered). One that comes by itself
+  // leaves bytes behind it as they are.
+  template <class Take>
+  Status each(std::span<std::uint8_t> bytes, std::int32_t height, const Take& take) const {
+    if (push != nullptr) return push(context, taker_of(bytes, take));
+    for (std::int32_t y = 0; y < height; ++y) {
+      const Status supplied = row(bytes, y);
+      if (supplied.failed()) return supplied;
+      TQ_TRY(take(y, supplied));
+    }
+    return kOk;
+  }
+
+  // `take` outlives the taker.
+  template <class Take>
+  static RowTaker taker_of(std::span<std::uint8_t> bytes, const Take& take) {
+    const auto call = [](const void* to, std::int32_t y, Status supplied) -> Status {
+      return (*static_cast<const Take*>(to))(y, supplied);
+    };
+    return {.bytes = bytes, .take = call, .context = &take};
   }
 };
 
@@ -246,6 +280,8 @@ enum Trait : std::uint8_t {
   kUnreported = 4,  // recognised and decoded, but file type queries have no code for it
   kExtended = 8,    // there with EXTENDED_FORMATS only, and behind all others
   kShort = 16,      // also shorter than a Probe, where zeros stand for what is not there
+  kGivesRows = 32,  // read row by row: nothing that takes time is done before the header
+  kTakesRows = 64,  // written row by row, also where rows come by themselves
 };
 
 // How the pages of a file are asked for.

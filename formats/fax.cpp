@@ -38,7 +38,7 @@ class StripPieces {
 constexpr int kTerminators = 6;             // of a run list
 constexpr std::size_t kMostWords = 0x7FFF;  // the first is the list's length in bytes
 
-// Asks a supplier for rows, and gives them to the encoder.
+// Rows of a supplier on their way to the encoder.
 class SuppliedRows {
  public:
   explicit SuppliedRows(const RowSupplier& rows) : rows_(rows) {}
@@ -50,20 +50,26 @@ class SuppliedRows {
 
   // A supplier fills all that it is given, so once it has chosen bits it is asked for no more.
   Status take(std::int32_t y, ccitt::Encoder& encoder) {
-    const std::span<std::uint8_t> bytes{reinterpret_cast<std::uint8_t*>(words_.data()),
-                                        words_.size() * sizeof(std::int32_t)};
-    const auto room = gives_bits_ ? bytes.first(bits_bytes_) : bytes;
-    const Status got = rows_.row(room, y);
+    const auto place = gives_bits_ ? room().first(bits_bytes_) : room();
+    const Status got = rows_.row(place, y);
     TQ_TRY(got);
     gives_bits_ = got.raw() == 0;
-    if (gives_bits_) {
-      encoder.take_bits(bytes.first(bits_bytes_));
-    } else {
-      // The first word is no transition.
-      const auto words = words_.pixels().first(std::min<std::size_t>(got.raw(), room.size()) / 4);
-      encoder.take_transitions(words.subspan(words.empty() ? 0 : 1));
-    }
+    give(std::min<std::size_t>(got.raw(), place.size()), encoder);
     return kOk;
+  }
+
+  // For rows that come by themselves.
+  std::span<std::uint8_t> room() const {
+    return {reinterpret_cast<std::uint8_t*>(words_.data()), words_.size() * sizeof(std::int32_t)};
+  }
+  // What is there, of a list so many bytes; 0: bits.
+  void give(std::size_t list_bytes, ccitt::Encoder& encoder) const {
+    if (list_bytes == 0) {
+      encoder.take_bits(room().first(bits_bytes_));
+      return;
+    }
+    const auto words = words_.pixels().first(list_bytes / 4);
+    encoder.take_transitions(words.subspan(words.empty() ? 0 : 1));  // the first is none
   }
 
  private:
@@ -154,9 +160,19 @@ Status encode_fax_strip(StreamWriter& out, const FaxStrip& strip, const RowSuppl
     out.take(bytes);
     return kOk;
   };
-  for (std::int32_t y = 0; y < strip.rows; ++y) {
+  const auto put_row = [&] {
+    return put(encoder.most_bytes(), [&](std::uint8_t* at) { return encoder.put_row(at); });
+  };
+  if (supplier.push != nullptr) {  // all rows of the picture
+    const auto take = [&](std::int32_t /*y*/, Status supplied) -> Status {
+      rows.give(static_cast<std::size_t>(supplied.raw()), encoder);
+      return put_row();
+    };
+    TQ_TRY(supplier.push(supplier.context, RowSupplier::taker_of(rows.room(), take)));
+  }
+  for (std::int32_t y = 0; y < strip.rows && supplier.push == nullptr; ++y) {
     TQ_TRY(rows.take(strip.first_row + y, encoder));
-    TQ_TRY(put(encoder.most_bytes(), [&](std::uint8_t* at) { return encoder.put_row(at); }));
+    TQ_TRY(put_row());
   }
   return put(ccitt::Encoder::kMostBytesAtEnd, [&](std::uint8_t* at) { return encoder.finish(at); });
 }

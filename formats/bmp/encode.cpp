@@ -144,12 +144,51 @@ Status encode_rows(const EncodeRequest& request, std::uint32_t compression) {
   return out.flush();
 }
 
+// Rows that come by themselves: from the bottom one behind the other; from the top a band of them at a time,
+// each where it belongs, with nothing before it yet.
+Status put_pushed_rows(const EncodeRequest& request, std::int64_t bytes, StreamWriter& out) {
+  constexpr std::int64_t kBandBytes = 65536;
+  const std::int32_t height = request.image->header.biHeight;
+  TQ_TRY(out.flush());
+  const std::int64_t start = position(request.stream);
+  const std::int64_t end = start + bytes * height;
+  if (start < 0 || end > INT32_MAX) return StatusCode::write_failed;
+  const auto row_size = static_cast<std::size_t>(bytes);  // the picture's fits 31 bits
+  RowBuffer<std::uint8_t> band;                           // filled from its end
+  TQ_TRY(band.allocate(bytes * std::clamp<std::int64_t>(kBandBytes / bytes, 1, height)));
+  std::size_t at = band.size() - row_size;
+  bool goes_up = false, has_rows = false;
+  formats::RowTaker taker;
+  const auto take = [&](std::int32_t y, Status /*supplied*/) -> Status {
+    goes_up = has_rows ? goes_up : y != 0;
+    has_rows = true;
+    if (goes_up) {
+      out.put(taker.bytes);
+      return out.status();
+    }
+    if (at == 0 || y == height - 1) {
+      const std::int64_t place = end - bytes * (std::int64_t{y} + 1);
+      TQ_TRY(out.patch(static_cast<std::int32_t>(place), band.pixels().subspan(at)));
+      at = band.size();
+    }
+    at -= row_size;
+    taker.bytes = band.pixels().subspan(at, row_size);
+    return kOk;
+  };
+  taker = formats::RowSupplier::taker_of(band.pixels().subspan(at, row_size), take);
+  taker.from_below = true;
+  TQ_TRY(request.rows.push(request.rows.context, taker));
+  TQ_TRY(out.flush());
+  return seek_to(request.stream, end);
+}
+
 // Each row is a write of its own, from the bottom up, where anybody sees it.
 Status encode_plain(const EncodeRequest& request, FileHeader file_header) {
   const BitmapInfoHeader& header = request.image->header;
   const std::int64_t bytes = row_bytes(header.biWidth, header.biBitCount);
   StreamWriter out;
   TQ_TRY(write_header(request, file_header, kBiRgb, out));
+  if (request.rows.push != nullptr) return put_pushed_rows(request, bytes, out);
   const std::span<const std::uint8_t> stored = request.rows.stored;
   if (std::cmp_equal(stored.size(), bytes * header.biHeight) && out.put_whole(stored)) {
     return out.status();

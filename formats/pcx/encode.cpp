@@ -61,8 +61,7 @@ Status write_rows(const EncodeRequest& request, const Planes& planes, StreamWrit
   RowBuffer<std::uint8_t, coding::kRunMargin> row, split;
   TQ_TRY(row.allocate(row_bytes(header.biWidth, header.biBitCount)));
   if (planes.layout != nullptr) TQ_TRY(split.allocate(planes.count * std::int64_t{planes.bytes}));
-  for (std::int32_t y = 0; y < header.biHeight; ++y) {
-    TQ_TRY(request.rows.row(row.pixels(), y));
+  const auto write = [&](std::int32_t /*y*/, Status /*supplied*/) -> Status {
     pixels::Bytes stored = row.pixels();
     if (planes.layout != nullptr) {
       pack(*planes.layout, row.pixels(), header.biWidth, split.pixels());
@@ -73,8 +72,9 @@ Status write_rows(const EncodeRequest& request, const Planes& planes, StreamWrit
       TQ_TRY(output.status());
       output.take(coding::code_marked_runs(stored.first(planes.bytes), room));
     }
-  }
-  return kOk;
+    return kOk;
+  };
+  return request.rows.each(row.pixels(), header.biHeight, write);
 }
 
 }  // namespace

@@ -301,11 +301,11 @@ Status encode_png(const EncodeRequest& request) {
   RowBuffer<std::uint8_t> row, stored;
   TQ_TRY(row.allocate(row_bytes(header.biWidth, bits)));
   if (layout != nullptr) TQ_TRY(stored.allocate(pixels::stored_bytes(*layout, header.biWidth)));
-  for (std::int32_t y = 0; y < header.biHeight; ++y) {
-    TQ_TRY(request.rows.row(row.pixels(), y));
+  const auto write = [&](std::int32_t /*y*/, Status /*supplied*/) {
     if (layout != nullptr) pixels::pack(*layout, row.pixels(), header.biWidth, stored.pixels());
-    TQ_TRY(writer.write_row(layout != nullptr ? stored.data() : row.data()));
-  }
+    return writer.write_row(layout != nullptr ? stored.data() : row.data());
+  };
+  TQ_TRY(request.rows.each(row.pixels(), header.biHeight, write));
   return writer.finish();
 }
 

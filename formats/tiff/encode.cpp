@@ -148,14 +148,13 @@ Status write_strips(const EncodeRequest& request, const Form& form, const img_st
   GlobalBlock state;
   if (form.coding == kLzw) TQ_TRY(state.allocate(lzw->encoder_bytes));
   StreamWriter& out = page.out();
-  for (std::int32_t y = 0; y < header.biHeight; ++y) {
+  const auto write = [&](std::int32_t y, Status /*supplied*/) -> Status {
     const bool ends_strip = (y + 1) % form.strip_rows == 0 || y + 1 == header.biHeight;
     if (y % form.strip_rows == 0) {
       page.align();
       strips.begin(page.offset());
       if (form.coding == kLzw) lzw->begin_encode(state.data());
     }
-    TQ_TRY(request.rows.row(row.pixels(), y));
     pack(*form.rows.layout, row.pixels(), header.biWidth, line.pixels());
     if (form.differences) coding::take_differences(samples, line.pixels());
     if (form.coding == kPackBits) {
@@ -174,8 +173,9 @@ Status write_strips(const EncodeRequest& request, const Form& form, const img_st
     TQ_TRY(out.status());
     if (page.offset() > INT32_MAX) return StatusCode::write_failed;
     if (ends_strip) strips.end(page.offset());
-  }
-  return kOk;
+    return kOk;
+  };
+  return request.rows.each(row.pixels(), header.biHeight, write);
 }
 
 Status write_fax(const EncodeRequest& request, const Form& form, PageWriter& page, Strips& strips) {
