@@ -103,6 +103,14 @@ std::int32_t IMG_CALL IMG_copy_page_fd(std::int32_t source, std::int32_t offset,
   });
 }
 
+std::int32_t IMG_CALL IMG_convert_page_fd(std::int32_t source, std::int32_t offset,
+                                          std::int32_t page, std::int32_t target,
+                                          std::int32_t code) {
+  return with_stream(source, [=](StreamHandle stream) {
+    return tq::dispatch::convert_page({stream, offset, page, nullptr}, StreamHandle{target}, code);
+  });
+}
+
 std::int32_t IMG_CALL IMGLOW_set_comp_quality(std::int32_t quality) {
   const tq::Serialised serialised;
   tq::jpeg::set_jpeg_quality(quality);

@@ -18,6 +18,7 @@ set(TQ_SMALL_SOURCES
   core/image_create.cpp
   core/texts.cpp
   dispatch/animation.cpp
+  dispatch/convert_page.cpp
   dispatch/copy_page.cpp
   dispatch/decode.cpp
   dispatch/detect.cpp

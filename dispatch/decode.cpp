@@ -99,6 +99,8 @@ Damage damage_of(const formats::DecodeNotes& notes) {
   return {notes.rows, notes.damage, notes.lost(), notes.height};
 }
 
+}  // namespace
+
 // The decode has been remembered as the context's last.
 Status decode_noted(StreamHandle stream, std::int32_t offset, std::int32_t page,
                     formats::RowSink sink, formats::DecodeNotes& notes) {
@@ -111,8 +113,6 @@ Status decode_noted(StreamHandle stream, std::int32_t offset, std::int32_t page,
   TQ_TRY(decoded);
   return options.get(IMG_OPTION_STRICT) == 1 ? notes.damage : StatusCode::ok;
 }
-
-}  // namespace
 
 Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t page,
                        const formats::RowSink& sink) {

@@ -33,6 +33,10 @@ Status image_orientation(StreamHandle stream);
 Status dispatch_decode(StreamHandle stream, std::int32_t offset, std::int32_t page,
                        const formats::RowSink& sink);
 
+// The same, with what is noted of it.
+Status decode_noted(StreamHandle stream, std::int32_t offset, std::int32_t page,
+                    formats::RowSink sink, formats::DecodeNotes& notes);
+
 // The same into a new image; its handle, or a status.
 Status decode_image(StreamHandle stream, std::int32_t offset, std::int32_t page);
 
@@ -61,5 +65,9 @@ struct SourcePage {
 // Saves a page to a stream or to a file: 0 as it is coded, 1 decoded and coded again.
 Status copy_page_to_stream(const SourcePage& source, StreamHandle target, std::int32_t code);
 Status copy_page_to_file(const SourcePage& source, const char* name, std::int32_t code);
+
+// What decoding the page into an image and saving that would write, without the image: row by row. Whatever
+// fails leaves the target as it was; unsupported where the rows do not come as the target takes them.
+Status convert_page(const SourcePage& source, StreamHandle target, std::int32_t code);
 
 }  // namespace tq::dispatch

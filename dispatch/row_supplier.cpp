@@ -56,6 +56,21 @@ class WordWriter {
 
 }  // namespace
 
+// Word 0 is 0; then ascending positions inside the crop rectangle where the colour changes, white
+// first; then its width three times and its width + 2 three times.
+Status list_transitions(std::span<const std::uint16_t> row, std::int32_t left, std::int32_t width,
+                        std::span<std::uint8_t> dest) {
+  std::size_t i = 0;
+  while (i < row.size() && row[i] < left) ++i;
+  WordWriter list(dest);
+  list.put(0);
+  if (i % 2 != 0) list.put(0);  // the rectangle begins inside a black run
+  for (; i < row.size() && row[i] < left + width; ++i) list.put(row[i] - left);
+  for (int closer = 0; closer < 3; ++closer) list.put(width);
+  for (int closer = 0; closer < 3; ++closer) list.put(width + 2);
+  return list.complete() ? Status::from_raw(list.bytes()) : kOk;
+}
+
 ImageSupplier::ImageSupplier(ImageHandle handle, const ImageRecord& image, Supplier kind)
     : handle_(handle),
       serial_(image.serial),
@@ -122,7 +137,9 @@ Status ImageSupplier::row(std::span<std::uint8_t> dest, std::int32_t y) {
     return kOk;
   }
   if (kind_ == Supplier::transitions) {
-    const Status listed = list_transitions(*record, image_y, dest);
+    const std::int32_t count = row_transitions(*record, image_y, transitions_.pixels());
+    const Status listed =
+        list_transitions(transitions_.pixels().first(count), crop_.x, crop_.width, dest);
     if (listed.raw() > 0) return listed;
   }
   copy_runs(*record, image_y, dest);
@@ -154,26 +171,6 @@ void ImageSupplier::copy_runs(const ImageRecord& record, std::int32_t y,
   const auto room = static_cast<std::int64_t>(dest.size()) * 8;
   const auto count = std::min<std::int64_t>(crop_.width, room);
   pixels::copy_bits(expanded_.pixels(), crop_.x, static_cast<std::int32_t>(count), dest);
-}
-
-// Word 0 is 0; then ascending positions inside the crop rectangle where the colour changes, white
-// first; then its width three times and its width + 2 three times. A list that does not fit gives
-// 0: the row is delivered as pixels.
-Status ImageSupplier::list_transitions(const ImageRecord& record, std::int32_t y,
-                                       std::span<std::uint8_t> dest) {
-  const std::span<std::uint16_t> positions = transitions_.pixels();
-  const std::int32_t count = row_transitions(record, y, positions);
-  std::int32_t i = 0;
-  while (i < count && positions[i] < crop_.x) ++i;
-  WordWriter list(dest);
-  list.put(0);
-  if (i % 2 != 0) list.put(0);  // the rectangle begins inside a black run
-  for (; i < count && positions[i] < crop_.x + crop_.width; ++i) {
-    list.put(positions[i] - crop_.x);
-  }
-  for (int closer = 0; closer < 3; ++closer) list.put(crop_.width);
-  for (int closer = 0; closer < 3; ++closer) list.put(crop_.width + 2);
-  return list.complete() ? Status::from_raw(list.bytes()) : kOk;
 }
 
 }  // namespace tq::dispatch

@@ -10,6 +10,11 @@ namespace tq::dispatch {
 
 using formats::Supplier;
 
+// Transitions as encoders that ask for such lists get them, of the columns from `left` on; the list's
+// bytes, or 0 where it does not fit.
+Status list_transitions(std::span<const std::uint16_t> row, std::int32_t left, std::int32_t width,
+                        std::span<std::uint8_t> dest);
+
 class ImageSupplier {
  public:
   ImageSupplier(ImageHandle handle, const ImageRecord& image, Supplier kind);
@@ -28,7 +33,6 @@ class ImageSupplier {
   std::span<const std::uint8_t> stored_rows() const;
   void copy_plain(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest) const;
   void copy_runs(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest);
-  Status list_transitions(const ImageRecord& image, std::int32_t y, std::span<std::uint8_t> dest);
 
   ImageHandle handle_;
   std::uint64_t serial_;

@@ -1433,6 +1433,24 @@ IMG_API int32_t IMG_CALL IMG_copy_page(const char* source, int32_t page, const c
 IMG_API int32_t IMG_CALL IMG_copy_page_fd(int32_t source, int32_t offset, int32_t page,
                                           int32_t target, int32_t code);
 
+/* Writes what IMG_decompress_bitmap_fd and IMG_save_bitmap_fd would, one after the other, without an image
+ * between them: rows pass from the decoder to the encoder, so that a picture of any size takes little
+ * memory. From JPEG, TIFF, PNG, PCX, DCX, CALS and BMP files to PNG, PCX, TIFF (but LZW and JPEG) and BMP.
+ *
+ *   source      an open stream, and where the file begins in it
+ *   page        of the source, from 0
+ *   target      another stream, of a file that ends where it stands; one of TIFF pages is at its start, and
+ *               gets one more
+ *   code        of the target
+ *
+ * The progress callback is called once for each row. IMG_get_damage(-1) tells of damage.
+ * Returns 0; IMG_UNSUPPORTED where rows cannot pass: for other formats, pictures of 32 bits, those that
+ * ORIENTATION turns, rows that come in another order than the target holds them, with decode settings that
+ * change rows, a caller's input and output functions or scrambled data; else a status of decoding or saving.
+ * Whatever fails leaves the target as it was. */
+IMG_API int32_t IMG_CALL IMG_convert_page_fd(int32_t source, int32_t offset, int32_t page,
+                                             int32_t target, int32_t code);
+
 /* Contexts, for programs of several threads. A context holds all settings, options, callbacks, images
  * and the memory stream; a handle means nothing in another one. Every thread begins with context 0,
  * which is always there: threads that share it have to keep out of each other's way, or set

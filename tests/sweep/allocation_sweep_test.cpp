@@ -201,6 +201,21 @@ std::vector<Call> calls(Material& m) {
        }},
       {"IMG_copy_page_fd", from_caller(m.deep, call(IMG_copy_page_fd, 1, 0, 0, 1, IMG_TYPE_BMP))},
       {"IMG_copy_page", call(IMG_copy_page, "corpus/jpeg/420.jpg", 0, m.out.c_str(), IMG_TYPE_JPEG)},
+      {"IMG_convert_page_fd",
+       [&m] {
+         const auto stream = [](const OpenFile& file) { return static_cast<int>(file.handle()); };
+         OpenFile from, to;
+         EXPECT_TRUE(from.open("corpus/tiff/g4.tif", OpenMode::read).ok());
+         EXPECT_TRUE(to.open(m.out.c_str(), OpenMode::create).ok());
+         const std::int32_t passed =
+             IMG_convert_page_fd(stream(from), 0, 0, stream(to), IMG_TYPE_TIFF_G4);
+         to.close();
+         if (passed < 0) {
+           EXPECT_EQ(std::filesystem::file_size(m.out), 0u);
+           std::filesystem::remove(m.out);
+         }
+         return passed;
+       }},
       {"IMG_set_option_text",
        [] {
          const std::int32_t set = IMG_set_option_text(IMG_TEXT_TITLE, "title");
