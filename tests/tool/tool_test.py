@@ -407,6 +407,46 @@ class Conversions(ToolTest):
         self.assertEqual((self.folder / "b.bmp").read_bytes(), (self.folder / "a.bmp").read_bytes())
 
 
+class Rows(ToolTest):
+    def compare(self, data, *options):
+        """By name, rows go straight from file to file if they can; what comes through a pipe is made an image."""
+        self.write("in", data)
+        results = []
+        for source in ("in", "-"):
+            done = self.run_tool("convert", *options, "-o", "out", source, data=data)
+            out = self.folder / "out"
+            results.append((done.returncode, done.stderr.decode().replace("standard input", "in"),
+                            out.read_bytes() if out.exists() else None))
+            if out.exists():
+                out.unlink()
+        self.assertEqual(results[0], results[1])
+        self.assertEqual(self.names(), ["in"])
+        return results[0][0]
+
+    def test_change_nothing_on_their_way_from_file_to_file(self):
+        files = [file for folder in ("jpeg", "png", "tiff", "pcx", "bmp") for file in sorted((CORPUS / folder).iterdir())]
+        ends = []
+        for i, file in enumerate(files):
+            whole = file.read_bytes()
+            code = ("bmp", "png", "pcx", "tiff", "tiff-g4")[i % 5]
+            more = (["--verbose"], ["--no-orient"], ["--contract"])[i // 5 % 3]
+            for data, options in ((whole, more), (whole[:len(whole) * 2 // 3], []), (whole[:len(whole) // 2], ["--strict"])):
+                with self.subTest(file=file.name, code=code, bytes=len(data), options=options):
+                    ends.append(self.compare(data, "--code", code, *options))
+        for code in (0, 1, 3):
+            self.assertGreater(ends.count(code), 20, code)
+
+    def test_take_the_memory_of_some_rows(self):
+        side = 3000
+        self.write("a.bmp", bmp.header(side, side, 24, 3 * side * side) + bytes(3 * side * side))
+        self.succeed("convert", "a.bmp", "b.bmp", "--limit-kbytes", "1500")
+        self.assertEqual((self.folder / "b.bmp").read_bytes(), (self.folder / "a.bmp").read_bytes())
+        self.succeed("convert", "a.bmp", "a.pcx")
+        for name in ("b.bmp", "b.png", "b.pcx", "b.tif"):
+            self.succeed("convert", "a.pcx", name, "--limit-kbytes", "1500")
+        self.refuse(1, "out of memory", "convert", "a.pcx", "b.png", "--mirror", "--limit-kbytes", "1500")
+
+
 class Pages(ToolTest):
     def test_all_are_taken_or_those_asked_for(self):
         for i in range(4):

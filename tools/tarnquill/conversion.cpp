@@ -96,6 +96,33 @@ bool copies(const Plan& plan, const Input& input, int page) {
   return input.facts(page).bits != 16;
 }
 
+// From row to row, without an image; else false, and nothing has been written or said. Whatever cannot
+// be done so is done, or fails, with one: it is slower to fail, and says the same.
+bool pass_page(const Plan& plan, const Input& input, int page, Progress& progress,
+               const OpenOutput& open, bool& damaged) {
+  if (!plan.passes || input.in_memory()) return false;
+  const ImageFacts facts = input.facts(page);
+  if (!takes_depth(plan.code, facts.bits)) return false;
+  progress.begin_stage("writing");
+  std::int32_t passed = IMG_UNSUPPORTED;
+  const SavePage save = [&](std::int32_t stream) {
+    passed = input.pass_page(page, stream, plan.code);
+    return std::int32_t{IMG_OK};
+  };
+  try {
+    Output& output = open(save);
+    output.save(save);
+    if (passed < 0) return false;
+    const std::string label = page_label(input.label(), page);
+    damaged = report_damage(-1, label);
+    tell(plan, label, output,
+         size_text(facts.width, facts.height) + ", " + std::to_string(facts.bits) + "-bit");
+    return true;
+  } catch (const Failure&) {  // of the output: whether the input can be read is told first
+    return false;
+  }
+}
+
 }  // namespace
 
 std::vector<int> wanted_pages(const Plan& plan, const Input& input) {
@@ -122,10 +149,12 @@ std::vector<int> wanted_pages(const Plan& plan, const Input& input) {
 bool convert_page(const Plan& plan, InputPointer input, int page, Progress& progress,
                   const OpenOutput& open) {
   if (copies(plan, *input, page)) return copy_page(plan, *input, page, progress, open);
+  bool damaged = false;
+  if (pass_page(plan, *input, page, progress, open, damaged)) return damaged;
   progress.begin_stage("reading");
   const Image image(decode(plan, *input, page));
   const std::string label = page_label(input->label(), page);
-  const bool damaged = report_damage(image.handle(), label);
+  damaged = report_damage(image.handle(), label);
   input.reset();
 
   const Subject subject{image.handle(), label, plan.quiet, plan.verbose};

@@ -47,12 +47,16 @@ Step next_step(const ImageShape& shape, const img_format& type, bool coloured) {
 
 }  // namespace
 
+bool takes_depth(std::int32_t code, int bits) {
+  const auto type = find_code(code);
+  return type && bits != 32 && writes(*type, bits);
+}
+
 bool takes(std::int32_t code, std::int32_t image) {
   const ImageShape shape = shape_of(image);
-  const auto type = find_code(code);
   // What it writes of these nobody reads.
   if (code == IMG_TYPE_BMP_RLE) return shape.bits == 4 || shape.bits == 8;
-  if (type && shape.bits != 32 && writes(*type, shape.bits)) return true;
+  if (takes_depth(code, shape.bits)) return true;
   // What a format does not hold it refuses before its first byte.
   std::uint8_t nothing = 0;
   return IMG_save_bitmap_block(image, &nothing, 0, code) != IMG_WRONG_DEPTH;

@@ -5,7 +5,8 @@
 
 namespace tool {
 
-// Whether the format takes the image as it is.
+// Whether the format takes images of a depth below 32 bits, and the image as it is.
+bool takes_depth(std::int32_t code, int bits);
 bool takes(std::int32_t code, std::int32_t image);
 
 // Makes the image one that the format takes, and says what was done; the library's status. What

@@ -319,4 +319,10 @@ std::int32_t Input::copy_page(int page, std::int32_t stream, std::int32_t code) 
   return saved < 0 ? saved : 1;
 }
 
+std::int32_t Input::pass_page(int page, std::int32_t stream, std::int32_t code) const {
+  if (in_memory()) return IMG_UNSUPPORTED;
+  IMG_set_option(IMG_OPTION_INKS, 0);
+  return IMG_convert_page_fd(stream_, 0, page, stream, code);
+}
+
 }  // namespace tool

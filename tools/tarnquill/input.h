@@ -56,6 +56,8 @@ class Input {
   std::int32_t decode(int page, bool without_inks = true) const;
   // To a stream, as IMG_copy_page_fd; what is in memory is always coded again. The library's status.
   std::int32_t copy_page(int page, std::int32_t stream, std::int32_t code) const;
+  // The same without an image, as IMG_convert_page_fd; IMG_UNSUPPORTED for what is in memory.
+  std::int32_t pass_page(int page, std::int32_t stream, std::int32_t code) const;
 
  private:
   void rewind() const;

@@ -129,6 +129,12 @@ bool may_copy(const Arguments& arguments, const Plan& plan) {
                       [&](const char* name) { return arguments.has(name); });
 }
 
+// Whether nothing is to happen between decoding and saving.
+bool may_pass(const Arguments& arguments, const Plan& plan) {
+  return plan.chain.empty() && !plan.appends && !plan.rect && !plan.decode_size &&
+         !arguments.has("reduce");
+}
+
 // Whoever works on with other options does not have the same results.
 std::string options_text(const std::string& command, const Arguments& arguments) {
   constexpr const char* kWithout[] = {"log", "resume", "jobs", "quiet", "verbose", "output"};
@@ -172,6 +178,7 @@ Plan make_plan(const std::string& command, const Arguments& arguments) {
   plan.jobs = arguments.number("jobs", 1, 256).value_or(std::clamp(processors, 1, 256));
   plan.keep_inks = arguments.has("keep-inks");
   plan.copies = may_copy(arguments, plan);
+  plan.passes = may_pass(arguments, plan);
   plan.no_clobber = arguments.has("no-clobber");
   plan.keep_dates = arguments.has("keep-dates");
   plan.quiet = arguments.has("quiet");

@@ -25,6 +25,7 @@ struct Plan {
   int jobs = 1;
   bool keep_inks = false;
   bool copies = false;  // pages as they are coded, if they can be
+  bool passes = false;  // nothing is done with pixels: rows may go straight from file to file
   bool no_clobber = false, keep_dates = false;
   bool quiet = false, verbose = false;
   std::string log, resume;  // files; empty: none
