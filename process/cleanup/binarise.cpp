@@ -24,12 +24,13 @@ Status report_rows(ImageSource& image) {
 Status find_level(ImageSource& image, bool reports, int& level) {
   GreyRows grey(image, GreyKind::luma);
   TQ_TRY(grey.allocate());
-  LevelCounts counts{};
+  LevelCounter counter;
+  TQ_TRY(counter.allocate(std::int64_t{image.width()} * image.height()));
   for (int y = 0; y < image.height(); ++y) {
     if (reports) TQ_TRY(image.next_row());
-    add_levels(grey.read(y), counts);
+    counter.add(grey.read(y));
   }
-  level = otsu_level(counts);
+  level = otsu_level(counter.counts());
   return kOk;
 }
 
@@ -39,9 +40,10 @@ Status binarise_levelled(ImageSource& image) {
   RowBuffer<std::uint8_t> dark;
   TQ_TRY(rows.find());
   TQ_TRY(dark.allocate(row_bytes(width, 1) * 8));
-  LevelCounts counts{};
-  for (int y = 0; y < image.height(); ++y) add_levels(rows.read(y), counts);
-  const int level = clamp_on_paper(otsu_level(counts));
+  LevelCounter counter;
+  TQ_TRY(counter.allocate(std::int64_t{width} * image.height()));
+  for (int y = 0; y < image.height(); ++y) counter.add(rows.read(y));
+  const int level = clamp_on_paper(otsu_level(counter.counts()));
   return replace_by_mono(image, [&](int y, Row bits) {
     rows.mark_dark(y, level, dark.pixels().first(static_cast<std::size_t>(width)));
     pack_white(dark.pixels(), width, bits);

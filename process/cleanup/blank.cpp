@@ -20,13 +20,14 @@ constexpr std::int64_t kDarkest = 10000;  // of pixels it is this part that tell
 Status choose_level(ImageSource& image, int& level) {
   LevelledRows rows(image);
   TQ_TRY(rows.find());
-  LevelCounts counts{};
+  LevelCounter counter;
+  TQ_TRY(counter.allocate(std::int64_t{image.width()} * image.height()));
   const int left = image.width() / kMargin, top = image.height() / kMargin;
   for (int y = top; y < image.height() - top; ++y) {
-    add_levels(rows.read(y).subspan(static_cast<std::size_t>(left),
-                                    static_cast<std::size_t>(image.width() - 2 * left)),
-               counts);
+    counter.add(rows.read(y).subspan(static_cast<std::size_t>(left),
+                                     static_cast<std::size_t>(image.width() - 2 * left)));
   }
+  const LevelCounts counts = counter.counts();
   std::int64_t total = 0, darker = 0;
   for (const auto count : counts) total += static_cast<std::int64_t>(count);
   int darkest = 0;

@@ -242,9 +242,10 @@ Status InkPage::find_dark(ImageSource& image, Reports reports, InkRule rule) {
   }
   int level = rule.level;
   if (level == InkRule::kByOtsu) {
-    LevelCounts counts{};
-    for (int y = 0; y < height; ++y)
-      add_levels(rule.levelled ? levelled.read(y) : grey.read(y), counts);
+    LevelCounter counter;
+    TQ_TRY(counter.allocate(std::int64_t{width} * height));
+    for (int y = 0; y < height; ++y) counter.add(rule.levelled ? levelled.read(y) : grey.read(y));
+    const LevelCounts counts = counter.counts();
     level = otsu_level(counts);
     const bool has_ink = class_distance(counts, level) >= kLeastDistance;
     if (rule.levelled) level = clamp_on_paper(level);

@@ -43,9 +43,10 @@ Status thresh_mono(ImageSource& image, std::int32_t threshold) {
 
   int least = kNoWhite;
   if (threshold == kAutomatic) {
-    LevelCounts counts{};
-    for (int y = 0; y < image.height(); ++y) add_levels(grey.read(y), counts);
-    least = least_equalised(counts, double{1} * image.width() * image.height());
+    LevelCounter counter;
+    TQ_TRY(counter.allocate(std::int64_t{image.width()} * image.height()));
+    for (int y = 0; y < image.height(); ++y) counter.add(grey.read(y));
+    least = least_equalised(counter.counts(), double{1} * image.width() * image.height());
   } else if (threshold < 255) {
     least = std::max(threshold, kAutomatic) + 1;
   }

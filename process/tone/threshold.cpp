@@ -26,28 +26,69 @@ Class class_up_to(const LevelCounts& counts, int level) {
 
 }  // namespace
 
-void add_levels(std::span<const std::uint8_t> levels, LevelCounts& counts) {
-  // Equal neighbours are the rule; four tables keep them from waiting for each other.
-  LevelCounts others[3] = {};
+Status LevelCounter::allocate(std::int64_t pixels) {
+  // Less than this is counted before the table is cleared and summed up.
+  constexpr std::int64_t kMany = 1 << 20;
+  return pixels < kMany ? kOk : pairs_.allocate(kLevels * kLevels);
+}
+
+// Eight that are equal to the eight before only add to their number: so is paper, and each count would
+// have to wait for the one before.
+std::size_t LevelCounter::add_pairs(std::span<const std::uint8_t> levels) {
+  std::uint32_t* const pairs = pairs_.data();
+  const auto add = [pairs](std::uint64_t eight, std::uint32_t times) {
+    pairs[eight & 0xFFFF] += times;
+    pairs[eight >> 16 & 0xFFFF] += times;
+    pairs[eight >> 32 & 0xFFFF] += times;
+    pairs[eight >> 48] += times;
+  };
+  std::uint64_t last = 0;
+  std::uint32_t times = 0;
   std::size_t x = 0;
   for (; x + 8 <= levels.size(); x += 8) {
     std::uint64_t eight;
     std::memcpy(&eight, &levels[x], sizeof eight);
-    const auto low = static_cast<std::uint32_t>(eight),
-               high = static_cast<std::uint32_t>(eight >> 32);
-    ++counts[low & 255];
-    ++others[0][low >> 8 & 255];
-    ++others[1][low >> 16 & 255];
-    ++others[2][low >> 24];
-    ++counts[high & 255];
-    ++others[0][high >> 8 & 255];
-    ++others[1][high >> 16 & 255];
-    ++others[2][high >> 24];
+    if (eight == last) {
+      ++times;
+      continue;
+    }
+    add(last, times);
+    last = eight;
+    times = 1;
   }
-  for (; x < levels.size(); ++x) ++counts[levels[x]];
-  for (std::size_t i = 0; i < counts.size(); ++i) {
-    counts[i] += others[0][i] + others[1][i] + others[2][i];
+  add(last, times);
+  return x;
+}
+
+void LevelCounter::add(std::span<const std::uint8_t> levels) {
+  std::size_t x = pairs_.size() != 0 ? add_pairs(levels) : 0;
+  // Equal neighbours are the rule; four tables keep them from waiting for each other.
+  for (; x + 4 <= levels.size(); x += 4) {
+    std::uint32_t four;
+    std::memcpy(&four, &levels[x], sizeof four);
+    ++tables_[0][four & 255];
+    ++tables_[1][four >> 8 & 255];
+    ++tables_[2][four >> 16 & 255];
+    ++tables_[3][four >> 24];
   }
+  for (; x < levels.size(); ++x) ++tables_[0][levels[x]];
+}
+
+LevelCounts LevelCounter::counts() const {
+  LevelCounts counts{};
+  for (const LevelCounts& table : tables_) {
+    for (std::size_t i = 0; i < kLevels; ++i) counts[i] += table[i];
+  }
+  for (std::size_t at = 0; at < pairs_.size(); at += kLevels) {
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < kLevels; ++i) {
+      const std::uint32_t count = pairs_.data()[at + i];
+      counts[i] += count;
+      sum += count;
+    }
+    counts[at / kLevels] += sum;
+  }
+  return counts;
 }
 
 int otsu_level(const LevelCounts& counts) {
