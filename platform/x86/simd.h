@@ -72,6 +72,7 @@ TQ_BINARY(subtract_signed8, subs_epi8)  // with a sign: stops at -128
 TQ_BINARY(min8, min_epu8)               // without a sign
 TQ_BINARY(max8, max_epu8)
 TQ_BINARY(equal8, cmpeq_epi8)      // all bits where a == b
+TQ_BINARY(distance8, sad_epu8)     // sums of eight differences, as 64 bits
 TQ_BINARY(shuffle8, shuffle_epi8)  // those of a at the places b; 0 at places from 0x80 on
 // The top bit of every byte, 16 bits per lane.
 TQ_SIMD std::uint32_t top_bits8(Vector x) {
@@ -132,6 +133,25 @@ TQ_SIMD std::uint32_t sum32(Vector x) {
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
   sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
   return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum));
+}
+
+// Floating point, 32 bits
+
+TQ_SIMD FloatVector all_floats(float value) {
+  return TQ_INTRINSIC(set1_ps)(value);
+}
+TQ_SIMD FloatVector to_floats(Vector x) {
+  return TQ_INTRINSIC(cvtepi32_ps)(x);
+}
+TQ_SIMD Vector truncated(FloatVector x) {
+  return TQ_INTRINSIC(cvttps_epi32)(x);
+}
+TQ_SIMD FloatVector min_floats(FloatVector a, FloatVector b) {
+  return TQ_INTRINSIC(min_ps)(a, b);
+}
+// The top bit of the values where a < b.
+TQ_SIMD std::uint32_t less_bits(FloatVector a, FloatVector b) {
+  return top_bits32(reinterpret_cast<Vector>(a < b));
 }
 
 // Order: by places of 32-bit values, two bits each, the lowest first.

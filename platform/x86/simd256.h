@@ -39,6 +39,13 @@ TQ_SIMD Vector load_widened(const std::uint8_t* from) {
 TQ_SIMD Vector load_widened(const std::int8_t* from) {
   return _mm256_cvtepi8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
 }
+// Eight values as 32 bits each.
+TQ_SIMD Vector load_as_32(const std::uint8_t* from) {
+  return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
+}
+TQ_SIMD Vector load_as_32(const std::uint16_t* from) {
+  return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
 // Four values as 64 bits each.
 TQ_SIMD Vector load_as_64(const std::uint8_t* from) {
   return _mm256_cvtepu8_epi64(_mm_loadu_si32(from));
@@ -54,7 +61,11 @@ TQ_SIMD __m128i load_two_halves(const void* low, const void* high) {
 TQ_SIMD Vector load_halves(const std::uint8_t* const (&from)[4]) {
   return joined(load_two_halves(from[0], from[1]), load_two_halves(from[2], from[3]));
 }
-// The low half of a lane.
+// The low half of a lane, or a half of that.
+template <int kLane>
+TQ_SIMD void store_quarter(void* to, Vector x) {
+  _mm_storeu_si32(to, lane<kLane>(x));
+}
 template <int kLane>
 TQ_SIMD void store_half(void* to, Vector x) {
   _mm_storel_epi64(static_cast<__m128i*>(to), lane<kLane>(x));
@@ -66,6 +77,44 @@ TQ_SIMD void store_past(void* to, Vector x) {
 // Before anybody else reads what was stored so.
 TQ_SIMD void finish_stores() {
   _mm_sfence();
+}
+// What one lane has as floating point of 64 bits.
+using DoubleVector = __m256d;
+TQ_SIMD DoubleVector all_doubles(double value) {
+  return _mm256_set1_pd(value);
+}
+template <int kLane>
+TQ_SIMD DoubleVector to_doubles(Vector x) {
+  return _mm256_cvtepi32_pd(lane<kLane>(x));
+}
+TQ_SIMD DoubleVector rounded_down(DoubleVector x) {
+  return _mm256_floor_pd(x);
+}
+TQ_SIMD DoubleVector square_root(DoubleVector x) {
+  return _mm256_sqrt_pd(x);
+}
+// What comparisons of doubles are, as 32 bits each.
+TQ_SIMD Vector narrowed(Vector first, Vector last) {
+  const __m256 even =
+      _mm256_shuffle_ps(reinterpret_cast<__m256>(first), reinterpret_cast<__m256>(last), 0x88);
+  return in_sequence(reinterpret_cast<Vector>(even));
+}
+TQ_SIMD Vector multiply_low32(Vector a, Vector b) {
+  return _mm256_mullo_epi32(a, b);
+}
+TQ_SIMD std::uint32_t low32(Vector x) {
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(lane<0>(x)));
+}
+// Each 32-bit value and all before it.
+TQ_SIMD Vector running_sums32(Vector x) {
+  x = _mm256_add_epi32(x, _mm256_slli_si256(x, 4));
+  x = _mm256_add_epi32(x, _mm256_slli_si256(x, 8));
+  const __m256i first = _mm256_permute2x128_si256(x, x, 0x08);  // 0, and the first lane
+  return _mm256_add_epi32(x, _mm256_shuffle_epi32(first, 0xFF));
+}
+// The last of the 32-bit values everywhere.
+TQ_SIMD Vector last32(Vector x) {
+  return _mm256_shuffle_epi32(_mm256_permute2x128_si256(x, x, 0x11), 0xFF);
 }
 // The first lanes of all three, then the last ones.
 TQ_SIMD void store_in_turn(std::uint8_t* to, Vector a, Vector b, Vector c) {

@@ -8,33 +8,7 @@
 namespace tq::process {
 namespace {
 
-constexpr int kReach = 2;                 // tiles to each side
-constexpr int kScale = kPaperLevel * 16;  // level * kScale / background is the level on even paper
-
-// How many bytes are above a level; what is behind `count` is 0.
-int count_above(const std::uint8_t (&tile)[256], int level) {
-  std::uint8_t sums[16] = {};
-  for (int k = 0; k < 256; k += 16) {
-    for (int i = 0; i < 16; ++i) sums[i] = byte(sums[i] + (tile[k + i] > level ? 1 : 0));
-  }
-  int count = 0;
-  for (const int sum : sums) count += sum;
-  return count;
-}
-
-// The least level that at most a fifth of the bytes exceed.
-int bright_level(const std::uint8_t (&tile)[256], int count) {
-  int least = 0, most = 255;
-  while (least < most) {
-    const int middle = (least + most) / 2;
-    if (5 * count_above(tile, middle) <= count) {
-      most = middle;
-    } else {
-      least = middle + 1;
-    }
-  }
-  return least;
-}
+constexpr int kReach = 2;  // tiles to each side
 
 // Along one axis: `line(i)` for i from 0 to `count` - 1 becomes what `choose` makes of those within
 // reach.
@@ -87,13 +61,15 @@ void Background::end_tiles() {
   const std::ptrdiff_t stride = std::ptrdiff_t{columns_} * kTile;
   std::uint8_t* const out = tiles_.data() + std::ptrdiff_t{(row_ - 1) / kTile} * columns_;
   for (int x = 0; x < columns_; ++x) {
-    std::uint8_t tile[kTile * kTile] = {};
+    const std::uint8_t* const from = band_.data() + x * std::ptrdiff_t{kTile};
     const int columns = std::min(kTile, width_ - x * kTile);
-    for (int y = 0; y < rows; ++y) {
-      const std::uint8_t* const from = band_.data() + y * stride + x * std::ptrdiff_t{kTile};
-      std::copy_n(from, columns, tile + y * kTile);
+    if (rows == kTile && columns == kTile) {
+      out[x] = byte(kernels_.bright_level(from, stride, kTile * kTile));
+      continue;
     }
-    out[x] = byte(bright_level(tile, rows * columns));
+    std::uint8_t tile[kTile * kTile] = {};
+    for (int y = 0; y < rows; ++y) std::copy_n(from + y * stride, columns, tile + y * kTile);
+    out[x] = byte(kernels_.bright_level(tile, kTile, rows * columns));
   }
 }
 
@@ -144,7 +120,7 @@ Status Background::find_dark() {
   return kOk;
 }
 
-std::span<const std::int32_t> Background::read(int y) {
+std::span<const std::uint16_t> Background::read(int y) {
   // Centres of pixels and tiles in half pixels.
   constexpr int kHalf = kTile / 2, kParts = 2 * kTile;
   const int above = y < kHalf ? -1 : (y - kHalf) / kTile;
@@ -158,24 +134,17 @@ std::span<const std::int32_t> Background::read(int y) {
   }
   between[-1] = between[0];
   between[columns_] = between[columns_ - 1];
-  for (int x = 0; x <= columns_; ++x) {
-    const std::int32_t from = between[x - 1], step = 2 * (between[x] - from);
-    const std::int32_t start = from * kParts + (between[x] - from) + 512;
-    std::int32_t* const out = line_.data() + x * std::ptrdiff_t{kTile};
-    for (int i = 0; i < kTile; ++i) out[i] = (start + i * step) >> 10;
-  }
-  return std::span<const std::int32_t>(line_.pixels())
+  kernels_.connect(between - 1, line_.data(), std::ptrdiff_t{columns_} + 1);
+  return std::span<const std::uint16_t>(line_.pixels())
       .subspan(kHalf, static_cast<std::size_t>(width_));
 }
 
 void Background::level_row(int y, Bytes levels, Row out) {
-  const std::span<const std::int32_t> background = read(y);
-  // A quotient below 256 that is no whole number lies further from the next one than these round.
-  for (int x = 0; x < width_; ++x) {
-    const float quotient =
-        static_cast<float>(levels[x] * kScale) / static_cast<float>(background[x]);
-    out[x] = byte(static_cast<int>(std::min(quotient, 255.0F)));
-  }
+  kernels_.even_out(levels.data(), read(y).data(), out.data(), width_);
+}
+
+void Background::mark_dark(int y, Bytes levels, int level, Row marks) {
+  kernels_.mark_dark(levels.data(), read(y).data(), level, marks.data(), width_);
 }
 
 Status LevelledRows::find() {
@@ -192,12 +161,7 @@ Bytes LevelledRows::read(int y) {
 }
 
 void LevelledRows::mark_dark(int y, int level, Row out) {
-  const Bytes levels = grey_.read(y);
-  const std::span<const std::int32_t> background = background_.read(y);
-  // The same as comparing the quotient, without a division.
-  for (std::size_t x = 0; x < background.size(); ++x) {
-    out[x] = byte(levels[x] * kScale < (level + 1) * background[x] ? 1 : 0);
-  }
+  background_.mark_dark(y, grey_.read(y), level, out);
 }
 
 }  // namespace tq::process

@@ -7,9 +7,11 @@
 #include <tuple>
 #include <vector>
 
+#include "core/numbers.h"
 #include "include/tarnquill.h"
 #include "pixels/kernels.h"
 #include "platform/cpu.h"
+#include "process/cleanup/kernels.h"
 #include "process/geometry/kernels.h"
 #include "tests/process/generated_image.h"
 #include "tests/support/guarded_block.h"
@@ -119,6 +121,70 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
       EXPECT_EQ(with_features(true, run_all), with_features(false, run_all))
           << size << " " << width;
     }
+  }
+}
+
+// Of noise around levels that rise, so that some windows have nothing in them and some all there is; down
+// to where variances are at the edge of flat, and windows so large that sums have 32 bits.
+TEST(CleanupKernels, EqualThePortableOnesAtEveryWidth) {
+  std::uint32_t state = 1;
+  const auto noise = [&state] { return (state = state * 1664525 + 1013904223) >> 24; };
+  for (int width = 0; width <= 300; ++width) {
+    const auto count = static_cast<std::size_t>(width);
+    const int reach[] = {0, 8, 20, 60, 255}, spread = reach[width % 5] + 1;
+    Bytes levels(count + 256), other(count);
+    std::vector<std::uint16_t> background(count + 1);
+    for (std::size_t x = 0; x < levels.size(); ++x) {
+      levels[x] = byte(std::min<std::size_t>(255, x * width / 300 + noise() % spread));
+    }
+    for (auto& level : other) level = byte(noise() % spread + 200 % spread);
+    for (auto& paper : background) paper = word(16 + noise() * 16 * (width % 3) / 2 % 4065);
+    Bytes cells(64 + 10 * 30 + 100 + 64);
+    for (auto& cell : cells) cell = byte(noise() % 9);
+    const int columns = std::min(width, width % 4 == 0 ? 255 : 3 + width % 30);
+    const int rows = width % 4 == 0 ? 255 : 2 + width % 23;
+    const auto run_all = [&] {
+      const CleanupKernels k = cleanup_kernels();
+      Bytes out(4 * count + 4, 0xA5);
+      std::uint8_t* to = out.data();
+      std::vector<std::int64_t> found{k.bright_level(levels.data(), 16, 256),
+                                      k.bright_level(levels.data() + width, 3, width)};
+      std::vector<std::int32_t> corners(static_cast<std::size_t>(width) / 16 + 1);
+      for (std::size_t i = 0; i < corners.size(); ++i) corners[i] = background[5 * i] * 32;
+      std::vector<std::uint16_t> line(count);
+      k.connect(corners.data(), line.data(), width / 16);
+      for (const int paper : line) found.push_back(paper);
+      k.even_out(levels.data(), background.data(), to, width);
+      k.mark_dark(levels.data(), background.data(), width - 1 - 46 * (width / 254), to + count,
+                  width);
+      std::vector<MovedColumn> moved;
+      for (int i = 0; i < 30; ++i) {  // of which some lie behind the rows, and some before
+        moved.push_back({cells.data() + 64 + 10 * i, i * (width - 150) / 10});
+      }
+      Bytes added(64);
+      k.add_columns(moved.data(), 30, 100, width % 90 - 10, added.data());
+      out.insert(out.end(), added.begin(), added.end());
+      to = out.data();
+      std::vector<std::uint32_t> sums(2 * count + 2);
+      const WindowSums all{sums.data(), sums.data() + count + 1};
+      for (int y = 0; y < rows; ++y) {
+        k.move_windows((y % 2 == 0 ? other : levels).data(), Bytes(count).data(), all, width);
+      }
+      k.move_windows(levels.data(), other.data(), all, width);
+      if (columns == 0) return std::tuple(out, found, sums);
+      const WindowRow windows{all.sums_before, all.squares_before, columns,
+                              1.0 / (double{1} * columns * rows)};
+      const std::int64_t largest = k.largest_variance(windows, 0, width - columns + 1);
+      found.push_back(largest);
+      for (const int percent : {34, 100}) {
+        const WindowRule rule{width % 129, percent, 4096 + 28672 * (width % 3) / 2};
+        k.mark_by_windows(levels.data() + columns / 2, windows, rule, to + 2 * count,
+                          width - columns + 1);
+        k.mark_by_windows(other.data(), windows, rule, to + 3 * count, width - columns + 1);
+      }
+      return std::tuple(out, found, sums);
+    };
+    EXPECT_EQ(with_features(true, run_all), with_features(false, run_all)) << width;
   }
 }
 
