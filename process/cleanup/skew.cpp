@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdlib>
 #include <cstring>
 
+#include "process/cleanup/bit_counts.h"
+#include "process/cleanup/kernels.h"
 #include "process/cleanup/text_ink.h"
 #include "process/geometry/geometry.h"
 #include "process/geometry/sines.h"
@@ -29,99 +30,148 @@ constexpr int kBandReach = 7;         // fine steps
 constexpr int kFewestApart = 3;       // hundredths of a degree: what bands differ from the page
 constexpr double kGainOfBands = 1.005;
 
-// Lower edges in columns of a few pixels, each over all rows of the page.
+// Lower edges in columns of a few pixels, each over all rows of the page, with nothing before and behind them.
 class Columns {
  public:
-  Status allocate(const InkPage& page, int column_width);
+  // Columns of 4 pixels, or two of them together.
+  Status find(const InkPage& page);
+  Status join(const Columns& narrow);
   int count() const { return count_; }
   int column_width() const { return column_width_; }
   std::int64_t edges() const { return edges_; }
-  // With rows of nothing at the end, to a multiple of kBlock.
   int rows() const { return rows_; }
-  const std::uint8_t* column(int i) const { return cells_.data() + i * std::ptrdiff_t{rows_}; }
+  const std::uint8_t* column(int i) const {
+    return cells_.data() + i * stride() + std::ptrdiff_t{kBlock};
+  }
 
-  static constexpr int kBlock = 16;
+  static constexpr int kBlock = kRowsAtATime;
 
  private:
+  std::ptrdiff_t stride() const { return rows_ + std::ptrdiff_t{2 * kBlock}; }
+
+  Status allocate(int column_width, int page_width, int rows);
+
   int column_width_ = 8, count_ = 0, rows_ = 0;
   std::int64_t edges_ = 0;
-  RowBuffer<std::uint8_t> cells_;
+  RowBuffer<std::uint8_t> cells_;  // and a column of nothing at the end
 };
 
-Status Columns::allocate(const InkPage& page, int column_width) {
+Status Columns::allocate(int column_width, int page_width, int rows) {
   column_width_ = column_width;
+  rows_ = rows;
+  count_ = (page_width - 1) / column_width + 1;
+  return cells_.allocate((std::int64_t{count_} + 1) * stride());
+}
+
+Status Columns::find(const InkPage& page) {
   const int height = page.height();
-  rows_ = (height - 1) / kBlock * kBlock + kBlock;
-  count_ = (page.width() - 1) / column_width + 1;
-  TQ_TRY(cells_.allocate(std::int64_t{count_} * rows_));
-  const int parts = 8 / column_width, mask = (1 << column_width) - 1;
+  TQ_TRY(allocate(4, page.width(), height));
+  RowBuffer<std::uint8_t> blank;
+  TQ_TRY(blank.allocate(std::ssize(page.row(0))));
+  std::ranges::fill(blank.pixels(), std::uint8_t{0xFF});
   for (int y = 0; y < height; ++y) {
-    const Bytes row = page.row(y);
-    for (int i = 0; i < count_; i += parts) {
-      const int below = y + 1 < height ? page.row(y + 1)[i / parts] : 255;
-      const unsigned edges = ~unsigned{row[i / parts]} & below;
-      if (edges == 0) continue;
-      edges_ += std::popcount(edges);
-      for (int k = 0; k < parts && i + k < count_; ++k) {
-        cells_[(i + k) * std::ptrdiff_t{rows_} + y] =
-            byte(std::popcount(edges >> (8 - column_width * (k + 1)) & mask));
+    const Row row = page.row(y), below = y + 1 < height ? page.row(y + 1) : blank.pixels();
+    for (std::size_t at = 0; at < row.size(); at += 8) {
+      std::uint64_t upper, lower;
+      std::memcpy(&upper, &row[at], sizeof upper);
+      std::memcpy(&lower, &below[at], sizeof lower);
+      if ((~upper & lower) == 0) continue;
+      const std::uint64_t counts = count_in_fours(~upper & lower);
+      edges_ += sum_of_fours(counts);
+      std::array<std::uint8_t, 8> pairs;
+      std::memcpy(pairs.data(), &counts, sizeof pairs);
+      for (std::size_t i = 0; i < pairs.size(); ++i) {
+        if (pairs[i] == 0) continue;
+        std::uint8_t* const cells = cells_.data() + 2 * (at + i) * stride() + kBlock + y;
+        cells[0] = byte(pairs[i] >> 4);
+        cells[stride()] = pairs[i] & 15;
       }
     }
   }
   return kOk;
 }
 
-// Adds a block of a column to the profile. Copies, so that a compiler need not fear that they overlap.
-void add_block(std::uint16_t* profile, const std::uint8_t* column) {
-  std::array<std::uint16_t, Columns::kBlock> sums;
-  std::array<std::uint8_t, Columns::kBlock> more;
-  std::memcpy(sums.data(), profile, sizeof sums);
-  std::memcpy(more.data(), column, sizeof more);
-  for (int i = 0; i < Columns::kBlock; ++i) sums[i] = word(sums[i] + more[i]);
-  std::memcpy(profile, sums.data(), sizeof sums);
+Status Columns::join(const Columns& narrow) {
+  TQ_TRY(allocate(8, 8 * ((narrow.count_ + 1) / 2), narrow.rows_));
+  edges_ = narrow.edges_;
+  for (int i = 0; i < count_; ++i) {
+    std::uint8_t* const out = cells_.data() + i * stride();
+    const std::uint8_t* const left = narrow.cells_.data() + 2 * i * stride();
+    const std::uint8_t* const right = left + stride();
+    for (std::ptrdiff_t y = 0; y < stride(); ++y) out[y] = byte(left[y] + right[y]);
+  }
+  return kOk;
 }
 
-// How much neighbouring rows of a profile differ.
-std::int64_t roughness(std::span<const std::uint16_t> profile) {
-  std::int64_t sum = 0;
-  for (std::size_t y = 0; y + 1 < profile.size(); ++y) {
-    const std::int64_t difference = profile[y + 1] - profile[y];
-    sum += difference * difference;
+using Block = std::array<std::uint16_t, Columns::kBlock>;
+
+// Rows y and on of so many columns together.
+Block add_columns(const CleanupKernels& kernels, const Columns& columns,
+                  std::span<const MovedColumn> moved, int y) {
+  const std::size_t most = 255 / columns.column_width();
+  Block sums{};
+  while (!moved.empty()) {
+    const std::span<const MovedColumn> part = moved.first(std::min(moved.size(), most));
+    moved = moved.subspan(part.size());
+    std::array<std::uint8_t, Columns::kBlock> bytes;
+    kernels.add_columns(part.data(), std::ssize(part), columns.rows(), y, bytes.data());
+    for (int i = 0; i < Columns::kBlock; ++i) sums[i] = word(sums[i] + bytes[i]);
   }
-  return sum;
+  return sums;
 }
+
+int nearest(double value) {
+  return static_cast<int>(value + (value < 0 ? -0.5 : 0.5));
+}
+
+// How much neighbouring rows of a profile differ: no page has 2000 blocks in a row, so 16 bits are enough.
+class Roughness {
+ public:
+  void add(const Block& rows) {
+    std::array<std::uint16_t, Columns::kBlock> before;
+    before[0] = last_;
+    std::copy(rows.begin(), rows.end() - 1, before.begin() + 1);
+    last_ = rows.back();
+    std::int32_t sum = 0;
+    for (int i = 0; i < Columns::kBlock; ++i) {
+      const auto difference = static_cast<std::int16_t>(rows[i] - before[i]);
+      sum += difference * difference;
+    }
+    sum_ += sum;
+  }
+  // And nothing behind the last row.
+  std::int64_t finish() const { return sum_ + std::int64_t{last_} * last_; }
+
+ private:
+  std::int64_t sum_ = 0;
+  std::uint16_t last_ = 0;
+};
 
 class Scores {
  public:
   Scores(const Columns& columns, double aspect) : columns_(columns), aspect_(aspect) {}
-  Status allocate() {
-    // Columns go up or down by at most the page's width.
-    const double most = tangent(kMostSkew + kBeyond + kFineReach) * aspect_ * columns_.count() *
-                        columns_.column_width();
-    margin_ = static_cast<int>(most) + 2;
-    return profile_.allocate(columns_.rows() + 2 * std::int64_t{margin_});
-  }
+  Status allocate() { return moved_.allocate(columns_.count()); }
 
   // Along lines that fall to the right by an angle.
   std::int64_t page(int angle) {
-    const int rows = columns_.rows();
-    std::ranges::fill(profile_.pixels(), std::uint16_t{0});
     const double slope = tangent(angle) * aspect_ * columns_.column_width();
     for (int i = 0; i < columns_.count(); ++i) {
-      const double shift = slope * i;
-      const int whole = static_cast<int>(shift + (shift < 0 ? -0.5 : 0.5));
-      std::uint16_t* const out = profile_.data() + margin_ - whole;
-      const std::uint8_t* const in = columns_.column(i);
-      for (int y = 0; y < rows; y += Columns::kBlock) add_block(out + y, in + y);
+      moved_[i] = {columns_.column(i), nearest(slope * i)};
     }
-    return roughness(profile_.pixels());
+    const int most = moved_[columns_.count() - 1].up;
+    Roughness roughness;
+    for (int y = -std::max(most, 0); y < columns_.rows() - std::min(most, 0);
+         y += Columns::kBlock) {
+      roughness.add(add_columns(kernels_, columns_, moved_.pixels(), y));
+    }
+    return roughness.finish();
   }
 
  private:
   const Columns& columns_;
   double aspect_;
-  int margin_ = 0;
-  RowBuffer<std::uint16_t> profile_;
+  CleanupKernels kernels_ = cleanup_kernels();
+  RowBuffer<MovedColumn> moved_;
 };
 
 constexpr int kMostCoarse = 2 * (kMostSkew + kBeyond) / kCoarseStep + 1;
@@ -154,6 +204,8 @@ Peak find_peak(const std::array<double, kCount>& scores) {
 // the slope in which some of their lines happen to meet. Here each band of the page has a profile of its own.
 // It is so narrow that shifts by whole rows would favour level lines: they are by quarters, and the edges are
 // split over two rows. That blurs a profile, so each slope is seen from four starts, which blur all alike.
+//
+// Edges at quarters of a row, seen through a triangle of a row to each side, are all four profiles in turn.
 class BandScores {
  public:
   BandScores(const Columns& columns, double aspect) : columns_(columns), aspect_(aspect) {}
@@ -161,10 +213,8 @@ class BandScores {
   Status allocate() {
     const double most = tangent(kMostSkew + kBeyond + 3 * kFineReach) * aspect_ * kBandColumns *
                         columns_.column_width();
-    margin_ = static_cast<int>(most) + 3;
-    rows_ = columns_.rows() + Columns::kBlock;
-    TQ_TRY(profile_.allocate(rows_ + 2 * std::int64_t{margin_}));
-    return split_.allocate(std::int64_t{kBandColumns} * kParts * rows_);
+    const std::int64_t rows = columns_.rows() + static_cast<std::int64_t>(most) + 2;
+    return quarters_.allocate((rows / Columns::kBlock + 1) * Columns::kBlock * kParts + 4 * kStep);
   }
 
   // Of all bands together, for angles that are a step apart.
@@ -173,9 +223,8 @@ class BandScores {
     std::array<double, kCount> scores{};
     for (int first = 0; first < columns_.count(); first += kBandColumns) {
       const int count = std::min(kBandColumns, columns_.count() - first);
-      split(first, count);
       for (int i = 0; i < std::ssize(scores); ++i) {
-        scores[i] += band(middle + (i - int{kCount / 2}) * step, count);
+        scores[i] += band(middle + (i - int{kCount / 2}) * step, first, count);
       }
     }
     return scores;
@@ -183,60 +232,58 @@ class BandScores {
 
  private:
   static constexpr int kParts = 4;  // of a row
+  static constexpr int kStep = 16;
 
-  void split(int first, int count) {
-    for (int i = 0; i < count; ++i) {
-      const std::uint8_t* const in = columns_.column(first + i);
-      for (int part = 0; part < kParts; ++part) {
-        std::uint8_t* const out = lowered(i, part);
-        std::fill(out + columns_.rows(), out + rows_, std::uint8_t{0});
-        out[0] = byte((kParts - part) * in[0]);
-        for (int y = 1; y < columns_.rows(); ++y) {
-          out[y] = byte((kParts - part) * in[y] + part * in[y - 1]);
-        }
-        out[columns_.rows()] = byte(part * in[columns_.rows() - 1]);
-      }
-    }
-  }
-
-  double band(int angle, int count) {
+  double band(int angle, int first, int count) {
     const double slope = tangent(angle) * aspect_ * columns_.column_width() * kParts;
-    std::int64_t score = 0;
-    for (int start = 0; start < kParts; ++start) {
-      std::ranges::fill(profile_.pixels(), std::uint16_t{0});
-      for (int i = 0; i < count; ++i) {
-        const double shift = slope * i;
-        const int up = static_cast<int>(shift + (shift < 0 ? -0.5 : 0.5)) + start;
-        const int part = -up & (kParts - 1);
-        std::uint16_t* const out = profile_.data() + margin_ - (up + part) / kParts;
-        const std::uint8_t* const in = lowered(i, part);
-        for (int y = 0; y < rows_; y += Columns::kBlock) add_block(out + y, in + y);
-      }
-      score += roughness(profile_.pixels());
+    // By the quarters that are more than shifts by whole rows.
+    std::array<std::array<MovedColumn, kBandColumns>, kParts> moved;
+    std::array<std::size_t, kParts> counts{};
+    std::int32_t up = 0;
+    for (int i = 0; i < count; ++i) {
+      const int quarters = nearest(slope * i), part = quarters & (kParts - 1);
+      up = (quarters - part) / kParts;
+      moved[part][counts[part]++] = {columns_.column(first + i), up};
     }
+    std::ranges::fill(quarters_.pixels(), std::uint16_t{0});
+    std::uint16_t* out = quarters_.data() + kStep;
+    const int bottom = columns_.rows() - std::min(up, 0);
+    for (int y = -std::max(up, 0); y < bottom; y += Columns::kBlock) {
+      for (int part = 0; part < kParts; ++part) {
+        const Block rows =
+            add_columns(kernels_, columns_, std::span(moved[part]).first(counts[part]), y);
+        for (int i = 0; i < Columns::kBlock; ++i) out[kParts * i - part] = rows[i];
+      }
+      out += kParts * Columns::kBlock;
+    }
+    std::int64_t score = 0;
+    for (const std::uint16_t* at = quarters_.data(); at < out; at += kStep) score += rises(at);
     return static_cast<double>(score);
   }
 
-  // A column of the band, so many parts of a row lower.
-  std::uint8_t* lowered(int i, int part) {
-    return split_.data() + (i * kParts + part) * std::ptrdiff_t{rows_};
+  // Squares of what the places a row further on are more, of so many in turn. A place is seen from itself by
+  // four, from three to each side by less and less; so here are two triangles, one less the other.
+  static std::int32_t rises(const std::uint16_t* at) {
+    std::array<std::uint16_t, kStep + 2 * kParts + 2> q;
+    std::memcpy(q.data(), at, sizeof q);
+    std::int32_t sum = 0;
+    for (int i = 0; i < kStep; ++i) {
+      const auto rise = static_cast<std::int16_t>(
+          q[i + 10] - q[i] + 2 * (q[i + 9] - q[i + 1] + q[i + 6] - q[i + 4]) +
+          3 * (q[i + 8] - q[i + 2]) + 4 * (q[i + 7] - q[i + 3]));
+      sum += rise * rise;
+    }
+    return sum;
   }
 
   const Columns& columns_;
   double aspect_;
-  int margin_ = 0, rows_ = 0;
-  RowBuffer<std::uint16_t> profile_;
-  RowBuffer<std::uint8_t> split_;
+  CleanupKernels kernels_ = cleanup_kernels();
+  RowBuffer<std::uint16_t> quarters_;
 };
 
-int nearest(double value) {
-  return static_cast<int>(value + (value < 0 ? -0.5 : 0.5));
-}
-
-Status refine(const InkPage& page, int coarse, int& angle) {
-  Columns columns;
-  TQ_TRY(columns.allocate(page, 4));
-  Scores scores(columns, page.aspect());
+Status refine(const Columns& columns, double aspect, int coarse, int& angle) {
+  Scores scores(columns, aspect);
   TQ_TRY(scores.allocate());
   std::array<double, kFine + 2> across{};
   const int first = coarse - kFineReach - kFineStep;
@@ -245,7 +292,7 @@ Status refine(const InkPage& page, int coarse, int& angle) {
   }
   angle = nearest(first + kFineStep * find_peak(across).place);
 
-  BandScores bands(columns, page.aspect());
+  BandScores bands(columns, aspect);
   TQ_TRY(bands.allocate());
   const auto [left, middle, right] = bands.around<3>(angle, 2 * kFineStep);
   const bool is_peak = middle > std::max(left, right);
@@ -261,9 +308,10 @@ Status find_lines(const InkPage& text, int marks, int range, Skew& skew) {
   skew = {};
   // Pixels of such a shape are those of no scanner.
   if (text.aspect() < 1 / kMostAspect || text.aspect() > kMostAspect) return kOk;
-  Columns columns;
-  TQ_TRY(columns.allocate(text, 8));
-  if (columns.edges() < kFewestEdges) return kOk;
+  Columns narrow, columns;
+  TQ_TRY(narrow.find(text));
+  if (narrow.edges() < kFewestEdges) return kOk;
+  TQ_TRY(columns.join(narrow));
   Scores scores(columns, text.aspect());
   TQ_TRY(scores.allocate());
 
@@ -290,7 +338,7 @@ Status find_lines(const InkPage& text, int marks, int range, Skew& skew) {
   if (confidence < kSureConfidence && 7 * rival >= 5 * *best) return kOk;
 
   int fall = 0;
-  TQ_TRY(refine(text, (at - steps) * kCoarseStep, fall));
+  TQ_TRY(refine(narrow, text.aspect(), (at - steps) * kCoarseStep, fall));
   if (std::abs(fall) > range + kFineStep) return kOk;
   skew.angle = -std::clamp(fall, -range, range);
   skew.confidence = static_cast<int>(std::min<std::int64_t>(confidence, 1'000'000));
