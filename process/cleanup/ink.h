@@ -17,7 +17,7 @@ struct InkRule {
 
   static constexpr int kByOtsu = -1;
 
-  // Blocks of half the sides, where the image's pixels are that small.
+  // Blocks of half the sides, where the image's pixels are that small. Of tiles nothing is known then.
   bool fine = false;
 };
 
@@ -65,18 +65,18 @@ class InkPage {
   bool has_ink(int left, int top, int right, int bottom) const;
 
   // Whether a place is dark as a whole, as pictures are and what is around a sheet: not known of 1 bit.
+  bool knows_dark() const { return dark_.size() > 0; }
   bool is_dark(int x, int y) const {
-    return dark_.size() > 0 && dark_[y * std::ptrdiff_t{width_} + x] != 0;
+    return knows_dark() && dark_[y * std::ptrdiff_t{width_} + x] != 0;
   }
 
  private:
   void choose_blocks(const ImageSource& image, bool fine);
   Status allocate();
-  Status find_black(ImageSource& image, Reports reports);
+  Status find_black(ImageSource& image, Reports reports, bool fine);
   Status find_dark(ImageSource& image, Reports reports, InkRule rule);
-  template <class Add>
-  Status count_rows(ImageSource& image, Reports reports, Add&& add);
-  void store_row(int y, int rows, int last_columns, std::span<const std::uint32_t> counts);
+  template <class Blocks, class Add>
+  Status count_rows(ImageSource& image, Reports reports, Blocks& blocks, Add&& add);
 
   int width_ = 0, height_ = 0, block_width_ = 1, block_height_ = 1;
   double aspect_ = 1;

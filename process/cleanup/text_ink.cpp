@@ -1,8 +1,9 @@
 #include "process/cleanup/text_ink.h"
 
 #include <algorithm>
-#include <bit>
+#include <cstring>
 
+#include "process/cleanup/bit_counts.h"
 #include "process/cleanup/components.h"
 
 namespace tq::process {
@@ -15,7 +16,15 @@ constexpr int kHighest = 60;  // of what is filled, hundredths of an inch
 constexpr int kNear = 8, kHighestWord = 60, kWidestWord = 250;
 
 void whiten(Row bits, int first, int end) {
-  for (int x = first; x < end; ++x) bits[x / 8] |= byte(0x80 >> x % 8);
+  const int left = first / 8, right = end / 8;
+  const int before = 0xFF >> first % 8, behind = 0xFF00 >> end % 8 & 0xFF;
+  if (left == right) {
+    bits[left] |= byte(before & behind);
+    return;
+  }
+  bits[left] |= byte(before);
+  std::fill(bits.begin() + left + 1, bits.begin() + right, std::uint8_t{0xFF});
+  if (behind != 0) bits[right] |= byte(behind);
 }
 
 // Tiles of a sixth of an inch that are full of dots, as a printer's screens make them, or noise.
@@ -28,10 +37,17 @@ class ScreenedTiles {
     TQ_TRY(screened_.allocate(columns_ * std::int64_t{rows}));
     for (int y = 0; y < page.height(); ++y) {
       const Row row = page.row(y);
+      std::uint8_t* const busy_rows = busy_rows_.data() + y / kTile * std::ptrdiff_t{columns_};
       for (int x = 0; x < columns_; ++x) {
+        std::uint64_t four;  // tiles: most have no ink at all
+        std::memcpy(&four, &row[2 * x & ~7], sizeof four);
+        if (~four == 0) {
+          x |= 3;
+          continue;
+        }
         const unsigned pair = row[2 * x] << 8 | row[2 * x + 1];
-        const int changes = std::popcount((pair ^ pair >> 1) & 0x7FFF);
-        if (changes >= kBusyChanges) ++busy_rows_[y / kTile * std::ptrdiff_t{columns_} + x];
+        const int changes = count_bits((pair ^ pair >> 1) & 0x7FFF);
+        if (changes >= kBusyChanges) ++busy_rows[x];
       }
     }
     const auto is_full = [&](int x, int y) {
@@ -103,8 +119,13 @@ Status keep_text(InkPage& page, int& marks) {
     for (const Run& run : components.row(y)) {
       Texture& texture = textures[run.component];
       ++texture.runs;
-      for (int x = run.first; x < run.end; ++x) {
-        if (screened.has(x, y) || page.is_dark(x, y)) ++texture.masked;
+      for (int x = run.first, end = 0; x < run.end; x = end) {
+        end = std::min(run.end, (x / InkPage::kTile + 1) * InkPage::kTile);
+        if (screened.has(x, y)) {
+          texture.masked += end - x;
+        } else if (page.knows_dark()) {
+          for (; x < end; ++x) texture.masked += page.is_dark(x, y) ? 1 : 0;
+        }
       }
     }
   }

@@ -3,7 +3,9 @@
 #include "process/cleanup/text_lines.h"
 
 #include <algorithm>
-#include <bit>
+#include <cstring>
+
+#include "process/cleanup/bit_counts.h"
 
 namespace tq::process {
 namespace {
@@ -32,8 +34,13 @@ class TextLines::Profile {
   void measure(const InkPage& page, int left, int right) {
     for (int y = 0; y < rows_; ++y) {
       const Row row = page.row(y);
+      const Bytes part = row.subspan(left / 8, (right + 7) / 8 - left / 8);
       std::int32_t ink = 0;
-      for (int i = left / 8; 8 * i < right; ++i) ink += std::popcount(row[i] ^ 0xFFu);
+      for (std::size_t i = 0; i < part.size(); i += 8) {
+        std::uint64_t white = ~std::uint64_t{0};
+        std::memcpy(&white, &part[i], std::min(part.size() - i, sizeof white));
+        if (~white != 0) ink += count_bits(~white);
+      }
       ink_[y] = ink;
       sums_[y + 1] = {sums_[y].ink + ink, sums_[y].rows + (ink > 0 ? 1 : 0)};
     }
@@ -132,8 +139,8 @@ void TextLines::judge_bar(const InkPage& page, int left, int right, const Profil
       any |= ink;
       if (y >= bar - 1 && y <= bar + 1) on_bar |= ink;
     }
-    letters += std::popcount(any);
-    covered += std::popcount(on_bar);
+    letters += count_bits(any);
+    covered += count_bits(on_bar);
   }
   if (covered >= kBarShare * letters) ++(lean > 0 ? bars_above_ : bars_below_);
 }

@@ -17,18 +17,6 @@ constexpr std::int64_t kMostExpanded = 8 << 20;  // bytes of a page of lists as 
 // Other run lists cost two bytes a row and a block of bits, which is to be little beside the page.
 constexpr int kWidePage = 4100;
 
-// A square of 64 words along its diagonal (Hacker's Delight, 7-3).
-void transpose(std::uint64_t (&rows)[kWord]) {
-  std::uint64_t mask = 0x00000000FFFFFFFF;
-  for (int step = 32; step != 0; step >>= 1, mask ^= mask << step) {
-    for (int i = 0; i < kWord; i = (i + step + 1) & ~step) {
-      const std::uint64_t swapped = (rows[i] ^ rows[i + step] >> step) & mask;
-      rows[i] ^= swapped;
-      rows[i + step] ^= swapped << step;
-    }
-  }
-}
-
 // Of a row, of which `left` bytes are left.
 std::uint64_t load_bits(const std::uint8_t* from, std::size_t left) {
   std::uint64_t found = 0;
@@ -41,6 +29,18 @@ std::uint64_t load_bits(const std::uint8_t* from, std::size_t left) {
 }
 
 }  // namespace
+
+// Hacker's Delight, 7-3.
+void transpose_square(std::uint64_t (&rows)[64]) {
+  std::uint64_t mask = 0x00000000FFFFFFFF;
+  for (int step = 32; step != 0; step >>= 1, mask ^= mask << step) {
+    for (int i = 0; i < 64; i = (i + step + 1) & ~step) {
+      const std::uint64_t swapped = (rows[i] ^ rows[i + step] >> step) & mask;
+      rows[i] ^= swapped;
+      rows[i + step] ^= swapped << step;
+    }
+  }
+}
 
 TransposedRows::TransposedRows(const ImageSource& image, pixels::Turn turn)
     : image_(image),
@@ -98,7 +98,7 @@ void TransposedRows::turn_bits(int rows) {
       const int y = source_row(x + k);
       square[k] = from_lists ? bits_at(y, column) : load_bits(top + y * step + column / 8, left);
     }
-    transpose(square);
+    transpose_square(square);
     for (int i = 0; i < rows; ++i) {
       const Row to = rows_[i].subspan(static_cast<std::size_t>(x / 8));
       const std::uint64_t stored = __builtin_bswap64(square[i]);

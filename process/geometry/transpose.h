@@ -7,6 +7,9 @@
 
 namespace tq::process {
 
+// A square of bits along its diagonal; the first of a row is the top one.
+void transpose_square(std::uint64_t (&rows)[64]);
+
 class TransposedRows {
  public:
   // `turn` swaps the sides.
