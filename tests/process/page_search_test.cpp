@@ -5,7 +5,10 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "core/image_table.h"
+#include "core/run_storage.h"
 #include "include/tarnquill.h"
+#include "process/cleanup/ink.h"
 #include "tests/process/generated_image.h"
 #include "tests/process/page.h"
 
@@ -206,6 +209,111 @@ TEST(IsBlank, GreyWritingIsWritingUnlessThereIsDarker) {
   EXPECT_TRUE(blank) << "less than the grain of paper";
   grey(170, true, blank);
   EXPECT_FALSE(blank);
+}
+
+// Dots on the left, strokes on the right, and something of each block's size at the edges.
+Page dotted(int width, int height) {
+  Page page(width, height);
+  std::uint32_t state = 1;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      state = state * 1664525 + 1013904223;
+      const bool stroke = (y / 50 + x / 5) % 7 == 0 && y % 300 > 90;
+      if (x < width / 2 ? state >> 31 != 0 : stroke != (state >> 26 == 0)) page.at(x, y) = 1;
+    }
+  }
+  return page;
+}
+
+bool is_black(const Page& page, int x, int y) {
+  return x >= 0 && x < page.width() && page.at(x, y) != 0;
+}
+
+bool model_is_screened(const Page& page, int left, int top, int width, int height) {
+  const int bottom = std::min(top + height, page.height());
+  int busy = 0;
+  for (int y = top; y < bottom; ++y) {
+    int ends = 0;  // of runs
+    for (int x = left; x < std::min(left + width, page.width()); ++x) {
+      if (!is_black(page, x, y)) continue;
+      ends += (is_black(page, x - 1, y) ? 0 : 1) + (is_black(page, x + 1, y) ? 0 : 1);
+    }
+    busy += ends >= 8 ? 1 : 0;
+  }
+  return 8 * busy >= 7 * (bottom - top);
+}
+
+void expect_ink(const process::InkPage& ink, const Page& page, bool knows_tiles) {
+  const int wide = ink.block_width(), high = ink.block_height();
+  for (int y = 0; y < ink.height(); ++y) {
+    for (int x = 0; x < ink.width(); ++x) {
+      int black = 0, pixels = 0;
+      for (int j = y * high; j < std::min((y + 1) * high, page.height()); ++j) {
+        for (int i = x * wide; i < std::min((x + 1) * wide, page.width()); ++i) {
+          black += page.at(i, j), ++pixels;
+        }
+      }
+      ASSERT_EQ(ink.has_ink(x, y), 2 * black >= pixels) << x << " " << y;
+    }
+    const process::Row row = ink.row(y);
+    for (int x = ink.width(); x < 8 * std::ssize(row); ++x) ASSERT_FALSE(ink.has_ink(x, y));
+  }
+  for (int y = 0; knows_tiles && y < ink.tile_rows(); ++y) {
+    for (int x = 0; x < ink.tile_columns(); ++x) {
+      const int side = process::InkPage::kTile;
+      ASSERT_EQ(ink.is_screened(x, y),
+                model_is_screened(page, x * side * wide, y * side * high, side * wide, side * high))
+          << x << " " << y;
+    }
+  }
+}
+
+// Blocks of 1 to 5 pixels, as bits and as lists: the smaller ones are counted in another way.
+TEST(InkPage, HasInkWhereHalfOfABlockIsBlack) {
+  constexpr std::array<int, 2> kSides[] = {{1, 1},      {49, 900},   {2999, 130}, {64, 2350},
+                                           {150, 3500}, {191, 3513}, {101, 4700}, {50, 5900}};
+  for (const auto& [width, height] : kSides) {
+    const Page page = dotted(width, height);
+    for (const int form : {0, 1, 2}) {
+      for (const bool fine : {false, true}) {
+        const KeptImage image(page.dib());
+        if (form > 0) IMG_dib_to_runs(image.handle());
+        process::ImageSource source(ImageHandle{image.handle()});
+        EXPECT_TRUE(form < 2 || list_waiting_rows(source.record()).ok());
+        process::InkPage ink;
+        ASSERT_TRUE(ink.find(source, process::InkPage::Reports::none, {.fine = fine}).ok());
+        const int usual = std::max(1, static_cast<int>(std::max(width, height) / 1170.0 + 0.5));
+        EXPECT_EQ(ink.block_width(), fine && usual > 1 ? usual / 2 : usual);
+        SCOPED_TRACE(testing::Message() << height << " " << form << " " << fine);
+        expect_ink(ink, page, !fine);
+      }
+    }
+  }
+}
+
+TEST(InkPage, IsTurnedAndLevelledPixelByPixel) {
+  for (const int width : {1, 63, 64, 130, 1000}) {
+    const int height = 1065 - width;
+    const Page page = dotted(width, height);
+    const KeptImage image(page.dib());
+    process::ImageSource source(ImageHandle{image.handle()});
+    process::InkPage ink, turned, level;
+    ASSERT_TRUE(ink.find(source, process::InkPage::Reports::none).ok());
+    ASSERT_TRUE(turned.transpose(ink).ok());
+    constexpr double kSlope = 0.037;
+    ASSERT_TRUE(level.level(ink, kSlope).ok());
+    for (int x = 0; x < width; ++x) {
+      const int fall = static_cast<int>(std::lround(kSlope * (x - width / 2)));
+      for (int y = 0; y < height; ++y) {
+        ASSERT_EQ(turned.has_ink(y, x), ink.has_ink(x, y)) << x << " " << y;
+        const int from = y + fall;
+        ASSERT_EQ(level.has_ink(x, y), from >= 0 && from < height && ink.has_ink(x, from));
+      }
+      for (int y = height; y < 8 * std::ssize(turned.row(x)); ++y) {
+        ASSERT_FALSE(turned.has_ink(y, x));
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "include/tarnquill.h"
-#include "process/cleanup/ink.h"
 #include "tests/process/generated_image.h"
 #include "tests/process/page.h"
 
@@ -333,38 +332,6 @@ TEST(PageOrientation, IsToldByMarksAndNotByWhatDiffersBetweenScripts) {
       const Found found = find_orientation(image.handle());
       EXPECT_EQ(found.status, script.tells ? 1 : 0);
       EXPECT_EQ(found.angle, script.tells ? (4 - quarter) % 4 * 9000 : 0);
-    }
-  }
-}
-
-// Counted pixel by pixel.
-TEST(InkPage, BlocksAreInkWhereHalfOfThemIs) {
-  for (const auto& [width, height] :
-       {std::pair(1, 1), std::pair(70, 3600), std::pair(2999, 130), std::pair(64, 64)}) {
-    for (const bool in_runs : {false, true}) {
-      for (const int number : {0, 2, 3}) {
-        const bool fine = number == 3;
-        const KeptImage image({1, 0, in_runs}, width, height, number);
-        const Page black = Page::of(image.handle());
-        process::ImageSource source{ImageHandle{image.handle()}};
-        process::InkPage page;
-        ASSERT_TRUE(page.find(source, process::InkPage::Reports::none, {.fine = fine}).ok());
-        const int side = page.block_width();
-        const int usual = std::max(1, static_cast<int>(std::max(width, height) / 1170.0 + 0.5));
-        EXPECT_EQ(side, fine && usual > 1 ? usual / 2 : usual);
-        for (int y = 0; y < page.height(); ++y) {
-          for (int x = 0; x < page.width(); ++x) {
-            int ink = 0, all = 0;
-            for (int j = y * side; j < std::min((y + 1) * side, height); ++j) {
-              for (int i = x * side; i < std::min((x + 1) * side, width); ++i) {
-                ++all;
-                ink += black.at(i, j);
-              }
-            }
-            ASSERT_EQ(page.has_ink(x, y), 2 * ink >= all) << x << " " << y;
-          }
-        }
-      }
     }
   }
 }
