@@ -31,7 +31,8 @@ struct WindowRow {
 };
 
 inline constexpr std::int64_t kWindowUnit = 256;
-inline constexpr std::int64_t kFlatDeviation = 8 * kWindowUnit;  // below is nothing but paper or ink
+inline constexpr std::int64_t kFlatDeviation =
+    8 * kWindowUnit;  // below is nothing but paper or ink
 
 struct WindowRule {
   int flat_level;      // where nothing varies what is at most as light is black

@@ -25,8 +25,7 @@ TQ_KERNEL int bright_level(const std::uint8_t* tile, std::ptrdiff_t stride, int 
     for (int i = 0; i < kPairs; ++i) {
       counts = subtract_signed8(counts, equal8(min8(rows[i], limit), rows[i]));
     }
-    const int above =
-        kTileSide * kTileSide - static_cast<int>(sum32(distance8(counts, Vector{})));
+    const int above = kTileSide * kTileSide - static_cast<int>(sum32(distance8(counts, Vector{})));
     if (5 * above <= pixels) {
       most = middle;
     } else {
@@ -181,8 +180,7 @@ TQ_SIMD Vector four_black(const EightSums& eight, Vector level, double share,
   const DoubleVector variance = square - mean * mean;
   const DoubleVector weighted = mean * all_doubles(static_cast<double>(rule.k));
   // A hundredth of a whole number: what is added is less than the next one lacks.
-  const DoubleVector least =
-      mean - rounded_down(weighted * all_doubles(0.01) + all_doubles(0.001));
+  const DoubleVector least = mean - rounded_down(weighted * all_doubles(0.01) + all_doubles(0.001));
   const DoubleVector pixel = to_doubles<kLane>(shift_left32<8>(level));
   const DoubleVector deviation = rounded_down(square_root(variance));
   const DoubleVector range = all_doubles(static_cast<double>(100 * rule.range));
@@ -190,14 +188,12 @@ TQ_SIMD Vector four_black(const EightSums& eight, Vector level, double share,
   const auto below = (pixel - least + all_doubles(1)) * range <= weighted * deviation;
   const auto black = below & (pixel < mean);
   const auto flat = variance < all_doubles(kFlatDeviation * kFlatDeviation);
-  const auto dark =
-      to_doubles<kLane>(level) <= all_doubles(static_cast<double>(rule.flat_level));
+  const auto dark = to_doubles<kLane>(level) <= all_doubles(static_cast<double>(rule.flat_level));
   return reinterpret_cast<Vector>((flat & dark) | (~flat & black));
 }
 
 TQ_KERNEL void mark_by_windows(const std::uint8_t* levels, const WindowRow& windows,
-                               const WindowRule& rule, std::uint8_t* marks,
-                               std::ptrdiff_t count) {
+                               const WindowRule& rule, std::uint8_t* marks, std::ptrdiff_t count) {
   const FloatVector flat =
       all_floats(static_cast<float>(kFlatDeviation * kFlatDeviation - kVarianceError));
   std::ptrdiff_t i = 0;

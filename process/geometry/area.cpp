@@ -290,13 +290,6 @@ Status RunMeans::allocate() {
   const std::int32_t wide = image_.width(), high = image_.height();
   mean_ = Mean(std::int64_t{wide} * high);
   TQ_TRY(changes_.allocate(most_transitions(wide)));
-  TQ_TRY(places_.allocate(wide));
-  for (std::int64_t x = 0, cell = 0, before = 0; x < wide; ++x, before += width_) {
-    cell += before / wide;
-    before %= wide;
-    places_[static_cast<std::ptrdiff_t>(x)] = {static_cast<std::int32_t>(cell),
-                                               static_cast<std::int32_t>(before)};
-  }
   if (wide % width_ == 0 && high % height_ == 0) {
     wide_ = wide / width_;
     high_ = high / height_;
@@ -313,12 +306,31 @@ Status RunMeans::allocate() {
     }
     TQ_TRY(counts_.allocate(row_bytes(wide, 1) * 8 / wide_ + 32));
   }
+  // Whole cells are counted in pixels.
+  const std::int64_t step = wide_ != 0 ? 1 : width_;
+  units_ = wide_ != 0 ? wide_ : wide;
+  TQ_TRY(places_.allocate(wide));
+  for (std::int64_t x = 0, cell = 0, before = 0; x < wide; ++x, before += step) {
+    cell += before / units_;
+    before %= units_;
+    places_[static_cast<std::ptrdiff_t>(x)] = {static_cast<std::int32_t>(cell),
+                                               static_cast<std::int32_t>(before)};
+  }
   return sums_.allocate(std::int64_t{width_} + 1);
 }
 
 void RunMeans::make(int y, std::uint8_t* to) {
   if (wide_ != 0 && count_bits(y, to)) return;
   std::ranges::fill(sums_.pixels(), 0);
+  if (wide_ != 0) {
+    for (int j = y * high_; j < (y + 1) * high_; ++j) add_runs(j, 1);
+    std::int64_t white = std::int64_t{wide_} * high_;
+    for (int x = 0; x < width_; ++x) {
+      white -= sums_.data()[x];
+      to[x] = level_of_count_[byte(white)];
+    }
+    return;
+  }
   const std::int64_t high = image_.height(), units = height_, top = y * high, end = top + high;
   for (std::int64_t j = top / units; j * units < end; ++j) {
     add_runs(static_cast<int>(j), std::min((j + 1) * units, end) - std::max(j * units, top));
@@ -380,11 +392,10 @@ void RunMeans::add_runs(int j, std::int64_t share) {
 
 template <class Column>
 void RunMeans::add_changes(const Column* changes, std::int32_t count, std::int64_t share) {
-  const std::int64_t wide = image_.width();
   std::int64_t* const sums = sums_.data();
   for (std::int32_t i = 0; i < count; ++i, share = -share) {
     const Place place = places_.data()[changes[i]];
-    sums[place.cell] += share * (wide - place.before);
+    sums[place.cell] += share * (units_ - place.before);
     sums[place.cell + 1] += share * place.before;
   }
 }

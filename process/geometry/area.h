@@ -120,7 +120,7 @@ class RunMeans {
   void make(int y, std::uint8_t* to);
 
  private:
-  // Where a column of the image begins: in which cell, and how far within it.
+  // Where a column of the image begins: in which cell, and how far within it, in units.
   struct Place {
     std::int32_t cell = 0, before = 0;
   };
@@ -135,6 +135,7 @@ class RunMeans {
   int width_, height_;
   int wide_ = 0, high_ = 0;  // of cells of bits that may be counted
   int shift_ = 0;            // 2^shift_ of them to a cell; 0: another number
+  std::int64_t units_ = 1;   // of a cell's width
   Mean mean_;
   RowBuffer<Place> places_;
   RowBuffer<std::int64_t> sums_;
