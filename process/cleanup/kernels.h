@@ -40,8 +40,8 @@ struct WindowRule {
   std::int64_t range;  // of deviations
 };
 
-// A column of bytes, and how many rows it is moved up: `cells` lie so many before and behind its rows, of
-// nothing, as are added at a time.
+// A column of bytes, and how many rows it is moved up. Before and behind its rows are as many zeros as rows
+// are added at a time.
 struct MovedColumn {
   const std::uint8_t* cells;
   std::int32_t up;
@@ -53,8 +53,8 @@ struct CleanupKernels {
   // The least level that at most a fifth of the pixels of a tile exceed; what it has less than others is 0.
   int (*bright_level)(const std::uint8_t* tile, std::ptrdiff_t stride, int pixels);
 
-  // Straight lines from value to value, `count` of them with a tile's side of pixels each: values are in
-  // units of 1/32 of a background's, at the middle between two pixels.
+  // Straight lines from one of `count` + 1 values to the next, a tile's side of pixels each, the first half a
+  // pixel behind the value. Values are in 1/32 of what comes out.
   void (*connect)(const std::int32_t* values, std::uint16_t* to, std::ptrdiff_t count);
 
   // Levels as they would be on even paper, and 1 where they would be at most `level`, which is below 254,
