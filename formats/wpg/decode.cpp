@@ -231,6 +231,11 @@ class Rows {
   static constexpr int kMostCell = 8;
 
   int next_byte() { return left_-- > 0 ? input_->next() : -1; }
+  // No code comes any more, whatever is behind this one.
+  bool end() {
+    left_ = 0;
+    return false;
+  }
 
   std::ptrdiff_t read_plain(Row line) {
     const auto most = std::clamp<std::int64_t>(left_, 0, std::ssize(line));
@@ -303,11 +308,11 @@ class Rows {
       kOnes = 0xFF
     };
     const int code = next_byte();
+    if (code < 0) return false;
     if (code == kDifferences) {
       is_unsupported_ = true;
-      left_ = 0;
+      return end();
     }
-    if (code < 0 || code == kDifferences) return false;
     if (code < kSize) {
       begin(code + 1, true);
       return true;
@@ -322,8 +327,7 @@ class Rows {
     if (code == kSize) {
       if (value < 1 || value > kMostCell) {
         is_damaged_ = true;
-        left_ = 0;
-        return false;
+        return end();
       }
       size_ = value;
       return true;

@@ -247,28 +247,23 @@ TQ_KERNEL void diffuse_stucki_lanes(const StuckiLanes& lanes, const std::uint8_t
   join_lanes(lanes, bits);
 }
 
-// 16 colours. The first lane of one chain and the last of another.
-TQ_SIMD x86::WideChain side_by_side(const x86::WideChain& first, const x86::WideChain& last) {
-  x86::WideChain both = first;
-  both.place[1] = last.place[1];
-  both.value = joined(lane<0>(first.value), lane<1>(last.value));
-  both.following = joined(lane<0>(first.following), lane<1>(last.following));
-  TQ_UNROLLED
-  for (int k = 0; k < 4; ++k)
-    both.below[k] = joined(lane<0>(first.below[k]), lane<1>(last.below[k]));
-  return both;
+// 16 colours. A lane of one and a lane of another, or of the same.
+template <int kFirst, int kLast>
+TQ_SIMD Vector lanes_of(Vector first, Vector last) {
+  return joined(lane<kFirst>(first), lane<kLast>(last));
 }
-
-// One lane everywhere.
-template <int kLane>
-TQ_SIMD x86::WideChain alone(const x86::WideChain& both) {
-  x86::WideChain one = both;
-  one.place[1 - kLane] = both.place[kLane];
-  one.value = repeated(lane<kLane>(both.value));
-  one.following = repeated(lane<kLane>(both.following));
+template <int kFirst, int kLast>
+TQ_SIMD x86::WideChain lanes_of(const x86::WideChain& first, const x86::WideChain& last) {
+  x86::WideChain chain;
+  chain.place[0] = first.place[kFirst];
+  chain.place[1] = last.place[kLast];
+  chain.value = lanes_of<kFirst, kLast>(first.value, last.value);
+  chain.following = lanes_of<kFirst, kLast>(first.following, last.following);
   TQ_UNROLLED
-  for (int k = 0; k < 4; ++k) one.below[k] = repeated(lane<kLane>(both.below[k]));
-  return one;
+  for (int k = 0; k < 4; ++k) {
+    chain.below[k] = lanes_of<kFirst, kLast>(first.below[k], last.below[k]);
+  }
+  return chain;
 }
 
 // Two rows, a lane each. The lower one loads two pixels ahead, before the upper one stores, which
@@ -278,12 +273,12 @@ TQ_KERNEL void diffuse_to_sixteen(const WideRows& rows) {
   if (rows.count < 2 || rows.width < kLag) return x86::diffuse_one_by_one(rows);
   x86::WideChain upper = x86::begin_row(rows, 0);
   diffuse_pixels(upper, kLag);
-  x86::WideChain both = side_by_side(upper, x86::begin_row(rows, 1));
+  x86::WideChain both = lanes_of<0, 1>(upper, x86::begin_row(rows, 1));
   for (int x = kLag; x + 2 <= rows.width; x += 2) diffuse_pixels(both, 2);
-  upper = alone<0>(both);
+  upper = lanes_of<0, 0>(both, both);
   diffuse_pixels(upper, rows.width - upper.place[0].x);
   end_row(upper);
-  x86::WideChain lower = alone<1>(both);
+  x86::WideChain lower = lanes_of<1, 1>(both, both);
   diffuse_pixels(lower, rows.width - lower.place[0].x);
   end_row(lower);
 }
