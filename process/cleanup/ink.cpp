@@ -300,8 +300,9 @@ Status InkPage::level(const InkPage& page, double slope) {
   RowBuffer<Strip> strips;
   TQ_TRY(strips.allocate(width_));
   std::size_t count = 0;
+  const int middle = width_ / 2;
   for (int x = 0; x < width_; ++x) {
-    const double exact = slope * (x - width_ / 2);
+    const double exact = slope * (x - middle);
     const auto fall = static_cast<std::int32_t>(exact + (exact < 0 ? -0.5 : 0.5));
     if (x % 64 == 0 || fall != strips.data()[count - 1].fall) {
       strips.data()[count++] = {fall, x / 64 * 64, 0};
