@@ -177,8 +177,10 @@ void save_in_codes(std::int32_t image, const Settings& settings, Digest& digest)
       code == IMG_TYPE_BMP_RLE
           ? one_of(view.bits, {4, 8})
           : one_of(code, {IMG_TYPE_PCX, IMG_TYPE_DCX, IMG_TYPE_PNG}) && one_of(view.bits, {8, 24});
+  // Run lengths of other depths are named as no program reads them, nor do we when asked to read right.
+  const bool misnamed = code == IMG_TYPE_BMP_RLE && !lossless && (settings.options & 1) != 0;
   const bool is_read =
-      !one_of(code, {IMG_TYPE_PDF, IMG_TYPE_EPS, IMG_TYPE_POSTSCRIPT, IMG_TYPE_PCL});
+      !misnamed && !one_of(code, {IMG_TYPE_PDF, IMG_TYPE_EPS, IMG_TYPE_POSTSCRIPT, IMG_TYPE_PCL});
   if (is_read && !plain.empty() && !coded.empty()) read_back(plain, coded, code, lossless);
 }
 
