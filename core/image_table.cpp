@@ -2,7 +2,6 @@
 #include "core/image_table.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <span>
 
@@ -25,11 +24,10 @@ bool names_image(ImageHandle handle) {
   return index >= 0 && index < table().in_use && table().records[index] != nullptr;
 }
 
+// Only the entries in use are looked at, so none is cleared.
 Status allocate_table() {
-  constexpr std::size_t kBytes = kMostImages * sizeof(ImageRecord*);
-  std::uint8_t* block = alloc_block(kBytes);
+  std::uint8_t* block = alloc_block(kMostImages * sizeof(ImageRecord*));
   if (block == nullptr) return StatusCode::out_of_memory;
-  std::memset(block, 0, kBytes);
   table().records = reinterpret_cast<ImageRecord**>(block);
   return kOk;
 }

@@ -107,6 +107,7 @@ const std::array<Rgb, 2>& black_and_white() {
 }
 
 std::array<Rgb, 256> grey_levels(int bits) {
+  if (bits == 8) return kGreyRamp;
   std::array<Rgb, 256> levels{};
   const int last = (1 << bits) - 1;
   for (int i = 0; i <= last; ++i) levels[i] = grey(i * 255 / last);
