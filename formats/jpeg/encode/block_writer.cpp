@@ -68,6 +68,19 @@ constexpr BlockCodes make_block_codes(const HuffmanSpec& dc, const HuffmanSpec& 
   return codes;
 }
 
+// Calls visit(place) for each bit of a block's AC coefficients, in words that the processor has.
+template <class Visit>
+inline void each_place(std::uint64_t present, Visit&& visit) {
+  using Word = std::size_t;
+  constexpr int kBits = 8 * sizeof(Word);
+  present &= ~std::uint64_t{1};
+  for (int first = 0; first < kBlock; first += kBits) {
+    for (auto word = static_cast<Word>(present >> first); word != 0; word &= word - 1) {
+      visit(first + std::countr_zero(word));
+    }
+  }
+}
+
 // Any value behind any run. By value, so that callers keep theirs in registers.
 BitWriter put_value(BitWriter out, int run, std::int32_t value, const EncodeTable& ac) {
   for (; run > 15; run -= 16) out.put(ac.code[kZeroRun], ac.length[kZeroRun]);
@@ -96,19 +109,17 @@ void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32
   const Code first = code_of(codes.dc, 0, difference);
   out.put(first.bits, first.length);
   int last = 0;
-  for (std::uint64_t present = block.present & ~std::uint64_t{1}; present != 0;
-       present &= present - 1) {
-    const int place = std::countr_zero(present);
+  each_place(block.present, [&](int place) {
     const int run = place - last - 1;
     last = place;
     const std::int32_t value = block.values[kZigzag[place]];
     if (run > 15 || value < -kSmall || value >= kSmall) [[unlikely]] {
       out = put_value(out, run, value, codes.ac);
-      continue;
+      return;
     }
     const std::uint32_t entry = codes.small[small_index(run, value)];
     out.put(entry >> 8, byte(entry));
-  }
+  });
   if (last != kBlock - 1) out.put(codes.ac.code[kEndOfBlock], codes.ac.length[kEndOfBlock]);
   writer = out;
 }
@@ -116,15 +127,13 @@ void code_block(const QuantisedBlock& block, const BlockCodes& codes, std::int32
 void count_block(const QuantisedBlock& block, std::int32_t& predictor, BlockCounts& counts) {
   ++counts.dc[size_of(next_difference(block, predictor))];
   int last = 0;
-  for (std::uint64_t present = block.present & ~std::uint64_t{1}; present != 0;
-       present &= present - 1) {
-    const int place = std::countr_zero(present);
+  each_place(block.present, [&](int place) {
     int run = place - last - 1;
     last = place;
     for (; run > 15; run -= 16) ++counts.ac[kZeroRun];
     const std::int32_t value = block.values[kZigzag[place]];
     ++counts.ac[run << 4 | size_of(std::clamp(value, -kMostCoefficient, kMostCoefficient))];
-  }
+  });
   if (last != kBlock - 1) ++counts.ac[kEndOfBlock];
 }
 
