@@ -156,7 +156,6 @@ Status ImageSink::header(const HeaderBlock& block) {
   if (record == nullptr) return StatusCode::bad_handle;
   source_ = block;
   has_header_ = false;
-  as_it_comes_ = nullptr;
   last_scaled_row_ = -1;
   const ImageShape shape = choose_shape();
   // A decode rectangle may be anything.
@@ -167,8 +166,7 @@ Status ImageSink::header(const HeaderBlock& block) {
   height_ = record->height;
   bits_ = record->bits;
   has_header_ = true;
-  const bool as_it_comes = fit_ == Fit::whole && !reducer_.active() && !callers_can_look();
-  as_it_comes_ = as_it_comes ? record : nullptr;
+  as_it_comes_ = fit_ == Fit::whole && !reducer_.active();
   choose_wanted();
   delivered_.start(record->in_runs);  // run lists start white
   if (callers_can_look()) clear_undelivered(*record);
@@ -240,12 +238,11 @@ Status ImageSink::store(ImageRecord& record, std::span<const std::uint8_t> bytes
 
 Status ImageSink::row(std::span<const std::uint8_t> bytes, std::int32_t y) {
   if (!has_header_) return StatusCode::bad_image;
-  const bool has_place = y >= 0 && y < height_ && bytes.size() == source_row_;
-  if (as_it_comes_ != nullptr && has_place) return store(*as_it_comes_, bytes, y);
   TQ_TRY(report_progress(source_.header.biHeight));
   ImageRecord* record = image();
   if (record == nullptr) return StatusCode::bad_handle;
   if (y < 0 || y >= source_.header.biHeight) return kOk;  // a decoder's own mistake
+  if (as_it_comes_ && bytes.size() == source_row_) return store(*record, bytes, y);
 
   const std::int32_t source_y = y;
   if (!place_row(y)) return kOk;

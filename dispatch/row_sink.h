@@ -72,7 +72,7 @@ class ImageSink {
   formats::WantedPart wanted_;
   pixels::RowReducer reducer_;
   bool has_header_ = false;
-  ImageRecord* as_it_comes_ = nullptr;  // the image, where rows need no change and nobody can see it
+  bool as_it_comes_ = false;                        // rows need no change, and nobody follows them
   std::int32_t width_ = 0, height_ = 0, bits_ = 0;  // of the image that was made
   DeliveredRows delivered_;
 

@@ -169,8 +169,9 @@ class ShortBitWriter {
 };
 
 // Codes without stuffed bytes; code_block keeps a copy in registers.
-using BitWriter = std::conditional_t<sizeof(void*) == 8,
-                                     coding::BitWriter<coding::BitOrder::msb_first>, ShortBitWriter>;
+using BitWriter =
+    std::conditional_t<sizeof(void*) == 8, coding::BitWriter<coding::BitOrder::msb_first>,
+                       ShortBitWriter>;
 
 // The code of every symbol.
 struct EncodeTable {
