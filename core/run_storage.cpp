@@ -330,8 +330,9 @@ Status begin_waiting(ImageRecord& image) {
 
 // Whether the rows of an image that has none yet are to wait.
 bool begins_waiting(const ImageRecord& image) {
+  if (image.waiting_end != 0 || image.runs_end != front_bytes(image)) return false;
   const std::uint64_t bytes = std::uint64_t{slot_bytes(image)} * image.height;
-  return image.runs_end == front_bytes(image) && image.waiting_end == 0 && bytes <= kMostWaiting;
+  return bytes <= kMostWaiting;
 }
 
 // Whether the row has a place among those that wait, or gets one.
