@@ -149,7 +149,7 @@ class Batch {
     const auto jobs =
         static_cast<int>(std::min(static_cast<std::size_t>(plan_.jobs), plan_.inputs.size()));
     Progress progress(shows_bar(plan_), &state_);
-    if (jobs <= 1 || plan_.kind == Plan::numbered) {  // numbers go from input to input
+    if (jobs <= 1 || plan_.kind == Plan::Out::numbered) {  // numbers go from input to input
       work(progress);
     } else {
       work_together(jobs);
@@ -163,7 +163,7 @@ class Batch {
   enum class Outcome { converted, damaged, failed, passed_over };
 
   void find_doubles() {
-    if (plan_.kind != Plan::folder) return;
+    if (plan_.kind != Plan::Out::folder) return;
     std::set<std::string> names;
     doubles_.resize(plan_.inputs.size());
     for (std::size_t i = 0; i < plan_.inputs.size(); ++i) {
@@ -200,7 +200,7 @@ class Batch {
   }
 
   std::string name_for(const std::string& input) const {
-    if (plan_.kind != Plan::folder) return plan_.out;
+    if (plan_.kind != Plan::Out::folder) return plan_.out;
     const auto type = find_code(plan_.code);
     std::string name = plan_.out;
     if (!is_separator(name.back())) name += '/';
@@ -246,14 +246,14 @@ class Batch {
   Outcome convert_pages(const std::string& from, const std::string& name, Progress& progress) {
     auto input = std::make_shared<const Input>(from);
     const std::vector<int> pages = wanted_pages(plan_, *input);
-    const bool one_result = plan_.has_pages && plan_.kind == Plan::folder;
-    const bool numbered = plan_.kind == Plan::numbered || (!one_result && pages.size() > 1);
+    const bool one_result = plan_.has_pages && plan_.kind == Plan::Out::folder;
+    const bool numbered = plan_.kind == Plan::Out::numbered || (!one_result && pages.size() > 1);
     bool damaged = false, written = false;
     std::optional<Output> output;
     for (std::size_t i = 0; i < pages.size(); ++i) {
-      const std::string to = plan_.kind == Plan::numbered ? numbered_name(name, ++number_)
-                             : numbered                   ? page_name(name, pages[i])
-                                                          : name;
+      const std::string to = plan_.kind == Plan::Out::numbered ? numbered_name(name, ++number_)
+                             : numbered                        ? page_name(name, pages[i])
+                                                               : name;
       if (!output && plan_.no_clobber && path_kind(to) == PathKind::file) continue;
       const bool last = i + 1 == pages.size();
       const OpenOutput open = [&](const SavePage&) -> Output& {
@@ -307,11 +307,11 @@ class Batch {
 
 int carry_out(const Arguments& arguments, const Plan& plan) {
   if (plan.inputs.size() > 1 && !look_for_inputs(plan)) return kExitError;
-  if (plan.kind == Plan::folder && path_kind(plan.out) == PathKind::absent &&
+  if (plan.kind == Plan::Out::folder && path_kind(plan.out) == PathKind::absent &&
       !make_folder(plan.out)) {
     throw Failure(plan.out, IMG_CANNOT_CREATE);
   }
-  if (plan.kind == Plan::file) return make_document(plan);
+  if (plan.kind == Plan::Out::file) return make_document(plan);
   return Batch(arguments, plan).run();
 }
 

@@ -131,7 +131,7 @@ std::vector<int> wanted_pages(const Plan& plan, const Input& input) {
   for (const int page : pages) {
     if (page >= count) throw Failure(input.label(), IMG_PAGE_PAST_END);
   }
-  if (plan.has_pages || !plan.pages.all() || count == 1 || plan.kind == Plan::numbered) {
+  if (plan.has_pages || !plan.pages.all() || count == 1 || plan.kind == Plan::Out::numbered) {
     return pages;
   }
   // Their pages are one picture in several sizes, the largest first.

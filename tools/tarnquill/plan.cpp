@@ -67,9 +67,9 @@ void choose_output(const std::string& command, const Arguments& arguments, Plan&
   if (plan.out.empty()) throw UsageError("the name of the output is empty");
   const PathKind kind = plan.out == "-" ? PathKind::other : path_kind(plan.out);
   if (kind == PathKind::folder || (kind == PathKind::absent && is_separator(plan.out.back()))) {
-    plan.kind = Plan::folder;
+    plan.kind = Plan::Out::folder;
   } else if (is_numbered(plan.out)) {
-    plan.kind = Plan::numbered;
+    plan.kind = Plan::Out::numbered;
   }
 }
 
@@ -79,7 +79,7 @@ std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
     if (!code) throw UsageError("unknown file type code '" + printable(*text) + "'");
     return *code;
   }
-  if (plan.kind == Plan::folder) throw UsageError("a folder as the output needs --code");
+  if (plan.kind == Plan::Out::folder) throw UsageError("a folder as the output needs --code");
   if (plan.out == "-") throw UsageError("standard output needs --code");
   const auto code = code_of_file_name(plan.out);
   if (!code) {
@@ -90,19 +90,20 @@ std::int32_t choose_code(const Arguments& arguments, const Plan& plan) {
 
 void check_output(const Plan& plan) {
   if (plan.appends) {
-    if (plan.kind == Plan::folder) throw UsageError("a folder cannot be appended to");
-    if (plan.kind == Plan::numbered) throw UsageError("a name with a number cannot be appended to");
+    if (plan.kind == Plan::Out::folder) throw UsageError("a folder cannot be appended to");
+    if (plan.kind == Plan::Out::numbered)
+      throw UsageError("a name with a number cannot be appended to");
     if (plan.out == "-") throw UsageError("standard output cannot be appended to");
     if (!plan.has_pages) {
       throw UsageError("this format holds one image only: " + printable(plan.out));
     }
   }
-  if (plan.kind == Plan::file && plan.inputs.size() > 1 && !plan.has_pages) {
+  if (plan.kind == Plan::Out::file && plan.inputs.size() > 1 && !plan.has_pages) {
     throw UsageError(
         "many inputs need a folder, a name with %d, or a format of many pages, as the output: " +
         printable(plan.out));
   }
-  if (plan.kind != Plan::folder && !(plan.log.empty() && plan.resume.empty())) {
+  if (plan.kind != Plan::Out::folder && !(plan.log.empty() && plan.resume.empty())) {
     throw UsageError("--log and --resume need a folder as the output");
   }
   if (plan.out == "-" && is_terminal(stdout)) {

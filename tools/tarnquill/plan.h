@@ -9,11 +9,11 @@
 namespace tool {
 
 struct Plan {
-  enum Out { file, folder, numbered };  // numbered: a name with %d, for a page each
+  enum class Out { file, folder, numbered };  // numbered: a name with %d, for a page each
 
   std::vector<std::string> inputs;
   std::string out;
-  Out kind = file;
+  Out kind = Out::file;
   bool appends = false;  // to what OUT holds already
   std::int32_t code = 0;
   bool has_pages = false;  // of the code: one result takes many
