@@ -28,6 +28,7 @@ bool ImageSource::is_deep() const {
 }
 
 Status ImageSource::next_row(int rows) {
+  if (!context().settings.progress.on) return kOk;  // nobody has had a chance to change anything
   TQ_TRY(report_progress(rows));
   const ImageRecord* found = find_image(handle_, serial_);
   const bool same = found != nullptr && found->dib != nullptr && found->width == width_ &&
@@ -121,6 +122,12 @@ Status create_result(ImageDraft& result, const ImageSource& image, const NewShap
   header.biClrUsed = image.header().biClrUsed;
   set_header(result.record(), header);
   return kOk;
+}
+
+Row ResultRows::begin(int y) {
+  const Row row = made_.in_runs ? bits_.pixels() : plain_row(made_, y);
+  std::memset(row.data() + row.size() - 4, 0, 4);
+  return row;
 }
 
 }  // namespace tq::process

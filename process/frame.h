@@ -126,20 +126,31 @@ inline void copy_row(Bytes from, Row to) {
   std::memcpy(to.data(), from.data(), from.size());
 }
 
-// Runs `make_row(y, row)` for every row of the result, which may be run lists; a row's padding is
-// 0, its pixels are not set.
+// Where the rows of a result are made: where they lie, or as bits that become a list.
+class ResultRows {
+ public:
+  explicit ResultRows(ImageDraft& result) : made_(result.record()) {}
+  Status allocate() { return made_.in_runs ? bits_.allocate(made_.bytes_per_row) : kOk; }
+  // Room for row y: its padding is 0, its pixels are not set.
+  Row begin(int y);
+  Status end(int y) { return made_.in_runs ? store_bits(made_, y, bits_.pixels()) : kOk; }
+
+ private:
+  ImageRecord& made_;
+  RowBuffer<std::uint8_t> bits_;
+};
+
+// Runs `make_row(y, row)` for every row of the result.
 template <class MakeRow>
 Status make_rows(ImageDraft& result, ImageSource& image, MakeRow&& make_row, bool upwards = false) {
-  ImageRecord& made = result.record();
-  RowBuffer<std::uint8_t> bits;
-  if (made.in_runs) TQ_TRY(bits.allocate(made.bytes_per_row));
-  for (int i = 0; i < made.height; ++i) {
-    const int y = upwards ? made.height - 1 - i : i;
-    TQ_TRY(image.next_row(made.height));
-    const Row row = made.in_runs ? bits.pixels() : plain_row(made, y);
-    std::memset(row.data() + row.size() - 4, 0, 4);
-    make_row(y, row);
-    if (made.in_runs) TQ_TRY(store_bits(made, y, row));
+  const int height = result.record().height;
+  ResultRows rows(result);
+  TQ_TRY(rows.allocate());
+  for (int i = 0; i < height; ++i) {
+    const int y = upwards ? height - 1 - i : i;
+    TQ_TRY(image.next_row(height));
+    make_row(y, rows.begin(y));
+    TQ_TRY(rows.end(y));
   }
   return kOk;
 }
