@@ -9,8 +9,20 @@
 namespace tq::process {
 namespace {
 
-void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes) {
-  std::memcpy(to, from, static_cast<std::size_t>(bytes));
+void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes,
+               std::uint8_t other) {
+  if (other == 0) {
+    std::memcpy(to, from, static_cast<std::size_t>(bytes));
+    return;
+  }
+  const std::uint64_t others = std::uint64_t{0x0101010101010101} * other;
+  std::ptrdiff_t i = 0;
+  for (std::uint64_t words[4]; i + 32 <= bytes; i += 32) {
+    std::memcpy(words, from + i, sizeof words);
+    for (std::uint64_t& word : words) word ^= others;
+    std::memcpy(to + i, words, sizeof words);
+  }
+  for (; i < bytes; ++i) to[i] = byte(from[i] ^ other);
 }
 
 void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
@@ -111,6 +123,11 @@ GeometryKernels geometry_kernels() {
   if (platform::cpu_features().avx2) add_avx2_kernels(kernels);
 #endif
   return kernels;
+}
+
+CopyBytes copy_rows_of(std::int64_t bytes) {
+  constexpr std::int64_t kLarge = 16 << 20;
+  return (bytes >= kLarge ? geometry_kernels() : kPortableGeometryKernels).copy_past;
 }
 
 }  // namespace tq::process

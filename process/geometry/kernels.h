@@ -27,9 +27,13 @@ struct Walk {
   std::int64_t x, y, x_step, y_step;
 };
 
+// Copies bytes, with the bits of `other` the other way round.
+using CopyBytes = void (*)(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes,
+                           std::uint8_t other);
+
 struct GeometryKernels {
-  // Copies what is more than caches hold, so that it does not pass through them.
-  void (*copy_past)(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes);
+  // Of what is more than caches hold, so that it does not pass through them.
+  CopyBytes copy_past;
 
   // Adds the bytes of `count` rows to sums of 16 bits.
   void (*add_rows)(const std::uint8_t* const* rows, int count, std::uint16_t* sums,
@@ -70,5 +74,8 @@ void add_avx2_kernels(GeometryKernels& kernels);
 
 // The fastest for this processor, less what is masked.
 GeometryKernels geometry_kernels();
+
+// What copies rows of so many bytes in all.
+CopyBytes copy_rows_of(std::int64_t bytes);
 
 }  // namespace tq::process

@@ -11,14 +11,16 @@ namespace {
 
 using namespace simd;
 
-TQ_KERNEL void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes) {
+TQ_KERNEL void copy_past(const std::uint8_t* from, std::uint8_t* to, std::ptrdiff_t bytes,
+                         std::uint8_t other) {
   constexpr std::ptrdiff_t kStep = 16 * kLanes;
+  const Vector others = all8(other);
   const auto beyond = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(to) % kStep);
   std::ptrdiff_t i = std::min((kStep - beyond) % kStep, bytes);
-  kPortableGeometryKernels.copy_past(from, to, i);
-  for (; i + kStep <= bytes; i += kStep) store_past(to + i, load(from + i));
+  kPortableGeometryKernels.copy_past(from, to, i, other);
+  for (; i + kStep <= bytes; i += kStep) store_past(to + i, load(from + i) ^ others);
   finish_stores();
-  kPortableGeometryKernels.copy_past(from + i, to + i, bytes - i);
+  kPortableGeometryKernels.copy_past(from + i, to + i, bytes - i, other);
 }
 
 TQ_KERNEL void add_rows(const std::uint8_t* const* rows, int count, std::uint16_t* sums,

@@ -50,24 +50,29 @@ Status mirror_runs(ImageSource& image, ImageDraft& result, bool from_bottom) {
 // From the top, so that rows are read as they lie in memory: what is stored past the caches may lie
 // anyhow.
 Status flip_rows(ImageSource& image, ImageDraft& result) {
-  constexpr std::int64_t kLarge = 16 << 20;  // bytes
-  const int width = image.width(), height = image.height(), bits = image.bits();
-  const bool large = std::int64_t{result.record().bytes_per_row} * height >= kLarge;
-  const auto copy = large ? geometry_kernels().copy_past : kPortableGeometryKernels.copy_past;
-  return make_rows(result, image, [&](int y, Row row) {
+  ImageRecord& made = result.record();
+  const int height = image.height();
+  const CopyBytes copy = copy_rows_of(std::int64_t{made.bytes_per_row} * height);
+  for (int y = 0; y < height; ++y) {
+    TQ_TRY(image.next_row());
     const Bytes from = plain_row(image.record(), height - 1 - y);
-    copy(from.data(), row.data(), std::ssize(from));
-    clear_padding(row, width, bits);
-  });
+    const Row row = plain_row(made, y);
+    copy(from.data(), row.data(), std::ssize(from), 0);
+    clear_padding(row, image.width(), image.bits());
+  }
+  return kOk;
 }
 
 Status move_rows(ImageSource& image, ImageDraft& result, pixels::Turn turn) {
   if (turn.from_bottom && !turn.from_right) return flip_rows(image, result);
   const int width = image.width(), height = image.height(), bits = image.bits();
-  return make_single_rows(result, image, [&](int y, Row row) {
-    const Bytes from = plain_row(image.record(), turn.from_bottom ? height - 1 - y : y);
-    pixels::mirror_row(from, width, bits, row);
-  });
+  return make_rows(
+      result, image,
+      [&](int y, Row row) {
+        const Bytes from = plain_row(image.record(), turn.from_bottom ? height - 1 - y : y);
+        pixels::mirror_row(from, width, bits, row);
+      },
+      turn.from_bottom);
 }
 
 Status transpose(ImageSource& image, ImageDraft& result, pixels::Turn turn) {

@@ -1,31 +1,18 @@
 // Light for dark: of values every bit, of colours in a palette the entries.
 #include <algorithm>
 
+#include "process/geometry/kernels.h"
 #include "process/process.h"
 #include "process/tone/tone.h"
 
 namespace tq::process {
 namespace {
 
-template <class Word>
-void invert_word(const std::uint8_t* from, std::uint8_t* to) {
-  Word word;
-  std::memcpy(&word, from, sizeof word);
-  word = ~word;
-  std::memcpy(to, &word, sizeof word);
-}
-
-// Rows are a multiple of 4 bytes.
-void invert_bytes(Bytes from, Row to) {
-  std::size_t at = 0;
-  for (; at + 8 <= from.size(); at += 8) {
-    invert_word<std::uint64_t>(from.data() + at, to.data() + at);
-  }
-  if (at < from.size()) invert_word<std::uint32_t>(from.data() + at, to.data() + at);
-}
+constexpr std::uint8_t kAllBits = 0xFF;
 
 // A change at the left edge comes or goes.
 Status invert_runs(ImageSource& image, ImageDraft& result) {
+  const CopyBytes copy = copy_rows_of(row_bytes(image.width(), 1));
   RowBuffer<std::uint16_t> changes;  // after one at 0
   RowBuffer<std::uint8_t> bits;
   TQ_TRY(changes.allocate(most_transitions(image.width()) + 1));
@@ -34,7 +21,7 @@ Status invert_runs(ImageSource& image, ImageDraft& result) {
     TQ_TRY(image.next_row());
     const RowView row = view_row(image.record(), y);
     if (!row.bits.empty()) {
-      invert_bytes(row.bits, bits.pixels());
+      copy(row.bits.data(), bits.data(), std::ssize(row.bits), kAllBits);
       TQ_TRY(store_bits(result.record(), y, bits.pixels()));
     } else if (!row.transitions.empty() && row.transitions[0] == 0) {
       TQ_TRY(store_transitions(result.record(), y, row.transitions.subspan(1)));
@@ -48,8 +35,9 @@ Status invert_runs(ImageSource& image, ImageDraft& result) {
 }
 
 Status invert_rows(ImageSource& image, ImageDraft& result) {
+  const CopyBytes copy = copy_rows_of(std::int64_t{result.record().bytes_per_row} * image.height());
   return make_single_rows(result, image, [&](int y, Row row) {
-    invert_bytes(plain_row(image.record(), y), row);
+    copy(plain_row(image.record(), y).data(), row.data(), std::ssize(row), kAllBits);
     clear_padding(row, image.width(), image.bits());
   });
 }

@@ -100,7 +100,7 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         k.add_shares_16(sums.data(), 77, shares.data(), samples);
         Bytes out(4 * static_cast<std::size_t>(samples) + 1, 0xA5);
         k.halve(in, below, size, out.data(), width);
-        k.copy_past(in, out.data() + 3 * samples, samples);
+        k.copy_past(in, out.data() + 3 * samples, samples, byte(width % 2 * 255));
         const std::uint8_t* turned[8];
         for (int i = 0; i < 8; ++i) turned[i] = in + 100 * i;
         Bytes columns(static_cast<std::size_t>(24 * width));
