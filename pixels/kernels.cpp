@@ -2,6 +2,7 @@
 #include "pixels/kernels.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "pixels/colours.h"
@@ -25,6 +26,44 @@ void swap_24(const std::uint8_t* bgr, std::uint8_t* rgb, int width) {
 void mirror_24(const std::uint8_t* from, std::uint8_t* to, int width) {
   from += std::ptrdiff_t{3} * width;
   for (int x = 0; x < width; ++x, to += 3) std::memcpy(to, from -= 3, 3);
+}
+
+std::uint64_t load_le(const std::uint8_t* from) {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
+
+// The pixels of each byte the other way round.
+std::uint64_t mirror_bytes(std::uint64_t bytes, int bits) {
+  constexpr std::uint64_t kNibbles = 0x0F0F0F0F0F0F0F0F, kPairs = 0x3333333333333333,
+                          kSingles = 0x5555555555555555;
+  bytes = (bytes & kNibbles) << 4 | (bytes >> 4 & kNibbles);
+  if (bits == 4) return bytes;
+  bytes = (bytes & kPairs) << 2 | (bytes >> 2 & kPairs);
+  return (bytes & kSingles) << 1 | (bytes >> 1 & kSingles);
+}
+
+// Eight bytes at a time from the end of `from`, the last of them highest; what it does not have
+// is 0. The padding comes first and is shifted out.
+void mirror_part_bytes(const std::uint8_t* from, std::int64_t width, int bits, std::uint8_t* to) {
+  const auto size = static_cast<std::ptrdiff_t>((width * bits + 7) / 8);
+  const int gap = static_cast<int>(8 * size - width * bits);
+  const auto taken = [&](std::ptrdiff_t end) {
+    if (end >= 8) return mirror_bytes(load_le(from + end - 8), bits);
+    std::uint8_t first[8] = {};
+    if (end > 0) std::memcpy(first + 8 - end, from, static_cast<std::size_t>(end));
+    return mirror_bytes(load_le(first), bits);
+  };
+  std::uint64_t word = taken(size);
+  for (std::ptrdiff_t at = 0; at < size; at += 8) {
+    const std::uint64_t next = taken(size - at - 8);
+    const std::uint64_t joined = gap == 0 ? word : word << gap | next >> (64 - gap);
+    const std::uint64_t stored = __builtin_bswap64(joined);
+    std::memcpy(to + at, &stored, static_cast<std::size_t>(std::min<std::ptrdiff_t>(8, size - at)));
+    word = next;
+  }
 }
 
 void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
@@ -106,6 +145,7 @@ OrderedLimits ordered_limits(int y, int darker_by) {
 constexpr Kernels kPortableKernels{.widen_24 = widen_24,
                                    .swap_24 = swap_24,
                                    .mirror_24 = mirror_24,
+                                   .mirror_part_bytes = mirror_part_bytes,
                                    .widen_24_reversed = widen_24_reversed,
                                    .merge_planes = merge_planes,
                                    .split_planes = split_planes,

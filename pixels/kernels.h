@@ -28,6 +28,10 @@ struct Kernels {
   // The last pixel first.
   void (*mirror_24)(const std::uint8_t* from, std::uint8_t* to, int width);
 
+  // The same of 1 or 4 bits; bits behind the last are not looked at, and 0 in the last byte afterwards.
+  void (*mirror_part_bytes)(const std::uint8_t* from, std::int64_t width, int bits,
+                            std::uint8_t* to);
+
   // Blue, green, red to 0, red, green, blue.
   void (*widen_24_reversed)(const std::uint8_t* bgr, std::uint8_t* out, int width);
 

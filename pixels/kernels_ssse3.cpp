@@ -49,6 +49,34 @@ TQ_KERNEL void mirror_24(const std::uint8_t* from, std::uint8_t* to, int width) 
   kPortableKernels.mirror_24(from, to, left);
 }
 
+// Pixels of sixteen bytes the other way round, but for the last `gap` bits, in whose place come those of the byte
+// before.
+TQ_SIMD Vector sixteen_mirrored(const std::uint8_t* from, int gap, Vector low, Vector high) {
+  const Vector halves = all8(15), before = shift_left_by16(load(from - 1), 8 - gap);
+  const Vector upper = shift_right_by16(load(from), gap);
+  const Vector bytes = (upper & all8(0xFF >> gap)) | (before & all8(0xFF00 >> gap));
+  const Vector turned =
+      shuffle8(low, bytes & halves) | shuffle8(high, shift_right_unsigned16<4>(bytes) & halves);
+  alignas(16) static constexpr std::uint8_t kBackwards[16] = {15, 14, 13, 12, 11, 10, 9, 8,
+                                                              7,  6,  5,  4,  3,  2,  1, 0};
+  return shuffle8(turned, load(kBackwards));
+}
+
+// What halves of bytes become in the other half: four pixels turned round, or one as it is.
+TQ_KERNEL void mirror_part_bytes(const std::uint8_t* from, std::int64_t width, int bits,
+                                 std::uint8_t* to) {
+  alignas(16) static constexpr std::uint8_t kHalves[2][16] = {
+      {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15},
+      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+  const Vector high = load(kHalves[bits / 4]), low = shift_left16<4>(high);
+  auto left = static_cast<std::ptrdiff_t>((width * bits + 7) / 8);
+  const int gap = static_cast<int>(8 * left - width * bits);
+  for (; left > 16; left -= 16, to += 16) {
+    store(to, sixteen_mirrored(from + left - 16, gap, low, high));
+  }
+  kPortableKernels.mirror_part_bytes(from, (8 * left - gap) / bits, bits, to);
+}
+
 TQ_KERNEL void widen_24_reversed(const std::uint8_t* bgr, std::uint8_t* out, int width) {
   alignas(16) static constexpr std::uint8_t kOrder[16] = {128, 2, 1, 0, 128, 5,  4,  3,
                                                           128, 8, 7, 6, 128, 11, 10, 9};
@@ -246,6 +274,7 @@ void add_ssse3_kernels(Kernels& kernels) {
   kernels = {.widen_24 = widen_24,
              .swap_24 = swap_24,
              .mirror_24 = mirror_24,
+             .mirror_part_bytes = mirror_part_bytes,
              .widen_24_reversed = widen_24_reversed,
              .merge_planes = merge_planes,
              .split_planes = split_planes,

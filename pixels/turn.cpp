@@ -3,7 +3,6 @@
 #include "pixels/turn.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "pixels/kernels.h"
@@ -23,45 +22,6 @@ void close_gap(Row row, int bits) {
   for (std::size_t i = 0; i < row.size(); ++i) {
     const int next = i + 1 < row.size() ? row[i + 1] : 0;
     row[i] = byte(row[i] << bits | next >> (8 - bits));
-  }
-}
-
-std::uint64_t load_le(const std::uint8_t* from) {
-  static_assert(std::endian::native == std::endian::little);
-  std::uint64_t word;
-  std::memcpy(&word, from, sizeof word);
-  return word;
-}
-
-// The pixels of each byte the other way round.
-std::uint64_t mirror_bytes(std::uint64_t bytes, int bits) {
-  constexpr std::uint64_t kNibbles = 0x0F0F0F0F0F0F0F0F, kPairs = 0x3333333333333333,
-                          kSingles = 0x5555555555555555;
-  bytes = (bytes & kNibbles) << 4 | (bytes >> 4 & kNibbles);
-  if (bits == 4) return bytes;
-  bytes = (bytes & kPairs) << 2 | (bytes >> 2 & kPairs);
-  return (bytes & kSingles) << 1 | (bytes >> 1 & kSingles);
-}
-
-// Eight bytes at a time from the end of `from`, the last of them highest; what it does not have
-// is 0. The padding comes first and is shifted out.
-void mirror_below_bytes(Bytes from, std::int32_t width, int bits, Row to) {
-  const auto size = static_cast<std::ptrdiff_t>((std::int64_t{width} * bits + 7) / 8);
-  const int gap = static_cast<int>(8 * size - std::int64_t{width} * bits);
-  const auto taken = [&](std::ptrdiff_t end) {
-    if (end >= 8) return mirror_bytes(load_le(from.data() + end - 8), bits);
-    std::uint8_t first[8] = {};
-    if (end > 0) std::memcpy(first + 8 - end, from.data(), static_cast<std::size_t>(end));
-    return mirror_bytes(load_le(first), bits);
-  };
-  std::uint64_t word = taken(size);
-  for (std::ptrdiff_t at = 0; at < size; at += 8) {
-    const std::uint64_t next = taken(size - at - 8);
-    const std::uint64_t joined = gap == 0 ? word : word << gap | next >> (64 - gap);
-    const std::uint64_t stored = __builtin_bswap64(joined);
-    std::memcpy(to.data() + at, &stored,
-                static_cast<std::size_t>(std::min<std::ptrdiff_t>(8, size - at)));
-    word = next;
   }
 }
 
@@ -113,7 +73,7 @@ void mirror_row(Bytes from, std::int32_t width, int bits, Row to) {
     case 32:
       return mirror_pixels<4>(from.data(), width, to.data());
     default:
-      return mirror_below_bytes(from, width, bits, to);
+      return kernels().mirror_part_bytes(from.data(), width, bits, to.data());
   }
 }
 

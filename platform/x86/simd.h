@@ -97,6 +97,13 @@ TQ_UNARY(abs16, abs_epi16)
 TQ_SHIFT(shift_left16, slli_epi16)
 TQ_SHIFT(shift_right16, srai_epi16)  // with the sign
 TQ_SHIFT(shift_right_unsigned16, srli_epi16)
+// By as many bits as are known later.
+TQ_SIMD Vector shift_left_by16(Vector x, int bits) {
+  return TQ_INTRINSIC(sll_epi16)(x, _mm_cvtsi32_si128(bits));
+}
+TQ_SIMD Vector shift_right_by16(Vector x, int bits) {
+  return TQ_INTRINSIC(srl_epi16)(x, _mm_cvtsi32_si128(bits));
+}
 TQ_BINARY(multiply_add8, maddubs_epi16)  // the sum of two products, of a without a sign and b
 TQ_BINARY(add_neighbours16, hadd_epi16)  // sums of two, of a and then of b
 

@@ -41,7 +41,7 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       const test::GuardedBlock block(colours);
       const std::uint8_t* in = block.data();
       const int room = 4 * width + 32;  // for a row, and what must not be written to
-      Bytes out(static_cast<std::size_t>(11 * room), 0xA5);
+      Bytes out(static_cast<std::size_t>(13 * room), 0xA5);
       std::uint8_t* const row = out.data();
       const pixels::Kernels& k = pixels::kernels();
       k.brightness_24(in, row, width);
@@ -51,6 +51,9 @@ TEST(RowKernels, EqualThePortableOnesAtEveryWidth) {
       kernels().keys_24(in, reinterpret_cast<std::uint16_t*>(row + 4 * room), width);
       k.swap_24(in, row + 6 * room, width);
       k.mirror_24(in, row + 7 * room, width);
+      const int gap = width % 8;  // of the bytes' bits
+      if (width > 0) k.mirror_part_bytes(in, 24 * width - gap, 1, row + 11 * room);
+      if (width > 0) k.mirror_part_bytes(in, 6 * width - gap % 2, 4, row + 12 * room);
       // Of one byte per pixel: the end of the others.
       kernels().at_least(in + 2 * width, {{5, 129, 33, 161, 9, 253, 0, 169}}, row + 5 * room,
                          width);
