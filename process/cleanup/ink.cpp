@@ -9,7 +9,7 @@
 
 #include "process/cleanup/background.h"
 #include "process/cleanup/bit_counts.h"
-#include "process/geometry/transpose.h"
+#include "process/geometry/kernels.h"
 #include "process/tone/threshold.h"
 
 namespace tq::process {
@@ -273,6 +273,7 @@ Status InkPage::transpose(const InkPage& page) {
   aspect_ = 1 / page.aspect_;
   TQ_TRY(allocate());
   constexpr int kWord = 64;
+  const auto transpose_square = geometry_kernels().transpose_square;
   for (int x = 0; x < page.width_; x += kWord) {
     for (int y = 0; y < page.height_; y += kWord) {
       std::uint64_t square[kWord];

@@ -85,6 +85,18 @@ void turn_24(const std::uint8_t* const* rows, int count, int /*there*/, std::uin
   }
 }
 
+// Hacker's Delight, 7-3.
+void transpose_square(std::uint64_t* rows) {
+  std::uint64_t mask = 0x00000000FFFFFFFF;
+  for (int step = 32; step != 0; step >>= 1, mask ^= mask << step) {
+    for (int i = 0; i < 64; i = (i + step + 1) & ~step) {
+      const std::uint64_t swapped = (rows[i] ^ rows[i + step] >> step) & mask;
+      rows[i] ^= swapped;
+      rows[i + step] ^= swapped << step;
+    }
+  }
+}
+
 template <int kSize>
 void blend_pixels(const Walk& walk, std::uint8_t* to, int count) {
   std::int64_t x = walk.x, y = walk.y;
@@ -115,6 +127,7 @@ constexpr GeometryKernels kPortableGeometryKernels{.copy_past = copy_past,
                                                    .weigh_along = weigh_along,
                                                    .weigh_down = weigh_down,
                                                    .turn_24 = turn_24,
+                                                   .transpose_square = transpose_square,
                                                    .blend = blend};
 
 GeometryKernels geometry_kernels() {

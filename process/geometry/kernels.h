@@ -62,6 +62,9 @@ struct GeometryKernels {
   void (*turn_24)(const std::uint8_t* const* rows, int count, int there, std::uint8_t* to,
                   std::ptrdiff_t to_stride);
 
+  // A square of bits along its diagonal; the first of a row is the top one.
+  void (*transpose_square)(std::uint64_t* rows);
+
   // Four neighbours by their distance in units of 1/256. Of pixels of 3 bytes, two more bytes behind
   // each row's neighbours are read.
   void (*blend)(const Walk& walk, int size, std::uint8_t* to, int count);

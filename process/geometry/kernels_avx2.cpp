@@ -226,6 +226,50 @@ TQ_KERNEL void turn_24(const std::uint8_t* const* rows, int count, int there, st
   kPortableGeometryKernels.turn_24(rest, count - i, there - i, to, to_stride);
 }
 
+// Of 32 rows, whose last one comes first, a byte each in every column; the columns from the right.
+TQ_SIMD void columns_of(const std::uint64_t* rows, Vector (&columns)[8]) {
+  alignas(16) static constexpr std::uint8_t kLastFirst[16] = {8,  0, 9,  1, 10, 2, 11, 3,
+                                                              12, 4, 13, 5, 14, 6, 15, 7};
+  const Vector order = load_repeated(kLastFirst);
+  Vector two[8], four[8];
+  TQ_UNROLLED
+  for (int k = 0; k < 8; ++k) {
+    two[k] = shuffle8(load_lanes(rows + 30 - 2 * k, rows + 14 - 2 * k), order);
+  }
+  TQ_UNROLLED
+  for (int k = 0; k < 4; ++k) {
+    four[k] = interleave_low16(two[2 * k], two[2 * k + 1]);
+    four[k + 4] = interleave_high16(two[2 * k], two[2 * k + 1]);
+  }
+  TQ_UNROLLED
+  for (int k = 0; k < 8; k += 4) {
+    const Vector a = interleave_low32(four[k], four[k + 1]);
+    const Vector b = interleave_low32(four[k + 2], four[k + 3]);
+    const Vector c = interleave_high32(four[k], four[k + 1]);
+    const Vector d = interleave_high32(four[k + 2], four[k + 3]);
+    columns[k] = interleave_low64(a, b);
+    columns[k + 1] = interleave_high64(a, b);
+    columns[k + 2] = interleave_low64(c, d);
+    columns[k + 3] = interleave_high64(c, d);
+  }
+}
+
+TQ_KERNEL void transpose_square(std::uint64_t* rows) {
+  Vector upper[8], lower[8];
+  columns_of(rows, upper);
+  columns_of(rows + 32, lower);
+  for (int column = 0; column < 8; ++column) {
+    Vector first = upper[column], last = lower[column];
+    std::uint64_t* const to = rows + 8 * (7 - column);
+    TQ_UNROLLED
+    for (int i = 0; i < 8; ++i) {
+      to[i] = std::uint64_t{top_bits8(first)} << 32 | top_bits8(last);
+      first = add16(first, first);  // what passes from byte to byte never gets to the top
+      last = add16(last, last);
+    }
+  }
+}
+
 // Four places of a walk, and the next four.
 struct Steps {
   Vector x, y, x_step, y_step, size, stride, sign;
@@ -381,6 +425,7 @@ void add_avx2_kernels(GeometryKernels& kernels) {
              .weigh_along = weigh_along,
              .weigh_down = weigh_down,
              .turn_24 = turn_24,
+             .transpose_square = transpose_square,
              .blend = blend};
 }
 

@@ -30,27 +30,14 @@ std::uint64_t load_bits(const std::uint8_t* from, std::size_t left) {
 
 }  // namespace
 
-// Hacker's Delight, 7-3.
-void transpose_square(std::uint64_t (&rows)[64]) {
-  std::uint64_t mask = 0x00000000FFFFFFFF;
-  for (int step = 32; step != 0; step >>= 1, mask ^= mask << step) {
-    for (int i = 0; i < 64; i = (i + step + 1) & ~step) {
-      const std::uint64_t swapped = (rows[i] ^ rows[i + step] >> step) & mask;
-      rows[i] ^= swapped;
-      rows[i + step] ^= swapped << step;
-    }
-  }
-}
-
 TransposedRows::TransposedRows(const ImageSource& image, pixels::Turn turn)
     : image_(image),
       turn_(turn),
       is_page_(row_bytes(image.width(), 1) * image.height() <= kMostExpanded),
-      columns_(image.bits() == 1 && (!image.in_runs() || is_page_ || image.width() >= kWidePage)
-                   ? 64
-                   : 32) {}
+      columns_(image.in_runs() && !is_page_ && image.width() < kWidePage ? 32 : 64) {}
 
 Status TransposedRows::allocate() {
+  if (image_.bits() == 1) TQ_TRY(made_.allocate(columns_ * row_bytes(image_.height(), 1)));
   if (!image_.in_runs()) return kOk;
   if (is_page_) {
     const std::int64_t stride = row_bytes(image_.width(), 1);
@@ -63,7 +50,7 @@ Status TransposedRows::allocate() {
   } else {
     TQ_TRY(passed_.allocate(image_.height()));
   }
-  return bits_.allocate(columns_ * row_bytes(image_.height(), 1));
+  return kOk;
 }
 
 // The pixels of a list from `column` on, the first in the top bit; no more than a block.
@@ -92,13 +79,14 @@ void TransposedRows::turn_bits(int rows) {
   const std::ptrdiff_t step = image_.in_runs() ? stride : -stride;
   const auto left = static_cast<std::size_t>(stride - column / 8);
   for (int x = 0; x < width; x += kWord) {
-    std::uint64_t square[kWord] = {};
+    std::uint64_t square[kWord];
     const int count = std::min(kWord, width - x);
-    for (int k = 0; k < count; ++k) {
-      const int y = source_row(x + k);
-      square[k] = from_lists ? bits_at(y, column) : load_bits(top + y * step + column / 8, left);
+    if (count < kWord) std::ranges::fill(square, 0);
+    const std::uint8_t* from = top + source_row(x) * step + column / 8;
+    for (int k = 0; k < count; ++k, from += turn_.from_bottom ? -step : step) {
+      square[k] = from_lists ? bits_at(source_row(x + k), column) : load_bits(from, left);
     }
-    transpose_square(square);
+    kernels_.transpose_square(square);
     for (int i = 0; i < rows; ++i) {
       const Row to = rows_[i].subspan(static_cast<std::size_t>(x / 8));
       const std::uint64_t stored = __builtin_bswap64(square[i]);
@@ -170,8 +158,8 @@ Status TransposedRows::make_row(ImageRecord& result, int y) {
     const int first = block_ * columns_, rows = std::min(columns_, image_.width() - first);
     const std::ptrdiff_t stride = result.bytes_per_row;
     for (int i = 0; i < rows; ++i) {
-      rows_[i] = result.in_runs ? bits_.pixels().subspan(i * stride, stride)
-                                : plain_row(result, column_of(first + i));
+      rows_[i] = result.bits == 1 ? made_.pixels().subspan(i * stride, stride)
+                                  : plain_row(result, column_of(first + i));
       clear_padding(rows_[i], result.width, result.bits);
     }
     switch (result.bits) {
@@ -195,7 +183,10 @@ Status TransposedRows::make_row(ImageRecord& result, int y) {
         break;
     }
   }
-  return result.in_runs ? store_bits(result, y, rows_[column % columns_]) : kOk;
+  const Row row = rows_[column % columns_];
+  if (result.in_runs) return store_bits(result, y, row);
+  if (result.bits == 1) copy_row(row, plain_row(result, y));
+  return kOk;
 }
 
 }  // namespace tq::process

@@ -7,9 +7,6 @@
 
 namespace tq::process {
 
-// A square of bits along its diagonal; the first of a row is the top one.
-void transpose_square(std::uint64_t (&rows)[64]);
-
 class TransposedRows {
  public:
   // `turn` swaps the sides.
@@ -30,15 +27,14 @@ class TransposedRows {
   const ImageSource& image_;
   pixels::Turn turn_;
   GeometryKernels kernels_ = geometry_kernels();
-  bool is_page_;    // small enough that all its bits are held
-  int columns_;     // of a block
-  int block_ = -1;  // that `rows_` are of
-  Row rows_[64];    // a column each
-  // Of run lists: all of a page as bits, or how many transitions of a row lie before the block; and the
-  // block of the result.
+  bool is_page_;                  // small enough that all its bits are held
+  int columns_;                   // of a block
+  int block_ = -1;                // that `rows_` are of
+  Row rows_[64];                  // a column each
+  RowBuffer<std::uint8_t> made_;  // a block of bits, whose rows are stored one after the other
+  // Of run lists: all of a page as bits, or how many transitions of a row lie before the block.
   RowBuffer<std::uint8_t> expanded_;
   RowBuffer<std::uint16_t> passed_;
-  RowBuffer<std::uint8_t> bits_;
 };
 
 }  // namespace tq::process

@@ -127,6 +127,22 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
   }
 }
 
+TEST(GeometryKernels, TransposeBits) {
+  std::uint64_t rows[64], state = 1;
+  for (auto& row : rows) row = state = state * 6364136223846793005 + 1442695040888963407;
+  std::uint64_t columns[64] = {};
+  for (int i = 0; i < 64 * 64; ++i)
+    columns[i % 64] |= (rows[i / 64] >> (63 - i % 64) & 1) << (63 - i / 64);
+  for (const bool all : {false, true}) {
+    const auto made = with_features(all, [&] {
+      std::vector<std::uint64_t> square(rows, rows + 64);
+      geometry_kernels().transpose_square(square.data());
+      return square;
+    });
+    EXPECT_TRUE(std::ranges::equal(made, columns)) << all;
+  }
+}
+
 // Of noise around levels that rise, so that some windows have nothing in them and some all there is; down
 // to where variances are at the edge of flat, and windows so large that sums have 32 bits.
 TEST(CleanupKernels, EqualThePortableOnesAtEveryWidth) {
