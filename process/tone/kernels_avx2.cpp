@@ -38,60 +38,97 @@ TQ_KERNEL void map_bytes(const std::uint8_t* from, const std::uint8_t* table, st
   kPortableToneKernels.map_bytes(from + i, table, to + i, count - i);
 }
 
-// Weights of a bell on values that lie symmetrically: two products at a time, of the middle and the
-// first pair, then of two pairs. `pair(k)` is the sum of the values k away, of 0 the middle alone.
+// Weights of a bell on values that lie symmetrically: sums of the two that are equally far away, two
+// products at a time, of the middle and the first pair, then of two pairs.
 struct Sums {
   Vector low, high;  // as the halves of lanes interleave
-};
-template <class Pair>
-TQ_SIMD Sums weighted(Pair pair, const std::int16_t* weights, int radius, int rounding) {
-  Sums sums{all32(rounding), all32(rounding)};
-  for (int k = 0; k <= radius; k += 2) {
-    std::int32_t both;
-    std::memcpy(&both, weights + k, sizeof both);
-    const Vector a = pair(k), b = pair(k + 1), factors = all32(both);
-    sums.low = add32(sums.low, multiply_add16(interleave_low16(a, b), factors));
-    sums.high = add32(sums.high, multiply_add16(interleave_high16(a, b), factors));
+
+  TQ_SIMD void add(Vector near, Vector far, Vector factors) {
+    low = add32(low, multiply_add16(interleave_low16(near, far), factors));
+    high = add32(high, multiply_add16(interleave_high16(near, far), factors));
   }
-  return sums;
+};
+
+TQ_SIMD Vector two_weights(const std::int16_t* weights) {
+  std::int32_t both;
+  std::memcpy(&both, weights, sizeof both);
+  return all32(both);
 }
+
+// Sixteen values as 16 bits each.
+TQ_SIMD Vector widened(const std::uint8_t* from) {
+  return load_widened(from);
+}
+TQ_SIMD Vector widened(const std::int16_t* from) {
+  return load(from);
+}
+template <class Value>
+TQ_SIMD Vector both_of(const Value* a, const Value* b) {
+  return add16(widened(a), widened(b));
+}
+
+constexpr int kHalf = 8 * kLanes;
+
+// The sums of 32 values side by side; of what is added to them the places of the first are given.
+template <class Value>
+struct Weighted {
+  Sums first, last;
+
+  TQ_SIMD Weighted(int rounding)
+      : first{all32(rounding), all32(rounding)}, last{all32(rounding), all32(rounding)} {}
+  TQ_SIMD void add_middle(const Value* at, const Value* a, const Value* b, Vector factors) {
+    first.add(widened(at), both_of(a, b), factors);
+    last.add(widened(at + kHalf), both_of(a + kHalf, b + kHalf), factors);
+  }
+  TQ_SIMD void add_two(const Value* a, const Value* b, const Value* c, const Value* d,
+                       Vector factors) {
+    first.add(both_of(a, b), both_of(c, d), factors);
+    last.add(both_of(a + kHalf, b + kHalf), both_of(c + kHalf, d + kHalf), factors);
+  }
+  TQ_SIMD void add_last(const Value* a, const Value* b, Vector factors) {
+    first.add(both_of(a, b), Vector{}, factors);
+    last.add(both_of(a + kHalf, b + kHalf), Vector{}, factors);
+  }
+};
 
 TQ_KERNEL void smooth_along(const std::uint8_t* from, int size, const std::int16_t* weights,
                             int radius, std::int16_t* to, std::ptrdiff_t count) {
-  constexpr int kWidth = 8 * kLanes;
   std::ptrdiff_t i = 0;
-  for (; i + kWidth <= count; i += kWidth) {
-    const std::uint8_t* const at = from + i;
-    const auto pair = [ at, size, radius ](std::ptrdiff_t k) __attribute__((target("avx2"))) {
-      if (k == 0) return load_widened(at);
-      if (k > radius) return Vector{};
-      return add16(load_widened(at - k * size), load_widened(at + k * size));
-    };
-    const Sums sums = weighted(pair, weights, radius, 128);
-    store(to + i, pack32(shift_right32<8>(sums.low), shift_right32<8>(sums.high)));
+  for (; i + 2 * kHalf <= count; i += 2 * kHalf) {
+    const std::uint8_t *left = from + i - size, *right = from + i + size;
+    Weighted<std::uint8_t> sums(128);
+    sums.add_middle(from + i, left, right, two_weights(weights));
+    int k = 2;
+    for (; k < radius; k += 2) {
+      left -= 2 * std::ptrdiff_t{size};
+      right += 2 * std::ptrdiff_t{size};
+      sums.add_two(left + size, right - size, left, right, two_weights(weights + k));
+    }
+    if (k == radius) sums.add_last(left - size, right + size, two_weights(weights + k));
+    store(to + i, pack32(shift_right32<8>(sums.first.low), shift_right32<8>(sums.first.high)));
+    store(to + i + kHalf,
+          pack32(shift_right32<8>(sums.last.low), shift_right32<8>(sums.last.high)));
   }
   kPortableToneKernels.smooth_along(from + i, size, weights, radius, to + i, count - i);
-}
-
-TQ_SIMD Vector sixteen_down(const std::int16_t* const* rows, std::ptrdiff_t i,
-                            const std::int16_t* weights, int radius) {
-  const auto pair = [ rows, i, radius ](int k) __attribute__((target("avx2"))) {
-    if (k == 0) return load(rows[0] + i);
-    if (k > radius) return Vector{};
-    return add16(load(rows[-k] + i), load(rows[k] + i));
-  };
-  const Sums sums = weighted(pair, weights, radius, 1 << 19);
-  return pack32(shift_right32<20>(sums.low), shift_right32<20>(sums.high));
 }
 
 TQ_KERNEL void smooth_down(const std::int16_t* const* rows, std::ptrdiff_t first,
                            const std::int16_t* weights, int radius, std::uint8_t* to,
                            std::ptrdiff_t count) {
-  constexpr int kHalf = 8 * kLanes;
   std::ptrdiff_t i = 0;
   for (; i + 2 * kHalf <= count; i += 2 * kHalf) {
-    const Vector low = sixteen_down(rows, first + i, weights, radius);
-    const Vector high = sixteen_down(rows, first + i + kHalf, weights, radius);
+    const std::ptrdiff_t at = first + i;
+    Weighted<std::int16_t> sums(1 << 19);
+    sums.add_middle(rows[0] + at, rows[-1] + at, rows[1] + at, two_weights(weights));
+    int k = 2;
+    for (; k < radius; k += 2) {
+      sums.add_two(rows[-k] + at, rows[k] + at, rows[-k - 1] + at, rows[k + 1] + at,
+                   two_weights(weights + k));
+    }
+    if (k == radius) sums.add_last(rows[-k] + at, rows[k] + at, two_weights(weights + k));
+    const Vector low =
+        pack32(shift_right32<20>(sums.first.low), shift_right32<20>(sums.first.high));
+    const Vector high = pack32(shift_right32<20>(sums.last.low), shift_right32<20>(sums.last.high));
     store(to + i, in_sequence(pack_unsigned16(low, high)));
   }
   kPortableToneKernels.smooth_down(rows, first + i, weights, radius, to + i, count - i);
@@ -99,7 +136,6 @@ TQ_KERNEL void smooth_down(const std::int16_t* const* rows, std::ptrdiff_t first
 
 TQ_KERNEL void sharpen(const std::uint8_t* from, int amount, std::uint8_t* smooth,
                        std::ptrdiff_t count) {
-  constexpr int kHalf = 8 * kLanes;
   const Vector factors = all32(amount | 1 << (kSharpenBits - 1) << 16), one = all16(1);
   const auto half = [&](std::ptrdiff_t i) __attribute__((target("avx2"))) {
     const Vector level = load_widened(from + i);
@@ -131,7 +167,6 @@ TQ_SIMD Vector sixteen_edges(const std::uint8_t* above, const std::uint8_t* at,
 
 TQ_KERNEL void find_edges(const std::uint8_t* const* rows, int size, std::uint8_t* to,
                           std::ptrdiff_t count) {
-  constexpr int kHalf = 8 * kLanes;
   const std::uint8_t *above = rows[0], *at = rows[1], *below = rows[2];
   std::ptrdiff_t i = 0;
   for (; i + 2 * kHalf <= count; i += 2 * kHalf) {
