@@ -196,7 +196,8 @@ void nearest_row(const Plane& plane, Fetch fetch, const Line& x, const Line& y, 
 
 // The same of 1 bit into a row's own bits, which are the outside's already; false where lines are not
 // along rows.
-bool nearest_bits(const Plane& plane, const Line& x, const Line& y, int width, Row out) {
+bool nearest_bits(const Plane& plane, TurnedBits& turned, const Line& x, const Line& y, int width,
+                  Row out) {
   const Span inside(Span(x, -128, 256 * std::int64_t{plane.width} - 128, width),
                     Span(y, -128, 256 * std::int64_t{plane.height} - 128, width));
   constexpr std::int64_t kToEdge = std::int64_t{128} << 24;
@@ -205,7 +206,7 @@ bool nearest_bits(const Plane& plane, const Line& x, const Line& y, int width, R
       x.step,    y.step};
   if (!keeps_to_rows(walk)) return false;
   if (inside.first >= inside.last) return true;
-  copy_turned_bits(walk, std::abs(plane.stride), out, inside.first, inside.last);
+  turned.copy_nearest(walk, out, inside.first, inside.last);
   return true;
 }
 
@@ -226,18 +227,17 @@ bool is_one_colour(const Plane& plane, int left, int top, int right, int bottom,
   return true;
 }
 
-// 1 bit: white where at least half of the weight is, which is what blending 0 and 255 gives.
-void smooth_bits(const Plane& plane, const Line& x, const Line& y, int width, Row out) {
+// 1 bit: white where at least half of the weight is, which is what blending 0 and 255 gives. Places from
+// `first`, that of a whole byte, to `last`.
+void smooth_bits(const Plane& plane, const Line& x, const Line& y, int first, int last, Row out) {
   const bool outside = plane.outside[0] != 0;
   const auto bit = [&](int column, int row) -> int {
     if (!plane.has(column, row)) return outside ? 1 : 0;
     return plane.row(row)[column / 8] >> (7 - column % 8) & 1;
   };
-  const Span touched(Span(x, -256, 256 * std::int64_t{plane.width}, width),
-                     Span(y, -256, 256 * std::int64_t{plane.height}, width));
   constexpr int kStep = 64;
-  for (int i = touched.first / 8 * 8; i < touched.last; i += kStep) {
-    const int end = std::min(i + kStep, (width + 7) / 8 * 8) - 1;
+  for (int i = first; i < last; i += kStep) {
+    const int end = std::min(i + kStep, (last + 7) / 8 * 8) - 1;
     // Most of a page is paper.
     const auto [left, right] = std::minmax({x.pixel(i), x.pixel(end)});
     const auto [top, bottom] = std::minmax({y.pixel(i), y.pixel(end)});
@@ -275,6 +275,23 @@ void smooth_bits(const Plane& plane, const Line& x, const Line& y, int width, Ro
   }
 }
 
+// The same of all places that touch the plane.
+void smooth_bits(const Plane& plane, TurnedBits& turned, const Line& x, const Line& y, int width,
+                 Row out) {
+  const Span touched(Span(x, -256, 256 * std::int64_t{plane.width}, width),
+                     Span(y, -256, 256 * std::int64_t{plane.height}, width));
+  const Span inside(Span(x, 0, 256 * (std::int64_t{plane.width} - 1), width),
+                    Span(y, 0, 256 * (std::int64_t{plane.height} - 1), width));
+  const int first = (inside.first + 7) / 8 * 8, last = inside.last / 8 * 8;
+  const Walk walk{plane.top, plane.stride, x.exact(first), y.exact(first), x.step, y.step};
+  if (first >= last || !keeps_to_rows(walk)) {
+    return smooth_bits(plane, x, y, touched.first / 8 * 8, touched.last, out);
+  }
+  smooth_bits(plane, x, y, touched.first / 8 * 8, first, out);
+  turned.blend(walk, out, first, last);
+  smooth_bits(plane, x, y, last, touched.last, out);
+}
+
 // One row of the result in a row's own bits.
 class RotatedRows {
  public:
@@ -290,6 +307,7 @@ class RotatedRows {
     clear_padding(background_.pixels(), width, bits);
     if (bits <= 8) {
       TQ_TRY(levels_.allocate(width));
+      if (bits == 1) TQ_TRY(turned_.allocate(width, row_bytes(image_.width(), 1)));
       const bool grey = smooth_ && bits > 1;
       for (int i = 0; i < 256; ++i) lookup_[i] = index_[i] = byte(i);
       if (grey) {
@@ -327,10 +345,10 @@ class RotatedRows {
     switch (image_.bits()) {
       case 1:
         if (smooth_) {
-          smooth_bits(plane, x, y, width_, row);
+          smooth_bits(plane, turned_, x, y, width_, row);
           return clear_padding(row, width_, 1);
         }
-        if (nearest_bits(plane, x, y, width_, row)) return;
+        if (nearest_bits(plane, turned_, x, y, width_, row)) return;
         return look_up(plane, Looked<1>{lookup_.data()}, x, y, row);
       case 4:
         return look_up(plane, Looked<4>{lookup_.data()}, x, y, row);
@@ -380,6 +398,7 @@ class RotatedRows {
   int width_ = 0, height_ = 0;
   std::array<std::uint8_t, 256> lookup_{}, index_{};
   RowBuffer<std::uint8_t> background_, levels_, expanded_;
+  TurnedBits turned_;
 };
 
 }  // namespace

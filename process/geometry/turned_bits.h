@@ -1,4 +1,4 @@
-// Nearest pixels of 1 bit along a slanting line.
+// Pixels of 1 bit along a slanting line.
 #pragma once
 
 #include "process/geometry/kernels.h"
@@ -10,8 +10,21 @@ namespace tq::process {
 // few pixels can be taken together.
 bool keeps_to_rows(const Walk& walk);
 
-// Bits first to last - 1 of `row` become the pixels at the places of the walk, whose rows have
-// `row_bytes` bytes. The other bits stay.
-void copy_turned_bits(const Walk& walk, std::ptrdiff_t row_bytes, Row row, int first, int last);
+// Rows of `source_bytes` bytes along walks that keep to them.
+class TurnedBits {
+ public:
+  Status allocate(int width, std::int64_t source_bytes);  // of the result
+
+  // Bits first to last - 1 of `row` become the pixels at the places of the walk. The other bits stay.
+  void copy_nearest(const Walk& walk, Row row, int first, int last);
+
+  // Bits of whole bytes: white where at least half of the weight of a place's four neighbours is.
+  void blend(const Walk& walk, Row row, int first, int last);
+
+ private:
+  std::ptrdiff_t source_bytes_ = 0;
+  std::ptrdiff_t stride_ = 0;
+  RowBuffer<std::uint8_t> rows_;
+};
 
 }  // namespace tq::process
