@@ -66,6 +66,7 @@ TQ_SIMD void store_halves(void* low, void* high, Vector x) {
 TQ_SIMD Vector all8(int value) {
   return TQ_INTRINSIC(set1_epi8)(static_cast<char>(value));
 }
+TQ_BINARY(add8, add_epi8)             // which wrap round
 TQ_BINARY(add_saturated8, adds_epu8)  // without a sign: stops at 255, or at 0
 TQ_BINARY(subtract_saturated8, subs_epu8)
 TQ_BINARY(subtract_signed8, subs_epi8)  // with a sign: stops at -128

@@ -87,6 +87,31 @@ template <int kLane>
 TQ_SIMD DoubleVector to_doubles(Vector x) {
   return _mm256_cvtepi32_pd(lane<kLane>(x));
 }
+// Of 64-bit values, at least 0 and below 2^52.
+TQ_SIMD DoubleVector small_to_doubles(Vector x) {
+  const DoubleVector base = _mm256_set1_pd(4503599627370496.0);
+  return reinterpret_cast<DoubleVector>(x | reinterpret_cast<Vector>(base)) - base;
+}
+// Those where a comparison is true, else 0.
+template <class Compared>
+TQ_SIMD DoubleVector where(Compared is_true, DoubleVector x) {
+  return reinterpret_cast<DoubleVector>(reinterpret_cast<Vector>(is_true) &
+                                        reinterpret_cast<Vector>(x));
+}
+// Four numbers from 0 to 255.
+TQ_SIMD void store_bytes(void* to, DoubleVector x) {
+  const __m128i words = _mm256_cvttpd_epi32(x);
+  _mm_storeu_si32(to, _mm_packus_epi16(_mm_packs_epi32(words, words), __m128i{}));
+}
+// Each 64-bit value and all before it, and the last one everywhere.
+TQ_SIMD Vector running_sums64(Vector x) {
+  x = _mm256_add_epi64(x, _mm256_slli_si256(x, 8));
+  const __m256i first = _mm256_permute2x128_si256(x, x, 0x08);  // 0, and the first lane
+  return _mm256_add_epi64(x, _mm256_unpackhi_epi64(first, first));
+}
+TQ_SIMD Vector last64(Vector x) {
+  return _mm256_permute4x64_epi64(x, 0xFF);
+}
 TQ_SIMD DoubleVector rounded_down(DoubleVector x) {
   return _mm256_floor_pd(x);
 }

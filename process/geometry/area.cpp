@@ -48,83 +48,6 @@ void mean_of_columns(ColumnSums& columns, std::ptrdiff_t first, std::int32_t wid
   }
 }
 
-// Bytes with one of nothing behind each, of the lower half; the same of 16 bits.
-std::uint64_t spread8(std::uint64_t x) {
-  x = (x | x << 16) & 0x0000FFFF0000FFFF;
-  return (x | x << 8) & 0x00FF00FF00FF00FF;
-}
-std::uint64_t spread16(std::uint64_t x) {
-  return (x | x << 16) & 0x0000FFFF0000FFFF;
-}
-
-// Two values for each byte in turn; stored at `to`, a half each.
-void store_in_turn(std::uint64_t a, std::uint64_t b, std::uint64_t (&to)[2]) {
-  constexpr std::uint64_t kLow = 0xFFFFFFFF;
-  to[0] = spread8(a & kLow) | spread8(b & kLow) << 8;
-  to[1] = spread8(a >> 32) | spread8(b >> 32) << 8;
-}
-
-// Of counts up to 2^shift, a byte each, the levels.
-std::uint64_t levels_of_counts(std::uint64_t counts, int shift) {
-  constexpr std::uint64_t kEven = 0x00FF00FF00FF00FF, kOnes = 0x0001000100010001;
-  const auto of_even = [shift](std::uint64_t c) {
-    return ((c << 8) - c + (kOnes << shift >> 1)) >> shift & kEven;
-  };
-  return of_even(counts & kEven) | of_even(counts >> 8 & kEven) << 8;
-}
-
-// How many of each `kWide` bits in a row are set, in all rows: a byte for each, which it fits; or the
-// level of that, of 2^shift bits, if that is not 0.
-template <int kWide>
-void count_cells(std::span<const std::uint8_t* const> rows, std::ptrdiff_t row_bytes, int shift,
-                 std::uint8_t* to) {
-  static_assert(kWide == 2 || kWide == 4 || kWide == 8);
-  constexpr std::uint64_t kPairs = 0x5555555555555555, kFours = 0x3333333333333333;
-  constexpr std::uint64_t kEights = 0x0F0F0F0F0F0F0F0F, kTwoOfEight = 0x0303030303030303;
-  constexpr int kParts = 8 / kWide;
-  for (std::ptrdiff_t at = 0; at < row_bytes; at += 8, to += 8 * kParts) {
-    std::uint64_t parts[kParts] = {};  // of each byte, from the left
-    for (const std::uint8_t* const row : rows) {
-      std::uint64_t bits = 0;
-      if (row_bytes - at >= 8) {
-        std::memcpy(&bits, row + at, 8);
-      } else {
-        std::memcpy(&bits, row + at, 4);  // rows are whole words
-      }
-      bits -= bits >> 1 & kPairs;
-      if constexpr (kWide == 2) {
-        for (int k = 0; k < kParts; ++k) parts[k] += bits >> (6 - 2 * k) & kTwoOfEight;
-      } else {
-        bits = (bits & kFours) + (bits >> 2 & kFours);
-        if constexpr (kWide == 4) {
-          parts[0] += bits >> 4 & kEights;
-          parts[1] += bits & kEights;
-        } else {
-          parts[0] += (bits & kEights) + (bits >> 4 & kEights);
-        }
-      }
-    }
-    for (std::uint64_t& part : parts) part = shift > 0 ? levels_of_counts(part, shift) : part;
-    if constexpr (kWide == 8) {
-      std::memcpy(to, parts, sizeof parts);
-    } else if constexpr (kWide == 4) {
-      std::uint64_t both[2];
-      store_in_turn(parts[0], parts[1], both);
-      std::memcpy(to, both, sizeof both);
-    } else {
-      std::uint64_t first[2], last[2], all[4];
-      store_in_turn(parts[0], parts[1], first);
-      store_in_turn(parts[2], parts[3], last);
-      constexpr std::uint64_t kLow = 0xFFFFFFFF;
-      for (int i = 0; i < 2; ++i) {
-        all[2 * i] = spread16(first[i] & kLow) | spread16(last[i] & kLow) << 16;
-        all[2 * i + 1] = spread16(first[i] >> 32) | spread16(last[i] >> 32) << 16;
-      }
-      std::memcpy(to, all, sizeof all);
-    }
-  }
-}
-
 }  // namespace
 
 Status ColumnSums::allocate(std::int64_t count, std::uint32_t whole_share) {
@@ -288,8 +211,6 @@ void AreaMeans::finish_row(const std::uint64_t* sums, std::uint8_t* to) {
 
 Status RunMeans::allocate() {
   const std::int32_t wide = image_.width(), high = image_.height();
-  mean_ = Mean(std::int64_t{wide} * high);
-  TQ_TRY(changes_.allocate(most_transitions(wide)));
   if (wide % width_ == 0 && high % height_ == 0) {
     wide_ = wide / width_;
     high_ = high / height_;
@@ -304,15 +225,14 @@ Status RunMeans::allocate() {
     for (int white = 0; white <= wide_ * high_; ++white) {
       level_of_count_[white] = mean(std::int64_t{255} * white);
     }
-    TQ_TRY(counts_.allocate(row_bytes(wide, 1) * 8 / wide_ + 32));
+    if (image_.in_runs()) TQ_TRY(expanded_.allocate(row_bytes(wide, 1) * high_));
+    return counts_.allocate(row_bytes(wide, 1) * 8 / wide_ + 32);
   }
-  // Whole cells are counted in pixels.
-  const std::int64_t step = wide_ != 0 ? 1 : width_;
-  units_ = wide_ != 0 ? wide_ : wide;
+  TQ_TRY(changes_.allocate(most_transitions(wide)));
   TQ_TRY(places_.allocate(wide));
-  for (std::int64_t x = 0, cell = 0, before = 0; x < wide; ++x, before += step) {
-    cell += before / units_;
-    before %= units_;
+  for (std::int64_t x = 0, cell = 0, before = 0; x < wide; ++x, before += width_) {
+    cell += before / wide;
+    before %= wide;
     places_[static_cast<std::ptrdiff_t>(x)] = {static_cast<std::int32_t>(cell),
                                                static_cast<std::int32_t>(before)};
   }
@@ -320,57 +240,39 @@ Status RunMeans::allocate() {
 }
 
 void RunMeans::make(int y, std::uint8_t* to) {
-  if (wide_ != 0 && count_bits(y, to)) return;
+  if (wide_ != 0) return count_bits(y, to);
   std::ranges::fill(sums_.pixels(), 0);
-  if (wide_ != 0) {
-    for (int j = y * high_; j < (y + 1) * high_; ++j) add_runs(j, 1);
-    std::int64_t white = std::int64_t{wide_} * high_;
-    for (int x = 0; x < width_; ++x) {
-      white -= sums_.data()[x];
-      to[x] = level_of_count_[byte(white)];
-    }
-    return;
-  }
   const std::int64_t high = image_.height(), units = height_, top = y * high, end = top + high;
   for (std::int64_t j = top / units; j * units < end; ++j) {
     add_runs(static_cast<int>(j), std::min((j + 1) * units, end) - std::max(j * units, top));
   }
   const std::int64_t area = std::int64_t{image_.width()} * image_.height();
-  const std::int64_t* const sums = sums_.data();
-  std::int64_t black = 0;
-  std::uint8_t level = mean_(255 * area);
-  for (int x = 0; x < width_; ++x) {
-    if (sums[x] != 0) {
-      black += sums[x];
-      level = mean_(255 * (area - black));
-    }
-    to[x] = level;
-  }
+  kernels_.levels_of_black(sums_.data(), area, to, width_);
 }
 
-// Cells of whole bytes' parts are counted where their rows lie as bits. False: some are lists.
-bool RunMeans::count_bits(int y, std::uint8_t* to) {
+// Cells of whole bytes' parts are counted in bits.
+void RunMeans::count_bits(int y, std::uint8_t* to) {
   const std::uint8_t* rows[kMostRows];
-  std::size_t count = 0;
-  const int top = y * high_;
-  for (int j = top; j < top + high_; ++j) {
-    const RowView row = image_.in_runs() ? view_row(image_.record(), j)
-                                         : RowView{{}, plain_row(image_.record(), j)};
-    if (row.bits.empty()) return false;
-    rows[count++] = row.bits.data();
+  const std::int64_t stride = row_bytes(image_.width(), 1);
+  for (int j = 0; j < high_; ++j) {
+    const int from = y * high_ + j;
+    if (!image_.in_runs()) {
+      rows[j] = plain_row(image_.record(), from).data();
+    } else if (const Bytes bits = view_row(image_.record(), from).bits; !bits.empty()) {
+      rows[j] = bits.data();
+    } else {
+      std::uint8_t* const made = expanded_.data() + static_cast<std::ptrdiff_t>(j * stride);
+      expand_row(image_.record(), from, {made, static_cast<std::size_t>(stride)});
+      rows[j] = made;
+    }
   }
-  const std::span<const std::uint8_t* const> all(rows, count);
-  const auto stride = static_cast<std::ptrdiff_t>(row_bytes(image_.width(), 1));
   std::uint8_t* const counts = counts_.data();
-  (wide_ == 2   ? count_cells<2>
-   : wide_ == 4 ? count_cells<4>
-                : count_cells<8>)(all, stride, shift_, counts);
+  kernels_.count_cells({rows, high_, wide_, shift_}, static_cast<std::ptrdiff_t>(stride), counts);
   if (shift_ > 0) {
     std::memcpy(to, counts, static_cast<std::size_t>(width_));
   } else {
     for (int x = 0; x < width_; ++x) to[x] = level_of_count_[counts[x]];
   }
-  return true;
 }
 
 // What a change adds to the black of its cell and of those that follow is kept as differences: a run
@@ -387,15 +289,19 @@ void RunMeans::add_runs(int j, std::int64_t share) {
   } else {
     bits = plain_row(image_.record(), j);
   }
-  add_changes(changes_.data(), bits_to_transitions(bits, image_.width(), changes_.pixels()), share);
+  // A row may lie in two of the result.
+  if (j != changes_of_) found_ = bits_to_transitions(bits, image_.width(), changes_.pixels());
+  changes_of_ = j;
+  add_changes(changes_.data(), found_, share);
 }
 
 template <class Column>
 void RunMeans::add_changes(const Column* changes, std::int32_t count, std::int64_t share) {
   std::int64_t* const sums = sums_.data();
+  const std::int32_t wide = image_.width();
   for (std::int32_t i = 0; i < count; ++i, share = -share) {
     const Place place = places_.data()[changes[i]];
-    sums[place.cell] += share * (units_ - place.before);
+    sums[place.cell] += share * (wide - place.before);
     sums[place.cell + 1] += share * place.before;
   }
 }

@@ -7,26 +7,6 @@
 
 namespace tq::process {
 
-// A sum over an area, by the area: halves upwards.
-class Mean {
- public:
-  Mean() = default;
-  explicit Mean(std::int64_t area)
-      : area_(area), twice_(2 * area), inverse_(1 / static_cast<double>(2 * area)) {}
-  std::uint8_t operator()(std::int64_t sum) const {
-    const std::int64_t doubled = 2 * sum + area_;
-    // The estimate is off by one at most.
-    auto mean = static_cast<std::int32_t>(static_cast<double>(doubled) * inverse_);
-    const std::int64_t left = doubled - mean * twice_;
-    mean += (left >= twice_ ? 1 : 0) - (left < 0 ? 1 : 0);
-    return byte(mean);
-  }
-
- private:
-  std::int64_t area_ = 1, twice_ = 2;
-  double inverse_ = 0.5;
-};
-
 // Sums of the bytes of rows, each times its share of the result's.
 class ColumnSums {
  public:
@@ -126,7 +106,7 @@ class RunMeans {
   };
   static constexpr int kMostRows = 127;  // of which bits are counted
 
-  bool count_bits(int y, std::uint8_t* to);
+  void count_bits(int y, std::uint8_t* to);
   void add_runs(int j, std::int64_t share);
   template <class Column>
   void add_changes(const Column* changes, std::int32_t count, std::int64_t share);
@@ -135,12 +115,13 @@ class RunMeans {
   int width_, height_;
   int wide_ = 0, high_ = 0;  // of cells of bits that may be counted
   int shift_ = 0;            // 2^shift_ of them to a cell; 0: another number
-  std::int64_t units_ = 1;   // of a cell's width
-  Mean mean_;
+  GeometryKernels kernels_ = geometry_kernels();
   RowBuffer<Place> places_;
   RowBuffer<std::int64_t> sums_;
-  RowBuffer<std::int32_t> changes_;
-  RowBuffer<std::uint8_t> counts_;  // of white pixels
+  RowBuffer<std::int32_t> changes_;  // of one row of bits
+  std::int32_t changes_of_ = -1, found_ = 0;
+  RowBuffer<std::uint8_t> counts_;    // of white pixels
+  RowBuffer<std::uint8_t> expanded_;  // lists of a row of cells
   std::array<std::uint8_t, 256> level_of_count_{};
 };
 

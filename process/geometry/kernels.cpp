@@ -97,6 +97,104 @@ void transpose_square(std::uint64_t* rows) {
   }
 }
 
+// Bytes with one of nothing behind each, of the lower half; the same of 16 bits.
+std::uint64_t spread8(std::uint64_t x) {
+  x = (x | x << 16) & 0x0000FFFF0000FFFF;
+  return (x | x << 8) & 0x00FF00FF00FF00FF;
+}
+std::uint64_t spread16(std::uint64_t x) {
+  return (x | x << 16) & 0x0000FFFF0000FFFF;
+}
+
+// Two values for each byte in turn; stored at `to`, a half each.
+void store_in_turn(std::uint64_t a, std::uint64_t b, std::uint64_t (&to)[2]) {
+  constexpr std::uint64_t kLow = 0xFFFFFFFF;
+  to[0] = spread8(a & kLow) | spread8(b & kLow) << 8;
+  to[1] = spread8(a >> 32) | spread8(b >> 32) << 8;
+}
+
+// Of counts up to 2^shift, a byte each, the levels.
+std::uint64_t levels_of_counts(std::uint64_t counts, int shift) {
+  constexpr std::uint64_t kEven = 0x00FF00FF00FF00FF, kOnes = 0x0001000100010001;
+  const auto of_even = [shift](std::uint64_t c) {
+    return ((c << 8) - c + (kOnes << shift >> 1)) >> shift & kEven;
+  };
+  return of_even(counts & kEven) | of_even(counts >> 8 & kEven) << 8;
+}
+
+// How many of each `kWide` bits in a row are set, in all rows: a byte for each, which it fits; or the
+// level of that, of 2^shift bits, if that is not 0.
+template <int kWide>
+void count_cells_of(const Cells& cells, std::ptrdiff_t row_bytes, std::uint8_t* to) {
+  static_assert(kWide == 2 || kWide == 4 || kWide == 8);
+  constexpr std::uint64_t kPairs = 0x5555555555555555, kFours = 0x3333333333333333;
+  constexpr std::uint64_t kEights = 0x0F0F0F0F0F0F0F0F, kTwoOfEight = 0x0303030303030303;
+  constexpr int kParts = 8 / kWide;
+  for (std::ptrdiff_t at = 0; at < row_bytes; at += 8, to += 8 * kParts) {
+    std::uint64_t parts[kParts] = {};  // of each byte, from the left
+    for (int k = 0; k < cells.count; ++k) {
+      const std::uint8_t* const row = cells.rows[k];
+      std::uint64_t bits = 0;
+      if (row_bytes - at >= 8) {
+        std::memcpy(&bits, row + at, 8);
+      } else {
+        std::memcpy(&bits, row + at, 4);  // rows are whole words
+      }
+      bits -= bits >> 1 & kPairs;
+      if constexpr (kWide == 2) {
+        for (int i = 0; i < kParts; ++i) parts[i] += bits >> (6 - 2 * i) & kTwoOfEight;
+      } else {
+        bits = (bits & kFours) + (bits >> 2 & kFours);
+        if constexpr (kWide == 4) {
+          parts[0] += bits >> 4 & kEights;
+          parts[1] += bits & kEights;
+        } else {
+          parts[0] += (bits & kEights) + (bits >> 4 & kEights);
+        }
+      }
+    }
+    for (std::uint64_t& part : parts)
+      part = cells.shift > 0 ? levels_of_counts(part, cells.shift) : part;
+    if constexpr (kWide == 8) {
+      std::memcpy(to, parts, sizeof parts);
+    } else if constexpr (kWide == 4) {
+      std::uint64_t both[2];
+      store_in_turn(parts[0], parts[1], both);
+      std::memcpy(to, both, sizeof both);
+    } else {
+      std::uint64_t first[2], last[2], all[4];
+      store_in_turn(parts[0], parts[1], first);
+      store_in_turn(parts[2], parts[3], last);
+      constexpr std::uint64_t kLow = 0xFFFFFFFF;
+      for (int i = 0; i < 2; ++i) {
+        all[2 * i] = spread16(first[i] & kLow) | spread16(last[i] & kLow) << 16;
+        all[2 * i + 1] = spread16(first[i] >> 32) | spread16(last[i] >> 32) << 16;
+      }
+      std::memcpy(to, all, sizeof all);
+    }
+  }
+}
+
+void count_cells(const Cells& cells, std::ptrdiff_t row_bytes, std::uint8_t* to) {
+  (cells.wide == 2   ? count_cells_of<2>
+   : cells.wide == 4 ? count_cells_of<4>
+                     : count_cells_of<8>)(cells, row_bytes, to);
+}
+
+void levels_of_black(const std::int64_t* more, std::int64_t area, std::uint8_t* to,
+                     std::ptrdiff_t count) {
+  const Mean mean(area);
+  std::int64_t black = 0;
+  std::uint8_t level = 255;
+  for (std::ptrdiff_t x = 0; x < count; ++x) {
+    if (more[x] != 0) {
+      black += more[x];
+      level = mean(255 * (area - black));
+    }
+    to[x] = level;
+  }
+}
+
 template <int kSize>
 void blend_pixels(const Walk& walk, std::uint8_t* to, int count) {
   std::int64_t x = walk.x, y = walk.y;
@@ -128,6 +226,8 @@ constexpr GeometryKernels kPortableGeometryKernels{.copy_past = copy_past,
                                                    .weigh_down = weigh_down,
                                                    .turn_24 = turn_24,
                                                    .transpose_square = transpose_square,
+                                                   .count_cells = count_cells,
+                                                   .levels_of_black = levels_of_black,
                                                    .blend = blend};
 
 GeometryKernels geometry_kernels() {

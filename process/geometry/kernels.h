@@ -6,9 +6,30 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/numbers.h"
 #include "platform/cpu.h"
 
 namespace tq::process {
+
+// A sum over an area, by the area: halves upwards.
+class Mean {
+ public:
+  Mean() = default;
+  explicit Mean(std::int64_t area)
+      : area_(area), twice_(2 * area), inverse_(1 / static_cast<double>(2 * area)) {}
+  std::uint8_t operator()(std::int64_t sum) const {
+    const std::int64_t doubled = 2 * sum + area_;
+    // The estimate is off by one at most.
+    auto mean = static_cast<std::int32_t>(static_cast<double>(doubled) * inverse_);
+    const std::int64_t left = doubled - mean * twice_;
+    mean += (left >= twice_ ? 1 : 0) - (left < 0 ? 1 : 0);
+    return byte(mean);
+  }
+
+ private:
+  std::int64_t area_ = 1, twice_ = 2;
+  double inverse_ = 0.5;
+};
 
 // Of each pixel of a row that is resized: its first tap, and the weights of all of them, `stride`
 // apart from pixel to pixel. From the tap `used` on all weights are 0.
@@ -17,6 +38,13 @@ struct ColumnTaps {
   const std::int32_t* first;
   const std::int16_t* weights;
   int used, stride;
+};
+
+// Cells of bits: 2, 4 or 8 in a row and `count` rows, less than 256 in all; 2^shift of them, or another number
+// where that is 0.
+struct Cells {
+  const std::uint8_t* const* rows;
+  int count, wide, shift;
 };
 
 // Places along a row of the result, all with four neighbours inside of the image: coordinates in units
@@ -64,6 +92,14 @@ struct GeometryKernels {
 
   // A square of bits along its diagonal; the first of a row is the top one.
   void (*transpose_square)(std::uint64_t* rows);
+
+  // How many bits of each cell are set, a byte each, or the level of that, of 2^shift; of rows of whole 32-bit
+  // words. Behind the last word's cells some more are written.
+  void (*count_cells)(const Cells& cells, std::ptrdiff_t row_bytes, std::uint8_t* to);
+
+  // Levels of cells of this area, halves upwards, by how much more of a cell is black than of the one before.
+  void (*levels_of_black)(const std::int64_t* more, std::int64_t area, std::uint8_t* to,
+                          std::ptrdiff_t count);
 
   // Four neighbours by their distance in units of 1/256. Of pixels of 3 bytes, two more bytes behind
   // each row's neighbours are read.

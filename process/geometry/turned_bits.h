@@ -22,9 +22,8 @@ class TurnedBits {
   void blend(const Walk& walk, Row row, int first, int last);
 
  private:
-  std::ptrdiff_t source_bytes_ = 0;
-  std::ptrdiff_t stride_ = 0;
-  RowBuffer<std::uint8_t> rows_;
+  std::ptrdiff_t source_bytes_ = 0, stride_ = 0;
+  RowBuffer<std::uint8_t> rows_;  // four, for what is put together
 };
 
 }  // namespace tq::process

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "core/numbers.h"
@@ -140,6 +141,37 @@ TEST(GeometryKernels, TransposeBits) {
       return square;
     });
     EXPECT_TRUE(std::ranges::equal(made, columns)) << all;
+  }
+}
+
+TEST(GeometryKernels, CellsOfBitsEqualThePortableOnes) {
+  std::uint32_t state = 1;
+  const auto noise = [&state] { return byte((state = state * 1664525 + 1013904223) >> 24); };
+  constexpr int kRows = 31, kMost = 140;
+  Bytes bits(kRows * kMost);
+  std::ranges::generate(bits, noise);
+  const std::uint8_t* rows[kRows];
+  for (int k = 0; k < kRows; ++k) rows[k] = bits.data() + k * kMost;
+  for (int width = 4; width <= kMost; width += 4) {
+    for (const auto [wide, high, shift] :
+         {std::array{2, 31, 0}, {4, 8, 5}, {8, 16, 7}, {4, 7, 0}}) {
+      const std::int64_t area = width % 8 == 0 ? std::int64_t{1} << (33 + width % 16) : 1001;
+      std::vector<std::int64_t> more(static_cast<std::size_t>(width - 1));
+      std::int64_t black = 0;
+      for (auto& change : more) {
+        const std::int64_t now = noise() % 3 == 0 ? black : area * noise() / 255;
+        change = now - std::exchange(black, now);
+      }
+      const auto run = [&, wide = wide, high = high, shift = shift] {
+        const GeometryKernels k = geometry_kernels();
+        Bytes out(static_cast<std::size_t>(5 * width + 32));
+        k.count_cells({rows, high, wide, shift}, width, out.data());
+        std::fill(out.begin() + 8 * width / wide, out.end(), std::uint8_t{0});
+        k.levels_of_black(more.data(), area, out.data() + 4 * width, width - 1);
+        return out;
+      };
+      EXPECT_EQ(with_features(true, run), with_features(false, run)) << width << " " << wide;
+    }
   }
 }
 
