@@ -2,6 +2,7 @@
 // error (Wu), from counts and sums over cells of 5 bits a channel.
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <utility>
 
 #include "process/process.h"
@@ -51,20 +52,27 @@ constexpr int cell_of(Rgb c) {
 // Sums over all cells up to a place.
 class ColourCube {
  public:
-  Status allocate() { return moments_.allocate(kCubeSide * kCubeSide * kCubeSide); }
+  Status allocate() {
+    for (std::uint32_t low = 0; low < kLows; ++low) {
+      const std::uint64_t red = low >> 2 * kWidth, green = low >> kWidth & kLow, blue = low & kLow;
+      const std::uint64_t squares = red * red + green * green + blue * blue;
+      add_[low] = 1 | red << kAt[0] | green << kAt[1] | blue << kAt[2] | squares << kAtSquares;
+    }
+    TQ_TRY(counted_.allocate(kSide * kSide * kSide));
+    return moments_.allocate(kCubeSide * kCubeSide * kCubeSide);
+  }
 
   void count(std::span<const Rgb> colours) {
+    std::uint64_t* const counted = counted_.data();
     for (const Rgb c : colours) {
-      Moments& cell = moments_.data()[place_of((c.red >> kWidth) + 1, (c.green >> kWidth) + 1,
-                                               (c.blue >> kWidth) + 1)];
-      ++cell.count;
-      cell.sum[0] += c.red;
-      cell.sum[1] += c.green;
-      cell.sum[2] += c.blue;
-      cell.squares += c.red * c.red + c.green * c.green + c.blue * c.blue;
+      const int cell = cell_of(c);
+      const int low = (c.red & kLow) << 2 * kWidth | (c.green & kLow) << kWidth | (c.blue & kLow);
+      counted[cell] += add_[low];
+      if ((counted[cell] & kMostCounted) == kMostCounted) take_over(cell);
     }
   }
   void cumulate() {
+    for (int cell = 0; cell < kSide * kSide * kSide; ++cell) take_over(cell);
     for (const int step : {place_of(1, 0, 0), place_of(0, 1, 0), place_of(0, 0, 1)}) {
       for (int at = step; at < std::ssize(moments_.pixels()); ++at) {
         // Whatever lies at place 0 of a side is 0, and stays so.
@@ -86,6 +94,31 @@ class ColourCube {
   }
 
  private:
+  // What a cell's colours have beyond its corner is added up in one number: how many there are, the sums of
+  // red, green and blue, and of the squares. Of so many none of them passes the next one.
+  static constexpr std::uint64_t kMostCounted = 511, kSums = 4095;
+  static constexpr int kAt[3] = {9, 21, 33}, kAtSquares = 45;
+  static constexpr int kLow = (1 << kWidth) - 1, kLows = 1 << 3 * kWidth;
+
+  void take_over(int cell) {
+    const std::uint64_t counted = counted_.data()[cell];
+    if (counted == 0) return;
+    counted_.data()[cell] = 0;
+    const int at[3] = {cell / kSide / kSide, cell / kSide % kSide, cell % kSide};
+    Moments& moments = moments_.data()[place_of(at[0] + 1, at[1] + 1, at[2] + 1)];
+    const auto count = static_cast<std::int64_t>(counted & kMostCounted);
+    moments.count += count;
+    moments.squares += static_cast<std::int64_t>(counted >> kAtSquares);
+    for (int c = 0; c < 3; ++c) {
+      const std::int64_t corner = at[c] << kWidth;
+      const auto beyond = static_cast<std::int64_t>(counted >> kAt[c] & kSums);
+      moments.sum[c] += count * corner + beyond;
+      moments.squares += (count * corner + 2 * beyond) * corner;
+    }
+  }
+
+  std::array<std::uint64_t, kLows> add_{};
+  RowBuffer<std::uint64_t> counted_;
   RowBuffer<Moments> moments_;
 };
 
@@ -141,22 +174,27 @@ int choose_palette(const ColourCube& cube, int colours, std::array<Rgb, 256>& pa
 }
 
 std::uint8_t nearest_entry(int red, int green, int blue, std::span<const Rgb> palette) {
-  return byte(std::ranges::min_element(palette, {},
-                                       [=](Rgb c) {
-                                         const int r = c.red - red, g = c.green - green;
-                                         const int b = c.blue - blue;
-                                         return r * r + g * g + b * b;
-                                       }) -
-              palette.begin());
+  int least = INT_MAX;
+  std::size_t nearest = 0;
+  for (std::size_t i = 0; i < palette.size(); ++i) {
+    const int r = palette[i].red - red, g = palette[i].green - green, b = palette[i].blue - blue;
+    const int distance = r * r + g * g + b * b;
+    if (distance >= least) continue;
+    least = distance;
+    nearest = i;
+  }
+  return byte(static_cast<int>(nearest));
 }
 
-// The index of every cell, by the mean of its colours, or its middle where it has none.
-Status find_indices(const ColourCube& cube, std::span<const Rgb> palette,
+// The index of every cell, by the mean of its colours, or its middle where it has none; these cells are
+// wanted only where colours move.
+Status find_indices(const ColourCube& cube, std::span<const Rgb> palette, bool all,
                     RowBuffer<std::uint8_t>& indices) {
   TQ_TRY(indices.allocate(kSide * kSide * kSide));
   for (int i = 0; i < kSide * kSide * kSide; ++i) {
     const std::array<int, 3> at{i / kSide / kSide, i / kSide % kSide, i % kSide};
     const Moments cell = cube.of({at, {at[0] + 1, at[1] + 1, at[2] + 1}});
+    if (cell.count == 0 && !all) continue;
     constexpr int kMiddle = 1 << (kWidth - 1);
     int level[3];
     for (int c = 0; c < 3; ++c) {
@@ -277,7 +315,7 @@ Status quantize_bitmap(ImageSource& image, std::int32_t bits, std::int32_t colou
     cube.cumulate();
     palette = {};
     count = choose_palette(cube, colours, palette);
-    TQ_TRY(find_indices(cube, std::span(palette).first(count), index_of_cell));
+    TQ_TRY(find_indices(cube, std::span(palette).first(count), dither != 0, index_of_cell));
     TQ_TRY(diffusion.allocate(width));
   }
   TQ_TRY(replace_rows(image, {bits, std::span(palette).first(1 << bits), marker_below_32(image)},
