@@ -472,16 +472,31 @@ TQ_SIMD int blend_colours(const Walk& walk, std::uint8_t* to, int count) {
 }
 
 // Eight places: those of the four above and of the four below each as 32 bits.
-TQ_SIMD Vector eight_levels(const std::uint32_t* around, Vector fx, Vector fy) {
-  const Vector all = load(around), bytes = all16(255);
+TQ_SIMD Vector eight_levels(Vector all, Vector fx, Vector fy) {
+  const Vector bytes = all16(255);
   const Vector columns = fx | shift_left32<16>(fx);
   const Vector rows = add32(subtract32(all32(256), fy), shift_left32<16>(fy));
   return blended(between(all & bytes, shift_right_unsigned16<8>(all), columns), rows);
 }
 
+// Four neighbours each, where sixteen places follow each other in a row.
+struct Around {
+  Vector first, last;
+};
+TQ_SIMD Around sixteen_in_row(const std::uint8_t* above, const std::uint8_t* below) {
+  const __m128i a = load_lane(above), b = load_lane(above + 1);
+  const __m128i c = load_lane(below), d = load_lane(below + 1);
+  // Lanes of eight, whose halves of four belong together.
+  const Vector upper = joined(_mm_unpacklo_epi8(a, b), _mm_unpackhi_epi8(a, b));
+  const Vector lower = joined(_mm_unpacklo_epi8(c, d), _mm_unpackhi_epi8(c, d));
+  const Vector low = interleave_low16(upper, lower), high = interleave_high16(upper, lower);
+  return {joined(lane<0>(low), lane<0>(high)), joined(lane<1>(low), lane<1>(high))};
+}
+
 TQ_SIMD int blend_levels(const Walk& walk, std::uint8_t* to, int count) {
-  constexpr int kBatch = 16;
+  constexpr int kBatch = 16, kAhead = 8;
   Steps steps = steps_of(walk, 1);
+  std::int64_t at_x = walk.x, at_y = walk.y;
   int i = 0;
   for (; i + kBatch <= count; i += kBatch, to += kBatch) {
     std::int64_t offsets[kBatch];
@@ -493,19 +508,34 @@ TQ_SIMD int blend_levels(const Walk& walk, std::uint8_t* to, int count) {
       y[k] = steps.y_fractions();
       steps.advance();
     }
-    std::uint32_t around[kBatch];
-    TQ_UNROLLED
-    for (int k = 0; k < kBatch; ++k) {
-      const std::uint8_t* const at = walk.origin + static_cast<std::ptrdiff_t>(offsets[k]);
-      std::uint16_t above, below;
-      std::memcpy(&above, at, sizeof above);
-      std::memcpy(&below, at + walk.stride, sizeof below);
-      around[k] = above | std::uint32_t{below} << 16;
+    // Rows to come: processors do not foresee the few lines of memory that are new in each.
+    __builtin_prefetch(walk.origin + static_cast<std::ptrdiff_t>(offsets[0]) +
+                       kAhead * walk.stride);
+    // Steps to the next pixel differ by one at most.
+    const std::int64_t end_x = at_x + (kBatch - 1) * walk.x_step;
+    const std::int64_t end_y = at_y + (kBatch - 1) * walk.y_step;
+    Around around;
+    if ((end_x >> 32) - (at_x >> 32) == kBatch - 1 && end_y >> 32 == at_y >> 32) {
+      const std::uint8_t* const at = walk.origin + static_cast<std::ptrdiff_t>(offsets[0]);
+      around = sixteen_in_row(at, at + walk.stride);
+    } else {
+      std::uint32_t each[kBatch];
+      TQ_UNROLLED
+      for (int k = 0; k < kBatch; ++k) {
+        const std::uint8_t* const at = walk.origin + static_cast<std::ptrdiff_t>(offsets[k]);
+        std::uint16_t above, below;
+        std::memcpy(&above, at, sizeof above);
+        std::memcpy(&below, at + walk.stride, sizeof below);
+        each[k] = above | std::uint32_t{below} << 16;
+      }
+      around = {load(each), load(each + 8)};
     }
-    const Vector first =
-        eight_levels(around, in_sequence(even32(x[0], x[1])), in_sequence(even32(y[0], y[1])));
+    at_x = end_x + walk.x_step;
+    at_y = end_y + walk.y_step;
+    const Vector first = eight_levels(around.first, in_sequence(even32(x[0], x[1])),
+                                      in_sequence(even32(y[0], y[1])));
     const Vector last =
-        eight_levels(around + 8, in_sequence(even32(x[2], x[3])), in_sequence(even32(y[2], y[3])));
+        eight_levels(around.last, in_sequence(even32(x[2], x[3])), in_sequence(even32(y[2], y[3])));
     const Vector made = in_sequence(pack32(first, last));
     store_lane<0>(to, in_sequence(pack_unsigned16(made, made)));
   }

@@ -107,7 +107,7 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         k.copy_past(in, out.data() + 3 * samples, samples, byte(width % 2 * 255));
         const std::uint8_t* turned[8];
         for (int i = 0; i < 8; ++i) turned[i] = in + 100 * i;
-        Bytes columns(static_cast<std::size_t>(24 * width));
+        Bytes columns(static_cast<std::size_t>(24 * width + samples));
         k.turn_24(turned, width, width + width % 3, columns.data(), 24);
         k.weigh_down(down, weights.data(), width % kDown + 1, out.data() + samples, samples);
         // Both ways along rows that lie upwards.
@@ -116,6 +116,11 @@ TEST(GeometryKernels, EqualThePortableOnesAtEveryWidth) {
         const std::int64_t x = width % 2 == 0 ? 12345678901 : width * 5000000001;
         const Walk walk{in + 40 * 80, stride, x / 20, 98765432101, step / 20, 300000000};
         k.blend(walk, size, out.data() + 2 * samples, width);
+        // From pixel to pixel, for some pixels in one row.
+        const std::int64_t about_one = (std::int64_t{1} << 32) - width % 3 * 20000000;
+        const Walk along_rows{in + 40 * 80, stride,    x / 20,
+                              98765432101,  about_one, walk.y_step / 2};
+        k.blend(along_rows, size, columns.data() + 24 * width, width);
         std::vector<std::int16_t> along(static_cast<std::size_t>(samples) + 8);
         k.weigh_along(in, size, {first.data(), weights.data(), kUsed, kStride}, along.data(),
                       width);
