@@ -16,7 +16,7 @@ declare -A packages=(
   [win32]="g++-mingw-w64-i686-posix libz-mingw-w64-dev debootstrap dpkg-dev"
   [win64]="g++-mingw-w64-x86-64-posix libz-mingw-w64-dev dpkg-dev wine64"
   [package]="git zip unzip lld llvm clang debhelper dh-python lintian help2man debootstrap"
-  [bench]="libbenchmark-dev"
+  [bench]="libbenchmark-dev libgif-dev"
   [bindings]="python3-numpy python3-pil python3-distributed mypy mono-mcs mono-runtime
     libmono-system-core4.0-cil fp-compiler fp-units-rtl"
   [npm]="emscripten dpkg-dev"
