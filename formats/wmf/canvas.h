@@ -1,7 +1,10 @@
 // Dots in 24 bits, and what is painted on them.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstring>
+#include <type_traits>
 
 #include "core/memory.h"
 #include "formats/codec.h"
@@ -55,7 +58,7 @@ class Canvas {
     return {dot[0], dot[1], dot[2], 0};
   }
 
-  // Dots left .. right - 1 of row y: `colour_at(x)`.
+  // Dots left .. right - 1 of row y: `colour_at(x)`, or one colour.
   template <class ColourAt>
   void paint(const Clip& clip, Mix mix, std::int32_t y, std::int64_t left, std::int64_t right,
              ColourAt&& colour_at) {
@@ -80,18 +83,37 @@ class Canvas {
       left = area.right;
       if (left >= right) return;
     }
+    constexpr bool kOneColour = std::is_convertible_v<ColourAt, Rgb>;
+    const auto colour_of = [&](std::int32_t x) -> Rgb {
+      if constexpr (kOneColour) {
+        return colour_at;
+      } else {
+        return colour_at(x);
+      }
+    };
     std::uint8_t* dot = row(y).data() + 3 * std::ptrdiff_t{left};
+    if (kOneColour && mix == Mix::copy) return repeat(colour_of(left), dot, right - left);
     for (std::int32_t x = left; mix == Mix::copy && x < right; ++x, dot += 3) {
-      const Rgb colour = colour_at(x);
+      const Rgb colour = colour_of(x);
       dot[0] = colour.blue;
       dot[1] = colour.green;
       dot[2] = colour.red;
     }
     for (std::int32_t x = left; mix != Mix::copy && x < right; ++x, dot += 3) {
-      const Rgb colour = colour_at(x);
+      const Rgb colour = colour_of(x);
       mix_level(mix, dot[0], colour.blue);
       mix_level(mix, dot[1], colour.green);
       mix_level(mix, dot[2], colour.red);
+    }
+  }
+
+  // What is there already is copied behind itself.
+  static void repeat(Rgb colour, std::uint8_t* dots, std::int32_t count) {
+    const std::ptrdiff_t bytes = 3 * std::ptrdiff_t{count};
+    const std::uint8_t first[3] = {colour.blue, colour.green, colour.red};
+    std::copy_n(first, 3, dots);
+    for (std::ptrdiff_t there = 3; there < bytes; there *= 2) {
+      std::memcpy(dots + there, dots, static_cast<std::size_t>(std::min(there, bytes - there)));
     }
   }
 

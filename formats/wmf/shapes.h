@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cmath>
+#include <cstring>
 #include <span>
 #include <utility>
 
@@ -70,6 +71,16 @@ class Painting {
     std::int32_t direction, next;
   };
 
+  // The place from `x` on where the winding changes, or the one behind `right`.
+  std::int32_t next_change(std::int32_t x, std::int32_t right) const {
+    const std::int32_t* const at = changes_.data();
+    for (std::uint64_t pairs[4]; x + 7 <= right; x += 8) {
+      std::memcpy(pairs, at + x, sizeof pairs);
+      if ((pairs[0] | pairs[1] | pairs[2] | pairs[3]) != 0) break;
+    }
+    while (x <= right && at[x] == 0) ++x;
+    return x;
+  }
   void thin_line(const Clip& clip, const Ink& ink, Spot from, Spot to);
   void wide_line(const Clip& clip, const Ink& ink, Spot from, Spot to);
   void paint_pen(const Clip& clip, const Ink& ink);
@@ -105,8 +116,9 @@ void Painting::fill(const Clip& clip, bool is_winding, PaintRow&& paint_row) {
         *link = edge.next;
         continue;
       }
-      const double column = std::clamp(std::ceil(edge.x - 0.5), 0.0, double(canvas_->width()));
-      const auto at = static_cast<std::int32_t>(column);
+      const double column = std::clamp(edge.x - 0.5, 0.0, double(canvas_->width()));
+      const auto below = static_cast<std::int32_t>(column);
+      const std::int32_t at = below + static_cast<std::int32_t>(below < column);
       changes_[at] += edge.direction;
       left = std::min(left, at);
       right = std::max(right, at);
@@ -115,9 +127,8 @@ void Painting::fill(const Clip& clip, bool is_winding, PaintRow&& paint_row) {
     }
     const bool goes_on = canvas_->spend(edges * kEdgeWork + std::max(right - left, 0) / kEdgeWork);
     std::int32_t winding = 0, begun = left;
-    for (std::int32_t x = left; x <= right; ++x) {
+    for (std::int32_t x = next_change(left, right); x <= right; x = next_change(x, right)) {
       const std::int32_t change = std::exchange(changes_[x], 0);
-      if (change == 0) continue;
       const auto inside = [&](std::int32_t around) {
         return is_winding ? around != 0 : (around & 1) != 0;
       };
