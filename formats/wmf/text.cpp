@@ -1,4 +1,6 @@
 // Text, in letters of strokes: where each of them stands, and their strokes as lines.
+#include <cmath>
+
 #include "formats/stroke_font.h"
 #include "formats/wmf/player.h"
 
@@ -185,7 +187,7 @@ void Player::write(const Writing& writing, const Advances& advances, const TextL
   Ink ink;
   ink.pen.colour = state_.text_colour;
   const double stroke = std::clamp(line.scale * (font.is_bold ? kBold : kThin), 1.0, 4096.0);
-  ink.pen.width = static_cast<std::int32_t>(stroke + 0.5);
+  ink.pen.width = static_cast<std::int32_t>(std::lround(stroke));
   double along = 0;
   for (std::int64_t i = 0; i < writing.count && canvas_->spend(kWorkOfLetter); ++i) {
     // A letter is as wide as its place, unless that is to make room beside it.
