@@ -107,12 +107,17 @@ class Canvas {
     }
   }
 
-  // What is there already is copied behind itself.
+  // The first ones one by one, then what is there already is copied behind itself.
   static void repeat(Rgb colour, std::uint8_t* dots, std::int32_t count) {
+    constexpr std::int32_t kSingle = 16;
     const std::ptrdiff_t bytes = 3 * std::ptrdiff_t{count};
-    const std::uint8_t first[3] = {colour.blue, colour.green, colour.red};
-    std::copy_n(first, 3, dots);
-    for (std::ptrdiff_t there = 3; there < bytes; there *= 2) {
+    std::ptrdiff_t there = 3 * std::ptrdiff_t{std::min(count, kSingle)};
+    for (std::ptrdiff_t i = 0; i < there; i += 3) {
+      dots[i] = colour.blue;
+      dots[i + 1] = colour.green;
+      dots[i + 2] = colour.red;
+    }
+    for (; there < bytes; there *= 2) {
       std::memcpy(dots + there, dots, static_cast<std::size_t>(std::min(there, bytes - there)));
     }
   }
