@@ -111,23 +111,22 @@ class BitReader {
   PieceSource source_;
 };
 
-// Puts numbers behind one another. Eight bytes are stored at a time, however many are new: there
-// has to be room for them.
-template <BitOrder kOrder>
+// Puts numbers behind one another. A word is stored at a time, however many of its bytes are new: there
+// has to be room for them. Words of 32 bits are for processors that have no larger ones.
+template <BitOrder kOrder, class Word = std::uint64_t>
 class BitWriter {
  public:
   // Where the next complete byte goes. Bits that are not in one yet come along.
   void move_to(std::uint8_t* at) { next_ = at; }
 
-  // At most 56 bits; those of `value` above `count` are 0.
-  void put(std::uint64_t value, int count) {
-    bits_ = kMsb ? bits_ << count | value : bits_ | value << count_;
-    count_ += count;
-    const std::uint64_t ahead = kMsb ? __builtin_bswap64(bits_ << (64 - count_)) : bits_;
-    std::memcpy(next_, &ahead, sizeof ahead);
-    next_ += count_ >> 3;
-    if (!kMsb) bits_ >>= count_ & ~7;
-    count_ &= 7;
+  // At most 56 bits, or 32; those of `value` above `count` are 0.
+  void put(Word value, int count) {
+    if (kBits == 32 && count > kMost) [[unlikely]] {
+      put_word(value >> 16, count - 16);
+      value &= 0xFFFF;
+      count = 16;
+    }
+    put_word(value, count);
   }
   // Zeros, until `bits` bits are missing to a whole byte.
   void align(int bits = 0) {
@@ -137,9 +136,26 @@ class BitWriter {
 
  private:
   static constexpr bool kMsb = kOrder == BitOrder::msb_first;
+  static constexpr int kBits = 8 * sizeof(Word);
+  static constexpr int kMost = kBits - 7;  // beside those that are not in a complete byte
+  static_assert(kBits == 64 || (kBits == 32 && kMsb));
+
+  static Word swapped(Word word) {
+    return kBits == 64 ? static_cast<Word>(__builtin_bswap64(word))
+                       : static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)));
+  }
+  void put_word(Word value, int count) {
+    bits_ = kMsb ? bits_ << count | value : bits_ | value << count_;
+    count_ += count;
+    const Word ahead = kMsb ? swapped(bits_ << (kBits - count_)) : bits_;
+    std::memcpy(next_, &ahead, sizeof ahead);
+    next_ += count_ >> 3;
+    if (!kMsb) bits_ >>= count_ & ~7;
+    count_ &= 7;
+  }
 
   std::uint8_t* next_ = nullptr;
-  std::uint64_t bits_ = 0;  // the last `count_` of them are not in a complete byte
+  Word bits_ = 0;  // the last `count_` of them are not in a complete byte
   int count_ = 0;
 };
 

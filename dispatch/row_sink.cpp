@@ -166,7 +166,6 @@ Status ImageSink::header(const HeaderBlock& block) {
   height_ = record->height;
   bits_ = record->bits;
   has_header_ = true;
-  as_it_comes_ = fit_ == Fit::whole && !reducer_.active();
   choose_wanted();
   delivered_.start(record->in_runs);  // run lists start white
   if (callers_can_look()) clear_undelivered(*record);
@@ -242,7 +241,8 @@ Status ImageSink::row(std::span<const std::uint8_t> bytes, std::int32_t y) {
   ImageRecord* record = image();
   if (record == nullptr) return StatusCode::bad_handle;
   if (y < 0 || y >= source_.header.biHeight) return kOk;  // a decoder's own mistake
-  if (as_it_comes_ && bytes.size() == source_row_) return store(*record, bytes, y);
+  const bool as_it_comes = fit_ == Fit::whole && !reducer_.active();
+  if (as_it_comes && bytes.size() == source_row_) return store(*record, bytes, y);
 
   const std::int32_t source_y = y;
   if (!place_row(y)) return kOk;

@@ -72,7 +72,6 @@ class ImageSink {
   formats::WantedPart wanted_;
   pixels::RowReducer reducer_;
   bool has_header_ = false;
-  bool as_it_comes_ = false;                        // rows need no change, and nobody follows them
   std::int32_t width_ = 0, height_ = 0, bits_ = 0;  // of the image that was made
   DeliveredRows delivered_;
 

@@ -290,7 +290,7 @@ Status Player::load_pattern() {
   request_->sink.damaged(StatusCode::bad_image);
   constexpr Rgb kGrey{128, 128, 128, 0};
   TQ_TRY(tile.open(1, 1, kMostWork));
-  tile.paint({.area = tile.area()}, Mix::copy, 0, 0, 1, kGrey);
+  tile.fill({.area = tile.area()}, Mix::copy, 0, 0, 1, kGrey);
   return kOk;
 }
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <type_traits>
 
 #include "core/memory.h"
 #include "formats/codec.h"
@@ -58,65 +57,69 @@ class Canvas {
     return {dot[0], dot[1], dot[2], 0};
   }
 
-  // Dots left .. right - 1 of row y: `colour_at(x)`, or one colour.
+  // Dots left .. right - 1 of row y: `colour_at(x)`.
   template <class ColourAt>
   void paint(const Clip& clip, Mix mix, std::int32_t y, std::int64_t left, std::int64_t right,
              ColourAt&& colour_at) {
-    if (y < clip.area.top || y >= clip.area.bottom) return;
-    left = std::max<std::int64_t>(left, clip.area.left);
-    right = std::min<std::int64_t>(right, clip.area.right);
-    if (left >= right || !spend(right - left + 1)) return;
-    paint_beside(clip, 0, mix, y, static_cast<std::int32_t>(left), static_cast<std::int32_t>(right),
-                 colour_at);
+    paint_parts(clip, y, left, right, [&](std::uint8_t* dot, std::int32_t x, std::int32_t end) {
+      for (; mix == Mix::copy && x < end; ++x, dot += 3) put(colour_at(x), dot);
+      for (; x < end; ++x, dot += 3) {
+        const Rgb colour = colour_at(x);
+        mix_level(mix, dot[0], colour.blue);
+        mix_level(mix, dot[1], colour.green);
+        mix_level(mix, dot[2], colour.red);
+      }
+    });
+  }
+  // All of one colour.
+  void fill(const Clip& clip, Mix mix, std::int32_t y, std::int64_t left, std::int64_t right,
+            Rgb colour) {
+    if (mix != Mix::copy) {
+      return paint(clip, mix, y, left, right, [=](std::int32_t) { return colour; });
+    }
+    paint_parts(clip, y, left, right, [&](std::uint8_t* dot, std::int32_t x, std::int32_t end) {
+      repeat(colour, dot, end - x);
+    });
   }
 
   Status deliver(const formats::RowSink& sink);
 
  private:
-  template <class ColourAt>
-  void paint_beside(const Clip& clip, int hole, Mix mix, std::int32_t y, std::int32_t left,
-                    std::int32_t right, ColourAt& colour_at) {
+  // `paint_part(dot, x, end)` for the parts of a row that are seen.
+  template <class PaintPart>
+  void paint_parts(const Clip& clip, std::int32_t y, std::int64_t left, std::int64_t right,
+                   PaintPart&& paint_part) {
+    if (y < clip.area.top || y >= clip.area.bottom) return;
+    left = std::max<std::int64_t>(left, clip.area.left);
+    right = std::min<std::int64_t>(right, clip.area.right);
+    if (left >= right || !spend(right - left + 1)) return;
+    paint_beside(clip, 0, y, static_cast<std::int32_t>(left), static_cast<std::int32_t>(right),
+                 paint_part);
+  }
+  template <class PaintPart>
+  void paint_beside(const Clip& clip, int hole, std::int32_t y, std::int32_t left,
+                    std::int32_t right, PaintPart& paint_part) {
     for (; hole < clip.hole_count; ++hole) {
       const Area& area = clip.holes[hole];
       if (y < area.top || y >= area.bottom || area.left >= right || area.right <= left) continue;
-      if (area.left > left) paint_beside(clip, hole + 1, mix, y, left, area.left, colour_at);
+      if (area.left > left) paint_beside(clip, hole + 1, y, left, area.left, paint_part);
       left = area.right;
       if (left >= right) return;
     }
-    constexpr bool kOneColour = std::is_convertible_v<ColourAt, Rgb>;
-    const auto colour_of = [&](std::int32_t x) -> Rgb {
-      if constexpr (kOneColour) {
-        return colour_at;
-      } else {
-        return colour_at(x);
-      }
-    };
-    std::uint8_t* dot = row(y).data() + 3 * std::ptrdiff_t{left};
-    if (kOneColour && mix == Mix::copy) return repeat(colour_of(left), dot, right - left);
-    for (std::int32_t x = left; mix == Mix::copy && x < right; ++x, dot += 3) {
-      const Rgb colour = colour_of(x);
-      dot[0] = colour.blue;
-      dot[1] = colour.green;
-      dot[2] = colour.red;
-    }
-    for (std::int32_t x = left; mix != Mix::copy && x < right; ++x, dot += 3) {
-      const Rgb colour = colour_of(x);
-      mix_level(mix, dot[0], colour.blue);
-      mix_level(mix, dot[1], colour.green);
-      mix_level(mix, dot[2], colour.red);
-    }
+    paint_part(row(y).data() + 3 * std::ptrdiff_t{left}, left, right);
   }
 
+  static void put(Rgb colour, std::uint8_t* dot) {
+    dot[0] = colour.blue;
+    dot[1] = colour.green;
+    dot[2] = colour.red;
+  }
   // The first ones one by one, then what is there already is copied behind itself.
   static void repeat(Rgb colour, std::uint8_t* dots, std::int32_t count) {
     constexpr std::int32_t kSingle = 16;
     const std::ptrdiff_t bytes = 3 * std::ptrdiff_t{count};
     std::ptrdiff_t there = 3 * std::ptrdiff_t{std::min(count, kSingle)};
-    for (std::ptrdiff_t i = 0; i < there; i += 3) {
-      dots[i] = colour.blue;
-      dots[i + 1] = colour.green;
-      dots[i + 2] = colour.red;
-    }
+    for (std::ptrdiff_t i = 0; i < there; i += 3) put(colour, dots + i);
     for (; there < bytes; there *= 2) {
       std::memcpy(dots + there, dots, static_cast<std::size_t>(std::min(there, bytes - there)));
     }

@@ -59,7 +59,7 @@ Status Painting::open(Canvas& canvas) {
 }
 
 void Painting::dot(const Clip& clip, Mix mix, std::int32_t x, std::int32_t y, Rgb colour) {
-  canvas_->paint(clip, mix, y, x, x + std::int64_t{1}, colour);
+  canvas_->fill(clip, mix, y, x, x + std::int64_t{1}, colour);
 }
 
 void Painting::brush_row(const Clip& clip, const Ink& ink, std::int32_t y, std::int64_t left,
@@ -67,7 +67,7 @@ void Painting::brush_row(const Clip& clip, const Ink& ink, std::int32_t y, std::
   const Brush& brush = ink.brush;
   if (brush.kind == Brush::Kind::none) return;
   if (brush.kind == Brush::Kind::solid) {
-    canvas_->paint(clip, ink.mix, y, left, right, brush.colour);
+    canvas_->fill(clip, ink.mix, y, left, right, brush.colour);
     return;
   }
   if (brush.kind == Brush::Kind::pattern) {
@@ -189,7 +189,7 @@ void Painting::wide_line(const Clip& clip, const Ink& ink, Spot from, Spot to) {
 
 void Painting::paint_pen(const Clip& clip, const Ink& ink) {
   fill(clip, true, [&](std::int32_t row, std::int32_t left, std::int32_t right) {
-    canvas_->paint(clip, ink.mix, row, left, right, ink.pen.colour);
+    canvas_->fill(clip, ink.mix, row, left, right, ink.pen.colour);
   });
 }
 

@@ -108,7 +108,7 @@ Status Player::draw_text(const Record& record) {
     const std::int32_t behind = std::min(area.bottom, clip.area.bottom);
     const Rgb background = state_.ink.background;
     for (std::int32_t y = std::max(area.top, clip.area.top); y < behind; ++y) {
-      canvas_->paint(clip, Mix::copy, y, area.left, area.right, background);
+      canvas_->fill(clip, Mix::copy, y, area.left, area.right, background);
     }
   }
   if ((options & kClipped) != 0) state_.clip.area = clip.area.cut_to(area);
@@ -174,7 +174,7 @@ Status Player::fill_behind(const TextLine& line) {
   for (int i = 0; i < 4; ++i) painting_.add_edge(corners[i], corners[(i + 1) % 4]);
   const Rgb background = state_.ink.background;
   painting_.fill(state_.clip, true, [&](std::int32_t y, std::int32_t left, std::int32_t right) {
-    canvas_->paint(state_.clip, Mix::copy, y, left, right, background);
+    canvas_->fill(state_.clip, Mix::copy, y, left, right, background);
   });
   return kOk;
 }

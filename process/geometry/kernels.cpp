@@ -233,7 +233,10 @@ constexpr GeometryKernels kPortableGeometryKernels{.copy_past = copy_past,
 GeometryKernels geometry_kernels() {
   GeometryKernels kernels = kPortableGeometryKernels;
 #if defined(__i386__) || defined(__x86_64__)
-  if (platform::cpu_features().avx2) add_avx2_kernels(kernels);
+  if (platform::cpu_features().avx2) {
+    add_avx2_kernels(kernels);
+    add_avx2_bit_kernels(kernels);
+  }
 #endif
   return kernels;
 }

@@ -110,6 +110,7 @@ inline constexpr int kMostDown = 32;
 
 extern const GeometryKernels kPortableGeometryKernels;
 void add_avx2_kernels(GeometryKernels& kernels);
+void add_avx2_bit_kernels(GeometryKernels& kernels);
 
 // The fastest for this processor, less what is masked.
 GeometryKernels geometry_kernels();

@@ -4,9 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <type_traits>
 
 #include "coding/bits.h"
 #include "core/context.h"
@@ -132,46 +131,8 @@ class Planes {
   RowBuffer<std::uint8_t, 3 * kKernelMargin> looked_up_;  // as the kernels take it
 };
 
-// coding::BitWriter in words of 32 bits, for processors that have no larger ones.
-class ShortBitWriter {
- public:
-  void move_to(std::uint8_t* at) { next_ = at; }
-
-  // At most 32 bits; those of `value` above `count` are 0.
-  void put(std::uint32_t value, int count) {
-    constexpr int kMost = 25;  // beside those that are not in a complete byte
-    if (count > kMost) [[unlikely]] {
-      put_short(value >> 16, count - 16);
-      value &= 0xFFFF;
-      count = 16;
-    }
-    put_short(value, count);
-  }
-  // Zeros, to a whole byte.
-  void align() {
-    if (count_ != 0) put_short(0, 8 - count_);
-  }
-  std::uint8_t* end() const { return next_; }  // of complete bytes
-
- private:
-  void put_short(std::uint32_t value, int count) {
-    bits_ = bits_ << count | value;
-    count_ += count;
-    const std::uint32_t ahead = __builtin_bswap32(bits_ << ((32 - count_) & 31));
-    std::memcpy(next_, &ahead, sizeof ahead);
-    next_ += count_ >> 3;
-    count_ &= 7;
-  }
-
-  std::uint8_t* next_ = nullptr;
-  std::uint32_t bits_ = 0;  // the last `count_` of them are not in a complete byte
-  int count_ = 0;
-};
-
 // Codes without stuffed bytes; code_block keeps a copy in registers.
-using BitWriter =
-    std::conditional_t<sizeof(void*) == 8, coding::BitWriter<coding::BitOrder::msb_first>,
-                       ShortBitWriter>;
+using BitWriter = coding::BitWriter<coding::BitOrder::msb_first, std::size_t>;
 
 // The code of every symbol.
 struct EncodeTable {
